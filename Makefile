@@ -1,0 +1,80 @@
+# The commands of daily work; CMake does the building. `make` lists them.
+
+SHELL := /bin/bash
+JOBS ?= $(shell nproc)
+PREFIX ?= /usr/local
+CTEST = UBSAN_OPTIONS=print_stacktrace=1 ctest -j2 --output-on-failure --no-label-summary
+SOURCES = $(shell find $(wildcard src tools tests fuzz bench examples) -name '*.h' -o -name '*.cpp')
+
+# Configures and builds a preset: $(call build,preset,further arguments of the build)
+build = cmake --preset $(1) >/dev/null && cmake --build --preset $(1) -j $(JOBS) $(2)
+
+.DEFAULT_GOAL := help
+.PHONY: help deps deps-check build test demo check-all clang-build headers memcheck coverage \
+        format format-check tidy install clean
+
+help: ## List the targets
+	@awk -F ':.*## ' '/^[a-z-]+:.*## / { printf "  %-14s %s\n", $$1, $$2 }' Makefile
+
+deps: ## Install what building and testing need (Debian)
+	@scripts/deps.sh build
+
+deps-check: ## Install what check-all needs besides
+	@scripts/deps.sh check
+
+build: deps ## Build the library and the tool (build/release)
+	@$(call build,release,--target product)
+
+# The sanitized run goes first, so that the closing lines are those of the full run.
+test: deps ## Run the fast tests under sanitizers, then all tests
+	@$(call build,asan-ubsan)
+	@$(call build,release)
+	@$(CTEST) --test-dir build/asan-ubsan -L fast
+	@$(CTEST) --test-dir build/release
+
+demo: build ## Show the tool at work
+	@scripts/demo.sh
+
+check-all: deps-check ## All further checks: clang, format, tidy, headers, memory, coverage
+	@$(MAKE) --no-print-directory format-check
+	@$(MAKE) --no-print-directory clang-build
+	@$(MAKE) --no-print-directory headers
+	@$(MAKE) --no-print-directory tidy
+	@$(MAKE) --no-print-directory memcheck
+	@$(MAKE) --no-print-directory coverage
+
+clang-build: deps-check ## Build with clang and run the fast tests
+	@$(call build,clang)
+	@$(CTEST) --test-dir build/clang -L fast
+
+headers: deps ## Compile every installed header by itself
+	@$(call build,release,--target all_verify_interface_header_sets)
+
+memcheck: deps-check ## Run the fast tests under valgrind
+	@$(call build,release)
+	@scripts/memcheck.sh build/release
+
+coverage: deps-check ## Run all tests and print line and branch figures of src/naxel
+	@$(call build,coverage)
+	@find build/coverage -name '*.gcda' -delete
+	@$(CTEST) --test-dir build/coverage
+	@gcovr --root . --filter src/naxel/ --exclude-throw-branches --exclude-unreachable-branches \
+	  --branches --print-summary build/coverage
+
+format: deps-check ## Format all sources in place
+	@clang-format -i $(SOURCES)
+
+format-check: deps-check ## Fail on sources that are not formatted
+	@clang-format --dry-run --Werror $(SOURCES)
+
+tidy: deps-check ## Run clang-tidy over the library and the tool
+	@cmake --preset tidy >/dev/null
+	@find $(wildcard src tools) -name '*.cpp' -print0 | \
+	  xargs -0 -P $(JOBS) -n 4 clang-tidy -p build/tidy --quiet \
+	  2> >(grep -vE '^[0-9]+ warnings? generated' >&2)
+
+install: build ## Install below PREFIX (default /usr/local), honouring DESTDIR
+	@cmake --install build/release --prefix $(PREFIX)
+
+clean: ## Remove everything that was built
+	@rm -rf build

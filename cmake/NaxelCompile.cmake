@@ -1,0 +1,32 @@
+# Compiler settings. Warnings belong to our own targets; instrumentation has to cover everything.
+
+set(naxel_warnings -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+  -Wcast-qual -Wformat=2 -Wimplicit-fallthrough)
+if(NAXEL_WERROR)
+  list(APPEND naxel_warnings -Werror)
+endif()
+
+# Applies the warnings of the project to a target.
+function(naxel_own_target target)
+  target_compile_options(${target} PRIVATE ${naxel_warnings})
+endfunction()
+
+set(naxel_instrumented OFF)
+if(NAXEL_SANITIZE)
+  set(naxel_instrumented ON)
+  add_compile_options(-fsanitize=${NAXEL_SANITIZE} -fno-sanitize-recover=all
+    -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${NAXEL_SANITIZE})
+endif()
+if(NAXEL_COVERAGE)
+  set(naxel_instrumented ON)
+  add_compile_options(--coverage)
+  add_link_options(--coverage)
+endif()
+if(NAXEL_BUILD_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    message(FATAL_ERROR "NAXEL_BUILD_FUZZ needs clang")
+  endif()
+  set(naxel_instrumented ON)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

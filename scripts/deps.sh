@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that the build (deps.sh build) or also the wider checks (deps.sh check)
+# need. Silent and quick when everything is there; the package index is refreshed only when it is not.
+set -euo pipefail
+
+build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libcli11-dev
+  nlohmann-json3-dev zlib1g-dev)
+check_packages=(clang clang-format clang-tidy libclang-rt-14-dev gcovr valgrind libbenchmark-dev)
+
+# A tool that is on the path counts as present, wherever it came from.
+declare -A command_of=([g++]=g++ [cmake]=cmake [ninja-build]=ninja [pkg-config]=pkg-config
+  [clang]=clang++ [clang-format]=clang-format [clang-tidy]=clang-tidy [gcovr]=gcovr
+  [valgrind]=valgrind)
+
+case "${1:-build}" in
+  build) wanted=("${build_packages[@]}") ;;
+  check) wanted=("${build_packages[@]}" "${check_packages[@]}") ;;
+  *) echo "usage: $0 [build|check]" >&2; exit 2 ;;
+esac
+
+have_dpkg=false
+command -v dpkg-query >/dev/null 2>&1 && have_dpkg=true
+
+present() {
+  local tool=${command_of[$1]:-}
+  if [[ -n $tool ]] && command -v "$tool" >/dev/null 2>&1; then return 0; fi
+  $have_dpkg && [[ $(dpkg-query -W -f='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+}
+
+missing=()
+for package in "${wanted[@]}"; do
+  present "$package" || missing+=("$package")
+done
+[[ ${#missing[@]} -eq 0 ]] && exit 0
+
+if ! command -v apt-get >/dev/null 2>&1; then
+  # Other distributions name the libraries differently; CMake reports those that it cannot find.
+  echo "deps: no apt-get here; make sure that these are installed: ${missing[*]}" >&2
+  exit 0
+fi
+
+as_root=()
+if [[ $(id -u) -ne 0 ]]; then
+  if ! command -v sudo >/dev/null 2>&1; then
+    echo "deps: as root, run: apt-get install ${missing[*]}" >&2
+    exit 1
+  fi
+  as_root=(sudo)
+fi
+
+echo "deps: installing ${missing[*]}"
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+  apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -1,0 +1,222 @@
+#pragma once
+
+/// Entities: reference-counted objects with typed attributes and keyed collections that tell their
+/// notifiees about changes.
+///
+/// An entity type X that can be watched declares
+///
+///   class Notifiee : public Mox::Notifiee {
+///    public:
+///     virtual void onPriority() {}            // one per attribute
+///     virtual void onRule(Seq const&) {}      // one per collection, given the key
+///   };
+///
+/// and writes its attributes through the helpers below; the member pointer of the handler is the
+/// attribute's identity:
+///
+///   uint16_t priority() const { return priority_; }
+///   void priorityIs(uint16_t v) { attrIs(priority_, v, &Notifiee::onPriority); }
+///
+/// A watcher derives from X::Notifiee. The notifiee object is its registration: notifierIs()
+/// attaches it, notifierIs(nullptr) or its destruction detaches it.
+///
+/// Rules. A change is told synchronously, after the assignment, only if the value differs, in the
+/// order in which notifiees attached; handlers read the current state. Notifiees may attach, detach
+/// and be destroyed inside a round: one that goes is not called any more, one that comes is called
+/// from the next change on. The notifying entity outlives the round. What escapes a handler is
+/// traced at level 0 and the round goes on. Since a setter returns only after every handler has run,
+/// write your own state first and the attribute that wakes others last.
+///
+/// All of this belongs to one activity thread.
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "mox/Export.h"
+#include "mox/Ptr.h"
+#include "mox/Text.h"
+
+namespace Mox {
+
+class Entity;
+class NotifieeRound;
+
+/// Base of all notifiees.
+class NAXEL_EXPORT Notifiee {
+ public:
+  Notifiee() = default;
+  Notifiee(Notifiee const&) = delete;
+  Notifiee& operator=(Notifiee const&) = delete;
+  virtual ~Notifiee();
+
+  /// The watched entity; null while detached and after the entity has been destroyed.
+  Entity* notifier() const { return notifier_; }
+  /// Watches `entity` instead of the present one, behind all its other notifiees; null detaches.
+  void notifierIs(Entity* entity);
+
+ private:
+  friend class Entity;
+  friend class NotifieeRound;
+
+  Entity* notifier_ = nullptr;
+  Notifiee* previous_ = nullptr;
+  Notifiee* next_ = nullptr;
+  uint64_t attached_ = 0;  // number of this attachment, process-wide and rising
+};
+
+/// One attribute of an entity type: its name and how to read it as text.
+struct Attribute {
+  std::string_view name;
+  std::string (*text)(Entity const&);
+};
+using AttributeTable = std::vector<Attribute>;
+
+class NAXEL_EXPORT Entity : public RefCounted {
+ public:
+  Entity() = default;
+  Entity(Entity const&) = delete;
+  Entity& operator=(Entity const&) = delete;
+  ~Entity() override;
+
+  /// Qualified type name, "Naxel::PDConfig".
+  virtual std::string_view fwkType() const = 0;
+  /// The attributes in their declared order.
+  virtual AttributeTable const& attributeTable() const;
+  /// Text of the attribute of that name; throws RangeError where there is none.
+  std::string attributeText(std::string_view name) const;
+
+ protected:
+  /// Assigns and notifies if the value differs.
+  template <class N, class T, class V>
+  void attrIs(T& slot, V&& value, void (N::*on)()) {
+    if (slot == value) return;
+    slot = std::forward<V>(value);
+    notify(on);
+  }
+  /// The member of `map` under `key`, made by `make()` and told if absent. The map holds Ptrs.
+  template <class N, class Map, class K, class Make>
+  auto itemIs(Map& map, K const& key, void (N::*on)(K const&), Make make) {
+    if (auto* item = map.get(key)) return *item;
+    auto item = make();
+    map.set(key, item);
+    notify(on, key);
+    return item;
+  }
+  /// Deletes a member of a map or set and tells its key if it was there.
+  template <class N, class Coll, class K>
+  void itemDel(Coll& coll, K const& key, void (N::*on)(K const&)) {
+    K const copy = key;  // the caller's key may live in what is deleted
+    if (coll.erase(copy)) notify(on, copy);
+  }
+  /// Sets the value under a key and tells if it was absent or differed.
+  template <class N, class Map, class K, class V>
+  void itemSet(Map& map, K const& key, V value, void (N::*on)(K const&)) {
+    if (auto* old = map.get(key); old && *old == value) return;
+    map.set(key, std::move(value));
+    notify(on, key);
+  }
+  /// Inserts into a set and tells if it was absent.
+  template <class N, class Set, class K>
+  void memberIs(Set& set, K const& key, void (N::*on)(K const&)) {
+    if (set.contains(key)) return;
+    set.insert(key);
+    notify(on, key);
+  }
+  /// Empties a collection and tells every key that was there.
+  template <class N, class Coll, class K>
+  void collDelAll(Coll& coll, void (N::*on)(K const&)) {
+    if (!notifiees_) return coll.clear();
+    std::vector<K> keys;
+    for (auto const& item : coll) keys.push_back(keyOf<K>(item));
+    coll.clear();
+    for (K const& key : keys) notify(on, key);
+  }
+
+  /// Runs one round of notification.
+  template <class N, class... A>
+  void notify(void (N::*on)(A...), std::type_identity_t<A>... args) {
+    if (!notifiees_) return;
+    notifyAll([&](Notifiee& n) {
+      if (auto* typed = dynamic_cast<N*>(&n)) (typed->*on)(args...);
+    });
+  }
+
+ private:
+  friend class Notifiee;
+  friend class NotifieeRound;
+
+  /// The notifiees, linked through themselves, and the rounds now walking them.
+  struct List {
+    Notifiee* first = nullptr;
+    Notifiee* last = nullptr;
+    NotifieeRound* innermost = nullptr;
+  };
+
+  template <class K, class Item>
+  static K const& keyOf(Item const& item) {
+    if constexpr (std::is_same_v<Item, K>) {
+      return item;
+    } else if constexpr (requires { item.first; }) {
+      return item.first;
+    } else {
+      return item.key();
+    }
+  }
+  void notifyAll(std::function<void(Notifiee&)> const& call);
+
+  std::unique_ptr<List> notifiees_;  // null until the first notifiee comes
+};
+
+/// Text of an attribute's value: values print their text form, pointers the type of what they point
+/// to, collections their members.
+template <class T>
+std::string attributeTextOf(T const& v) {
+  if constexpr (HasTextForm<T>) {
+    return valueToStrep(v);
+  } else if constexpr (requires { v->fwkType(); }) {
+    return v ? "Ptr('" + std::string(v->fwkType()) + "')" : "None";
+  } else if constexpr (requires { v.has_value(); }) {
+    return v ? attributeTextOf(*v) : "None";
+  } else if constexpr (requires { v.first, v.second; }) {
+    return attributeTextOf(v.first) + ": " + attributeTextOf(v.second);
+  } else if constexpr (requires { v.begin(), v.end(); }) {
+    std::string out = "{";
+    for (auto const& item : v) out += (out.size() > 1 ? ", " : "") + attributeTextOf(item);
+    return out + "}";
+  } else {
+    return "?";
+  }
+}
+
+namespace detail {
+template <class M>
+struct MemberOf;
+template <class C, class T>
+struct MemberOf<T C::*> {
+  using Class = C;
+};
+}  // namespace detail
+
+/// Table entry for a data member or a getter without arguments.
+template <auto Member>
+Attribute attribute(std::string_view name) {
+  using Class = typename detail::MemberOf<decltype(Member)>::Class;
+  return {name, [](Entity const& e) {
+            return attributeTextOf(std::invoke(Member, static_cast<Class const&>(e)));
+          }};
+}
+/// Table entry for an operation, which has no value to read.
+inline Attribute operation(std::string_view name) {
+  return {name, [](Entity const&) { return std::string("operation"); }};
+}
+/// The attributes of a base followed by those of the derived type.
+inline AttributeTable joinTables(AttributeTable base, AttributeTable const& own) {
+  base.insert(base.end(), own.begin(), own.end());
+  return base;
+}
+
+}  // namespace Mox

@@ -1,0 +1,205 @@
+#pragma once
+
+/// Hash collections with a defined iteration order: the order of insertion. Elements stand in one
+/// dense array beside an open-addressing index, so iteration is a walk over memory and the order
+/// depends on nothing but the sequence of operations. Lookup, insertion and deletion are O(1) on
+/// average. Iterators, pointers and references into a collection end with its next insertion.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "mox/Value.h"
+
+namespace Mox {
+
+/// The common structure: elements T, told apart by KeyOf::key(T).
+template <class T, class KeyOf>
+class HashTable {
+ public:
+  using value_type = T;
+  using Key = std::remove_cvref_t<decltype(KeyOf::key(std::declval<T const&>()))>;
+
+  /// Forward iterator that steps over deleted places.
+  class const_iterator {
+   public:
+    using value_type = T;
+    using reference = T const&;
+    using pointer = T const*;
+    using difference_type = std::ptrdiff_t;
+    using iterator_category = std::forward_iterator_tag;
+
+    const_iterator() = default;
+    const_iterator(HashTable const* table, size_t at) : table_(table), at_(at) { settle(); }
+    T const& operator*() const { return table_->items_[at_]; }
+    T const* operator->() const { return &table_->items_[at_]; }
+    const_iterator& operator++() {
+      ++at_;
+      settle();
+      return *this;
+    }
+    const_iterator operator++(int) {
+      const_iterator before = *this;
+      ++*this;
+      return before;
+    }
+    bool operator==(const_iterator const& o) const { return at_ == o.at_; }
+
+   private:
+    void settle() {
+      while (at_ < table_->items_.size() && !table_->live_[at_]) ++at_;
+    }
+    HashTable const* table_ = nullptr;
+    size_t at_ = 0;
+  };
+  using iterator = const_iterator;
+
+  const_iterator begin() const noexcept { return {this, 0}; }
+  const_iterator end() const noexcept { return {this, items_.size()}; }
+  size_t size() const noexcept { return size_; }
+  bool empty() const noexcept { return size_ == 0; }
+
+  void clear() noexcept {
+    items_.clear();
+    live_.clear();
+    index_.clear();
+    size_ = 0;
+  }
+
+  bool contains(Key const& key) const noexcept { return find(key) != nullptr; }
+  /// The element of that key, or null.
+  T const* find(Key const& key) const noexcept {
+    size_t const slot = slotOf(key);
+    return slot == none ? nullptr : &items_[index_[slot]];
+  }
+  /// Inserts if no element of the key is there. Returns true if it was inserted.
+  bool insert(T item) {
+    if (contains(KeyOf::key(item))) return false;
+    if ((items_.size() + 1) * 4 > index_.size() * 3) rebuild();
+    live_.push_back(true);
+    try {
+      items_.push_back(std::move(item));
+    } catch (...) {
+      live_.pop_back();
+      throw;
+    }
+    place(items_.size() - 1);
+    ++size_;
+    return true;
+  }
+  /// Returns true if there was an element of that key.
+  bool erase(Key const& key) {
+    size_t const slot = slotOf(key);
+    if (slot == none) return false;
+    uint32_t const at = index_[slot];
+    index_[slot] = deleted;
+    live_[at] = false;
+    items_[at] = T();
+    --size_;
+    if (size_ == 0) clear();
+    return true;
+  }
+
+ protected:
+  static constexpr size_t none = ~size_t{0};
+  static constexpr uint32_t vacant = ~uint32_t{0};
+  static constexpr uint32_t deleted = vacant - 1;
+
+  T* findMutable(Key const& key) noexcept {
+    size_t const slot = slotOf(key);
+    return slot == none ? nullptr : &items_[index_[slot]];
+  }
+
+ private:
+  static size_t startOf(Key const& key) noexcept { return static_cast<size_t>(hashOf(key)); }
+
+  size_t slotOf(Key const& key) const noexcept {
+    if (index_.empty()) return none;
+    size_t const mask = index_.size() - 1;
+    for (size_t slot = startOf(key) & mask;; slot = (slot + 1) & mask) {
+      uint32_t const at = index_[slot];
+      if (at == vacant) return none;
+      if (at != deleted && KeyOf::key(items_[at]) == key) return slot;
+    }
+  }
+  void place(size_t at) noexcept {
+    size_t const mask = index_.size() - 1;
+    size_t slot = startOf(KeyOf::key(items_[at])) & mask;
+    while (index_[slot] != vacant && index_[slot] != deleted) slot = (slot + 1) & mask;
+    index_[slot] = static_cast<uint32_t>(at);
+  }
+  /// Closes the gaps that deletions left and gives the index room for twice the elements.
+  void rebuild() {
+    size_t capacity = 8;
+    while (capacity < (size_ + 1) * 2) capacity *= 2;
+    std::vector<uint32_t> index(capacity, vacant);
+    size_t to = 0;
+    for (size_t from = 0; from < items_.size(); ++from) {
+      if (!live_[from]) continue;
+      if (to != from) items_[to] = std::move(items_[from]);
+      ++to;
+    }
+    items_.resize(to);
+    live_.assign(to, true);
+    index_ = std::move(index);
+    for (size_t at = 0; at < to; ++at) place(at);
+  }
+
+  std::vector<T> items_;
+  std::vector<bool> live_;
+  std::vector<uint32_t> index_;  // positions in items_; a power of two many, at most 3/4 in use
+  size_t size_ = 0;
+};
+
+struct SetKey {
+  template <class T>
+  static T const& key(T const& v) noexcept {
+    return v;
+  }
+};
+struct MapKey {
+  template <class P>
+  static auto const& key(P const& p) noexcept {
+    return p.first;
+  }
+};
+
+template <class T>
+using HashSet = HashTable<T, SetKey>;
+
+/// Map over the same structure.
+template <class K, class V>
+class HashMap : public HashTable<std::pair<K, V>, MapKey> {
+  using Base = HashTable<std::pair<K, V>, MapKey>;
+
+ public:
+  using mapped_type = V;
+
+  /// The value under `key`, or null.
+  V const* get(K const& key) const noexcept {
+    auto const* item = Base::find(key);
+    return item ? &item->second : nullptr;
+  }
+  V* get(K const& key) noexcept {
+    auto* item = Base::findMutable(key);
+    return item ? &item->second : nullptr;
+  }
+  /// The value under `key`, default-constructed and inserted if absent.
+  V& at(K const& key) {
+    if (V* v = get(key)) return *v;
+    Base::insert({key, V{}});
+    return *get(key);
+  }
+  /// Inserts or overwrites. Returns true if the key was absent.
+  bool set(K key, V value) {
+    if (V* v = get(key)) {
+      *v = std::move(value);
+      return false;
+    }
+    return Base::insert({std::move(key), std::move(value)});
+  }
+};
+
+}  // namespace Mox

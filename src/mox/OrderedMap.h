@@ -1,0 +1,58 @@
+#pragma once
+
+/// Ordered map over a balanced tree, iterated in ascending order of the key. For keyed members that
+/// are few or come and go at random; values keep their place in memory until they are deleted.
+
+#include <cstddef>
+#include <map>
+#include <utility>
+
+namespace Mox {
+
+template <class K, class V>
+class OrderedMap {
+ public:
+  using Key = K;
+  using mapped_type = V;
+  using value_type = std::pair<K const, V>;
+  using const_iterator = typename std::map<K, V>::const_iterator;
+  using iterator = const_iterator;
+
+  const_iterator begin() const noexcept { return map_.begin(); }
+  const_iterator end() const noexcept { return map_.end(); }
+  size_t size() const noexcept { return map_.size(); }
+  bool empty() const noexcept { return map_.empty(); }
+  bool contains(K const& key) const { return map_.contains(key); }
+
+  /// The value under `key`, or null.
+  V const* get(K const& key) const {
+    auto const i = map_.find(key);
+    return i != map_.end() ? &i->second : nullptr;
+  }
+  V* get(K const& key) {
+    auto const i = map_.find(key);
+    return i != map_.end() ? &i->second : nullptr;
+  }
+  /// The value under `key`, default-constructed and inserted if absent.
+  V& at(K const& key) { return map_[key]; }
+  /// Inserts or overwrites; O(1) behind the last key. Returns true if the key was absent.
+  bool set(K const& key, V value) {
+    size_t const before = map_.size();
+    map_.insert_or_assign(map_.end(), key, std::move(value));
+    return map_.size() != before;
+  }
+  bool erase(K const& key) { return map_.erase(key) > 0; }
+  void clear() noexcept { map_.clear(); }
+
+ private:
+  std::map<K, V> map_;
+};
+
+/// The pointer under `key`, or null: for maps whose values are Ptrs.
+template <class Map>
+auto lookup(Map const& map, typename Map::Key const& key) -> typename Map::mapped_type {
+  auto const* item = map.get(key);
+  return item ? *item : nullptr;
+}
+
+}  // namespace Mox

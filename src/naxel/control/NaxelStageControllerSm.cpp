@@ -1,0 +1,213 @@
+#include "naxel/control/NaxelStageControllerSm.h"
+
+#include "mox/Assert.h"
+#include "naxel/types/NaxelTrace.h"
+
+namespace Naxel {
+
+namespace {
+
+/// Members of a keyed stage are judged worst first: one failure, or one that still runs, must not
+/// hide behind another that skipped.
+int severity(StageStatusType s) {
+  switch (s) {
+    case StageStatusType::finishedFailed: return 4;
+    case StageStatusType::init: return 3;
+    case StageStatusType::inProgress: return 2;
+    case StageStatusType::finishedSkipped:
+    case StageStatusType::finishedNotEnabled:
+    case StageStatusType::cancelled: return 1;
+    case StageStatusType::finishedSuccess: break;
+  }
+  return 0;
+}
+
+}  // namespace
+
+void NaxelStageControllerSm::StatusReactor::handleStatus() {
+  if (auto line = trace(8))
+    line << "handleStatus " << static_cast<StageStatus const*>(notifier())->status();
+  sm_.scheduleReview();
+}
+
+void NaxelStageControllerSm::StageStatusReactor::bind(NaxelActiveStage stage) {
+  auto& reactors = reactors_[stage];
+  reactors.clear();
+  sm_.stageStatus_->forEach(stage, [&](StageStatus& status) {
+    reactors.push_back(std::make_unique<StatusReactor>(sm_, status));
+  });
+}
+
+NaxelStageControllerSm::NaxelStageControllerSm(Obel::ChipId chipId,
+                                               Mox::Ptr<StageControllerConfig> config,
+                                               Mox::Ptr<StageControllerStatus> status,
+                                               Mox::Ptr<StageSmConfig> stageConfig,
+                                               Mox::Ptr<StageSmStatus> stageStatus,
+                                               Mox::Ptr<Obel::TimerWheel> timerWheel)
+    : StageSm(chipId, config, status),
+      config_(std::move(config)),
+      status_(std::move(status)),
+      stageConfig_(std::move(stageConfig)),
+      stageStatus_(std::move(stageStatus)),
+      timerWheel_(timerWheel),
+      timer_(*this, std::move(timerWheel)) {
+  stageStatusReactor_.notifierIs(stageStatus_.get());
+  for (size_t s = 1; s < Mox::EnumNames<NaxelActiveStage>::value.size(); ++s)
+    stageStatusReactor_.bind(static_cast<NaxelActiveStage>(s));
+  handleInitialized();
+}
+
+NaxelStageControllerSm::~NaxelStageControllerSm() = default;
+
+void NaxelStageControllerSm::handleInitialized() {
+  if (auto line = trace(8)) line << "handleInitialized";
+  initialized_ = true;
+}
+
+void NaxelStageControllerSm::moxDoZombieReactors(bool zombie) {
+  StageSm::moxDoZombieReactors(zombie);
+  initialized_ = !zombie;
+  if (zombie) timer_.earliestExpiryDel();
+}
+
+void NaxelStageControllerSm::doStartKick() {
+  if (!initialized_) return;
+  if (config_->kickRequest() == NaxelKickRequest::naxelStart) {
+    activeStage_ = NaxelActiveStage::stageInit;
+    return transitStage();
+  }
+  MOX_ASSERT_TEXT(status_->status() == StageStatusType::inProgress,
+                  "status()->status() == inProgress_");
+  scheduleReview();
+}
+
+void NaxelStageControllerSm::transitStage() {
+  if (auto line = trace(8)) line << "transitStage";
+  if (!initialized_) return;
+  if (config_->kickRequest() == NaxelKickRequest::naxelCancel) {
+    if (auto line = trace(4)) line << "This round of naxel kick is cancelled";
+    return doSetStatus(StageStatusType::cancelled);
+  }
+  NaxelActiveStage const old = activeStage_;
+  if (auto line = trace(4)) line << "[" << chipId() << "] Ready to transit out of " << old;
+  if (old > NaxelActiveStage::stageLoader) MOX_ASSERT(false && "unknown stage");
+  bool const last = old == NaxelActiveStage::stageLoader;
+  activeStage_ = last ? NaxelActiveStage::stageInit
+                      : static_cast<NaxelActiveStage>(static_cast<unsigned>(old) + 1);
+  if (auto line = trace(4))
+    line << "[" << chipId() << "] Transited from " << old << " to " << activeStage_;
+  if (last) return doSetStatus(StageStatusType::finishedSuccess);
+  // The review must come even if nothing changes: a keyed stage may have no members, and a status may
+  // end where it began. It is scheduled first, because a stage may start another kick from within.
+  scheduleReview();
+  Mox::Seconds const kickTime = config_->kickTime();
+  stageConfig_->forEach(activeStage_, [&](StageConfig& c) {
+    if (config_->kickTime() == kickTime) c.kickTimeIs(kickTime);
+  });
+}
+
+void NaxelStageControllerSm::scheduleReview() {
+  if (auto line = trace(8)) line << "scheduleReview";
+  if (initialized_) timer_.earliestExpiryIs(timerWheel_->now());
+}
+
+StageStatusType NaxelStageControllerSm::doCheckStageStatus(StageStatus const& status) const {
+  return status.kickTime() == config_->kickTime() ? status.status() : StageStatusType::init;
+}
+
+StageStatusType NaxelStageControllerSm::doCheckKeyed(NaxelActiveStage stage) const {
+  StageStatusType worst = StageStatusType::finishedSuccess;
+  stageStatus_->forEach(stage, [&](StageStatus const& status) {
+    StageStatusType const s = doCheckStageStatus(status);
+    if (severity(s) > severity(worst)) worst = s;
+  });
+  return worst;
+}
+
+StageStatusType NaxelStageControllerSm::doCheckPrefixXformStatus() const {
+  return doCheckKeyed(NaxelActiveStage::stagePrefixXform);
+}
+StageStatusType NaxelStageControllerSm::doCheckRangeSplitStatus() const {
+  return doCheckKeyed(NaxelActiveStage::stageRangeSplit);
+}
+StageStatusType NaxelStageControllerSm::doCheckComboLabelResolverStatus() const {
+  return doCheckKeyed(NaxelActiveStage::stageComboLabelResolver);
+}
+StageStatusType NaxelStageControllerSm::doCheckComboLabelSplitStatus() const {
+  return doCheckKeyed(NaxelActiveStage::stageComboLabelSplit);
+}
+StageStatusType NaxelStageControllerSm::doCheckPrefixEncoderStatus() const {
+  return doCheckKeyed(NaxelActiveStage::stagePrefixEncoder);
+}
+StageStatusType NaxelStageControllerSm::doCheckRangeEncoderStatus() const {
+  return doCheckKeyed(NaxelActiveStage::stageRangeEncoder);
+}
+StageStatusType NaxelStageControllerSm::doCheckComboLabelEncoderStatus() const {
+  return doCheckKeyed(NaxelActiveStage::stageComboLabelEncoder);
+}
+
+std::string NaxelStageControllerSm::failureTextOf(NaxelActiveStage stage) const {
+  std::string text;
+  stageStatus_->forEach(stage, [&](StageStatus const& status) {
+    if (text.empty() && doCheckStageStatus(status) == StageStatusType::finishedFailed)
+      text = status.failureText();
+  });
+  return text;
+}
+
+StageStatusType NaxelStageControllerSm::checkActiveStage() const {
+  auto const single = [&](Mox::Ptr<StageStatus> const& status) {
+    return status ? doCheckStageStatus(*status) : StageStatusType::finishedSuccess;
+  };
+  switch (activeStage_) {
+    case NaxelActiveStage::stageAggregator: return single(stageStatus_->aggregatorStatus());
+    case NaxelActiveStage::stagePrefixXform: return doCheckPrefixXformStatus();
+    case NaxelActiveStage::stageRangeSplit: return doCheckRangeSplitStatus();
+    case NaxelActiveStage::stageComboLabelResolver: return doCheckComboLabelResolverStatus();
+    case NaxelActiveStage::stageComboLabelSplit: return doCheckComboLabelSplitStatus();
+    case NaxelActiveStage::stagePrefixEncoder: return doCheckPrefixEncoderStatus();
+    case NaxelActiveStage::stageRangeEncoder: return doCheckRangeEncoderStatus();
+    case NaxelActiveStage::stageComboLabelEncoder: return doCheckComboLabelEncoderStatus();
+    case NaxelActiveStage::stageRuleExpander: return single(stageStatus_->ruleExpanderStatus());
+    case NaxelActiveStage::stageLoader: return single(stageStatus_->loaderStatus());
+    case NaxelActiveStage::stageInit: break;
+  }
+  MOX_ASSERT(false && "unknown stage");
+  return StageStatusType::init;
+}
+
+void NaxelStageControllerSm::doReview() {
+  if (auto line = trace(8)) line << "doReview";
+  if (!initialized_) return;
+  // A stage may answer long after its kick has ended; only a running kick is reviewed.
+  if (status_->status() != StageStatusType::inProgress) return;
+  if (config_->kickRequest() == NaxelKickRequest::naxelCancel) {
+    if (auto line = trace(4))
+      line << "[" << chipId() << "] This round of naxel kick is cancelled";
+    return doSetStatus(StageStatusType::cancelled);
+  }
+  if (activeStage_ == NaxelActiveStage::stageInit) return transitStage();
+  switch (checkActiveStage()) {
+    case StageStatusType::finishedFailed:
+      if (auto line = trace(0))
+        line << "Stage " << activeStage_ << " for chip " << chipId() << " failed";
+      status_->lastFailedStageIs(activeStage_);
+      status_->failureTextIs(failureTextOf(activeStage_));
+      activeStage_ = NaxelActiveStage::stageInit;
+      return doSetStatus(StageStatusType::finishedFailed);
+    case StageStatusType::inProgress:
+      if (auto line = trace(1))
+        line << "Stage " << activeStage_ << " for chip " << chipId() << " is still running";
+      return;
+    case StageStatusType::init:
+      if (auto line = trace(1))
+        line << "Stage " << activeStage_ << " for chip " << chipId() << " is initializing";
+      return;
+    case StageStatusType::finishedSuccess:
+    case StageStatusType::finishedSkipped:
+    case StageStatusType::finishedNotEnabled:
+    case StageStatusType::cancelled: return transitStage();
+  }
+}
+
+}  // namespace Naxel

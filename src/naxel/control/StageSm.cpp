@@ -1,0 +1,64 @@
+#include "naxel/control/StageSm.h"
+
+#include "mox/Assert.h"
+#include "naxel/types/NaxelTrace.h"
+
+namespace Naxel {
+
+StageSm::StageSm(Obel::ChipId chipId, Mox::Ptr<StageConfig> config, Mox::Ptr<StageStatus> status)
+    : chipId_(chipId), config_(std::move(config)), status_(std::move(status)) {
+  MOX_ASSERT(config_ && status_);
+  configReactor_.notifierIs(config_.get());
+}
+
+StageSm::~StageSm() = default;
+
+void StageSm::configIs(Mox::Ptr<StageConfig> config) {
+  config_ = std::move(config);
+  configReactor_.notifierIs(config_.get());
+}
+
+void StageSm::moxDoZombieReactors(bool zombie) {
+  configReactor_.notifierIs(zombie ? nullptr : config_.get());
+}
+
+void StageSm::handleKickTime() {
+  // Reactors of the statuses below may take the owner of this stage down.
+  Mox::Ptr<StageSm> const alive(references() > 0 ? this : nullptr);
+  try {
+    doSetStatus(StageStatusType::inProgress);
+    doStartKick();
+  } catch (std::exception const& e) {
+    doFailThrown(e.what());
+  } catch (...) {
+    doFailThrown("unknown exception");
+  }
+}
+
+void StageSm::doSetStatus(StageStatusType s) {
+  if (s != StageStatusType::finishedFailed) status_->failureTextIs(std::string());
+  status_->kickTimeIs(config_->kickTime());
+  status_->statusIs(s);
+}
+
+void StageSm::doFail(std::string text) {
+  status_->failureTextIs(std::move(text));
+  doSetStatus(StageStatusType::finishedFailed);
+}
+
+void StageSm::doFailThrown(char const* what) noexcept {
+  doForget();
+  try {
+    if (auto line = trace(0)) line << status_->fwkType() << ": stage failed: " << what;
+    status_->failureTextIs(what);
+  } catch (...) {
+    // Out of memory: the failure itself still has to be reported.
+  }
+  try {
+    doSetStatus(StageStatusType::finishedFailed);
+  } catch (...) {
+    // Setting the two scalars does not throw, and handlers that throw are caught by the framework.
+  }
+}
+
+}  // namespace Naxel

@@ -1,0 +1,69 @@
+#pragma once
+
+/// The frame of every stage.
+///
+/// A stage is started by a new kick time in its configuration. handleKickTime() stamps that time into
+/// the stage's status, reports `inProgress` and calls the stage's doStartKick(), which works or
+/// schedules its work and ends with a final status. A stage reports failure only through its status:
+/// whatever is thrown below handleKickTime() ends here as `finishedFailed`, with a trace at level 0,
+/// after doForget() has dropped what the stage remembers of its last input, so that the next kick
+/// does the work again.
+///
+/// One activity thread; no locks.
+
+#include "naxel/control/StageTypes.h"
+#include "obel/ChipId.h"
+
+namespace Naxel {
+
+class NAXEL_EXPORT StageSm : public Mox::RefCounted {
+ public:
+  /// Watches `config` from now on. Neither entity may be null.
+  StageSm(Obel::ChipId chipId, Mox::Ptr<StageConfig> config, Mox::Ptr<StageStatus> status);
+  ~StageSm() override;
+
+  Obel::ChipId chipId() const { return chipId_; }
+  Mox::Ptr<StageConfig> const& config() const { return config_; }
+  Mox::Ptr<StageStatus> const& status() const { return status_; }
+
+  /// Binds a configuration in place of the present one; a null one unbinds.
+  void newConfig(Mox::Ptr<StageConfig> config) { configIs(std::move(config)); }
+  virtual void configIs(Mox::Ptr<StageConfig> config);
+  virtual void configDel() { configIs(nullptr); }
+
+  /// Runs a kick.
+  void handleKickTime();
+  /// Stamps the configuration's kick time into the status, then sets the status, so that whoever
+  /// reacts to the status sees the kick that it answers.
+  void doSetStatus(StageStatusType s);
+  /// The stage's work.
+  virtual void doStartKick() {}
+  /// Stops reacting (true) or reacts again (false): for the time in which an owner takes a pipeline
+  /// down.
+  virtual void moxDoZombieReactors(bool zombie);
+
+ protected:
+  /// Ends the kick with the reason in words.
+  void doFail(std::string text);
+  /// Drops every remembered digest: the last run did not end in success.
+  virtual void doForget() noexcept {}
+
+ private:
+  class ConfigReactor : public StageConfig::Notifiee {
+   public:
+    explicit ConfigReactor(StageSm& sm) : sm_(sm) {}
+    void onKickTime() override { sm_.handleKickTime(); }
+
+   private:
+    StageSm& sm_;
+  };
+
+  void doFailThrown(char const* what) noexcept;
+
+  Obel::ChipId chipId_;
+  Mox::Ptr<StageConfig> config_;
+  Mox::Ptr<StageStatus> status_;
+  ConfigReactor configReactor_{*this};
+};
+
+}  // namespace Naxel

@@ -1,0 +1,18 @@
+#include "naxel/control/StageTypes.h"
+
+namespace Naxel {
+
+Mox::AttributeTable const& StageConfig::attributeTable() const {
+  static Mox::AttributeTable const table = {Mox::attribute<&StageConfig::kickTime_>("kickTime")};
+  return table;
+}
+
+Mox::AttributeTable const& StageStatus::attributeTable() const {
+  static Mox::AttributeTable const table = {
+      Mox::attribute<&StageStatus::kickTime_>("kickTime"),
+      Mox::attribute<&StageStatus::status_>("status"),
+      Mox::attribute<&StageStatus::failureText_>("failureText")};
+  return table;
+}
+
+}  // namespace Naxel

@@ -1,0 +1,59 @@
+#pragma once
+
+/// The two entities by which every stage is driven and answers.
+
+#include <string>
+
+#include "mox/Entity.h"
+#include "naxel/types/ControlEnums.h"
+
+namespace Naxel {
+
+/// Written by the stage's owner. A new kick time starts a kick of the stage.
+class NAXEL_EXPORT StageConfig : public Mox::Entity {
+ public:
+  class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
+   public:
+    virtual void onKickTime() {}
+  };
+  std::string_view fwkType() const override { return "Naxel::StageConfig"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  /// Identifies the kick; seconds.
+  Mox::Seconds kickTime() const { return kickTime_; }
+  void kickTimeIs(Mox::Seconds v) { attrIs(kickTime_, v, &Notifiee::onKickTime); }
+
+ private:
+  Mox::Seconds kickTime_ = 0;
+};
+
+/// Written by the stage. A status whose kick time differs from the configuration's belongs to an
+/// older kick.
+class NAXEL_EXPORT StageStatus : public Mox::Entity {
+ public:
+  class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
+   public:
+    virtual void onKickTime() {}
+    virtual void onStatus() {}
+    virtual void onFailureText() {}
+  };
+  std::string_view fwkType() const override { return "Naxel::StageStatus"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  /// The kick that this status answers.
+  Mox::Seconds kickTime() const { return kickTime_; }
+  void kickTimeIs(Mox::Seconds v) { attrIs(kickTime_, v, &Notifiee::onKickTime); }
+  StageStatusType status() const { return status_; }
+  void statusIs(StageStatusType v) { attrIs(status_, v, &Notifiee::onStatus); }
+  /// Why the stage failed: what is too many or refused, how many are needed and how many there are.
+  /// Set before `finishedFailed`, empty after any other outcome.
+  std::string const& failureText() const { return failureText_; }
+  void failureTextIs(std::string v) { attrIs(failureText_, std::move(v), &Notifiee::onFailureText); }
+
+ private:
+  Mox::Seconds kickTime_ = 0;
+  StageStatusType status_ = StageStatusType::init;
+  std::string failureText_;
+};
+
+}  // namespace Naxel

@@ -1,0 +1,119 @@
+#pragma once
+
+/// The allocator of encoded labels.
+///
+/// Problem. Every plain label of an encoder needs a value of `encodeBitWidth` bits, such that each
+/// set, the union of its labels, can be matched by few value/mask pairs.
+///
+/// Idea. Sets are taken in cost order. The labels of a set that no earlier set has brought are placed
+/// in the largest aligned power-of-two block that holds them all, their count filled up to a power of
+/// two while the budget of spare values lasts; only where no such block is free they are split over
+/// smaller aligned blocks, scanning from the lowest free value. A block costs one pair. Labels that an
+/// earlier set brought stay where they are and enter as single values.
+///
+/// Example, width 4, sets A = {1, 2, 3} and then B = {3, 4, 5}: three new labels of A take the block
+/// 0-3 (one spare value, 3), B keeps 2 for label 3 and takes the block 4-5 for its new ones. A is one
+/// pair (0/1100), B two: (2/1111) and (4/1110).
+///
+/// Invariants. A value that is taken never becomes free again; the spare budget only falls; the
+/// values of a block beyond the labels of its set are carried by no piece, so the set's masks may
+/// match them.
+///
+/// Cost. Finding a free block is a scan over words of the bitmap. The lowest free value only rises,
+/// and so does, for each block size, the place before which no whole block of that size is free; both
+/// are remembered.
+
+#include <array>
+
+#include "naxel/encoder/CostModel.h"
+#include "naxel/encoder/EncoderTypes.h"
+#include "obel/Bitmap.h"
+
+namespace Naxel {
+
+/// What one encoding run gives: whether the labels fit, and each set's encoded labels as ranges.
+class NAXEL_EXPORT EncodedLabelAllocStatus : public Mox::Entity {
+ public:
+  using RangeListMap = Mox::OrderedMap<GenSetKey, Mox::Ptr<EncodedLabelRangeList>>;
+  std::string_view fwkType() const override { return "Naxel::EncodedLabelAllocStatus"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  StageStatusType status() const { return status_; }
+  void statusIs(StageStatusType v) { status_ = v; }
+  RangeListMap const& keyToEncLabelList() const { return keyToEncLabelList_; }
+  /// The range list of a set, made if absent.
+  EncodedLabelRangeList& keyToEncLabelListIs(GenSetKey key);
+
+ private:
+  StageStatusType status_ = StageStatusType::init;
+  RangeListMap keyToEncLabelList_;
+};
+
+/// Does its whole work while it is constructed; read the results from the two statuses.
+class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
+ public:
+  /// `encodeBitWidth` is 1 to 16. `reservedAtTop` values at the top of the space are given to no set.
+  EncodedLabelAllocator(uint32_t encodeBitWidth, Mox::Ptr<EncoderConfig const> encoderConfig,
+                        Mox::Ptr<GenSetCostModel const> costModel,
+                        Mox::Ptr<EncoderStatus> encoderStatus,
+                        Mox::Ptr<EncodedLabelAllocStatus> encLabelAllocStatus,
+                        uint32_t reservedAtTop = 0);
+  std::string_view fwkType() const override { return "Naxel::EncodedLabelAllocator"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  uint32_t encodeBitWidth() const { return encodeBitWidth_; }
+  /// Taken values.
+  Obel::Bitmap const& encLabelBitMap() const { return *encLabelBitMap_; }
+  /// Values that may still be spent on filling blocks up to a power of two.
+  uint32_t extraLabelCnt() const { return extraLabelCnt_; }
+  void extraLabelCntIs(uint32_t n) { extraLabelCnt_ = n; }
+  void extraLabelCntDec(uint32_t n) { extraLabelCnt_ -= n; }
+  /// Number of different plain labels of all sets.
+  uint64_t labelsNeeded() const { return labelsNeeded_; }
+
+ private:
+  struct Block {
+    uint32_t start;
+    uint32_t end;
+  };
+  /// How many values the next block takes and how many of them are spare; none to try smaller blocks.
+  struct Portion {
+    uint32_t toAllocate;
+    uint32_t extra;
+  };
+
+  void handleInitialized();
+  /// Allocates the labels of one set, of which `allocLabelCnt` are new.
+  void doAllocateLabels(GenSetKey key, uint32_t allocLabelCnt);
+  std::vector<Block> allocateBlocks(GenSetKey key, uint32_t allocLabelCnt);
+  Portion nextPortion(uint32_t remaining, uint32_t blockSize) const;
+  /// First start from `start` on, in steps of the block size, with `count` free values; the size of
+  /// the bitmap if there is none.
+  uint32_t findFree(uint32_t start, uint32_t range, uint32_t count);
+  uint32_t lowestClear(uint32_t from);
+  void handOut(PlainLabelList const& list, std::vector<Block> const& blocks);
+  void publish();
+
+  bool isEncoded(PlainLabel l) const { return encoded_[l.value()] != notEncoded; }
+
+  static constexpr uint32_t notEncoded = ~uint32_t{0};
+
+  uint32_t encodeBitWidth_;
+  Mox::Ptr<EncoderConfig const> encoderConfig_;
+  Mox::Ptr<GenSetCostModel const> costModel_;
+  Mox::Ptr<EncoderStatus> encoderStatus_;
+  Mox::Ptr<EncodedLabelAllocStatus> encLabelAllocStatus_;
+  uint32_t reservedAtTop_;
+  Mox::Ptr<Obel::Bitmap> encLabelBitMap_;
+  uint32_t extraLabelCnt_ = 0;
+  uint64_t labelsNeeded_ = 0;
+  std::vector<uint32_t> encoded_;  // value of each plain label, by its number
+  uint32_t lowestClear_ = 0;       // no clear bit lies before it
+  std::array<uint32_t, 17> noWholeBlockBefore_{};  // by logarithm of the block size
+};
+NAXEL_EXPORT Mox::Ptr<EncodedLabelAllocator> encodedLabelAllocatorFactory(
+    uint32_t encodeBitWidth, Mox::Ptr<EncoderConfig const> encoderConfig,
+    Mox::Ptr<GenSetCostModel const> costModel, Mox::Ptr<EncoderStatus> encoderStatus,
+    Mox::Ptr<EncodedLabelAllocStatus> encLabelAllocStatus, uint32_t reservedAtTop = 0);
+
+}  // namespace Naxel

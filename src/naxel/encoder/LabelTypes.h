@@ -1,0 +1,196 @@
+#pragma once
+
+/// Encoded labels and the label collections keyed by generic set, which transforms, encoders,
+/// expander and output model share. A transform gives every disjoint piece a plain label; an encoder
+/// turns plain labels into encoded labels, values of a fixed bit width in a TCAM key field, and
+/// describes every set by value/mask pairs over them.
+
+#include <cstdint>
+#include <string_view>
+#include <tuple>
+
+#include "mox/Entity.h"
+#include "mox/FlatSet.h"
+#include "mox/OrderedMap.h"
+#include "naxel/genset/GenSetTypes.h"
+
+namespace Naxel {
+
+/// A label value as it stands in the TCAM key.
+class EncodedLabel : public Mox::NumberValue<EncodedLabel, uint16_t> {
+ public:
+  using NumberValue::NumberValue;
+  constexpr EncodedLabel() = default;
+  explicit EncodedLabel(Mox::TextCursor& c) { Mox::TextForm<EncodedLabel>::read(c, *this); }
+};
+
+/// A mask over an encoded label: a 1 bit is compared, a 0 bit is ignored.
+class LabelMask : public Mox::NumberValue<LabelMask, uint16_t> {
+ public:
+  using NumberValue::NumberValue;
+  constexpr LabelMask() = default;
+  explicit LabelMask(Mox::TextCursor& c) { Mox::TextForm<LabelMask>::read(c, *this); }
+};
+
+/// One value/mask pair. The default, with mask 0, matches everything.
+class EncodedLabelWithMask : public Mox::ValueType<EncodedLabelWithMask> {
+ public:
+  static constexpr std::string_view typeName = "Naxel::EncodedLabelWithMask";
+  EncodedLabelWithMask() = default;
+  EncodedLabelWithMask(EncodedLabel label, LabelMask mask) : label_(label), mask_(mask) {}
+  EncodedLabelWithMask(uint16_t label, uint16_t mask) : label_(label), mask_(mask) {}
+  explicit EncodedLabelWithMask(Mox::TextCursor& c) {
+    Mox::TextForm<EncodedLabelWithMask>::read(c, *this);
+  }
+
+  EncodedLabel label() const { return label_; }
+  LabelMask mask() const { return mask_; }
+  bool matches(uint32_t value) const {
+    return ((value ^ label_.value()) & mask_.value()) == 0;
+  }
+
+  static constexpr auto fields() {
+    return std::make_tuple(Mox::field("label", &EncodedLabelWithMask::label_),
+                           Mox::field("mask", &EncodedLabelWithMask::mask_));
+  }
+
+ private:
+  EncodedLabel label_;
+  LabelMask mask_;
+};
+
+/// Inclusive range of encoded labels.
+class EncodedLabelRange : public Mox::ValueType<EncodedLabelRange> {
+ public:
+  static constexpr std::string_view typeName = "Naxel::EncodedLabelRange";
+  EncodedLabelRange() = default;
+  EncodedLabelRange(EncodedLabel start, EncodedLabel end) : start_(start), end_(end) {}
+  explicit EncodedLabelRange(Mox::TextCursor& c) {
+    Mox::TextForm<EncodedLabelRange>::read(c, *this);
+  }
+
+  EncodedLabel start() const { return start_; }
+  EncodedLabel end() const { return end_; }
+
+  static constexpr auto fields() {
+    return std::make_tuple(Mox::field("start", &EncodedLabelRange::start_),
+                           Mox::field("end", &EncodedLabelRange::end_));
+  }
+
+ private:
+  EncodedLabel start_;
+  EncodedLabel end_;
+};
+
+/// An encoded source and an encoded destination label.
+class EncodedComboLabel : public Mox::ValueType<EncodedComboLabel> {
+ public:
+  static constexpr std::string_view typeName = "Naxel::EncodedComboLabel";
+  EncodedComboLabel() = default;
+  EncodedComboLabel(EncodedLabel src, EncodedLabel dst) : srcLabel_(src), dstLabel_(dst) {}
+  explicit EncodedComboLabel(Mox::TextCursor& c) {
+    Mox::TextForm<EncodedComboLabel>::read(c, *this);
+  }
+
+  EncodedLabel srcLabel() const { return srcLabel_; }
+  EncodedLabel dstLabel() const { return dstLabel_; }
+
+  static constexpr auto fields() {
+    return std::make_tuple(Mox::field("srcLabel", &EncodedComboLabel::srcLabel_),
+                           Mox::field("dstLabel", &EncodedComboLabel::dstLabel_));
+  }
+
+ private:
+  EncodedLabel srcLabel_;
+  EncodedLabel dstLabel_;
+};
+
+/// The plain labels whose pieces make up one generic set, ascending.
+class NAXEL_EXPORT PlainLabelList : public Mox::Entity {
+ public:
+  explicit PlainLabelList(GenSetKey key) : key_(key) {}
+  std::string_view fwkType() const override { return "Naxel::PlainLabelList"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  GenSetKey key() const { return key_; }
+  Mox::FlatSet<PlainLabel> const& label() const { return label_; }
+  bool labelHas(PlainLabel l) const { return label_.contains(l); }
+  void labelIs(PlainLabel l) { label_.insert(l); }
+  /// Takes over all labels at once, in any order.
+  void labelIs(std::vector<PlainLabel> all) { label_.adopt(std::move(all)); }
+  void labelDel(PlainLabel l) { label_.erase(l); }
+  void labelDelAll() { label_.clear(); }
+
+ private:
+  GenSetKey key_;
+  Mox::FlatSet<PlainLabel> label_;
+};
+
+/// The label lists of all sets of one transform, by ascending key.
+class NAXEL_EXPORT PlainLabelListMap : public Mox::Entity {
+ public:
+  std::string_view fwkType() const override { return "Naxel::PlainLabelListMap"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  Mox::FlatMap<GenSetKey, Mox::Ptr<PlainLabelList>> const& plainLabelList() const {
+    return plainLabelList_;
+  }
+  /// The list of a set, or null.
+  PlainLabelList const* plainLabelList(GenSetKey key) const;
+  PlainLabelList& plainLabelListIs(GenSetKey key);
+  void plainLabelListDel(GenSetKey key) { plainLabelList_.erase(key); }
+  void plainLabelListDelAll() { plainLabelList_.clear(); }
+
+ private:
+  Mox::FlatMap<GenSetKey, Mox::Ptr<PlainLabelList>> plainLabelList_;
+};
+
+/// The value/mask pairs that match exactly the encoded labels of one generic set, together with the
+/// spare labels of its blocks, which no piece carries.
+class NAXEL_EXPORT EncodedLabelWithMaskList : public Mox::Entity {
+ public:
+  explicit EncodedLabelWithMaskList(GenSetKey key) : key_(key) {}
+  std::string_view fwkType() const override { return "Naxel::EncodedLabelWithMaskList"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  GenSetKey key() const { return key_; }
+  Mox::FlatSet<EncodedLabelWithMask> const& encLabelAndMask() const { return encLabelAndMask_; }
+  bool encLabelAndMaskHas(EncodedLabelWithMask const& e) const {
+    return encLabelAndMask_.contains(e);
+  }
+  void encLabelAndMaskIs(EncodedLabelWithMask const& e) { encLabelAndMask_.insert(e); }
+  /// Takes over all pairs at once, in any order.
+  void encLabelAndMaskIs(std::vector<EncodedLabelWithMask> all) {
+    encLabelAndMask_.adopt(std::move(all));
+  }
+  void encLabelAndMaskDel(EncodedLabelWithMask const& e) { encLabelAndMask_.erase(e); }
+  void encLabelAndMaskDelAll() { encLabelAndMask_.clear(); }
+
+ private:
+  GenSetKey key_;
+  Mox::FlatSet<EncodedLabelWithMask> encLabelAndMask_;
+};
+
+/// The encoded labels of one generic set as ranges.
+class NAXEL_EXPORT EncodedLabelRangeList : public Mox::Entity {
+ public:
+  explicit EncodedLabelRangeList(GenSetKey key) : key_(key) {}
+  std::string_view fwkType() const override { return "Naxel::EncodedLabelRangeList"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  GenSetKey key() const { return key_; }
+  Mox::FlatSet<EncodedLabelRange> const& encLabelRange() const { return encLabelRange_; }
+  void encLabelRangeIs(EncodedLabelRange const& r) { encLabelRange_.insert(r); }
+  /// Takes over all ranges at once, in any order.
+  void encLabelRangeIs(std::vector<EncodedLabelRange> all) {
+    encLabelRange_.adopt(std::move(all));
+  }
+  void encLabelRangeDel(EncodedLabelRange const& r) { encLabelRange_.erase(r); }
+  void encLabelRangeDelAll() { encLabelRange_.clear(); }
+
+ private:
+  GenSetKey key_;
+  Mox::FlatSet<EncodedLabelRange> encLabelRange_;
+};
+
+}  // namespace Naxel

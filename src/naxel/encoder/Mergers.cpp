@@ -1,0 +1,128 @@
+#include "naxel/encoder/Mergers.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "mox/Assert.h"
+#include "naxel/types/NaxelTrace.h"
+
+namespace Naxel {
+
+namespace {
+
+/// A pair in plain numbers.
+struct Pair {
+  uint16_t label;
+  uint16_t mask;
+  auto operator<=>(Pair const&) const = default;
+};
+using Pairs = std::vector<Pair>;
+
+void sortUnique(Pairs& pairs) {
+  std::sort(pairs.begin(), pairs.end());
+  pairs.erase(std::unique(pairs.begin(), pairs.end()), pairs.end());
+}
+
+/// Merges pairs of `bitWidth` bits; input and output are sets, in any order.
+Pairs mergePairs(uint32_t bitWidth, Pairs in) {
+  if (bitWidth == 0 || in.size() <= 1) return in;
+  Pairs x;     // bit 0 is ignored
+  Pairs one;   // bit 0 must be 1
+  Pairs zero;  // bit 0 must be 0
+  for (Pair const& p : in) {
+    Pair const reduced{static_cast<uint16_t>(p.label >> 1), static_cast<uint16_t>(p.mask >> 1)};
+    (!(p.mask & 1) ? x : p.label & 1 ? one : zero).push_back(reduced);
+  }
+  Pairs(std::move(in)).clear();
+  for (Pairs* list : {&one, &zero}) sortUnique(*list);
+  // What stands in both differs in bit 0 alone.
+  std::set_intersection(one.begin(), one.end(), zero.begin(), zero.end(), std::back_inserter(x));
+  Pairs onlyOne;
+  Pairs onlyZero;
+  std::set_difference(one.begin(), one.end(), zero.begin(), zero.end(),
+                      std::back_inserter(onlyOne));
+  std::set_difference(zero.begin(), zero.end(), one.begin(), one.end(),
+                      std::back_inserter(onlyZero));
+  sortUnique(x);
+
+  Pairs out;
+  auto const rebuild = [&](Pairs merged, uint16_t labelBit, uint16_t maskBit) {
+    for (Pair const& p : merged)
+      out.push_back({static_cast<uint16_t>(p.label << 1 | labelBit),
+                     static_cast<uint16_t>(p.mask << 1 | maskBit)});
+  };
+  rebuild(mergePairs(bitWidth - 1, std::move(x)), 0, 0);
+  rebuild(mergePairs(bitWidth - 1, std::move(onlyOne)), 1, 1);
+  rebuild(mergePairs(bitWidth - 1, std::move(onlyZero)), 0, 1);
+  return out;
+}
+
+}  // namespace
+
+Mox::AttributeTable const& RangeMerger::attributeTable() const {
+  static Mox::AttributeTable const table = {
+      Mox::attribute<&RangeMerger::bitWidth_>("bitWidth"),
+      Mox::attribute<&RangeMerger::labelMask_>("labelMask")};
+  return table;
+}
+
+void RangeMerger::doMergeRange(uint32_t start, uint32_t end) {
+  if (auto line = trace(8))
+    line << "RangeMerger::" << "doMergeRange" << " start: " << start << ", end: " << end;
+  MOX_ASSERT(bitWidth());
+  MOX_ASSERT(end >= start);
+  uint32_t const full = (uint32_t{1} << bitWidth_) - 1;
+  auto const add = [&](uint32_t label, uint32_t mask) {
+    labelMask_->encLabelAndMaskIs(
+        EncodedLabelWithMask(static_cast<uint16_t>(label), static_cast<uint16_t>(mask)));
+  };
+  uint32_t cur = start;
+  while (cur <= end) {
+    uint32_t bits = 0;
+    // Grow while the block stays aligned and within the range.
+    while (bits < bitWidth_ && !(cur >> bits & 1) && cur + (uint32_t{2} << bits) - 1 <= end) ++bits;
+    add(cur, full << bits & full);
+    cur += uint32_t{1} << bits;
+  }
+}
+
+Mox::Ptr<RangeMerger> rangeMergerFactory(uint32_t bitWidth,
+                                         Mox::Ptr<EncodedLabelWithMaskList> labelMask) {
+  return Mox::makePtr<RangeMerger>(bitWidth, std::move(labelMask));
+}
+
+LabelMerger::LabelMerger(uint32_t bitWidth, Mox::Ptr<EncodedLabelWithMaskList const> inLabelMask,
+                         Mox::Ptr<EncodedLabelWithMaskList> outLabelMask)
+    : bitWidth_(bitWidth),
+      inLabelMask_(std::move(inLabelMask)),
+      outLabelMask_(std::move(outLabelMask)) {
+  handleInitialized();
+}
+
+Mox::AttributeTable const& LabelMerger::attributeTable() const {
+  static Mox::AttributeTable const table = {
+      Mox::attribute<&LabelMerger::bitWidth_>("bitWidth"),
+      Mox::attribute<&LabelMerger::inLabelMask_>("inLabelMask"),
+      Mox::attribute<&LabelMerger::outLabelMask_>("outLabelMask")};
+  return table;
+}
+
+void LabelMerger::handleInitialized() {
+  if (auto line = trace(8))
+    line << "LabelMerger::" << "handleInitialized" << " bitWidth: " << bitWidth_;
+  Pairs in;
+  in.reserve(inLabelMask_->encLabelAndMask().size());
+  for (EncodedLabelWithMask const& e : inLabelMask_->encLabelAndMask())
+    in.push_back({e.label().value(), e.mask().value()});
+  std::vector<EncodedLabelWithMask> out;
+  for (Pair const& p : mergePairs(bitWidth_, std::move(in))) out.emplace_back(p.label, p.mask);
+  outLabelMask_->encLabelAndMaskIs(std::move(out));
+}
+
+Mox::Ptr<LabelMerger> labelMergerFactory(uint32_t bitWidth,
+                                         Mox::Ptr<EncodedLabelWithMaskList const> inLabelMask,
+                                         Mox::Ptr<EncodedLabelWithMaskList> outLabelMask) {
+  return Mox::makePtr<LabelMerger>(bitWidth, std::move(inLabelMask), std::move(outLabelMask));
+}
+
+}  // namespace Naxel

@@ -1,0 +1,356 @@
+#include "naxel/encoder/NaxelLabelEncoderSm.h"
+
+#include "mox/Assert.h"
+#include "naxel/types/Action.h"
+#include "naxel/types/NaxelTrace.h"
+
+namespace Naxel {
+
+namespace {
+
+/// Runs a 32-bit hash over 64-bit words, mixed so that every bit of a word counts.
+class WordHash {
+ public:
+  void add(uint64_t word) { hash_.word(Mox::foldHash(Mox::mix64(word))); }
+  uint32_t finish() const { return hash_.finish(); }
+
+ private:
+  Mox::OneAtATime hash_;
+};
+
+uint64_t joinHalves(WordHash const& high, WordHash const& low) {
+  return uint64_t{high.finish()} << 32 | low.finish();
+}
+
+/// The encoded label of a plain label that the run has encoded.
+EncodedLabel encodedLabelOf(EncoderStatus const& status, PlainLabel label) {
+  EncodedLabel const* encoded = status.plainToEncodedLabel().get(label);
+  MOX_ASSERT(encoded);
+  return *encoded;
+}
+
+}  // namespace
+
+uint32_t naturalBitWidth(RangeSetType type) {
+  switch (type) {
+    case RangeSetType::srcPort:
+    case RangeSetType::dstPort: return Constants::l4PortBitWidth();
+    case RangeSetType::icmp: return Constants::icmpTypeBitWidth();
+    case RangeSetType::proto: return Constants::protoBitWidth();
+    case RangeSetType::length: return Constants::lengthBitWidth();
+    case RangeSetType::fragment: return Constants::fragmentBitWidth();
+    case RangeSetType::dscp: return Constants::dscpBitWidth();
+    case RangeSetType::rangeSetMax: break;
+  }
+  MOX_ASSERT(false && "Unknown rangeSet type");
+  return 0;
+}
+
+LabelEncoderSm::LabelEncoderSm(Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config,
+                               Mox::Ptr<EncoderStatus> status,
+                               Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+                               Mox::Ptr<ChipHwCapability const> hwCapability)
+    : StageSm(chipId, config, status),
+      config_(std::move(config)),
+      status_(std::move(status)),
+      usage_(std::move(genSetUsageInfo)),
+      hwCapability_(std::move(hwCapability)) {}
+
+Mox::TraceLine LabelEncoderSm::traceStep(int level, char const* step) const {
+  Mox::TraceLine line = trace(level);
+  if (line) line << traceKey_ << step;
+  return line;
+}
+
+EncodedLabelWithMaskList& LabelEncoderSm::eLabelMaskIs(GenSetKey key) {
+  auto& slot = eLabelMask_.at(key);
+  if (!slot) slot = Mox::makePtr<EncodedLabelWithMaskList>(key);
+  return *slot;
+}
+
+void LabelEncoderSm::doStartKick() {
+  traceStep(8, "doStartKick");
+  encodeBitWidthIs(currentBitWidth());
+  XformStatus const& xform = *config_->xformStatus();
+  if (encodeBitWidth_ == 0) {
+    traceStep(6, "doStartKick") << ": Not enabled";
+    // What an earlier width made must not be taken for an answer.
+    doForget();
+    eLabelMaskDelAll();
+    status_->plainToEncodedLabelDelAll();
+    status_->encodedLabelListDelAll();
+    doClearLoaderInfo();
+    return doSetStatus(StageStatusType::finishedNotEnabled);
+  }
+  if (xform.outputUnusable()) {
+    doForget();
+    return doFail(xform.unusableReason());
+  }
+  uint64_t const hash = doBuildWorkingSetHash();
+  bool const xformIdle = xform.status() == StageStatusType::finishedSkipped ||
+                         xform.status() == StageStatusType::finishedNotEnabled;
+  if (workingSetHash_ == hash && xformIdle) {
+    traceStep(6, "doStartKick") << ": Unchanged working set, skipping";
+    return doSetStatus(StageStatusType::finishedSkipped);
+  }
+  workingSetHash_.reset();
+  if (!doEncode()) {
+    traceStep(0, "doStartKick") << ": Generated too many encodedLabels";
+    return doFail(failure_);
+  }
+  doMerge();
+  doUpdateLoaderInfo();
+  workingSetHash_ = hash;
+  doSetStatus(StageStatusType::finishedSuccess);
+}
+
+uint64_t LabelEncoderSm::doBuildWorkingSetHash() const {
+  WordHash lists;
+  WordHash counts;
+  lists.add(labelWidth());
+  lists.add(encodeBitWidth_);
+  for (auto const& [key, list] : config_->xformStatus()->plainLabelListMap()->plainLabelList()) {
+    lists.add(key.value());
+    lists.add(list->label().size());
+    for (PlainLabel l : list->label()) lists.add(l.value());
+    if (GenSetRefCount const* count = usage_->refCount(key)) counts.add(count->hash());
+  }
+  return joinHalves(lists, counts);
+}
+
+bool LabelEncoderSm::doEncode() {
+  traceStep(8, "doEncode");
+  auto const allocStatus = Mox::makePtr<EncodedLabelAllocStatus>();
+  auto const costModel = Mox::makePtr<RefCntCostModel>(config_, usage_);
+  auto const allocator =
+      encodedLabelAllocatorFactory(encodeBitWidth_, config_, costModel, status_, allocStatus, 1);
+  if (allocStatus->status() == StageStatusType::finishedFailed) {
+    failure_ = traceKey_ + " " + std::to_string(allocator->labelsNeeded()) +
+               " encoded labels needed, width " + std::to_string(encodeBitWidth_) + " has " +
+               std::to_string((1u << encodeBitWidth_) - 1);
+    return false;
+  }
+  eLabelMaskDelAll();
+  for (auto const& [key, ranges] : allocStatus->keyToEncLabelList()) {
+    eLabelMaskIs(key);
+    RangeMerger merger(encodeBitWidth_, *eLabelMask_.get(key));
+    for (EncodedLabelRange const& r : ranges->encLabelRange())
+      merger.doMergeRange(r.start().value(), r.end().value());
+  }
+  shareEqualLists(*costModel);
+  return true;
+}
+
+void LabelEncoderSm::shareEqualLists(GenSetCostModel const& costModel) {
+  PlainLabelListMap const& lists = *config_->xformStatus()->plainLabelListMap();
+  Mox::HashMap<uint64_t, std::vector<GenSetKey>> firstByHash;
+  for (GenSetKey key : costModel.visitOrder()) {
+    auto const& labels = lists.plainLabelList(key)->label();
+    uint64_t hash = labels.size();
+    for (PlainLabel l : labels) hash = Mox::hashCombine(hash, l.value());
+    std::vector<GenSetKey>& firsts = firstByHash.at(hash);
+    GenSetKey same;
+    for (GenSetKey first : firsts)
+      if (lists.plainLabelList(first)->label() == labels) same = first;
+    if (!same) {
+      firsts.push_back(key);
+      continue;
+    }
+    eLabelMaskIs(key).encLabelAndMaskIs((*eLabelMask_.get(same))->encLabelAndMask().items());
+  }
+}
+
+void LabelEncoderSm::doMerge() {
+  traceStep(8, "doMerge");
+  EncoderStatus::MaskListMap lists;
+  for (auto const& [key, pairs] : eLabelMask_) {
+    auto merged = Mox::makePtr<EncodedLabelWithMaskList>(key);
+    LabelMerger const labelMerger(encodeBitWidth_, pairs, merged);
+    lists.set(key, std::move(merged));
+  }
+  status_->encodedLabelListIs(std::move(lists));
+}
+
+PrefixLabelEncoderSm::PrefixLabelEncoderSm(Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config,
+                                           Mox::Ptr<PrefixEncoderStatus> status,
+                                           Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+                                           Mox::Ptr<ChipHwCapability const> hwCapability)
+    : LabelEncoderSm(chipId, std::move(config), status, std::move(genSetUsageInfo),
+                     std::move(hwCapability)),
+      status_(std::move(status)) {
+  handleInitialized();
+}
+
+void PrefixLabelEncoderSm::handleInitialized() {
+  traceKeyIs("PrefixLabelEncoderSm(" + Mox::stringValue(status_->key().af()) +
+             (status_->key().src() ? ", src" : ", dst") + ")::");
+  traceStep(8, "handleInitialized");
+  encodeBitWidthIs(labelWidth());
+  MOX_ASSERT(encodeBitWidth());
+}
+
+PrefixXformStatus const& PrefixLabelEncoderSm::xform() const {
+  return static_cast<PrefixXformStatus const&>(*encoderConfig().xformStatus());
+}
+
+bool PrefixLabelEncoderSm::doEncode() {
+  if (!LabelEncoderSm::doEncode()) return false;
+  // The one group that may be in no list is the empty one, of addresses that are only excepted. Its
+  // prefixes need an entry that stops the longest-prefix match and that no set matches.
+  EncoderStatus::LabelMap labels = encoderStatus().plainToEncodedLabel();
+  for (auto const& [prefix, label] : xform().prefixToLabelMap())
+    if (!labels.contains(label)) labels.set(label, reservedLabel());
+  encoderStatus().plainToEncodedLabelIs(std::move(labels));
+  return true;
+}
+
+void PrefixLabelEncoderSm::doUpdateLoaderInfo() {
+  traceStep(8, "doUpdateLoaderInfo");
+  auto info = Mox::makePtr<PrefixXformLoaderInfo>();
+  for (auto const& [prefix, label] : xform().prefixToLabelMap())
+    info->prefixToLabelMapIs(prefix, encodedLabelOf(encoderStatus(), label));
+  status_->loaderInfoIs(std::move(info));
+}
+
+RangeEncoderSm::RangeEncoderSm(Obel::ChipId chipId, Mox::Ptr<RangeEncoderConfig> config,
+                               Mox::Ptr<RangeEncoderStatus> status,
+                               Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+                               Mox::Ptr<ChipHwCapability const> hwCapability)
+    : LabelEncoderSm(chipId, config, status, std::move(genSetUsageInfo), std::move(hwCapability)),
+      config_(std::move(config)),
+      status_(std::move(status)) {
+  handleInitialized();
+}
+
+void RangeEncoderSm::handleInitialized() {
+  traceKeyIs("RangeEncoderSm(" + Mox::stringValue(status_->key()) + ")::");
+  traceStep(8, "handleInitialized");
+  encodeBitWidthIs(currentBitWidth());
+}
+
+uint64_t RangeEncoderSm::doBuildWorkingSetHash() const {
+  if (labelWidth()) return LabelEncoderSm::doBuildWorkingSetHash();
+  WordHash sets;
+  WordHash counts;
+  sets.add(0);  // raw mode
+  sets.add(encodeBitWidth());
+  for (auto const& [key, set] : config_->aggregatorInfo()->rangeSetColl()) {
+    sets.add(key.value());
+    sets.add(set->range().size());
+    for (RangeSetElem const& e : set->range()) sets.add(uint64_t{e.first()} << 16 | e.last());
+    if (GenSetRefCount const* count = usage().refCount(key)) counts.add(count->hash());
+  }
+  return joinHalves(sets, counts);
+}
+
+bool RangeEncoderSm::doEncode() {
+  if (labelWidth()) return LabelEncoderSm::doEncode();
+  traceStep(8, "doEncode");
+  eLabelMaskDelAll();
+  encoderStatus().plainToEncodedLabelDelAll();
+  for (auto const& [key, set] : config_->aggregatorInfo()->rangeSetColl()) {
+    eLabelMaskIs(key);
+    RangeMerger merger(encodeBitWidth(), *eLabelMask().get(key));
+    for (RangeSetElem const& e : set->range()) merger.doMergeRange(e.first(), e.last());
+  }
+  return true;
+}
+
+void RangeEncoderSm::doUpdateLoaderInfo() {
+  traceStep(8, "doUpdateLoaderInfo");
+  if (!labelWidth()) return doClearLoaderInfo();
+  auto const& xform = static_cast<RangeSplitStatus const&>(*encoderConfig().xformStatus());
+  auto info = Mox::makePtr<RangeSplitLoaderInfo>();
+  for (auto const& [elem, label] : xform.rangeToPlainLabelMap())
+    info->rangeToEncodedLabelMapIs(elem, encodedLabelOf(encoderStatus(), label));
+  status_->loaderInfoIs(std::move(info));
+}
+
+ComboLabelEncoderSm::ComboLabelEncoderSm(Obel::ChipId chipId,
+                                         Mox::Ptr<ComboLabelEncoderConfig> config,
+                                         Mox::Ptr<ComboLabelEncoderStatus> status,
+                                         Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+                                         Mox::Ptr<ChipHwCapability const> hwCapability)
+    : LabelEncoderSm(chipId, config, status, std::move(genSetUsageInfo), std::move(hwCapability)),
+      config_(std::move(config)),
+      status_(std::move(status)) {
+  handleInitialized();
+}
+
+void ComboLabelEncoderSm::handleInitialized() {
+  traceKeyIs("ComboLabelEncoderSm(" + Mox::stringValue(status_->key()) + ")::");
+  traceStep(8, "handleInitialized");
+  encodeBitWidthIs(currentBitWidth());
+}
+
+ComboLabelSplitStatus const& ComboLabelEncoderSm::xform() const {
+  return static_cast<ComboLabelSplitStatus const&>(*encoderConfig().xformStatus());
+}
+
+uint64_t ComboLabelEncoderSm::doBuildWorkingSetHash() const {
+  // The table's keys are labels of the two sides, which may have been encoded anew without any change
+  // of the combinations.
+  WordHash sides;
+  for (auto const& [combo, label] : xform().comboToPlainLabelMap()) {
+    EncodedLabel const* src = srcEncStatus()->plainToEncodedLabel().get(combo.srcLabel());
+    EncodedLabel const* dst = dstEncStatus()->plainToEncodedLabel().get(combo.dstLabel());
+    sides.add(Mox::hashOf(combo));
+    sides.add(uint64_t{label.value()} << 32 | uint64_t{src ? src->value() : 0u} << 16 |
+              (dst ? dst->value() : 0u));
+  }
+  return LabelEncoderSm::doBuildWorkingSetHash() ^ uint64_t{sides.finish()} << 32;
+}
+
+void ComboLabelEncoderSm::doUpdateLoaderInfo() {
+  traceStep(8, "doUpdateLoaderInfo");
+  std::vector<ComboLabelLoaderInfo::LabelMap::value_type> entries;
+  entries.reserve(xform().comboToPlainLabelMap().size());
+  for (auto const& [comboLabel, label] : xform().comboToPlainLabelMap()) {
+    MOX_ASSERT_TEXT(srcEncStatus()->plainToEncodedLabelHas(comboLabel.srcLabel()),
+                    "srcEncStatus()->plainToEncodedLabelHas( comboLabel.srcLabel() )");
+    MOX_ASSERT_TEXT(dstEncStatus()->plainToEncodedLabelHas(comboLabel.dstLabel()),
+                    "dstEncStatus()->plainToEncodedLabelHas( comboLabel.dstLabel() )");
+    entries.emplace_back(
+        EncodedComboLabel(encodedLabelOf(*srcEncStatus(), comboLabel.srcLabel()),
+                          encodedLabelOf(*dstEncStatus(), comboLabel.dstLabel())),
+        encodedLabelOf(encoderStatus(), label));
+  }
+  auto info = Mox::makePtr<ComboLabelLoaderInfo>();
+  info->encComboToEncodedLabelMapIs(std::move(entries));
+  status_->loaderInfoIs(std::move(info));
+}
+
+Mox::Ptr<LabelEncoderSm> labelEncoderSmFactory(Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config,
+                                               Mox::Ptr<EncoderStatus> status,
+                                               Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+                                               Mox::Ptr<ChipHwCapability const> hwCapability) {
+  return Mox::makePtr<LabelEncoderSm>(chipId, std::move(config), std::move(status),
+                                      std::move(genSetUsageInfo), std::move(hwCapability));
+}
+
+Mox::Ptr<PrefixLabelEncoderSm> prefixLabelEncoderSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config, Mox::Ptr<PrefixEncoderStatus> status,
+    Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+    Mox::Ptr<ChipHwCapability const> hwCapability) {
+  return Mox::makePtr<PrefixLabelEncoderSm>(chipId, std::move(config), std::move(status),
+                                            std::move(genSetUsageInfo), std::move(hwCapability));
+}
+
+Mox::Ptr<RangeEncoderSm> rangeEncoderSmFactory(Obel::ChipId chipId,
+                                               Mox::Ptr<RangeEncoderConfig> config,
+                                               Mox::Ptr<RangeEncoderStatus> status,
+                                               Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+                                               Mox::Ptr<ChipHwCapability const> hwCapability) {
+  return Mox::makePtr<RangeEncoderSm>(chipId, std::move(config), std::move(status),
+                                      std::move(genSetUsageInfo), std::move(hwCapability));
+}
+
+Mox::Ptr<ComboLabelEncoderSm> comboLabelEncoderSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<ComboLabelEncoderConfig> config,
+    Mox::Ptr<ComboLabelEncoderStatus> status, Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+    Mox::Ptr<ChipHwCapability const> hwCapability) {
+  return Mox::makePtr<ComboLabelEncoderSm>(chipId, std::move(config), std::move(status),
+                                           std::move(genSetUsageInfo), std::move(hwCapability));
+}
+
+}  // namespace Naxel

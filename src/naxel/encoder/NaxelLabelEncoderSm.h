@@ -1,0 +1,182 @@
+#pragma once
+
+/// The label encoder stages: they turn the plain labels of the transforms into encoded labels and each
+/// set into value/mask pairs over them. One base does the work; the three kinds differ in key, width,
+/// inputs and loader info.
+///
+/// Reads    the label lists of the transform that feeds the encoder, and the counts of use; the range
+///          encoder also the range sets, the combo encoder the labels of both sides' encoders.
+/// Writes   an EncoderStatus: plain to encoded labels, each set's pairs, and a loader info.
+/// Skips    when the transform reports that it skipped or is not enabled and the digest equals that of
+///          the last run that succeeded. The digest covers the lists (or in raw mode the range sets),
+///          the counts, mode and width, and for combinations the labels of both sides.
+/// Fails    when the transform's output is unusable or the labels do not fit into the width.
+/// Not enabled where a combination has no width; then nothing is published.
+/// Order    by ascending key; equal lists get equal pairs.
+///
+/// Each encoder keeps the highest value of its width free of every set's pairs: it is what a chip
+/// yields that must yield something on a miss, and the label of pieces that are in no set.
+///
+/// A range field without label width is encoded raw: the pairs match the field's own value.
+
+#include <optional>
+
+#include "mox/Trace.h"
+#include "naxel/control/StageSm.h"
+#include "naxel/encoder/CostModel.h"
+#include "naxel/encoder/EncodedLabelAllocator.h"
+#include "naxel/encoder/EncoderTypes.h"
+#include "naxel/encoder/Mergers.h"
+#include "naxel/loader/HwCapability.h"
+
+namespace Naxel {
+
+/// Bits of the raw value of a range field.
+uint32_t naturalBitWidth(RangeSetType type);
+
+class NAXEL_EXPORT LabelEncoderSm : public StageSm {
+ public:
+  LabelEncoderSm(Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config,
+                 Mox::Ptr<EncoderStatus> status, Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+                 Mox::Ptr<ChipHwCapability const> hwCapability);
+
+  /// Width of the encoded labels as of the last kick; 0 when the encoder is not enabled.
+  uint32_t encodeBitWidth() const { return encodeBitWidth_; }
+  std::string const& traceKey() const { return traceKey_; }
+  /// Digest of the last run that succeeded; none before it and after a failure.
+  std::optional<uint64_t> workingSetHash() const { return workingSetHash_; }
+  /// The pairs of each set before merging.
+  Mox::OrderedMap<GenSetKey, Mox::Ptr<EncodedLabelWithMaskList>> const& eLabelMask() const {
+    return eLabelMask_;
+  }
+
+  void doStartKick() final;
+  virtual uint64_t doBuildWorkingSetHash() const;
+  /// Fills eLabelMask; false when the labels do not fit.
+  virtual bool doEncode();
+  virtual void doUpdateLoaderInfo() {}
+  void doMerge();
+
+ protected:
+  /// Width under the encoder's key as the capability has it now.
+  virtual uint32_t labelWidth() const { return 0; }
+  /// Width to encode in: the label width, unless the kind has a fallback.
+  virtual uint32_t currentBitWidth() const { return labelWidth(); }
+  virtual void doClearLoaderInfo() {}
+  void doForget() noexcept override { workingSetHash_.reset(); }
+  void traceKeyIs(std::string v) { traceKey_ = std::move(v); }
+  void encodeBitWidthIs(uint32_t v) { encodeBitWidth_ = v; }
+
+  EncoderConfig const& encoderConfig() const { return *config_; }
+  EncoderStatus& encoderStatus() const { return *status_; }
+  ChipHwCapability const& hwCapability() const { return *hwCapability_; }
+  GenSetUsageInfo const& usage() const { return *usage_; }
+  EncodedLabelWithMaskList& eLabelMaskIs(GenSetKey key);
+  void eLabelMaskDelAll() { eLabelMask_.clear(); }
+  Mox::TraceLine traceStep(int level, char const* step) const;
+  /// The value that belongs to no set.
+  EncodedLabel reservedLabel() const {
+    return EncodedLabel(static_cast<uint16_t>((1u << encodeBitWidth_) - 1));
+  }
+
+ private:
+  /// Gives sets that consist of the same labels the pairs of the first of them in cost order: only
+  /// that one has the labels in blocks, and all of them match the same pieces.
+  void shareEqualLists(GenSetCostModel const& costModel);
+
+  Mox::Ptr<EncoderConfig> config_;
+  Mox::Ptr<EncoderStatus> status_;
+  Mox::Ptr<GenSetUsageInfo const> usage_;
+  Mox::Ptr<ChipHwCapability const> hwCapability_;
+  uint32_t encodeBitWidth_ = 0;
+  std::string traceKey_;
+  std::optional<uint64_t> workingSetHash_;
+  Mox::OrderedMap<GenSetKey, Mox::Ptr<EncodedLabelWithMaskList>> eLabelMask_;
+  std::string failure_;
+};
+
+/// Sets of prefixes of one family and side. The chip must give them a width of 1 to 16.
+class NAXEL_EXPORT PrefixLabelEncoderSm : public LabelEncoderSm {
+ public:
+  PrefixLabelEncoderSm(Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config,
+                       Mox::Ptr<PrefixEncoderStatus> status,
+                       Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+                       Mox::Ptr<ChipHwCapability const> hwCapability);
+  bool doEncode() override;
+  void doUpdateLoaderInfo() override;
+
+ protected:
+  uint32_t labelWidth() const override { return hwCapability().prefixXformWidth(status_->key()); }
+  void doClearLoaderInfo() override { status_->loaderInfoIs(nullptr); }
+
+ private:
+  void handleInitialized();
+  PrefixXformStatus const& xform() const;
+  Mox::Ptr<PrefixEncoderStatus> status_;
+};
+
+/// Sets of ranges of one field.
+class NAXEL_EXPORT RangeEncoderSm : public LabelEncoderSm {
+ public:
+  RangeEncoderSm(Obel::ChipId chipId, Mox::Ptr<RangeEncoderConfig> config,
+                 Mox::Ptr<RangeEncoderStatus> status,
+                 Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+                 Mox::Ptr<ChipHwCapability const> hwCapability);
+  uint64_t doBuildWorkingSetHash() const override;
+  bool doEncode() override;
+  void doUpdateLoaderInfo() override;
+
+ protected:
+  uint32_t labelWidth() const override { return hwCapability().rangeXformWidth(status_->key()); }
+  uint32_t currentBitWidth() const override {
+    return labelWidth() ? labelWidth() : naturalBitWidth(status_->key());
+  }
+  void doClearLoaderInfo() override { status_->loaderInfoIs(nullptr); }
+
+ private:
+  void handleInitialized();
+  Mox::Ptr<RangeEncoderConfig> config_;
+  Mox::Ptr<RangeEncoderStatus> status_;
+};
+
+/// Combination sets of one type.
+class NAXEL_EXPORT ComboLabelEncoderSm : public LabelEncoderSm {
+ public:
+  ComboLabelEncoderSm(Obel::ChipId chipId, Mox::Ptr<ComboLabelEncoderConfig> config,
+                      Mox::Ptr<ComboLabelEncoderStatus> status,
+                      Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+                      Mox::Ptr<ChipHwCapability const> hwCapability);
+  uint64_t doBuildWorkingSetHash() const override;
+  void doUpdateLoaderInfo() override;
+
+ protected:
+  uint32_t labelWidth() const override { return hwCapability().comboXformWidth(status_->key()); }
+  void doClearLoaderInfo() override { status_->loaderInfoIs(nullptr); }
+
+ private:
+  void handleInitialized();
+  ComboLabelSplitStatus const& xform() const;
+  Mox::Ptr<EncoderStatus const> const& srcEncStatus() const { return config_->srcEncStatus(); }
+  Mox::Ptr<EncoderStatus const> const& dstEncStatus() const { return config_->dstEncStatus(); }
+  Mox::Ptr<ComboLabelEncoderConfig> config_;
+  Mox::Ptr<ComboLabelEncoderStatus> status_;
+};
+
+NAXEL_EXPORT Mox::Ptr<LabelEncoderSm> labelEncoderSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config, Mox::Ptr<EncoderStatus> status,
+    Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+    Mox::Ptr<ChipHwCapability const> hwCapability);
+NAXEL_EXPORT Mox::Ptr<PrefixLabelEncoderSm> prefixLabelEncoderSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config, Mox::Ptr<PrefixEncoderStatus> status,
+    Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+    Mox::Ptr<ChipHwCapability const> hwCapability);
+NAXEL_EXPORT Mox::Ptr<RangeEncoderSm> rangeEncoderSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<RangeEncoderConfig> config, Mox::Ptr<RangeEncoderStatus> status,
+    Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+    Mox::Ptr<ChipHwCapability const> hwCapability);
+NAXEL_EXPORT Mox::Ptr<ComboLabelEncoderSm> comboLabelEncoderSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<ComboLabelEncoderConfig> config,
+    Mox::Ptr<ComboLabelEncoderStatus> status, Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
+    Mox::Ptr<ChipHwCapability const> hwCapability);
+
+}  // namespace Naxel

@@ -1,0 +1,16 @@
+#pragma once
+
+/// Digest of an ACL configuration.
+
+#include "naxel/genset/NaxelAggregatorTypes.h"
+
+namespace Naxel {
+
+/// Digest of everything in the configuration that the compiled rules depend on, independent of the
+/// order in which it is walked. `enabledCombos` has a bit for each combination type that the chip
+/// matches through one label. Each ACL, each rule and each index enters as one mixed 64-bit value
+/// that includes the ACL's name and the place of every field, so that parts which change places or
+/// occur twice do not cancel.
+AggregatorWorkingSet digestAcls(AclConfigColl const& coll, uint32_t enabledCombos);
+
+}  // namespace Naxel

@@ -1,0 +1,62 @@
+#pragma once
+
+/// Hash-consing of key groups: one shared, frozen object per distinct content, so that transforms can
+/// tell and combine groups by pointer.
+
+#include <optional>
+
+#include "mox/HashMap.h"
+#include "naxel/genset/GenSet.h"
+
+namespace Naxel {
+
+/// Hash of a set of keys that can be updated as keys come and go: the sum of the mixed keys.
+class KeySetHash {
+ public:
+  void add(GenSetKey key) { sum_ += Mox::mix64(key.value()); }
+  void remove(GenSetKey key) { sum_ -= Mox::mix64(key.value()); }
+  uint64_t value() const { return sum_; }
+
+ private:
+  uint64_t sum_ = 0;
+};
+
+/// Lives for one run of a transform.
+class KeyGroupInterner {
+ public:
+  using Keys = std::vector<GenSetKey>;
+
+  /// The group of these ascending keys. O(size of the group).
+  Mox::Ptr<GenSetKeyGroup> intern(Keys const& keys) {
+    KeySetHash hash;
+    for (GenSetKey key : keys) hash.add(key);
+    return intern(keys, hash);
+  }
+  /// The same with the hash at hand: content is copied only for a group that is new.
+  Mox::Ptr<GenSetKeyGroup> intern(Keys const& keys, KeySetHash const& hash);
+
+  /// Number of distinct groups so far.
+  size_t size() const { return groups_.size(); }
+
+ private:
+  struct Entry {
+    uint64_t hash = 0;
+    Keys const* probe = nullptr;  // content to look for; null in stored entries
+    Mox::Ptr<GenSetKeyGroup> group;
+
+    Keys const& keys() const { return probe ? *probe : group->keyGroup().items(); }
+    uint64_t hash64() const { return Mox::mix64(hash); }
+    bool operator==(Entry const& o) const { return hash == o.hash && keys() == o.keys(); }
+  };
+  Mox::HashSet<Entry> groups_;
+};
+
+inline Mox::Ptr<GenSetKeyGroup> KeyGroupInterner::intern(Keys const& keys, KeySetHash const& hash) {
+  if (Entry const* known = groups_.find(Entry{hash.value(), &keys, nullptr})) return known->group;
+  auto group = genSetKeyGroupFactory();
+  group->keyGroupIs(keys);
+  groups_.insert(Entry{hash.value(), nullptr, group});
+  return group;
+}
+
+}  // namespace Naxel

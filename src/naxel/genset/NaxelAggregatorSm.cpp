@@ -1,0 +1,260 @@
+#include "naxel/genset/NaxelAggregatorSm.h"
+
+#include "mox/Assert.h"
+#include "naxel/genset/AclCheck.h"
+#include "naxel/genset/AclDigest.h"
+#include "naxel/types/NaxelTrace.h"
+
+namespace Naxel {
+
+namespace {
+
+/// Text of the error that refuses a second instance under a key.
+template <class A, class B>
+[[noreturn]] void throwNameInUse(char const* parameter, A const& wanted, B const& held) {
+  throw Mox::NameInUseError(
+      std::string("Reinstantiating the pointer interface where constructor parameter attribute ") +
+      parameter + " has a different value of " + Mox::attributeTextOf(wanted) +
+      " than the current value of " + Mox::attributeTextOf(held) + " not allowed");
+}
+
+std::vector<Lumox::IpGenPrefix> masked(IpPrefixList::PrefixColl const& prefixes) {
+  std::vector<Lumox::IpGenPrefix> all;
+  all.reserve(prefixes.size());
+  for (auto const& p : prefixes) all.push_back(p.masked());
+  return all;
+}
+
+}  // namespace
+
+void PrefixDedupMarkAndSweeper::doCleanupSweptEntry(GenSetKey key) {
+  if (auto line = trace(6))
+    line << "PrefixDeduper(af=" << key_.af() << ", src=" << int{key_.src()} << ", chipId:" << chipId_
+         << ") Cleaning up key:" << key;
+  prefixAggInfo_->prefixSetCollDel(key);
+}
+
+GenSetKey PrefixDedupMarkAndSweeper::getGenSetKey(Dedupable const& obj) const {
+  auto const* prefixListDedup = dynamic_cast<PrefixListDedup const*>(&obj);
+  MOX_ASSERT(prefixListDedup);
+  return prefixListDedup->prefixSet() ? prefixListDedup->prefixSet()->key() : GenSetKey();
+}
+
+void RangeDedupMarkAndSweeper::doCleanupSweptEntry(GenSetKey key) {
+  if (auto line = trace(6))
+    line << "RangeDeduper(type=" << type_ << ", chipId:" << chipId_ << "): Cleaning up key:" << key;
+  rangeSplitAggInfo_->rangeSetCollDel(key);
+}
+
+GenSetKey RangeDedupMarkAndSweeper::getGenSetKey(Dedupable const& obj) const {
+  auto const* rangeSet = dynamic_cast<RangeSet const*>(&obj);
+  MOX_ASSERT(rangeSet);
+  return rangeSet->key();
+}
+
+AggregatorSm::AggregatorSm(Obel::ChipId chipId, Mox::Ptr<AggregatorConfig> config,
+                           Mox::Ptr<AggregatorStatus> status,
+                           Mox::Ptr<ChipHwCapability const> hwCapability,
+                           Mox::Ptr<GenSetKeyGenerator> genSetKeyGen)
+    : StageSm(chipId, config, status),
+      aggConfig_(std::move(config)),
+      aggStatus_(std::move(status)),
+      hwCapability_(std::move(hwCapability)),
+      genSetKeyGen_(std::move(genSetKeyGen)) {}
+
+Mox::Ptr<PrefixDedupMarkAndSweeper> AggregatorSm::prefixDeduperIs(
+    PrefixXformKey const& key, Mox::Ptr<PrefixAggregatorInfo> const& info, Obel::ChipId chipId) {
+  Mox::Ptr<PrefixDedupMarkAndSweeper>& slot = prefixDeduper_.at(key);
+  if (!slot) slot = Mox::makePtr<PrefixDedupMarkAndSweeper>(key, info, chipId);
+  if (slot->prefixAggInfo() != info) throwNameInUse("_prefixAggInfo", info, slot->prefixAggInfo());
+  if (slot->chipId() != chipId) throwNameInUse("_chipId", chipId, slot->chipId());
+  return slot;
+}
+
+Mox::Ptr<RangeDedupMarkAndSweeper> AggregatorSm::rangeDeduperIs(
+    RangeSetType type, Mox::Ptr<RangeSplitAggregatorInfo> const& info, Obel::ChipId chipId) {
+  Mox::Ptr<RangeDedupMarkAndSweeper>& slot = rangeDeduper_.at(type);
+  if (!slot) slot = Mox::makePtr<RangeDedupMarkAndSweeper>(type, info, chipId);
+  if (slot->rangeSplitAggInfo() != info)
+    throwNameInUse("_rangeSplitAggInfo", info, slot->rangeSplitAggInfo());
+  if (slot->chipId() != chipId) throwNameInUse("_chipId", chipId, slot->chipId());
+  return slot;
+}
+
+void AggregatorSm::doStartKick() {
+  if (auto line = trace(8)) line << "AggregatorSm(" << chipId() << ")::doStartKick";
+  AggregatorWorkingSet const workingSet = doBuildWorkingSet();
+  if (aggWorkingSet_ == workingSet) {
+    if (auto line = trace(6))
+      line << "AggregatorSm(" << chipId() << ")::doStartKick" << ": Unchanged working set, skipping";
+    return doSetStatus(StageStatusType::finishedSkipped);
+  }
+  // Nothing has been touched yet, so a refused configuration leaves the last good state usable.
+  if (auto reason = checkAcls(*aggConfig_->aclConfigColl())) {
+    if (auto line = trace(0)) line << "AggregatorSm(" << chipId() << ")::doStartKick: " << *reason;
+    return doFail(*reason);
+  }
+  aggWorkingSet_.reset();
+  doCleanSm();
+  doBuildSets();
+  doDeleteUnusedSets();
+  aggWorkingSet_ = workingSet;
+  doSetStatus(StageStatusType::finishedSuccess);
+}
+
+AggregatorWorkingSet AggregatorSm::doBuildWorkingSet() const {
+  uint32_t enabledCombos = 0;
+  for (ComboLabelSetType type : allComboLabelSetTypes())
+    if (hwCapability_->comboXformWidth(type)) enabledCombos |= 1u << static_cast<unsigned>(type);
+  return digestAcls(*aggConfig_->aclConfigColl(), enabledCombos);
+}
+
+void AggregatorSm::doCleanSm() {
+  for (auto const& [key, deduper] : prefixDeduper_) deduper->unmarkAll();
+  for (auto const& [type, deduper] : rangeDeduper_) deduper->unmarkAll();
+  deleteUnnamedSets();
+  aggStatus_->aclGenSetIpRuleListDelAll();
+  aggStatus_->genSetUsageInfo()->refCountDelAll();
+}
+
+void AggregatorSm::deleteUnnamedSets() {
+  // A run that was broken off by an exception may leave sets that no record stands for; they would
+  // spend labels for ever.
+  auto const sweep = [](DedupMarkAndSweeper const& deduper, auto const& coll, auto del) {
+    Mox::HashSet<GenSetKey> named;
+    for (auto const& [obj, mark] : deduper.deduped())
+      if (GenSetKey const key = deduper.getGenSetKey(*obj)) named.insert(key);
+    if (named.size() == coll.size()) return;
+    std::vector<GenSetKey> unnamed;
+    for (auto const& [key, set] : coll)
+      if (!named.contains(key)) unnamed.push_back(key);
+    for (GenSetKey key : unnamed) del(key);
+  };
+  for (auto const& [key, deduper] : prefixDeduper_) {
+    PrefixAggregatorInfo& info = *deduper->prefixAggInfo();
+    sweep(*deduper, info.prefixSetColl(), [&](GenSetKey k) { info.prefixSetCollDel(k); });
+  }
+  for (auto const& [type, deduper] : rangeDeduper_) {
+    RangeSplitAggregatorInfo& info = *deduper->rangeSplitAggInfo();
+    sweep(*deduper, info.rangeSetColl(), [&](GenSetKey k) { info.rangeSetCollDel(k); });
+  }
+}
+
+void AggregatorSm::doBuildSets() {
+  doBuildFieldSets();
+  doBuildAclGenSetRuleById();
+}
+
+void AggregatorSm::doBuildFieldSets() {
+  dumpAllPrefixListsInRules();
+  dumpAllFieldSetsInRules();
+  for (auto const& [aclName, acl] : aggConfig_->aclConfigColl()->acl()) {
+    Lumox::AddressFamily const af = aclFamily(*acl);
+    auto const list = aggStatus_->aclGenSetIpRuleListIs(aclName, af);
+    for (auto const& [ruleName, rule] : acl->ruleByName()) {
+      auto const setRule = list->genSetIpRuleIs(ruleName);
+      setRule->actionIs(rule->action());
+      if (rule->ruleFilter()) buildRuleSets(*rule->ruleFilter(), af, *setRule);
+    }
+  }
+  dumpAllPrefixSets();
+  dumpAllRangeSets();
+}
+
+void AggregatorSm::buildRuleSets(RuleFilter const& filter, Lumox::AddressFamily af,
+                                 GenSetIpRule& rule) {
+  GenSetUsageInfo& usage = *aggStatus_->genSetUsageInfo();
+  if (filter.source()) {
+    rule.sourceIs(doBuildPrefixSet(PrefixXformKey(af, true), filter.source()));
+    usage.refCountIs(rule.source()).valueInc(1);
+  }
+  if (filter.destination()) {
+    rule.destinationIs(doBuildPrefixSet(PrefixXformKey(af, false), filter.destination()));
+    usage.refCountIs(rule.destination()).valueInc(1);
+  }
+  size_t type = 0;
+  filter.forEachRangeColl([&](auto const& ranges) {
+    RangeSetType const setType = allRangeSetTypes()[type++];
+    if (!ranges.empty()) rule.rangeIs(setType, buildRangeSet(setType, ranges));
+  });
+  rule.matchTcpInitIs(filter.matchTcpInit());
+  rule.matchTcpEstablishedIs(filter.matchTcpEstablished());
+  uncountPair(prefixComboType(af), rule);
+  uncountPair(ComboLabelSetType::srcDstL4Port, rule);
+}
+
+void AggregatorSm::uncountPair(ComboLabelSetType type, GenSetIpRule const& rule) {
+  GenSetKeyPair const pair = rule.comboPair(type);
+  if (!pair.src() || !pair.dst() || hwCapability_->comboXformWidth(type) == 0) return;
+  aggStatus_->genSetUsageInfo()->refCountIs(pair.src()).valueDec(1);
+  aggStatus_->genSetUsageInfo()->refCountIs(pair.dst()).valueDec(1);
+}
+
+GenSetKey AggregatorSm::doBuildPrefixSet(PrefixXformKey const& key,
+                                         Mox::Ptr<IpPrefixList const> const& list) {
+  auto const info = aggStatus_->prefixInfo(key);
+  auto const deduper = prefixDeduperIs(key, info, chipId());
+  Mox::Ptr<Dedupable> const record = prefixListDedupFactory(list);
+  if (GenSetKey const known = deduper->addDeduped(record)) return known;
+
+  GenSetKey const setKey = genSetKeyGen_->newKey();
+  auto const set = info->prefixSetCollIs(setKey);
+  set->prefixIs(masked(list->addr()));
+  set->exceptPrefixIs(masked(list->exceptAddr()));
+  // The record that stands for the content, which is an older one than ours where an exception kept
+  // it from getting its set.
+  Mox::dynamicPtrCast<PrefixListDedup>(deduper->addObj(record))->prefixSetIs(set);
+  if (auto line = trace(6))
+    line << "AggregatorSm(" << chipId() << ")::doBuildPrefixSet" << " Creating prefixSet, "
+         << " prefixXformKey:" << key << ", set key:" << setKey << set->stringValue();
+  return setKey;
+}
+
+template <class RangeColl>
+GenSetKey AggregatorSm::buildRangeSet(RangeSetType type, RangeColl const& ranges) {
+  if (auto line = trace(8))
+    line << "AggregatorSm(" << chipId() << ")::buildRangeSet" << ", setType:" << type;
+  auto const info = aggStatus_->rangeSplitInfo(type);
+  GenSetKey key = genSetKeyGen_->newKey();
+  auto const set = info->rangeSetCollIs(key, type);
+  // The ends fit: the whole configuration has been checked against the bounds of its fields.
+  for (auto const& r : ranges)
+    set->rangeIs(RangeSetElem(static_cast<uint16_t>(r.rangeStart()),
+                              static_cast<uint16_t>(r.rangeEnd())));
+  GenSetKey const canonical = rangeDeduperIs(type, info, chipId())->addDeduped(set);
+  if (canonical != key) {
+    if (auto line = trace(6))
+      line << "AggregatorSm(" << chipId() << ")::buildRangeSet" << " Reusing rangeSet, key:"
+           << canonical;
+    info->rangeSetCollDel(key);
+    key = canonical;
+  } else if (auto line = trace(6)) {
+    line << "AggregatorSm(" << chipId() << ")::buildRangeSet" << " Creating rangeSet, key:" << key
+         << set->stringValue();
+  }
+  aggStatus_->genSetUsageInfo()->refCountIs(key).valueInc(1);
+  return key;
+}
+
+void AggregatorSm::doBuildAclGenSetRuleById() {
+  for (auto const& [aclName, acl] : aggConfig_->aclConfigColl()->acl()) {
+    auto const list = aggStatus_->aclGenSetIpRuleList(aclName);
+    for (auto const& [index, rule] : acl->ruleById())
+      list->genSetIpRuleByIdIs(index, list->genSetIpRule(rule->name()));
+  }
+}
+
+void AggregatorSm::doDeleteUnusedSets() {
+  for (auto const& [key, deduper] : prefixDeduper_) deduper->sweepUnmarked();
+  for (auto const& [type, deduper] : rangeDeduper_) deduper->sweepUnmarked();
+}
+
+Mox::Ptr<AggregatorSm> aggregatorSmFactory(Obel::ChipId chipId, Mox::Ptr<AggregatorConfig> config,
+                                           Mox::Ptr<AggregatorStatus> status,
+                                           Mox::Ptr<ChipHwCapability const> hwCapability,
+                                           Mox::Ptr<GenSetKeyGenerator> genSetKeyGen) {
+  return Mox::makePtr<AggregatorSm>(chipId, std::move(config), std::move(status),
+                                    std::move(hwCapability), std::move(genSetKeyGen));
+}
+
+}  // namespace Naxel

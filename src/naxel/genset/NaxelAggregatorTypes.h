@@ -1,0 +1,212 @@
+#pragma once
+
+/// What the aggregator reads and writes: its configuration, and the sets and rules that all later
+/// stages work from.
+
+#include <array>
+#include <string>
+
+#include "naxel/control/StageTypes.h"
+#include "naxel/genset/GenSet.h"
+#include "naxel/types/AclConfig.h"
+
+namespace Naxel {
+
+/// Points the aggregator at the chip's ACL configuration.
+class NAXEL_EXPORT AggregatorConfig : public StageConfig {
+ public:
+  explicit AggregatorConfig(Mox::Ptr<AclConfigColl const> coll) : aclConfigColl_(std::move(coll)) {}
+  std::string_view fwkType() const override { return "Naxel::AggregatorConfig"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  Mox::Ptr<AclConfigColl const> const& aclConfigColl() const { return aclConfigColl_; }
+
+ private:
+  Mox::Ptr<AclConfigColl const> aclConfigColl_;
+};
+NAXEL_EXPORT Mox::Ptr<AggregatorConfig> aggregatorConfigFactory(
+    Mox::Ptr<AclConfigColl const> aclConfigColl);
+
+/// All prefix sets of one family and side, by ascending key.
+class NAXEL_EXPORT PrefixAggregatorInfo : public Mox::Entity {
+ public:
+  explicit PrefixAggregatorInfo(PrefixXformKey const& key) : prefixXformKey_(key) {}
+  std::string_view fwkType() const override { return "Naxel::PrefixAggregatorInfo"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  PrefixXformKey const& prefixXformKey() const { return prefixXformKey_; }
+  Mox::HashMap<GenSetKey, Mox::Ptr<PrefixSet>> const& prefixSetColl() const {
+    return prefixSetColl_;
+  }
+  Mox::Ptr<PrefixSet> prefixSetColl(GenSetKey key) const {
+    return Mox::lookup(prefixSetColl_, key);
+  }
+  Mox::Ptr<PrefixSet> prefixSetCollIs(GenSetKey key);
+  void prefixSetCollDel(GenSetKey key) { prefixSetColl_.erase(key); }
+
+ private:
+  PrefixXformKey prefixXformKey_;
+  Mox::HashMap<GenSetKey, Mox::Ptr<PrefixSet>> prefixSetColl_;
+};
+
+/// All range sets of one type, by ascending key.
+class NAXEL_EXPORT RangeSplitAggregatorInfo : public Mox::Entity {
+ public:
+  explicit RangeSplitAggregatorInfo(RangeSetType type) : setType_(type) {}
+  std::string_view fwkType() const override { return "Naxel::RangeSplitAggregatorInfo"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  RangeSetType setType() const { return setType_; }
+  Mox::HashMap<GenSetKey, Mox::Ptr<RangeSet>> const& rangeSetColl() const { return rangeSetColl_; }
+  Mox::Ptr<RangeSet> rangeSetColl(GenSetKey key) const { return Mox::lookup(rangeSetColl_, key); }
+  Mox::Ptr<RangeSet> rangeSetCollIs(GenSetKey key, RangeSetType type);
+  void rangeSetCollDel(GenSetKey key) { rangeSetColl_.erase(key); }
+
+ private:
+  RangeSetType setType_;
+  Mox::HashMap<GenSetKey, Mox::Ptr<RangeSet>> rangeSetColl_;
+};
+
+/// One rule with every list replaced by the key of its shared set; key 0 does not constrain.
+class NAXEL_EXPORT GenSetIpRule : public Mox::Entity {
+ public:
+  explicit GenSetIpRule(std::string name) : name_(std::move(name)) {}
+  std::string_view fwkType() const override { return "Naxel::GenSetIpRule"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  std::string const& name() const { return name_; }
+  GenSetKey source() const { return source_; }
+  void sourceIs(GenSetKey v) { source_ = v; }
+  GenSetKey destination() const { return destination_; }
+  void destinationIs(GenSetKey v) { destination_ = v; }
+  GenSetKey sport() const { return range_[0]; }
+  GenSetKey dport() const { return range_[1]; }
+  GenSetKey icmpType() const { return range_[2]; }
+  GenSetKey proto() const { return range_[3]; }
+  GenSetKey length() const { return range_[4]; }
+  GenSetKey fragment() const { return range_[5]; }
+  GenSetKey dscp() const { return range_[6]; }
+  /// The range set of a field; the seven accessors above by type.
+  GenSetKey range(RangeSetType type) const { return range_[static_cast<size_t>(type)]; }
+  void rangeIs(RangeSetType type, GenSetKey v) { range_[static_cast<size_t>(type)] = v; }
+  bool matchTcpInit() const { return matchTcpInit_; }
+  void matchTcpInitIs(bool v) { matchTcpInit_ = v; }
+  bool matchTcpEstablished() const { return matchTcpEstablished_; }
+  void matchTcpEstablishedIs(bool v) { matchTcpEstablished_ = v; }
+  NaxelActionValue const& action() const { return action_; }
+  void actionIs(NaxelActionValue const& v) { action_ = v; }
+
+  /// The two sets that a combination of that type stands for.
+  GenSetKeyPair comboPair(ComboLabelSetType type) const {
+    return type == ComboLabelSetType::srcDstL4Port ? GenSetKeyPair(sport(), dport())
+                                                   : GenSetKeyPair(source_, destination_);
+  }
+
+ private:
+  std::string name_;
+  GenSetKey source_;
+  GenSetKey destination_;
+  std::array<GenSetKey, 7> range_;
+  bool matchTcpInit_ = false;
+  bool matchTcpEstablished_ = false;
+  NaxelActionValue action_;
+};
+
+/// The rules of one ACL.
+class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
+ public:
+  AclGenSetIpRuleList(std::string name, Lumox::AddressFamily af)
+      : name_(std::move(name)), af_(af) {}
+  std::string_view fwkType() const override { return "Naxel::AclGenSetIpRuleList"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  std::string const& name() const { return name_; }
+  Lumox::AddressFamily af() const { return af_; }
+  Mox::HashMap<std::string, Mox::Ptr<GenSetIpRule>> const& genSetIpRule() const {
+    return genSetIpRule_;
+  }
+  Mox::Ptr<GenSetIpRule> genSetIpRule(std::string const& name) const {
+    return Mox::lookup(genSetIpRule_, name);
+  }
+  Mox::Ptr<GenSetIpRule> genSetIpRuleIs(std::string const& name);
+  /// In rule order.
+  Mox::FlatMap<AceIndex, Mox::Ptr<GenSetIpRule>> const& genSetIpRuleById() const {
+    return genSetIpRuleById_;
+  }
+  void genSetIpRuleByIdIs(AceIndex index, Mox::Ptr<GenSetIpRule> rule) {
+    genSetIpRuleById_.set(index, std::move(rule));
+  }
+
+ private:
+  std::string name_;
+  Lumox::AddressFamily af_;
+  Mox::HashMap<std::string, Mox::Ptr<GenSetIpRule>> genSetIpRule_;
+  Mox::FlatMap<AceIndex, Mox::Ptr<GenSetIpRule>> genSetIpRuleById_;
+};
+
+/// The aggregator's output. The infos exist for every key from the start and are never replaced.
+class NAXEL_EXPORT AggregatorStatus : public StageStatus {
+ public:
+  AggregatorStatus() { handleInitialized(); }
+  std::string_view fwkType() const override { return "Naxel::AggregatorStatus"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  Mox::Ptr<PrefixAggregatorInfo> prefixInfo(PrefixXformKey const& key) const {
+    return Mox::lookup(prefixInfo_, key);
+  }
+  Mox::Ptr<RangeSplitAggregatorInfo> rangeSplitInfo(RangeSetType type) const {
+    return Mox::lookup(rangeSplitInfo_, type);
+  }
+  /// By ACL name; every ACL of the configuration has its list, also one without rules.
+  Mox::OrderedMap<std::string, Mox::Ptr<AclGenSetIpRuleList>> const& aclGenSetIpRuleList() const {
+    return aclGenSetIpRuleList_;
+  }
+  Mox::Ptr<AclGenSetIpRuleList> aclGenSetIpRuleList(std::string const& name) const {
+    return Mox::lookup(aclGenSetIpRuleList_, name);
+  }
+  Mox::Ptr<AclGenSetIpRuleList> aclGenSetIpRuleListIs(std::string const& name,
+                                                      Lumox::AddressFamily af);
+  void aclGenSetIpRuleListDelAll() { aclGenSetIpRuleList_.clear(); }
+  /// Direct uses of each set: fields matched through a combination do not count.
+  Mox::Ptr<GenSetUsageInfo> const& genSetUsageInfo() const { return genSetUsageInfo_; }
+  bool initialized() const { return initialized_; }
+
+ private:
+  void handleInitialized();
+
+  Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PrefixAggregatorInfo>> prefixInfo_;
+  Mox::OrderedMap<RangeSetType, Mox::Ptr<RangeSplitAggregatorInfo>> rangeSplitInfo_;
+  Mox::OrderedMap<std::string, Mox::Ptr<AclGenSetIpRuleList>> aclGenSetIpRuleList_;
+  Mox::Ptr<GenSetUsageInfo> genSetUsageInfo_;
+  bool initialized_ = false;
+};
+
+/// Digest of a configuration. Equal configurations have equal digests; it does not depend on the
+/// order in which the configuration is walked.
+class AggregatorWorkingSet : public Mox::ValueType<AggregatorWorkingSet> {
+ public:
+  static constexpr std::string_view typeName = "Naxel::AggregatorWorkingSet";
+  AggregatorWorkingSet() = default;
+  AggregatorWorkingSet(uint64_t hash, uint32_t acls, uint32_t rules)
+      : workingSetHash_(hash), aclCount_(acls), ruleCount_(rules) {}
+  explicit AggregatorWorkingSet(Mox::TextCursor& c) {
+    Mox::TextForm<AggregatorWorkingSet>::read(c, *this);
+  }
+
+  uint64_t workingSetHash() const { return workingSetHash_; }
+  uint32_t aclCount() const { return aclCount_; }
+  uint32_t ruleCount() const { return ruleCount_; }
+
+  static constexpr auto fields() {
+    return std::make_tuple(Mox::field("workingSetHash", &AggregatorWorkingSet::workingSetHash_),
+                           Mox::field("aclCount", &AggregatorWorkingSet::aclCount_),
+                           Mox::field("ruleCount", &AggregatorWorkingSet::ruleCount_));
+  }
+
+ private:
+  uint64_t workingSetHash_ = 0;
+  uint32_t aclCount_ = 0;
+  uint32_t ruleCount_ = 0;
+};
+
+}  // namespace Naxel

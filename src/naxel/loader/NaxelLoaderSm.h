@@ -1,0 +1,138 @@
+#pragma once
+
+/// The loader: hands a new output to the chip's driver and walks the handshake. The contract with the
+/// driver is at the head of PDConfig.h.
+///
+/// Reads    the loader infos of the encoders, the expander's entries, PDStatus.
+/// Writes   PDConfig, and LoaderStatus with the last refused output.
+/// Skips    never.
+/// Fails    when the driver refuses the acquire; the previous output is offered again then.
+/// Order    tables in natural order.
+///
+///   initial -> waitingForAcquire -> pdAcquireSuccess -> pdLoadSuccess            (success)
+///                     |                    |
+///                     v                    v
+///               pdLocalFail -> pdAcquireFail -> waitingForRevert -> pdRevertSuccess   (failure)
+///
+/// In pdAcquireSuccess a change that disturbs traffic first waits for the temporary policy, then the
+/// load is requested; the state is left when that load is answered, not before. At the end of a load
+/// and of a revert any policy that stands is lifted, whichever kick has set it, and the stage ends
+/// when that is confirmed.
+///
+/// Policy. At most one change is outstanding: a new value is written only once the driver's value
+/// equals the one written last. So after the first request the two differ exactly while a change is
+/// unconfirmed, and a confirmation, however late, is told from a policy that nobody asked for.
+///
+/// Re-entrancy. The driver may answer from within a write. Events only ask for another turn of one
+/// loop, which looks at the current state; every turn sets its state before it writes.
+///
+/// What is in force is what was last asked to be loaded: a load must not fail, so from the request on
+/// the driver will have it in force, whatever happens to the kick.
+
+#include "acl/ParamConfig.h"
+#include "mox/Trace.h"
+#include "naxel/control/StageSm.h"
+#include "naxel/loader/HwCapability.h"
+#include "naxel/loader/NaxelLoaderTypes.h"
+
+namespace Naxel {
+
+class NAXEL_EXPORT LoaderSm : public StageSm {
+ public:
+  LoaderSm(Obel::ChipId chipId, Mox::Ptr<LoaderConfig> config, Mox::Ptr<LoaderStatus> status,
+           Mox::Ptr<PDConfig> pdConfig, Mox::Ptr<PDStatus> pdStatus,
+           Mox::Ptr<ChipHwCapability const> hwCapability,
+           Mox::Ptr<Acl::ParamConfig const> paramConfig);
+
+  LoaderSmState smState() const { return smState_; }
+  bool isHitless() const { return isHitless_; }
+  Mox::Seconds failedResponseId() const { return failedResponseId_; }
+  std::string const& traceKey() const { return traceKey_; }
+  Mox::Ptr<PDConfig> const& pdConfig() const { return pdConfig_; }
+  Mox::Ptr<PDStatus> const& pdStatus() const { return pdStatus_; }
+  /// The output that was last asked to be loaded; an empty one before the first load.
+  Mox::Ptr<PDData const> const& inForce() const { return inForce_; }
+
+  void doStartKick() override;
+  /// Builds the new output and offers it.
+  void doPDLoad();
+  void moxDoZombieReactors(bool zombie) override;
+
+ private:
+  /// Passes the driver's answers on.
+  class DriverReactor : public PDStatus::Notifiee {
+   public:
+    explicit DriverReactor(LoaderSm& sm) : sm_(sm) {}
+    void onGlobalAclControl() override { sm_.handleGlobalAclControl(); }
+    void onPdPrefixXformEntryStatus(PrefixXformKey const&) override { sm_.handleXformStatus(); }
+    void onPdV4PrefixComboEntryStatus() override { sm_.handleXformStatus(); }
+    void onPdV6PrefixComboEntryStatus() override { sm_.handleXformStatus(); }
+    void onPdPortComboEntryStatus() override { sm_.handleXformStatus(); }
+    void onPdSrcPortXformEntryStatus() override { sm_.handleXformStatus(); }
+    void onPdDstPortXformEntryStatus() override { sm_.handleXformStatus(); }
+    void onPdIcmpXformEntryStatus() override { sm_.handleXformStatus(); }
+    void onPdProtocolXformEntryStatus() override { sm_.handleXformStatus(); }
+    void onPdLengthXformEntryStatus() override { sm_.handleXformStatus(); }
+    void onPdFragmentXformEntryStatus() override { sm_.handleXformStatus(); }
+    void onPdDscpXformEntryStatus() override { sm_.handleXformStatus(); }
+    void onPdTcpFlagsXformEntryStatus() override { sm_.handleTcpFlagsStatus(); }
+    void onPdAclRuleEntryStatus() override { sm_.handleXformStatus(); }
+
+   private:
+    LoaderSm& sm_;
+  };
+
+  void loadPrefixInfo(Mox::Ptr<PrefixXformLoaderInfo const> const& info,
+                      PDPrefixXformEntryColl& table) const;
+  void loadRangeInfo(PDData& pdData) const;
+  void loadComboInfo(PDData& pdData) const;
+  void loadAclRuleInfo(PDData& pdData) const;
+
+  void handleXformStatus();
+  void handleTcpFlagsStatus();
+  void handleGlobalAclControl();
+  void handleLoaderState();
+
+  /// Has the loop take another turn.
+  void advance();
+  void advanceLoop();
+  void takeTurn();
+  /// Judges one answer against the current request; false while it is not an answer to it.
+  bool checkXformStatus(ResourceStatus const& status, std::string const& table);
+  bool checkPrefixStatus();
+  bool checkComboStatus();
+  bool checkRangeStatus();
+  bool checkAllStatus();
+  void smStateIs(LoaderSmState v) { smState_ = v; }
+  void request(RequestState state);
+  void requestLoad();
+  void doAcquireFail();
+  /// Works towards a policy; true once it is in force and nothing is outstanding.
+  bool policyIs(GlobalAclControl wanted);
+  GlobalAclControl temporaryPolicy() const;
+  Mox::TraceLine traceStep(int level, char const* step) const;
+
+  Mox::Ptr<LoaderConfig> config_;
+  Mox::Ptr<LoaderStatus> status_;
+  Mox::Ptr<PDConfig> pdConfig_;
+  Mox::Ptr<PDStatus> pdStatus_;
+  Mox::Ptr<ChipHwCapability const> hwCapability_;
+  Mox::Ptr<Acl::ParamConfig const> paramConfig_;
+  std::string traceKey_;
+  LoaderSmState smState_ = LoaderSmState::initial;
+  bool isHitless_ = true;
+  Mox::Seconds failedResponseId_ = 0;
+  std::string refusedTables_;
+  Mox::Ptr<PDData const> inForce_;
+  bool requested_ = false;   // a request of this loader stands
+  bool advancing_ = false;   // the loop is running
+  bool turnWanted_ = false;  // something happened since its last look
+  DriverReactor driverReactor_{*this};
+};
+NAXEL_EXPORT Mox::Ptr<LoaderSm> loaderSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<LoaderConfig> config, Mox::Ptr<LoaderStatus> status,
+    Mox::Ptr<PDConfig> pdConfig, Mox::Ptr<PDStatus> pdStatus,
+    Mox::Ptr<ChipHwCapability const> hwCapability,
+    Mox::Ptr<Acl::ParamConfig const> paramConfig);
+
+}  // namespace Naxel

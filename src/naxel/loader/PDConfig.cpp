@@ -1,0 +1,79 @@
+#include "naxel/loader/PDConfig.h"
+
+#include "mox/Assert.h"
+
+namespace Naxel {
+
+Mox::AttributeTable const& PDConfig::attributeTable() const {
+  static Mox::AttributeTable const table = {
+      Mox::attribute<&PDConfig::chipId_>("chipId"),
+      Mox::attribute<&PDConfig::prevPDData_>("prevPDData"),
+      Mox::attribute<&PDConfig::currPDData_>("currPDData"),
+      Mox::attribute<&PDConfig::globalAclControl_>("globalAclControl"),
+      Mox::attribute<&PDConfig::pdResourceConfig_>("pdResourceConfig")};
+  return table;
+}
+
+Mox::Ptr<PDConfig> pDConfigFactory(Obel::ChipId chipId) {
+  return Mox::makePtr<PDConfig>(chipId);
+}
+
+Mox::AttributeTable const& PDStatus::attributeTable() const {
+  static Mox::AttributeTable const table = {
+      Mox::attribute<&PDStatus::chipId_>("chipId"),
+      Mox::attribute<&PDStatus::globalAclControl_>("globalAclControl"),
+      Mox::attribute<&PDStatus::prefix_>("pdPrefixXformEntryStatus"),
+      Mox::attribute<&PDStatus::pdV4PrefixComboEntryStatus>("pdV4PrefixComboEntryStatus"),
+      Mox::attribute<&PDStatus::pdV6PrefixComboEntryStatus>("pdV6PrefixComboEntryStatus"),
+      Mox::attribute<&PDStatus::pdPortComboEntryStatus>("pdPortComboEntryStatus"),
+      Mox::attribute<&PDStatus::pdSrcPortXformEntryStatus>("pdSrcPortXformEntryStatus"),
+      Mox::attribute<&PDStatus::pdDstPortXformEntryStatus>("pdDstPortXformEntryStatus"),
+      Mox::attribute<&PDStatus::pdIcmpXformEntryStatus>("pdIcmpXformEntryStatus"),
+      Mox::attribute<&PDStatus::pdProtocolXformEntryStatus>("pdProtocolXformEntryStatus"),
+      Mox::attribute<&PDStatus::pdLengthXformEntryStatus>("pdLengthXformEntryStatus"),
+      Mox::attribute<&PDStatus::pdFragmentXformEntryStatus>("pdFragmentXformEntryStatus"),
+      Mox::attribute<&PDStatus::pdDscpXformEntryStatus>("pdDscpXformEntryStatus"),
+      Mox::attribute<&PDStatus::pdTcpFlagsXformEntryStatus>("pdTcpFlagsXformEntryStatus"),
+      Mox::attribute<&PDStatus::pdAclRuleEntryStatus>("pdAclRuleEntryStatus")};
+  return table;
+}
+
+void PDStatus::rangeStatusIs(RangeSetType type, ResourceStatus const& v) {
+  switch (type) {
+    case RangeSetType::srcPort: return pdSrcPortXformEntryStatusIs(v);
+    case RangeSetType::dstPort: return pdDstPortXformEntryStatusIs(v);
+    case RangeSetType::icmp: return pdIcmpXformEntryStatusIs(v);
+    case RangeSetType::proto: return pdProtocolXformEntryStatusIs(v);
+    case RangeSetType::length: return pdLengthXformEntryStatusIs(v);
+    case RangeSetType::fragment: return pdFragmentXformEntryStatusIs(v);
+    case RangeSetType::dscp: return pdDscpXformEntryStatusIs(v);
+    case RangeSetType::rangeSetMax: break;
+  }
+  MOX_ASSERT(false && "Unknown rangeSet type");
+}
+
+void PDStatus::comboStatusIs(ComboLabelSetType type, ResourceStatus const& v) {
+  switch (type) {
+    case ComboLabelSetType::ipv4SrcDstPrefix: return pdV4PrefixComboEntryStatusIs(v);
+    case ComboLabelSetType::ipv6SrcDstPrefix: return pdV6PrefixComboEntryStatusIs(v);
+    case ComboLabelSetType::srcDstL4Port: return pdPortComboEntryStatusIs(v);
+    case ComboLabelSetType::comboLabelSetMax: break;
+  }
+  MOX_ASSERT(false && "Unknown comboSet type");
+}
+
+Mox::AttributeTable const& GlobalPDConfig::attributeTable() const {
+  static Mox::AttributeTable const table = {
+      Mox::attribute<&GlobalPDConfig::pdConfig_>("pdConfig")};
+  return table;
+}
+
+Mox::Ptr<GlobalPDConfig> globalPDConfigFactory() { return Mox::makePtr<GlobalPDConfig>(); }
+
+Mox::AttributeTable const& GlobalPDStatus::attributeTable() const {
+  static Mox::AttributeTable const table = {
+      Mox::attribute<&GlobalPDStatus::pdStatus_>("pdStatus")};
+  return table;
+}
+
+}  // namespace Naxel

@@ -1,0 +1,98 @@
+#include "naxel/loader/PDData.h"
+
+namespace Naxel {
+
+Mox::AttributeTable const& PDAclRule::attributeTable() const {
+  static Mox::AttributeTable const table = {Mox::attribute<&PDAclRule::aceIndex_>("aceIndex"),
+                                            Mox::attribute<&PDAclRule::action_>("action"),
+                                            Mox::attribute<&PDAclRule::filter_>("filter")};
+  return table;
+}
+
+Mox::AttributeTable const& PDAclRuleColl::attributeTable() const {
+  static Mox::AttributeTable const table = {
+      Mox::attribute<&PDAclRuleColl::typeKey_>("typeKey"),
+      Mox::attribute<&PDAclRuleColl::rule_>("rule"),
+      Mox::attribute<&PDAclRuleColl::numFilters>("numFilters")};
+  return table;
+}
+
+PDAclRule const* PDAclRuleColl::rule(AceIndex index) const {
+  auto const* item = rule_.get(index);
+  return item ? item->get() : nullptr;
+}
+
+Mox::Ptr<PDAclRule> PDAclRuleColl::ruleIs(AceIndex index) {
+  if (auto const* item = rule_.get(index)) return *item;
+  auto made = Mox::makePtr<PDAclRule>(index);
+  rule_.set(index, made);
+  return made;
+}
+
+void PDAclRuleColl::ruleIs(Mox::Ptr<PDAclRule> rule) {
+  AceIndex const index = rule->aceIndex();
+  rule_.set(index, std::move(rule));
+}
+
+size_t PDAclRuleColl::numFilters() const {
+  size_t n = 0;
+  for (auto const& [index, rule] : rule_) n += rule->filters();
+  return n;
+}
+
+Mox::AttributeTable const& PDAclColl::attributeTable() const {
+  static Mox::AttributeTable const table = {
+      Mox::attribute<&PDAclColl::pdAcl_>("pdAcl"),
+      Mox::attribute<&PDAclColl::numFilters>("numFilters")};
+  return table;
+}
+
+Mox::Ptr<PDAclRuleColl> PDAclColl::pdAclIs(PDAclKey const& key) {
+  Mox::Ptr<PDAclRuleColl>& slot = pdAcl_.at(key);
+  if (!slot) slot = Mox::makePtr<PDAclRuleColl>(key);
+  return slot;
+}
+
+size_t PDAclColl::numFilters() const {
+  size_t n = 0;
+  for (auto const& [key, acl] : pdAcl_) n += acl->numFilters();
+  return n;
+}
+
+namespace {
+
+uint64_t nextInstance() {
+  static thread_local uint64_t count = 0;
+  return ++count;
+}
+
+}  // namespace
+
+PDData::PDData() : instance_(nextInstance()), pdAclColl_(Mox::makePtr<PDAclColl>()) {
+  for (PrefixXformKey const& key : PrefixXformKey::all())
+    prefix_.set(key, Mox::makePtr<PDPrefixXformEntryColl>());
+  for (auto& coll : combo_) coll = Mox::makePtr<PDComboEntryColl>();
+  for (auto& coll : range_) coll = Mox::makePtr<PDRangeXformEntryColl>();
+}
+
+Mox::AttributeTable const& PDData::attributeTable() const {
+  static Mox::AttributeTable const table = {
+      Mox::attribute<&PDData::prefix_>("pdPrefixXformEntryColl"),
+      Mox::attribute<&PDData::pdV4PrefixComboEntryColl>("pdV4PrefixComboEntryColl"),
+      Mox::attribute<&PDData::pdV6PrefixComboEntryColl>("pdV6PrefixComboEntryColl"),
+      Mox::attribute<&PDData::pdPortComboEntryColl>("pdPortComboEntryColl"),
+      Mox::attribute<&PDData::pdSrcPortXformEntryColl>("pdSrcPortXformEntryColl"),
+      Mox::attribute<&PDData::pdDstPortXformEntryColl>("pdDstPortXformEntryColl"),
+      Mox::attribute<&PDData::pdIcmpXformEntryColl>("pdIcmpXformEntryColl"),
+      Mox::attribute<&PDData::pdProtocolXformEntryColl>("pdProtocolXformEntryColl"),
+      Mox::attribute<&PDData::pdLengthXformEntryColl>("pdLengthXformEntryColl"),
+      Mox::attribute<&PDData::pdFragmentXformEntryColl>("pdFragmentXformEntryColl"),
+      Mox::attribute<&PDData::pdDscpXformEntryColl>("pdDscpXformEntryColl"),
+      Mox::attribute<&PDData::pdTcpFlagsXformEntryColl>("pdTcpFlagsXformEntryColl"),
+      Mox::attribute<&PDData::pdAclColl>("pdAclColl")};
+  return table;
+}
+
+Mox::Ptr<PDData> pDDataFactory() { return Mox::makePtr<PDData>(); }
+
+}  // namespace Naxel

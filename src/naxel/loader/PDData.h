@@ -1,0 +1,175 @@
+#pragma once
+
+/// One complete output for one chip: the transform tables that turn a packet's field values into
+/// labels, and the ACL entries that match on those labels. Filled by the loader and never changed
+/// once it has been handed to PDConfig, so that a driver may keep reading it.
+
+#include <array>
+
+#include "mox/Entity.h"
+#include "mox/FlatSet.h"
+#include "mox/OrderedMap.h"
+#include "naxel/loader/PDTypes.h"
+#include "naxel/types/Action.h"
+
+namespace Naxel {
+
+/// One transform table: entries in ascending order of their keys.
+template <class Entry, class Key>
+class PDXformEntryColl : public Mox::Entity {
+ public:
+  using Coll = Mox::SortedVector<Entry, Mox::KeyIsKey>;
+
+  Coll const& entry() const { return entry_; }
+  /// The entry of that key, or null.
+  Entry const* entry(Key const& key) const { return entry_.find(key); }
+  void entryIs(Entry const& e) { entry_.insert(e); }
+  /// Takes over all entries at once, in any order.
+  void entryIs(std::vector<Entry> all) { entry_.adopt(std::move(all)); }
+  void entryDel(Key const& key) { entry_.erase(key); }
+  void entryDelAll() { entry_.clear(); }
+
+  Mox::AttributeTable const& attributeTable() const override {
+    static Mox::AttributeTable const table = {
+        Mox::attribute<&PDXformEntryColl::entry_>("entry")};
+    return table;
+  }
+
+ private:
+  Coll entry_;
+};
+
+class NAXEL_EXPORT PDPrefixXformEntryColl
+    : public PDXformEntryColl<PDPrefixXformEntry, Lumox::IpGenPrefix> {
+ public:
+  std::string_view fwkType() const override { return "Naxel::PDPrefixXformEntryColl"; }
+};
+class NAXEL_EXPORT PDRangeXformEntryColl
+    : public PDXformEntryColl<PDRangeXformEntry, RangeSetElem> {
+ public:
+  std::string_view fwkType() const override { return "Naxel::PDRangeXformEntryColl"; }
+};
+class NAXEL_EXPORT PDComboEntryColl : public PDXformEntryColl<PDComboEntry, EncodedComboLabel> {
+ public:
+  std::string_view fwkType() const override { return "Naxel::PDComboEntryColl"; }
+};
+
+/// The TCAM entries of one rule, all with the rule's action. No entry means that the rule matches
+/// nothing.
+class NAXEL_EXPORT PDAclRule : public Mox::Entity {
+ public:
+  explicit PDAclRule(AceIndex aceIndex) : aceIndex_(aceIndex) {}
+  std::string_view fwkType() const override { return "Naxel::PDAclRule"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  AceIndex aceIndex() const { return aceIndex_; }
+  NaxelActionValue const& action() const { return action_; }
+  void actionIs(NaxelActionValue const& v) { action_ = v; }
+
+  Mox::FlatSet<PDAclFilter> const& filter() const { return filter_; }
+  size_t filters() const { return filter_.size(); }
+  bool filterHas(PDAclFilter const& f) const { return filter_.contains(f); }
+  void filterIs(PDAclFilter const& f) { filter_.insert(f); }
+  /// Takes over all entries at once, in any order.
+  void filterIs(std::vector<PDAclFilter> all) { filter_.adopt(std::move(all)); }
+  void filterDel(PDAclFilter const& f) { filter_.erase(f); }
+  void filterDelAll() { filter_.clear(); }
+
+ private:
+  AceIndex aceIndex_;
+  NaxelActionValue action_;
+  Mox::FlatSet<PDAclFilter> filter_;
+};
+
+/// One ACL. Rule order is TCAM priority order: the first matching rule wins.
+class NAXEL_EXPORT PDAclRuleColl : public Mox::Entity {
+ public:
+  explicit PDAclRuleColl(PDAclKey typeKey) : typeKey_(std::move(typeKey)) {}
+  std::string_view fwkType() const override { return "Naxel::PDAclRuleColl"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  PDAclKey const& typeKey() const { return typeKey_; }
+  Mox::FlatMap<AceIndex, Mox::Ptr<PDAclRule>> const& rule() const { return rule_; }
+  PDAclRule const* rule(AceIndex index) const;
+  /// The rule of that index, made if absent; O(1) behind the last one.
+  Mox::Ptr<PDAclRule> ruleIs(AceIndex index);
+  /// Puts a finished rule under its index.
+  void ruleIs(Mox::Ptr<PDAclRule> rule);
+  void ruleDel(AceIndex index) { rule_.erase(index); }
+  void ruleDelAll() { rule_.clear(); }
+  /// Number of TCAM entries of all rules.
+  size_t numFilters() const;
+
+ private:
+  PDAclKey typeKey_;
+  Mox::FlatMap<AceIndex, Mox::Ptr<PDAclRule>> rule_;
+};
+
+/// All ACLs.
+class NAXEL_EXPORT PDAclColl : public Mox::Entity {
+ public:
+  std::string_view fwkType() const override { return "Naxel::PDAclColl"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  Mox::OrderedMap<PDAclKey, Mox::Ptr<PDAclRuleColl>> const& pdAcl() const { return pdAcl_; }
+  Mox::Ptr<PDAclRuleColl> pdAcl(PDAclKey const& key) const { return Mox::lookup(pdAcl_, key); }
+  /// The ACL of that key, made if absent.
+  Mox::Ptr<PDAclRuleColl> pdAclIs(PDAclKey const& key);
+  void pdAclDel(PDAclKey const& key) { pdAcl_.erase(key); }
+  void pdAclDelAll() { pdAcl_.clear(); }
+  /// Number of TCAM entries of all ACLs.
+  size_t numFilters() const;
+
+ private:
+  Mox::OrderedMap<PDAclKey, Mox::Ptr<PDAclRuleColl>> pdAcl_;
+};
+
+class NAXEL_EXPORT PDData : public Mox::Entity {
+ public:
+  /// Every table exists from the start, empty.
+  PDData();
+  std::string_view fwkType() const override { return "Naxel::PDData"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  /// Number of this object among all outputs of the process; its identity in texts.
+  uint64_t instance() const { return instance_; }
+
+  Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PDPrefixXformEntryColl>> const&
+  pdPrefixXformEntryColl() const {
+    return prefix_;
+  }
+  Mox::Ptr<PDPrefixXformEntryColl> pdPrefixXformEntryColl(PrefixXformKey const& key) const {
+    return Mox::lookup(prefix_, key);
+  }
+  Mox::Ptr<PDComboEntryColl> const& pdV4PrefixComboEntryColl() const { return combo_[0]; }
+  Mox::Ptr<PDComboEntryColl> const& pdV6PrefixComboEntryColl() const { return combo_[1]; }
+  Mox::Ptr<PDComboEntryColl> const& pdPortComboEntryColl() const { return combo_[2]; }
+  Mox::Ptr<PDRangeXformEntryColl> const& pdSrcPortXformEntryColl() const { return range_[0]; }
+  Mox::Ptr<PDRangeXformEntryColl> const& pdDstPortXformEntryColl() const { return range_[1]; }
+  Mox::Ptr<PDRangeXformEntryColl> const& pdIcmpXformEntryColl() const { return range_[2]; }
+  Mox::Ptr<PDRangeXformEntryColl> const& pdProtocolXformEntryColl() const { return range_[3]; }
+  Mox::Ptr<PDRangeXformEntryColl> const& pdLengthXformEntryColl() const { return range_[4]; }
+  Mox::Ptr<PDRangeXformEntryColl> const& pdFragmentXformEntryColl() const { return range_[5]; }
+  Mox::Ptr<PDRangeXformEntryColl> const& pdDscpXformEntryColl() const { return range_[6]; }
+  /// Never filled.
+  Mox::Ptr<PDRangeXformEntryColl> const& pdTcpFlagsXformEntryColl() const { return range_[7]; }
+  Mox::Ptr<PDAclColl> const& pdAclColl() const { return pdAclColl_; }
+
+  /// The same tables by the type of the field.
+  Mox::Ptr<PDRangeXformEntryColl> const& rangeColl(RangeSetType type) const {
+    return range_[static_cast<size_t>(type)];
+  }
+  Mox::Ptr<PDComboEntryColl> const& comboColl(ComboLabelSetType type) const {
+    return combo_[static_cast<size_t>(type)];
+  }
+
+ private:
+  uint64_t instance_;
+  Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PDPrefixXformEntryColl>> prefix_;
+  std::array<Mox::Ptr<PDComboEntryColl>, 3> combo_;
+  std::array<Mox::Ptr<PDRangeXformEntryColl>, 8> range_;
+  Mox::Ptr<PDAclColl> pdAclColl_;
+};
+NAXEL_EXPORT Mox::Ptr<PDData> pDDataFactory();
+
+}  // namespace Naxel

@@ -1,0 +1,150 @@
+#pragma once
+
+/// The pipeline's input: per chip a collection of ACLs, per ACL its rules by name and in evaluation
+/// order. The agent writes these entities at any time, on the activity thread; a change takes effect
+/// at the next kick, which reads the whole configuration again. The library never writes them.
+
+#include <optional>
+#include <string>
+
+#include "lumox/AddressFamily.h"
+#include "mox/HashMap.h"
+#include "mox/OrderedMap.h"
+#include "naxel/types/Action.h"
+#include "naxel/types/RuleFilter.h"
+#include "obel/ChipId.h"
+
+namespace Naxel {
+
+/// One rule: what it matches and what it does then.
+class NAXEL_EXPORT RuleConfig : public Mox::Entity {
+ public:
+  class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
+   public:
+    virtual void onRuleFilter() {}
+    virtual void onAction() {}
+    virtual void onContinueRule() {}
+  };
+
+  explicit RuleConfig(std::string name) : name_(std::move(name)) {}
+  std::string_view fwkType() const override { return "Naxel::RuleConfig"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  std::string const& name() const { return name_; }
+  /// Null when the rule matches every packet.
+  Mox::Ptr<RuleFilter> const& ruleFilter() const { return ruleFilter_; }
+  /// Creates the filter, or returns the one there is.
+  Mox::Ptr<RuleFilter> ruleFilterIs();
+  void ruleFilterDel() { attrIs(ruleFilter_, Mox::Ptr<RuleFilter>(), &Notifiee::onRuleFilter); }
+  NaxelActionValue const& action() const { return action_; }
+  void actionIs(NaxelActionValue const& v) { attrIs(action_, v, &Notifiee::onAction); }
+  /// Held with the rule; nothing in the pipeline reads it.
+  bool continueRule() const { return continueRule_; }
+  void continueRuleIs(bool v) { attrIs(continueRule_, v, &Notifiee::onContinueRule); }
+
+ private:
+  std::string name_;
+  Mox::Ptr<RuleFilter> ruleFilter_;
+  NaxelActionValue action_;
+  bool continueRule_ = false;
+};
+
+/// One ACL. A rule takes part in matching under each index that refers to it.
+class NAXEL_EXPORT AclConfig : public Mox::Entity {
+ public:
+  class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
+   public:
+    virtual void onAf() {}
+    virtual void onRuleByName(std::string const&) {}
+    virtual void onRuleById(AceIndex const&) {}
+  };
+
+  explicit AclConfig(std::string name) : name_(std::move(name)) {}
+  std::string_view fwkType() const override { return "Naxel::AclConfig"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  std::string const& name() const { return name_; }
+
+  /// Family of the ACL. Absent by default: then it is that of the prefixes in its rules, and IPv4
+  /// where there are none. Set it for an IPv6 ACL whose rules name no address.
+  std::optional<Lumox::AddressFamily> af() const { return af_; }
+  void afIs(Lumox::AddressFamily af) { attrIs(af_, std::optional(af), &Notifiee::onAf); }
+  void afDel() { attrIs(af_, std::optional<Lumox::AddressFamily>(), &Notifiee::onAf); }
+
+  Mox::HashMap<std::string, Mox::Ptr<RuleConfig>> const& ruleByName() const { return ruleByName_; }
+  Mox::Ptr<RuleConfig> ruleByName(std::string const& name) const {
+    return Mox::lookup(ruleByName_, name);
+  }
+  /// Creates the rule, or returns the one of that name.
+  Mox::Ptr<RuleConfig> ruleByNameIs(std::string const& name);
+  /// Deletes the rule together with the indexes that refer to it.
+  void ruleByNameDel(std::string const& name);
+  void ruleByNameDelAll();
+
+  /// The rules in evaluation order.
+  Mox::OrderedMap<AceIndex, Mox::Ptr<RuleConfig>> const& ruleById() const { return ruleById_; }
+  Mox::Ptr<RuleConfig> ruleById(AceIndex index) const { return Mox::lookup(ruleById_, index); }
+  bool ruleByIdHas(AceIndex index) const { return ruleById_.contains(index); }
+  /// Puts a rule of `ruleByName` at an index, in place of what was there.
+  void ruleByIdIs(AceIndex index, Mox::Ptr<RuleConfig> rule);
+  void ruleByIdDel(AceIndex index);
+  void ruleByIdDelAll();
+
+ private:
+  std::string name_;
+  std::optional<Lumox::AddressFamily> af_;
+  Mox::HashMap<std::string, Mox::Ptr<RuleConfig>> ruleByName_;
+  Mox::OrderedMap<AceIndex, Mox::Ptr<RuleConfig>> ruleById_;
+};
+
+/// The ACLs of one chip.
+class NAXEL_EXPORT AclConfigColl : public Mox::Entity {
+ public:
+  class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
+   public:
+    virtual void onAcl(std::string const&) {}
+  };
+
+  explicit AclConfigColl(Obel::ChipId chipId) : chipId_(chipId) {}
+  std::string_view fwkType() const override { return "Naxel::AclConfigColl"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  Obel::ChipId chipId() const { return chipId_; }
+
+  /// By name, in the order of the names.
+  Mox::OrderedMap<std::string, Mox::Ptr<AclConfig>> const& acl() const { return acl_; }
+  Mox::Ptr<AclConfig> acl(std::string const& name) const { return Mox::lookup(acl_, name); }
+  Mox::Ptr<AclConfig> aclIs(std::string const& name);
+  void aclDel(std::string const& name) { itemDel(acl_, name, &Notifiee::onAcl); }
+  void aclDelAll() { collDelAll(acl_, &Notifiee::onAcl); }
+
+ private:
+  Obel::ChipId chipId_;
+  Mox::OrderedMap<std::string, Mox::Ptr<AclConfig>> acl_;
+};
+
+/// The ACLs of all chips of an agent.
+class NAXEL_EXPORT GlobalAclConfig : public Mox::Entity {
+ public:
+  class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
+   public:
+    virtual void onAclConfigColl(Obel::ChipId const&) {}
+  };
+
+  std::string_view fwkType() const override { return "Naxel::GlobalAclConfig"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  Mox::OrderedMap<Obel::ChipId, Mox::Ptr<AclConfigColl>> const& aclConfigColl() const {
+    return aclConfigColl_;
+  }
+  Mox::Ptr<AclConfigColl> aclConfigCollIs(Obel::ChipId chip);
+  void aclConfigCollDel(Obel::ChipId chip) {
+    itemDel(aclConfigColl_, chip, &Notifiee::onAclConfigColl);
+  }
+  void aclConfigCollDelAll() { collDelAll(aclConfigColl_, &Notifiee::onAclConfigColl); }
+
+ private:
+  Mox::OrderedMap<Obel::ChipId, Mox::Ptr<AclConfigColl>> aclConfigColl_;
+};
+
+}  // namespace Naxel

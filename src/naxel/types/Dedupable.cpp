@@ -1,0 +1,17 @@
+#include "naxel/types/Dedupable.h"
+
+#include "mox/Assert.h"
+
+namespace Naxel {
+
+uint32_t Dedupable::hash() const {
+  MOX_ASSERT(false && "Not implemented");
+  return 0;
+}
+
+bool Dedupable::isEqual(Mox::Ptr<Dedupable const> const&) const {
+  MOX_ASSERT(false && "Not implemented");
+  return false;
+}
+
+}  // namespace Naxel

@@ -1,0 +1,137 @@
+#pragma once
+
+/// What a packet must be like to match a rule.
+
+#include "mox/HashMap.h"
+#include "naxel/types/IpPrefixList.h"
+#include "naxel/types/Ranges.h"
+
+namespace Naxel {
+
+/// A packet matches when every constraint holds: source and destination in their lists, the value of
+/// each field in one of the ranges of its set, each TCP flag that is true. An absent list, an empty
+/// range set and a false flag do not constrain. Written by the agent, only read by the library.
+class NAXEL_EXPORT RuleFilter : public Mox::Entity {
+ public:
+  template <class R>
+  using RangeColl = Mox::HashSet<R>;
+
+  class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
+   public:
+    virtual void onSource() {}
+    virtual void onDestination() {}
+    virtual void onSportRange(L4PortRange const&) {}
+    virtual void onDportRange(L4PortRange const&) {}
+    virtual void onIcmpType(IcmpTypeRange const&) {}
+    virtual void onProto(ProtoRange const&) {}
+    virtual void onMatchTcpInit() {}
+    virtual void onMatchTcpEstablished() {}
+    virtual void onLength(LengthRange const&) {}
+    virtual void onFragment(FragmentRange const&) {}
+    virtual void onDscp(DscpRange const&) {}
+  };
+
+  std::string_view fwkType() const override { return "Naxel::RuleFilter"; }
+  Mox::AttributeTable const& attributeTable() const override;
+
+  /// The source list; null when the source does not matter. Sharing one list between several filters
+  /// is allowed.
+  Mox::Ptr<IpPrefixList> const& source() const { return source_; }
+  /// Creates the list, or returns the one there is.
+  Mox::Ptr<IpPrefixList> sourceIs();
+  void sourceIs(Mox::Ptr<IpPrefixList> list) {
+    attrIs(source_, std::move(list), &Notifiee::onSource);
+  }
+  void sourceDel() { attrIs(source_, Mox::Ptr<IpPrefixList>(), &Notifiee::onSource); }
+
+  Mox::Ptr<IpPrefixList> const& destination() const { return destination_; }
+  Mox::Ptr<IpPrefixList> destinationIs();
+  void destinationIs(Mox::Ptr<IpPrefixList> list) {
+    attrIs(destination_, std::move(list), &Notifiee::onDestination);
+  }
+  void destinationDel() { attrIs(destination_, Mox::Ptr<IpPrefixList>(), &Notifiee::onDestination); }
+
+  RangeColl<L4PortRange> const& sportRange() const { return sportRange_; }
+  bool sportRangeHas(L4PortRange const& r) const { return sportRange_.contains(r); }
+  void sportRangeIs(L4PortRange const& r) { memberIs(sportRange_, r, &Notifiee::onSportRange); }
+  void sportRangeDel(L4PortRange const& r) { itemDel(sportRange_, r, &Notifiee::onSportRange); }
+  void sportRangeDelAll() { collDelAll(sportRange_, &Notifiee::onSportRange); }
+
+  RangeColl<L4PortRange> const& dportRange() const { return dportRange_; }
+  bool dportRangeHas(L4PortRange const& r) const { return dportRange_.contains(r); }
+  void dportRangeIs(L4PortRange const& r) { memberIs(dportRange_, r, &Notifiee::onDportRange); }
+  void dportRangeDel(L4PortRange const& r) { itemDel(dportRange_, r, &Notifiee::onDportRange); }
+  void dportRangeDelAll() { collDelAll(dportRange_, &Notifiee::onDportRange); }
+
+  RangeColl<IcmpTypeRange> const& icmpType() const { return icmpType_; }
+  bool icmpTypeHas(IcmpTypeRange const& r) const { return icmpType_.contains(r); }
+  void icmpTypeIs(IcmpTypeRange const& r) { memberIs(icmpType_, r, &Notifiee::onIcmpType); }
+  void icmpTypeDel(IcmpTypeRange const& r) { itemDel(icmpType_, r, &Notifiee::onIcmpType); }
+  void icmpTypeDelAll() { collDelAll(icmpType_, &Notifiee::onIcmpType); }
+
+  RangeColl<ProtoRange> const& proto() const { return proto_; }
+  bool protoHas(ProtoRange const& r) const { return proto_.contains(r); }
+  void protoIs(ProtoRange const& r) { memberIs(proto_, r, &Notifiee::onProto); }
+  void protoDel(ProtoRange const& r) { itemDel(proto_, r, &Notifiee::onProto); }
+  void protoDelAll() { collDelAll(proto_, &Notifiee::onProto); }
+
+  /// Match TCP packets that open a connection: SYN without ACK (RFC 9293).
+  bool matchTcpInit() const { return matchTcpInit_; }
+  void matchTcpInitIs(bool v) { attrIs(matchTcpInit_, v, &Notifiee::onMatchTcpInit); }
+  /// Match TCP packets of established connections: ACK or RST. With both flags both must hold.
+  bool matchTcpEstablished() const { return matchTcpEstablished_; }
+  void matchTcpEstablishedIs(bool v) {
+    attrIs(matchTcpEstablished_, v, &Notifiee::onMatchTcpEstablished);
+  }
+
+  RangeColl<LengthRange> const& length() const { return length_; }
+  bool lengthHas(LengthRange const& r) const { return length_.contains(r); }
+  void lengthIs(LengthRange const& r) { memberIs(length_, r, &Notifiee::onLength); }
+  void lengthDel(LengthRange const& r) { itemDel(length_, r, &Notifiee::onLength); }
+  void lengthDelAll() { collDelAll(length_, &Notifiee::onLength); }
+
+  RangeColl<FragmentRange> const& fragment() const { return fragment_; }
+  bool fragmentHas(FragmentRange const& r) const { return fragment_.contains(r); }
+  void fragmentIs(FragmentRange const& r) { memberIs(fragment_, r, &Notifiee::onFragment); }
+  void fragmentDel(FragmentRange const& r) { itemDel(fragment_, r, &Notifiee::onFragment); }
+  void fragmentDelAll() { collDelAll(fragment_, &Notifiee::onFragment); }
+
+  RangeColl<DscpRange> const& dscp() const { return dscp_; }
+  bool dscpHas(DscpRange const& r) const { return dscp_.contains(r); }
+  void dscpIs(DscpRange const& r) { memberIs(dscp_, r, &Notifiee::onDscp); }
+  void dscpDel(DscpRange const& r) { itemDel(dscp_, r, &Notifiee::onDscp); }
+  void dscpDelAll() { collDelAll(dscp_, &Notifiee::onDscp); }
+
+  /// Calls `f(RangeSetColl const&)` for the seven range sets in the order of RangeSetType: source
+  /// ports, destination ports, ICMP type, protocol, length, fragment, DSCP.
+  template <class F>
+  void forEachRangeColl(F f) const {
+    f(sportRange_);
+    f(dportRange_);
+    f(icmpType_);
+    f(proto_);
+    f(length_);
+    f(fragment_);
+    f(dscp_);
+  }
+
+  /// 64-bit hash of everything that the filter says: each field enters under a salt of its own, an
+  /// absent list differs from an empty one, and the TCP flags count.
+  uint64_t contentHash() const;
+  uint32_t hash() const { return Mox::foldHash(contentHash()); }
+
+ private:
+  Mox::Ptr<IpPrefixList> source_;
+  Mox::Ptr<IpPrefixList> destination_;
+  RangeColl<L4PortRange> sportRange_;
+  RangeColl<L4PortRange> dportRange_;
+  RangeColl<IcmpTypeRange> icmpType_;
+  RangeColl<ProtoRange> proto_;
+  bool matchTcpInit_ = false;
+  bool matchTcpEstablished_ = false;
+  RangeColl<LengthRange> length_;
+  RangeColl<FragmentRange> fragment_;
+  RangeColl<DscpRange> dscp_;
+};
+
+}  // namespace Naxel

@@ -1,0 +1,216 @@
+#include "naxel/xform/NaxelComboLabelResolverSm.h"
+
+#include <stdexcept>
+
+#include "mox/Assert.h"
+#include "naxel/types/NaxelTrace.h"
+
+namespace Naxel {
+
+namespace {
+
+/// The labels of a set; empty where the transform has no list for it.
+Mox::FlatSet<PlainLabel> const& labelsOf(XformStatus const& xform, GenSetKey key) {
+  static Mox::FlatSet<PlainLabel> const none;
+  PlainLabelList const* list = xform.plainLabelListMap()->plainLabelList(key);
+  return list ? list->label() : none;
+}
+
+}  // namespace
+
+void ComboLabelDedupMarkAndSweeper::doCleanupSweptEntry(GenSetKey key) {
+  if (auto line = trace(6))
+    line << "ComboDeduper(" << chipId_ << ", " << type_
+         << ") Cleaning up comboSet with key: " << key;
+  comboLabelInfo_->comboLabelSetCollDel(key);
+}
+
+GenSetKey ComboLabelDedupMarkAndSweeper::getGenSetKey(Dedupable const& obj) const {
+  auto const* comboSet = dynamic_cast<ComboLabelSet const*>(&obj);
+  MOX_ASSERT(comboSet);
+  return comboSet->key();
+}
+
+ComboLabelResolverSm::ComboLabelResolverSm(Obel::ChipId chipId,
+                                           Mox::Ptr<ComboLabelResolverConfig> config,
+                                           Mox::Ptr<ComboLabelResolverStatus> status,
+                                           Mox::Ptr<ChipHwCapability const> hwCapability,
+                                           ComboLabelSetType type,
+                                           Mox::Ptr<GenSetKeyGenerator> genSetKeyGenerator)
+    : StageSm(chipId, config, status),
+      config_(std::move(config)),
+      status_(std::move(status)),
+      hwCapability_(std::move(hwCapability)),
+      type_(type),
+      genSetKeyGenerator_(std::move(genSetKeyGenerator)) {
+  MOX_ASSERT_TEXT(type_ < ComboLabelSetType::comboLabelSetMax, "Invalid comboSet type");
+  handleInitialized();
+}
+
+void ComboLabelResolverSm::handleInitialized() {
+  traceStep(8, "handleInitialized");
+  comboLabelDeduper_ = Mox::makePtr<ComboLabelDedupMarkAndSweeper>(
+      type_, status_->comboLabelInfo(), chipId());
+}
+
+Mox::TraceLine ComboLabelResolverSm::traceStep(int level, char const* step) const {
+  Mox::TraceLine line = trace(level);
+  if (line) line << "ComboLabelResolverSm(" << type_ << ")::" << step;
+  return line;
+}
+
+void ComboLabelResolverSm::doStartKick() {
+  traceStep(8, "doStartKick");
+  XformStatus const& src = *config_->srcXform();
+  XformStatus const& dst = *config_->dstXform();
+  bool const sideOff = src.status() == StageStatusType::finishedNotEnabled ||
+                       dst.status() == StageStatusType::finishedNotEnabled;
+  if (width() == 0 || sideOff) {
+    traceStep(2, "doStartKick") << ": Combo not enabled for: " << type_;
+    doClearOutput();
+    return doSetStatus(StageStatusType::finishedNotEnabled);
+  }
+  for (XformStatus const* side : {&src, &dst})
+    if (side->outputUnusable()) {
+      doForget();
+      return doFail(side->unusableReason());
+    }
+  uint64_t const hash = doComputeComboHash();
+  if (src.status() == StageStatusType::finishedSkipped &&
+      dst.status() == StageStatusType::finishedSkipped && workingSetHash_ == hash) {
+    traceStep(2, "doStartKick") << ": Working set has not changed, skipping";
+    return doSetStatus(StageStatusType::finishedSkipped);
+  }
+  workingSetHash_.reset();
+  doSetStatus(StageStatusType::inProgress);
+  doCleanSm();
+  checkRulesForSrcDstSets();
+  doDeleteUnusedSets();
+  workingSetHash_ = hash;
+  doSetStatus(StageStatusType::finishedSuccess);
+}
+
+template <class F>
+void ComboLabelResolverSm::forEachPair(F f) const {
+  for (auto const& [name, list] : config_->aggInfo()->aclGenSetIpRuleList()) {
+    // Sets of the other family have no labels here and would only make empty products.
+    if (type_ != ComboLabelSetType::srcDstL4Port && prefixComboType(list->af()) != type_) continue;
+    for (auto const& [ruleName, rule] : list->genSetIpRule()) {
+      GenSetKeyPair const pair = rule->comboPair(type_);
+      if (pair.src() && pair.dst()) f(pair.src(), pair.dst());
+    }
+  }
+}
+
+uint64_t ComboLabelResolverSm::doComputeComboHash() const {
+  traceStep(8, "doComputeComboHash");
+  Mox::OneAtATime high;
+  Mox::OneAtATime low;
+  auto const word = [&](uint64_t v) {
+    uint64_t const mixed = Mox::mix64(v);
+    high.word(static_cast<uint32_t>(mixed >> 32));
+    low.word(static_cast<uint32_t>(mixed));
+  };
+  word(width());
+  Mox::HashSet<GenSetKey> srcSeen;
+  Mox::HashSet<GenSetKey> dstSeen;
+  auto const labels = [&](Mox::HashSet<GenSetKey>& seen, XformStatus const& xform, GenSetKey key) {
+    if (!seen.insert(key)) return;
+    auto const& list = labelsOf(xform, key);
+    word(list.size());
+    for (PlainLabel l : list) word(l.value());
+  };
+  forEachPair([&](GenSetKey src, GenSetKey dst) {
+    word(src.value());
+    word(dst.value());
+    labels(srcSeen, *config_->srcXform(), src);
+    labels(dstSeen, *config_->dstXform(), dst);
+  });
+  return uint64_t{high.finish()} << 32 | low.finish();
+}
+
+void ComboLabelResolverSm::doClearOutput() {
+  doForget();
+  doCleanSm();
+  doDeleteUnusedSets();
+}
+
+void ComboLabelResolverSm::doCleanSm() {
+  traceStep(8, "doCleanSm");
+  comboLabelDeduper_->unmarkAll();
+  ComboLabelInfo& info = *status_->comboLabelInfo();
+  // A run that was broken off by an exception may leave sets that no record stands for.
+  Mox::HashSet<GenSetKey> named;
+  for (auto const& [obj, mark] : comboLabelDeduper_->deduped())
+    named.insert(comboLabelDeduper_->getGenSetKey(*obj));
+  std::vector<GenSetKey> unnamed;
+  for (auto const& [key, set] : info.comboLabelSetColl())
+    if (!named.contains(key)) unnamed.push_back(key);
+  for (GenSetKey key : unnamed) info.comboLabelSetCollDel(key);
+  info.srcDstToComboMapDelAll();
+  status_->genSetUsageInfo()->refCountDelAll();
+  combos_ = 0;
+}
+
+void ComboLabelResolverSm::checkRulesForSrcDstSets() {
+  traceStep(8, "checkRulesForSrcDstSets");
+  forEachPair([&](GenSetKey src, GenSetKey dst) { doBuildComboLabelSet(src, dst); });
+}
+
+void ComboLabelResolverSm::countProduct(GenSetKey src, GenSetKey dst, uint64_t combos) {
+  combos_ += combos;
+  if (combos_ <= comboCap) return;
+  throw std::length_error(Mox::stringValue(type_) + ": at least " + std::to_string(combos_) +
+                          " label combinations needed, at most " + std::to_string(comboCap) +
+                          " are built; the pair of sets " + valueToStrep(src) + " and " +
+                          valueToStrep(dst) + " alone has " + std::to_string(combos));
+}
+
+void ComboLabelResolverSm::doBuildComboLabelSet(GenSetKey src, GenSetKey dst) {
+  traceStep(8, "doBuildComboLabelSet") << " source " << src << " destination " << dst;
+  ComboLabelInfo& info = *status_->comboLabelInfo();
+  GenSetKeyPair const pair(src, dst);
+  if (GenSetKey const known = info.srcDstToComboMap(pair)) {
+    traceStep(6, "doBuildComboLabelSet") << " ComboSet was previously computed Key: " << known;
+    status_->genSetUsageInfo()->refCountIs(known).valueInc(1);
+    return;
+  }
+  auto const& srcLabels = labelsOf(*config_->srcXform(), src);
+  auto const& dstLabels = labelsOf(*config_->dstXform(), dst);
+  countProduct(src, dst, uint64_t{srcLabels.size()} * dstLabels.size());
+
+  GenSetKey key = genSetKeyGenerator_->newKey();
+  auto const set = info.comboLabelSetCollIs(key, type_);
+  for (PlainLabel s : srcLabels)
+    for (PlainLabel d : dstLabels) {
+      traceStep(9, "doBuildComboLabelSet") << "src label: " << s << " dst label: " << d;
+      set->comboLabelIs(GenCombo(s, d));
+    }
+  GenSetKey const canonical = comboLabelDeduper_->addDeduped(set);
+  if (canonical == key) {
+    if (auto line = traceStep(6, "doBuildComboLabelSet"))
+      line << "Creating comboSet : " << set->stringValue();
+  } else {
+    info.comboLabelSetCollDel(key);
+    traceStep(6, "doBuildComboLabelSet") << "Reusing comboSet with key: " << canonical;
+    key = canonical;
+  }
+  info.srcDstToComboMapIs(pair, key);
+  status_->genSetUsageInfo()->refCountIs(key).valueInc(1);
+}
+
+void ComboLabelResolverSm::doDeleteUnusedSets() {
+  traceStep(8, "doDeleteUnusedSets");
+  comboLabelDeduper_->sweepUnmarked();
+}
+
+Mox::Ptr<ComboLabelResolverSm> comboLabelResolverSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<ComboLabelResolverConfig> config,
+    Mox::Ptr<ComboLabelResolverStatus> status, Mox::Ptr<ChipHwCapability const> hwCapability,
+    ComboLabelSetType type, Mox::Ptr<GenSetKeyGenerator> genSetKeyGenerator) {
+  return Mox::makePtr<ComboLabelResolverSm>(chipId, std::move(config), std::move(status),
+                                            std::move(hwCapability), type,
+                                            std::move(genSetKeyGenerator));
+}
+
+}  // namespace Naxel

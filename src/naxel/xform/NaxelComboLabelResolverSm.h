@@ -1,0 +1,99 @@
+#pragma once
+
+/// The combo label resolver: forms, for the source/destination pair of every rule, the set of all
+/// (source label, destination label) combinations that the pair covers.
+///
+/// Reads    the rules in terms of set keys, and the label lists of the two sides' transforms.
+/// Writes   ComboLabelInfo (combination sets by key, and which serves which pair) and the count of
+///          rules per set.
+/// Skips    when both transforms report that they skipped and the digest of the pairs, of the label
+///          lists behind them and of the width equals that of the last run that succeeded. The lists
+///          are part of it because a kick that ended between transform and resolver renumbers labels
+///          unseen.
+/// Fails    when a side's output is unusable, or when the products are larger than `comboCap` in all.
+/// Not enabled where the chip has no width for the type, or where a side is not labelled; then
+///          nothing is published, and rules match the two fields separately.
+/// Order    pairs in the order of ACL name and rule; sets by ascending key.
+
+#include <optional>
+
+#include "mox/Trace.h"
+#include "naxel/control/StageSm.h"
+#include "naxel/genset/NaxelDedup.h"
+#include "naxel/loader/HwCapability.h"
+#include "naxel/xform/NaxelXformTypes.h"
+
+namespace Naxel {
+
+/// Most combinations that the products of one type may have in all: beyond it memory would have no
+/// bound.
+inline constexpr uint64_t comboCap = uint64_t{1} << 24;
+
+/// Shares combination sets of one type.
+class NAXEL_EXPORT ComboLabelDedupMarkAndSweeper : public DedupMarkAndSweeper {
+ public:
+  ComboLabelDedupMarkAndSweeper(ComboLabelSetType type, Mox::Ptr<ComboLabelInfo> info,
+                                Obel::ChipId chipId)
+      : type_(type), comboLabelInfo_(std::move(info)), chipId_(chipId) {}
+  std::string_view fwkType() const override { return "Naxel::ComboLabelDedupMarkAndSweeper"; }
+  void doCleanupSweptEntry(GenSetKey key) override;
+  GenSetKey getGenSetKey(Dedupable const& obj) const override;
+
+ private:
+  ComboLabelSetType type_;
+  Mox::Ptr<ComboLabelInfo> comboLabelInfo_;
+  Obel::ChipId chipId_;
+};
+
+class NAXEL_EXPORT ComboLabelResolverSm : public StageSm {
+ public:
+  ComboLabelResolverSm(Obel::ChipId chipId, Mox::Ptr<ComboLabelResolverConfig> config,
+                       Mox::Ptr<ComboLabelResolverStatus> status,
+                       Mox::Ptr<ChipHwCapability const> hwCapability, ComboLabelSetType type,
+                       Mox::Ptr<GenSetKeyGenerator> genSetKeyGenerator);
+
+  ComboLabelSetType type() const { return type_; }
+  ComboLabelResolverConfig const& comboLabelConfig() const { return *config_; }
+  ComboLabelResolverStatus& comboLabelStatus() const { return *status_; }
+  Mox::Ptr<ComboLabelDedupMarkAndSweeper> const& comboLabelDeduper() const {
+    return comboLabelDeduper_;
+  }
+  /// Digest of the last run that succeeded; none before it and after a failure.
+  std::optional<uint64_t> workingSetHash() const { return workingSetHash_; }
+
+  void doStartKick() override;
+  uint64_t doComputeComboHash() const;
+  void doCleanSm();
+  void checkRulesForSrcDstSets();
+  void doBuildComboLabelSet(GenSetKey src, GenSetKey dst);
+  void doDeleteUnusedSets();
+
+ protected:
+  void doForget() noexcept override { workingSetHash_.reset(); }
+
+ private:
+  void handleInitialized();
+  Mox::TraceLine traceStep(int level, char const* step) const;
+  uint8_t width() const { return hwCapability_->comboXformWidth(type_); }
+  /// Calls `f(src, dst)` for the pair of every rule that has both sides.
+  template <class F>
+  void forEachPair(F f) const;
+  void doClearOutput();
+  /// Throws where the product does not fit under the cap.
+  void countProduct(GenSetKey src, GenSetKey dst, uint64_t combos);
+
+  Mox::Ptr<ComboLabelResolverConfig> config_;
+  Mox::Ptr<ComboLabelResolverStatus> status_;
+  Mox::Ptr<ChipHwCapability const> hwCapability_;
+  ComboLabelSetType type_;
+  Mox::Ptr<GenSetKeyGenerator> genSetKeyGenerator_;
+  Mox::Ptr<ComboLabelDedupMarkAndSweeper> comboLabelDeduper_;
+  std::optional<uint64_t> workingSetHash_;
+  uint64_t combos_ = 0;  // combinations built in this run
+};
+NAXEL_EXPORT Mox::Ptr<ComboLabelResolverSm> comboLabelResolverSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<ComboLabelResolverConfig> config,
+    Mox::Ptr<ComboLabelResolverStatus> status, Mox::Ptr<ChipHwCapability const> hwCapability,
+    ComboLabelSetType type, Mox::Ptr<GenSetKeyGenerator> genSetKeyGenerator);
+
+}  // namespace Naxel

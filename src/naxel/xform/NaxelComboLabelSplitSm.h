@@ -1,0 +1,50 @@
+#pragma once
+
+/// The combo label split: cuts overlapping combination sets into disjoint groups of combinations. The
+/// frame (reads, writes, skips, fails, order) is that of XformSmBase.
+///
+/// Every combination that occurs gets the group of sets that contain it. Groups are found by
+/// refinement: the sets are taken one after another in ascending order of their keys, and a
+/// combination that is in the next set moves from its group to that group extended by the set, the
+/// same for all that come from there. So a combination costs a lookup per set that holds it, and a
+/// group its own size once.
+
+#include "naxel/xform/XformSmBase.h"
+
+namespace Naxel {
+
+class NAXEL_EXPORT ComboLabelSplitSm : public XformSmBase {
+ public:
+  using GroupMap = Mox::FlatMap<GenCombo, Mox::Ptr<GenSetKeyGroup>>;
+
+  ComboLabelSplitSm(Obel::ChipId chipId, Mox::Ptr<ComboLabelSplitConfig> config,
+                    Mox::Ptr<ComboLabelSplitStatus> status,
+                    Mox::Ptr<ChipHwCapability const> hwCapability);
+
+  ComboLabelSplitConfig const& comboLabelConfig() const { return *config_; }
+  ComboLabelSplitStatus& comboLabelStatus() const { return *status_; }
+
+  /// Each combination of the last run with the sets that hold it.
+  GroupMap const& comboLabelToGenSetGrpMap() const { return comboLabelToGenSetGrpMap_; }
+  Mox::Ptr<GenSetKeyGroup> comboLabelToGenSetGrpMap(GenCombo const& combo) const;
+  void comboLabelToGenSetGrpMapDelAll() { comboLabelToGenSetGrpMap_.clear(); }
+
+  void doBuildWorkingSet() override;
+  void doBuildSetGroup() override;
+  void doAllocLabels() override;
+  uint32_t xformWidth() const override;
+  std::string traceStr() const override;
+
+ protected:
+  void doClearOutput() override;
+
+ private:
+  Mox::Ptr<ComboLabelSplitConfig> config_;
+  Mox::Ptr<ComboLabelSplitStatus> status_;
+  GroupMap comboLabelToGenSetGrpMap_;
+};
+NAXEL_EXPORT Mox::Ptr<ComboLabelSplitSm> comboLabelSplitSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<ComboLabelSplitConfig> config,
+    Mox::Ptr<ComboLabelSplitStatus> status, Mox::Ptr<ChipHwCapability const> hwCapability);
+
+}  // namespace Naxel

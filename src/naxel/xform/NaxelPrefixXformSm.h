@@ -1,0 +1,130 @@
+#pragma once
+
+/// The prefix transform: cuts the addresses that the prefix sets of one family and side describe into
+/// disjoint pieces. The frame (reads, writes, skips, fails, order) is that of XformSmBase.
+///
+/// Every prefix that any set names, as a member or as an except prefix, becomes a node of a trie. The
+/// walk from the top down gives each node the group of sets that contain the addresses at that node
+/// which no longer prefix of the trie takes:
+///
+///   group(node)  = (group(parent) without the sets that except this node)
+///                  with the sets that name this node, unless they except it or an ancestor
+///
+/// A set that excepts a node loses the whole subtree there, also where it names a prefix further
+/// down itself: an except prefix is matched by nothing of its list. A node whose group is empty keeps
+/// a label of its own, so that the longest-prefix match stops there.
+///
+/// Example: A = {10.0.0.0/8 except 10.1.0.0/16}, B = {10.1.2.0/24} gives the nodes 10.0.0.0/8 {A},
+/// 10.1.0.0/16 {} and 10.1.2.0/24 {B}.
+///
+/// Cost: groups are interned, and the result of combining a parent's group with a node's own sets is
+/// remembered by the pointers involved, so a node that repeats a combination costs O(log n), however
+/// many sets it lies in.
+
+#include "naxel/xform/XformSmBase.h"
+#include "routing/TrieGen.h"
+
+namespace Naxel {
+
+class NAXEL_EXPORT NaxelPrefixXformSm : public XformSmBase {
+ public:
+  using GroupMap = Mox::FlatMap<Lumox::IpGenPrefix, Mox::Ptr<GenSetKeyGroup>>;
+
+  NaxelPrefixXformSm(Obel::ChipId chipId, Mox::Ptr<PrefixXformConfig> config,
+                     Mox::Ptr<PrefixXformStatus> status,
+                     Mox::Ptr<ChipHwCapability const> hwCapability);
+
+  PrefixXformConfig const& prefixXformConfig() const { return *config_; }
+  PrefixXformStatus& prefixXformStatus() const { return *status_; }
+  PrefixAggregatorInfo const& prefixAggregatorInfo() const { return *config_->aggregatorInfo(); }
+
+  /// The trie of the last run; null before it.
+  Mox::Ptr<Routing::TrieGen> const& trie() const { return trie_; }
+  /// Keeps the trie of that name and family, or makes a new one.
+  Mox::Ptr<Routing::TrieGen> trieIs(Mox::Name const& name, Lumox::AddressFamily af);
+  void trieDel() { trie_ = nullptr; }
+
+  /// For each prefix of the trie its group: before the walk the sets that name it, afterwards the
+  /// sets that contain it.
+  GroupMap const& prefixToGenSetGrp() const { return prefixToGenSetGrp_; }
+  Mox::Ptr<GenSetKeyGroup> prefixToGenSetGrp(Lumox::IpGenPrefix const& p) const;
+  void prefixToGenSetGrpIs(Lumox::IpGenPrefix const& p, Mox::Ptr<GenSetKeyGroup> group) {
+    prefixToGenSetGrp_.set(p, std::move(group));
+  }
+  void prefixToGenSetGrpDel(Lumox::IpGenPrefix const& p) { prefixToGenSetGrp_.erase(p); }
+  void prefixToGenSetGrpDelAll() { prefixToGenSetGrp_.clear(); }
+
+  void doBuildWorkingSet() override;
+  void doBuildSetGroup() override;
+  void doAllocLabels() override;
+  uint32_t xformWidth() const override;
+  std::string traceStr() const override;
+
+  /// Seeds the groups with direct membership.
+  void doInitSetGroup();
+  void doBuildTrie();
+
+ protected:
+  void doClearOutput() override;
+
+ private:
+  friend class UpdatePrefixSetListCallback;
+
+  /// Prefixes named with the sets that name them, in natural order, as seeds or as exceptions.
+  using Naming = std::vector<std::pair<Lumox::IpGenPrefix, GenSetKey>>;
+  GroupMap groupsOf(Naming naming);
+
+  Mox::Ptr<PrefixXformConfig> config_;
+  Mox::Ptr<PrefixXformStatus> status_;
+  Mox::Ptr<Routing::TrieGen> trie_;
+  GroupMap prefixToGenSetGrp_;
+  GroupMap prefixToExceptGrp_;  // the sets that except a prefix
+  KeyGroupInterner interner_;
+};
+NAXEL_EXPORT Mox::Ptr<NaxelPrefixXformSm> naxelPrefixXformSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<PrefixXformConfig> config, Mox::Ptr<PrefixXformStatus> status,
+    Mox::Ptr<ChipHwCapability const> hwCapability);
+
+/// A combination step of the walk, by the identity of its operands; null stands for the empty group.
+struct PrefixGroupStep {
+  GenSetKeyGroup const* parent = nullptr;
+  GenSetKeyGroup const* own = nullptr;
+  GenSetKeyGroup const* exceptHere = nullptr;
+  GenSetKeyGroup const* exceptAbove = nullptr;
+  bool operator==(PrefixGroupStep const&) const = default;
+  uint64_t hash64() const;
+};
+struct PrefixGroupOutcome {
+  Mox::Ptr<GenSetKeyGroup> group;
+  Mox::Ptr<GenSetKeyGroup> excepted;  // sets excepted here or above; null for none
+};
+
+/// Completes the groups; sees every parent before its children.
+class UpdatePrefixSetListCallback : public Routing::TrieGenWalkCallback {
+ public:
+  explicit UpdatePrefixSetListCallback(NaxelPrefixXformSm& sm) : sm_(sm) {}
+  int handlePrefix(Lumox::IpGenPrefix const& prefix) override;
+
+ private:
+  using Group = Mox::Ptr<GenSetKeyGroup>;
+  using Step = PrefixGroupStep;
+  using Outcome = PrefixGroupOutcome;
+  Outcome combine(Step const& step);
+
+  NaxelPrefixXformSm& sm_;
+  Mox::HashMap<Lumox::IpGenPrefix, Group> exceptedAt_;  // nodes below which some set is excepted
+  Mox::HashMap<Step, Outcome> known_;
+  Mox::HashSet<Group> distinct_;
+};
+
+/// Writes the trie and its groups to the trace.
+class DumpWalkCallback : public Routing::TrieGenWalkCallback {
+ public:
+  explicit DumpWalkCallback(NaxelPrefixXformSm const& sm) : sm_(sm) {}
+  int handlePrefix(Lumox::IpGenPrefix const& prefix) override;
+
+ private:
+  NaxelPrefixXformSm const& sm_;
+};
+
+}  // namespace Naxel

@@ -1,0 +1,160 @@
+#include "naxel/xform/NaxelRangeSplitSm.h"
+
+#include <algorithm>
+
+#include "mox/Assert.h"
+#include "naxel/types/NaxelTrace.h"
+
+namespace Naxel {
+
+namespace {
+
+/// The sets that are active at the position of the sweep.
+class ActiveSets {
+ public:
+  bool empty() const { return keys_.empty(); }
+  size_t keyGroups() const { return keys_.size(); }
+  void add(GenSetKeyGroup::KeyColl const& keys) {
+    for (GenSetKey key : keys) {
+      keys_.insert(std::lower_bound(keys_.begin(), keys_.end(), key), key);
+      hash_.add(key);
+    }
+  }
+  void remove(GenSetKeyGroup::KeyColl const& keys) {
+    for (GenSetKey key : keys) {
+      keys_.erase(std::lower_bound(keys_.begin(), keys_.end(), key));
+      hash_.remove(key);
+    }
+  }
+  Mox::Ptr<GenSetKeyGroup> intern(KeyGroupInterner& interner) const {
+    return interner.intern(keys_, hash_);
+  }
+
+ private:
+  std::vector<GenSetKey> keys_;
+  KeySetHash hash_;
+};
+
+}  // namespace
+
+std::vector<RangeSetElem> mergeOverlapping(Mox::FlatSet<RangeSetElem> const& ranges) {
+  std::vector<RangeSetElem> merged;
+  for (RangeSetElem const& r : ranges) {
+    if (!merged.empty() && r.first() <= merged.back().last())
+      merged.back() =
+          RangeSetElem(merged.back().first(), std::max(merged.back().last(), r.last()));
+    else
+      merged.push_back(r);
+  }
+  return merged;
+}
+
+RangeSplitSm::RangeSplitSm(Obel::ChipId chipId, Mox::Ptr<RangeSplitConfig> config,
+                           Mox::Ptr<RangeSplitStatus> status,
+                           Mox::Ptr<ChipHwCapability const> hwCapability)
+    : XformSmBase(chipId, config, status, std::move(hwCapability)),
+      config_(std::move(config)),
+      status_(std::move(status)) {}
+
+uint32_t RangeSplitSm::xformWidth() const {
+  return hwCapability()->rangeXformWidth(config_->key());
+}
+
+std::string RangeSplitSm::traceStr() const {
+  return "RangeSplitSm(" + Mox::stringValue(config_->key()) + ")::";
+}
+
+void RangeSplitSm::doBuildWorkingSet() {
+  traceStep(8, "doBuildWorkingSet");
+  std::vector<GenSetKey> keys;
+  for (auto const& [key, set] : config_->aggregatorInfo()->rangeSetColl()) keys.push_back(key);
+  auto group = genSetKeyGroupFactory();
+  group->keyGroupIs(std::move(keys));
+  workingSetIs(std::move(group));
+}
+
+void RangeSplitSm::doCreateRangePoints() {
+  traceStep(8, "doCreateRangePoints");
+  struct Boundary {
+    uint16_t point;
+    bool end;
+    GenSetKey key;
+  };
+  std::vector<Boundary> boundaries;
+  for (auto const& [key, set] : config_->aggregatorInfo()->rangeSetColl())
+    for (RangeSetElem const& r : mergeOverlapping(set->range())) {
+      boundaries.push_back({r.first(), false, key});
+      boundaries.push_back({r.last(), true, key});
+    }
+  // Stable, so that the keys of a point stay ascending and enter its collections at the end.
+  std::stable_sort(boundaries.begin(), boundaries.end(),
+                   [](Boundary const& a, Boundary const& b) { return a.point < b.point; });
+  rangePointInfoDelAll();
+  for (Boundary const& b : boundaries) {
+    if (rangePointInfo_.empty() || rangePointInfo_.back().point() != b.point)
+      rangePointInfo_.emplace_back(b.point);
+    if (b.end)
+      rangePointInfo_.back().endIs(b.key);
+    else
+      rangePointInfo_.back().startIs(b.key);
+  }
+}
+
+void RangeSplitSm::doBuildSetGroup() {
+  traceStep(8, "doBuildSetGroup");
+  doCreateRangePoints();
+  rangeElemToGenSetGrpDelAll();
+  KeyGroupInterner interner;
+  ActiveSets currentGenSetKeyGrp;
+  uint32_t openStart = 0;  // may become 65536, behind the last point
+  auto const emit = [&](uint32_t first, uint32_t last) {
+    if (auto line = traceStep(6, "doBuildSetGroup"))
+      line << " Creating range: ( " << first << ", " << last << " )";
+    rangeElemToGenSetGrpIs(RangeSetElem(static_cast<uint16_t>(first), static_cast<uint16_t>(last)),
+                           currentGenSetKeyGrp.intern(interner));
+  };
+  for (RangePointInfo const& p : rangePointInfo_) {
+    uint32_t const point = p.point();
+    if (auto line = traceStep(6, "doBuildSetGroup")) line << " RangePoint: " << point;
+    if (!p.start().empty()) {
+      if (!currentGenSetKeyGrp.empty() && point > openStart) emit(openStart, point - 1);
+      openStart = point;
+      currentGenSetKeyGrp.add(p.start());
+    }
+    if (!p.end().empty()) {
+      if (!currentGenSetKeyGrp.empty() && point >= openStart) emit(openStart, point);
+      openStart = point + 1;
+      currentGenSetKeyGrp.remove(p.end());
+    }
+    // Beyond the limit the result is unusable anyway, and its size would have no bound.
+    if (interner.size() > groupLimit()) return overflowIs(true);
+  }
+  MOX_ASSERT_TEXT(currentGenSetKeyGrp.keyGroups() == 0, "currentGenSetKeyGrp->keyGroups() == 0");
+}
+
+void RangeSplitSm::doAllocLabels() {
+  traceStep(8, "doAllocLabels");
+  xformSetGroupDeduper()->clear();
+  std::vector<RangeSplitStatus::LabelMap::value_type> labels;
+  labels.reserve(rangeElemToGenSetGrp_.size());
+  for (auto const& [elem, group] : rangeElemToGenSetGrp_)
+    labels.emplace_back(elem, xformSetGroupDeduper()->addGroup(group));
+  RangeSplitStatus::LabelMap map;
+  map.adopt(std::move(labels));
+  status_->rangeToPlainLabelMapIs(std::move(map));
+}
+
+void RangeSplitSm::doClearOutput() {
+  rangePointInfoDelAll();
+  rangeElemToGenSetGrpDelAll();
+  status_->rangeToPlainLabelMapIs({});
+}
+
+Mox::Ptr<RangeSplitSm> rangeSplitSmFactory(Obel::ChipId chipId, Mox::Ptr<RangeSplitConfig> config,
+                                           Mox::Ptr<RangeSplitStatus> status,
+                                           Mox::Ptr<ChipHwCapability const> hwCapability) {
+  return Mox::makePtr<RangeSplitSm>(chipId, std::move(config), std::move(status),
+                                    std::move(hwCapability));
+}
+
+}  // namespace Naxel

@@ -1,0 +1,87 @@
+#pragma once
+
+/// The range split: cuts the number line of one field into elementary ranges such that every value of
+/// an elementary range lies in exactly the same range sets. The frame (reads, writes, skips, fails,
+/// order) is that of XformSmBase.
+///
+/// A sweep over the boundary points in ascending order holds the sets that are active there. Starts
+/// are handled before ends at the same point, so ranges that begin and ranges that end at a point are
+/// all active on the point itself. A stretch that no range covers yields no element, and neighbouring
+/// elements of equal groups stay two elements with one label.
+///
+/// Example: A = {1-10}, B = {5-20} gives 1-4 {A}, 5-10 {A, B} and 11-20 {B}.
+///
+/// Overlapping ranges of one and the same set are merged before the sweep, because a set is active or
+/// not: without that the end of the first would deactivate the second. Ranges that only touch stay
+/// apart.
+///
+/// Cost: the active sets are one sorted array with a hash that is updated as sets come and go; its
+/// content is copied only for a group that has not occurred before.
+
+#include "naxel/xform/XformSmBase.h"
+
+namespace Naxel {
+
+/// One boundary point of the number line.
+class RangePointInfo {
+ public:
+  explicit RangePointInfo(uint16_t point) : point_(point) {}
+
+  uint16_t point() const { return point_; }
+  /// The sets with a range that begins here.
+  GenSetKeyGroup::KeyColl const& start() const { return start_; }
+  void startIs(GenSetKey key) { start_.insert(key); }
+  /// The sets with a range that ends here, inclusive.
+  GenSetKeyGroup::KeyColl const& end() const { return end_; }
+  void endIs(GenSetKey key) { end_.insert(key); }
+
+ private:
+  uint16_t point_;
+  GenSetKeyGroup::KeyColl start_;
+  GenSetKeyGroup::KeyColl end_;
+};
+
+/// The ranges of a set with those that overlap merged, ascending.
+std::vector<RangeSetElem> mergeOverlapping(Mox::FlatSet<RangeSetElem> const& ranges);
+
+class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
+ public:
+  using GroupMap = Mox::FlatMap<RangeSetElem, Mox::Ptr<GenSetKeyGroup>>;
+
+  RangeSplitSm(Obel::ChipId chipId, Mox::Ptr<RangeSplitConfig> config,
+               Mox::Ptr<RangeSplitStatus> status, Mox::Ptr<ChipHwCapability const> hwCapability);
+
+  RangeSplitConfig const& rangeSplitConfig() const { return *config_; }
+  RangeSplitStatus& rangeSplitStatus() const { return *status_; }
+
+  /// The boundary points of the last run, ascending.
+  std::vector<RangePointInfo> const& rangePointInfo() const { return rangePointInfo_; }
+  void rangePointInfoDelAll() { rangePointInfo_.clear(); }
+  /// Each elementary range of the last run with its group.
+  GroupMap const& rangeElemToGenSetGrp() const { return rangeElemToGenSetGrp_; }
+  void rangeElemToGenSetGrpIs(RangeSetElem const& e, Mox::Ptr<GenSetKeyGroup> group) {
+    rangeElemToGenSetGrp_.set(e, std::move(group));
+  }
+  void rangeElemToGenSetGrpDelAll() { rangeElemToGenSetGrp_.clear(); }
+
+  void doBuildWorkingSet() override;
+  void doBuildSetGroup() override;
+  void doAllocLabels() override;
+  uint32_t xformWidth() const override;
+  std::string traceStr() const override;
+  void doCreateRangePoints();
+
+ protected:
+  void doClearOutput() override;
+
+ private:
+  Mox::Ptr<RangeSplitConfig> config_;
+  Mox::Ptr<RangeSplitStatus> status_;
+  std::vector<RangePointInfo> rangePointInfo_;
+  GroupMap rangeElemToGenSetGrp_;
+};
+NAXEL_EXPORT Mox::Ptr<RangeSplitSm> rangeSplitSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<RangeSplitConfig> config, Mox::Ptr<RangeSplitStatus> status,
+    Mox::Ptr<ChipHwCapability const> hwCapability);
+
+}  // namespace Naxel

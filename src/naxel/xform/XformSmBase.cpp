@@ -1,0 +1,106 @@
+#include "naxel/xform/XformSmBase.h"
+
+#include "mox/Assert.h"
+#include "naxel/types/NaxelTrace.h"
+
+namespace Naxel {
+
+XformSmBase::XformSmBase(Obel::ChipId chipId, Mox::Ptr<StageConfig> config,
+                         Mox::Ptr<StageStatus> status,
+                         Mox::Ptr<ChipHwCapability const> hwCapability)
+    : StageSm(chipId, std::move(config), status),
+      hwCapability_(std::move(hwCapability)),
+      xformStatus_(dynamic_cast<XformStatus*>(status.get())) {
+  handleInitialized();
+}
+
+void XformSmBase::handleInitialized() {
+  if (auto line = trace(8)) line << "handleInitialized";
+  xformSetGroupDeduper_ = Mox::makePtr<GenSetKeyGroupDeduper>();
+}
+
+Mox::TraceLine XformSmBase::traceStep(int level, char const* step) const {
+  Mox::TraceLine line = trace(level);
+  if (line) line << traceStr() << step;
+  return line;
+}
+
+void XformSmBase::doStartKick() {
+  traceStep(8, "doStartKick");
+  if (xformWidth() == 0) {
+    traceStep(2, "doStartKick") << ": Xform not enabled";
+    // What an earlier width made must not be taken for an answer.
+    doClearOutput();
+    xformStatus_->plainLabelListMapIs(Mox::makePtr<PlainLabelListMap>());
+    xformStatus_->outputUnusableIs(false);
+    previousWorkingSet_ = nullptr;
+    return doSetStatus(StageStatusType::finishedNotEnabled);
+  }
+  if (!hasWorkingSetChanged()) {
+    traceStep(6, "doStartKick") << ": Unchanged working set, skipping";
+    return doSetStatus(StageStatusType::finishedSkipped);
+  }
+  MOX_ASSERT(xformWidth() <= 16);
+  xformStatus_->outputUnusableIs(true);
+  xformStatus_->unusableReasonIs(traceStr() + " the last run did not finish");
+  overflow_ = false;
+  doBuildSetGroup();
+  if (overflow_) return doRefuse(groupLimit() + 1);
+  doAllocLabels();
+  doUpdatePlainLabelMap();
+  size_t const groups = xformSetGroupDeduper_->dedupedGenSetKeyGroup().size();
+  if (groups > groupLimit()) return doRefuse(groups);
+  xformStatus_->outputUnusableIs(false);
+  lastComputedKickTimeIs(config()->kickTime());
+  doSetStatus(StageStatusType::finishedSuccess);
+}
+
+void XformSmBase::doRefuse(size_t needed) {
+  std::string const limit = std::to_string(groupLimit());
+  traceStep(0, "doStartKick") << ": Generated too many disjoint sets : " << limit;
+  std::string reason = traceStr() + " " + (overflow_ ? "at least " : "") + std::to_string(needed) +
+                       " disjoint sets needed, label width " + std::to_string(xformWidth()) +
+                       " allows " + limit;
+  xformStatus_->unusableReasonIs(reason);
+  doFail(std::move(reason));
+}
+
+bool XformSmBase::hasWorkingSetChanged() {
+  traceStep(8, "hasWorkingSetChanged");
+  doBuildWorkingSet();
+  bool const same = previousWorkingSet_ && previousWidth_ == xformWidth() &&
+                    previousWorkingSet_->isEqual(workingSet_);
+  previousWidth_ = xformWidth();
+  if (!same) previousWorkingSet_ = workingSet_;
+  return !same;
+}
+
+void XformSmBase::doUpdatePlainLabelMap() {
+  traceStep(8, "doUpdatePlainLabelMap");
+  // Labels come in ascending order, so every list is filled in order; the keys of all groups are
+  // among those of the working set.
+  std::vector<GenSetKey> const& keys = workingSet_->keyGroup().items();
+  std::vector<std::vector<PlainLabel>> lists(keys.size());
+  for (auto const& [obj, label] : xformSetGroupDeduper_->dedupedGenSetKeyGroup()) {
+    auto const* keyGroup = dynamic_cast<GenSetKeyGroup const*>(obj.get());
+    MOX_ASSERT(keyGroup);
+    auto from = keys.begin();
+    for (GenSetKey key : keyGroup->keyGroup()) {
+      from = std::lower_bound(from, keys.end(), key);
+      lists[static_cast<size_t>(from - keys.begin())].push_back(label);
+    }
+  }
+  auto map = Mox::makePtr<PlainLabelListMap>();
+  for (size_t i = 0; i < keys.size(); ++i)
+    if (!lists[i].empty()) map->plainLabelListIs(keys[i]).labelIs(std::move(lists[i]));
+  xformStatus_->plainLabelListMapIs(std::move(map));
+}
+
+Mox::Ptr<XformSmBase> xformSmBaseFactory(Obel::ChipId chipId, Mox::Ptr<StageConfig> config,
+                                         Mox::Ptr<StageStatus> status,
+                                         Mox::Ptr<ChipHwCapability const> hwCapability) {
+  return Mox::makePtr<XformSmBase>(chipId, std::move(config), std::move(status),
+                                   std::move(hwCapability));
+}
+
+}  // namespace Naxel

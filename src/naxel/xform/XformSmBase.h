@@ -1,0 +1,95 @@
+#pragma once
+
+/// The frame of the transforms: the stages that cut overlapping sets into disjoint pieces.
+///
+/// Reads    the sets of one kind, by key.
+/// Writes   an XformStatus: the concrete stage's map from elementary item to plain label, and for
+///          each set the labels of the groups that make it up.
+/// Skips    when exactly the same set keys are present as in the last run that did the work, and the
+///          width is the same: sets are frozen, so equal keys mean equal content. The keys are
+///          remembered before the work, so that a run that failed for too many pieces is followed, on
+///          an unchanged input, by a skip; the output stays marked as unusable, and every later stage
+///          refuses it.
+/// Fails    when there are more than 2^width - 1 distinct groups.
+/// Order    groups are numbered in the natural order of the items: plain labels depend on the content
+///          of the sets alone, not on earlier kicks.
+///
+/// A run goes through doBuildWorkingSet, doBuildSetGroup, doAllocLabels and doUpdatePlainLabelMap.
+
+#include "mox/Trace.h"
+#include "naxel/control/StageSm.h"
+#include "naxel/genset/KeyGroupInterner.h"
+#include "naxel/genset/NaxelDedup.h"
+#include "naxel/loader/HwCapability.h"
+#include "naxel/xform/NaxelXformTypes.h"
+
+namespace Naxel {
+
+class NAXEL_EXPORT XformSmBase : public StageSm {
+ public:
+  XformSmBase(Obel::ChipId chipId, Mox::Ptr<StageConfig> config, Mox::Ptr<StageStatus> status,
+              Mox::Ptr<ChipHwCapability const> hwCapability);
+
+  Mox::Ptr<ChipHwCapability const> const& hwCapability() const { return hwCapability_; }
+  /// Numbers the groups of the present run.
+  Mox::Ptr<GenSetKeyGroupDeduper> const& xformSetGroupDeduper() const {
+    return xformSetGroupDeduper_;
+  }
+  void xformSetGroupDeduperDel() { xformSetGroupDeduper_ = nullptr; }
+  /// The set keys of this run's input.
+  Mox::Ptr<GenSetKeyGroup> const& workingSet() const { return workingSet_; }
+  void workingSetIs(Mox::Ptr<GenSetKeyGroup> v) { workingSet_ = std::move(v); }
+  /// Those of the last run that did the work; null until then and after an exception.
+  Mox::Ptr<GenSetKeyGroup> const& previousWorkingSet() const { return previousWorkingSet_; }
+  void previousWorkingSetIs(Mox::Ptr<GenSetKeyGroup> v) { previousWorkingSet_ = std::move(v); }
+  /// Kick time of the last run that succeeded; 0 before it.
+  Mox::Seconds lastComputedKickTime() const { return lastComputedKickTime_; }
+  void lastComputedKickTimeIs(Mox::Seconds v) { lastComputedKickTime_ = v; }
+
+  void doStartKick() final;
+  virtual void doBuildWorkingSet() {}
+  /// Computes the group of every elementary item.
+  virtual void doBuildSetGroup() {}
+  /// Gives the groups their labels and publishes the map from item to label.
+  virtual void doAllocLabels() {}
+  /// Bits of a label; 0 when the transform is not enabled on this chip.
+  virtual uint32_t xformWidth() const { return 0; }
+  /// Beginning of every trace line.
+  virtual std::string traceStr() const { return std::string(); }
+
+  /// The status, or null if it is of another type.
+  XformStatus* xformStatus() const { return xformStatus_; }
+  bool hasWorkingSetChanged();
+  void doUpdatePlainLabelMap();
+
+ protected:
+  /// Empties the map from item to label.
+  virtual void doClearOutput() {}
+  void doForget() noexcept override { previousWorkingSet_ = nullptr; }
+
+  /// Most distinct groups that the width allows.
+  size_t groupLimit() const { return (size_t{1} << xformWidth()) - 1; }
+  /// Set by doBuildSetGroup() where it stopped early because the limit is exceeded.
+  void overflowIs(bool v) { overflow_ = v; }
+  bool overflow() const { return overflow_; }
+
+  Mox::TraceLine traceStep(int level, char const* step) const;
+
+ private:
+  void handleInitialized();
+  void doRefuse(size_t needed);
+
+  Mox::Ptr<ChipHwCapability const> hwCapability_;
+  Mox::Ptr<GenSetKeyGroupDeduper> xformSetGroupDeduper_;
+  Mox::Ptr<GenSetKeyGroup> workingSet_;
+  Mox::Ptr<GenSetKeyGroup> previousWorkingSet_;
+  Mox::Seconds lastComputedKickTime_ = 0;
+  XformStatus* xformStatus_;
+  uint32_t previousWidth_ = 0;
+  bool overflow_ = false;
+};
+NAXEL_EXPORT Mox::Ptr<XformSmBase> xformSmBaseFactory(
+    Obel::ChipId chipId, Mox::Ptr<StageConfig> config, Mox::Ptr<StageStatus> status,
+    Mox::Ptr<ChipHwCapability const> hwCapability);
+
+}  // namespace Naxel

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# check_consumer.sh <cmake> <build tree> <consumer> <compiler> <library folder>: installs the build
+# tree, then builds and runs the consumer against the installation, through CMake and pkg-config.
+set -euo pipefail
+cmake=$1 build=$2 consumer=$3 compiler=$4 libdir=$5
+
+work=$build/package
+prefix=$work/prefix
+rm -rf "$work"
+mkdir -p "$work"
+
+"$cmake" --install "$build" --prefix "$prefix" >"$work/install.log"
+
+"$cmake" -S "$consumer" -B "$work/consumer" -G Ninja \
+  -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_PREFIX_PATH="$prefix" >"$work/configure.log"
+"$cmake" --build "$work/consumer"
+"$work/consumer/consumer"
+
+export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
+read -ra flags < <(pkg-config --cflags --libs naxel)
+"$compiler" -std=c++20 "$consumer/main.cpp" -o "$work/by_pkg_config" "${flags[@]}"
+LD_LIBRARY_PATH=$prefix/$libdir "$work/by_pkg_config"
+
+# The installed tool finds the installed library by itself.
+if [[ -x $prefix/bin/naxel ]]; then
+  "$prefix/bin/naxel" --help >"$work/help.txt"
+fi

@@ -1,0 +1,23 @@
+#pragma once
+
+/// Writes the tables of a kick as JSON. The same tables give the same bytes. The format is described
+/// in docs/formats.md.
+
+#include <ostream>
+
+#include "naxel/control/RootTypes.h"
+#include "naxel/loader/HwCapability.h"
+#include "naxel/loader/PDData.h"
+#include "naxel/types/AclConfig.h"
+
+namespace NaxelTool {
+
+/// `acls` gives the rules their names; `data` is the output that the kick put in force.
+void writeTables(std::ostream& out, Naxel::RootStatus const& kick,
+                 Naxel::ChipHwCapability const& chip, Naxel::PDData const& data,
+                 Naxel::AclConfigColl const& acls);
+
+/// Name of a prefix table: "ipv4Src", "ipv4Dst", "ipv6Src", "ipv6Dst".
+std::string prefixKeyName(Naxel::PrefixXformKey const& key);
+
+}  // namespace NaxelTool
