@@ -35,7 +35,7 @@ std::string dumpList(std::string const& name, Mox::Ptr<Naxel::IpPrefixList> cons
 std::string dump(RuleSet const& rules) {
   std::ostringstream out;
   for (auto const& [name, acl] : rules.acls()->acl()) {
-    out << name << " " << familyName(*acl->af()) << "\n";
+    out << name << " " << *acl->af() << "\n";
     for (auto const& [index, rule] : acl->ruleById()) {
       Naxel::RuleFilter const& f = *rule->ruleFilter();
       Naxel::NaxelActionValue const& a = rule->action();
@@ -135,11 +135,11 @@ TEST(JsonConfig, ReportsWhatIsWrongAndWhere) {
           {acls(std::string(40, '[')), "f:1:75: error: too deeply nested"},
           // ACLs and rules.
           {acls(R"([{"name":"a","rules":[]}])"), "f:1:45: error: field 'af' is missing"},
-          {acls(R"([{"name":"a","af":"IPv4","rules":[]}])"), "f:1:63: error: 'af' must be \"ipv4\" or \"ipv6\""},
+          {acls(R"([{"name":"a","af":"IPv4","rules":[]}])"), "f:1:62: error: 'af' must be \"ipv4\" or \"ipv6\""},
           {acls(R"([{"name":"","af":"ipv4","rules":[]}])"), "f:1:53: error: 'name' must be a text that is not empty"},
           {acls("[" + a + "[]},\n" + a + "[]}]"), "f:2:9: error: duplicate ACL 'a'"},
-          {acls("[" + a + R"([{"name":"r"}]}])"), "f:1:77: error: field 'index' is missing"},
-          {acls("[" + a + R"([{"index":4294967295,"name":"r"}]}])"), "f:1:86: error: 'index' must be a whole number from 0 to 4294967294"},
+          {acls("[" + a + R"([{"name":"r"}]}])"), "f:1:78: error: field 'index' is missing"},
+          {acls("[" + a + R"([{"index":4294967295,"name":"r"}]}])"), "f:1:87: error: 'index' must be a whole number from 0 to 4294967294"},
           {acls("[" + a + R"([{"index":1,"name":"r"},)" "\n" R"({"index":1,"name":"s"}]}])"), "f:2:10: error: duplicate rule index 1"},
           {acls("[" + a + R"([{"index":1,"name":"r"},)" "\n" R"({"index":2,"name":"r"}]}])"), "f:2:19: error: duplicate rule name 'r'"},
           {oneRule(R"("sorce":"x")"), "f:2:23: error: unknown field 'sorce'"},

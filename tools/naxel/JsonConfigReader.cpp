@@ -114,8 +114,8 @@ class Reader {
       list = readList(*node);
     }
     if (list.af != af_)
-      file_.fail(*node, "the prefixes are of " + std::string(familyName(list.af)) +
-                            ", the ACL is of " + std::string(familyName(af_)));
+      file_.fail(*node, "the prefixes are of " + Mox::stringValue(list.af) + ", the ACL is of " +
+                            Mox::stringValue(af_));
     return list.everything ? nullptr : list.list;
   }
 

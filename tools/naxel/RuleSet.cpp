@@ -18,10 +18,6 @@ Naxel::AclConfig& RuleSet::aclIs(std::string const& name, Lumox::AddressFamily a
   return *acl;
 }
 
-std::string_view familyName(Lumox::AddressFamily af) {
-  return af == Lumox::ipv4() ? "ipv4" : "ipv6";
-}
-
 Lumox::IpGenPrefix prefixFromText(std::string_view text) {
   std::string const quoted = "'" + std::string(text) + "'";
   size_t const slash = text.find('/');

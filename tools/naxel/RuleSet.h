@@ -26,9 +26,6 @@ class RuleSet {
   std::map<std::string, std::string> file_;  // by name of the ACL
 };
 
-/// "ipv4" or "ipv6".
-std::string_view familyName(Lumox::AddressFamily af);
-
 /// Reads "10.0.0.0/8" or "2001:db8::/32"; bits behind the length are kept. Throws
 /// std::invalid_argument with a text for the user.
 Lumox::IpGenPrefix prefixFromText(std::string_view text);

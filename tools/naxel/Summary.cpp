@@ -29,7 +29,7 @@ void printAcls(std::ostream& out, Session const& session) {
     Lumox::AddressFamily const af = acl->af().value_or(Lumox::ipv4());
     auto const table = tables.pdAcl({af, name});
     uint64_t const product = plain.entries(*acl);
-    rows.push_back(aclRow(name, std::string(familyName(af)), acl->ruleById().size(),
+    rows.push_back(aclRow(name, Mox::stringValue(af), acl->ruleById().size(),
                           table ? table->numFilters() : 0, product));
     rulesInAll += acl->ruleById().size();
     if (__builtin_add_overflow(plainInAll, product, &plainInAll)) plainInAll = ~uint64_t{0};

@@ -2,8 +2,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "RuleSet.h"
-
 namespace NaxelTool {
 
 namespace {
@@ -124,7 +122,7 @@ void writeAcls(std::ostream& out, Naxel::PDAclColl const& data, Naxel::AclConfig
   Lines lines(out, 3);
   for (auto const& [key, acl] : data.pdAcl()) {
     auto const config = acls.acl(key.aclName());
-    lines.next() << "{\"name\":" << text(key.aclName()) << ",\"af\":" << text(familyName(key.af()))
+    lines.next() << "{\"name\":" << text(key.aclName()) << ",\"af\":" << text(Naxel::stringValue(key.af()))
                  << ",\"rules\":[";
     Lines rules(out, 4);
     for (auto const& [index, rule] : acl->rule()) {
@@ -139,7 +137,7 @@ void writeAcls(std::ostream& out, Naxel::PDAclColl const& data, Naxel::AclConfig
 }  // namespace
 
 std::string prefixKeyName(Naxel::PrefixXformKey const& key) {
-  return std::string(familyName(key.af())) + (key.src() ? "Src" : "Dst");
+  return std::string(Naxel::stringValue(key.af())) + (key.src() ? "Src" : "Dst");
 }
 
 void writeTables(std::ostream& out, Naxel::RootStatus const& kick,

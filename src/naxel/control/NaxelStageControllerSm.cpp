@@ -179,6 +179,8 @@ StageStatusType NaxelStageControllerSm::checkActiveStage() const {
 void NaxelStageControllerSm::doReview() {
   if (auto line = trace(8)) line << "doReview";
   if (!initialized_) return;
+  // Reactors of the status may take the owner of this controller down.
+  Mox::Ptr<NaxelStageControllerSm> const alive(references() > 0 ? this : nullptr);
   // A stage may answer long after its kick has ended; only a running kick is reviewed.
   if (status_->status() != StageStatusType::inProgress) return;
   if (config_->kickRequest() == NaxelKickRequest::naxelCancel) {

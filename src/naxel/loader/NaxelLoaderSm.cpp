@@ -162,6 +162,8 @@ void LoaderSm::advance() {
 }
 
 void LoaderSm::advanceLoop() {
+  // Reactors of the status may take the owner of this stage down.
+  Mox::Ptr<LoaderSm> const alive(references() > 0 ? this : nullptr);
   advancing_ = true;
   try {
     while (turnWanted_) {

@@ -1,0 +1,79 @@
+#pragma once
+
+/// Timers on the activity thread.
+///
+/// The armed timers stand in a binary heap ordered by expiry and, among equal ones, by the order in
+/// which they were armed; each knows its place, so arming, disarming and expiring cost O(log n) of the
+/// armed ones, and a timer that is not armed costs nothing. Expiries are exact times, not ticks.
+///
+/// The wheel's time is the largest reading of the clock that it has seen: an expiry set to the present
+/// time runs in the next pass, whatever the clock does until then.
+
+#include <vector>
+
+#include "mox/Activity.h"
+#include "mox/Ptr.h"
+
+namespace Obel {
+
+class TimerWheel;
+
+/// One timer. Destroying it disarms it.
+class NAXEL_EXPORT TimerNotifiee {
+ public:
+  explicit TimerNotifiee(Mox::Ptr<TimerWheel> wheel) : wheel_(std::move(wheel)) {}
+  TimerNotifiee(TimerNotifiee const&) = delete;
+  TimerNotifiee& operator=(TimerNotifiee const&) = delete;
+  virtual ~TimerNotifiee();
+
+  /// When handleExpiry() will be called, at the earliest; negative while the timer is not armed.
+  Mox::Seconds earliestExpiry() const { return armed() ? expiry_ : -1; }
+  /// Arms the timer, or moves it.
+  void earliestExpiryIs(Mox::Seconds expiry);
+  void earliestExpiryDel();
+  /// Called on the activity thread; the timer is disarmed before the call and may be armed again in
+  /// it, for a later pass.
+  virtual void handleExpiry() = 0;
+
+ private:
+  friend class TimerWheel;
+  bool armed() const { return place_ != notArmed; }
+
+  static constexpr size_t notArmed = ~size_t{0};
+  Mox::Ptr<TimerWheel> wheel_;
+  Mox::Seconds expiry_ = 0;
+  uint64_t order_ = 0;
+  size_t place_ = notArmed;  // in the wheel's heap, or among those that wait for the end of a pass
+  bool waiting_ = false;
+};
+
+/// The timers of one chip or agent.
+class NAXEL_EXPORT TimerWheel : public Mox::RefCounted, public Mox::ActivitySource {
+ public:
+  explicit TimerWheel(Mox::Activity& activity) : ActivitySource(activity) {}
+
+  /// The largest reading of the clock so far.
+  Mox::Seconds now() const;
+
+  bool runPass() override;
+  Mox::Seconds untilDue() const override;
+
+ private:
+  friend class TimerNotifiee;
+
+  static bool earlier(TimerNotifiee const* a, TimerNotifiee const* b);
+  void arm(TimerNotifiee& t);
+  void insert(TimerNotifiee& t);
+  void disarm(TimerNotifiee& t);
+  void put(size_t place, TimerNotifiee* t);
+  void siftUp(size_t place);
+  void siftDown(size_t place);
+
+  std::vector<TimerNotifiee*> heap_;
+  std::vector<TimerNotifiee*> next_;  // armed in the pass that is running
+  bool running_ = false;
+  uint64_t armings_ = 0;
+  mutable Mox::Seconds now_ = 0;
+};
+
+}  // namespace Obel
