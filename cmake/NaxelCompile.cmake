@@ -2,6 +2,10 @@
 
 set(naxel_warnings -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
   -Wcast-qual -Wformat=2 -Wimplicit-fallthrough)
+# GCC 12 takes a scope that registers itself and takes itself out again for a dangling pointer.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  list(APPEND naxel_warnings -Wno-dangling-pointer)
+endif()
 if(NAXEL_WERROR)
   list(APPEND naxel_warnings -Werror)
 endif()

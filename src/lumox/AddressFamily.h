@@ -2,11 +2,11 @@
 
 /// The two internet protocol families.
 
+#include "mox/Enum.h"
+
 #include <array>
 #include <cstdint>
 #include <ostream>
-
-#include "mox/Enum.h"
 
 namespace Lumox {
 

@@ -104,8 +104,8 @@ void writeIp4(std::string& out, uint32_t addr) {
 
 void Mox::TextForm<Lumox::Ip6Addr>::read(TextCursor& c, Lumox::Ip6Addr& v) {
   TextCursor const before = c;
-  std::string_view const text = c.takeWhile(
-      [](char ch) { return Lumox::isHex(ch) || ch == ':' || ch == '.'; });
+  std::string_view const text =
+      c.takeWhile([](char ch) { return Lumox::isHex(ch) || ch == ':' || ch == '.'; });
   auto const g = Lumox::Reader(before, text).read();
   auto const word = [&](size_t i) {
     return uint64_t{g[i]} << 48 | uint64_t{g[i + 1]} << 32 | uint64_t{g[i + 2]} << 16 | g[i + 3];

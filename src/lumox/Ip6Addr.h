@@ -2,12 +2,12 @@
 
 /// IPv6 addresses: any text form of RFC 4291 in, the canonical one of RFC 5952 out.
 
+#include "mox/Hash.h"
+#include "mox/Text.h"
+
 #include <compare>
 #include <cstdint>
 #include <ostream>
-
-#include "mox/Hash.h"
-#include "mox/Text.h"
 
 namespace Lumox {
 

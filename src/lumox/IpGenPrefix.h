@@ -2,22 +2,22 @@
 
 /// IPv4 and IPv6 prefixes in one type.
 
+#include "lumox/AddressFamily.h"
+#include "mox/Hash.h"
+#include "mox/Text.h"
+
 #include <compare>
 #include <cstdint>
 #include <ostream>
 #include <string>
 #include <utility>
 
-#include "lumox/AddressFamily.h"
-#include "mox/Hash.h"
-#include "mox/Text.h"
-
 namespace Lumox {
 
 /// An address and the number of its leading bits that count. The address stands left-aligned in 128
-/// bits: an IPv4 address in the top 32 bits of hi(). Host bits are kept as written, in value, text and
-/// equality; matching ignores them. Natural order: family, address, length, which is the pre-order of
-/// a prefix tree. Text form: "10.0.0.0/8", "2001:db8::/32".
+/// bits: an IPv4 address in the top 32 bits of hi(). Host bits are kept as written, in value, text
+/// and equality; matching ignores them. Natural order: family, address, length, which is the
+/// pre-order of a prefix tree. Text form: "10.0.0.0/8", "2001:db8::/32".
 class NAXEL_EXPORT IpGenPrefix {
  public:
   /// 0.0.0.0/0.
@@ -52,9 +52,7 @@ class NAXEL_EXPORT IpGenPrefix {
     return af_ == other.af_ && length_ <= other.length_ && containsAddress(other.hi_, other.lo_);
   }
   /// First and last address, left-aligned as (hi, lo).
-  std::pair<uint64_t, uint64_t> firstAddress() const {
-    return {hi_ & maskHi(), lo_ & maskLo()};
-  }
+  std::pair<uint64_t, uint64_t> firstAddress() const { return {hi_ & maskHi(), lo_ & maskLo()}; }
   std::pair<uint64_t, uint64_t> lastAddress() const;
   /// The address without the length.
   std::string addressText() const;

@@ -3,11 +3,11 @@
 /// The activity thread: a loop of passes over the sources of deferred work (the timer wheels), and
 /// the clock that it goes by.
 
-#include <functional>
-#include <vector>
-
 #include "mox/Export.h"
 #include "mox/Text.h"
+
+#include <functional>
+#include <vector>
 
 namespace Mox {
 

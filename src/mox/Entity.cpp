@@ -9,7 +9,9 @@ namespace Mox {
 class NotifieeRound {
  public:
   explicit NotifieeRound(Entity& entity)
-      : list_(*entity.notifiees_), outer_(list_.innermost), next_(list_.first),
+      : list_(*entity.notifiees_),
+        outer_(list_.innermost),
+        next_(list_.first),
         limit_(attachments()) {
     list_.innermost = this;
   }

@@ -24,10 +24,14 @@
 /// order in which notifiees attached; handlers read the current state. Notifiees may attach, detach
 /// and be destroyed inside a round: one that goes is not called any more, one that comes is called
 /// from the next change on. The notifying entity outlives the round. What escapes a handler is
-/// traced at level 0 and the round goes on. Since a setter returns only after every handler has run,
-/// write your own state first and the attribute that wakes others last.
+/// traced at level 0 and the round goes on. Since a setter returns only after every handler has
+/// run, write your own state first and the attribute that wakes others last.
 ///
 /// All of this belongs to one activity thread.
+
+#include "mox/Export.h"
+#include "mox/Ptr.h"
+#include "mox/Text.h"
 
 #include <functional>
 #include <memory>
@@ -35,10 +39,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include "mox/Export.h"
-#include "mox/Ptr.h"
-#include "mox/Text.h"
 
 namespace Mox {
 

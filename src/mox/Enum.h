@@ -3,13 +3,13 @@
 /// Enumerations with names. An enumeration takes part by a specialisation of EnumNames that lists
 /// the names of its values 0, 1, 2, ... in order; the text form is the bare name.
 
+#include "mox/Text.h"
+
 #include <array>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
-
-#include "mox/Text.h"
 
 namespace Mox {
 
@@ -18,7 +18,9 @@ template <class E>
 struct EnumNames;
 
 template <class E>
-concept NamedEnum = std::is_enum_v<E> && requires { EnumNames<E>::value.size(); };
+concept NamedEnum = std::is_enum_v<E> && requires {
+  EnumNames<E>::value.size();
+};
 
 /// Name of a value; a number outside the enumeration prints as that number.
 template <NamedEnum E>

@@ -3,10 +3,10 @@
 /// The framework's exceptions. They report bad values to the caller of a setter or a parser; none
 /// of them ever crosses a stage boundary.
 
+#include "mox/Export.h"
+
 #include <stdexcept>
 #include <string>
-
-#include "mox/Export.h"
 
 namespace Mox {
 

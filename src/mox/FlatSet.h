@@ -2,11 +2,11 @@
 
 /// Ordered collections in one contiguous array, iterated in ascending order of the key.
 ///
-/// This is the container of everything that a stage publishes: built in ascending order an insertion
-/// costs amortised O(1), a lookup O(log n), and an element nothing but itself. An insertion or
-/// deletion elsewhere than at the end moves what follows, O(n); collections that are edited at random
-/// and large are Mox::HashSet and Mox::HashMap instead. Iterators, pointers and references into a
-/// collection end with its next change.
+/// This is the container of everything that a stage publishes: built in ascending order an
+/// insertion costs amortised O(1), a lookup O(log n), and an element nothing but itself. An
+/// insertion or deletion elsewhere than at the end moves what follows, O(n); collections that are
+/// edited at random and large are Mox::HashSet and Mox::HashMap instead. Iterators, pointers and
+/// references into a collection end with its next change.
 
 #include <algorithm>
 #include <compare>
@@ -77,9 +77,8 @@ class SortedVector {
   }
 
   friend bool operator==(SortedVector const&, SortedVector const&) = default;
-  friend auto operator<=>(SortedVector const& a, SortedVector const& b)
-    requires std::three_way_comparable<T>
-  {
+  friend auto operator<=>(SortedVector const& a,
+                          SortedVector const& b) requires std::three_way_comparable<T> {
     return a.items_ <=> b.items_;
   }
 

@@ -5,13 +5,13 @@
 /// depends on nothing but the sequence of operations. Lookup, insertion and deletion are O(1) on
 /// average. Iterators, pointers and references into a collection end with its next insertion.
 
+#include "mox/Value.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include "mox/Value.h"
 
 namespace Mox {
 

@@ -5,14 +5,14 @@
 /// there are no cycles. Counting is not atomic: all objects of a pipeline live on one activity
 /// thread. A build with MOX_ATOMIC_REFCOUNT=1 counts atomically.
 
+#include "mox/Export.h"
+
 #include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <type_traits>
 #include <utility>
-
-#include "mox/Export.h"
 #if MOX_ATOMIC_REFCOUNT
 #include <atomic>
 #endif
@@ -56,13 +56,11 @@ class Ptr {
   Ptr(Ptr const& o) noexcept : p_(o.p_) { inc(); }
   Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U> const& o) noexcept : p_(o.get()) {
-    inc();
-  }
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U> const& o)
+  noexcept : p_(o.get()) { inc(); }
   template <class U>
-    requires std::is_convertible_v<U*, T*>
-  Ptr(Ptr<U>&& o) noexcept : p_(o.release()) {}
+  requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& o)
+  noexcept : p_(o.release()) {}
   Ptr& operator=(Ptr o) noexcept {
     std::swap(p_, o.p_);
     return *this;

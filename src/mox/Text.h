@@ -5,14 +5,14 @@
 /// Reading is strict: no sign, no blank, no missing or additional character is accepted, and a
 /// number that does not fit its field raises instead of being narrowed.
 
+#include "mox/Errors.h"
+#include "mox/Export.h"
+
 #include <cstdint>
 #include <ostream>
 #include <string>
 #include <string_view>
 #include <type_traits>
-
-#include "mox/Errors.h"
-#include "mox/Export.h"
 
 namespace Mox {
 
@@ -73,12 +73,10 @@ concept HasTextForm = requires(std::string& out, T const& v, T& in, TextCursor& 
 };
 
 template <class T>
-  requires std::is_unsigned_v<T>
+requires std::is_unsigned_v<T>
 struct TextForm<T> {
   static void write(std::string& out, T v) { out += std::to_string(v); }
-  static void read(TextCursor& c, T& v) {
-    v = static_cast<T>(c.takeNumber(static_cast<T>(~T{0})));
-  }
+  static void read(TextCursor& c, T& v) { v = static_cast<T>(c.takeNumber(static_cast<T>(~T{0}))); }
 };
 
 template <>

@@ -7,12 +7,12 @@
 ///
 /// costs one comparison where level 6 is off: nothing behind the condition is evaluated.
 
+#include "mox/Export.h"
+
 #include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
-
-#include "mox/Export.h"
 
 namespace Mox {
 

@@ -14,6 +14,9 @@
 /// The text form is Value('Naxel::GenCombo', ** {'srcLabel': 1, 'dstLabel': 2}). Wrappers of one
 /// number derive from NumberValue instead and print as the bare number.
 
+#include "mox/Hash.h"
+#include "mox/Text.h"
+
 #include <compare>
 #include <cstdint>
 #include <ostream>
@@ -21,9 +24,6 @@
 #include <string_view>
 #include <tuple>
 #include <utility>
-
-#include "mox/Hash.h"
-#include "mox/Text.h"
 
 namespace Mox {
 
@@ -171,8 +171,10 @@ class NumberValue {
 };
 
 template <class T>
-concept NumberWrapper = requires { typename T::Rep; } &&
-                        std::is_base_of_v<NumberValue<T, typename T::Rep>, T>;
+concept NumberWrapper = requires {
+  typename T::Rep;
+}
+&&std::is_base_of_v<NumberValue<T, typename T::Rep>, T>;
 
 template <NumberWrapper T>
 struct TextForm<T> {

@@ -1,8 +1,8 @@
 #include "obel/Bitmap.h"
 
-#include <bit>
-
 #include "mox/Assert.h"
+
+#include <bit>
 
 namespace Obel {
 

@@ -2,15 +2,16 @@
 
 /// Fixed-size bitmap with operations on ranges of bits, all of them by whole words.
 
-#include <cstdint>
-#include <vector>
-
 #include "mox/Export.h"
 #include "mox/Ptr.h"
 
+#include <cstdint>
+#include <vector>
+
 namespace Obel {
 
-/// Bit numbers go from 0 to size() - 1; one out of range is a broken invariant. Ranges are inclusive.
+/// Bit numbers go from 0 to size() - 1; one out of range is a broken invariant. Ranges are
+/// inclusive.
 class NAXEL_EXPORT Bitmap : public Mox::RefCounted {
  public:
   /// Which of several bits a search returns.

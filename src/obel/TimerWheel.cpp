@@ -1,15 +1,16 @@
 #include "obel/TimerWheel.h"
 
-#include <algorithm>
-
 #include "mox/Trace.h"
+
+#include <algorithm>
 
 namespace Obel {
 
 TimerNotifiee::~TimerNotifiee() { earliestExpiryDel(); }
 
 void TimerNotifiee::earliestExpiryIs(Mox::Seconds expiry) {
-  wheel_->now();  // so that a clock that steps back cannot delay an expiry set to its present reading
+  wheel_
+      ->now();  // so that a clock that steps back cannot delay an expiry set to its present reading
   earliestExpiryDel();
   expiry_ = expiry;
   wheel_->arm(*this);

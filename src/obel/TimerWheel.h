@@ -3,16 +3,17 @@
 /// Timers on the activity thread.
 ///
 /// The armed timers stand in a binary heap ordered by expiry and, among equal ones, by the order in
-/// which they were armed; each knows its place, so arming, disarming and expiring cost O(log n) of the
-/// armed ones, and a timer that is not armed costs nothing. Expiries are exact times, not ticks.
+/// which they were armed; each knows its place, so arming, disarming and expiring cost O(log n) of
+/// the armed ones, and a timer that is not armed costs nothing. Expiries are exact times, not
+/// ticks.
 ///
-/// The wheel's time is the largest reading of the clock that it has seen: an expiry set to the present
-/// time runs in the next pass, whatever the clock does until then.
-
-#include <vector>
+/// The wheel's time is the largest reading of the clock that it has seen: an expiry set to the
+/// present time runs in the next pass, whatever the clock does until then.
 
 #include "mox/Activity.h"
 #include "mox/Ptr.h"
+
+#include <vector>
 
 namespace Obel {
 

@@ -1,8 +1,8 @@
 #include "routing/TrieGen.h"
 
-#include <algorithm>
-
 #include "mox/Assert.h"
+
+#include <algorithm>
 
 namespace Routing {
 

@@ -2,17 +2,17 @@
 
 /// A prefix trie of one address family.
 ///
-/// The trie is flat: the prefixes stand in one array in natural order, which is the pre-order of the
-/// tree, and each has the position of its parent, found for all of them in one pass with a stack of
-/// ancestors. So a trie of n prefixes is two arrays, a walk is a scan, and a search is a binary search
-/// followed by a climb. The array is put in order at the first question after insertions, O(n) when
-/// they came in order and O(n log n) otherwise; alternating insertions and questions is the one use
-/// that it is not made for.
-
-#include <vector>
+/// The trie is flat: the prefixes stand in one array in natural order, which is the pre-order of
+/// the tree, and each has the position of its parent, found for all of them in one pass with a
+/// stack of ancestors. So a trie of n prefixes is two arrays, a walk is a scan, and a search is a
+/// binary search followed by a climb. The array is put in order at the first question after
+/// insertions, O(n) when they came in order and O(n log n) otherwise; alternating insertions and
+/// questions is the one use that it is not made for.
 
 #include "lumox/IpGenPrefix.h"
 #include "mox/Ptr.h"
+
+#include <vector>
 
 namespace Routing {
 
@@ -41,8 +41,8 @@ class NAXEL_EXPORT TrieGen : public Mox::RefCounted {
   /// A prefix of the other family, which this trie can never hold.
   Lumox::IpGenPrefix noParent() const;
 
-  /// Calls back for every stored prefix under `root`, itself included, each before any longer prefix
-  /// under it, in natural order.
+  /// Calls back for every stored prefix under `root`, itself included, each before any longer
+  /// prefix under it, in natural order.
   void preOrderWalk(Lumox::IpGenPrefix const& root, TrieGenWalkCallback& callback) const;
 
  private:

@@ -1,12 +1,12 @@
 #pragma once
 
-/// Addresses of either family as one 128-bit number, left-aligned: an IPv4 address is the top 32 bits
-/// and the rest is 0. Prefixes of both families are then intervals of the same number line.
+/// Addresses of either family as one 128-bit number, left-aligned: an IPv4 address is the top 32
+/// bits and the rest is 0. Prefixes of both families are then intervals of the same number line.
+
+#include "lumox/IpGenPrefix.h"
 
 #include <compare>
 #include <cstdint>
-
-#include "lumox/IpGenPrefix.h"
 
 namespace SoftChip {
 
@@ -39,12 +39,12 @@ constexpr Address operator~(Address a) { return {~a.hi, ~a.lo}; }
 inline unsigned addressBits(Lumox::AddressFamily af) { return af == Lumox::ipv4() ? 32 : 128; }
 
 /// The neighbours of an address among the numbers of the first `bits` bits; they wrap around.
-constexpr Address next(Address a, unsigned bits = 128) {
+constexpr Address nextAddress(Address a, unsigned bits = 128) {
   if (bits <= 64) return {a.hi + (uint64_t{1} << (64 - bits)), a.lo};
   Address const up{a.hi, a.lo + (uint64_t{1} << (128 - bits))};
   return {up.lo < a.lo ? up.hi + 1 : up.hi, up.lo};
 }
-constexpr Address previous(Address a, unsigned bits = 128) {
+constexpr Address previousAddress(Address a, unsigned bits = 128) {
   if (bits <= 64) return {a.hi - (uint64_t{1} << (64 - bits)), a.lo};
   Address const down{a.hi, a.lo - (uint64_t{1} << (128 - bits))};
   return {down.lo > a.lo ? down.hi - 1 : down.hi, down.lo};

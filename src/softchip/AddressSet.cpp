@@ -12,8 +12,8 @@ std::vector<Interval> widestOf(Naxel::IpPrefixList::PrefixColl const& prefixes,
   std::vector<Interval> all;
   for (auto const& p : prefixes)
     if (p.af() == af) all.push_back(intervalOf(p));
-  // Two prefixes are disjoint or one lies in the other, so the wider one comes first and covers what
-  // follows it.
+  // Two prefixes are disjoint or one lies in the other, so the wider one comes first and covers
+  // what follows it.
   std::sort(all.begin(), all.end(), [](Interval const& a, Interval const& b) {
     return a.first != b.first ? a.first < b.first : b.last < a.last;
   });

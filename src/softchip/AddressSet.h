@@ -2,15 +2,15 @@
 
 /// The addresses that a rule names for one side.
 
-#include <vector>
-
 #include "naxel/types/IpPrefixList.h"
 #include "softchip/Address.h"
 
+#include <vector>
+
 namespace SoftChip {
 
-/// Contains an address that lies in one interval of `addr` and in none of `except`. Within each of the
-/// two lists the intervals are disjoint and ascend, so a test costs O(log n).
+/// Contains an address that lies in one interval of `addr` and in none of `except`. Within each of
+/// the two lists the intervals are disjoint and ascend, so a test costs O(log n).
 class AddressSet {
  public:
   /// All addresses.

@@ -3,13 +3,13 @@
 /// First match among items in order, by bit vectors.
 ///
 /// The items are compared in several dimensions. In each of them a query has one of 257 values: a
-/// byte, or `none`. An item allows, per dimension, all values or some bytes. The index keeps one row
-/// of bits per dimension and value, bit i for item i, so the items that fit a query are the AND of
-/// one row per dimension, and the first of them is the lowest bit.
+/// byte, or `none`. An item allows, per dimension, all values or some bytes. The index keeps one
+/// row of bits per dimension and value, bit i for item i, so the items that fit a query are the AND
+/// of one row per dimension, and the first of them is the lowest bit.
 ///
-/// A second bit vector over the words of each row, bit w saying that word w is not 0, makes a sparse
-/// row cheap: only words that all rows have bits in are ever read. With n items a query reads at least
-/// n / 4096 words per dimension, and a row costs n / 8 bytes.
+/// A second bit vector over the words of each row, bit w saying that word w is not 0, makes a
+/// sparse row cheap: only words that all rows have bits in are ever read. With n items a query
+/// reads at least n / 4096 words per dimension, and a row costs n / 8 bytes.
 
 #include <array>
 #include <bit>
@@ -36,8 +36,8 @@ class FirstMatchIndex {
   /// To be called once all is allowed; queries are possible from then on.
   void finish();
 
-  /// The first item that fits a query, given one value per dimension, and that `accept(item)` takes;
-  /// else noItem.
+  /// The first item that fits a query, given one value per dimension, and that `accept(item)`
+  /// takes; else noItem.
   template <class Accept>
   size_t first(uint16_t const* query, Accept accept) const {
     for (size_t s = 0; s < summaryWords_; ++s) {

@@ -9,22 +9,14 @@ using Naxel::RangeSetType;
 
 uint16_t Packet::value(RangeSetType type) const {
   switch (type) {
-    case RangeSetType::srcPort:
-      return sport;
-    case RangeSetType::dstPort:
-      return dport;
-    case RangeSetType::icmp:
-      return icmpType;
-    case RangeSetType::proto:
-      return proto;
-    case RangeSetType::length:
-      return length;
-    case RangeSetType::fragment:
-      return fragment;
-    case RangeSetType::dscp:
-      return dscp;
-    case RangeSetType::rangeSetMax:
-      break;
+    case RangeSetType::srcPort: return sport;
+    case RangeSetType::dstPort: return dport;
+    case RangeSetType::icmp: return icmpType;
+    case RangeSetType::proto: return proto;
+    case RangeSetType::length: return length;
+    case RangeSetType::fragment: return fragment;
+    case RangeSetType::dscp: return dscp;
+    case RangeSetType::rangeSetMax: break;
   }
   return 0;
 }
@@ -32,29 +24,14 @@ uint16_t Packet::value(RangeSetType type) const {
 void Packet::valueIs(RangeSetType type, uint16_t v) {
   v &= fieldBound(type);
   switch (type) {
-    case RangeSetType::srcPort:
-      sport = v;
-      break;
-    case RangeSetType::dstPort:
-      dport = v;
-      break;
-    case RangeSetType::icmp:
-      icmpType = static_cast<uint8_t>(v);
-      break;
-    case RangeSetType::proto:
-      proto = static_cast<uint8_t>(v);
-      break;
-    case RangeSetType::length:
-      length = v;
-      break;
-    case RangeSetType::fragment:
-      fragment = v;
-      break;
-    case RangeSetType::dscp:
-      dscp = static_cast<uint8_t>(v);
-      break;
-    case RangeSetType::rangeSetMax:
-      break;
+    case RangeSetType::srcPort: sport = v; break;
+    case RangeSetType::dstPort: dport = v; break;
+    case RangeSetType::icmp: icmpType = static_cast<uint8_t>(v); break;
+    case RangeSetType::proto: proto = static_cast<uint8_t>(v); break;
+    case RangeSetType::length: length = v; break;
+    case RangeSetType::fragment: fragment = v; break;
+    case RangeSetType::dscp: dscp = static_cast<uint8_t>(v); break;
+    case RangeSetType::rangeSetMax: break;
   }
 }
 

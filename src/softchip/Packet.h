@@ -2,11 +2,11 @@
 
 /// A packet as the chip's parser hands it on. A field that the packet lacks is 0.
 
-#include <ostream>
-#include <string>
-
 #include "naxel/genset/GenSetTypes.h"
 #include "softchip/Address.h"
+
+#include <ostream>
+#include <string>
 
 namespace SoftChip {
 

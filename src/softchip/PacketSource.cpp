@@ -1,8 +1,8 @@
 #include "softchip/PacketSource.h"
 
-#include <algorithm>
-
 #include "softchip/RuleOracle.h"
+
+#include <algorithm>
 
 namespace SoftChip {
 
@@ -47,8 +47,8 @@ void PacketSource::gather(Naxel::AclConfig const& acl) {
       uint32_t const bound = fieldBound(static_cast<RangeSetType>(type));
       for (auto const& r : ranges)
         if (r.rangeStart() <= r.rangeEnd() && r.rangeEnd() <= bound)
-          rule.value[type].push_back({static_cast<uint16_t>(r.rangeStart()),
-                                      static_cast<uint16_t>(r.rangeEnd())});
+          rule.value[type].push_back(
+              {static_cast<uint16_t>(r.rangeStart()), static_cast<uint16_t>(r.rangeEnd())});
       ++type;
     });
     gatherCorners(*filter, rule);
@@ -66,7 +66,7 @@ void PacketSource::gatherCorners(Naxel::RuleFilter const& filter, Rule const& ru
         if (p.af() != rule.af) continue;
         Interval const i = intervalOf(p);
         Address const last = i.last & networkMask(bits);
-        for (Address a : {i.first, last, previous(i.first, bits), SoftChip::next(last, bits)})
+        for (Address a : {i.first, last, previousAddress(i.first, bits), nextAddress(last, bits)})
           to.address[side].push_back(a);
       }
     }
@@ -163,8 +163,8 @@ std::optional<Address> PacketSource::addressInside(Lumox::AddressFamily af, size
     // Just outside an except prefix, where that is still inside.
     if (where == 2 && !list.except().empty()) {
       Interval const& out = random_.of(list.except());
-      a = random_.oneIn(2) ? previous(out.first, bits)
-                           : SoftChip::next(out.last & networkMask(bits), bits);
+      a = random_.oneIn(2) ? previousAddress(out.first, bits)
+                           : nextAddress(out.last & networkMask(bits), bits);
     }
     if (list.contains(a)) return a;
   }
@@ -172,7 +172,7 @@ std::optional<Address> PacketSource::addressInside(Lumox::AddressFamily af, size
   for (Interval const& i : list.addr())
     if (list.contains(i.first)) return i.first;
   for (Interval const& i : list.except()) {
-    Address const behind = SoftChip::next(i.last & networkMask(bits), bits);
+    Address const behind = nextAddress(i.last & networkMask(bits), bits);
     if (list.contains(behind)) return behind;
   }
   return std::nullopt;
@@ -180,7 +180,8 @@ std::optional<Address> PacketSource::addressInside(Lumox::AddressFamily af, size
 
 Address PacketSource::randomAddress(Lumox::AddressFamily af, Interval in) {
   Address const host = in.first ^ in.last;
-  Address const a{in.first.hi | (random_.next() & host.hi), in.first.lo | (random_.next() & host.lo)};
+  Address const a{in.first.hi | (random_.next() & host.hi),
+                  in.first.lo | (random_.next() & host.lo)};
   return a & networkMask(addressBits(af));
 }
 
@@ -215,7 +216,7 @@ void PacketSource::alterOne(Packet& packet) {
     Address& a = field == 7 ? packet.src : packet.dst;
     unsigned const bits = addressBits(packet.af);
     if (random_.oneIn(3))
-      a = random_.oneIn(2) ? previous(a, bits) : SoftChip::next(a, bits);
+      a = random_.oneIn(2) ? previousAddress(a, bits) : nextAddress(a, bits);
     else
       a = anyAddress(packet.af, field - 7);
     return;

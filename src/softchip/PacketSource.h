@@ -3,22 +3,22 @@
 /// Packets that are likely to tell a right table from a wrong one: near the edges of what the rules
 /// name, inside single rules, across several of them, and in between.
 
-#include <array>
-#include <optional>
-#include <vector>
-
 #include "naxel/types/AclConfig.h"
 #include "softchip/AddressSet.h"
 #include "softchip/Packet.h"
 #include "softchip/Random.h"
+
+#include <array>
+#include <optional>
+#include <vector>
 
 namespace SoftChip {
 
 /// A sequence of packets that depends on the seed and the rules only. The rules are copied; later
 /// changes of the configuration go unnoticed.
 ///
-/// A value's corners are the ends of every prefix, except prefix and range that any rule names for the
-/// field, and the values next to these ends on both sides. Corners are kept per family.
+/// A value's corners are the ends of every prefix, except prefix and range that any rule names for
+/// the field, and the values next to these ends on both sides. Corners are kept per family.
 class PacketSource {
  public:
   PacketSource(Naxel::AclConfig const& acl, uint64_t seed);

@@ -2,10 +2,10 @@
 
 /// Random numbers that are the same for the same seed on every machine and standard library.
 
+#include "mox/Hash.h"
+
 #include <cstdint>
 #include <vector>
-
-#include "mox/Hash.h"
 
 namespace SoftChip {
 

@@ -1,16 +1,17 @@
 #pragma once
 
-/// Which rule of an ACL a packet ought to hit, straight from the configuration. This is the reference
-/// that the chip's tables are held against; it shares nothing with the code that compiles them.
-
-#include <array>
-#include <optional>
-#include <vector>
+/// Which rule of an ACL a packet ought to hit, straight from the configuration. This is the
+/// reference that the chip's tables are held against; it shares nothing with the code that compiles
+/// them.
 
 #include "naxel/types/AclConfig.h"
 #include "softchip/AddressSet.h"
 #include "softchip/FirstMatchIndex.h"
 #include "softchip/Packet.h"
+
+#include <array>
+#include <optional>
+#include <vector>
 
 namespace SoftChip {
 
@@ -20,8 +21,8 @@ Lumox::AddressFamily familyOf(Naxel::AclConfig const& acl);
 /// True if the packet fulfils every constraint of the filter. Reads the entities as they are; slow.
 bool matches(Naxel::RuleFilter const& filter, Packet const& packet);
 
-/// The first rule of the ACL that matches; none for a packet of the other family. Reads the entities
-/// as they are; for many packets use a RuleOracle.
+/// The first rule of the ACL that matches; none for a packet of the other family. Reads the
+/// entities as they are; for many packets use a RuleOracle.
 std::optional<Naxel::AceIndex> firstMatch(Naxel::AclConfig const& acl, Packet const& packet);
 
 /// The same over a copy of the rules, for many packets against many rules.

@@ -2,7 +2,6 @@
 
 #include <chrono>
 
-#include "TablesWriter.h"
 #include "acl/ParamConfig.h"
 #include "obel/TimerWheel.h"
 
@@ -25,7 +24,8 @@ Session::Session(ChipSetup const& setup, Mox::Ptr<Naxel::AclConfigColl const> ac
       rootStatus_(Mox::makePtr<Naxel::RootStatus>(chip_)),
       pdConfig_(Naxel::pDConfigFactory(chip_)),
       pdStatus_(Mox::makePtr<Naxel::PDStatus>(chip_)),
-      softChip_(std::make_unique<SoftChip::SoftChip>(pdConfig_, pdStatus_, wheel_, setup.softChip)) {
+      softChip_(std::make_unique<SoftChip::SoftChip>(pdConfig_, pdStatus_, capability_, wheel_,
+                                                     setup.softChip)) {
   auto const param = Acl::paramConfigFactory();
   param->permitDuringUpdateIs(setup.permitDuringUpdate);
   root_ = Naxel::naxelRootSmFactory(chip_, capability_, rootConfig_, rootStatus_, acls_, param,
@@ -103,6 +103,9 @@ std::vector<std::string> Session::failureTexts() const {
       continue;
     out.push_back((s.key.empty() ? "" : s.key + ": ") + s.status->failureText());
   }
+  if (failed == NaxelActiveStage::stageLoader)
+    for (SoftChip::Shortfall const& s : softChip_->shortfalls())
+      out.push_back(SoftChip::text(s));
   return out;
 }
 

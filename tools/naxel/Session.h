@@ -39,7 +39,7 @@ class Session {
   Mox::Ptr<Naxel::AclConfigColl const> const& acls() const { return acls_; }
   /// The output in force, after a kick that succeeded.
   Naxel::PDData const& data() const { return *pdConfig_->currPDData(); }
-  SoftChip::SoftChip const& softChip() const { return *softChip_; }
+  SoftChip::SoftChip& softChip() { return *softChip_; }
 
   /// Wall time of the last kick, in seconds.
   double kickSeconds() const { return kickSeconds_; }
@@ -49,7 +49,8 @@ class Session {
   std::vector<LabelUse> labelUse() const;
   /// The temporary policy that the last kick went through; none when the load was hitless.
   std::optional<Naxel::GlobalAclControl> temporaryPolicy() const { return policy_.temporary; }
-  /// Why the last kick failed, one line per status that reports it; may be empty.
+  /// Why the last kick failed: one line per status that reports it, and what the chip's tables lack.
+  /// May be empty.
   std::vector<std::string> failureTexts() const;
 
  private:

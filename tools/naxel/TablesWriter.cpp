@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "ChipReader.h"
+
 namespace NaxelTool {
 
 namespace {
@@ -135,10 +137,6 @@ void writeAcls(std::ostream& out, Naxel::PDAclColl const& data, Naxel::AclConfig
 }
 
 }  // namespace
-
-std::string prefixKeyName(Naxel::PrefixXformKey const& key) {
-  return std::string(Naxel::stringValue(key.af())) + (key.src() ? "Src" : "Dst");
-}
 
 void writeTables(std::ostream& out, Naxel::RootStatus const& kick,
                  Naxel::ChipHwCapability const& chip, Naxel::PDData const& data,

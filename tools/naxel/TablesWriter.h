@@ -17,7 +17,4 @@ void writeTables(std::ostream& out, Naxel::RootStatus const& kick,
                  Naxel::ChipHwCapability const& chip, Naxel::PDData const& data,
                  Naxel::AclConfigColl const& acls);
 
-/// Name of a prefix table: "ipv4Src", "ipv4Dst", "ipv6Src", "ipv6Dst".
-std::string prefixKeyName(Naxel::PrefixXformKey const& key);
-
 }  // namespace NaxelTool

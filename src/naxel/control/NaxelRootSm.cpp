@@ -1,10 +1,5 @@
 #include "naxel/control/NaxelRootSm.h"
 
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <limits>
-
 #include "mox/Assert.h"
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
 #include "naxel/expander/NaxelRuleExpanderSm.h"
@@ -15,6 +10,11 @@
 #include "naxel/xform/NaxelComboLabelSplitSm.h"
 #include "naxel/xform/NaxelPrefixXformSm.h"
 #include "naxel/xform/NaxelRangeSplitSm.h"
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
 
 namespace Naxel {
 
@@ -147,8 +147,8 @@ void NaxelRootSm::buildRangeSide() {
       loaderConfig_->rangeSplitLoaderInfoIs(type, loaderInfo);
     });
     stageSms_.push_back(rangeSplitSmFactory(chipId_, config, status, hwCapability_));
-    stageSms_.push_back(rangeEncoderSmFactory(
-        chipId_, encConfig, encStatus, aggregatorStatus_->genSetUsageInfo(), hwCapability_));
+    stageSms_.push_back(rangeEncoderSmFactory(chipId_, encConfig, encStatus,
+                                              aggregatorStatus_->genSetUsageInfo(), hwCapability_));
   }
 }
 
@@ -202,8 +202,8 @@ void NaxelRootSm::buildComboSide() {
 
 Mox::Seconds NaxelRootSm::nextKickTime() const {
   // Statuses and driver answers are told apart by their kick time, so none may ever occur twice.
-  Mox::Seconds const last = std::max(stageControllerConfig_->kickTime(),
-                                     pdConfig_->pdResourceConfig().requestId());
+  Mox::Seconds const last =
+      std::max(stageControllerConfig_->kickTime(), pdConfig_->pdResourceConfig().requestId());
   Mox::Seconds const next = std::nextafter(last, std::numeric_limits<double>::infinity());
   return std::max(timerWheel_->activity().now(), next);
 }
@@ -212,7 +212,8 @@ void NaxelRootSm::handleNaxelKickTime() {
   NaxelKickRequest const kickRequest = rootConfig_->naxelKickRequest();
   Mox::Seconds const agentKickTime = rootConfig_->naxelKickTime();
   if (auto line = trace(8))
-    line << "handleNaxelKickTime" << " request " << kickRequest << " kick time " << agentKickTime;
+    line << "handleNaxelKickTime"
+         << " request " << kickRequest << " kick time " << agentKickTime;
   // Reactors of the status may take the root down.
   Mox::Ptr<NaxelRootSm> const alive(references() > 0 ? this : nullptr);
   rootStatus_->kickCountIs(rootStatus_->kickCount() + 1);
@@ -230,12 +231,12 @@ void NaxelRootSm::handleNaxelKickTime() {
 void NaxelRootSm::handleStageStatus() {
   StageControllerStatus const& status = *stageControllerStatus_;
   if (auto line = trace(8))
-    line << "handleStageStatus" << " stageStatus " << status.status();
+    line << "handleStageStatus"
+         << " stageStatus " << status.status();
   if (status.kickTime() != stageControllerConfig_->kickTime()) return;
   Mox::Ptr<NaxelRootSm> const alive(references() > 0 ? this : nullptr);
   switch (status.status()) {
-    case StageStatusType::init:
-      return rootStatus_->kickProgressIs(NaxelProgress::naxelInitialized);
+    case StageStatusType::init: return rootStatus_->kickProgressIs(NaxelProgress::naxelInitialized);
     case StageStatusType::inProgress:
       return rootStatus_->kickProgressIs(NaxelProgress::naxelRunning);
     case StageStatusType::finishedSuccess:
@@ -252,12 +253,14 @@ void NaxelRootSm::handleStageStatus() {
   MOX_ASSERT(false);
 }
 
-Mox::Ptr<NaxelRootSm> naxelRootSmFactory(
-    Obel::ChipId chipId, Mox::Ptr<ChipHwCapability const> hwCapability,
-    Mox::Ptr<RootConfig> rootConfig, Mox::Ptr<RootStatus> rootStatus,
-    Mox::Ptr<AclConfigColl const> aclConfigColl, Mox::Ptr<Acl::ParamConfig const> paramConfig,
-    Mox::Ptr<PDConfig> pdConfig, Mox::Ptr<PDStatus> pdStatus,
-    Mox::Ptr<Obel::TimerWheel> timerWheel) {
+Mox::Ptr<NaxelRootSm> naxelRootSmFactory(Obel::ChipId chipId,
+                                         Mox::Ptr<ChipHwCapability const> hwCapability,
+                                         Mox::Ptr<RootConfig> rootConfig,
+                                         Mox::Ptr<RootStatus> rootStatus,
+                                         Mox::Ptr<AclConfigColl const> aclConfigColl,
+                                         Mox::Ptr<Acl::ParamConfig const> paramConfig,
+                                         Mox::Ptr<PDConfig> pdConfig, Mox::Ptr<PDStatus> pdStatus,
+                                         Mox::Ptr<Obel::TimerWheel> timerWheel) {
   return Mox::makePtr<NaxelRootSm>(chipId, std::move(hwCapability), std::move(rootConfig),
                                    std::move(rootStatus), std::move(aclConfigColl),
                                    std::move(paramConfig), std::move(pdConfig), std::move(pdStatus),

@@ -7,10 +7,10 @@
 /// and reports course and outcome in RootStatus. A constructed root is complete. Everything runs on
 /// the activity thread of the timer wheel.
 ///
-/// Every request counts: two requests at one reading of the clock, or one after the clock has stepped
-/// back, are different kicks, because the pipeline's kick time is the present time or the next number
-/// above the last kick's, whichever is larger. A cancel that is requested while nothing runs ends as
-/// `naxelCancelled`.
+/// Every request counts: two requests at one reading of the clock, or one after the clock has
+/// stepped back, are different kicks, because the pipeline's kick time is the present time or the
+/// next number above the last kick's, whichever is larger. A cancel that is requested while nothing
+/// runs ends as `naxelCancelled`.
 
 #include "acl/ParamConfig.h"
 #include "naxel/control/NaxelStageControllerSm.h"

@@ -97,8 +97,9 @@ void NaxelStageControllerSm::transitStage() {
   if (auto line = trace(4))
     line << "[" << chipId() << "] Transited from " << old << " to " << activeStage_;
   if (last) return doSetStatus(StageStatusType::finishedSuccess);
-  // The review must come even if nothing changes: a keyed stage may have no members, and a status may
-  // end where it began. It is scheduled first, because a stage may start another kick from within.
+  // The review must come even if nothing changes: a keyed stage may have no members, and a status
+  // may end where it began. It is scheduled first, because a stage may start another kick from
+  // within.
   scheduleReview();
   Mox::Seconds const kickTime = config_->kickTime();
   stageConfig_->forEach(activeStage_, [&](StageConfig& c) {
@@ -184,8 +185,7 @@ void NaxelStageControllerSm::doReview() {
   // A stage may answer long after its kick has ended; only a running kick is reviewed.
   if (status_->status() != StageStatusType::inProgress) return;
   if (config_->kickRequest() == NaxelKickRequest::naxelCancel) {
-    if (auto line = trace(4))
-      line << "[" << chipId() << "] This round of naxel kick is cancelled";
+    if (auto line = trace(4)) line << "[" << chipId() << "] This round of naxel kick is cancelled";
     return doSetStatus(StageStatusType::cancelled);
   }
   if (activeStage_ == NaxelActiveStage::stageInit) return transitStage();

@@ -3,25 +3,25 @@
 /// The stage controller: runs one kick of the pipeline of one chip.
 ///
 /// It starts the stages one after another in the order of NaxelActiveStage by writing its kick time
-/// into their configurations; all instances of a keyed stage run together. Every change of a stage's
-/// status schedules one review on the timer wheel, however many changes there are in one pass; the
-/// review moves on, waits, or ends the kick. A stage that reports failure ends it with
+/// into their configurations; all instances of a keyed stage run together. Every change of a
+/// stage's status schedules one review on the timer wheel, however many changes there are in one
+/// pass; the review moves on, waits, or ends the kick. A stage that reports failure ends it with
 /// `lastFailedStage` set.
 ///
-/// A cancel is a kick of its own: the review that follows ends it with `cancelled`. The stage that was
-/// running is not told, so a loader in its handshake goes on and may still install its output; its
-/// later status carries the older kick time and is ignored. A start that is requested before the
-/// review of a cancel ran takes its place, and the cancel is then never reported.
-
-#include <map>
-#include <memory>
-#include <string>
-#include <vector>
+/// A cancel is a kick of its own: the review that follows ends it with `cancelled`. The stage that
+/// was running is not told, so a loader in its handshake goes on and may still install its output;
+/// its later status carries the older kick time and is ignored. A start that is requested before
+/// the review of a cancel ran takes its place, and the cancel is then never reported.
 
 #include "naxel/control/StageControllerTypes.h"
 #include "naxel/control/StageSm.h"
 #include "naxel/control/StageSmColl.h"
 #include "obel/TimerWheel.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace Naxel {
 

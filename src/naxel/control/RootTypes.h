@@ -2,11 +2,11 @@
 
 /// The entities through which the agent requests kicks and learns their outcome.
 
-#include <string>
-
 #include "mox/Entity.h"
 #include "naxel/types/ControlEnums.h"
 #include "obel/ChipId.h"
+
+#include <string>
 
 namespace Naxel {
 
@@ -64,7 +64,9 @@ class NAXEL_EXPORT RootStatus : public Mox::Entity {
   void kickProgressIs(NaxelProgress v) { attrIs(kickProgress_, v, &Notifiee::onKickProgress); }
   /// Which stage failed on which chip; empty from the next start on.
   std::string const& kickMessage() const { return kickMessage_; }
-  void kickMessageIs(std::string v) { attrIs(kickMessage_, std::move(v), &Notifiee::onKickMessage); }
+  void kickMessageIs(std::string v) {
+    attrIs(kickMessage_, std::move(v), &Notifiee::onKickMessage);
+  }
 
  private:
   Obel::ChipId chipId_;

@@ -10,9 +10,9 @@ Mox::AttributeTable const& StageControllerConfig::attributeTable() const {
 }
 
 Mox::AttributeTable const& StageControllerStatus::attributeTable() const {
-  static Mox::AttributeTable const table =
-      Mox::joinTables(StageStatus::attributeTable(),
-                      {Mox::attribute<&StageControllerStatus::lastFailedStage_>("lastFailedStage")});
+  static Mox::AttributeTable const table = Mox::joinTables(
+      StageStatus::attributeTable(),
+      {Mox::attribute<&StageControllerStatus::lastFailedStage_>("lastFailedStage")});
   return table;
 }
 

@@ -2,12 +2,12 @@
 
 /// The frame of every stage.
 ///
-/// A stage is started by a new kick time in its configuration. handleKickTime() stamps that time into
-/// the stage's status, reports `inProgress` and calls the stage's doStartKick(), which works or
-/// schedules its work and ends with a final status. A stage reports failure only through its status:
-/// whatever is thrown below handleKickTime() ends here as `finishedFailed`, with a trace at level 0,
-/// after doForget() has dropped what the stage remembers of its last input, so that the next kick
-/// does the work again.
+/// A stage is started by a new kick time in its configuration. handleKickTime() stamps that time
+/// into the stage's status, reports `inProgress` and calls the stage's doStartKick(), which works
+/// or schedules its work and ends with a final status. A stage reports failure only through its
+/// status: whatever is thrown below handleKickTime() ends here as `finishedFailed`, with a trace at
+/// level 0, after doForget() has dropped what the stage remembers of its last input, so that the
+/// next kick does the work again.
 ///
 /// One activity thread; no locks.
 

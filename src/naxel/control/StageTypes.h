@@ -2,10 +2,10 @@
 
 /// The two entities by which every stage is driven and answers.
 
-#include <string>
-
 #include "mox/Entity.h"
 #include "naxel/types/ControlEnums.h"
+
+#include <string>
 
 namespace Naxel {
 
@@ -48,7 +48,9 @@ class NAXEL_EXPORT StageStatus : public Mox::Entity {
   /// Why the stage failed: what is too many or refused, how many are needed and how many there are.
   /// Set before `finishedFailed`, empty after any other outcome.
   std::string const& failureText() const { return failureText_; }
-  void failureTextIs(std::string v) { attrIs(failureText_, std::move(v), &Notifiee::onFailureText); }
+  void failureTextIs(std::string v) {
+    attrIs(failureText_, std::move(v), &Notifiee::onFailureText);
+  }
 
  private:
   Mox::Seconds kickTime_ = 0;

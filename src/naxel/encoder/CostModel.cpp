@@ -1,8 +1,8 @@
 #include "naxel/encoder/CostModel.h"
 
-#include <algorithm>
-
 #include "naxel/types/NaxelTrace.h"
+
+#include <algorithm>
 
 namespace Naxel {
 
@@ -26,7 +26,9 @@ RefCntCostModel::RefCntCostModel(Mox::Ptr<EncoderConfig const> const& encoderCon
 }
 
 void RefCntCostModel::handleInitialized(EncoderConfig const& config, GenSetUsageInfo const& usage) {
-  if (auto line = trace(8)) line << "RefCntCostModel::" << "handleInitialized";
+  if (auto line = trace(8))
+    line << "RefCntCostModel::"
+         << "handleInitialized";
   struct Place {
     uint32_t order;
     PlainLabelList const* list;

@@ -1,7 +1,7 @@
 #pragma once
 
-/// In which order the sets of an encoder receive their labels. Sets placed first get the most compact
-/// blocks, so those that cost the most TCAM entries come first.
+/// In which order the sets of an encoder receive their labels. Sets placed first get the most
+/// compact blocks, so those that cost the most TCAM entries come first.
 
 #include "naxel/encoder/EncoderTypes.h"
 
@@ -30,9 +30,9 @@ NAXEL_EXPORT Mox::Ptr<GenSetCostModel> genSetCostModelFactory();
 
 /// Descending by reference count times number of plain labels. The order value is the complement of
 /// that product in wrapping 32-bit arithmetic, which decides the order and nothing else. Ties: the
-/// larger list first, then the lists in lexicographic order, so that the order depends on the content
-/// of the sets and not on their keys; sets of equal lists stand in the order of their keys, and are
-/// given the same pairs by the encoder.
+/// larger list first, then the lists in lexicographic order, so that the order depends on the
+/// content of the sets and not on their keys; sets of equal lists stand in the order of their keys,
+/// and are given the same pairs by the encoder.
 class NAXEL_EXPORT RefCntCostModel : public GenSetCostModel {
  public:
   RefCntCostModel(Mox::Ptr<EncoderConfig const> const& encoderConfig,

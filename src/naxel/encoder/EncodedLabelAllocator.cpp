@@ -1,10 +1,10 @@
 #include "naxel/encoder/EncodedLabelAllocator.h"
 
-#include <algorithm>
-#include <bit>
-
 #include "mox/Assert.h"
 #include "naxel/types/NaxelTrace.h"
+
+#include <algorithm>
+#include <bit>
 
 namespace Naxel {
 
@@ -13,7 +13,8 @@ namespace {
 template <class F>
 void traceAllocation(int level, F write) {
   if (auto line = trace(level)) {
-    line << "EncodedLabelAllocator::" << "doAllocateLabels";
+    line << "EncodedLabelAllocator::"
+         << "doAllocateLabels";
     write(line);
   }
 }
@@ -65,7 +66,9 @@ Mox::AttributeTable const& EncodedLabelAllocator::attributeTable() const {
 }
 
 void EncodedLabelAllocator::handleInitialized() {
-  if (auto line = trace(8)) line << "EncodedLabelAllocator::" << "handleInitialized";
+  if (auto line = trace(8))
+    line << "EncodedLabelAllocator::"
+         << "handleInitialized";
   uint32_t const size = uint32_t{1} << encodeBitWidth_;
   encLabelBitMap_ = Obel::bitmapFactory(size);
   if (reservedAtTop_) encLabelBitMap_->setBitsInRange(size - reservedAtTop_, size - 1);

@@ -5,29 +5,29 @@
 /// Problem. Every plain label of an encoder needs a value of `encodeBitWidth` bits, such that each
 /// set, the union of its labels, can be matched by few value/mask pairs.
 ///
-/// Idea. Sets are taken in cost order. The labels of a set that no earlier set has brought are placed
-/// in the largest aligned power-of-two block that holds them all, their count filled up to a power of
-/// two while the budget of spare values lasts; only where no such block is free they are split over
-/// smaller aligned blocks, scanning from the lowest free value. A block costs one pair. Labels that an
-/// earlier set brought stay where they are and enter as single values.
+/// Idea. Sets are taken in cost order. The labels of a set that no earlier set has brought are
+/// placed in the largest aligned power-of-two block that holds them all, their count filled up to a
+/// power of two while the budget of spare values lasts; only where no such block is free they are
+/// split over smaller aligned blocks, scanning from the lowest free value. A block costs one pair.
+/// Labels that an earlier set brought stay where they are and enter as single values.
 ///
-/// Example, width 4, sets A = {1, 2, 3} and then B = {3, 4, 5}: three new labels of A take the block
-/// 0-3 (one spare value, 3), B keeps 2 for label 3 and takes the block 4-5 for its new ones. A is one
-/// pair (0/1100), B two: (2/1111) and (4/1110).
+/// Example, width 4, sets A = {1, 2, 3} and then B = {3, 4, 5}: three new labels of A take the
+/// block 0-3 (one spare value, 3), B keeps 2 for label 3 and takes the block 4-5 for its new ones.
+/// A is one pair (0/1100), B two: (2/1111) and (4/1110).
 ///
 /// Invariants. A value that is taken never becomes free again; the spare budget only falls; the
 /// values of a block beyond the labels of its set are carried by no piece, so the set's masks may
 /// match them.
 ///
 /// Cost. Finding a free block is a scan over words of the bitmap. The lowest free value only rises,
-/// and so does, for each block size, the place before which no whole block of that size is free; both
-/// are remembered.
-
-#include <array>
+/// and so does, for each block size, the place before which no whole block of that size is free;
+/// both are remembered.
 
 #include "naxel/encoder/CostModel.h"
 #include "naxel/encoder/EncoderTypes.h"
 #include "obel/Bitmap.h"
+
+#include <array>
 
 namespace Naxel {
 
@@ -52,7 +52,8 @@ class NAXEL_EXPORT EncodedLabelAllocStatus : public Mox::Entity {
 /// Does its whole work while it is constructed; read the results from the two statuses.
 class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
  public:
-  /// `encodeBitWidth` is 1 to 16. `reservedAtTop` values at the top of the space are given to no set.
+  /// `encodeBitWidth` is 1 to 16. `reservedAtTop` values at the top of the space are given to no
+  /// set.
   EncodedLabelAllocator(uint32_t encodeBitWidth, Mox::Ptr<EncoderConfig const> encoderConfig,
                         Mox::Ptr<GenSetCostModel const> costModel,
                         Mox::Ptr<EncoderStatus> encoderStatus,
@@ -76,7 +77,8 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
     uint32_t start;
     uint32_t end;
   };
-  /// How many values the next block takes and how many of them are spare; none to try smaller blocks.
+  /// How many values the next block takes and how many of them are spare; none to try smaller
+  /// blocks.
   struct Portion {
     uint32_t toAllocate;
     uint32_t extra;
@@ -107,8 +109,8 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
   Mox::Ptr<Obel::Bitmap> encLabelBitMap_;
   uint32_t extraLabelCnt_ = 0;
   uint64_t labelsNeeded_ = 0;
-  std::vector<uint32_t> encoded_;  // value of each plain label, by its number
-  uint32_t lowestClear_ = 0;       // no clear bit lies before it
+  std::vector<uint32_t> encoded_;                  // value of each plain label, by its number
+  uint32_t lowestClear_ = 0;                       // no clear bit lies before it
   std::array<uint32_t, 17> noWholeBlockBefore_{};  // by logarithm of the block size
 };
 NAXEL_EXPORT Mox::Ptr<EncodedLabelAllocator> encodedLabelAllocatorFactory(

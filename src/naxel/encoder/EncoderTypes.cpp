@@ -37,9 +37,8 @@ EncodedLabelWithMaskList const* EncoderStatus::encodedLabelList(GenSetKey key) c
 Mox::Ptr<EncoderStatus> encoderStatusFactory() { return Mox::makePtr<EncoderStatus>(); }
 
 Mox::AttributeTable const& EncoderConfig::attributeTable() const {
-  static Mox::AttributeTable const table =
-      Mox::joinTables(StageConfig::attributeTable(),
-                      {Mox::attribute<&EncoderConfig::xformStatus_>("xformStatus")});
+  static Mox::AttributeTable const table = Mox::joinTables(
+      StageConfig::attributeTable(), {Mox::attribute<&EncoderConfig::xformStatus_>("xformStatus")});
   return table;
 }
 

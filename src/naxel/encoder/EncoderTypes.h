@@ -8,8 +8,8 @@
 
 namespace Naxel {
 
-/// Which encoded label each entry of a hardware transform table must yield. A record is made anew by
-/// every run of its encoder and never changed afterwards.
+/// Which encoded label each entry of a hardware transform table must yield. A record is made anew
+/// by every run of its encoder and never changed afterwards.
 class NAXEL_EXPORT PrefixXformLoaderInfo : public Mox::Entity {
  public:
   using LabelMap = Mox::FlatMap<Lumox::IpGenPrefix, EncodedLabel>;
@@ -150,9 +150,7 @@ class NAXEL_EXPORT RangeEncoderConfig : public EncoderConfig {
   std::string_view fwkType() const override { return "Naxel::RangeEncoderConfig"; }
   Mox::AttributeTable const& attributeTable() const override;
 
-  Mox::Ptr<RangeSplitAggregatorInfo const> const& aggregatorInfo() const {
-    return aggregatorInfo_;
-  }
+  Mox::Ptr<RangeSplitAggregatorInfo const> const& aggregatorInfo() const { return aggregatorInfo_; }
 
  private:
   Mox::Ptr<RangeSplitAggregatorInfo const> aggregatorInfo_;
@@ -163,7 +161,9 @@ class NAXEL_EXPORT ComboLabelEncoderConfig : public EncoderConfig {
  public:
   ComboLabelEncoderConfig(Mox::Ptr<XformStatus const> xform, Mox::Ptr<EncoderStatus const> src,
                           Mox::Ptr<EncoderStatus const> dst)
-      : EncoderConfig(std::move(xform)), srcEncStatus_(std::move(src)), dstEncStatus_(std::move(dst)) {}
+      : EncoderConfig(std::move(xform)),
+        srcEncStatus_(std::move(src)),
+        dstEncStatus_(std::move(dst)) {}
   std::string_view fwkType() const override { return "Naxel::ComboLabelEncoderConfig"; }
   Mox::AttributeTable const& attributeTable() const override;
 

@@ -1,18 +1,18 @@
 #pragma once
 
 /// Encoded labels and the label collections keyed by generic set, which transforms, encoders,
-/// expander and output model share. A transform gives every disjoint piece a plain label; an encoder
-/// turns plain labels into encoded labels, values of a fixed bit width in a TCAM key field, and
-/// describes every set by value/mask pairs over them.
-
-#include <cstdint>
-#include <string_view>
-#include <tuple>
+/// expander and output model share. A transform gives every disjoint piece a plain label; an
+/// encoder turns plain labels into encoded labels, values of a fixed bit width in a TCAM key field,
+/// and describes every set by value/mask pairs over them.
 
 #include "mox/Entity.h"
 #include "mox/FlatSet.h"
 #include "mox/OrderedMap.h"
 #include "naxel/genset/GenSetTypes.h"
+
+#include <cstdint>
+#include <string_view>
+#include <tuple>
 
 namespace Naxel {
 
@@ -45,9 +45,7 @@ class EncodedLabelWithMask : public Mox::ValueType<EncodedLabelWithMask> {
 
   EncodedLabel label() const { return label_; }
   LabelMask mask() const { return mask_; }
-  bool matches(uint32_t value) const {
-    return ((value ^ label_.value()) & mask_.value()) == 0;
-  }
+  bool matches(uint32_t value) const { return ((value ^ label_.value()) & mask_.value()) == 0; }
 
   static constexpr auto fields() {
     return std::make_tuple(Mox::field("label", &EncodedLabelWithMask::label_),
@@ -182,9 +180,7 @@ class NAXEL_EXPORT EncodedLabelRangeList : public Mox::Entity {
   Mox::FlatSet<EncodedLabelRange> const& encLabelRange() const { return encLabelRange_; }
   void encLabelRangeIs(EncodedLabelRange const& r) { encLabelRange_.insert(r); }
   /// Takes over all ranges at once, in any order.
-  void encLabelRangeIs(std::vector<EncodedLabelRange> all) {
-    encLabelRange_.adopt(std::move(all));
-  }
+  void encLabelRangeIs(std::vector<EncodedLabelRange> all) { encLabelRange_.adopt(std::move(all)); }
   void encLabelRangeDel(EncodedLabelRange const& r) { encLabelRange_.erase(r); }
   void encLabelRangeDelAll() { encLabelRange_.clear(); }
 

@@ -1,10 +1,10 @@
 #include "naxel/encoder/Mergers.h"
 
-#include <algorithm>
-#include <iterator>
-
 #include "mox/Assert.h"
 #include "naxel/types/NaxelTrace.h"
+
+#include <algorithm>
+#include <iterator>
 
 namespace Naxel {
 
@@ -60,15 +60,16 @@ Pairs mergePairs(uint32_t bitWidth, Pairs in) {
 }  // namespace
 
 Mox::AttributeTable const& RangeMerger::attributeTable() const {
-  static Mox::AttributeTable const table = {
-      Mox::attribute<&RangeMerger::bitWidth_>("bitWidth"),
-      Mox::attribute<&RangeMerger::labelMask_>("labelMask")};
+  static Mox::AttributeTable const table = {Mox::attribute<&RangeMerger::bitWidth_>("bitWidth"),
+                                            Mox::attribute<&RangeMerger::labelMask_>("labelMask")};
   return table;
 }
 
 void RangeMerger::doMergeRange(uint32_t start, uint32_t end) {
   if (auto line = trace(8))
-    line << "RangeMerger::" << "doMergeRange" << " start: " << start << ", end: " << end;
+    line << "RangeMerger::"
+         << "doMergeRange"
+         << " start: " << start << ", end: " << end;
   MOX_ASSERT(bitWidth());
   MOX_ASSERT(end >= start);
   uint32_t const full = (uint32_t{1} << bitWidth_) - 1;
@@ -109,7 +110,9 @@ Mox::AttributeTable const& LabelMerger::attributeTable() const {
 
 void LabelMerger::handleInitialized() {
   if (auto line = trace(8))
-    line << "LabelMerger::" << "handleInitialized" << " bitWidth: " << bitWidth_;
+    line << "LabelMerger::"
+         << "handleInitialized"
+         << " bitWidth: " << bitWidth_;
   Pairs in;
   in.reserve(inLabelMask_->encLabelAndMask().size());
   for (EncodedLabelWithMask const& e : inLabelMask_->encLabelAndMask())

@@ -17,20 +17,20 @@ class NAXEL_EXPORT RangeMerger : public Mox::Entity {
 
   uint32_t bitWidth() const { return bitWidth_; }
   Mox::Ptr<EncodedLabelWithMaskList> const& labelMask() const { return labelMask_; }
-  /// Adds the maximal aligned blocks that cover exactly the labels `start` to `end`, from the low end
-  /// on: 5 to 12 gives 5, 6-7, 8-11 and 12. At most twice the width many.
+  /// Adds the maximal aligned blocks that cover exactly the labels `start` to `end`, from the low
+  /// end on: 5 to 12 gives 5, 6-7, 8-11 and 12. At most twice the width many.
   void doMergeRange(uint32_t start, uint32_t end);
 
  private:
   uint32_t bitWidth_;
   Mox::Ptr<EncodedLabelWithMaskList> labelMask_;
 };
-NAXEL_EXPORT Mox::Ptr<RangeMerger> rangeMergerFactory(
-    uint32_t bitWidth, Mox::Ptr<EncodedLabelWithMaskList> labelMask);
+NAXEL_EXPORT Mox::Ptr<RangeMerger> rangeMergerFactory(uint32_t bitWidth,
+                                                      Mox::Ptr<EncodedLabelWithMaskList> labelMask);
 
-/// Joins pairs that match the same labels into fewer, while it is constructed: from the lowest bit on,
-/// two pairs that differ in that bit alone become one that ignores it. Greedy, so the result need not
-/// be the smallest; it always matches exactly the labels of the input.
+/// Joins pairs that match the same labels into fewer, while it is constructed: from the lowest bit
+/// on, two pairs that differ in that bit alone become one that ignores it. Greedy, so the result
+/// need not be the smallest; it always matches exactly the labels of the input.
 class NAXEL_EXPORT LabelMerger : public Mox::Entity {
  public:
   LabelMerger(uint32_t bitWidth, Mox::Ptr<EncodedLabelWithMaskList const> inLabelMask,

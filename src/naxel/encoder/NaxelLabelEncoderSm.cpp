@@ -288,8 +288,8 @@ ComboLabelSplitStatus const& ComboLabelEncoderSm::xform() const {
 }
 
 uint64_t ComboLabelEncoderSm::doBuildWorkingSetHash() const {
-  // The table's keys are labels of the two sides, which may have been encoded anew without any change
-  // of the combinations.
+  // The table's keys are labels of the two sides, which may have been encoded anew without any
+  // change of the combinations.
   WordHash sides;
   for (auto const& [combo, label] : xform().comboToPlainLabelMap()) {
     EncodedLabel const* src = srcEncStatus()->plainToEncodedLabel().get(combo.srcLabel());
@@ -298,7 +298,7 @@ uint64_t ComboLabelEncoderSm::doBuildWorkingSetHash() const {
     sides.add(uint64_t{label.value()} << 32 | uint64_t{src ? src->value() : 0u} << 16 |
               (dst ? dst->value() : 0u));
   }
-  return LabelEncoderSm::doBuildWorkingSetHash() ^ uint64_t{sides.finish()} << 32;
+  return LabelEncoderSm::doBuildWorkingSetHash() ^ uint64_t { sides.finish() } << 32;
 }
 
 void ComboLabelEncoderSm::doUpdateLoaderInfo() {
@@ -310,10 +310,9 @@ void ComboLabelEncoderSm::doUpdateLoaderInfo() {
                     "srcEncStatus()->plainToEncodedLabelHas( comboLabel.srcLabel() )");
     MOX_ASSERT_TEXT(dstEncStatus()->plainToEncodedLabelHas(comboLabel.dstLabel()),
                     "dstEncStatus()->plainToEncodedLabelHas( comboLabel.dstLabel() )");
-    entries.emplace_back(
-        EncodedComboLabel(encodedLabelOf(*srcEncStatus(), comboLabel.srcLabel()),
-                          encodedLabelOf(*dstEncStatus(), comboLabel.dstLabel())),
-        encodedLabelOf(encoderStatus(), label));
+    entries.emplace_back(EncodedComboLabel(encodedLabelOf(*srcEncStatus(), comboLabel.srcLabel()),
+                                           encodedLabelOf(*dstEncStatus(), comboLabel.dstLabel())),
+                         encodedLabelOf(encoderStatus(), label));
   }
   auto info = Mox::makePtr<ComboLabelLoaderInfo>();
   info->encComboToEncodedLabelMapIs(std::move(entries));

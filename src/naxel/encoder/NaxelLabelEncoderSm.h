@@ -1,15 +1,17 @@
 #pragma once
 
-/// The label encoder stages: they turn the plain labels of the transforms into encoded labels and each
-/// set into value/mask pairs over them. One base does the work; the three kinds differ in key, width,
-/// inputs and loader info.
+/// The label encoder stages: they turn the plain labels of the transforms into encoded labels and
+/// each set into value/mask pairs over them. One base does the work; the three kinds differ in key,
+/// width, inputs and loader info.
 ///
-/// Reads    the label lists of the transform that feeds the encoder, and the counts of use; the range
+/// Reads    the label lists of the transform that feeds the encoder, and the counts of use; the
+/// range
 ///          encoder also the range sets, the combo encoder the labels of both sides' encoders.
 /// Writes   an EncoderStatus: plain to encoded labels, each set's pairs, and a loader info.
-/// Skips    when the transform reports that it skipped or is not enabled and the digest equals that of
-///          the last run that succeeded. The digest covers the lists (or in raw mode the range sets),
-///          the counts, mode and width, and for combinations the labels of both sides.
+/// Skips    when the transform reports that it skipped or is not enabled and the digest equals that
+/// of
+///          the last run that succeeded. The digest covers the lists (or in raw mode the range
+///          sets), the counts, mode and width, and for combinations the labels of both sides.
 /// Fails    when the transform's output is unusable or the labels do not fit into the width.
 /// Not enabled where a combination has no width; then nothing is published.
 /// Order    by ascending key; equal lists get equal pairs.
@@ -19,8 +21,6 @@
 ///
 /// A range field without label width is encoded raw: the pairs match the field's own value.
 
-#include <optional>
-
 #include "mox/Trace.h"
 #include "naxel/control/StageSm.h"
 #include "naxel/encoder/CostModel.h"
@@ -28,6 +28,8 @@
 #include "naxel/encoder/EncoderTypes.h"
 #include "naxel/encoder/Mergers.h"
 #include "naxel/loader/HwCapability.h"
+
+#include <optional>
 
 namespace Naxel {
 
@@ -164,16 +166,13 @@ class NAXEL_EXPORT ComboLabelEncoderSm : public LabelEncoderSm {
 
 NAXEL_EXPORT Mox::Ptr<LabelEncoderSm> labelEncoderSmFactory(
     Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config, Mox::Ptr<EncoderStatus> status,
-    Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
-    Mox::Ptr<ChipHwCapability const> hwCapability);
+    Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo, Mox::Ptr<ChipHwCapability const> hwCapability);
 NAXEL_EXPORT Mox::Ptr<PrefixLabelEncoderSm> prefixLabelEncoderSmFactory(
     Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config, Mox::Ptr<PrefixEncoderStatus> status,
-    Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
-    Mox::Ptr<ChipHwCapability const> hwCapability);
+    Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo, Mox::Ptr<ChipHwCapability const> hwCapability);
 NAXEL_EXPORT Mox::Ptr<RangeEncoderSm> rangeEncoderSmFactory(
     Obel::ChipId chipId, Mox::Ptr<RangeEncoderConfig> config, Mox::Ptr<RangeEncoderStatus> status,
-    Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
-    Mox::Ptr<ChipHwCapability const> hwCapability);
+    Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo, Mox::Ptr<ChipHwCapability const> hwCapability);
 NAXEL_EXPORT Mox::Ptr<ComboLabelEncoderSm> comboLabelEncoderSmFactory(
     Obel::ChipId chipId, Mox::Ptr<ComboLabelEncoderConfig> config,
     Mox::Ptr<ComboLabelEncoderStatus> status, Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,

@@ -1,10 +1,10 @@
 #include "naxel/expander/NaxelRuleExpanderSm.h"
 
-#include <limits>
-#include <stdexcept>
-
 #include "mox/Assert.h"
 #include "naxel/types/NaxelTrace.h"
+
+#include <limits>
+#include <stdexcept>
 
 namespace Naxel {
 
@@ -106,8 +106,9 @@ void RuleExpanderSm::doBuildExpandedRules() {
       auto const pdRule = acl->ruleIs(index);
       expandRule(*rule, af, *pdRule);
       if (auto line = trace(6))
-        line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules" << " policy: "
-             << rule->name() << " resulted in " << pdRule->filters() << " tcam entries";
+        line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
+             << " policy: " << rule->name() << " resulted in " << pdRule->filters()
+             << " tcam entries";
     }
   }
   dumpRuleExpanderStatus();
@@ -155,7 +156,8 @@ bool RuleExpanderSm::buildCombo(ComboLabelSetType type, TcamFieldType fieldType,
       ruleExConfig_->comboLabelInfo(type)->srcDstToComboMap(GenSetKeyPair(src, dst));
   if (!combo) return false;
   if (auto line = trace(8))
-    line << "RuleExpanderSm(" << chipId() << ")::buildCombo" << " comboGenSetKey:" << combo;
+    line << "RuleExpanderSm(" << chipId() << ")::buildCombo"
+         << " comboGenSetKey:" << combo;
   buildField(fieldType, combo, *ruleExConfig_->comboLabelEncoderStatus(type),
              *ruleExConfig_->comboLabelSplitStatus(type));
   return true;
@@ -203,15 +205,15 @@ void RuleExpanderSm::buildField(TcamFieldType fieldType, GenSetKey key,
 void RuleExpanderSm::buildTcamEntry(TcamFieldType fieldType,
                                     EncodedLabelWithMaskList const& encLabelList) {
   if (auto line = trace(8))
-    line << "RuleExpanderSm(" << chipId() << ")::buildTcamEntry" << ", fieldType:" << fieldType;
+    line << "RuleExpanderSm(" << chipId() << ")::buildTcamEntry"
+         << ", fieldType:" << fieldType;
   MOX_ASSERT(ruleFilters());
   auto const& pairs = encLabelList.encLabelAndMask();
   size_t const n = ruleFilters();
   if (uint64_t{n} * pairs.size() > productCap)
-    throw std::length_error("linkqueue index space full: at least " +
-                            std::to_string(uint64_t{n} * pairs.size()) +
-                            " entries needed for one rule, at most " + std::to_string(productCap) +
-                            " are built");
+    throw std::length_error(
+        "linkqueue index space full: at least " + std::to_string(uint64_t{n} * pairs.size()) +
+        " entries needed for one rule, at most " + std::to_string(productCap) + " are built");
   for (size_t i = 0; i < n; ++i) {
     PDAclFilter filter = ruleFilterDeq();
     for (EncodedLabelWithMask const& e : pairs) {

@@ -11,8 +11,8 @@
 ///          that it is empty, or when a product exceeds the index space of the work list.
 /// Order    ACLs by key, rules by index, entries of a rule in ascending order.
 ///
-/// A rule of a set that covers nothing has no entries: a constrained field never degrades to one that
-/// matches everything.
+/// A rule of a set that covers nothing has no entries: a constrained field never degrades to one
+/// that matches everything.
 
 #include "mox/HashMap.h"
 #include "naxel/control/StageSm.h"

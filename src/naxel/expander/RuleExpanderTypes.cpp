@@ -4,13 +4,13 @@ namespace Naxel {
 
 Mox::AttributeTable const& RuleExpanderConfig::attributeTable() const {
   using C = RuleExpanderConfig;
-  static Mox::AttributeTable const table = Mox::joinTables(
-      StageConfig::attributeTable(),
-      {Mox::attribute<&C::aggregatorStatus_>("aggregatorStatus"),
-       Mox::attribute<&C::comboLabelInfo_>("comboLabelInfo"),
-       Mox::attribute<&C::prefixEncoderStatus_>("prefixEncoderStatus"),
-       Mox::attribute<&C::rangeEncoderStatus_>("rangeEncoderStatus"),
-       Mox::attribute<&C::comboLabelEncoderStatus_>("comboLabelEncoderStatus")});
+  static Mox::AttributeTable const table =
+      Mox::joinTables(StageConfig::attributeTable(),
+                      {Mox::attribute<&C::aggregatorStatus_>("aggregatorStatus"),
+                       Mox::attribute<&C::comboLabelInfo_>("comboLabelInfo"),
+                       Mox::attribute<&C::prefixEncoderStatus_>("prefixEncoderStatus"),
+                       Mox::attribute<&C::rangeEncoderStatus_>("rangeEncoderStatus"),
+                       Mox::attribute<&C::comboLabelEncoderStatus_>("comboLabelEncoderStatus")});
   return table;
 }
 

@@ -2,10 +2,10 @@
 
 /// What the rule expander reads and writes.
 
-#include <array>
-
 #include "naxel/encoder/EncoderTypes.h"
 #include "naxel/loader/PDData.h"
+
+#include <array>
 
 namespace Naxel {
 
@@ -48,8 +48,8 @@ class TcamFieldData : public Mox::ValueType<TcamFieldData> {
   bool match_ = false;
 };
 
-/// All inputs of the expander, read-only. The transform statuses tell a set that covers nothing from
-/// one whose field is not transformed on this chip.
+/// All inputs of the expander, read-only. The transform statuses tell a set that covers nothing
+/// from one whose field is not transformed on this chip.
 class NAXEL_EXPORT RuleExpanderConfig : public StageConfig {
  public:
   explicit RuleExpanderConfig(Mox::Ptr<AggregatorStatus const> status)
@@ -128,18 +128,12 @@ class NAXEL_EXPORT RuleExpanderStatus : public StageStatus {
 
 template <>
 struct Mox::EnumNames<Naxel::TcamFieldType> {
-  static constexpr std::array<std::string_view, 14> value = {"tcamFieldTypeNone",
-                                                             "tcamFieldTypeSrcIp",
-                                                             "tcamFieldTypeDstIp",
-                                                             "tcamFieldTypeSrcDstIp",
-                                                             "tcamFieldTypeSrcPort",
-                                                             "tcamFieldTypeDstPort",
-                                                             "tcamFieldTypeSrcDstPort",
-                                                             "tcamFieldTypeIcmp",
-                                                             "tcamFieldTypeProto",
-                                                             "tcamFieldTypeLength",
-                                                             "tcamFieldTypeFragOffset",
-                                                             "tcamFieldTypeDscp",
-                                                             "tcamFieldTypeMatchTcpInit",
-                                                             "tcamFieldTypeMmatchTcpEstablished"};
+  static constexpr std::array<std::string_view, 14> value = {
+      "tcamFieldTypeNone",         "tcamFieldTypeSrcIp",
+      "tcamFieldTypeDstIp",        "tcamFieldTypeSrcDstIp",
+      "tcamFieldTypeSrcPort",      "tcamFieldTypeDstPort",
+      "tcamFieldTypeSrcDstPort",   "tcamFieldTypeIcmp",
+      "tcamFieldTypeProto",        "tcamFieldTypeLength",
+      "tcamFieldTypeFragOffset",   "tcamFieldTypeDscp",
+      "tcamFieldTypeMatchTcpInit", "tcamFieldTypeMmatchTcpEstablished"};
 };

@@ -2,10 +2,10 @@
 
 /// The checks that a configuration must pass before the aggregator touches anything.
 
+#include "naxel/types/AclConfig.h"
+
 #include <optional>
 #include <string>
-
-#include "naxel/types/AclConfig.h"
 
 namespace Naxel {
 
@@ -13,10 +13,11 @@ namespace Naxel {
 /// not), else IPv4. Only meaningful for an ACL that passes checkAcls().
 Lumox::AddressFamily aclFamily(AclConfig const& acl);
 
-/// The first reason why the ACLs cannot be compiled, naming ACL and rule; none if they can. Looks at
-/// every range (ends in order and within the field), at the families of all prefixes, and at the
-/// agreement of `ruleById` with `ruleByName`. Traces at level 1 where a family has to be assumed. Aborts on a prefix list without any member, which the
-/// agent must never leave in the configuration.
+/// The first reason why the ACLs cannot be compiled, naming ACL and rule; none if they can. Looks
+/// at every range (ends in order and within the field), at the families of all prefixes, and at the
+/// agreement of `ruleById` with `ruleByName`. Traces at level 1 where a family has to be assumed.
+/// Aborts on a prefix list without any member, which the agent must never leave in the
+/// configuration.
 std::optional<std::string> checkAcls(AclConfigColl const& coll);
 
 }  // namespace Naxel

@@ -47,7 +47,8 @@ AggregatorWorkingSet digestAcls(AclConfigColl const& coll, uint32_t enabledCombo
       ++rules;
     }
     for (auto const& [index, rule] : acl->ruleById()) {
-      uint64_t const place = Mox::hashCombine(Mox::hashCombine(aclDigest, indexedRule), index.value());
+      uint64_t const place =
+          Mox::hashCombine(Mox::hashCombine(aclDigest, indexedRule), index.value());
       sum.add(Mox::hashCombine(place, rule ? ruleDigest(*rule) : 0));
     }
   }

@@ -35,8 +35,8 @@ void appendMembers(std::string& out, char const* opening, Coll const& members, W
 }  // namespace
 
 Mox::AttributeTable const& GenSetKeyGenerator::attributeTable() const {
-  static Mox::AttributeTable const table = {
-      Mox::attribute<&GenSetKeyGenerator::genKey_>("genKey"), Mox::operation("genKeyInc")};
+  static Mox::AttributeTable const table = {Mox::attribute<&GenSetKeyGenerator::genKey_>("genKey"),
+                                            Mox::operation("genKeyInc")};
   return table;
 }
 
@@ -47,11 +47,10 @@ Mox::AttributeTable const& GenSet::attributeTable() const {
 }
 
 Mox::AttributeTable const& PrefixSet::attributeTable() const {
-  static Mox::AttributeTable const table =
-      Mox::joinTables(GenSet::attributeTable(),
-                      {Mox::attribute<&PrefixSet::prefix_>("prefix"),
-                       Mox::attribute<&PrefixSet::exceptPrefix_>("exceptPrefix"),
-                       Mox::attribute<&PrefixSet::stringValue>("stringValue")});
+  static Mox::AttributeTable const table = Mox::joinTables(
+      GenSet::attributeTable(), {Mox::attribute<&PrefixSet::prefix_>("prefix"),
+                                 Mox::attribute<&PrefixSet::exceptPrefix_>("exceptPrefix"),
+                                 Mox::attribute<&PrefixSet::stringValue>("stringValue")});
   return table;
 }
 
@@ -64,11 +63,10 @@ std::string PrefixSet::stringValue() const {
 }
 
 Mox::AttributeTable const& RangeSet::attributeTable() const {
-  static Mox::AttributeTable const table =
-      Mox::joinTables(GenSet::attributeTable(),
-                      {Mox::attribute<&RangeSet::type_>("type"),
-                       Mox::attribute<&RangeSet::range_>("range"),
-                       Mox::attribute<&RangeSet::stringValue>("stringValue")});
+  static Mox::AttributeTable const table = Mox::joinTables(
+      GenSet::attributeTable(),
+      {Mox::attribute<&RangeSet::type_>("type"), Mox::attribute<&RangeSet::range_>("range"),
+       Mox::attribute<&RangeSet::stringValue>("stringValue")});
   return table;
 }
 
@@ -90,11 +88,10 @@ std::string RangeSet::stringValue() const {
 }
 
 Mox::AttributeTable const& ComboLabelSet::attributeTable() const {
-  static Mox::AttributeTable const table =
-      Mox::joinTables(GenSet::attributeTable(),
-                      {Mox::attribute<&ComboLabelSet::type_>("type"),
-                       Mox::attribute<&ComboLabelSet::comboLabel_>("comboLabel"),
-                       Mox::attribute<&ComboLabelSet::stringValue>("stringValue")});
+  static Mox::AttributeTable const table = Mox::joinTables(
+      GenSet::attributeTable(), {Mox::attribute<&ComboLabelSet::type_>("type"),
+                                 Mox::attribute<&ComboLabelSet::comboLabel_>("comboLabel"),
+                                 Mox::attribute<&ComboLabelSet::stringValue>("stringValue")});
   return table;
 }
 
@@ -128,8 +125,8 @@ Mox::AttributeTable const& GenSetKeyGroup::attributeTable() const {
 void GenSetKeyGroup::addToKeyGroup(GenSetKeyGroup const& other) {
   std::vector<GenSetKey> all;
   all.reserve(keyGroup_.size() + other.keyGroup_.size());
-  std::set_union(keyGroup_.begin(), keyGroup_.end(), other.keyGroup_.begin(),
-                 other.keyGroup_.end(), std::back_inserter(all));
+  std::set_union(keyGroup_.begin(), keyGroup_.end(), other.keyGroup_.begin(), other.keyGroup_.end(),
+                 std::back_inserter(all));
   keyGroup_.adopt(std::move(all));
 }
 

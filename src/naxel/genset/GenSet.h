@@ -5,14 +5,14 @@
 /// its members are filled right after creation and frozen once the set has been published: changed
 /// input makes a new set with a new key.
 
-#include <cstdint>
-#include <string>
-
 #include "lumox/IpGenPrefix.h"
 #include "mox/FlatSet.h"
 #include "mox/HashMap.h"
 #include "naxel/genset/GenSetTypes.h"
 #include "naxel/types/Dedupable.h"
+
+#include <cstdint>
+#include <string>
 
 namespace Naxel {
 

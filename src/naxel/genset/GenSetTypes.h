@@ -2,15 +2,15 @@
 
 /// The small values by which generic sets, their pieces and the per-kind collections are named.
 
-#include <array>
-#include <cstdint>
-#include <string_view>
-#include <tuple>
-
 #include "lumox/AddressFamily.h"
 #include "mox/Enum.h"
 #include "mox/Value.h"
 #include "naxel/types/ControlEnums.h"
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+#include <tuple>
 
 namespace Naxel {
 

@@ -1,12 +1,12 @@
 #pragma once
 
-/// Hash-consing of key groups: one shared, frozen object per distinct content, so that transforms can
-/// tell and combine groups by pointer.
-
-#include <optional>
+/// Hash-consing of key groups: one shared, frozen object per distinct content, so that transforms
+/// can tell and combine groups by pointer.
 
 #include "mox/HashMap.h"
 #include "naxel/genset/GenSet.h"
+
+#include <optional>
 
 namespace Naxel {
 

@@ -29,8 +29,8 @@ std::vector<Lumox::IpGenPrefix> masked(IpPrefixList::PrefixColl const& prefixes)
 
 void PrefixDedupMarkAndSweeper::doCleanupSweptEntry(GenSetKey key) {
   if (auto line = trace(6))
-    line << "PrefixDeduper(af=" << key_.af() << ", src=" << int{key_.src()} << ", chipId:" << chipId_
-         << ") Cleaning up key:" << key;
+    line << "PrefixDeduper(af=" << key_.af() << ", src=" << int{key_.src()}
+         << ", chipId:" << chipId_ << ") Cleaning up key:" << key;
   prefixAggInfo_->prefixSetCollDel(key);
 }
 
@@ -86,7 +86,8 @@ void AggregatorSm::doStartKick() {
   AggregatorWorkingSet const workingSet = doBuildWorkingSet();
   if (aggWorkingSet_ == workingSet) {
     if (auto line = trace(6))
-      line << "AggregatorSm(" << chipId() << ")::doStartKick" << ": Unchanged working set, skipping";
+      line << "AggregatorSm(" << chipId() << ")::doStartKick"
+           << ": Unchanged working set, skipping";
     return doSetStatus(StageStatusType::finishedSkipped);
   }
   // Nothing has been touched yet, so a refused configuration leaves the last good state usable.
@@ -205,7 +206,8 @@ GenSetKey AggregatorSm::doBuildPrefixSet(PrefixXformKey const& key,
   // it from getting its set.
   Mox::dynamicPtrCast<PrefixListDedup>(deduper->addObj(record))->prefixSetIs(set);
   if (auto line = trace(6))
-    line << "AggregatorSm(" << chipId() << ")::doBuildPrefixSet" << " Creating prefixSet, "
+    line << "AggregatorSm(" << chipId() << ")::doBuildPrefixSet"
+         << " Creating prefixSet, "
          << " prefixXformKey:" << key << ", set key:" << setKey << set->stringValue();
   return setKey;
 }
@@ -213,24 +215,25 @@ GenSetKey AggregatorSm::doBuildPrefixSet(PrefixXformKey const& key,
 template <class RangeColl>
 GenSetKey AggregatorSm::buildRangeSet(RangeSetType type, RangeColl const& ranges) {
   if (auto line = trace(8))
-    line << "AggregatorSm(" << chipId() << ")::buildRangeSet" << ", setType:" << type;
+    line << "AggregatorSm(" << chipId() << ")::buildRangeSet"
+         << ", setType:" << type;
   auto const info = aggStatus_->rangeSplitInfo(type);
   GenSetKey key = genSetKeyGen_->newKey();
   auto const set = info->rangeSetCollIs(key, type);
   // The ends fit: the whole configuration has been checked against the bounds of its fields.
   for (auto const& r : ranges)
-    set->rangeIs(RangeSetElem(static_cast<uint16_t>(r.rangeStart()),
-                              static_cast<uint16_t>(r.rangeEnd())));
+    set->rangeIs(
+        RangeSetElem(static_cast<uint16_t>(r.rangeStart()), static_cast<uint16_t>(r.rangeEnd())));
   GenSetKey const canonical = rangeDeduperIs(type, info, chipId())->addDeduped(set);
   if (canonical != key) {
     if (auto line = trace(6))
-      line << "AggregatorSm(" << chipId() << ")::buildRangeSet" << " Reusing rangeSet, key:"
-           << canonical;
+      line << "AggregatorSm(" << chipId() << ")::buildRangeSet"
+           << " Reusing rangeSet, key:" << canonical;
     info->rangeSetCollDel(key);
     key = canonical;
   } else if (auto line = trace(6)) {
-    line << "AggregatorSm(" << chipId() << ")::buildRangeSet" << " Creating rangeSet, key:" << key
-         << set->stringValue();
+    line << "AggregatorSm(" << chipId() << ")::buildRangeSet"
+         << " Creating rangeSet, key:" << key << set->stringValue();
   }
   aggStatus_->genSetUsageInfo()->refCountIs(key).valueInc(1);
   return key;

@@ -13,15 +13,15 @@
 ///          not hold. The check runs before anything is touched.
 /// Order    ACLs by name, rules by index; sets by ascending key.
 ///
-/// A set lives as long as some rule uses equal content in every kick: its key is kept, and a changed
-/// list or range makes a new set with a new key.
-
-#include <optional>
+/// A set lives as long as some rule uses equal content in every kick: its key is kept, and a
+/// changed list or range makes a new set with a new key.
 
 #include "naxel/control/StageSm.h"
 #include "naxel/genset/NaxelAggregatorTypes.h"
 #include "naxel/genset/NaxelDedup.h"
 #include "naxel/loader/HwCapability.h"
+
+#include <optional>
 
 namespace Naxel {
 
@@ -52,9 +52,7 @@ class NAXEL_EXPORT RangeDedupMarkAndSweeper : public DedupMarkAndSweeper {
       : type_(type), rangeSplitAggInfo_(std::move(info)), chipId_(chipId) {}
   std::string_view fwkType() const override { return "Naxel::RangeDedupMarkAndSweeper"; }
 
-  Mox::Ptr<RangeSplitAggregatorInfo> const& rangeSplitAggInfo() const {
-    return rangeSplitAggInfo_;
-  }
+  Mox::Ptr<RangeSplitAggregatorInfo> const& rangeSplitAggInfo() const { return rangeSplitAggInfo_; }
   Obel::ChipId chipId() const { return chipId_; }
   void doCleanupSweptEntry(GenSetKey key) override;
   GenSetKey getGenSetKey(Dedupable const& obj) const override;

@@ -3,12 +3,12 @@
 /// What the aggregator reads and writes: its configuration, and the sets and rules that all later
 /// stages work from.
 
-#include <array>
-#include <string>
-
 #include "naxel/control/StageTypes.h"
 #include "naxel/genset/GenSet.h"
 #include "naxel/types/AclConfig.h"
+
+#include <array>
+#include <string>
 
 namespace Naxel {
 

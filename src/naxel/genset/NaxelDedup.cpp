@@ -88,8 +88,7 @@ void PrefixListDedup::prefixSetIs(Mox::Ptr<PrefixSet> set) {
 
 bool PrefixListDedup::isEqual(Mox::Ptr<Dedupable const> const& other) const {
   auto const* record = dynamic_cast<PrefixListDedup const*>(other.get());
-  return record && prefixList_ && record->prefixList_ &&
-         prefixList_->isEqual(record->prefixList_);
+  return record && prefixList_ && record->prefixList_ && prefixList_->isEqual(record->prefixList_);
 }
 
 Mox::Ptr<PrefixListDedup> prefixListDedupFactory(Mox::Ptr<IpPrefixList const> prefixList) {
@@ -98,8 +97,7 @@ Mox::Ptr<PrefixListDedup> prefixListDedupFactory(Mox::Ptr<IpPrefixList const> pr
 
 Mox::AttributeTable const& GenSetKeyGroupDeduper::attributeTable() const {
   static Mox::AttributeTable const table = Mox::joinTables(
-      {Mox::operation("addObj"),
-       Mox::attribute<&GenSetKeyGroupDeduper::dedupedHash>("dedupedHash"),
+      {Mox::operation("addObj"), Mox::attribute<&GenSetKeyGroupDeduper::dedupedHash>("dedupedHash"),
        Mox::operation("clear")},
       {Mox::operation("addGroup"),
        Mox::attribute<&GenSetKeyGroupDeduper::dedupedGenSetKeyGroup_>("dedupedGenSetKeyGroup"),

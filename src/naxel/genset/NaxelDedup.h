@@ -7,10 +7,10 @@
 /// sweepUnmarked() at the end deletes the sets that nothing used. GenSetKeyGroupDeduper numbers
 /// distinct key groups with plain labels.
 ///
-/// Two ways of sharing. Prefix sets are found before they are built, through a record that stands for
-/// the list's content: addDeduped() answers 0 for content that has no set yet. Range and combination
-/// sets are built first; where addDeduped() answers another key than the new set's, an equal set
-/// exists, the new one is deleted and its key is spent.
+/// Two ways of sharing. Prefix sets are found before they are built, through a record that stands
+/// for the list's content: addDeduped() answers 0 for content that has no set yet. Range and
+/// combination sets are built first; where addDeduped() answers another key than the new set's, an
+/// equal set exists, the new one is deleted and its key is spent.
 
 #include "mox/HashMap.h"
 #include "naxel/genset/GenSet.h"

@@ -2,9 +2,9 @@
 
 /// How many bits of its match key each chip gives to each kind of transformed field.
 
+#include "mox/Entity.h"
 #include "mox/OrderedMap.h"
 #include "naxel/genset/GenSetTypes.h"
-#include "mox/Entity.h"
 #include "obel/ChipId.h"
 
 namespace Naxel {
@@ -12,8 +12,8 @@ namespace Naxel {
 /// The label widths of one chip. The agent writes them before it requests a kick; they may change
 /// between kicks. The entity checks nothing itself. Contract: a prefix width is 1 to 16 (a chip
 /// without IPv6 keeps the default width and gets no IPv6 ACL), every other width 0 to 16. An absent
-/// range width means that the field is matched by its raw value, an absent combination width that the
-/// chip does not match that combination through one label; an entry of 0 says the same.
+/// range width means that the field is matched by its raw value, an absent combination width that
+/// the chip does not match that combination through one label; an entry of 0 says the same.
 class NAXEL_EXPORT ChipHwCapability : public Mox::Entity {
  public:
   class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
@@ -35,7 +35,9 @@ class NAXEL_EXPORT ChipHwCapability : public Mox::Entity {
   Mox::OrderedMap<PrefixXformKey, uint8_t> const& prefixXformWidth() const {
     return prefixXformWidth_;
   }
-  uint8_t prefixXformWidth(PrefixXformKey const& key) const { return width(prefixXformWidth_, key); }
+  uint8_t prefixXformWidth(PrefixXformKey const& key) const {
+    return width(prefixXformWidth_, key);
+  }
   void prefixXformWidthIs(PrefixXformKey const& key, uint8_t width) {
     itemSet(prefixXformWidth_, key, width, &Notifiee::onPrefixXformWidth);
   }

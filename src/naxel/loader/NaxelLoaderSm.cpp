@@ -151,8 +151,8 @@ void LoaderSm::handleGlobalAclControl() {
 }
 
 void LoaderSm::advance() {
-  // Before the first request the driver fills in its statuses; while an output is put together it may
-  // look at it. Neither is an answer.
+  // Before the first request the driver fills in its statuses; while an output is put together it
+  // may look at it. Neither is an answer.
   if (!requested_ || smState_ == LoaderSmState::initial) {
     traceStep(2, "advance") << ": ignored before the request";
     return;
@@ -228,11 +228,13 @@ void LoaderSm::handleLoaderState() {
       return;
     case LoaderSmState::pdAcquireFail: return doAcquireFail();
     case LoaderSmState::pdLoadSuccess:
-      if (status_->status() == StageStatusType::inProgress && policyIs(GlobalAclControl::doNotApply))
+      if (status_->status() == StageStatusType::inProgress &&
+          policyIs(GlobalAclControl::doNotApply))
         doSetStatus(StageStatusType::finishedSuccess);
       return;
     case LoaderSmState::pdRevertSuccess:
-      if (status_->status() == StageStatusType::inProgress && policyIs(GlobalAclControl::doNotApply))
+      if (status_->status() == StageStatusType::inProgress &&
+          policyIs(GlobalAclControl::doNotApply))
         doFail(traceKey_ + " the driver refused resources for " + refusedTables_);
       return;
   }
@@ -295,11 +297,12 @@ bool LoaderSm::checkPrefixStatus() {
     traceStep(8, "checkPrefixStatus") << "Check xform status for prefix: " << key;
     ResourceStatus const* status = pdStatus_->pdPrefixXformEntryStatus().get(key);
     // The driver fills the collection; a key that is missing has not answered.
-    if (!status || !checkXformStatus(*status, Mox::stringValue(key.af()) + (key.src() ? " source" : " destination") + " prefixes"))
+    if (!status ||
+        !checkXformStatus(*status, Mox::stringValue(key.af()) +
+                                       (key.src() ? " source" : " destination") + " prefixes"))
       all = false;
   }
-  if (!all)
-    traceStep(1, "checkPrefixStatus") << ": Not all prefix entry status have been updated";
+  if (!all) traceStep(1, "checkPrefixStatus") << ": Not all prefix entry status have been updated";
   return all;
 }
 

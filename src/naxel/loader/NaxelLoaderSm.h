@@ -1,7 +1,7 @@
 #pragma once
 
-/// The loader: hands a new output to the chip's driver and walks the handshake. The contract with the
-/// driver is at the head of PDConfig.h.
+/// The loader: hands a new output to the chip's driver and walks the handshake. The contract with
+/// the driver is at the head of PDConfig.h.
 ///
 /// Reads    the loader infos of the encoders, the expander's entries, PDStatus.
 /// Writes   PDConfig, and LoaderStatus with the last refused output.
@@ -14,10 +14,10 @@
 ///                     v                    v
 ///               pdLocalFail -> pdAcquireFail -> waitingForRevert -> pdRevertSuccess   (failure)
 ///
-/// In pdAcquireSuccess a change that disturbs traffic first waits for the temporary policy, then the
-/// load is requested; the state is left when that load is answered, not before. At the end of a load
-/// and of a revert any policy that stands is lifted, whichever kick has set it, and the stage ends
-/// when that is confirmed.
+/// In pdAcquireSuccess a change that disturbs traffic first waits for the temporary policy, then
+/// the load is requested; the state is left when that load is answered, not before. At the end of a
+/// load and of a revert any policy that stands is lifted, whichever kick has set it, and the stage
+/// ends when that is confirmed.
 ///
 /// Policy. At most one change is outstanding: a new value is written only once the driver's value
 /// equals the one written last. So after the first request the two differ exactly while a change is
@@ -26,8 +26,8 @@
 /// Re-entrancy. The driver may answer from within a write. Events only ask for another turn of one
 /// loop, which looks at the current state; every turn sets its state before it writes.
 ///
-/// What is in force is what was last asked to be loaded: a load must not fail, so from the request on
-/// the driver will have it in force, whatever happens to the kick.
+/// What is in force is what was last asked to be loaded: a load must not fail, so from the request
+/// on the driver will have it in force, whatever happens to the kick.
 
 #include "acl/ParamConfig.h"
 #include "mox/Trace.h"
@@ -129,10 +129,11 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   bool turnWanted_ = false;  // something happened since its last look
   DriverReactor driverReactor_{*this};
 };
-NAXEL_EXPORT Mox::Ptr<LoaderSm> loaderSmFactory(
-    Obel::ChipId chipId, Mox::Ptr<LoaderConfig> config, Mox::Ptr<LoaderStatus> status,
-    Mox::Ptr<PDConfig> pdConfig, Mox::Ptr<PDStatus> pdStatus,
-    Mox::Ptr<ChipHwCapability const> hwCapability,
-    Mox::Ptr<Acl::ParamConfig const> paramConfig);
+NAXEL_EXPORT Mox::Ptr<LoaderSm> loaderSmFactory(Obel::ChipId chipId, Mox::Ptr<LoaderConfig> config,
+                                                Mox::Ptr<LoaderStatus> status,
+                                                Mox::Ptr<PDConfig> pdConfig,
+                                                Mox::Ptr<PDStatus> pdStatus,
+                                                Mox::Ptr<ChipHwCapability const> hwCapability,
+                                                Mox::Ptr<Acl::ParamConfig const> paramConfig);
 
 }  // namespace Naxel

@@ -14,9 +14,7 @@ Mox::AttributeTable const& PDConfig::attributeTable() const {
   return table;
 }
 
-Mox::Ptr<PDConfig> pDConfigFactory(Obel::ChipId chipId) {
-  return Mox::makePtr<PDConfig>(chipId);
-}
+Mox::Ptr<PDConfig> pDConfigFactory(Obel::ChipId chipId) { return Mox::makePtr<PDConfig>(chipId); }
 
 Mox::AttributeTable const& PDStatus::attributeTable() const {
   static Mox::AttributeTable const table = {
@@ -63,16 +61,14 @@ void PDStatus::comboStatusIs(ComboLabelSetType type, ResourceStatus const& v) {
 }
 
 Mox::AttributeTable const& GlobalPDConfig::attributeTable() const {
-  static Mox::AttributeTable const table = {
-      Mox::attribute<&GlobalPDConfig::pdConfig_>("pdConfig")};
+  static Mox::AttributeTable const table = {Mox::attribute<&GlobalPDConfig::pdConfig_>("pdConfig")};
   return table;
 }
 
 Mox::Ptr<GlobalPDConfig> globalPDConfigFactory() { return Mox::makePtr<GlobalPDConfig>(); }
 
 Mox::AttributeTable const& GlobalPDStatus::attributeTable() const {
-  static Mox::AttributeTable const table = {
-      Mox::attribute<&GlobalPDStatus::pdStatus_>("pdStatus")};
+  static Mox::AttributeTable const table = {Mox::attribute<&GlobalPDStatus::pdStatus_>("pdStatus")};
   return table;
 }
 

@@ -5,29 +5,29 @@
 ///
 /// Contract.
 ///
-/// Requests. The library sets `currPDData` (what it offers) and `prevPDData` (what was last asked to
-/// be loaded; empty at first), then writes `pdResourceConfig`. The driver answers in the status of
-/// every table, with the request's id: to `acquire` that it has found resources for all of the new
-/// output, `hitless` if the change will not disturb traffic, `hitful` if it will, `failed` if it has
-/// none; to `load` `loaded`, once `currPDData` is in force (`failed` ends the process: resources were
-/// acquired); to `revert` `reverted`, once `currPDData`, which is the previous output again, is
-/// completely in force. It may answer at once, from within the write, or any time later, table by
-/// table in any order, with answers to older requests in between. `hitless` and `hitful` are answered
-/// alike for all tables of one request; any table may answer `failed`. The table for TCP flags is
-/// never filled; whether it is answered for does not matter. A new `acquire` supersedes an `acquire`
-/// or `revert` that has not been answered; a `load` is not abandoned: the driver finishes it before
-/// it answers the acquire.
+/// Requests. The library sets `currPDData` (what it offers) and `prevPDData` (what was last asked
+/// to be loaded; empty at first), then writes `pdResourceConfig`. The driver answers in the status
+/// of every table, with the request's id: to `acquire` that it has found resources for all of the
+/// new output, `hitless` if the change will not disturb traffic, `hitful` if it will, `failed` if
+/// it has none; to `load` `loaded`, once `currPDData` is in force (`failed` ends the process:
+/// resources were acquired); to `revert` `reverted`, once `currPDData`, which is the previous
+/// output again, is completely in force. It may answer at once, from within the write, or any time
+/// later, table by table in any order, with answers to older requests in between. `hitless` and
+/// `hitful` are answered alike for all tables of one request; any table may answer `failed`. The
+/// table for TCP flags is never filled; whether it is answered for does not matter. A new `acquire`
+/// supersedes an `acquire` or `revert` that has not been answered; a `load` is not abandoned: the
+/// driver finishes it before it answers the acquire.
 ///
 /// Policy. `PDConfig::globalAclControl` other than `doNotApply` stands in for all ACLs. The driver
-/// confirms a value by writing the same into PDStatus, possibly only after a newer kick has begun. At
-/// most one change is outstanding at any time.
+/// confirms a value by writing the same into PDStatus, possibly only after a newer kick has begun.
+/// At most one change is outstanding at any time.
 ///
-/// Lookup. Each prefix table is searched for the longest prefix, each range table for the range that
-/// contains the value, each combination table for the pair of labels. A value that no entry covers
-/// has no label and matches only entries whose mask for that field is 0; a chip that must yield some
-/// value on a miss yields the highest of the width, 2^w - 1, which no entry's masks cover. A field
-/// without label width is matched by its raw value; the parser supplies 0 for a field that the packet
-/// lacks. In every ACL the first entry in order decides.
+/// Lookup. Each prefix table is searched for the longest prefix, each range table for the range
+/// that contains the value, each combination table for the pair of labels. A value that no entry
+/// covers has no label and matches only entries whose mask for that field is 0; a chip that must
+/// yield some value on a miss yields the highest of the width, 2^w - 1, which no entry's masks
+/// cover. A field without label width is matched by its raw value; the parser supplies 0 for a
+/// field that the packet lacks. In every ACL the first entry in order decides.
 
 #include "mox/Entity.h"
 #include "mox/OrderedMap.h"

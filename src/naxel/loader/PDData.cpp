@@ -41,9 +41,8 @@ size_t PDAclRuleColl::numFilters() const {
 }
 
 Mox::AttributeTable const& PDAclColl::attributeTable() const {
-  static Mox::AttributeTable const table = {
-      Mox::attribute<&PDAclColl::pdAcl_>("pdAcl"),
-      Mox::attribute<&PDAclColl::numFilters>("numFilters")};
+  static Mox::AttributeTable const table = {Mox::attribute<&PDAclColl::pdAcl_>("pdAcl"),
+                                            Mox::attribute<&PDAclColl::numFilters>("numFilters")};
   return table;
 }
 

@@ -4,13 +4,13 @@
 /// labels, and the ACL entries that match on those labels. Filled by the loader and never changed
 /// once it has been handed to PDConfig, so that a driver may keep reading it.
 
-#include <array>
-
 #include "mox/Entity.h"
 #include "mox/FlatSet.h"
 #include "mox/OrderedMap.h"
 #include "naxel/loader/PDTypes.h"
 #include "naxel/types/Action.h"
+
+#include <array>
 
 namespace Naxel {
 
@@ -30,8 +30,7 @@ class PDXformEntryColl : public Mox::Entity {
   void entryDelAll() { entry_.clear(); }
 
   Mox::AttributeTable const& attributeTable() const override {
-    static Mox::AttributeTable const table = {
-        Mox::attribute<&PDXformEntryColl::entry_>("entry")};
+    static Mox::AttributeTable const table = {Mox::attribute<&PDXformEntryColl::entry_>("entry")};
     return table;
   }
 
@@ -134,8 +133,8 @@ class NAXEL_EXPORT PDData : public Mox::Entity {
   /// Number of this object among all outputs of the process; its identity in texts.
   uint64_t instance() const { return instance_; }
 
-  Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PDPrefixXformEntryColl>> const&
-  pdPrefixXformEntryColl() const {
+  Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PDPrefixXformEntryColl>> const& pdPrefixXformEntryColl()
+      const {
     return prefix_;
   }
   Mox::Ptr<PDPrefixXformEntryColl> pdPrefixXformEntryColl(PrefixXformKey const& key) const {

@@ -3,22 +3,22 @@
 /// The values of the output model: handshake records, transform table entries, and the match of one
 /// TCAM entry. The contract between library and driver is at the head of PDConfig.h.
 
+#include "lumox/IpGenPrefix.h"
+#include "naxel/encoder/LabelTypes.h"
+
 #include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <tuple>
 
-#include "lumox/IpGenPrefix.h"
-#include "naxel/encoder/LabelTypes.h"
-
 namespace Naxel {
 
 /// What the library asks of the driver.
 enum class RequestState : uint8_t { acquire, load, revert };
 
-/// What the driver answers for one table: to `acquire` hitless, hitful or failed; to `load` loaded or
-/// failed; to `revert` reverted.
+/// What the driver answers for one table: to `acquire` hitless, hitful or failed; to `load` loaded
+/// or failed; to `revert` reverted.
 enum class ResponseState : uint8_t { hitless, hitful, loaded, failed, reverted };
 
 /// A policy for all traffic that stands in for the ACLs while they are being exchanged.
@@ -139,10 +139,10 @@ class PDAclKey : public Mox::ValueType<PDAclKey> {
   std::string aclName_;
 };
 
-/// The match of one TCAM entry. Each field compares the packet's label (or raw value, where the field
-/// has no label width) under the field's mask; mask 0 matches anything, and only mask 0 matches a
-/// packet that has no label. A false TCP flag does not constrain; with both true both must hold.
-/// `headFragment` is never filled.
+/// The match of one TCAM entry. Each field compares the packet's label (or raw value, where the
+/// field has no label width) under the field's mask; mask 0 matches anything, and only mask 0
+/// matches a packet that has no label. A false TCP flag does not constrain; with both true both
+/// must hold. `headFragment` is never filled.
 class PDAclFilter : public Mox::ValueType<PDAclFilter> {
  public:
   static constexpr std::string_view typeName = "Naxel::PDAclFilter";
@@ -183,20 +183,18 @@ class PDAclFilter : public Mox::ValueType<PDAclFilter> {
   bool empty() const { return *this == PDAclFilter(); }
 
   static constexpr auto fields() {
-    return std::make_tuple(Mox::field("source", &PDAclFilter::source_),
-                           Mox::field("destination", &PDAclFilter::destination_),
-                           Mox::field("prefixCombo", &PDAclFilter::prefixCombo_),
-                           Mox::field("sport", &PDAclFilter::sport_),
-                           Mox::field("dport", &PDAclFilter::dport_),
-                           Mox::field("portCombo", &PDAclFilter::portCombo_),
-                           Mox::field("icmpType", &PDAclFilter::icmpType_),
-                           Mox::field("proto", &PDAclFilter::proto_),
-                           Mox::field("length", &PDAclFilter::length_),
-                           Mox::field("fragment", &PDAclFilter::fragment_),
-                           Mox::field("dscp", &PDAclFilter::dscp_),
-                           Mox::field("headFragment", &PDAclFilter::headFragment_),
-                           Mox::field("matchTcpInit", &PDAclFilter::matchTcpInit_),
-                           Mox::field("matchTcpEstablished", &PDAclFilter::matchTcpEstablished_));
+    return std::make_tuple(
+        Mox::field("source", &PDAclFilter::source_),
+        Mox::field("destination", &PDAclFilter::destination_),
+        Mox::field("prefixCombo", &PDAclFilter::prefixCombo_),
+        Mox::field("sport", &PDAclFilter::sport_), Mox::field("dport", &PDAclFilter::dport_),
+        Mox::field("portCombo", &PDAclFilter::portCombo_),
+        Mox::field("icmpType", &PDAclFilter::icmpType_), Mox::field("proto", &PDAclFilter::proto_),
+        Mox::field("length", &PDAclFilter::length_),
+        Mox::field("fragment", &PDAclFilter::fragment_), Mox::field("dscp", &PDAclFilter::dscp_),
+        Mox::field("headFragment", &PDAclFilter::headFragment_),
+        Mox::field("matchTcpInit", &PDAclFilter::matchTcpInit_),
+        Mox::field("matchTcpEstablished", &PDAclFilter::matchTcpEstablished_));
   }
 
  private:

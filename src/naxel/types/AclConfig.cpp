@@ -17,10 +17,10 @@ Mox::Ptr<RuleFilter> RuleConfig::ruleFilterIs() {
 }
 
 Mox::AttributeTable const& AclConfig::attributeTable() const {
-  static Mox::AttributeTable const table = {
-      Mox::attribute<&AclConfig::name_>("name"), Mox::attribute<&AclConfig::af_>("af"),
-      Mox::attribute<&AclConfig::ruleByName_>("ruleByName"),
-      Mox::attribute<&AclConfig::ruleById_>("ruleById")};
+  static Mox::AttributeTable const table = {Mox::attribute<&AclConfig::name_>("name"),
+                                            Mox::attribute<&AclConfig::af_>("af"),
+                                            Mox::attribute<&AclConfig::ruleByName_>("ruleByName"),
+                                            Mox::attribute<&AclConfig::ruleById_>("ruleById")};
   return table;
 }
 

@@ -1,11 +1,9 @@
 #pragma once
 
 /// The pipeline's input: per chip a collection of ACLs, per ACL its rules by name and in evaluation
-/// order. The agent writes these entities at any time, on the activity thread; a change takes effect
-/// at the next kick, which reads the whole configuration again. The library never writes them.
-
-#include <optional>
-#include <string>
+/// order. The agent writes these entities at any time, on the activity thread; a change takes
+/// effect at the next kick, which reads the whole configuration again. The library never writes
+/// them.
 
 #include "lumox/AddressFamily.h"
 #include "mox/HashMap.h"
@@ -13,6 +11,9 @@
 #include "naxel/types/Action.h"
 #include "naxel/types/RuleFilter.h"
 #include "obel/ChipId.h"
+
+#include <optional>
+#include <string>
 
 namespace Naxel {
 

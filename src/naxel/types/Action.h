@@ -2,14 +2,14 @@
 
 /// What a rule does with the packets that it matches, and the index that orders the rules.
 
+#include "lumox/DscpValue.h"
+#include "mox/Enum.h"
+#include "mox/Value.h"
+
 #include <array>
 #include <cstdint>
 #include <string_view>
 #include <tuple>
-
-#include "lumox/DscpValue.h"
-#include "mox/Enum.h"
-#include "mox/Value.h"
 
 namespace Naxel {
 
@@ -23,8 +23,7 @@ class AceIndex : public Mox::NumberValue<AceIndex, uint32_t> {
   constexpr AceIndex() = default;
   constexpr explicit AceIndex(uint32_t v) : NumberValue(v) {
     if (v > null)
-      throw Mox::RangeError(
-          "AceIndex::value < AceIndex::min or > AceIndex::null not allowed");
+      throw Mox::RangeError("AceIndex::value < AceIndex::min or > AceIndex::null not allowed");
   }
   explicit AceIndex(Mox::TextCursor& c) { Mox::TextForm<AceIndex>::read(c, *this); }
 };
@@ -64,9 +63,7 @@ class NaxelActionValue : public Mox::ValueType<NaxelActionValue> {
   static constexpr std::string_view typeName = "Naxel::NaxelActionValue";
 
   NaxelActionValue() = default;
-  explicit NaxelActionValue(Mox::TextCursor& c) {
-    Mox::TextForm<NaxelActionValue>::read(c, *this);
-  }
+  explicit NaxelActionValue(Mox::TextCursor& c) { Mox::TextForm<NaxelActionValue>::read(c, *this); }
 
   /// Drop the packet.
   bool dropEnabled() const { return dropEnabled_; }

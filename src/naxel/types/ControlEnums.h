@@ -2,12 +2,12 @@
 
 /// The enumerations of the control layer: kick requests, their progress, and the stages.
 
+#include "mox/Enum.h"
+
 #include <array>
 #include <cstdint>
 #include <ostream>
 #include <string_view>
-
-#include "mox/Enum.h"
 
 namespace Naxel {
 

@@ -50,18 +50,16 @@ uint64_t IpPrefixList::contentHash() const {
   return *contentHash_;
 }
 
-uint32_t IpPrefixList::hash() const {
-  return Mox::OneAtATime().bytes(contentHash()).finish();
-}
+uint32_t IpPrefixList::hash() const { return Mox::OneAtATime().bytes(contentHash()).finish(); }
 
 bool IpPrefixList::isEqual(Mox::Ptr<Dedupable const> const& other) const {
   auto const* list = dynamic_cast<IpPrefixList const*>(other.get());
   if (!list) return false;
   if (list == this) return true;
   auto const same = [](PrefixColl const& a, PrefixColl const& b) {
-    return a.size() == b.size() && std::all_of(a.begin(), a.end(), [&](Lumox::IpGenPrefix const& p) {
-             return b.contains(p);
-           });
+    return a.size() == b.size() &&
+           std::all_of(a.begin(), a.end(),
+                       [&](Lumox::IpGenPrefix const& p) { return b.contains(p); });
   };
   return contentHash() == list->contentHash() && same(addr_, list->addr_) &&
          same(exceptAddr_, list->exceptAddr_);

@@ -2,11 +2,11 @@
 
 /// A list of prefixes with exceptions, as a rule names it for its source or destination.
 
-#include <optional>
-
 #include "lumox/IpGenPrefix.h"
 #include "mox/HashMap.h"
 #include "naxel/types/Dedupable.h"
+
+#include <optional>
 
 namespace Naxel {
 

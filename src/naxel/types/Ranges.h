@@ -5,12 +5,12 @@
 /// that means "any", 0..bound. The order of the two ends is not validated here: whoever compiles a
 /// rule does that.
 
+#include "mox/Errors.h"
+#include "mox/Value.h"
+
 #include <cstdint>
 #include <string_view>
 #include <tuple>
-
-#include "mox/Errors.h"
-#include "mox/Value.h"
 
 namespace Naxel {
 
@@ -40,9 +40,8 @@ class RangeValue : public Mox::ValueType<T> {
   }
 
   static constexpr auto fields() {
-    return std::make_tuple(
-        Mox::field("rangeStart", &RangeValue::rangeStart_, &T::checkStart),
-        Mox::field("rangeEnd", &RangeValue::rangeEnd_, &T::checkEnd));
+    return std::make_tuple(Mox::field("rangeStart", &RangeValue::rangeStart_, &T::checkStart),
+                           Mox::field("rangeEnd", &RangeValue::rangeEnd_, &T::checkEnd));
   }
   static void checkStart(RangeValue const&) {}
   static void checkEnd(RangeValue const&) {}

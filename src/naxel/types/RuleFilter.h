@@ -8,9 +8,10 @@
 
 namespace Naxel {
 
-/// A packet matches when every constraint holds: source and destination in their lists, the value of
-/// each field in one of the ranges of its set, each TCP flag that is true. An absent list, an empty
-/// range set and a false flag do not constrain. Written by the agent, only read by the library.
+/// A packet matches when every constraint holds: source and destination in their lists, the value
+/// of each field in one of the ranges of its set, each TCP flag that is true. An absent list, an
+/// empty range set and a false flag do not constrain. Written by the agent, only read by the
+/// library.
 class NAXEL_EXPORT RuleFilter : public Mox::Entity {
  public:
   template <class R>
@@ -34,8 +35,8 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   std::string_view fwkType() const override { return "Naxel::RuleFilter"; }
   Mox::AttributeTable const& attributeTable() const override;
 
-  /// The source list; null when the source does not matter. Sharing one list between several filters
-  /// is allowed.
+  /// The source list; null when the source does not matter. Sharing one list between several
+  /// filters is allowed.
   Mox::Ptr<IpPrefixList> const& source() const { return source_; }
   /// Creates the list, or returns the one there is.
   Mox::Ptr<IpPrefixList> sourceIs();
@@ -49,7 +50,9 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   void destinationIs(Mox::Ptr<IpPrefixList> list) {
     attrIs(destination_, std::move(list), &Notifiee::onDestination);
   }
-  void destinationDel() { attrIs(destination_, Mox::Ptr<IpPrefixList>(), &Notifiee::onDestination); }
+  void destinationDel() {
+    attrIs(destination_, Mox::Ptr<IpPrefixList>(), &Notifiee::onDestination);
+  }
 
   RangeColl<L4PortRange> const& sportRange() const { return sportRange_; }
   bool sportRangeHas(L4PortRange const& r) const { return sportRange_.contains(r); }

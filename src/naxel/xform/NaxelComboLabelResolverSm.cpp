@@ -1,9 +1,9 @@
 #include "naxel/xform/NaxelComboLabelResolverSm.h"
 
-#include <stdexcept>
-
 #include "mox/Assert.h"
 #include "naxel/types/NaxelTrace.h"
+
+#include <stdexcept>
 
 namespace Naxel {
 
@@ -49,8 +49,8 @@ ComboLabelResolverSm::ComboLabelResolverSm(Obel::ChipId chipId,
 
 void ComboLabelResolverSm::handleInitialized() {
   traceStep(8, "handleInitialized");
-  comboLabelDeduper_ = Mox::makePtr<ComboLabelDedupMarkAndSweeper>(
-      type_, status_->comboLabelInfo(), chipId());
+  comboLabelDeduper_ =
+      Mox::makePtr<ComboLabelDedupMarkAndSweeper>(type_, status_->comboLabelInfo(), chipId());
 }
 
 Mox::TraceLine ComboLabelResolverSm::traceStep(int level, char const* step) const {

@@ -7,21 +7,21 @@
 /// Writes   ComboLabelInfo (combination sets by key, and which serves which pair) and the count of
 ///          rules per set.
 /// Skips    when both transforms report that they skipped and the digest of the pairs, of the label
-///          lists behind them and of the width equals that of the last run that succeeded. The lists
-///          are part of it because a kick that ended between transform and resolver renumbers labels
-///          unseen.
-/// Fails    when a side's output is unusable, or when the products are larger than `comboCap` in all.
-/// Not enabled where the chip has no width for the type, or where a side is not labelled; then
+///          lists behind them and of the width equals that of the last run that succeeded. The
+///          lists are part of it because a kick that ended between transform and resolver renumbers
+///          labels unseen.
+/// Fails    when a side's output is unusable, or when the products are larger than `comboCap` in
+/// all. Not enabled where the chip has no width for the type, or where a side is not labelled; then
 ///          nothing is published, and rules match the two fields separately.
 /// Order    pairs in the order of ACL name and rule; sets by ascending key.
-
-#include <optional>
 
 #include "mox/Trace.h"
 #include "naxel/control/StageSm.h"
 #include "naxel/genset/NaxelDedup.h"
 #include "naxel/loader/HwCapability.h"
 #include "naxel/xform/NaxelXformTypes.h"
+
+#include <optional>
 
 namespace Naxel {
 

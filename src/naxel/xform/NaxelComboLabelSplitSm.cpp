@@ -6,7 +6,8 @@ namespace Naxel {
 
 namespace {
 
-/// Groups as chains: a group is its parent's sets and one more, whose key is larger than all of them.
+/// Groups as chains: a group is its parent's sets and one more, whose key is larger than all of
+/// them.
 class GroupChains {
  public:
   /// The empty group.

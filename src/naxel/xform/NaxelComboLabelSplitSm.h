@@ -1,7 +1,7 @@
 #pragma once
 
-/// The combo label split: cuts overlapping combination sets into disjoint groups of combinations. The
-/// frame (reads, writes, skips, fails, order) is that of XformSmBase.
+/// The combo label split: cuts overlapping combination sets into disjoint groups of combinations.
+/// The frame (reads, writes, skips, fails, order) is that of XformSmBase.
 ///
 /// Every combination that occurs gets the group of sets that contain it. Groups are found by
 /// refinement: the sets are taken one after another in ascending order of their keys, and a

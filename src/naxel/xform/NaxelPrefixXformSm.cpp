@@ -1,10 +1,10 @@
 #include "naxel/xform/NaxelPrefixXformSm.h"
 
-#include <algorithm>
-#include <iterator>
-
 #include "mox/Assert.h"
 #include "naxel/types/NaxelTrace.h"
+
+#include <algorithm>
+#include <iterator>
 
 namespace Naxel {
 
@@ -178,7 +178,9 @@ UpdatePrefixSetListCallback::Outcome UpdatePrefixSetListCallback::combine(Step c
 }
 
 int DumpWalkCallback::handlePrefix(Lumox::IpGenPrefix const& prefix) {
-  if (auto line = trace(6)) line << sm_.traceStr() << "handlePrefix" << " prefix " << prefix;
+  if (auto line = trace(6))
+    line << sm_.traceStr() << "handlePrefix"
+         << " prefix " << prefix;
   auto const group = sm_.prefixToGenSetGrp(prefix);
   if (!group) return 1;
   for (GenSetKey key : group->keyGroup()) {

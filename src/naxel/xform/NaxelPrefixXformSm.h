@@ -1,25 +1,25 @@
 #pragma once
 
-/// The prefix transform: cuts the addresses that the prefix sets of one family and side describe into
-/// disjoint pieces. The frame (reads, writes, skips, fails, order) is that of XformSmBase.
+/// The prefix transform: cuts the addresses that the prefix sets of one family and side describe
+/// into disjoint pieces. The frame (reads, writes, skips, fails, order) is that of XformSmBase.
 ///
-/// Every prefix that any set names, as a member or as an except prefix, becomes a node of a trie. The
-/// walk from the top down gives each node the group of sets that contain the addresses at that node
-/// which no longer prefix of the trie takes:
+/// Every prefix that any set names, as a member or as an except prefix, becomes a node of a trie.
+/// The walk from the top down gives each node the group of sets that contain the addresses at that
+/// node which no longer prefix of the trie takes:
 ///
 ///   group(node)  = (group(parent) without the sets that except this node)
 ///                  with the sets that name this node, unless they except it or an ancestor
 ///
 /// A set that excepts a node loses the whole subtree there, also where it names a prefix further
-/// down itself: an except prefix is matched by nothing of its list. A node whose group is empty keeps
-/// a label of its own, so that the longest-prefix match stops there.
+/// down itself: an except prefix is matched by nothing of its list. A node whose group is empty
+/// keeps a label of its own, so that the longest-prefix match stops there.
 ///
 /// Example: A = {10.0.0.0/8 except 10.1.0.0/16}, B = {10.1.2.0/24} gives the nodes 10.0.0.0/8 {A},
 /// 10.1.0.0/16 {} and 10.1.2.0/24 {B}.
 ///
-/// Cost: groups are interned, and the result of combining a parent's group with a node's own sets is
-/// remembered by the pointers involved, so a node that repeats a combination costs O(log n), however
-/// many sets it lies in.
+/// Cost: groups are interned, and the result of combining a parent's group with a node's own sets
+/// is remembered by the pointers involved, so a node that repeats a combination costs O(log n),
+/// however many sets it lies in.
 
 #include "naxel/xform/XformSmBase.h"
 #include "routing/TrieGen.h"
@@ -85,7 +85,8 @@ NAXEL_EXPORT Mox::Ptr<NaxelPrefixXformSm> naxelPrefixXformSmFactory(
     Obel::ChipId chipId, Mox::Ptr<PrefixXformConfig> config, Mox::Ptr<PrefixXformStatus> status,
     Mox::Ptr<ChipHwCapability const> hwCapability);
 
-/// A combination step of the walk, by the identity of its operands; null stands for the empty group.
+/// A combination step of the walk, by the identity of its operands; null stands for the empty
+/// group.
 struct PrefixGroupStep {
   GenSetKeyGroup const* parent = nullptr;
   GenSetKeyGroup const* own = nullptr;

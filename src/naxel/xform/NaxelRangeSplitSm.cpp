@@ -1,9 +1,9 @@
 #include "naxel/xform/NaxelRangeSplitSm.h"
 
-#include <algorithm>
-
 #include "mox/Assert.h"
 #include "naxel/types/NaxelTrace.h"
+
+#include <algorithm>
 
 namespace Naxel {
 
@@ -41,8 +41,7 @@ std::vector<RangeSetElem> mergeOverlapping(Mox::FlatSet<RangeSetElem> const& ran
   std::vector<RangeSetElem> merged;
   for (RangeSetElem const& r : ranges) {
     if (!merged.empty() && r.first() <= merged.back().last())
-      merged.back() =
-          RangeSetElem(merged.back().first(), std::max(merged.back().last(), r.last()));
+      merged.back() = RangeSetElem(merged.back().first(), std::max(merged.back().last(), r.last()));
     else
       merged.push_back(r);
   }

@@ -1,19 +1,19 @@
 #pragma once
 
-/// The range split: cuts the number line of one field into elementary ranges such that every value of
-/// an elementary range lies in exactly the same range sets. The frame (reads, writes, skips, fails,
-/// order) is that of XformSmBase.
+/// The range split: cuts the number line of one field into elementary ranges such that every value
+/// of an elementary range lies in exactly the same range sets. The frame (reads, writes, skips,
+/// fails, order) is that of XformSmBase.
 ///
 /// A sweep over the boundary points in ascending order holds the sets that are active there. Starts
-/// are handled before ends at the same point, so ranges that begin and ranges that end at a point are
-/// all active on the point itself. A stretch that no range covers yields no element, and neighbouring
-/// elements of equal groups stay two elements with one label.
+/// are handled before ends at the same point, so ranges that begin and ranges that end at a point
+/// are all active on the point itself. A stretch that no range covers yields no element, and
+/// neighbouring elements of equal groups stay two elements with one label.
 ///
 /// Example: A = {1-10}, B = {5-20} gives 1-4 {A}, 5-10 {A, B} and 11-20 {B}.
 ///
-/// Overlapping ranges of one and the same set are merged before the sweep, because a set is active or
-/// not: without that the end of the first would deactivate the second. Ranges that only touch stay
-/// apart.
+/// Overlapping ranges of one and the same set are merged before the sweep, because a set is active
+/// or not: without that the end of the first would deactivate the second. Ranges that only touch
+/// stay apart.
 ///
 /// Cost: the active sets are one sorted array with a hash that is updated as sets come and go; its
 /// content is copied only for a group that has not occurred before.

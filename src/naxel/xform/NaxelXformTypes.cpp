@@ -52,8 +52,7 @@ Mox::AttributeTable const& ComboLabelInfo::attributeTable() const {
   return table;
 }
 
-Mox::Ptr<ComboLabelSet> ComboLabelInfo::comboLabelSetCollIs(GenSetKey key,
-                                                            ComboLabelSetType type) {
+Mox::Ptr<ComboLabelSet> ComboLabelInfo::comboLabelSetCollIs(GenSetKey key, ComboLabelSetType type) {
   Mox::Ptr<ComboLabelSet>& slot = comboLabelSetColl_.at(key);
   if (!slot) slot = Mox::makePtr<ComboLabelSet>(key, type);
   return slot;

@@ -1,13 +1,13 @@
 #pragma once
 
-/// The configurations and statuses of the transform stages and of the combo label resolver: what the
-/// stages that cut overlapping sets into disjoint pieces read and publish.
-
-#include <optional>
+/// The configurations and statuses of the transform stages and of the combo label resolver: what
+/// the stages that cut overlapping sets into disjoint pieces read and publish.
 
 #include "naxel/control/StageTypes.h"
 #include "naxel/encoder/LabelTypes.h"
 #include "naxel/genset/NaxelAggregatorTypes.h"
+
+#include <optional>
 
 namespace Naxel {
 

@@ -67,7 +67,8 @@ void AggregatorSm::dumpAllRangeSets() const {
   if (!naxelTrace().on(9)) return;
   for (RangeSetType type : allRangeSetTypes()) {
     auto const info = aggStatus_->rangeSplitInfo(type);
-    if (auto line = trace(9)) line << "*** Dump " << info->rangeSetColl().size() << " RangeSets ***";
+    if (auto line = trace(9))
+      line << "*** Dump " << info->rangeSetColl().size() << " RangeSets ***";
     for (auto const& [key, set] : info->rangeSetColl()) dumpLine("...", set->stringValue());
   }
 }

@@ -1,0 +1,284 @@
+#include "softchip/SoftChip.h"
+
+#include "softchip/NaiveLookup.h"
+
+#include <algorithm>
+
+namespace SoftChip {
+
+using Naxel::GlobalAclControl;
+using Naxel::RequestState;
+using Naxel::ResourceConfig;
+using Naxel::ResourceStatus;
+using Naxel::ResponseState;
+
+std::string text(Shortfall const& s) {
+  return Mox::stringValue(s.table) + ": " + std::to_string(s.needed) + " entries needed, " +
+         std::to_string(s.available) + " available";
+}
+
+Chip::Chip(Mox::Ptr<Naxel::PDConfig> config, Mox::Ptr<Naxel::PDStatus> status,
+           Mox::Ptr<Naxel::ChipHwCapability const> capability, Mox::Ptr<Obel::TimerWheel> wheel,
+           Options options)
+    : config_(std::move(config)),
+      status_(std::move(status)),
+      capability_(std::move(capability)),
+      options_(options),
+      policy_(status_->globalAclControl()),
+      wheel_(std::move(wheel)),
+      watcher_(*this, config_.get()) {
+  if (wheel_) ticker_ = std::make_unique<Ticker>(*this, wheel_);
+  if (config_->pdResourceConfig().requestId() != 0) takeOver();
+}
+
+Chip::~Chip() = default;
+
+void Chip::takeOver() {
+  ResourceConfig const request = config_->pdResourceConfig();
+  bool const answered = isAnswered(request);
+  bool const previous = request.requestState() == RequestState::acquire ||
+                        (request.requestState() == RequestState::load && !answered);
+  auto const& data = previous ? config_->prevPDData() : config_->currPDData();
+  if (data)
+    bank_ = std::make_unique<LoadedTables>(data, KeyLayout::of(*capability_, options_.missYields));
+  if (config_->globalAclControl() != policy_) handlePolicy();
+  if (!answered) handleRequest();
+}
+
+bool Chip::isAnswered(ResourceConfig const& request) const {
+  return std::all_of(allTables().begin(), allTables().end(), [&](Table t) {
+    ResourceStatus const status = statusOf(*status_, t);
+    if (t == Table::tcpFlags) return true;
+    if (status.responseId() != request.requestId()) return false;
+    switch (request.requestState()) {
+      case RequestState::acquire:
+        return status.responseState() != ResponseState::loaded &&
+               status.responseState() != ResponseState::reverted;
+      case RequestState::load: return status.responseState() == ResponseState::loaded;
+      case RequestState::revert: return status.responseState() == ResponseState::reverted;
+    }
+    return false;
+  });
+}
+
+void Chip::handleRequest() {
+  ResourceConfig const request = config_->pdResourceConfig();
+  Offer const offer{config_->currPDData(), KeyLayout::of(*capability_, options_.missYields)};
+  uint32_t const ticks = options_.answerAfterTicks;
+  if (!offer.data) {
+    breach("request " + Mox::valueToStrep(request) + " without an output");
+    return;
+  }
+  switch (request.requestState()) {
+    case RequestState::acquire:
+      supersede();
+      steps_.push_back({Step::What::decide, request, ticks, offer});
+      break;
+    case RequestState::load:
+      steps_.push_back({Step::What::beginLoad, request, 0, offer});
+      steps_.push_back({Step::What::finishLoad, request, ticks, offer});
+      break;
+    case RequestState::revert:
+      steps_.push_back({Step::What::restore, request, ticks, offer});
+      break;
+  }
+  pump();
+}
+
+/// Drops what is left of an acquire or revert.
+void Chip::supersede() {
+  std::erase_if(steps_, [&](Step const& step) {
+    if (step.request.requestState() == RequestState::load) return false;
+    return !(options_.staleAnswers && step.what == Step::What::answer);
+  });
+  if (!options_.staleAnswers) tcpFlagsAnswers_.clear();
+}
+
+void Chip::handlePolicy() {
+  if (policyPending_) breach("a policy was changed before it had been confirmed");
+  policyPending_ = true;
+  policyTicks_ = options_.confirmPolicyAfterTicks;
+  if (policyTicks_ == 0) confirmPolicy();
+  armTimer();
+}
+
+void Chip::confirmPolicy() {
+  policyPending_ = false;
+  policy_ = config_->globalAclControl();
+  written({Write::Kind::policy});
+  status_->globalAclControlIs(policy_);
+  written({Write::Kind::policyStatus});
+}
+
+void Chip::tick() {
+  // Count first: what the library asks for within the writes below waits its full time.
+  bool const confirm = policyPending_ && --policyTicks_ == 0;
+  if (!steps_.empty() && steps_.front().ticks > 0) --steps_.front().ticks;
+  if (confirm) confirmPolicy();
+  pump();
+}
+
+void Chip::pump() {
+  ++pumping_;
+  while (!steps_.empty() && steps_.front().ticks == 0) {
+    Step const step = std::move(steps_.front());
+    steps_.pop_front();
+    run(step);
+  }
+  if (pumping_ == 1) sendTcpFlagsAnswers();
+  --pumping_;
+  armTimer();
+}
+
+/// A request that comes with one of these writes is worked off within it, like any other.
+void Chip::sendTcpFlagsAnswers() {
+  while (steps_.empty() && !tcpFlagsAnswers_.empty()) {
+    ResourceStatus const answer = tcpFlagsAnswers_.front();
+    tcpFlagsAnswers_.pop_front();
+    statusIs(*status_, Table::tcpFlags, answer);
+    written({Write::Kind::answer, Table::tcpFlags});
+  }
+}
+
+void Chip::armTimer() {
+  bool const waits = policyPending_ || !steps_.empty();
+  if (ticker_ && waits && pumping_ == 0) ticker_->earliestExpiryIs(wheel_->now());
+}
+
+void Chip::run(Step const& step) {
+  switch (step.what) {
+    case Step::What::decide: return decide(step);
+    case Step::What::beginLoad: return beginLoad(step);
+    case Step::What::finishLoad: return finishLoad(step);
+    case Step::What::restore: return restore(step);
+    case Step::What::answer:
+      statusIs(*status_, step.table, {step.request.requestId(), step.response});
+      written({Write::Kind::answer, step.table});
+  }
+}
+
+void Chip::decide(Step const& step) {
+  for (std::string& found : outputBreaches(*step.offer.data, step.offer.layout))
+    breach(std::move(found));
+  shortfalls_.clear();
+  bool const refuse = options_.refuseAcquires > 0;
+  if (refuse) --options_.refuseAcquires;
+  for (Table t : allTables()) {
+    size_t const needed = entriesOf(*step.offer.data, t);
+    if (refuse && t == options_.refuseTable)
+      shortfalls_.push_back({t, needed, 0});
+    else if (needed > options_.capacity[t])
+      shortfalls_.push_back({t, needed, options_.capacity[t]});
+  }
+  bool const hitless = fitsBeside(*step.offer.data);
+  acquired_.reset();
+  if (shortfalls_.empty())
+    acquired_ = std::make_unique<Acquired>(Acquired{step.request.requestId(), step.offer, hitless});
+  answerAll(step.request, [&](Table t) {
+    if (hasShortfall(t)) return ResponseState::failed;
+    return hitless ? ResponseState::hitless : ResponseState::hitful;
+  });
+}
+
+/// True if no table needs the room of the output in force for this one.
+bool Chip::fitsBeside(Naxel::PDData const& data) const {
+  if (options_.forceHitful) return false;
+  return std::all_of(allTables().begin(), allTables().end(), [&](Table t) {
+    size_t const held = bank_ ? entriesOf(*bank_->data(), t) : 0;
+    size_t const capacity = options_.capacity[t];
+    return held <= capacity && entriesOf(data, t) <= capacity - held;
+  });
+}
+
+void Chip::beginLoad(Step const& step) {
+  if (!acquired_ || acquired_->id != step.request.requestId()) {
+    // Acquired from the chip that this one took over from, or not at all.
+    bool const takenOver =
+        !acquired_ && shortfalls_.empty() && bank_ && bank_->data() == config_->prevPDData();
+    if (!takenOver) breach("load of an output that was not acquired");
+    acquired_ = std::make_unique<Acquired>(
+        Acquired{step.request.requestId(), step.offer, fitsBeside(*step.offer.data)});
+  }
+  if (acquired_->offer.data != step.offer.data)
+    breach("load of another output than the acquired one");
+  if (acquired_->hitless) return;
+  if (policy_ == GlobalAclControl::doNotApply)
+    breach("load that disturbs traffic without a policy");
+  rewriting_ = true;
+  bank_.reset();
+  written({Write::Kind::cleared});
+}
+
+void Chip::finishLoad(Step const& step) {
+  Offer const offer{step.offer.data, acquired_ ? acquired_->offer.layout : step.offer.layout};
+  if (rewriting_) {
+    for (Table t : allTables()) written({Write::Kind::tableInPlace, t});
+    bank_ = std::make_unique<LoadedTables>(offer.data, offer.layout);
+    rewriting_ = false;
+    written({Write::Kind::rewritten});
+  } else {
+    switchTo(offer);
+  }
+  answerAll(step.request, [](Table) { return ResponseState::loaded; });
+}
+
+void Chip::restore(Step const& step) {
+  if (inForce() != step.offer.data) switchTo(step.offer);
+  answerAll(step.request, [](Table) { return ResponseState::reverted; });
+}
+
+void Chip::switchTo(Offer const& offer) {
+  for (Table t : allTables()) written({Write::Kind::standbyTable, t});
+  bank_ = std::make_unique<LoadedTables>(offer.data, offer.layout);
+  written({Write::Kind::switched});
+}
+
+/// Puts the answers in front of everything else that waits.
+void Chip::answerAll(ResourceConfig const& request,
+                     std::function<ResponseState(Table)> const& response) {
+  std::vector<Step> answers;
+  for (Table t : answerOrder()) {
+    if (t == Table::tcpFlags && options_.tcpFlags == TcpFlagsAnswer::last) {
+      tcpFlagsAnswers_.push_back({request.requestId(), response(t)});
+      continue;
+    }
+    uint32_t const ticks = options_.pace == Pace::oneByOne && !answers.empty() ? 1 : 0;
+    answers.push_back({Step::What::answer, request, ticks, {}, t, response(t)});
+  }
+  steps_.insert(steps_.begin(), answers.begin(), answers.end());
+}
+
+std::vector<Table> Chip::answerOrder() const {
+  std::vector<Table> order(allTables().begin(), allTables().end());
+  if (options_.tcpFlags == TcpFlagsAnswer::never) std::erase(order, Table::tcpFlags);
+  if (options_.order == AnswerOrder::reversed) std::reverse(order.begin(), order.end());
+  if (options_.order == AnswerOrder::prefixTablesLast)
+    std::stable_partition(order.begin(), order.end(), [](Table t) { return !isPrefixTable(t); });
+  return order;
+}
+
+bool Chip::hasShortfall(Table table) const {
+  return std::any_of(shortfalls_.begin(), shortfalls_.end(),
+                     [&](Shortfall const& s) { return s.table == table; });
+}
+
+void Chip::breach(std::string sentence) {
+  static constexpr size_t most = 100;
+  if (breaches_.size() < most) breaches_.push_back(std::move(sentence));
+}
+
+Verdict Chip::lookup(Naxel::PDAclKey const& acl, Packet const& packet) {
+  Verdict out;
+  if (policy_ != GlobalAclControl::doNotApply) {
+    out.kind = Verdict::Kind::policy;
+    out.policy = policy_;
+    return out;
+  }
+  if (rewriting_) {
+    out.kind = Verdict::Kind::disturbed;
+    return out;
+  }
+  return bank_ ? bank_->lookup(acl, packet) : out;
+}
+
+}  // namespace SoftChip

@@ -1,0 +1,239 @@
+#include "support/World.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <sstream>
+
+namespace Test {
+
+using namespace Naxel;
+
+namespace {
+
+[[noreturn]] void bad(std::string const& what) {
+  std::fprintf(stderr, "rule text: %s\n", what.c_str());
+  std::abort();
+}
+
+std::vector<std::string> split(std::string const& text, char separator) {
+  std::vector<std::string> parts;
+  std::istringstream in(text);
+  for (std::string part; std::getline(in, part, separator);) parts.push_back(part);
+  return parts;
+}
+
+void addPrefixes(IpPrefixList& list, std::string const& text) {
+  for (std::string const& p : split(text, ',')) {
+    if (p.starts_with('!'))
+      list.exceptAddrIs(Mox::valueFromText<Lumox::IpGenPrefix>(p.substr(1)));
+    else
+      list.addrIs(Mox::valueFromText<Lumox::IpGenPrefix>(p));
+  }
+}
+
+template <class R, class Add>
+void addRanges(std::string const& text, Add add) {
+  for (std::string const& part : split(text, ',')) {
+    auto const ends = split(part, '-');
+    auto const first = static_cast<uint32_t>(std::stoul(ends[0]));
+    add(R(first, ends.size() > 1 ? static_cast<uint32_t>(std::stoul(ends[1])) : first));
+  }
+}
+
+}  // namespace
+
+void fillFilter(RuleConfig& rule, std::string_view text) {
+  std::istringstream in{std::string(text)};
+  NaxelActionValue action;
+  rule.ruleFilterDel();
+  auto const value = [&] {
+    std::string v;
+    if (!(in >> v)) bad("value missing in " + std::string(text));
+    return v;
+  };
+  for (std::string key; in >> key;) {
+    auto const filter = rule.ruleFilterIs();
+    if (key == "src")
+      addPrefixes(*filter->sourceIs(), value());
+    else if (key == "dst")
+      addPrefixes(*filter->destinationIs(), value());
+    else if (key == "sport")
+      addRanges<L4PortRange>(value(), [&](auto r) { filter->sportRangeIs(r); });
+    else if (key == "dport")
+      addRanges<L4PortRange>(value(), [&](auto r) { filter->dportRangeIs(r); });
+    else if (key == "icmp")
+      addRanges<IcmpTypeRange>(value(), [&](auto r) { filter->icmpTypeIs(r); });
+    else if (key == "proto")
+      addRanges<ProtoRange>(value(), [&](auto r) { filter->protoIs(r); });
+    else if (key == "len")
+      addRanges<LengthRange>(value(), [&](auto r) { filter->lengthIs(r); });
+    else if (key == "frag")
+      addRanges<FragmentRange>(value(), [&](auto r) { filter->fragmentIs(r); });
+    else if (key == "dscp")
+      addRanges<DscpRange>(value(), [&](auto r) { filter->dscpIs(r); });
+    else if (key == "init")
+      filter->matchTcpInitIs(true);
+    else if (key == "est")
+      filter->matchTcpEstablishedIs(true);
+    else if (key == "drop")
+      action.dropEnabledIs(true);
+    else if (key == "log")
+      action.logEnabledIs(true);
+    else if (key.starts_with("tc=")) {
+      action.setTcEnabledIs(true);
+      action.tcIs(NaxelTrafficClass(static_cast<uint8_t>(std::stoul(key.substr(3)))));
+    } else
+      bad("unknown key " + key);
+  }
+  rule.actionIs(action);
+}
+
+void addRules(AclConfigColl& coll, std::string_view text) {
+  std::istringstream lines{std::string(text)};
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream in(line);
+    std::string acl, index, name;
+    if (!(in >> acl)) continue;
+    if (acl == "af" || acl == "acl") {
+      in >> name >> index;
+      auto const config = coll.aclIs(name);
+      if (acl == "af") config->afIs(*Mox::instanceFromText<Lumox::AddressFamily>(index));
+      continue;
+    }
+    if (!(in >> index >> name)) bad(line);
+    std::string rest;
+    std::getline(in, rest);
+    auto const config = coll.aclIs(acl);
+    auto const rule = config->ruleByNameIs(name);
+    config->ruleByIdIs(AceIndex(static_cast<uint32_t>(std::stoul(index))), rule);
+    fillFilter(*rule, rest);
+  }
+}
+
+ScriptDriver::ScriptDriver(PDConfig& config, PDStatus& status) : config_(config), status_(status) {
+  notifierIs(&config);
+}
+
+void ScriptDriver::onPdResourceConfig() {
+  log.push_back(Mox::stringValue(current().requestState()));
+  if (automatic) answer();
+}
+
+void ScriptDriver::onGlobalAclControl() {
+  log.push_back(Mox::stringValue(config_.globalAclControl()));
+  if (confirms) confirmPolicy();
+}
+
+void ScriptDriver::answer() {
+  ResponseState state = acquireAnswer;
+  if (current().requestState() == RequestState::load) state = ResponseState::loaded;
+  if (current().requestState() == RequestState::revert) state = ResponseState::reverted;
+  answerAll(ResourceStatus(current().requestId(), state));
+}
+
+void ScriptDriver::answerAll(ResourceStatus const& status, bool prefixLast) {
+  auto const prefixes = [&] {
+    for (PrefixXformKey const& key : PrefixXformKey::all())
+      status_.pdPrefixXformEntryStatusIs(key, status);
+  };
+  if (!prefixLast) prefixes();
+  for (ComboLabelSetType type : allComboLabelSetTypes()) status_.comboStatusIs(type, status);
+  for (RangeSetType type : allRangeSetTypes()) status_.rangeStatusIs(type, status);
+  status_.pdAclRuleEntryStatusIs(status);
+  if (prefixLast) prefixes();
+}
+
+World::World(std::string_view rules, uint8_t chip)
+    : wheel(Mox::makePtr<Obel::TimerWheel>(activity)),
+      chipId(chip),
+      acls(Mox::makePtr<AclConfigColl>(chipId)),
+      capability(Mox::makePtr<ChipHwCapability>(chipId)),
+      params(Acl::paramConfigFactory()),
+      rootConfig(Mox::makePtr<RootConfig>(chipId)),
+      rootStatus(Mox::makePtr<RootStatus>(chipId)),
+      pdConfig(pDConfigFactory(chipId)),
+      pdStatus(Mox::makePtr<PDStatus>(chipId)),
+      driver(*pdConfig, *pdStatus) {
+  addRules(*acls, rules);
+  buildRoot();
+}
+
+void World::buildRoot() {
+  root = nullptr;
+  root = naxelRootSmFactory(chipId, capability, rootConfig, rootStatus, acls, params, pdConfig,
+                            pdStatus, wheel);
+}
+
+void World::request(NaxelKickRequest what) {
+  rootConfig->naxelKickRequestIs(what);
+  rootConfig->naxelKickTimeIs(rootConfig->naxelKickTime() + 1);
+}
+
+NaxelProgress World::run() {
+  activity.runUntilIdle();
+  return progress();
+}
+
+NaxelProgress World::kick() {
+  request();
+  return run();
+}
+
+void World::runUntilStage(NaxelActiveStage stage) {
+  while (root->stageControllerSm()->activeStage() != stage && activity.runPass()) {
+  }
+}
+
+std::string dump(PDData const& data) {
+  std::ostringstream out;
+  auto const table = [&](std::string const& title, auto const& coll, auto write) {
+    if (coll.empty()) return;
+    out << title << ":";
+    for (auto const& e : coll) {
+      out << " ";
+      write(e);
+      out << "=" << e.value();
+    }
+    out << "\n";
+  };
+  for (auto const& [key, coll] : data.pdPrefixXformEntryColl())
+    table(Mox::stringValue(key.af()) + (key.src() ? " src" : " dst"), coll->entry(),
+          [&](auto const& e) { out << e.key(); });
+  for (RangeSetType type : allRangeSetTypes())
+    table(Mox::stringValue(type), data.rangeColl(type)->entry(),
+          [&](auto const& e) { out << e.key().first() << "-" << e.key().last(); });
+  for (ComboLabelSetType type : allComboLabelSetTypes())
+    table(Mox::stringValue(type), data.comboColl(type)->entry(),
+          [&](auto const& e) { out << e.key().srcLabel() << "," << e.key().dstLabel(); });
+  auto const field = [&](char const* name, EncodedLabelWithMask const& e) {
+    if (e.mask().value()) out << " " << name << "=" << e.label() << "/" << e.mask();
+  };
+  for (auto const& [key, acl] : data.pdAclColl()->pdAcl()) {
+    if (acl->rule().empty()) out << "acl " << key.aclName() << " " << key.af() << "\n";
+    for (auto const& [index, rule] : acl->rule()) {
+      if (rule->filter().empty())
+        out << "acl " << key.aclName() << " " << key.af() << " " << index << ": none\n";
+      for (PDAclFilter const& f : rule->filter()) {
+        out << "acl " << key.aclName() << " " << key.af() << " " << index << ":";
+        field("source", f.source());
+        field("destination", f.destination());
+        field("prefixCombo", f.prefixCombo());
+        field("sport", f.sport());
+        field("dport", f.dport());
+        field("portCombo", f.portCombo());
+        field("icmpType", f.icmpType());
+        field("proto", f.proto());
+        field("length", f.length());
+        field("fragment", f.fragment());
+        field("dscp", f.dscp());
+        if (f.matchTcpInit()) out << " init";
+        if (f.matchTcpEstablished()) out << " est";
+        if (rule->action().dropEnabled()) out << " drop";
+        out << "\n";
+      }
+    }
+  }
+  return out.str();
+}
+
+}  // namespace Test

@@ -1,0 +1,107 @@
+#pragma once
+
+/// One chip's pipeline with a hand-set clock, its configuration as text, and a driver that the test
+/// commands.
+
+#include "acl/ParamConfig.h"
+#include "naxel/control/NaxelRootSm.h"
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Test {
+
+/// Puts rules into a configuration. One rule per line:
+///
+///   ACL INDEX NAME [src P,P,!P] [dst ...] [sport R,R] [dport R] [icmp R] [proto R] [len R] [frag
+///   R]
+///       [dscp R] [init] [est] [drop] [log] [tc=N]
+///
+/// P is a prefix, !P an except prefix, R a number or FIRST-LAST. A rule of a name that is there
+/// already is replaced. "af ACL ipv6" sets an ACL's family, "acl NAME" makes an ACL without rules.
+/// Aborts the test on anything else.
+void addRules(Naxel::AclConfigColl& coll, std::string_view text);
+
+/// The filter of one rule in the form above, without ACL, index and name.
+void fillFilter(Naxel::RuleConfig& rule, std::string_view text);
+
+/// Answers the library's requests, at once unless told to hold.
+class ScriptDriver : private Naxel::PDConfig::Notifiee {
+ public:
+  ScriptDriver(Naxel::PDConfig& config, Naxel::PDStatus& status);
+
+  /// Answers requests from within the write (default); otherwise the test calls answer().
+  bool automatic = true;
+  /// Confirms policies from within the write (default); otherwise the test calls confirmPolicy().
+  bool confirms = true;
+  /// What an automatic driver says to an acquire.
+  Naxel::ResponseState acquireAnswer = Naxel::ResponseState::hitless;
+
+  /// Requests and policies in the order in which they came, as "acquire", "load", "revert",
+  /// "denyAll", ...
+  std::vector<std::string> log;
+
+  Naxel::ResourceConfig current() const { return config_.pdResourceConfig(); }
+  /// Answers the current request for all tables but the one for TCP flags: hitless (or
+  /// acquireAnswer), loaded or reverted.
+  void answer();
+  /// Writes one answer into all tables but the one for TCP flags, in the order prefix, combo,
+  /// range, ACL or, with `prefixLast`, the reverse.
+  void answerAll(Naxel::ResourceStatus const& status, bool prefixLast = false);
+  void confirmPolicy() { status_.globalAclControlIs(config_.globalAclControl()); }
+
+ private:
+  void onPdResourceConfig() override;
+  void onGlobalAclControl() override;
+
+  Naxel::PDConfig& config_;
+  Naxel::PDStatus& status_;
+};
+
+/// Everything for one chip. Members are public: tests reach into all of it.
+class World {
+ public:
+  /// `rules` as in addRules().
+  explicit World(std::string_view rules = {}, uint8_t chip = 0);
+
+  /// Builds the root (again), over the same configuration and PDConfig.
+  void buildRoot();
+  /// Requests a kick and runs the activity until it rests. Returns the progress.
+  Naxel::NaxelProgress kick();
+  /// Requests without running.
+  void request(Naxel::NaxelKickRequest what = Naxel::NaxelKickRequest::naxelStart);
+  Naxel::NaxelProgress run();
+  /// Runs until `stage` is active, for a cancel in the middle.
+  void runUntilStage(Naxel::NaxelActiveStage stage);
+  Naxel::NaxelProgress progress() const { return rootStatus->kickProgress(); }
+  std::string failureText() const { return root->stageControllerStatus()->failureText(); }
+  void rules(std::string_view text) { addRules(*acls, text); }
+  Mox::Ptr<Naxel::RuleConfig> rule(std::string const& acl, std::string const& name) const {
+    return acls->acl(acl)->ruleByName(name);
+  }
+  /// What the driver was last asked to load.
+  Naxel::PDData const& tables() const { return *pdConfig->currPDData(); }
+
+  Mox::ManualClock clock;
+  Mox::Activity activity{clock};
+  Mox::Ptr<Obel::TimerWheel> wheel;
+  Obel::ChipId chipId;
+  Mox::Ptr<Naxel::AclConfigColl> acls;
+  Mox::Ptr<Naxel::ChipHwCapability> capability;
+  Mox::Ptr<Acl::ParamConfig> params;
+  Mox::Ptr<Naxel::RootConfig> rootConfig;
+  Mox::Ptr<Naxel::RootStatus> rootStatus;
+  Mox::Ptr<Naxel::PDConfig> pdConfig;
+  Mox::Ptr<Naxel::PDStatus> pdStatus;
+  ScriptDriver driver;
+  Mox::Ptr<Naxel::NaxelRootSm> root;
+};
+
+/// Terse dump of an output: per table its entries, per ACL its rules with their entries, e.g.
+///   ipv4 src: 10.0.0.0/8=0 10.1.0.0/16=65535
+///   dstPort: 80-443=0
+///   acl edge ipv4 10: source=0/65535 dport=0/4095
+std::string dump(Naxel::PDData const& data);
+
+}  // namespace Test

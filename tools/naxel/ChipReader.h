@@ -1,0 +1,30 @@
+#pragma once
+
+/// Descriptions of a chip: its label widths, and how the software chip behaves that stands in for it.
+/// The format is described in docs/formats.md and schema/naxel-chip.schema.json.
+
+#include <string>
+
+#include "naxel/loader/HwCapability.h"
+#include "softchip/SoftChip.h"
+
+namespace NaxelTool {
+
+struct ChipSetup {
+  Mox::Ptr<Naxel::ChipHwCapability const> capability;
+  /// The agent's choice of the policy that stands while a hitful change is loaded.
+  bool permitDuringUpdate = false;
+  SoftChip::Options softChip;
+};
+
+/// Chip 0 with labels of 16 bits for prefixes and of 12 bits for ports, raw values for all other
+/// fields, no combinations, and tables without limit.
+ChipSetup defaultChip();
+
+/// Throws InputError.
+ChipSetup readChip(std::string const& path, std::string const& content);
+
+/// Name of a prefix table: "ipv4Src", "ipv4Dst", "ipv6Src", "ipv6Dst".
+std::string prefixKeyName(Naxel::PrefixXformKey const& key);
+
+}  // namespace NaxelTool
