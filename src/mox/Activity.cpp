@@ -25,7 +25,8 @@ ActivitySource::~ActivitySource() {
 bool Activity::runPass() {
   bool worked = false;
   size_t const count = sources_.size();  // sources that come in this pass start with the next
-  for (size_t i = 0; i < count; ++i)
+  // A source may run a pass itself, and that one closes gaps.
+  for (size_t i = 0; i < std::min(count, sources_.size()); ++i)
     if (sources_[i] && sources_[i]->runPass()) worked = true;
   std::erase(sources_, nullptr);
   return worked;

@@ -12,7 +12,7 @@ class NotifieeRound {
       : list_(*entity.notifiees_),
         outer_(list_.innermost),
         next_(list_.first),
-        limit_(attachments()) {
+        limit_(list_.attachments) {
     list_.innermost = this;
   }
   ~NotifieeRound() { list_.innermost = outer_; }
@@ -29,10 +29,6 @@ class NotifieeRound {
   static void stepOver(Entity::List& list, Notifiee* leaving) {
     for (NotifieeRound* r = list.innermost; r; r = r->outer_)
       if (r->next_ == leaving) r->next_ = leaving->next_;
-  }
-  static uint64_t& attachments() {
-    static thread_local uint64_t count = 0;
-    return count;
   }
 
  private:
@@ -60,7 +56,7 @@ void Notifiee::notifierIs(Entity* entity) {
     previous_ = list.last;
     (list.last ? list.last->next_ : list.first) = this;
     list.last = this;
-    attached_ = ++NotifieeRound::attachments();
+    attached_ = ++list.attachments;
   }
 }
 

@@ -65,7 +65,7 @@ class NAXEL_EXPORT Notifiee {
   Entity* notifier_ = nullptr;
   Notifiee* previous_ = nullptr;
   Notifiee* next_ = nullptr;
-  uint64_t attached_ = 0;  // number of this attachment, process-wide and rising
+  uint64_t attached_ = 0;  // number of this attachment to the entity, rising
 };
 
 /// One attribute of an entity type: its name and how to read it as text.
@@ -154,6 +154,7 @@ class NAXEL_EXPORT Entity : public RefCounted {
     Notifiee* first = nullptr;
     Notifiee* last = nullptr;
     NotifieeRound* innermost = nullptr;
+    uint64_t attachments = 0;
   };
 
   template <class K, class Item>

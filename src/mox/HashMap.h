@@ -77,6 +77,7 @@ class HashTable {
   /// Inserts if no element of the key is there. Returns true if it was inserted.
   bool insert(T item) {
     if (contains(KeyOf::key(item))) return false;
+    if (size_ == 0) clear();  // only now, because iterators live through deletions
     if ((items_.size() + 1) * 4 > index_.size() * 3) rebuild();
     live_.push_back(true);
     try {
@@ -98,7 +99,6 @@ class HashTable {
     live_[at] = false;
     items_[at] = T();
     --size_;
-    if (size_ == 0) clear();
     return true;
   }
 

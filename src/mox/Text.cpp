@@ -1,8 +1,6 @@
 #include "mox/Text.h"
 
 #include <charconv>
-#include <cstdio>
-#include <cstdlib>
 
 namespace Mox {
 
@@ -36,8 +34,9 @@ void TextForm<bool>::read(TextCursor& c, bool& v) {
 
 void TextForm<double>::write(std::string& out, double v) {
   char buffer[40];
-  std::snprintf(buffer, sizeof buffer, "%.17g", v);
-  out += buffer;
+  // As "%.17g", in every locale.
+  auto const end = std::to_chars(buffer, buffer + sizeof buffer, v, std::chars_format::general, 17);
+  out.append(buffer, end.ptr);
 }
 
 void TextForm<double>::read(TextCursor& c, double& v) {

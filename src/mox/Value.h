@@ -142,8 +142,8 @@ struct TextForm<T> {
   }
 };
 
-/// Base of the wrappers of one unsigned number. T may define `static void check(Rep)` that throws
-/// RangeError; construction and parsing apply it.
+/// Base of the wrappers of one unsigned number. A bound is the business of T's constructor, which
+/// throws RangeError; parsing goes through it.
 template <class T, class R>
 class NumberValue {
  public:
@@ -180,8 +180,14 @@ template <NumberWrapper T>
 struct TextForm<T> {
   static void write(std::string& out, T const& v) { out += std::to_string(v.value()); }
   static void read(TextCursor& c, T& v) {
-    typename T::Rep number = 0;
-    TextForm<typename T::Rep>::read(c, number);
+    using Rep = typename T::Rep;
+    Rep number = 0;
+    try {
+      TextForm<Rep>::read(c, number);
+    } catch (RangeError const&) {
+      static_cast<void>(T(static_cast<Rep>(~Rep{0})));  // a bound of T's own speaks first
+      throw;
+    }
     v = T(number);
   }
 };

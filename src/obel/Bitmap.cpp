@@ -2,6 +2,7 @@
 
 #include "mox/Assert.h"
 
+#include <algorithm>
 #include <bit>
 
 namespace Obel {
@@ -50,7 +51,8 @@ uint32_t Bitmap::numBitsInSetStateInRange(uint32_t first, uint32_t last) const {
 }
 
 uint32_t Bitmap::findClearBitInRange(uint32_t first, uint32_t last, IndexPreference) const {
-  MOX_ASSERT(first <= last && last < size_);
+  last = std::min(last, size_ - 1);
+  MOX_ASSERT(first <= last);
   for (uint32_t w = first / 64; w <= last / 64; ++w) {
     uint64_t clear = ~words_[w];
     if (w == first / 64) clear &= ~uint64_t{0} << (first % 64);

@@ -27,7 +27,7 @@ class NAXEL_EXPORT Bitmap : public Mox::RefCounted {
   /// Number of set bits; O(1).
   uint32_t numBitsInSetState() const { return set_; }
   uint32_t numBitsInSetStateInRange(uint32_t first, uint32_t last) const;
-  /// The lowest clear bit of the range; size() if there is none.
+  /// The lowest clear bit of the range, whose end is cut to the bitmap; size() if there is none.
   uint32_t findClearBitInRange(uint32_t first, uint32_t last, IndexPreference preference) const;
 
  private:

@@ -1,5 +1,6 @@
 #include "obel/TimerWheel.h"
 
+#include "mox/Assert.h"
 #include "mox/Trace.h"
 
 #include <algorithm>
@@ -8,9 +9,18 @@ namespace Obel {
 
 TimerNotifiee::~TimerNotifiee() { earliestExpiryDel(); }
 
+void TimerNotifiee::timerWheelIs(Mox::Ptr<TimerWheel> wheel) {
+  Mox::Seconds const expiry = earliestExpiry();
+  earliestExpiryDel();
+  wheel_ = std::move(wheel);
+  if (wheel_) earliestExpiryIs(expiry);
+}
+
 void TimerNotifiee::earliestExpiryIs(Mox::Seconds expiry) {
-  wheel_
-      ->now();  // so that a clock that steps back cannot delay an expiry set to its present reading
+  if (!(expiry >= 0)) return earliestExpiryDel();
+  MOX_ASSERT(wheel_);
+  // So that a clock that steps back cannot delay an expiry set to its present reading.
+  wheel_->now();
   earliestExpiryDel();
   expiry_ = expiry;
   wheel_->arm(*this);
@@ -56,13 +66,6 @@ void TimerWheel::siftDown(size_t place) {
 
 void TimerWheel::arm(TimerNotifiee& t) {
   t.order_ = ++armings_;
-  t.waiting_ = running_;
-  if (!running_) return insert(t);
-  next_.push_back(&t);
-  t.place_ = next_.size() - 1;
-}
-
-void TimerWheel::insert(TimerNotifiee& t) {
   heap_.push_back(&t);
   t.place_ = heap_.size() - 1;
   siftUp(t.place_);
@@ -71,13 +74,15 @@ void TimerWheel::insert(TimerNotifiee& t) {
 void TimerWheel::disarm(TimerNotifiee& t) {
   size_t const place = t.place_;
   t.place_ = TimerNotifiee::notArmed;
-  std::vector<TimerNotifiee*>& from = t.waiting_ ? next_ : heap_;
-  TimerNotifiee* const last = from.back();
-  from.pop_back();
+  if (t.due_) {
+    due_[place] = nullptr;
+    t.due_ = false;
+    return;
+  }
+  TimerNotifiee* const last = heap_.back();
+  heap_.pop_back();
   if (last == &t) return;
-  from[place] = last;
-  last->place_ = place;
-  if (t.waiting_) return;
+  put(place, last);
   siftUp(place);
   siftDown(last->place_);
 }
@@ -85,12 +90,18 @@ void TimerWheel::disarm(TimerNotifiee& t) {
 bool TimerWheel::runPass() {
   Mox::Ptr<TimerWheel> const alive(references() > 0 ? this : nullptr);
   Mox::Seconds const present = now();
-  bool worked = false;
-  running_ = true;
   while (!heap_.empty() && heap_.front()->expiry_ <= present) {
     TimerNotifiee* const t = heap_.front();
     disarm(*t);
-    worked = true;
+    t->place_ = due_.size();
+    t->due_ = true;
+    due_.push_back(t);
+  }
+  bool const worked = nextDue_ < due_.size();
+  while (nextDue_ < due_.size()) {
+    TimerNotifiee* const t = due_[nextDue_++];
+    if (!t) continue;
+    disarm(*t);
     try {
       t->handleExpiry();
     } catch (std::exception const& e) {
@@ -99,16 +110,13 @@ bool TimerWheel::runPass() {
       if (auto line = Mox::moxTrace().line(0)) line << "TimerWheel: a timer threw";
     }
   }
-  running_ = false;
-  for (TimerNotifiee* t : next_) {
-    t->waiting_ = false;
-    insert(*t);
-  }
-  next_.clear();
+  due_.clear();
+  nextDue_ = 0;
   return worked;
 }
 
 Mox::Seconds TimerWheel::untilDue() const {
+  if (nextDue_ < due_.size()) return 0;
   if (heap_.empty()) return -1;
   return std::max(0.0, heap_.front()->expiry_ - now());
 }

@@ -7,6 +7,11 @@
 /// the armed ones, and a timer that is not armed costs nothing. Expiries are exact times, not
 /// ticks.
 ///
+/// A pass first takes out all that is due, then calls it in that order. So what is armed by a
+/// handler waits for the next pass, even if its time has come, and whatever a handler disarms or
+/// arms anew is not called for its old expiry. A handler may run a pass itself; that one calls the
+/// rest first.
+///
 /// The wheel's time is the largest reading of the clock that it has seen: an expiry set to the
 /// present time runs in the next pass, whatever the clock does until then.
 
@@ -19,17 +24,22 @@ namespace Obel {
 
 class TimerWheel;
 
-/// One timer. Destroying it disarms it.
+/// One timer. It shares ownership of its wheel; destroying it disarms it.
 class NAXEL_EXPORT TimerNotifiee {
  public:
+  /// `wheel` may be null and be given later.
   explicit TimerNotifiee(Mox::Ptr<TimerWheel> wheel) : wheel_(std::move(wheel)) {}
   TimerNotifiee(TimerNotifiee const&) = delete;
   TimerNotifiee& operator=(TimerNotifiee const&) = delete;
   virtual ~TimerNotifiee();
 
+  Mox::Ptr<TimerWheel> const& timerWheel() const { return wheel_; }
+  /// Moves the timer to another wheel with the expiry that it has; null disarms it.
+  void timerWheelIs(Mox::Ptr<TimerWheel> wheel);
+
   /// When handleExpiry() will be called, at the earliest; negative while the timer is not armed.
   Mox::Seconds earliestExpiry() const { return armed() ? expiry_ : -1; }
-  /// Arms the timer, or moves it.
+  /// Arms the timer, or moves it; a negative value disarms it. There must be a wheel.
   void earliestExpiryIs(Mox::Seconds expiry);
   void earliestExpiryDel();
   /// Called on the activity thread; the timer is disarmed before the call and may be armed again in
@@ -44,8 +54,8 @@ class NAXEL_EXPORT TimerNotifiee {
   Mox::Ptr<TimerWheel> wheel_;
   Mox::Seconds expiry_ = 0;
   uint64_t order_ = 0;
-  size_t place_ = notArmed;  // in the wheel's heap, or among those that wait for the end of a pass
-  bool waiting_ = false;
+  size_t place_ = notArmed;  // in the wheel's heap, or among those due in the pass that is running
+  bool due_ = false;
 };
 
 /// The timers of one chip or agent.
@@ -64,15 +74,14 @@ class NAXEL_EXPORT TimerWheel : public Mox::RefCounted, public Mox::ActivitySour
 
   static bool earlier(TimerNotifiee const* a, TimerNotifiee const* b);
   void arm(TimerNotifiee& t);
-  void insert(TimerNotifiee& t);
   void disarm(TimerNotifiee& t);
   void put(size_t place, TimerNotifiee* t);
   void siftUp(size_t place);
   void siftDown(size_t place);
 
   std::vector<TimerNotifiee*> heap_;
-  std::vector<TimerNotifiee*> next_;  // armed in the pass that is running
-  bool running_ = false;
+  std::vector<TimerNotifiee*> due_;  // of the pass that is running; null where disarmed since
+  size_t nextDue_ = 0;
   uint64_t armings_ = 0;
   mutable Mox::Seconds now_ = 0;
 };

@@ -57,15 +57,16 @@ Lumox::IpGenPrefix TrieGen::noParent() const {
 
 Lumox::IpGenPrefix TrieGen::findParent(Lumox::IpGenPrefix const& prefix) const {
   settle();
+  Lumox::IpGenPrefix const sought = prefix.masked();
   size_t at = cursor_;
-  if (at >= prefixes_.size() || prefixes_[at] != prefix) at = position(prefix);
+  if (at >= prefixes_.size() || prefixes_[at] != sought) at = position(sought);
   uint32_t parent = none;
-  if (at < prefixes_.size() && prefixes_[at] == prefix) {
+  if (at < prefixes_.size() && prefixes_[at] == sought) {
     parent = parents_[at];
   } else if (at > 0) {
     // Whatever contains the prefix stands before it and contains its predecessor, or is that one.
     parent = static_cast<uint32_t>(at - 1);
-    while (parent != none && !prefixes_[parent].contains(prefix)) parent = parents_[parent];
+    while (parent != none && !prefixes_[parent].contains(sought)) parent = parents_[parent];
   }
   return parent == none ? noParent() : prefixes_[parent];
 }

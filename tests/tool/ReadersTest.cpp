@@ -237,5 +237,59 @@ TEST(ClassBench, ReportsWhatIsWrongAndWhere) {
       });
 }
 
+TEST(Chip, ReadsWidthsAndBehaviour) {
+  ChipSetup const chip = readChip("f", R"({"schema":"naxel-chip","version":1,"chipId":255,
+    "prefixXformWidth":{"ipv6Dst":1},"rangeXformWidth":{"icmp":16,"dscp":0},
+    "comboXformWidth":{"srcDstL4Port":3},"tcpFlagsXformSupported":true,"tcpFlagsXformWidth":0,
+    "permitDuringUpdate":true,
+    "softChip":{"capacity":{"tcpFlags":0,"aclEntries":9},"answerAfterTicks":4,"pace":"oneByOne",
+      "order":"reversed","tcpFlags":"never","staleAnswers":true,"confirmPolicyAfterTicks":2,
+      "forceHitful":true,"refuseTable":"icmp","refuseAcquires":5,"missYields":"highest"}})");
+  Naxel::ChipHwCapability const& c = *chip.capability;
+  EXPECT_EQ(c.chipId(), Obel::ChipId(255));
+  EXPECT_EQ(c.prefixXformWidth({Lumox::ipv6(), false}), 1);
+  EXPECT_EQ(c.prefixXformWidth({Lumox::ipv6(), true}), 16);
+  EXPECT_EQ(c.rangeXformWidth(Naxel::RangeSetType::icmp), 16);
+  EXPECT_EQ(c.rangeXformWidth(Naxel::RangeSetType::srcPort), 0);
+  EXPECT_EQ(c.comboXformWidth(Naxel::ComboLabelSetType::srcDstL4Port), 3);
+  EXPECT_TRUE(c.tcpFlagsXformSupported());
+  EXPECT_EQ(c.tcpFlagsXformWidth(), 0);
+  EXPECT_TRUE(chip.permitDuringUpdate);
+  SoftChip::Options const& o = chip.softChip;
+  EXPECT_EQ(o.capacity[SoftChip::Table::tcpFlags], 0u);
+  EXPECT_EQ(o.capacity[SoftChip::Table::aclEntries], 9u);
+  EXPECT_EQ(o.capacity[SoftChip::Table::icmp], ~size_t{0});
+  EXPECT_EQ(o.answerAfterTicks, 4u);
+  EXPECT_EQ(o.pace, SoftChip::Pace::oneByOne);
+  EXPECT_EQ(o.order, SoftChip::AnswerOrder::reversed);
+  EXPECT_EQ(o.tcpFlags, SoftChip::TcpFlagsAnswer::never);
+  EXPECT_TRUE(o.staleAnswers);
+  EXPECT_EQ(o.confirmPolicyAfterTicks, 2u);
+  EXPECT_TRUE(o.forceHitful);
+  EXPECT_EQ(o.refuseTable, SoftChip::Table::icmp);
+  EXPECT_EQ(o.refuseAcquires, 5u);
+  EXPECT_EQ(o.missYields, SoftChip::MissYields::highest);
+}
+
+TEST(Chip, ReportsWhatIsWrongAndWhere) {
+  auto const chip = [](std::string const& fields) {
+    return R"({"schema":"naxel-chip","version":1,)" "\n" + fields + "}";
+  };
+  expectErrors(
+      {
+          {chip(R"("prefixXformWidth":{"ipv4Src":0})"), "f:2:31: error: 'ipv4Src' must be a whole number from 1 to 16"},
+          {chip(R"("prefixXformWidth":{"ipv4Src":17})"), "f:2:31: error: 'ipv4Src' must be a whole number from 1 to 16"},
+          {chip(R"("prefixXformWidth":{"ipv5Src":8})"), "f:2:21: error: unknown field 'ipv5Src'"},
+          {chip(R"("rangeXformWidth":{"srcPort":17})"), "f:2:30: error: 'srcPort' must be a whole number from 0 to 16"},
+          {chip(R"("rangeXformWidth":{"rangeSetMax":1})"), "f:2:20: error: unknown field 'rangeSetMax'"},
+          {chip(R"("comboXformWidth":{"srcDstL4Port":-1})"), "f:2:35: error: 'srcDstL4Port' must be a whole number from 0 to 16"},
+          {chip(R"("tcpFlagsXformWidth":17)"), "f:2:22: error: 'tcpFlagsXformWidth' must be a whole number from 0 to 16"},
+          {chip(R"("softChip":{"pace":"slow"})"), "f:2:20: error: 'pace' must be one of \"together\", \"oneByOne\""},
+          {chip(R"("softChip":{"capacity":{"acl":1}})"), "f:2:25: error: unknown field 'acl'"},
+          {chip(R"("softChip":{"refuseTable":"acl"})"), "f:2:27: error: 'refuseTable' must name a table"},
+      },
+      [](std::string const& text) { readChip("f", text); });
+}
+
 }  // namespace
 }  // namespace NaxelTool

@@ -50,7 +50,7 @@ class Reasons {
     uint16_t const value = packet_.value(type);
     for (auto const& r : ranges) {
       if (value < r.rangeStart() || value > r.rangeEnd()) continue;
-      std::string text = Naxel::stringValue(type) + " " + std::to_string(value);
+      std::string text = Mox::stringValue(SoftChip::fieldOf(type)) + " " + std::to_string(value);
       if (r.rangeStart() != r.rangeEnd())
         text += " lies in " + std::to_string(r.rangeStart()) + "-" + std::to_string(r.rangeEnd());
       out_.push_back(std::move(text));

@@ -24,7 +24,7 @@ Session::Session(ChipSetup const& setup, Mox::Ptr<Naxel::AclConfigColl const> ac
       rootStatus_(Mox::makePtr<Naxel::RootStatus>(chip_)),
       pdConfig_(Naxel::pDConfigFactory(chip_)),
       pdStatus_(Mox::makePtr<Naxel::PDStatus>(chip_)),
-      softChip_(std::make_unique<SoftChip::SoftChip>(pdConfig_, pdStatus_, capability_, wheel_,
+      softChip_(std::make_unique<SoftChip::Chip>(pdConfig_, pdStatus_, capability_, wheel_,
                                                      setup.softChip)) {
   auto const param = Acl::paramConfigFactory();
   param->permitDuringUpdateIs(setup.permitDuringUpdate);

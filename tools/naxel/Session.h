@@ -39,7 +39,7 @@ class Session {
   Mox::Ptr<Naxel::AclConfigColl const> const& acls() const { return acls_; }
   /// The output in force, after a kick that succeeded.
   Naxel::PDData const& data() const { return *pdConfig_->currPDData(); }
-  SoftChip::SoftChip& softChip() { return *softChip_; }
+  SoftChip::Chip& softChip() { return *softChip_; }
 
   /// Wall time of the last kick, in seconds.
   double kickSeconds() const { return kickSeconds_; }
@@ -79,7 +79,7 @@ class Session {
   Mox::Ptr<Naxel::RootStatus> rootStatus_;
   Mox::Ptr<Naxel::PDConfig> pdConfig_;
   Mox::Ptr<Naxel::PDStatus> pdStatus_;
-  std::unique_ptr<SoftChip::SoftChip> softChip_;
+  std::unique_ptr<SoftChip::Chip> softChip_;
   Mox::Ptr<Naxel::NaxelRootSm> root_;
   std::vector<Status> statuses_;
   StageTimes stageTimes_;

@@ -21,10 +21,6 @@ struct Check {
   uint64_t matched = 0;
 };
 
-void printCount(std::ostream& out, std::string const& name, uint64_t packets, uint64_t matched) {
-  out << name << ": " << packets << " packets, " << matched << " matched a rule, 0 differences\n";
-}
-
 }  // namespace
 
 bool verify(Session& session, uint64_t packets, uint64_t seed, std::ostream& out) {
@@ -32,7 +28,6 @@ bool verify(Session& session, uint64_t packets, uint64_t seed, std::ostream& out
   for (auto const& [name, acl] : session.acls()->acl()) checks.emplace_back(acl);
   SoftChip::PacketSource source(*session.acls(), seed);
   uint64_t drawn = 0;
-  uint64_t matched = 0;
   for (; drawn < packets && !checks.empty(); ++drawn) {
     SoftChip::Packet const packet = source.next();
     for (Check& check : checks) {
@@ -54,11 +49,10 @@ bool verify(Session& session, uint64_t packets, uint64_t seed, std::ostream& out
     out << "the chip reports: " << breach << '\n';
     return false;
   }
-  for (Check const& check : checks) {
-    printCount(out, check.config->name(), check.packets, check.matched);
-    matched += check.matched;
-  }
-  printCount(out, "total", drawn, matched);
+  for (Check const& check : checks)
+    out << check.config->name() << ": " << check.packets << " packets, " << check.matched
+        << " matched a rule, 0 differences\n";
+  out << "total: " << drawn << " packets, 0 differences\n";
   return true;
 }
 

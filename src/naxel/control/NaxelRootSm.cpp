@@ -42,6 +42,8 @@ NaxelRootSm::NaxelRootSm(Obel::ChipId chipId, Mox::Ptr<ChipHwCapability const> h
       pdConfig_(std::move(pdConfig)),
       pdStatus_(std::move(pdStatus)),
       timerWheel_(std::move(timerWheel)) {
+  MOX_ASSERT(hwCapability_ && rootConfig_ && rootStatus_ && aclConfigColl_ && paramConfig_ &&
+             pdConfig_ && pdStatus_ && timerWheel_);
   rootConfigReactor_.notifierIs(rootConfig_.get());
   handleInitialized();
 }
@@ -216,14 +218,21 @@ void NaxelRootSm::handleNaxelKickTime() {
          << " request " << kickRequest << " kick time " << agentKickTime;
   // Reactors of the status may take the root down.
   Mox::Ptr<NaxelRootSm> const alive(references() > 0 ? this : nullptr);
+  // A request that came from within one of these notifications is the newer one, and has been handled
+  // by then.
+  auto const superseded = [&] {
+    return !rootConfig_ || rootConfig_->naxelKickTime() != agentKickTime;
+  };
   rootStatus_->kickCountIs(rootStatus_->kickCount() + 1);
+  if (superseded()) return;
   rootStatus_->kickTimeIs(agentKickTime);
+  if (superseded()) return;
   if (kickRequest == NaxelKickRequest::naxelStart) {
     rootStatus_->kickMessageIs(std::string());
+    if (superseded()) return;
     rootStatus_->kickProgressIs(NaxelProgress::naxelRunning);
+    if (superseded()) return;
   }
-  // A request that came from within one of these notifications is the newer one.
-  if (!rootConfig_ || rootConfig_->naxelKickTime() != agentKickTime) return;
   stageControllerConfig_->kickRequestIs(kickRequest);
   stageControllerConfig_->kickTimeIs(nextKickTime());
 }

@@ -212,7 +212,7 @@ uint32_t EncodedLabelAllocator::findFree(uint32_t start, uint32_t range, uint32_
 }
 
 void EncodedLabelAllocator::handOut(PlainLabelList const& list, std::vector<Block> const& blocks) {
-  // Labels that are left without a value are carried by the spare values of the last block.
+  // Values that are left when the labels run out are the spare ones.
   auto next = list.label().begin();
   for (Block const& b : blocks)
     for (uint32_t value = b.start; value <= b.end; ++value) {

@@ -193,6 +193,14 @@ PrefixXformStatus const& PrefixLabelEncoderSm::xform() const {
   return static_cast<PrefixXformStatus const&>(*encoderConfig().xformStatus());
 }
 
+uint64_t PrefixLabelEncoderSm::doBuildWorkingSetHash() const {
+  // A set that covers nothing has no list, and still brings prefixes into the table.
+  WordHash prefixes;
+  for (auto const& [prefix, label] : xform().prefixToLabelMap())
+    prefixes.add(prefix.hash64() ^ label.value());
+  return LabelEncoderSm::doBuildWorkingSetHash() ^ uint64_t{prefixes.finish()} << 32;
+}
+
 bool PrefixLabelEncoderSm::doEncode() {
   if (!LabelEncoderSm::doEncode()) return false;
   // The one group that may be in no list is the empty one, of addresses that are only excepted. Its

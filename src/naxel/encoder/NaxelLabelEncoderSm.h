@@ -5,15 +5,14 @@
 /// width, inputs and loader info.
 ///
 /// Reads    the label lists of the transform that feeds the encoder, and the counts of use; the
-/// range
-///          encoder also the range sets, the combo encoder the labels of both sides' encoders.
+///          range encoder also the range sets, the combo encoder the labels of both sides' encoders.
 /// Writes   an EncoderStatus: plain to encoded labels, each set's pairs, and a loader info.
 /// Skips    when the transform reports that it skipped or is not enabled and the digest equals that
-/// of
-///          the last run that succeeded. The digest covers the lists (or in raw mode the range
-///          sets), the counts, mode and width, and for combinations the labels of both sides.
+///          of the last run that succeeded. The digest covers the lists (or in raw mode the range
+///          sets), the counts, mode and width, for prefixes the prefixes of the trie, and for
+///          combinations the labels of both sides.
 /// Fails    when the transform's output is unusable or the labels do not fit into the width.
-/// Not enabled where a combination has no width; then nothing is published.
+/// Off      where a combination has no width; then nothing is published.
 /// Order    by ascending key; equal lists get equal pairs.
 ///
 /// Each encoder keeps the highest value of its width free of every set's pairs: it is what a chip
@@ -104,6 +103,7 @@ class NAXEL_EXPORT PrefixLabelEncoderSm : public LabelEncoderSm {
                        Mox::Ptr<PrefixEncoderStatus> status,
                        Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
                        Mox::Ptr<ChipHwCapability const> hwCapability);
+  uint64_t doBuildWorkingSetHash() const override;
   bool doEncode() override;
   void doUpdateLoaderInfo() override;
 

@@ -125,6 +125,13 @@ void LoaderSm::requestLoad() {
 
 void LoaderSm::handleXformStatus() {
   traceStep(8, "handleXformStatus");
+  if (requested_ && smState_ == LoaderSmState::pdLoadSuccess) {
+    // All tables have answered, so whatever makes the answers complete again has changed one of them.
+    if (!checkAllStatus()) return;
+    MOX_ASSERT_TEXT(smState_ != LoaderSmState::pdLocalFail,
+                    "0 && \"Failed to load data into acquired resources\"");
+    MOX_ASSERT(0 && "reached invalid state for handleXformStatus");
+  }
   advance();
 }
 
@@ -186,6 +193,9 @@ void LoaderSm::takeTurn() {
     case LoaderSmState::waitingForAcquire:
     case LoaderSmState::pdLocalFail:
       if (!checkAllStatus()) return;
+      // A refused load is judged here too: the tables answer one by one.
+      MOX_ASSERT_TEXT(requestState != RequestState::load,
+                      "0 && \"Failed to load data into acquired resources\"");
       smStateIs(smState_ == LoaderSmState::pdLocalFail ? LoaderSmState::pdAcquireFail
                                                        : LoaderSmState::pdAcquireSuccess);
       return handleLoaderState();

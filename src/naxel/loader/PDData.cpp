@@ -1,5 +1,7 @@
 #include "naxel/loader/PDData.h"
 
+#include <atomic>
+
 namespace Naxel {
 
 Mox::AttributeTable const& PDAclRule::attributeTable() const {
@@ -61,7 +63,7 @@ size_t PDAclColl::numFilters() const {
 namespace {
 
 uint64_t nextInstance() {
-  static thread_local uint64_t count = 0;
+  static std::atomic<uint64_t> count{0};  // pipelines of several threads share the numbering
   return ++count;
 }
 

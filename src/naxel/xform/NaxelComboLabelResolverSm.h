@@ -10,9 +10,9 @@
 ///          lists behind them and of the width equals that of the last run that succeeded. The
 ///          lists are part of it because a kick that ended between transform and resolver renumbers
 ///          labels unseen.
-/// Fails    when a side's output is unusable, or when the products are larger than `comboCap` in
-/// all. Not enabled where the chip has no width for the type, or where a side is not labelled; then
-///          nothing is published, and rules match the two fields separately.
+/// Fails    when a side's output is unusable, or when the products are larger than `comboCap` in all.
+/// Off      where the chip has no width for the type, or where a side is not labelled; then nothing
+///          is published, and rules match the two fields separately.
 /// Order    pairs in the order of ACL name and rule; sets by ascending key.
 
 #include "mox/Trace.h"

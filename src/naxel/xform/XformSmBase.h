@@ -5,16 +5,15 @@
 /// Reads    the sets of one kind, by key.
 /// Writes   an XformStatus: the concrete stage's map from elementary item to plain label, and for
 ///          each set the labels of the groups that make it up.
-/// Skips    when exactly the same set keys are present as in the last run that did the work, and
-/// the
+/// Skips    when exactly the same set keys are present as in the last run that did the work, and the
 ///          width is the same: sets are frozen, so equal keys mean equal content. The keys are
 ///          remembered before the work, so that a run that failed for too many pieces is followed,
 ///          on an unchanged input, by a skip; the output stays marked as unusable, and every later
 ///          stage refuses it.
 /// Fails    when there are more than 2^width - 1 distinct groups.
+/// Off      where the chip gives the transform no width; then nothing is published.
 /// Order    groups are numbered in the natural order of the items: plain labels depend on the
-/// content
-///          of the sets alone, not on earlier kicks.
+///          content of the sets alone, not on earlier kicks.
 ///
 /// A run goes through doBuildWorkingSet, doBuildSetGroup, doAllocLabels and doUpdatePlainLabelMap.
 

@@ -1,0 +1,154 @@
+// The collections against models from the standard library under random operations.
+
+#include "mox/FlatSet.h"
+#include "mox/HashMap.h"
+#include "mox/OrderedMap.h"
+
+#include <algorithm>
+#include <map>
+#include <random>
+
+#include <gtest/gtest.h>
+
+namespace Mox {
+namespace {
+
+/// Keys and values in the order in which a collection hands them out.
+template <class Map>
+std::vector<std::pair<uint32_t, uint32_t>> contents(Map const& map) {
+  return {map.begin(), map.end()};
+}
+template <class Set>
+std::vector<uint32_t> members(Set const& set) {
+  return {set.begin(), set.end()};
+}
+
+TEST(Containers, SortedMapsEqualTheirModelAfterEveryOperation) {
+  std::mt19937 random(1);
+  FlatMap<uint32_t, uint32_t> flat;
+  OrderedMap<uint32_t, uint32_t> ordered;
+  std::map<uint32_t, uint32_t> model;
+  for (int i = 0; i < 20000; ++i) {
+    uint32_t const key = random() % 60;
+    uint32_t const value = random() % 1000;
+    switch (random() % 7) {
+      case 0:
+      case 1: {
+        bool const absent = !model.contains(key);
+        model[key] = value;
+        ASSERT_EQ(flat.set(key, value), absent);
+        ASSERT_EQ(ordered.set(key, value), absent);
+        break;
+      }
+      case 2:
+        model[key] += 1;
+        flat.at(key) += 1;
+        ordered.at(key) += 1;
+        break;
+      case 3:
+      case 4: {
+        bool const present = model.erase(key) > 0;
+        ASSERT_EQ(flat.erase(key), present);
+        ASSERT_EQ(ordered.erase(key), present);
+        break;
+      }
+      case 5: {
+        auto const at = model.find(key);
+        ASSERT_EQ(flat.get(key) != nullptr, at != model.end());
+        ASSERT_EQ(ordered.get(key) != nullptr, at != model.end());
+        if (at == model.end()) break;
+        ASSERT_EQ(*flat.get(key), at->second);
+        ASSERT_EQ(*ordered.get(key), at->second);
+        break;
+      }
+      default:
+        if (random() % 200) break;
+        model.clear();
+        flat.clear();
+        ordered.clear();
+    }
+    ASSERT_EQ(contents(flat), contents(model));
+    ASSERT_EQ(contents(ordered), contents(model));
+  }
+}
+
+TEST(Containers, OfSeveralElementsOfOneKeyTheFirstIsAdopted) {
+  FlatMap<uint32_t, char> map;
+  map.adopt({{2, 'a'}, {1, 'b'}, {2, 'c'}, {1, 'd'}});
+  EXPECT_EQ(map.items(), (std::vector<std::pair<uint32_t, char>>{{1, 'b'}, {2, 'a'}}));
+}
+
+/// A key whose hash puts many keys into few slots.
+struct Crowded {
+  uint32_t v = 0;
+  uint64_t hash64() const { return v % 3; }
+  operator uint32_t() const { return v; }
+  bool operator==(Crowded const& o) const { return v == o.v; }
+};
+
+template <class Key>
+void hashMapAgainstModel(uint32_t seed, uint32_t keys) {
+  std::mt19937 random(seed);
+  HashMap<Key, uint32_t> map;
+  std::vector<std::pair<uint32_t, uint32_t>> model;  // in the order of insertion
+  for (int i = 0; i < 20000; ++i) {
+    uint32_t const number = random() % keys;
+    Key const key{number};
+    auto at = model.begin();
+    while (at != model.end() && at->first != number) ++at;
+    bool const absent = at == model.end();
+    // Phases of growth and of shrinking, so that the map is rebuilt in both directions.
+    if (random() % 10 < (i / 700 % 2 ? 3u : 7u)) {
+      uint32_t const value = random();
+      ASSERT_EQ(map.set(key, value), absent);
+      if (absent)
+        model.emplace_back(number, value);
+      else
+        at->second = value;
+    } else {
+      ASSERT_EQ(map.erase(key), !absent);
+      if (!absent) model.erase(at);
+    }
+    ASSERT_EQ(map.size(), model.size());
+    ASSERT_EQ(map.empty(), model.empty());
+    ASSERT_EQ(contents(map), model);
+    Key const other{static_cast<uint32_t>(random() % keys)};
+    auto const* value = std::as_const(map).get(other);
+    auto const wanted = std::find_if(model.begin(), model.end(),
+                                     [&](auto const& item) { return item.first == other; });
+    ASSERT_EQ(value != nullptr, wanted != model.end());
+    ASSERT_TRUE(!value || *value == wanted->second);
+  }
+}
+
+TEST(Containers, HashMapsIterateInTheOrderOfInsertionWhateverWasDeleted) {
+  hashMapAgainstModel<uint32_t>(3, 40);
+  hashMapAgainstModel<uint32_t>(4, 3);
+  hashMapAgainstModel<Crowded>(5, 25);
+}
+
+TEST(Containers, DeletionKeepsAWalkOverAHashSetOnItsWay) {
+  for (uint32_t const hole : {0u, 3u, 6u}) {
+    SCOPED_TRACE(hole);
+    HashSet<uint32_t> set;
+    for (uint32_t i = 0; i < 7; ++i) set.insert(i);
+    set.erase(hole);
+    std::vector<uint32_t> seen;
+    for (auto i = set.begin(); i != set.end() && seen.size() < 10; ++i) {
+      seen.push_back(*i);
+      set.erase(*i);  // the key given is the element itself
+    }
+    EXPECT_EQ(seen.size(), 6u);
+    EXPECT_TRUE(set.empty());
+    EXPECT_TRUE(set.insert(5));
+    EXPECT_EQ(members(set), std::vector<uint32_t>{5});
+  }
+}
+
+TEST(Containers, HashesAreTheSameOnEveryMachine) {
+  EXPECT_EQ(mix64(0), 0xe220a8397b1dcdafu);
+  EXPECT_EQ(OneAtATime().byte('a').finish(), 0xca2e9442u);
+}
+
+}  // namespace
+}  // namespace Mox

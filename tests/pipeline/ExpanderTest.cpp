@@ -1,0 +1,214 @@
+/// From rules as text to the loaded tables.
+
+#include "mox/Trace.h"
+#include "naxel/expander/NaxelRuleExpanderSm.h"
+#include "naxel/types/NaxelTrace.h"
+#include "support/World.h"
+
+#include <gtest/gtest.h>
+
+using namespace Naxel;
+using Test::dump;
+using Test::World;
+
+namespace {
+
+constexpr uint8_t raw = 0;
+
+/// A chip with one width for all range fields and one for all combinations; prefixes have 8 bits.
+void widths(World& w, uint8_t ranges, uint8_t combos) {
+  for (auto const& key : PrefixXformKey::all()) w.capability->prefixXformWidthIs(key, 8);
+  for (RangeSetType t : allRangeSetTypes()) w.capability->rangeXformWidthIs(t, ranges);
+  for (ComboLabelSetType t : allComboLabelSetTypes()) w.capability->comboXformWidthIs(t, combos);
+}
+
+/// The tables of freshly compiled rules, or why they were refused.
+std::string compile(char const* rules, uint8_t ranges = raw, uint8_t combos = 0) {
+  World w;
+  widths(w, ranges, combos);
+  w.rules(rules);
+  if (w.kick() != NaxelProgress::naxelFinishedSuccess) return w.failureText();
+  return dump(w.tables());
+}
+
+}  // namespace
+
+TEST(Expander, RulesBecomeEntries) {
+  struct Case {
+    char const* rules;
+    uint8_t ranges, combos;
+    char const* wanted;
+  };
+  Case const cases[] = {
+      {"acl a", raw, 0, "acl a ipv4\n"},
+      {"", raw, 0, ""},
+      {"a 1 r", raw, 0, "acl a ipv4 1:\n"},
+      {"a 4294967294 r drop", raw, 0, "acl a ipv4 4294967294: drop\n"},
+      {"a 2 r drop\na 1 s init\na 3 t est init", raw, 0,
+       "acl a ipv4 1: init\nacl a ipv4 2: drop\nacl a ipv4 3: init est\n"},
+      {"a 1 r src 10.0.0.0/8 proto 6 init", raw, 0,
+       "ipv4 src: 10.0.0.0/8=0\nacl a ipv4 1: source=0/255 proto=6/255 init\n"},
+      // The product of the pairs of all fields.
+      {"a 1 r sport 1-2 dport 4-6 proto 6,17", raw, 0,
+       "acl a ipv4 1: sport=1/65535 dport=4/65534 proto=6/255\n"
+       "acl a ipv4 1: sport=1/65535 dport=4/65534 proto=17/255\n"
+       "acl a ipv4 1: sport=1/65535 dport=6/65535 proto=6/255\n"
+       "acl a ipv4 1: sport=1/65535 dport=6/65535 proto=17/255\n"
+       "acl a ipv4 1: sport=2/65535 dport=4/65534 proto=6/255\n"
+       "acl a ipv4 1: sport=2/65535 dport=4/65534 proto=17/255\n"
+       "acl a ipv4 1: sport=2/65535 dport=6/65535 proto=6/255\n"
+       "acl a ipv4 1: sport=2/65535 dport=6/65535 proto=17/255\n"},
+      // A list that holds nothing gives no entry, whatever else the rule says.
+      {"a 1 r src !10.0.0.0/8 proto 6 drop\na 2 s proto 6", raw, 0,
+       "ipv4 src: 10.0.0.0/8=255\nacl a ipv4 1: none\nacl a ipv4 2: proto=6/255\n"},
+      {"a 1 r src 10.1.0.0/16,!10.0.0.0/8 dst 1.0.0.0/8", raw, 8,
+       "ipv4 dst: 1.0.0.0/8=0\nipv4 src: 10.0.0.0/8=255 10.1.0.0/16=255\nacl a ipv4 1: none\n"},
+      // Pairs of lists are matched through one label where the chip combines them.
+      {"a 1 r src 10.0.0.0/8 dst 11.0.0.0/8 sport 1 dport 2\na 2 s src 10.0.0.0/8 dport 2", 8, 8,
+       "ipv4 dst: 11.0.0.0/8=0\nipv4 src: 10.0.0.0/8=0\nsrcPort: 1-1=0\ndstPort: 2-2=0\n"
+       "ipv4SrcDstPrefix: 0,0=0\nsrcDstL4Port: 0,0=0\n"
+       "acl a ipv4 1: prefixCombo=0/255 portCombo=0/255\n"
+       "acl a ipv4 2: source=0/255 dport=0/255\n"},
+      // Ports without labels cannot be combined and stay separate fields.
+      {"a 1 r src 10.0.0.0/8 dst 11.0.0.0/8 sport 1 dport 2", raw, 8,
+       "ipv4 dst: 11.0.0.0/8=0\nipv4 src: 10.0.0.0/8=0\nipv4SrcDstPrefix: 0,0=0\n"
+       "acl a ipv4 1: prefixCombo=0/255 sport=1/65535 dport=2/65535\n"},
+      {"af a ipv6\na 1 r proto 58", raw, 0, "acl a ipv6 1: proto=58/255\n"},
+      {"af a ipv6\nacl b", raw, 0, "acl b ipv4\nacl a ipv6\n"},
+      {"a 1 r src 2001:db8::/32,!2001:db8:1::/48 dst ::/0", raw, 8,
+       "ipv6 dst: ::/0=0\nipv6 src: 2001:db8::/32=0 2001:db8:1::/48=255\n"
+       "ipv6SrcDstPrefix: 0,0=0\nacl a ipv6 1: prefixCombo=0/255\n"},
+      // The family may come from another rule, which need not stand at an index.
+      {"a 1 r proto 6\na 2 s dst !2001:db8::/32", raw, 0,
+       "ipv6 dst: 2001:db8::/32=255\nacl a ipv6 1: proto=6/255\nacl a ipv6 2: none\n"},
+      // One except prefix serves two lists: the set's own label differs from the reserved one.
+      {"a 1 r src 10.0.0.0/8,!10.1.0.0/16\na 2 s src 10.1.0.0/16", raw, 0,
+       "ipv4 src: 10.0.0.0/8=0 10.1.0.0/16=1\n"
+       "acl a ipv4 1: source=0/255\nacl a ipv4 2: source=1/255\n"}};
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.rules);
+    EXPECT_EQ(compile(c.rules, c.ranges, c.combos), c.wanted);
+  }
+}
+
+TEST(Expander, EqualLabelWidthsOfEveryFieldReachTheirOwnField) {
+  EXPECT_EQ(compile("a 1 r sport 1 dport 2 icmp 3 proto 4 len 5 frag 6 dscp 7", 4),
+            "srcPort: 1-1=0\ndstPort: 2-2=0\nicmp: 3-3=0\nproto: 4-4=0\nlength: 5-5=0\n"
+            "fragment: 6-6=0\ndscp: 7-7=0\n"
+            "acl a ipv4 1: sport=0/15 dport=0/15 icmpType=0/15 proto=0/15 length=0/15 "
+            "fragment=0/15 dscp=0/15\n");
+}
+
+TEST(Expander, AWidthOfOneBitHoldsOneLabelBesideTheReservedOne) {
+  EXPECT_EQ(compile("a 1 r proto 6", 1), "proto: 6-6=0\nacl a ipv4 1: proto=0/1\n");
+  std::string const text = compile("a 1 r proto 6\na 2 s proto 7", 1);
+  EXPECT_NE(text.find("2 disjoint sets needed"), std::string::npos) << text;
+}
+
+TEST(Expander, WhatCannotBeCompiledIsRefusedByName) {
+  struct Case {
+    char const* rules;
+    char const* wanted;
+  };
+  for (auto const& [rules, wanted] :
+       {Case{"edge 1 web sport 90-80",
+             "ACL 'edge', rule 'web': source port range 90-80 starts above its end"},
+        {"edge 1 web dport 1-65536",
+         "ACL 'edge', rule 'web': destination port range 1-65536 exceeds the field's maximum "
+         "65535"},
+        {"edge 1 web icmp 256-300",
+         "ACL 'edge', rule 'web': ICMP type range 256-300 exceeds the field's maximum 255"},
+        {"edge 1 web proto 0-256",
+         "ACL 'edge', rule 'web': protocol range 0-256 exceeds the field's maximum 255"},
+        {"edge 1 web len 70000",
+         "ACL 'edge', rule 'web': length range 70000-70000 exceeds the field's maximum 65535"},
+        {"edge 1 a src 10.0.0.0/8\nedge 2 b dst !::/0",
+         "ACL 'edge': IPv4 and IPv6 prefixes in one ACL"},
+        {"af edge ipv6\nedge 1 a src 10.0.0.0/8",
+         "ACL 'edge': prefix of another family than the ACL's ipv6"}}) {
+    SCOPED_TRACE(rules);
+    Mox::TraceSink const old = Mox::traceSinkIs({});
+    World w("other 1 r proto 6");
+    ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess);
+    std::string const before = dump(w.tables());
+    w.rules(rules);
+    for (int again = 0; again < 2; ++again) {
+      EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedFail);
+      EXPECT_NE(w.failureText().find(wanted), std::string::npos) << w.failureText();
+    }
+    EXPECT_EQ(dump(w.tables()), before);
+    w.acls->aclDel("edge");
+    EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << w.failureText();
+    Mox::traceSinkIs(old);
+  }
+  // A stored out-of-bound end of a type whose setter has already complained.
+  Mox::TraceSink const old = Mox::traceSinkIs({});
+  World w("edge 1 web");
+  DscpRange bad(0, 63);
+  EXPECT_THROW(bad.rangeEndIs(100), Mox::RangeError);
+  w.rule("edge", "web")->ruleFilterIs()->dscpIs(bad);
+  EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedFail);
+  EXPECT_NE(w.failureText().find("DSCP range 0-100"), std::string::npos) << w.failureText();
+  Mox::traceSinkIs(old);
+}
+
+TEST(Expander, IndexesAndNamesMustAgree) {
+  Mox::TraceSink const old = Mox::traceSinkIs({});
+  World w("edge 1 web proto 6\nedge 2 dns proto 17\n");
+  auto const acl = w.acls->acl("edge");
+  auto const web = acl->ruleByName("web");
+  acl->ruleByIdIs(AceIndex(3), web);
+  EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess);
+  EXPECT_EQ(dump(w.tables()),
+            "acl edge ipv4 1: proto=6/255\nacl edge ipv4 2: proto=17/255\n"
+            "acl edge ipv4 3: proto=6/255\n");
+  acl->ruleByIdDel(AceIndex(2));
+  acl->ruleByNameDel("web");
+  EXPECT_FALSE(acl->ruleByIdHas(AceIndex(3)));
+  EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess);
+  EXPECT_EQ(dump(w.tables()), "acl edge ipv4\n") << "a rule without an index has no entries";
+  acl->ruleByIdIs(AceIndex(5), web);
+  EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedFail);
+  EXPECT_NE(w.failureText().find("ACL 'edge', index 5"), std::string::npos) << w.failureText();
+  acl->ruleByNameIs("web");
+  EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedFail) << "another rule of the same name";
+  Mox::traceSinkIs(old);
+}
+
+TEST(Expander, OutputFollowsEveryEdit) {
+  World w;
+  widths(w, 6, 6);
+  std::string steps;
+  // Each step is checked against a pipeline without a history.
+  for (char const* step :
+       {"a 10 r src 10.0.0.0/8 dst 11.0.0.0/8 sport 1-9 dport 2 drop\nb 1 r proto 6",
+        "a 10 r src 10.0.0.0/8 dst 11.0.0.0/8 sport 1-9 dport 2", "a 20 s src 10.1.0.0/16",
+        "a 20 s src 10.1.0.0/16 est", "a 20 s dst 10.1.0.0/16 sport 5-7 dport 2",
+        "b 1 r proto 17\nb 2 s proto 6", "af c ipv6\nc 1 r src 2001:db8::/32 dst ::/0",
+        "c 1 r\naf c ipv4", "a 10 r src 10.0.0.0/8,!10.1.0.0/16 dst 11.0.0.0/8 sport 1-9"}) {
+    SCOPED_TRACE(step);
+    w.rules(step);
+    ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << w.failureText();
+    World fresh;
+    widths(fresh, 6, 6);
+    fresh.rules(steps += std::string(step) + "\n");
+    ASSERT_EQ(fresh.kick(), NaxelProgress::naxelFinishedSuccess);
+    EXPECT_EQ(dump(w.tables()), dump(fresh.tables()));
+  }
+  for (char const* name : {"a", "b", "c"}) w.acls->aclDel(name);
+  EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess);
+  EXPECT_EQ(dump(w.tables()), "");
+}
+
+TEST(ExpanderDeathTest, OnlyLabelFieldsTakeLabels) {
+  GTEST_FLAG_SET(death_test_style, "fast");
+  PDAclFilter filter;
+  for (unsigned type : {0u, 12u, 13u})
+    EXPECT_DEATH(setTcamField(filter, TcamFieldType(type), {1, 1}),
+                 "false && \"Invalid tcam field\"");
+  for (unsigned type = 1; type <= 11; ++type) {
+    PDAclFilter one;
+    setTcamField(one, TcamFieldType(type), {1, 1});
+    EXPECT_FALSE(one.empty());
+  }
+}

@@ -1,0 +1,421 @@
+/// Generic sets, key groups, counts of use, and their deduplication over kicks.
+
+#include "mox/Trace.h"
+#include "naxel/genset/NaxelAggregatorSm.h"
+#include "naxel/types/NaxelTrace.h"
+#include "naxel/xform/NaxelComboLabelResolverSm.h"
+#include "support/World.h"
+
+#include <gtest/gtest.h>
+
+using namespace Naxel;
+using Mox::makePtr;
+using Test::fillFilter;
+using Test::World;
+
+namespace {
+
+using Elems = std::vector<std::pair<uint16_t, uint16_t>>;
+
+Mox::Ptr<RangeSet> rangeSet(uint64_t key, Elems const& elems,
+                            RangeSetType type = RangeSetType::srcPort) {
+  auto set = makePtr<RangeSet>(GenSetKey(key), type);
+  for (auto const& [first, last] : elems) set->rangeIs(RangeSetElem(first, last));
+  return set;
+}
+
+Mox::Ptr<ComboLabelSet> comboSet(uint64_t key, Elems const& combos,
+                                 ComboLabelSetType type = ComboLabelSetType::srcDstL4Port) {
+  auto set = makePtr<ComboLabelSet>(GenSetKey(key), type);
+  for (auto const& [src, dst] : combos) set->comboLabelIs({PlainLabel(src), PlainLabel(dst)});
+  return set;
+}
+
+template <class G = GenSetKeyGroup>
+Mox::Ptr<G> group(std::vector<uint64_t> const& keys) {
+  auto g = makePtr<G>();
+  for (uint64_t k : keys) g->keyGroupIs(GenSetKey(k));
+  return g;
+}
+
+std::string keysOf(GenSetKeyGroup const& g) {
+  std::string out;
+  for (GenSetKey k : g.keyGroup()) out += (out.empty() ? "" : " ") + Mox::valueToStrep(k);
+  return out;
+}
+
+Mox::Ptr<IpPrefixList> prefixList(std::vector<std::string> const& prefixes,
+                                  std::vector<std::string> const& excepts = {}) {
+  auto list = makePtr<IpPrefixList>();
+  for (auto const& p : prefixes) list->addrIs(Mox::valueFromText<Lumox::IpGenPrefix>(p));
+  for (auto const& p : excepts) list->exceptAddrIs(Mox::valueFromText<Lumox::IpGenPrefix>(p));
+  return list;
+}
+
+/// Equal both ways with equal hashes, or unequal both ways.
+void expectSame(Mox::Ptr<Dedupable> const& a, Mox::Ptr<Dedupable> const& b, bool same) {
+  EXPECT_EQ(a->isEqual(b), same);
+  EXPECT_EQ(b->isEqual(a), same);
+  EXPECT_EQ(a->hash() == b->hash(), same);
+  EXPECT_FALSE(a->isEqual(nullptr));
+}
+
+/// The reference form of the hash of a short byte string.
+uint32_t jenkins(std::string const& bytes) {
+  uint32_t h = 0;
+  for (char c : bytes) {
+    h += static_cast<uint8_t>(c);
+    h += h << 10;
+    h ^= h >> 6;
+  }
+  h += h << 3;
+  h ^= h >> 11;
+  return h + (h << 15);
+}
+
+std::string littleEndian(uint64_t v, size_t bytes) {
+  std::string out;
+  for (size_t i = 0; i < bytes; ++i) out += static_cast<char>(v >> (8 * i) & 255);
+  return out;
+}
+
+/// Lines that the pipeline traces up to a level, while it lives.
+class Trace {
+ public:
+  explicit Trace(int level) {
+    naxelTrace().levelIs(level);
+    old_ = Mox::traceSinkIs([this](auto const&, int, std::string const& t) { text += t + "\n"; });
+  }
+  ~Trace() {
+    naxelTrace().levelIs(0);
+    Mox::traceSinkIs(old_);
+  }
+  std::string text;
+
+ private:
+  Mox::TraceSink old_;
+};
+
+/// "1:10.0.0.0/8,!10.1.0.0/16 2:..." of the prefix sets of a side.
+std::string prefixSets(World const& w, bool src = true) {
+  std::string out;
+  auto const info = w.root->aggregatorStatus()->prefixInfo({Lumox::ipv4(), src});
+  for (auto const& [key, set] : info->prefixSetColl()) {
+    out += (out.empty() ? "" : " ") + Mox::valueToStrep(key) + ":";
+    for (auto const& p : set->prefix()) out += Mox::valueToStrep(p) + ",";
+    for (auto const& p : set->exceptPrefix()) out += "!" + Mox::valueToStrep(p) + ",";
+    out.pop_back();
+  }
+  return out;
+}
+
+std::string rangeSets(World const& w, RangeSetType type = RangeSetType::srcPort) {
+  std::string out;
+  for (auto const& [key, set] : w.root->aggregatorStatus()->rangeSplitInfo(type)->rangeSetColl()) {
+    out += (out.empty() ? "" : " ") + Mox::valueToStrep(key) + ":";
+    for (auto const& e : set->range())
+      out += std::to_string(e.first()) + "-" + std::to_string(e.last()) + ",";
+    out.pop_back();
+  }
+  return out;
+}
+
+uint32_t uses(World const& w, uint64_t key) {
+  return w.root->aggregatorStatus()->genSetUsageInfo()->refCountValue(GenSetKey(key));
+}
+
+}  // namespace
+
+TEST(Sets, EqualContentIsEqualWhateverItsOrderAndKey) {
+  expectSame(rangeSet(1, {{1, 2}, {5, 9}}), rangeSet(2, {{5, 9}, {1, 2}}), true);
+  expectSame(rangeSet(1, {}), rangeSet(2, {}), true);
+  expectSame(rangeSet(1, {{1, 2}}), rangeSet(1, {{1, 2}}, RangeSetType::dstPort), false);
+  expectSame(rangeSet(1, {{1, 2}}), rangeSet(1, {{1, 2}, {3, 3}}), false);
+  expectSame(rangeSet(1, {{1, 4}, {2, 3}}), rangeSet(1, {{1, 3}, {2, 4}}), false);
+  expectSame(comboSet(1, {{1, 2}, {2, 1}}), comboSet(2, {{2, 1}, {1, 2}}), true);
+  expectSame(comboSet(1, {{1, 2}}), comboSet(1, {{2, 1}}), false);
+  expectSame(comboSet(1, {}), comboSet(1, {}, ComboLabelSetType::ipv4SrcDstPrefix), false);
+  expectSame(group({1, 2}), group({2, 1, 2}), true);
+  expectSame(group({1, 2}), group({1, 2, 3}), false);
+  expectSame(group({1, 4}), group({2, 3}), false);
+  EXPECT_FALSE(rangeSet(1, {})->isEqual(comboSet(1, {})));
+  EXPECT_FALSE(group({})->isEqual(rangeSet(1, {})));
+
+  auto const a = group<RangeSetKeyGroup>({1, 2});
+  auto const b = group<RangeSetKeyGroup>({2, 1});
+  a->rangeElemIs(RangeSetElem(1, 2));
+  expectSame(a, b, true);
+  expectSame(a, group({1, 2}), true);
+}
+
+TEST(Sets, HashesAreBuiltFromTheSumOfTheMembers) {
+  Elems const elems = {{1, 2}, {3, 65535}, {0, 0}};
+  uint64_t sum = 0;
+  for (auto const& [f, l] : elems) sum += RangeSetElem(f, l).hash();
+  EXPECT_EQ(rangeSet(9, elems, RangeSetType::length)->hash(),
+            jenkins(littleEndian(4, 4) + littleEndian(sum, 8)));
+  sum = GenSetKey(1).hash() + uint64_t{GenSetKey(7).hash()};
+  EXPECT_EQ(group({7, 1})->hash(), jenkins(littleEndian(sum, 8)));
+  GenSetRefCount count{GenSetKey(300)};
+  count.valueIs(1);
+  count.valueDec(2);
+  EXPECT_EQ(count.value(), 4294967295u);
+  EXPECT_EQ(count.hash(), jenkins(littleEndian(300, 8) + littleEndian(4294967295u, 4)));
+}
+
+TEST(Sets, StringValueShowsTwoMembersAndCountsTheRest) {
+  PrefixSet set{GenSetKey(7)};
+  EXPECT_EQ(set.stringValue(), " Key: 7");
+  set.exceptPrefixIs(Mox::valueFromText<Lumox::IpGenPrefix>("10.1.0.0/16"));
+  EXPECT_EQ(set.stringValue(), " Key: 7, Except: 10.1.0.0/16");
+  for (char const* p : {"10.0.0.0/8", "11.0.0.0/8", "12.0.0.0/8", "13.0.0.0/8", "14.0.0.0/8"})
+    set.prefixIs(Mox::valueFromText<Lumox::IpGenPrefix>(p));
+  EXPECT_EQ(set.stringValue(), " Key: 7: 10.0.0.0/8, 11.0.0.0/8 and 3 more, Except: 10.1.0.0/16");
+  set.exceptPrefixDelAll();
+  EXPECT_EQ(set.stringValue(), " Key: 7: 10.0.0.0/8, 11.0.0.0/8 and 3 more");
+  EXPECT_EQ(rangeSet(2, {}, RangeSetType::icmp)->stringValue(), " Key: 2, type:icmp");
+  EXPECT_EQ(rangeSet(2, {{1, 1}, {3, 4}})->stringValue(), " Key: 2, type:srcPort: 1-1, 3-4");
+  EXPECT_EQ(rangeSet(2, {{1, 1}, {3, 4}, {6, 7}})->stringValue(),
+            " Key: 2, type:srcPort: 1-1, 3-4 and 1 more");
+  EXPECT_EQ(comboSet(3, {{1, 2}, {3, 4}, {5, 6}})->stringValue(),
+            " Key: 3, type:srcDstL4Port: <1, 2>, <3, 4> and 1 more");
+}
+
+TEST(Sets, KeyGroupOperationsAreThoseOfSets) {
+  auto const g = group({5, 1});
+  g->addToKeyGroup(*group({3, 5, 9}));
+  EXPECT_EQ(keysOf(*g), "1 3 5 9");
+  g->removeFromKeyGroup(*group({2, 3, 9}));
+  EXPECT_EQ(keysOf(*g), "1 5");
+  g->addToKeyGroup(*g);
+  EXPECT_EQ(keysOf(*g), "1 5");
+  g->removeFromKeyGroup(*g);
+  EXPECT_EQ(g->keyGroups(), 0u);
+}
+
+TEST(Sets, PrefixListsCompareByTheirMembersInBothSets) {
+  auto const a = prefixList({"10.0.0.0/8", "11.0.0.0/8"}, {"10.1.0.0/16"});
+  expectSame(a, prefixList({"11.0.0.0/8", "10.0.0.0/8"}, {"10.1.0.0/16"}), true);
+  expectSame(a, prefixList({"10.0.0.0/8", "11.0.0.0/8"}), false);
+  expectSame(a, prefixList({"10.1.0.0/16"}, {"10.0.0.0/8", "11.0.0.0/8"}), false);
+  // Pairs that weak mixes of address and length take for the same.
+  expectSame(prefixList({"10.0.0.0/8"}), prefixList({"8.0.0.0/10"}), false);
+  expectSame(prefixList({"10.0.0.0/24"}), prefixList({"10.0.0.56/32"}), false);
+  expectSame(prefixList({"0.0.0.0/0"}), prefixList({"::/0"}), false);
+  expectSame(makePtr<PrefixListDedup>(a), makePtr<PrefixListDedup>(prefixList({})), false);
+}
+
+TEST(Sets, FilterHashesKeepFieldsAndFlagsApart) {
+  std::vector<std::string> const texts = {"",
+                                          "src 10.0.0.0/8",
+                                          "dst 10.0.0.0/8",
+                                          "src !10.0.0.0/8",
+                                          "sport 6",
+                                          "dport 6",
+                                          "icmp 6",
+                                          "proto 6",
+                                          "len 6",
+                                          "frag 6",
+                                          "dscp 6",
+                                          "proto 6,7",
+                                          "init",
+                                          "est",
+                                          "init est",
+                                          "sport 1 dport 2",
+                                          "sport 2 dport 1"};
+  std::map<uint64_t, std::string> seen;
+  for (auto const& text : texts) {
+    RuleConfig rule("r");
+    fillFilter(rule, text);
+    auto const [at, fresh] = seen.emplace(rule.ruleFilterIs()->contentHash(), text);
+    EXPECT_TRUE(fresh) << text << " hashes as " << at->second;
+  }
+  RuleConfig rule("r");
+  rule.ruleFilterIs()->sourceIs();
+  EXPECT_FALSE(seen.contains(rule.ruleFilter()->contentHash())) << "an absent list is not empty";
+}
+
+TEST(Sets, EqualGroupsShareALabelUntilCleared) {
+  GenSetKeyGroupDeduper deduper;
+  EXPECT_EQ(deduper.addGroup(group({2})), PlainLabel(1));
+  EXPECT_EQ(deduper.addGroup(group({})), PlainLabel(2));
+  EXPECT_EQ(deduper.addGroup(group<RangeSetKeyGroup>({2})), PlainLabel(1));
+  EXPECT_EQ(deduper.dedupedGenSetKeyGroup().size(), 2u);
+  deduper.clear();
+  EXPECT_EQ(deduper.addGroup(group({})), PlainLabel(1));
+  EXPECT_EQ(deduper.dedupedGenSetKeyGroup().size(), 1u);
+}
+
+TEST(Sets, SweepingDeletesWhatNothingMarkedAndEmptiesTheIndex) {
+  auto const info = makePtr<RangeSplitAggregatorInfo>(RangeSetType::srcPort);
+  RangeDedupMarkAndSweeper sweeper(RangeSetType::srcPort, info, Obel::ChipId(4));
+  for (uint64_t key : {1, 2}) {
+    auto const set = info->rangeSetCollIs(GenSetKey(key), RangeSetType::srcPort);
+    set->rangeIs(RangeSetElem(static_cast<uint16_t>(key), 9));
+    EXPECT_EQ(sweeper.addDeduped(set), GenSetKey(key));
+  }
+  EXPECT_EQ(sweeper.addDeduped(rangeSet(3, {{2, 9}})), GenSetKey(2)) << "the set that was first";
+  Trace trace(6);
+  sweeper.sweepUnmarked();
+  EXPECT_EQ(info->rangeSetColl().size(), 2u);
+  EXPECT_TRUE(sweeper.dedupedHash().empty());
+  sweeper.unmarkAll();
+  EXPECT_EQ(sweeper.addDeduped(rangeSet(4, {{1, 9}})), GenSetKey(1)) << "found again after a sweep";
+  EXPECT_EQ(trace.text, "");
+  for (int i = 0; i < 2; ++i) sweeper.sweepUnmarked();
+  EXPECT_EQ(trace.text, "RangeDeduper(type=srcPort, chipId:4): Cleaning up key:2\n");
+  EXPECT_EQ(info->rangeSetColl().size(), 1u);
+  EXPECT_EQ(sweeper.deduped().size(), 1u);
+}
+
+TEST(Sets, ARecordFreezesTheListThatItsSetWasBuiltFrom) {
+  auto const live = prefixList({"10.0.0.0/8"}, {"10.1.0.0/16"});
+  auto const record = prefixListDedupFactory(live);
+  EXPECT_EQ(record->prefixList(), live);
+  uint32_t const hash = record->hash();
+  record->prefixSetIs(makePtr<PrefixSet>(GenSetKey(1)));
+  live->addrIs(Mox::valueFromText<Lumox::IpGenPrefix>("11.0.0.0/8"));
+  EXPECT_EQ(record->hash(), hash);
+  expectSame(record, prefixListDedupFactory(prefixList({"10.0.0.0/8"}, {"10.1.0.0/16"})), true);
+  expectSame(record, prefixListDedupFactory(live), false);
+}
+
+TEST(Sets, AggregatorSharesSetsAndSpendsTheKeysOfDuplicates) {
+  World w(
+      "a 10 r src 10.0.0.0/8,11.0.0.0/8 sport 80\n"
+      "b 10 r src 11.0.0.0/8,10.0.0.0/8 sport 80 dport 1-2\n");
+  w.kick();
+  EXPECT_EQ(prefixSets(w), "1:10.0.0.0/8,11.0.0.0/8");
+  EXPECT_EQ(rangeSets(w), "2:80-80");
+  EXPECT_EQ(rangeSets(w, RangeSetType::dstPort), "4:1-2") << "key 3 went with a duplicate";
+  EXPECT_EQ(w.root->genSetKeyGen()->genKey(), 4u);
+  EXPECT_EQ(uses(w, 1), 2u);
+  EXPECT_EQ(uses(w, 2), 2u);
+  EXPECT_EQ(uses(w, 4), 1u);
+  auto const rule = w.root->aggregatorStatus()->aclGenSetIpRuleList("a")->genSetIpRule("r");
+  EXPECT_EQ(rule->sport(), GenSetKey(2));
+  EXPECT_FALSE(rule->dport());
+
+  w.rules("b 10 r src 10.0.0.0/8,11.0.0.0/8\n");
+  w.kick();
+  EXPECT_EQ(prefixSets(w), "1:10.0.0.0/8,11.0.0.0/8");
+  EXPECT_EQ(rangeSets(w), "2:80-80");
+  EXPECT_EQ(rangeSets(w, RangeSetType::dstPort), "");
+  w.rules("b 10 r dport 1-2\n");
+  w.kick();
+  EXPECT_GT(w.root->genSetKeyGen()->genKey(), 5u);
+  EXPECT_EQ(rangeSets(w, RangeSetType::dstPort),
+            std::to_string(w.root->genSetKeyGen()->genKey()) + ":1-2");
+}
+
+TEST(Sets, AnEditedListGetsANewSetAndHostBitsDoNotCount) {
+  World w("a 10 r src 10.1.2.3/8,10.9.9.9/8,!10.1.2.3/16\n");
+  w.kick();
+  EXPECT_EQ(prefixSets(w), "1:10.0.0.0/8,!10.1.0.0/16");
+  auto const list = w.rule("a", "r")->ruleFilter()->source();
+  list->addrIs(Mox::valueFromText<Lumox::IpGenPrefix>("11.0.0.0/8"));
+  w.kick();
+  EXPECT_EQ(prefixSets(w), "2:10.0.0.0/8,11.0.0.0/8,!10.1.0.0/16");
+  list->exceptAddrDelAll();
+  w.kick();
+  EXPECT_EQ(prefixSets(w), "3:10.0.0.0/8,11.0.0.0/8");
+  w.kick();
+  EXPECT_EQ(w.root->aggregatorStatus()->status(), StageStatusType::finishedSkipped);
+  EXPECT_EQ(w.root->genSetKeyGen()->genKey(), 3u);
+}
+
+TEST(Sets, PairsMatchedThroughACombinationDoNotCountAsUses) {
+  struct Case {
+    char const* filter;
+    uint32_t first, second;
+  };
+  for (Case const& c : {Case{"sport 1 dport 2", 0, 0}, Case{"sport 1 icmp 2", 1, 1},
+                        Case{"dport 1 icmp 2", 1, 1}, Case{"src 1.0.0.0/8 dst 2.0.0.0/8", 1, 1}}) {
+    SCOPED_TRACE(c.filter);
+    World w;
+    for (RangeSetType t : {RangeSetType::srcPort, RangeSetType::dstPort})
+      w.capability->rangeXformWidthIs(t, 8);
+    w.capability->comboXformWidthIs(ComboLabelSetType::srcDstL4Port, 8);
+    w.capability->comboXformWidthIs(ComboLabelSetType::ipv6SrcDstPrefix, 8);
+    w.capability->comboXformWidthIs(ComboLabelSetType::ipv4SrcDstPrefix, 0);
+    w.rules("a 10 r " + std::string(c.filter));
+    w.kick();
+    EXPECT_EQ(uses(w, 1), c.first);
+    EXPECT_EQ(uses(w, 2), c.second);
+  }
+}
+
+TEST(Sets, EveryChangeOfTheConfigurationChangesItsDigest) {
+  char const* const base = "a 10 r1 proto 6\na 20 r2 proto 17\nb 10 r1 sport 1\n";
+  std::map<std::string, std::string> seen;
+  for (char const* edit :
+       {"", "a 10 r1 proto 6 drop", "a 10 r1 proto 6 tc=3", "a 10 r1 icmp 6",
+        "a 10 r1 proto 6 init", "a 10 r1 proto 17\na 20 r2 proto 6",
+        "a 10 r1 proto 5\na 20 r2 proto 5", "a 30 r2 proto 17", "a 10 r2 proto 17\na 20 r1 proto 6",
+        "a 10 r1 proto 17\na 20 r2 proto 17", "a 10 r1 proto 6\na 20 r2 proto 6", "acl c",
+        "af b ipv6", "af b ipv4", "b 10 r2 sport 1"}) {
+    World w(base);
+    w.rules(edit);
+    AggregatorSm const sm(w.chipId, aggregatorConfigFactory(w.acls), makePtr<AggregatorStatus>(),
+                          w.capability, makePtr<GenSetKeyGenerator>());
+    auto const [at, fresh] = seen.emplace(Mox::valueToStrep(sm.doBuildWorkingSet()), edit);
+    EXPECT_TRUE(fresh) << edit << " | " << at->second;
+  }
+}
+
+TEST(Sets, ADeduperIsNotMadeAgainWithOtherArguments) {
+  auto const status = makePtr<AggregatorStatus>();
+  AggregatorSm sm(Obel::ChipId(1), aggregatorConfigFactory(makePtr<AclConfigColl>(Obel::ChipId(1))),
+                  status, makePtr<ChipHwCapability>(Obel::ChipId(1)),
+                  makePtr<GenSetKeyGenerator>());
+  PrefixXformKey const key(Lumox::ipv4(), true);
+  auto const info = status->prefixInfo(key);
+  auto const deduper = sm.prefixDeduperIs(key, info, Obel::ChipId(1));
+  EXPECT_EQ(sm.prefixDeduperIs(key, info, Obel::ChipId(1)), deduper);
+  auto const textOf = [](auto f) {
+    try {
+      f();
+    } catch (Mox::NameInUseError const& e) {
+      return std::string(e.what());
+    }
+    return std::string("nothing thrown");
+  };
+  std::string const head =
+      "Reinstantiating the pointer interface where constructor parameter attribute ";
+  EXPECT_EQ(textOf([&] { sm.prefixDeduperIs(key, info, Obel::ChipId(2)); }),
+            head + "_chipId has a different value of 2 than the current value of 1 not allowed");
+  std::string const other =
+      textOf([&] { sm.prefixDeduperIs(key, makePtr<PrefixAggregatorInfo>(key), Obel::ChipId(1)); });
+  EXPECT_TRUE(other.starts_with(head + "_prefixAggInfo has a different value of ")) << other;
+  auto const type = RangeSetType::proto;
+  sm.rangeDeduperIs(type, status->rangeSplitInfo(type), Obel::ChipId(1));
+  std::string const range = textOf(
+      [&] { sm.rangeDeduperIs(type, makePtr<RangeSplitAggregatorInfo>(type), Obel::ChipId(1)); });
+  EXPECT_TRUE(range.starts_with(head + "_rangeSplitAggInfo has a different value of ")) << range;
+}
+
+TEST(SetsDeathTest, MisuseEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "fast");
+  auto const prefixes = makePtr<PrefixSet>(GenSetKey(1));
+  auto const ranges = rangeSet(2, {});
+  EXPECT_DEATH(prefixes->hash(), "false && \"Not implemented\"");
+  EXPECT_DEATH(prefixes->isEqual(prefixes), "false && \"Not implemented\"");
+  EXPECT_DEATH(GenSet(GenSetKey(1)).hash(), "false && \"Not implemented\"");
+  Obel::ChipId const chip(0);
+  PrefixXformKey const key(Lumox::ipv4(), true);
+  PrefixDedupMarkAndSweeper const ofPrefixes(key, makePtr<PrefixAggregatorInfo>(key), chip);
+  EXPECT_DEATH(ofPrefixes.getGenSetKey(*ranges), "prefixListDedup");
+  RangeDedupMarkAndSweeper const ofRanges(RangeSetType::icmp, nullptr, chip);
+  EXPECT_DEATH(ofRanges.getGenSetKey(*prefixes), "rangeSet");
+  ComboLabelDedupMarkAndSweeper const ofCombos(ComboLabelSetType::srcDstL4Port, nullptr, chip);
+  EXPECT_DEATH(ofCombos.getGenSetKey(*ranges), "comboSet");
+  EXPECT_DEATH(DedupMarkAndSweeper().getGenSetKey(*ranges), "assertion failed");
+
+  World w;
+  w.rules("a 10 r proto 6");
+  w.rule("a", "r")->ruleFilterIs()->sourceIs();
+  EXPECT_DEATH(w.kick(), "source->addrs\\(\\) \\|\\| source->exceptAddrs\\(\\)");
+  w.rule("a", "r")->ruleFilterIs()->sourceDel();
+  w.rule("a", "r")->ruleFilterIs()->destinationIs();
+  EXPECT_DEATH(w.kick(), "destination->addrs\\(\\) \\|\\| destination->exceptAddrs\\(\\)");
+}
