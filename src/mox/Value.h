@@ -137,6 +137,8 @@ struct TextForm<T> {
       if (f.check) f.check(v);
     } catch (RangeError const& e) {
       throw RangeError(std::string(e.what()) + ", in field '" + f.name + "'");
+    } catch (ParseError const& e) {
+      throw ParseError(std::string(e.what()) + ", in field '" + f.name + "'");
     }
     separator = ", '";
   }

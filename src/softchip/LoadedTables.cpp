@@ -102,12 +102,13 @@ void LoadedTables::buildIndex(Acl& acl) {
     size_t const i = static_cast<size_t>(field);
     for (size_t at = 0; at < acl.entry.size(); ++at) {
       Entry const& e = acl.entry[at];
-      if (e.mask[i] == 0) {
+      unsigned const mask = e.mask[i] >> shift & 255;
+      unsigned const value = e.value[i] >> shift & 255;
+      if (mask ==
+          0) {  // a packet without label is turned away by the field's other byte, if at all
         acl.index.allowAll(d, at);
         continue;
       }
-      unsigned const mask = e.mask[i] >> shift & 255;
-      unsigned const value = e.value[i] >> shift & 255;
       // Every byte that agrees under the mask: count through the bits that are free.
       unsigned const free = ~mask & 255;
       for (unsigned bits = free;; bits = (bits - 1) & free) {

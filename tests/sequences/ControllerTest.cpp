@@ -1,12 +1,12 @@
 /// The stage controller over stages that the test plays by hand.
 
-#include <gtest/gtest.h>
+#include "naxel/control/NaxelStageControllerSm.h"
 
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "naxel/control/NaxelStageControllerSm.h"
+#include <gtest/gtest.h>
 
 namespace Test {
 namespace {
@@ -52,8 +52,7 @@ struct Bench {
 
   /// Puts a stage in, under the first or the second key of a keyed one.
   Mox::Ptr<FakeStage> add(Stage stage, bool second = false) {
-    auto const s =
-        Mox::makePtr<FakeStage>(Mox::stringValue(stage) + (second ? "2" : ""), log);
+    auto const s = Mox::makePtr<FakeStage>(Mox::stringValue(stage) + (second ? "2" : ""), log);
     PrefixXformKey const& key = second ? v4dst : v4src;
     auto const range = second ? RangeSetType::dscp : RangeSetType::srcPort;
     auto const combo =
@@ -114,9 +113,7 @@ struct Bench {
       stages.push_back(static_cast<Stage>(s));
     return stages;
   }
-  static bool keyed(Stage s) {
-    return s > Stage::stageAggregator && s < Stage::stageRuleExpander;
-  }
+  static bool keyed(Stage s) { return s > Stage::stageAggregator && s < Stage::stageRuleExpander; }
   void request(NaxelKickRequest what = NaxelKickRequest::naxelStart) {
     config->kickRequestIs(what);
     config->kickTimeIs(config->kickTime() + 1);
@@ -136,12 +133,11 @@ TEST(ControllerTest, StagesRunInOrderAndMembersOfAKeyedStageTogether) {
   auto const stages = b.addAll();
   auto const second = b.add(Stage::stageRangeEncoder, true);
   EXPECT_EQ(b.kick(), Status::finishedSuccess);
-  EXPECT_EQ(b.log, (std::vector<std::string>{"stageAggregator", "stagePrefixXform",
-                                             "stageRangeSplit", "stageComboLabelResolver",
-                                             "stageComboLabelSplit", "stagePrefixEncoder",
-                                             "stageRangeEncoder", "stageRangeEncoder2",
-                                             "stageComboLabelEncoder", "stageRuleExpander",
-                                             "stageLoader"}));
+  EXPECT_EQ(b.log, (std::vector<std::string>{
+                       "stageAggregator", "stagePrefixXform", "stageRangeSplit",
+                       "stageComboLabelResolver", "stageComboLabelSplit", "stagePrefixEncoder",
+                       "stageRangeEncoder", "stageRangeEncoder2", "stageComboLabelEncoder",
+                       "stageRuleExpander", "stageLoader"}));
   EXPECT_EQ(b.sm->activeStage(), Stage::stageInit);
   EXPECT_EQ(b.status->kickTime(), b.config->kickTime());
 }

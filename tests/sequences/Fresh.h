@@ -2,11 +2,11 @@
 
 /// Comparison of a pipeline with a history against one without.
 
-#include <gtest/gtest.h>
+#include "support/World.h"
 
 #include <functional>
 
-#include "support/World.h"
+#include <gtest/gtest.h>
 
 namespace Test {
 

@@ -405,7 +405,7 @@ TEST(LoaderTest, AnOutputOnceOfferedNeverChanges) {
   World w(firstRules);
   setWidths(w, Chip::combos);
   std::vector<std::pair<Mox::Ptr<PDData const>, std::string>> seen;
-  char const* const all[] = {secondRules, thirdRules,           firstRules, "edge 30 x proto 6",
+  char const* const all[] = {secondRules, thirdRules,         firstRules, "edge 30 x proto 6",
                              "acl empty", "edge 5 y len 5-9", firstRules};
   int step = 0;
   for (char const* rules : all) {

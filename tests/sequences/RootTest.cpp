@@ -127,9 +127,8 @@ TEST(RootTest, AClockThatStepsBackNeitherHangsNorRepeatsAKick) {
 }
 
 TEST(RootTest, AKickMayBeRequestedFromWithinANotification) {
-  for (Progress when :
-       {Progress::naxelRunning, Progress::naxelFinishedSuccess, Progress::naxelFinishedFail,
-        Progress::naxelCancelled}) {
+  for (Progress when : {Progress::naxelRunning, Progress::naxelFinishedSuccess,
+                        Progress::naxelFinishedFail, Progress::naxelCancelled}) {
     SCOPED_TRACE(when);
     World w(rules);
     Agent agent(w);

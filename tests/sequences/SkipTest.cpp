@@ -10,9 +10,7 @@ namespace {
 using namespace Naxel;
 using Stage = NaxelActiveStage;
 
-Lumox::IpGenPrefix prefix(char const* text) {
-  return Mox::valueFromText<Lumox::IpGenPrefix>(text);
-}
+Lumox::IpGenPrefix prefix(char const* text) { return Mox::valueFromText<Lumox::IpGenPrefix>(text); }
 
 constexpr char twoRules[] =
     "edge 10 one src 10.0.0.0/8 dst 20.0.0.0/8 sport 5 dport 80 proto 6\n"
@@ -147,8 +145,7 @@ std::vector<Edit> const& edits() {
       {"all ACLs are deleted", twoRules, [](World& w) { w.acls->aclDelAll(); }},
       {"a filter is taken away", twoRules,
        [](World& w) { w.rule("edge", "one")->ruleFilterDel(); }},
-      {"a constraint is taken away", twoRules,
-       [](World& w) { filter(w, "one")->sourceDel(); }},
+      {"a constraint is taken away", twoRules, [](World& w) { filter(w, "one")->sourceDel(); }},
       {"a rule is deleted and made anew under its name", twoRules,
        [](World& w) {
          w.acls->acl("edge")->ruleByNameDel("one");
@@ -229,8 +226,8 @@ TEST(SkipTest, AnUnchangedConfigurationSkipsAllButExpanderAndLoader) {
       w.root->stageSmStatus()->forEach(stage, [&](StageStatus const& status) {
         if (status.status() == StageStatusType::finishedNotEnabled) return;
         EXPECT_EQ(status.status(),
-                    works ? StageStatusType::finishedSuccess : StageStatusType::finishedSkipped)
-              << stage;
+                  works ? StageStatusType::finishedSuccess : StageStatusType::finishedSkipped)
+            << stage;
       });
     }
   }
@@ -271,24 +268,19 @@ TEST(SkipTest, TooManyPiecesFailEveryTimeAndThenWorkAgain) {
       {"edge 10 a src 10.0.0.0/8\nedge 20 b src 11.0.0.0/8\nedge 30 c src 12.0.0.0/8",
        "edge 10 a src 10.0.0.0/8\nedge 20 b src 10.0.0.0/8\nedge 30 c src 10.0.0.0/8",
        Stage::stagePrefixXform,
-       [](World& w) {
-         w.capability->prefixXformWidthIs(PrefixXformKey(Lumox::ipv4(), true), 1);
-       }},
+       [](World& w) { w.capability->prefixXformWidthIs(PrefixXformKey(Lumox::ipv4(), true), 1); }},
       // Two labels, which a width of 1 could hold were not one value kept for misses.
       {"edge 10 a src 10.0.0.0/8,11.0.0.0/8\nedge 20 b src 11.0.0.0/8",
        "edge 10 a src 10.0.0.0/8,11.0.0.0/8\nedge 20 b src 10.0.0.0/8,11.0.0.0/8",
        Stage::stagePrefixXform,
-       [](World& w) {
-         w.capability->prefixXformWidthIs(PrefixXformKey(Lumox::ipv4(), true), 1);
-       }},
+       [](World& w) { w.capability->prefixXformWidthIs(PrefixXformKey(Lumox::ipv4(), true), 1); }},
       {"edge 10 a dport 1\nedge 20 b dport 2", "edge 10 a dport 1\nedge 20 b dport 1",
        Stage::stageRangeSplit,
        [](World& w) { w.capability->rangeXformWidthIs(RangeSetType::dstPort, 1); }},
       {"edge 10 a src 10.0.0.0/8 dst 20.0.0.0/8\nedge 20 b src 11.0.0.0/8 dst 20.0.0.0/8",
        "edge 10 a src 10.0.0.0/8 dst 20.0.0.0/8\nedge 20 b src 10.0.0.0/8 dst 20.0.0.0/8",
-       Stage::stageComboLabelSplit, [](World& w) {
-         w.capability->comboXformWidthIs(ComboLabelSetType::ipv4SrcDstPrefix, 1);
-       }}};
+       Stage::stageComboLabelSplit,
+       [](World& w) { w.capability->comboXformWidthIs(ComboLabelSetType::ipv4SrcDstPrefix, 1); }}};
   for (Case const& c : cases) {
     SCOPED_TRACE(c.rules);
     for (bool workedBefore : {false, true}) {
@@ -326,9 +318,9 @@ TEST(SkipTest, TooManyPiecesFailEveryTimeAndThenWorkAgain) {
 }
 
 TEST(SkipTest, AnImpossibleConfigurationFailsEveryTimeUntilItIsMended) {
-  for (char const* bad : {"zz 10 r dport 9-8", "zz 10 r dport 80-65616", "zz 10 r proto 256",
-                          "zz 10 r src 10.0.0.0/8 dst 2001::/16",
-                          "af zz ipv6\nzz 10 r src 10.0.0.0/8"}) {
+  for (char const* bad :
+       {"zz 10 r dport 9-8", "zz 10 r dport 80-65616", "zz 10 r proto 256",
+        "zz 10 r src 10.0.0.0/8 dst 2001::/16", "af zz ipv6\nzz 10 r src 10.0.0.0/8"}) {
     SCOPED_TRACE(bad);
     World w(twoRules);
     kickOk(w);

@@ -140,7 +140,8 @@ std::vector<std::string> randomRules(Random& random, size_t count, bool six) {
     std::string out;
     do {
       uint64_t const first = random.oneIn(2) ? random.below(5) : random.below(bound + 1);
-      uint64_t const last = std::min<uint64_t>(bound, first + random.below(1 + bound / 2));
+      uint64_t const width = random.oneIn(2) ? random.below(3) : random.below(1 + bound / 2);
+      uint64_t const last = std::min<uint64_t>(bound, first + width);
       out += (out.empty() ? "" : ",") + std::to_string(first) + "-" + std::to_string(last);
     } while (random.oneIn(3));
     return out;
@@ -148,8 +149,8 @@ std::vector<std::string> randomRules(Random& random, size_t count, bool six) {
   std::vector<std::string> rules;
   for (size_t i = 0; i < count; ++i) {
     std::string rule;
-    if (random.oneIn(2)) rule += " src " + list();
-    if (random.oneIn(2)) rule += " dst " + list();
+    if (!random.oneIn(4)) rule += " src " + list();
+    if (!random.oneIn(4)) rule += " dst " + list();
     static char const* const fields[] = {"sport", "dport", "icmp", "proto", "len", "frag", "dscp"};
     for (size_t f = 0; f < 7; ++f)
       if (random.oneIn(5))
@@ -176,7 +177,7 @@ TEST(RuleOracle, TheIndexedOracleIsTheDirectOne) {
       ASSERT_EQ(oracle.firstMatch(packet), direct) << packet;
       ++seen[direct];
     }
-    EXPECT_GT(seen.size(), 5u);
+    EXPECT_GT(seen.size(), 10u);
   }
 }
 
@@ -195,24 +196,23 @@ TEST(PacketSource, PacketsInsideARuleMatchItWhereverAnythingDoes) {
   auto const acl = aclOf(rules);
   PacketSource source(*acl, 1);
   ASSERT_EQ(source.rules(), rules.size());
-  size_t made = 0;
+  size_t empty = 0;
   for (size_t i = 0; i < rules.size(); ++i) {
+    SCOPED_TRACE(rules[i]);
     auto const rule = acl->ruleById(AceIndex(static_cast<uint32_t>(10 * i + 10)));
     for (int n = 0; n < 50; ++n) {
       auto const packet = source.inside(i);
       if (i < nothing.size()) {
-        EXPECT_FALSE(packet) << rules[i];
+        EXPECT_FALSE(packet);
       } else if (i < nothing.size() + hard.size()) {
-        EXPECT_TRUE(packet) << rules[i];
+        EXPECT_TRUE(packet);
       }
-      if (!packet) continue;
-      ++made;
-      if (rule->ruleFilter()) {
-        EXPECT_TRUE(matches(*rule->ruleFilter(), *packet)) << rules[i] << ": " << *packet;
-      }
+      bool const matched = matches(*rule->ruleFilterIs(), packet ? *packet : source.next());
+      EXPECT_EQ(matched, packet.has_value());
+      if (!packet) ++empty;
     }
   }
-  EXPECT_GT(made, 150u * 50);
+  EXPECT_LT(empty, 80u * 50);
 }
 
 TEST(PacketSource, CornersAreTheEndsAndTheirNeighbours) {

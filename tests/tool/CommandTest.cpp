@@ -1,12 +1,11 @@
 // The program as its users run it: output, exit codes, files.
 
-#include <sys/wait.h>
-
 #include <array>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <sys/wait.h>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -138,8 +137,9 @@ TEST_F(Command, ExamplesVerifyOnBothChips) {
   EXPECT_EQ(o.code, 0) << o.out << o.err;
   EXPECT_NE(o.out.find("edge-in6: "), std::string::npos);
   EXPECT_NE(o.out.find("total: 3000 packets, "), std::string::npos);
-  EXPECT_EQ(o.out, run("verify --packets 3000 --seed 1 --chip " + examples + "/combo-chip.json " +
-                       inputs).out);
+  EXPECT_EQ(
+      o.out,
+      run("verify --packets 3000 --seed 1 --chip " + examples + "/combo-chip.json " + inputs).out);
 }
 
 TEST_F(Command, SummaryCountsEntriesAndCrossProduct) {
@@ -171,7 +171,9 @@ TEST_F(Command, ReadsGzipAndNamesTheAclAfterTheFile) {
   Outcome const clash = run("compile branch.rules.gz " + examples + "/branch.rules");
   EXPECT_EQ(clash.code, 2);
   EXPECT_NE(clash.err.find(examples + "/branch.rules: error: ACL 'branch.rules' stands in "
-                                      "branch.rules.gz already"), std::string::npos) << clash.err;
+                                      "branch.rules.gz already"),
+            std::string::npos)
+      << clash.err;
   std::string const bytes = read("branch.rules.gz");
   write("cut.gz", bytes.substr(0, bytes.size() / 2));
   EXPECT_EQ(run("compile cut.gz").err, "cut.gz: error: unexpected end of the compressed data\n");
@@ -200,14 +202,21 @@ TEST_F(Command, BadInputExitsWith2) {
       {"compile .", ".: error: Is a directory\n"},
       {"compile blank", "blank: error: the file is empty\n"},
       {"compile text", "text:2:3: error: rules begin with '@' (ClassBench) or '{' (JSON)\n"},
-      {"compile --format json text", "text:2:3: error: syntax error while parsing value - invalid literal\n"},
-      {"compile --format classbench a.json", "a.json:1: error: expected '@' before '{\"schema\":\"naxel-rules\",\"version\":1,\"acls\":[{\"name\":\"a\",\"af\":\"ipv4\",\"rules\":[]}]}'\n"},
+      {"compile --format json text",
+       "text:2:3: error: syntax error while parsing value - invalid literal\n"},
+      {"compile --format classbench a.json",
+       "a.json:1: error: expected '@' before "
+       "'{\"schema\":\"naxel-rules\",\"version\":1,\"acls\":[{\"name\":\"a\",\"af\":\"ipv4\","
+       "\"rules\":[]}]}'\n"},
       {"compile --chip a.json a.json", "a.json:1:11: error: 'schema' must be \"naxel-chip\"\n"},
       {"compile a.json a.json", "a.json:1:53: error: duplicate ACL 'a'\n"},
-      {"compile -o no/where a.json", "naxel: error: no/where: cannot be written: No such file or directory\n"},
+      {"compile -o no/where a.json",
+       "naxel: error: no/where: cannot be written: No such file or directory\n"},
       {"classify --src 1.2.3 --dst 1.2.3.4 a.json", "naxel: error: '1.2.3' is not an address\n"},
-      {"classify --src ::1 --dst 1.2.3.4 a.json", "naxel: error: the addresses are of different families\n"},
-      {"classify --src 1.2.3.4 --dst 1.2.3.4 --acl b a.json", "naxel: error: there is no ACL 'b'\n"},
+      {"classify --src ::1 --dst 1.2.3.4 a.json",
+       "naxel: error: the addresses are of different families\n"},
+      {"classify --src 1.2.3.4 --dst 1.2.3.4 --acl b a.json",
+       "naxel: error: there is no ACL 'b'\n"},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(c.arguments);
@@ -232,9 +241,12 @@ TEST_F(Command, FailedKickExitsWith3AndKeepsTheOldFile) {
     char const* reason;
   };
   Case const cases[] = {
-      {R"("prefixXformWidth":{"ipv4Src":1})", "Naxel failed at stagePrefixXform on chip 0", "ipv4Src: "},
-      {R"("chipId":9,"softChip":{"capacity":{"v4Source":2},"answerAfterTicks":3})", "Naxel failed at stageLoader on chip 9", "v4Source: 3 entries needed, 2 available"},
-      {R"("softChip":{"refuseAcquires":1,"refuseTable":"dscp"})", "Naxel failed at stageLoader on chip 0", ""},
+      {R"("prefixXformWidth":{"ipv4Src":1})", "Naxel failed at stagePrefixXform on chip 0",
+       "ipv4Src: "},
+      {R"("chipId":9,"softChip":{"capacity":{"v4Source":2},"answerAfterTicks":3})",
+       "Naxel failed at stageLoader on chip 9", "v4Source: 3 entries needed, 2 available"},
+      {R"("softChip":{"refuseAcquires":1,"refuseTable":"dscp"})",
+       "Naxel failed at stageLoader on chip 0", ""},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(c.chip);
@@ -254,16 +266,22 @@ TEST_F(Command, FailedKickExitsWith3AndKeepsTheOldFile) {
 }
 
 TEST_F(Command, ClassifyGivesTheReason) {
-  Outcome const o = run("classify --src 192.0.2.100 --dst 203.0.113.5 --proto 6 --sport 50000 --dport 22 "
-                        "--tcp syn --acl edge-in " + examples + "/edge.json");
+  Outcome const o =
+      run("classify --src 192.0.2.100 --dst 203.0.113.5 --proto 6 --sport 50000 --dport 22 "
+          "--tcp syn --acl edge-in " +
+          examples + "/edge.json");
   EXPECT_EQ(o.code, 0) << o.err;
-  EXPECT_NE(o.out.find("edge-in: rule 80 'ssh': permit, log, set dscp 16\n"
-                       "  because  source lies in 192.0.2.0/24 and not in the except prefix\n"
-                       "           destination lies in 203.0.113.0/24 and not in the except prefix\n"
-                       "           dport 22\n"
-                       "           proto 6\n"), std::string::npos) << o.out;
+  EXPECT_NE(
+      o.out.find("edge-in: rule 80 'ssh': permit, log, set dscp 16\n"
+                 "  because  source lies in 192.0.2.0/24 and not in the except prefix\n"
+                 "           destination lies in 203.0.113.0/24 and not in the except prefix\n"
+                 "           dport 22\n"
+                 "           proto 6\n"),
+      std::string::npos)
+      << o.out;
   EXPECT_NE(run("classify --src 192.0.2.200 --dst 203.0.113.5 --proto 6 --dport 22 --tcp syn " +
-                examples + "/edge.json").out.find("edge-in: rule 1000 'rest': drop, log"),
+                examples + "/edge.json")
+                .out.find("edge-in: rule 1000 'rest': drop, log"),
             std::string::npos);
 }
 

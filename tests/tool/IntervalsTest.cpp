@@ -1,13 +1,12 @@
 // Sizes of minimal prefix covers and of cross products.
 
+#include "CrossProduct.h"
 #include "Intervals.h"
+#include "JsonConfigReader.h"
 
 #include <random>
 
 #include <gtest/gtest.h>
-
-#include "CrossProduct.h"
-#include "JsonConfigReader.h"
 
 namespace NaxelTool {
 namespace {
@@ -81,14 +80,16 @@ TEST(CrossProduct, MultipliesTheCoversOfTheConstrainedFields) {
       {"ranges join", R"("dport":["0-99","100-127",50])", 1},
       {"narrow fields", R"("dscp":"1-62","fragment":"1-8190")", 10 * 24},
       {"product", R"("source":["1.0.0.0/8","3.0.0.0/8"],"destination":["1.0.0.0/8","3.0.0.0/8"],
-                     "sport":"1024-65535","dport":[1,3,5],"proto":[6,17])", 2 * 2 * 6 * 3 * 2},
+                     "sport":"1024-65535","dport":[1,3,5],"proto":[6,17])",
+       2 * 2 * 6 * 3 * 2},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(c.name);
     RuleSet rules(Obel::ChipId(0));
-    readJsonConfig("f", R"({"schema":"naxel-rules","version":1,"acls":[{"name":"a","af":"ipv4",)"
-                        R"("rules":[{"index":1,"name":"r",)" +
-                            std::string(c.rule) + "}]}]}",
+    readJsonConfig("f",
+                   R"({"schema":"naxel-rules","version":1,"acls":[{"name":"a","af":"ipv4",)"
+                   R"("rules":[{"index":1,"name":"r",)" +
+                       std::string(c.rule) + "}]}]}",
                    rules);
     EXPECT_EQ(CrossProduct().entries(*rules.acls()->acl("a")), c.entries);
   }
@@ -99,7 +100,8 @@ TEST(CrossProduct, IsNotCutTo32Bits) {
   RuleSet rules(Obel::ChipId(0));
   readJsonConfig("f",
                  R"({"schema":"naxel-rules","version":1,"acls":[{"name":"a","af":"ipv6","rules":[)"
-                 R"({"index":1,"name":"big","source":)" + worst6 + R"(,"destination":)" + worst6 +
+                 R"({"index":1,"name":"big","source":)" +
+                     worst6 + R"(,"destination":)" + worst6 +
                      R"(,"sport":"1-65534","dport":"1-65534","length":"1-65534",)"
                      R"("fragment":"1-8190","icmpType":"1-254","proto":"1-254","dscp":"1-62"},)"
                      R"({"index":2,"name":"small"}]}]})",

@@ -21,14 +21,12 @@ class Reader {
     ChipSetup out;
     uint64_t id = 0;
     file_.ifNumber(root, "chipId", 0, 255, [&](uint64_t v) { id = v; });
-    auto const chip =
-        Mox::makePtr<Naxel::ChipHwCapability>(Obel::ChipId(static_cast<uint8_t>(id)));
+    auto const chip = Mox::makePtr<Naxel::ChipHwCapability>(Obel::ChipId(static_cast<uint8_t>(id)));
     readWidths(*chip);
     file_.ifFlag(root, "tcpFlagsXformSupported",
                  [&](bool v) { chip->tcpFlagsXformSupportedIs(v); });
-    file_.ifNumber(root, "tcpFlagsXformWidth", 0, widest, [&](uint64_t v) {
-      chip->tcpFlagsXformWidthIs(static_cast<uint8_t>(v));
-    });
+    file_.ifNumber(root, "tcpFlagsXformWidth", 0, widest,
+                   [&](uint64_t v) { chip->tcpFlagsXformWidthIs(static_cast<uint8_t>(v)); });
     out.capability = chip;
     file_.ifFlag(root, "permitDuringUpdate", [&](bool v) { out.permitDuringUpdate = v; });
     if (JsonNode const* const node = JsonFile::find(root, "softChip")) readSoftChip(*node, out);
@@ -40,8 +38,7 @@ class Reader {
     // A prefix always goes through its table; a width of 0 has no meaning there.
     forMembers(file_.root(), "prefixXformWidth", [&](JsonMember const& m) {
       for (Naxel::PrefixXformKey const& key : Naxel::PrefixXformKey::all())
-        if (m.name == prefixKeyName(key))
-          return chip.prefixXformWidthIs(key, width(m, 1));
+        if (m.name == prefixKeyName(key)) return chip.prefixXformWidthIs(key, width(m, 1));
       unknown(m);
     });
     forMembers(file_.root(), "rangeXformWidth", [&](JsonMember const& m) {
@@ -57,10 +54,10 @@ class Reader {
   }
 
   void readSoftChip(JsonNode const& node, ChipSetup& out) {
-    file_.object(node, "'softChip'",
-                 {"capacity", "answerAfterTicks", "pace", "order", "tcpFlags", "staleAnswers",
-                  "confirmPolicyAfterTicks", "forceHitful", "refuseTable", "refuseAcquires",
-                  "missYields"});
+    file_.object(
+        node, "'softChip'",
+        {"capacity", "answerAfterTicks", "pace", "order", "tcpFlags", "staleAnswers",
+         "confirmPolicyAfterTicks", "forceHitful", "refuseTable", "refuseAcquires", "missYields"});
     SoftChip::Options& o = out.softChip;
     auto const number = [&](std::string_view field, uint32_t& to) {
       file_.ifNumber(node, field, 0, 1000000, [&](uint64_t v) { to = static_cast<uint32_t>(v); });

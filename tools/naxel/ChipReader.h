@@ -3,10 +3,10 @@
 /// Descriptions of a chip: its label widths, and how the software chip behaves that stands in for it.
 /// The format is described in docs/formats.md and schema/naxel-chip.schema.json.
 
-#include <string>
-
 #include "naxel/loader/HwCapability.h"
 #include "softchip/SoftChip.h"
+
+#include <string>
 
 namespace NaxelTool {
 

@@ -1,9 +1,9 @@
 #include "ClassBenchReader.h"
 
+#include "InputFile.h"
+
 #include <charconv>
 #include <stdexcept>
-
-#include "InputFile.h"
 
 namespace NaxelTool {
 
@@ -45,11 +45,14 @@ class Line {
   }
 
  private:
-  void skipBlanks() { rest_.remove_prefix(std::min(rest_.find_first_not_of(blanks), rest_.size())); }
+  void skipBlanks() {
+    rest_.remove_prefix(std::min(rest_.find_first_not_of(blanks), rest_.size()));
+  }
 
   uint32_t number(int base, uint32_t max) {
     uint64_t value = 0;
-    auto const [end, error] = std::from_chars(rest_.data(), rest_.data() + rest_.size(), value, base);
+    auto const [end, error] =
+        std::from_chars(rest_.data(), rest_.data() + rest_.size(), value, base);
     if (end == rest_.data()) failBefore("expected a number");
     if (error != std::errc() || value > max)
       failBefore("the number must be at most " + std::to_string(max));

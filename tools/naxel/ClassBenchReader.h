@@ -7,9 +7,9 @@
 /// source, destination, source ports, destination ports, protocol and mask, and optionally the
 /// flags and their mask. Rules are permits; what matches everything is left unconstrained.
 
-#include <string>
-
 #include "RuleSet.h"
+
+#include <string>
 
 namespace NaxelTool {
 

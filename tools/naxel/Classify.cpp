@@ -1,10 +1,10 @@
 #include "Classify.h"
 
-#include <stdexcept>
-
 #include "Verdicts.h"
 #include "lumox/Ip6Addr.h"
 #include "softchip/RuleOracle.h"
+
+#include <stdexcept>
 
 namespace NaxelTool {
 
@@ -19,9 +19,8 @@ class Reasons {
     side("source", filter.source(), packet_.src);
     side("destination", filter.destination(), packet_.dst);
     size_t type = 0;
-    filter.forEachRangeColl([&](auto const& ranges) {
-      field(static_cast<Naxel::RangeSetType>(type++), ranges);
-    });
+    filter.forEachRangeColl(
+        [&](auto const& ranges) { field(static_cast<Naxel::RangeSetType>(type++), ranges); });
     if (filter.matchTcpInit()) out_.push_back("it opens a TCP connection");
     if (filter.matchTcpEstablished()) out_.push_back("it belongs to a TCP connection");
     if (out_.empty()) out_.push_back("the rule matches every packet");
@@ -34,8 +33,7 @@ class Reasons {
     if (!list) return;
     Lumox::IpGenPrefix const* longest = nullptr;
     for (Lumox::IpGenPrefix const& p : list->addr())
-      if (p.containsAddress(address.hi, address.lo) &&
-          (!longest || p.length() > longest->length()))
+      if (p.containsAddress(address.hi, address.lo) && (!longest || p.length() > longest->length()))
         longest = &p;
     std::string text = std::string(name) + " lies in ";
     text += longest ? Mox::valueToStrep(*longest) : "no prefix";

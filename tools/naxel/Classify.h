@@ -2,10 +2,10 @@
 
 /// Looks one packet up and says why it gets the verdict that it gets.
 
+#include "Session.h"
+
 #include <ostream>
 #include <string>
-
-#include "Session.h"
 
 namespace NaxelTool {
 

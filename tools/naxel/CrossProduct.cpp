@@ -1,8 +1,8 @@
 #include "CrossProduct.h"
 
-#include <type_traits>
-
 #include "Intervals.h"
+
+#include <type_traits>
 
 namespace NaxelTool {
 

@@ -3,10 +3,10 @@
 /// What the rules would cost without labels: every rule as the cross product of the prefixes that
 /// cover each of its fields exactly.
 
+#include "naxel/types/AclConfig.h"
+
 #include <cstdint>
 #include <unordered_map>
-
-#include "naxel/types/AclConfig.h"
 
 namespace NaxelTool {
 

@@ -1,5 +1,7 @@
 #include "InputFile.h"
 
+#include "Errors.h"
+
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -7,8 +9,6 @@
 #include <memory>
 
 #include <zlib.h>
-
-#include "Errors.h"
 
 namespace NaxelTool {
 

@@ -4,11 +4,11 @@
 /// prefixes (value/mask pairs whose mask is a run of leading ones). That number is what a set costs in
 /// a table that knows only prefixes.
 
+#include "naxel/types/IpPrefixList.h"
+
 #include <bit>
 #include <cstdint>
 #include <vector>
-
-#include "naxel/types/IpPrefixList.h"
 
 namespace NaxelTool {
 

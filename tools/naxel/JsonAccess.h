@@ -3,13 +3,13 @@
 /// Checked reading of the values of a JSON file: each function gives the value in the wanted type or
 /// throws an InputError at the value's place. `what` names the value in the error.
 
+#include "JsonDocument.h"
+#include "mox/Enum.h"
+
 #include <initializer_list>
 #include <limits>
 #include <string>
 #include <string_view>
-
-#include "JsonDocument.h"
-#include "mox/Enum.h"
 
 namespace NaxelTool {
 
@@ -24,7 +24,9 @@ class JsonFile {
   JsonNode const& root() const { return root_; }
 
   [[noreturn]] void fail(Position at, std::string const& text) const;
-  [[noreturn]] void fail(JsonNode const& node, std::string const& text) const { fail(node.at, text); }
+  [[noreturn]] void fail(JsonNode const& node, std::string const& text) const {
+    fail(node.at, text);
+  }
 
   /// The members of an object that may hold only the named fields; any field if none is named.
   JsonNode::Object const& object(JsonNode const& node, std::string_view what,

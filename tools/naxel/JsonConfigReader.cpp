@@ -1,12 +1,12 @@
 #include "JsonConfigReader.h"
 
+#include "Intervals.h"
+#include "JsonAccess.h"
+
 #include <charconv>
 #include <map>
 #include <optional>
 #include <stdexcept>
-
-#include "Intervals.h"
-#include "JsonAccess.h"
 
 namespace NaxelTool {
 
@@ -47,10 +47,10 @@ class Reader {
   }
 
   void readRule(JsonNode const& node, Naxel::AclConfig& acl) {
-    file_.object(node, "a rule",
-                 {"index", "name", "source", "destination", "sport", "dport", "icmpType", "proto",
-                  "length", "fragment", "dscp", "matchTcpInit", "matchTcpEstablished",
-                  "continueRule", "action"});
+    file_.object(
+        node, "a rule",
+        {"index", "name", "source", "destination", "sport", "dport", "icmpType", "proto", "length",
+         "fragment", "dscp", "matchTcpInit", "matchTcpEstablished", "continueRule", "action"});
     JsonNode const& indexNode = file_.need(node, "index");
     Naxel::AceIndex const index(
         static_cast<uint32_t>(file_.number(indexNode, "index", 0, Naxel::AceIndex::null)));
@@ -89,13 +89,11 @@ class Reader {
     Naxel::NaxelActionValue a;
     file_.ifFlag(node, "dropEnabled", [&](bool v) { a.dropEnabledIs(v); });
     file_.ifFlag(node, "logEnabled", [&](bool v) { a.logEnabledIs(v); });
-    file_.ifNumber(node, "dscp", 0, Naxel::DscpRange::bound, [&](uint64_t v) {
-      a.dscpIs(Lumox::DscpValue(static_cast<uint8_t>(v)));
-    });
+    file_.ifNumber(node, "dscp", 0, Naxel::DscpRange::bound,
+                   [&](uint64_t v) { a.dscpIs(Lumox::DscpValue(static_cast<uint8_t>(v))); });
     file_.ifFlag(node, "setDscpEnabled", [&](bool v) { a.setDscpEnabledIs(v); });
-    file_.ifNumber(node, "tc", 0, Naxel::NaxelTrafficClass::null, [&](uint64_t v) {
-      a.tcIs(Naxel::NaxelTrafficClass(static_cast<uint8_t>(v)));
-    });
+    file_.ifNumber(node, "tc", 0, Naxel::NaxelTrafficClass::null,
+                   [&](uint64_t v) { a.tcIs(Naxel::NaxelTrafficClass(static_cast<uint8_t>(v))); });
     file_.ifFlag(node, "setTcEnabled", [&](bool v) { a.setTcEnabledIs(v); });
     file_.ifFlag(node, "sflowEnabled", [&](bool v) { a.sflowEnabledIs(v); });
     return a;
@@ -130,8 +128,7 @@ class Reader {
     } else {
       file_.object(node, "a prefix list", {"addr", "except"});
       if (JsonNode const* const addr = JsonFile::find(node, "addr"))
-        readPrefixes(*addr, "addr", af,
-                     [&](Lumox::IpGenPrefix const& p) { out.list->addrIs(p); });
+        readPrefixes(*addr, "addr", af, [&](Lumox::IpGenPrefix const& p) { out.list->addrIs(p); });
       if (JsonNode const* const except = JsonFile::find(node, "except"))
         readPrefixes(*except, "except", af,
                      [&](Lumox::IpGenPrefix const& p) { out.list->exceptAddrIs(p); });

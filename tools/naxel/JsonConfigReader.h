@@ -3,9 +3,9 @@
 /// Reader of our own rule files, which can say everything that a rule can. The format is described in
 /// docs/formats.md and schema/naxel-rules.schema.json.
 
-#include <string>
-
 #include "RuleSet.h"
+
+#include <string>
 
 namespace NaxelTool {
 

@@ -28,7 +28,8 @@ class TokenWalk {
       while (at_ < text_.size() && text_[at_] != '"') at_ += text_[at_] == '\\' ? 2 : 1;
       at_ = std::min(at_ + 1, text_.size());
     } else if (std::string_view("{}[]").find(first) == npos) {
-      while (at_ < text_.size() && std::string_view(" \t\r\n,:{}[]").find(text_[at_]) == npos) ++at_;
+      while (at_ < text_.size() && std::string_view(" \t\r\n,:{}[]").find(text_[at_]) == npos)
+        ++at_;
     }
     return start;
   }
@@ -76,8 +77,7 @@ class Builder : public nlohmann::json_sax<Json> {
     return true;
   }
 
-  bool parse_error(std::size_t, std::string const&,
-                   nlohmann::detail::exception const& e) override {
+  bool parse_error(std::size_t, std::string const&, nlohmann::detail::exception const& e) override {
     // What the parser says is "[id] parse error at line L, column C: syntax error while parsing X -
     // unexpected Y; last read: Z"; the place is ours to print: where the token begins.
     std::string what = e.what();

@@ -3,12 +3,12 @@
 /// A JSON text as a tree in which every value and every member name knows its place in the text, so
 /// that whatever is wrong with a value can be reported there.
 
+#include "Errors.h"
+
 #include <cstdint>
 #include <string>
 #include <variant>
 #include <vector>
-
-#include "Errors.h"
 
 namespace NaxelTool {
 

@@ -1,12 +1,11 @@
 #include "OutputFile.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace NaxelTool {
 

@@ -25,8 +25,8 @@ void readRuleFiles(std::vector<std::string> const& paths, RuleFormat format, Fla
     if ((format == RuleFormat::automatic ? formatOf(path, content) : format) == RuleFormat::json) {
       readJsonConfig(path, content, out);
     } else if (size_t const unused = readClassBench(path, content, flags, out)) {
-      remarks << path << ": note: " << unused
-              << (unused == 1 ? " rule carries" : " rules carry") << " flags that are not used\n";
+      remarks << path << ": note: " << unused << (unused == 1 ? " rule carries" : " rules carry")
+              << " flags that are not used\n";
     }
   }
 }

@@ -2,12 +2,12 @@
 
 /// Reading all rule files of a run.
 
+#include "ClassBenchReader.h"
+#include "RuleSet.h"
+
 #include <ostream>
 #include <string>
 #include <vector>
-
-#include "ClassBenchReader.h"
-#include "RuleSet.h"
 
 namespace NaxelTool {
 

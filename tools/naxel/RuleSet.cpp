@@ -1,8 +1,8 @@
 #include "RuleSet.h"
 
-#include <stdexcept>
-
 #include "Intervals.h"
+
+#include <stdexcept>
 
 namespace NaxelTool {
 
@@ -10,9 +10,10 @@ Naxel::AclConfig& RuleSet::aclIs(std::string const& name, Lumox::AddressFamily a
                                  std::string const& file, Position at) {
   auto const [where, isNew] = file_.try_emplace(name, file);
   if (!isNew)
-    throw InputError(file, at, where->second == file
-                                   ? "duplicate ACL '" + name + "'"
-                                   : "ACL '" + name + "' stands in " + where->second + " already");
+    throw InputError(file, at,
+                     where->second == file
+                         ? "duplicate ACL '" + name + "'"
+                         : "ACL '" + name + "' stands in " + where->second + " already");
   Mox::Ptr<Naxel::AclConfig> const acl = acls_->aclIs(name);
   acl->afIs(af);
   return *acl;
@@ -25,8 +26,8 @@ Lumox::IpGenPrefix prefixFromText(std::string_view text) {
     throw std::invalid_argument(quoted + " is not a prefix: the length is missing");
   unsigned const bits = text.find(':') == std::string_view::npos ? 32 : 128;
   std::string_view const digits = text.substr(slash + 1);
-  bool const isNumber = !digits.empty() &&
-                        digits.find_first_not_of("0123456789") == std::string_view::npos;
+  bool const isNumber =
+      !digits.empty() && digits.find_first_not_of("0123456789") == std::string_view::npos;
   if (isNumber && (digits.size() > 3 || std::stoul(std::string(digits)) > bits))
     throw std::invalid_argument(quoted + " is not a prefix: the length is beyond " +
                                 std::to_string(bits));

@@ -2,12 +2,12 @@
 
 /// The ACLs of one run, whatever files they come from, and what all readers of rules share.
 
+#include "Errors.h"
+#include "naxel/types/AclConfig.h"
+
 #include <map>
 #include <string>
 #include <string_view>
-
-#include "Errors.h"
-#include "naxel/types/AclConfig.h"
 
 namespace NaxelTool {
 

@@ -1,9 +1,9 @@
 #include "Session.h"
 
-#include <chrono>
-
 #include "acl/ParamConfig.h"
 #include "obel/TimerWheel.h"
+
+#include <chrono>
 
 namespace NaxelTool {
 
@@ -25,7 +25,7 @@ Session::Session(ChipSetup const& setup, Mox::Ptr<Naxel::AclConfigColl const> ac
       pdConfig_(Naxel::pDConfigFactory(chip_)),
       pdStatus_(Mox::makePtr<Naxel::PDStatus>(chip_)),
       softChip_(std::make_unique<SoftChip::Chip>(pdConfig_, pdStatus_, capability_, wheel_,
-                                                     setup.softChip)) {
+                                                 setup.softChip)) {
   auto const param = Acl::paramConfigFactory();
   param->permitDuringUpdateIs(setup.permitDuringUpdate);
   root_ = Naxel::naxelRootSmFactory(chip_, capability_, rootConfig_, rootStatus_, acls_, param,
@@ -73,8 +73,7 @@ bool Session::kick() {
     NaxelProgress const now = rootStatus_->kickProgress();
     return rootStatus_->kickCount() != before && now != NaxelProgress::naxelRunning;
   });
-  kickSeconds_ =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  kickSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return rootStatus_->kickProgress() == NaxelProgress::naxelFinishedSuccess;
 }
 
@@ -104,8 +103,7 @@ std::vector<std::string> Session::failureTexts() const {
     out.push_back((s.key.empty() ? "" : s.key + ": ") + s.status->failureText());
   }
   if (failed == NaxelActiveStage::stageLoader)
-    for (SoftChip::Shortfall const& s : softChip_->shortfalls())
-      out.push_back(SoftChip::text(s));
+    for (SoftChip::Shortfall const& s : softChip_->shortfalls()) out.push_back(SoftChip::text(s));
   return out;
 }
 

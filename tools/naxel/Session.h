@@ -2,17 +2,17 @@
 
 /// One chip's pipeline as an agent would build it, with the software chip as its driver.
 
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
-
 #include "ChipReader.h"
 #include "StageTimes.h"
 #include "mox/Activity.h"
 #include "naxel/control/NaxelRootSm.h"
 #include "naxel/loader/PDConfig.h"
 #include "softchip/SoftChip.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace NaxelTool {
 

@@ -3,8 +3,7 @@
 namespace NaxelTool {
 
 void StageTimes::watch(Naxel::NaxelActiveStage stage, Naxel::StageStatus& status) {
-  reactors_.push_back(
-      std::make_unique<Reactor>(status, stages_[static_cast<size_t>(stage)]));
+  reactors_.push_back(std::make_unique<Reactor>(status, stages_[static_cast<size_t>(stage)]));
 }
 
 void StageTimes::Reactor::onStatus() {

@@ -2,13 +2,13 @@
 
 /// Measures the stages of a kick from outside, by the statuses that they publish.
 
+#include "naxel/control/StageTypes.h"
+
 #include <array>
 #include <chrono>
 #include <map>
 #include <memory>
 #include <vector>
-
-#include "naxel/control/StageTypes.h"
 
 namespace NaxelTool {
 

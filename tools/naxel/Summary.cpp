@@ -78,7 +78,8 @@ void printSummary(std::ostream& out, Session const& session) {
   printStages(out, session);
   out << '\n';
   if (auto const policy = session.temporaryPolicy())
-    out << "handshake: hitful, policy " << Naxel::stringValue(*policy) << " while loading; loaded\n";
+    out << "handshake: hitful, policy " << Naxel::stringValue(*policy)
+        << " while loading; loaded\n";
   else
     out << "handshake: hitless, loaded\n";
 }

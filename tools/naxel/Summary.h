@@ -2,9 +2,9 @@
 
 /// The text that `naxel compile` prints after a kick.
 
-#include <ostream>
-
 #include "Session.h"
+
+#include <ostream>
 
 namespace NaxelTool {
 

@@ -1,8 +1,8 @@
 #include "TablesWriter.h"
 
-#include <nlohmann/json.hpp>
-
 #include "ChipReader.h"
+
+#include <nlohmann/json.hpp>
 
 namespace NaxelTool {
 
@@ -124,8 +124,8 @@ void writeAcls(std::ostream& out, Naxel::PDAclColl const& data, Naxel::AclConfig
   Lines lines(out, 3);
   for (auto const& [key, acl] : data.pdAcl()) {
     auto const config = acls.acl(key.aclName());
-    lines.next() << "{\"name\":" << text(key.aclName()) << ",\"af\":" << text(Naxel::stringValue(key.af()))
-                 << ",\"rules\":[";
+    lines.next() << "{\"name\":" << text(key.aclName())
+                 << ",\"af\":" << text(Naxel::stringValue(key.af())) << ",\"rules\":[";
     Lines rules(out, 4);
     for (auto const& [index, rule] : acl->rule()) {
       auto const named = config ? config->ruleById(index) : nullptr;

@@ -3,12 +3,12 @@
 /// Writes the tables of a kick as JSON. The same tables give the same bytes. The format is described
 /// in docs/formats.md.
 
-#include <ostream>
-
 #include "naxel/control/RootTypes.h"
 #include "naxel/loader/HwCapability.h"
 #include "naxel/loader/PDData.h"
 #include "naxel/types/AclConfig.h"
+
+#include <ostream>
 
 namespace NaxelTool {
 

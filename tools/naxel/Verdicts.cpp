@@ -30,8 +30,8 @@ std::string text(Naxel::AclConfig const& acl, SoftChip::Verdict const& verdict) 
   if (verdict.kind == Kind::none) return "no rule";
   if (verdict.kind != Kind::rule) return SoftChip::text(verdict);
   auto const rule = acl.ruleById(verdict.rule);
-  return "rule " + std::to_string(verdict.rule.value()) +
-         (rule ? " '" + rule->name() + "'" : "") + ": " + text(verdict.action);
+  return "rule " + std::to_string(verdict.rule.value()) + (rule ? " '" + rule->name() + "'" : "") +
+         ": " + text(verdict.action);
 }
 
 }  // namespace NaxelTool

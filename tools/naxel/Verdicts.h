@@ -2,11 +2,11 @@
 
 /// What rules and tables say of a packet, compared and in words.
 
-#include <optional>
-#include <string>
-
 #include "naxel/types/AclConfig.h"
 #include "softchip/MatchKey.h"
+
+#include <optional>
+#include <string>
 
 namespace NaxelTool {
 

@@ -1,10 +1,10 @@
 #include "Verify.h"
 
-#include <algorithm>
-
 #include "Verdicts.h"
 #include "softchip/PacketSource.h"
 #include "softchip/RuleOracle.h"
+
+#include <algorithm>
 
 namespace NaxelTool {
 

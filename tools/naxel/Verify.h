@@ -2,9 +2,9 @@
 
 /// Holds the loaded tables against the rules, packet by packet.
 
-#include <ostream>
-
 #include "Session.h"
+
+#include <ostream>
 
 namespace NaxelTool {
 

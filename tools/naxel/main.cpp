@@ -1,10 +1,6 @@
 /// naxel: compiles rule files into the tables of a chip in software, and shows, checks and explains
 /// what came out.
 
-#include <iostream>
-
-#include <CLI/CLI.hpp>
-
 #include "Classify.h"
 #include "InputFile.h"
 #include "OutputFile.h"
@@ -13,6 +9,11 @@
 #include "Summary.h"
 #include "TablesWriter.h"
 #include "Verify.h"
+#include "naxel/types/NaxelTrace.h"
+
+#include <iostream>
+
+#include <CLI/CLI.hpp>
 
 namespace NaxelTool {
 namespace {
@@ -22,6 +23,7 @@ struct Common {
   std::string chip;
   RuleFormat format = RuleFormat::automatic;
   FlagsMode flags = FlagsMode::ignore;
+  int trace = -1;  // what a failed kick would say at level 0 is printed anyway
   std::vector<std::string> rules;
 };
 
@@ -46,6 +48,7 @@ struct Classification {
 /// Reads the files and runs the kick; then `then` has the loaded session.
 template <class Then>
 ExitCode withKick(Common const& common, Then then) {
+  Naxel::naxelTrace().levelIs(common.trace);
   ChipSetup const chip =
       common.chip.empty() ? defaultChip() : readChip(common.chip, readInput(common.chip));
   RuleSet rules(chip.capability->chipId());
@@ -61,8 +64,7 @@ ExitCode withKick(Common const& common, Then then) {
 ExitCode run(Common const& common, Compile const& options) {
   return withKick(common, [&](Session const& session) {
     auto const write = [&](std::ostream& out) {
-      writeTables(out, session.rootStatus(), session.capability(), session.data(),
-                  *session.acls());
+      writeTables(out, session.rootStatus(), session.capability(), session.data(), *session.acls());
     };
     if (!options.output.empty()) {
       OutputFile file(options.output);
@@ -116,6 +118,9 @@ void addCommon(CLI::App& command, Common& to) {
   command.add_option("--flags", to.flags, "Flag columns of ClassBench sets: ignore or strict")
       ->transform(CLI::Transformer(flags))
       ->type_name("MODE");
+  command.add_option("--trace", to.trace, "Trace the stages up to a level, 0 to 9")
+      ->check(CLI::Range(0, 9))
+      ->type_name("LEVEL");
   command.add_option("rules", to.rules, "Rule files")->required()->type_name("RULES");
 }
 
@@ -167,9 +172,13 @@ ExitCode runCommandLine(int argc, char** argv) {
   CLI::App* const verifyCommand =
       app.add_subcommand("verify", "Compare the loaded tables with the rules, packet by packet");
   addCommon(*verifyCommand, common);
+  // A negative number would be taken for a very large one.
   verifyCommand->add_option("--packets", verification.packets, "How many packets")
+      ->check(CLI::NonNegativeNumber)
       ->capture_default_str();
-  verifyCommand->add_option("--seed", verification.seed, "Which packets")->capture_default_str();
+  verifyCommand->add_option("--seed", verification.seed, "Which packets")
+      ->check(CLI::NonNegativeNumber)
+      ->capture_default_str();
 
   CLI::App* const classifyCommand =
       app.add_subcommand("classify", "Look one packet up and say why it gets its verdict");

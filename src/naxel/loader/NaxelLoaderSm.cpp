@@ -28,6 +28,7 @@ LoaderSm::LoaderSm(Obel::ChipId chipId, Mox::Ptr<LoaderConfig> config,
 void LoaderSm::moxDoZombieReactors(bool zombie) {
   StageSm::moxDoZombieReactors(zombie);
   driverReactor_.notifierIs(zombie ? nullptr : pdStatus_.get());
+  down_ = zombie;
 }
 
 Mox::TraceLine LoaderSm::traceStep(int level, char const* step) const {
@@ -111,6 +112,8 @@ void LoaderSm::loadAclRuleInfo(PDData& pdData) const {
 }
 
 void LoaderSm::request(RequestState state) {
+  // Whoever was told of the write before this one may have taken the pipeline down.
+  if (down_) return;
   bool const outermost = !advancing_;
   advancing_ = true;  // what the driver answers from within the write waits for the loop
   pdConfig_->pdResourceConfigIs(ResourceConfig(config_->kickTime(), state));
@@ -119,6 +122,7 @@ void LoaderSm::request(RequestState state) {
 }
 
 void LoaderSm::requestLoad() {
+  if (down_) return;
   inForce_ = pdConfig_->currPDData();
   request(RequestState::load);
 }
@@ -127,9 +131,10 @@ void LoaderSm::handleXformStatus() {
   traceStep(8, "handleXformStatus");
   if (requested_ && smState_ == LoaderSmState::pdLoadSuccess) {
     // All tables have answered, so whatever makes the answers complete again has changed one of them.
-    if (!checkAllStatus()) return;
+    bool const complete = checkAllStatus();
     MOX_ASSERT_TEXT(smState_ != LoaderSmState::pdLocalFail,
                     "0 && \"Failed to load data into acquired resources\"");
+    if (!complete) return;
     MOX_ASSERT(0 && "reached invalid state for handleXformStatus");
   }
   advance();
@@ -173,7 +178,7 @@ void LoaderSm::advanceLoop() {
   Mox::Ptr<LoaderSm> const alive(references() > 0 ? this : nullptr);
   advancing_ = true;
   try {
-    while (turnWanted_) {
+    while (turnWanted_ && !down_) {
       turnWanted_ = false;
       takeTurn();
     }
@@ -268,7 +273,7 @@ bool LoaderSm::policyIs(GlobalAclControl wanted) {
   if (pdConfig_->globalAclControl() == wanted) return true;
   if (auto line = traceStep(1, "handleLoaderState")) line << ": Set global policy: " << wanted;
   pdConfig_->globalAclControlIs(wanted);
-  return pdStatus_->globalAclControl() == wanted;
+  return !down_ && pdStatus_->globalAclControl() == wanted;
 }
 
 bool LoaderSm::checkXformStatus(ResourceStatus const& status, std::string const& table) {

@@ -124,6 +124,7 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   Mox::Seconds failedResponseId_ = 0;
   std::string refusedTables_;
   Mox::Ptr<PDData const> inForce_;
+  bool down_ = false;        // the owner takes the pipeline down
   bool requested_ = false;   // a request of this loader stands
   bool advancing_ = false;   // the loop is running
   bool turnWanted_ = false;  // something happened since its last look

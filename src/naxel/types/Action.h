@@ -109,6 +109,8 @@ class NaxelActionValue : public Mox::ValueType<NaxelActionValue> {
 class Constants : public Mox::ValueType<Constants> {
  public:
   static constexpr std::string_view typeName = "Naxel::Constants";
+  Constants() = default;
+  explicit Constants(Mox::TextCursor& c) { Mox::TextForm<Constants>::read(c, *this); }
 
   static constexpr uint32_t l4PortBitWidth() { return 16; }
   static constexpr uint32_t icmpTypeBitWidth() { return 8; }
