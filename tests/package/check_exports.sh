@@ -11,12 +11,15 @@ own='(3Mox|4Obel|5Lumox|7Routing|3Acl|5Naxel)'
 prefix='_Z(T[VTISC]|GV|GR|Th[n0-9]+_|Tv[n0-9]+_[n0-9]+_|Tc[hvn0-9_]+_)?Z*'
 ours="^${prefix}(N[rVKRO]*(${own}|St4hashI(N[rVK]*)?${own}))"
 standard="^${prefix}(N[rVKRO]*(S[tabsiod]|9__gnu_cxx)|S[tabsiod])|^_Z(nw|na|dl|da)"
+# Type information of function types that name own types, as std::function leaves behind.
+functions='^_ZT[IS]P?F'
 linker='^(_init|_fini|_edata|_end|__bss_start)$'
 
 foreign=$(nm -D --defined-only --format=posix "$library" |
-  awk -v ours="$ours" -v standard="$standard" -v linker="$linker" '
+  awk -v ours="$ours" -v standard="$standard" -v linker="$linker" \
+    -v functions="$functions" -v own="$own" '
     $1 ~ ours || $1 ~ linker { next }
-    $2 ~ /[WVwvu]/ && $1 ~ standard { next }
+    $2 ~ /[WVwvu]/ && ($1 ~ standard || ($1 ~ functions && $1 ~ own)) { next }
     { print $2, $1 }')
 if [[ -n $foreign ]]; then
   echo "exported, but not ours:"
