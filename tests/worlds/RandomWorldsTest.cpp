@@ -5,17 +5,16 @@
 ///
 /// A failing run prints its seed; NAXEL_SEED=n runs that seed alone, NAXEL_SEEDS=n the first n.
 
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-
 #include "mox/Trace.h"
-
-#include "softchip/NaiveLookup.h"
 #include "softchip/LoadedTables.h"
+#include "softchip/NaiveLookup.h"
 #include "softchip/PacketSource.h"
 #include "softchip/RuleOracle.h"
 #include "support/World.h"
+
+#include <cstdlib>
+
+#include <gtest/gtest.h>
 
 namespace Test {
 namespace {
@@ -226,10 +225,11 @@ class RandomWorld {
   }
 
   void compareVerdicts() {
-    auto const layout = SoftChip::KeyLayout::of(
-        *w_.capability, random_.oneIn(2) ? SoftChip::MissYields::highest
-                                         : SoftChip::MissYields::nothing);
-    for (auto const& breach : SoftChip::outputBreaches(w_.tables(), layout)) ADD_FAILURE() << breach;
+    auto const layout =
+        SoftChip::KeyLayout::of(*w_.capability, random_.oneIn(2) ? SoftChip::MissYields::highest
+                                                                 : SoftChip::MissYields::nothing);
+    for (auto const& breach : SoftChip::outputBreaches(w_.tables(), layout))
+      ADD_FAILURE() << breach;
     SoftChip::LoadedTables loaded(w_.pdConfig->currPDData(), layout);
     SoftChip::PacketSource source(*w_.acls, random_.next());
     for (int i = 0; i < 150 && !testing::Test::HasFailure(); ++i) {
@@ -242,8 +242,8 @@ class RandomWorld {
         std::optional<AceIndex> got;
         if (naive.kind == SoftChip::Verdict::Kind::rule) got = naive.rule;
         EXPECT_TRUE(got == expected)
-            << name << ": " << packet << "\n  tables: " << naive << "\n  rules: "
-            << (expected ? valueToStrep(*expected) : "none") << "\n"
+            << name << ": " << packet << "\n  tables: " << naive
+            << "\n  rules: " << (expected ? valueToStrep(*expected) : "none") << "\n"
             << tablesText();
         ++packets;
       }

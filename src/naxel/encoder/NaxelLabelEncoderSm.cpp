@@ -198,7 +198,7 @@ uint64_t PrefixLabelEncoderSm::doBuildWorkingSetHash() const {
   WordHash prefixes;
   for (auto const& [prefix, label] : xform().prefixToLabelMap())
     prefixes.add(prefix.hash64() ^ label.value());
-  return LabelEncoderSm::doBuildWorkingSetHash() ^ uint64_t{prefixes.finish()} << 32;
+  return LabelEncoderSm::doBuildWorkingSetHash() ^ uint64_t { prefixes.finish() } << 32;
 }
 
 bool PrefixLabelEncoderSm::doEncode() {
