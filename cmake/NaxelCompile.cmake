@@ -6,6 +6,10 @@ set(naxel_warnings -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverlo
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   list(APPEND naxel_warnings -Wno-dangling-pointer)
 endif()
+# Instrumented code defeats its analysis of what is initialised.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NAXEL_SANITIZE)
+  list(APPEND naxel_warnings -Wno-maybe-uninitialized)
+endif()
 if(NAXEL_WERROR)
   list(APPEND naxel_warnings -Werror)
 endif()

@@ -175,31 +175,6 @@ TEST(Expander, IndexesAndNamesMustAgree) {
   Mox::traceSinkIs(old);
 }
 
-TEST(Expander, OutputFollowsEveryEdit) {
-  World w;
-  widths(w, 6, 6);
-  std::string steps;
-  // Each step is checked against a pipeline without a history.
-  for (char const* step :
-       {"a 10 r src 10.0.0.0/8 dst 11.0.0.0/8 sport 1-9 dport 2 drop\nb 1 r proto 6",
-        "a 10 r src 10.0.0.0/8 dst 11.0.0.0/8 sport 1-9 dport 2", "a 20 s src 10.1.0.0/16",
-        "a 20 s src 10.1.0.0/16 est", "a 20 s dst 10.1.0.0/16 sport 5-7 dport 2",
-        "b 1 r proto 17\nb 2 s proto 6", "af c ipv6\nc 1 r src 2001:db8::/32 dst ::/0",
-        "c 1 r\naf c ipv4", "a 10 r src 10.0.0.0/8,!10.1.0.0/16 dst 11.0.0.0/8 sport 1-9"}) {
-    SCOPED_TRACE(step);
-    w.rules(step);
-    ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << w.failureText();
-    World fresh;
-    widths(fresh, 6, 6);
-    fresh.rules(steps += std::string(step) + "\n");
-    ASSERT_EQ(fresh.kick(), NaxelProgress::naxelFinishedSuccess);
-    EXPECT_EQ(dump(w.tables()), dump(fresh.tables()));
-  }
-  for (char const* name : {"a", "b", "c"}) w.acls->aclDel(name);
-  EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess);
-  EXPECT_EQ(dump(w.tables()), "");
-}
-
 TEST(ExpanderDeathTest, OnlyLabelFieldsTakeLabels) {
   GTEST_FLAG_SET(death_test_style, "fast");
   PDAclFilter filter;

@@ -60,25 +60,6 @@ void expectSame(Mox::Ptr<Dedupable> const& a, Mox::Ptr<Dedupable> const& b, bool
   EXPECT_FALSE(a->isEqual(nullptr));
 }
 
-/// The reference form of the hash of a short byte string.
-uint32_t jenkins(std::string const& bytes) {
-  uint32_t h = 0;
-  for (char c : bytes) {
-    h += static_cast<uint8_t>(c);
-    h += h << 10;
-    h ^= h >> 6;
-  }
-  h += h << 3;
-  h ^= h >> 11;
-  return h + (h << 15);
-}
-
-std::string littleEndian(uint64_t v, size_t bytes) {
-  std::string out;
-  for (size_t i = 0; i < bytes; ++i) out += static_cast<char>(v >> (8 * i) & 255);
-  return out;
-}
-
 /// Lines that the pipeline traces up to a level, while it lives.
 class Trace {
  public:
@@ -146,21 +127,6 @@ TEST(Sets, EqualContentIsEqualWhateverItsOrderAndKey) {
   a->rangeElemIs(RangeSetElem(1, 2));
   expectSame(a, b, true);
   expectSame(a, group({1, 2}), true);
-}
-
-TEST(Sets, HashesAreBuiltFromTheSumOfTheMembers) {
-  Elems const elems = {{1, 2}, {3, 65535}, {0, 0}};
-  uint64_t sum = 0;
-  for (auto const& [f, l] : elems) sum += RangeSetElem(f, l).hash();
-  EXPECT_EQ(rangeSet(9, elems, RangeSetType::length)->hash(),
-            jenkins(littleEndian(4, 4) + littleEndian(sum, 8)));
-  sum = GenSetKey(1).hash() + uint64_t{GenSetKey(7).hash()};
-  EXPECT_EQ(group({7, 1})->hash(), jenkins(littleEndian(sum, 8)));
-  GenSetRefCount count{GenSetKey(300)};
-  count.valueIs(1);
-  count.valueDec(2);
-  EXPECT_EQ(count.value(), 4294967295u);
-  EXPECT_EQ(count.hash(), jenkins(littleEndian(300, 8) + littleEndian(4294967295u, 4)));
 }
 
 TEST(Sets, StringValueShowsTwoMembersAndCountsTheRest) {

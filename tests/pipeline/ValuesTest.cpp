@@ -308,15 +308,6 @@ TEST(Values, AnyIsExactlyZeroToTheBound) {
             613168816u);
 }
 
-TEST(Values, OrderIsByFieldsFirstToLast) {
-  EXPECT_LT(L4PortRange(1, 9), L4PortRange(2, 0));
-  EXPECT_LT(L4PortRange(1, 8), L4PortRange(1, 9));
-  EXPECT_LT(PrefixXformKey(Lumox::ipv4(), true), PrefixXformKey(Lumox::ipv6(), false));
-  EXPECT_LT(EncodedLabelWithMask(1, 9), EncodedLabelWithMask(2, 1));
-  EXPECT_LT(GenCombo(PlainLabel(1), PlainLabel(9)), GenCombo(PlainLabel(2), PlainLabel(1)));
-  EXPECT_NE(RangeSetElem(1, 2).hash(), RangeSetElem(2, 2).hash());
-}
-
 TEST(Values, EntriesThatDifferInAnythingAreDifferentEntries) {
   PDAclFilter a = sampleFilter();
   PDAclFilter b = a;
@@ -337,28 +328,3 @@ TEST(Values, EntriesThatDifferInAnythingAreDifferentEntries) {
   EXPECT_FALSE(b.empty());
 }
 
-TEST(Values, ANewOutputHasEveryTableAndNoEntry) {
-  auto const data = pDDataFactory();
-  EXPECT_EQ(data->pdPrefixXformEntryColl().size(), 4u);
-  for (auto const& key : PrefixXformKey::all())
-    EXPECT_TRUE(data->pdPrefixXformEntryColl(key)->entry().empty());
-  for (RangeSetType t : allRangeSetTypes()) EXPECT_TRUE(data->rangeColl(t)->entry().empty());
-  for (ComboLabelSetType t : allComboLabelSetTypes())
-    EXPECT_TRUE(data->comboColl(t)->entry().empty());
-  EXPECT_TRUE(data->pdTcpFlagsXformEntryColl()->entry().empty());
-  EXPECT_EQ(data->pdAclColl()->numFilters(), 0u);
-}
-
-TEST(Values, ANewCapabilityLabelsPrefixesOnly) {
-  auto const chips = Mox::makePtr<HwCapabilityColl>();
-  auto const chip = chips->chipHwCapabilityIs(Obel::ChipId(3));
-  EXPECT_EQ(chip->prefixXformWidth().size(), 4u);
-  for (auto const& key : PrefixXformKey::all()) EXPECT_EQ(chip->prefixXformWidth(key), 16);
-  EXPECT_TRUE(chip->rangeXformWidth().empty());
-  EXPECT_TRUE(chip->comboXformWidth().empty());
-  EXPECT_FALSE(chip->tcpFlagsXformSupported());
-  EXPECT_EQ(chip->tcpFlagsXformWidth(), 2);
-  chip->rangeXformWidthIs(RangeSetType::dscp, 4);
-  EXPECT_EQ(chips->chipHwCapabilityIs(Obel::ChipId(3)), chip);
-  EXPECT_EQ(chip->rangeXformWidth(RangeSetType::dscp), 4);
-}

@@ -133,31 +133,6 @@ TEST_F(TimerWheelTest, ACallbackThatThrowsDoesNotStopThePass) {
   EXPECT_EQ(pass(), "a");
 }
 
-TEST_F(TimerWheelTest, ATimerMayChangeItsWheel) {
-  Mox::Ptr<TimerWheel> const other = Mox::makePtr<TimerWheel>(activity);
-  Timer late(nullptr, 'l', log);
-  late.timerWheelIs(other);
-  late.earliestExpiryIs(1);
-  a.earliestExpiryIs(1);
-  a.timerWheelIs(other);
-  b.earliestExpiryIs(1);
-  b.timerWheelIs(nullptr);
-  EXPECT_LT(wheel->untilDue(), 0);
-  EXPECT_LT(b.earliestExpiry(), 0);
-  EXPECT_EQ(pass(), "la");
-}
-
-TEST_F(TimerWheelTest, APassRunByAHandlerCallsTheRestFirst) {
-  a.act = [&] {
-    d.earliestExpiryIs(1);
-    activity.runPass();
-    log += '|';
-  };
-  for (Timer* t : {&a, &b, &c}) t->earliestExpiryIs(1);
-  EXPECT_EQ(pass(), "abcd|");
-  EXPECT_EQ(pass(), "");
-}
-
 // Many timers armed, moved, disarmed and destroyed at random, also by their own calls.
 TEST_F(TimerWheelTest, RandomOperationsRunTheTimersOfTheModel) {
   std::mt19937 random(7);

@@ -98,24 +98,6 @@ TEST(TrieGenTest, ATrieEqualsItsModelUnderRandomRoutes) {
   }
 }
 
-TEST(TrieGenTest, AWalkStopsWhereItIsTold) {
-  TrieGen trie("walk", Lumox::ipv4());
-  Prefixes const all = {prefix("10.0.0.0/8"), prefix("10.0.0.0/16"), prefix("10.0.0.0/24"),
-                        prefix("10.0.1.0/24"), prefix("10.1.0.0/16")};
-  for (size_t i = all.size(); i-- > 0;) trie.routeIs(all[i], true);
-  trie.routeIs(all[2], true);
-  EXPECT_EQ(trie.size(), 5u);
-  EXPECT_EQ(walked(trie, prefix("0.0.0.0/0")), all);
-  EXPECT_EQ(walked(trie, prefix("0.0.0.0/0"), 2), Prefixes(all.begin(), all.begin() + 2));
-  // A root need neither be stored nor be without host bits.
-  EXPECT_EQ(walked(trie, prefix("10.0.9.9/15")), Prefixes(all.begin() + 1, all.end()));
-  EXPECT_EQ(walked(trie, prefix("10.0.0.0/23")), Prefixes(all.begin() + 2, all.begin() + 4));
-  EXPECT_EQ(walked(trie, prefix("::/0")), Prefixes());
-  EXPECT_EQ(walked(trie, prefix("11.0.0.0/8")), Prefixes());
-  // After a walk that stopped, questions are answered as before.
-  EXPECT_EQ(trie.findParent(all[4]), all[0]);
-}
-
 TEST(TrieGenTest, HostBitsDoNotMakeAPrefixItsOwnParent) {
   TrieGen trie("parents", Lumox::ipv4());
   trie.routeIs(prefix("10.0.0.0/8"), true);

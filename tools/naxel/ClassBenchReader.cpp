@@ -138,7 +138,7 @@ bool readRule(Line line, FlagsMode mode, Naxel::RuleFilter& filter) {
 
 size_t readClassBench(std::string const& path, std::string const& content, FlagsMode mode,
                       RuleSet& out) {
-  Naxel::AclConfig& acl = out.aclIs(baseName(path), Lumox::ipv4(), path, {});
+  auto const acl = out.aclIs(baseName(path), Lumox::ipv4(), path, {});
   size_t unused = 0;
   uint32_t index = 0;
   size_t lineNumber = 0;
@@ -148,13 +148,13 @@ size_t readClassBench(std::string const& path, std::string const& content, Flags
     std::string_view const text = rest.substr(0, newline);
     rest.remove_prefix(newline == std::string_view::npos ? rest.size() : newline + 1);
     if (text.find_first_not_of(blanks) == std::string_view::npos) continue;
-    auto const rule = acl.ruleByNameIs("r" + std::to_string(index));
+    auto const rule = acl->ruleByNameIs("r" + std::to_string(index));
     try {
       if (!readRule(Line(text), mode, *rule->ruleFilterIs())) ++unused;
     } catch (std::invalid_argument const& e) {
       throw InputError(path, {lineNumber, 0}, e.what());
     }
-    acl.ruleByIdIs(Naxel::AceIndex(index), rule);
+    acl->ruleByIdIs(Naxel::AceIndex(index), rule);
     ++index;
   }
   return unused;

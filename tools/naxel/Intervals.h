@@ -52,6 +52,7 @@ constexpr unsigned rangeBits() {
 template <class Ranges>
 IntervalSet valuesOf(Ranges const& ranges) {
   std::vector<Interval> all;
+  all.reserve(ranges.size());
   for (auto const& r : ranges) all.push_back({r.rangeStart(), r.rangeEnd()});
   return united(std::move(all));
 }

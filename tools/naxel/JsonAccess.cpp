@@ -5,7 +5,7 @@
 namespace NaxelTool {
 
 namespace {
-std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
+std::string inQuotes(std::string_view text) { return "'" + std::string(text) + "'"; }
 }  // namespace
 
 JsonFile::JsonFile(std::string path, std::string const& text, std::string_view schema,
@@ -30,26 +30,26 @@ JsonNode::Object const& JsonFile::object(JsonNode const& node, std::string_view 
   if (!members) fail(node, std::string(what) + " must be an object");
   for (JsonMember const& m : *members)
     if (fields.size() && std::find(fields.begin(), fields.end(), m.name) == fields.end())
-      fail(m.at, "unknown field " + quoted(m.name));
+      fail(m.at, "unknown field " + inQuotes(m.name));
   return *members;
 }
 
 JsonNode::Array const& JsonFile::array(JsonNode const& node, std::string_view what) const {
   auto const* const items = std::get_if<JsonNode::Array>(&node.value);
-  if (!items) fail(node, quoted(what) + " must be an array");
+  if (!items) fail(node, inQuotes(what) + " must be an array");
   return *items;
 }
 
 JsonNode::Array const& JsonFile::list(JsonNode const& node, std::string_view what) const {
   JsonNode::Array const& items = array(node, what);
   if (items.empty())
-    fail(node, quoted(what) + " is empty; leave the field out where it does not matter");
+    fail(node, inQuotes(what) + " is empty; leave the field out where it does not matter");
   return items;
 }
 
 std::string const& JsonFile::name(JsonNode const& node, std::string_view what) const {
   auto const* const text = std::get_if<std::string>(&node.value);
-  if (!text || text->empty()) fail(node, quoted(what) + " must be a text that is not empty");
+  if (!text || text->empty()) fail(node, inQuotes(what) + " must be a text that is not empty");
   return *text;
 }
 
@@ -57,20 +57,20 @@ uint64_t JsonFile::number(JsonNode const& node, std::string_view what, uint64_t 
                           uint64_t max) const {
   auto const* const v = std::get_if<uint64_t>(&node.value);
   if (v && *v >= min && *v <= max) return *v;
-  if (min == max) fail(node, quoted(what) + " must be " + std::to_string(min));
-  fail(node, quoted(what) + " must be a whole number from " + std::to_string(min) + " to " +
+  if (min == max) fail(node, inQuotes(what) + " must be " + std::to_string(min));
+  fail(node, inQuotes(what) + " must be a whole number from " + std::to_string(min) + " to " +
                  std::to_string(max));
 }
 
 bool JsonFile::flag(JsonNode const& node, std::string_view what) const {
   auto const* const v = std::get_if<bool>(&node.value);
-  if (!v) fail(node, quoted(what) + " must be true or false");
+  if (!v) fail(node, inQuotes(what) + " must be true or false");
   return *v;
 }
 
 JsonNode const& JsonFile::need(JsonNode const& object, std::string_view field) const {
   JsonNode const* const v = find(object, field);
-  if (!v) fail(object, "field " + quoted(field) + " is missing");
+  if (!v) fail(object, "field " + inQuotes(field) + " is missing");
   return *v;
 }
 

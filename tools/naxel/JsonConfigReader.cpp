@@ -41,9 +41,9 @@ class Reader {
     if (!text || (*text != "ipv4" && *text != "ipv6"))
       file_.fail(family, "'af' must be \"ipv4\" or \"ipv6\"");
     af_ = *text == "ipv4" ? Lumox::ipv4() : Lumox::ipv6();
-    Naxel::AclConfig& acl = out_.aclIs(file_.name(name, "name"), af_, file_.path(), name.at);
+    auto const acl = out_.aclIs(file_.name(name, "name"), af_, file_.path(), name.at);
     for (JsonNode const& rule : file_.array(file_.need(node, "rules"), "rules"))
-      readRule(rule, acl);
+      readRule(rule, *acl);
   }
 
   void readRule(JsonNode const& node, Naxel::AclConfig& acl) {

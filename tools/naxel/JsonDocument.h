@@ -21,8 +21,7 @@ struct JsonNode {
   using Array = std::vector<JsonNode>;
   using Object = std::vector<JsonMember>;
 
-  std::variant<std::nullptr_t, bool, uint64_t, JsonOtherNumber, std::string, Array, Object> value =
-      nullptr;
+  std::variant<std::nullptr_t, bool, uint64_t, JsonOtherNumber, std::string, Array, Object> value;
   Position at;
 };
 

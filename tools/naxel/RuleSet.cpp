@@ -6,17 +6,17 @@
 
 namespace NaxelTool {
 
-Naxel::AclConfig& RuleSet::aclIs(std::string const& name, Lumox::AddressFamily af,
-                                 std::string const& file, Position at) {
+Mox::Ptr<Naxel::AclConfig> RuleSet::aclIs(std::string const& name, Lumox::AddressFamily af,
+                                          std::string const& file, Position at) {
   auto const [where, isNew] = file_.try_emplace(name, file);
   if (!isNew)
     throw InputError(file, at,
                      where->second == file
                          ? "duplicate ACL '" + name + "'"
                          : "ACL '" + name + "' stands in " + where->second + " already");
-  Mox::Ptr<Naxel::AclConfig> const acl = acls_->aclIs(name);
+  Mox::Ptr<Naxel::AclConfig> acl = acls_->aclIs(name);
   acl->afIs(af);
-  return *acl;
+  return acl;
 }
 
 Lumox::IpGenPrefix prefixFromText(std::string_view text) {

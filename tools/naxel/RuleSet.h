@@ -18,8 +18,8 @@ class RuleSet {
   Mox::Ptr<Naxel::AclConfigColl> const& acls() const { return acls_; }
 
   /// Makes an ACL. Throws InputError at the given place when there is one of that name.
-  Naxel::AclConfig& aclIs(std::string const& name, Lumox::AddressFamily af, std::string const& file,
-                          Position at);
+  Mox::Ptr<Naxel::AclConfig> aclIs(std::string const& name, Lumox::AddressFamily af,
+                                   std::string const& file, Position at);
 
  private:
   Mox::Ptr<Naxel::AclConfigColl> acls_;
