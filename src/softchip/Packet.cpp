@@ -1,7 +1,6 @@
 #include "softchip/Packet.h"
 
 #include <array>
-#include <cstdio>
 
 namespace SoftChip {
 
@@ -43,18 +42,10 @@ uint16_t fieldBound(RangeSetType type) {
 namespace {
 
 std::string addressText(Lumox::AddressFamily af, Address a) {
-  std::string out;
-  if (af == Lumox::ipv4()) {
-    for (unsigned i = 0; i < 4; ++i) out += (i ? "." : "") + std::to_string(a.byte(i));
-    return out;
-  }
-  for (unsigned i = 0; i < 16; i += 2) {
-    char group[8];
-    std::snprintf(group, sizeof group, "%s%x", i ? ":" : "",
-                  static_cast<unsigned>(a.byte(i) << 8 | a.byte(i + 1)));
-    out += group;
-  }
-  return out;
+  auto const prefix = af == Lumox::ipv4()
+                          ? Lumox::IpGenPrefix::v4(static_cast<uint32_t>(a.hi >> 32), 32)
+                          : Lumox::IpGenPrefix::v6(a.hi, a.lo, 128);
+  return prefix.addressText();
 }
 
 }  // namespace

@@ -327,4 +327,3 @@ TEST(Values, EntriesThatDifferInAnythingAreDifferentEntries) {
   b.headFragmentIs({0, 1});
   EXPECT_FALSE(b.empty());
 }
-

@@ -11,10 +11,9 @@ Wide largest(unsigned bits) { return bits == 128 ? ~Wide{0} : (Wide{1} << bits) 
 Interval intervalOf(Lumox::IpGenPrefix const& p) {
   unsigned const bits = bitsOf(p.af());
   Wide const address = ((Wide{p.hi()} << 64) | p.lo()) >> (128 - bits);
-  Wide const host = largest(bits) >> p.length();
-  // A shift by all of 128 bits is undefined; the longest prefix has no host bits.
-  return p.length() == bits ? Interval{address, address}
-                            : Interval{address & ~host, address | host};
+  // The longest prefix has no host bits, and a shift by all of 128 bits is undefined.
+  Wide const host = p.length() == bits ? Wide{0} : largest(bits) >> p.length();
+  return {address & ~host, address | host};
 }
 
 IntervalSet intervalsOf(Naxel::IpPrefixList::PrefixColl const& prefixes) {
