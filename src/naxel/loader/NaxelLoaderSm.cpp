@@ -348,9 +348,12 @@ bool LoaderSm::checkAllStatus() {
   if (pdConfig_->pdResourceConfig().requestState() == RequestState::acquire &&
       tcpFlags.responseState() == ResponseState::failed)
     checkXformStatus(tcpFlags, "TCP flags");
-  // In this order: the table examined last decides between hitless and hitful.
-  return checkPrefixStatus() & checkComboStatus() & checkRangeStatus() &
-         checkXformStatus(pdStatus_->pdAclRuleEntryStatus(), "ACL entries");
+  // All of them, and in this order: the table examined last decides between hitless and hitful.
+  bool const prefixes = checkPrefixStatus();
+  bool const combos = checkComboStatus();
+  bool const ranges = checkRangeStatus();
+  bool const acls = checkXformStatus(pdStatus_->pdAclRuleEntryStatus(), "ACL entries");
+  return prefixes && combos && ranges && acls;
 }
 
 Mox::Ptr<LoaderSm> loaderSmFactory(Obel::ChipId chipId, Mox::Ptr<LoaderConfig> config,
