@@ -109,7 +109,8 @@ class NAXEL_EXPORT Entity : public RefCounted {
   /// Deletes a member of a map or set and tells its key if it was there.
   template <class N, class Coll, class K>
   void itemDel(Coll& coll, K const& key, void (N::*on)(K const&)) {
-    K const copy = key;  // the caller's key may live in what is deleted
+    // The caller's key may live in what is deleted.
+    K const copy = key;  // NOLINT(performance-unnecessary-copy-initialization): see above
     if (coll.erase(copy)) notify(on, copy);
   }
   /// Sets the value under a key and tells if it was absent or differed.

@@ -46,7 +46,7 @@ Pairs mergePairs(uint32_t bitWidth, Pairs in) {
   sortUnique(x);
 
   Pairs out;
-  auto const rebuild = [&](Pairs merged, uint16_t labelBit, uint16_t maskBit) {
+  auto const rebuild = [&](Pairs const& merged, uint16_t labelBit, uint16_t maskBit) {
     for (Pair const& p : merged)
       out.push_back({static_cast<uint16_t>(p.label << 1 | labelBit),
                      static_cast<uint16_t>(p.mask << 1 | maskBit)});

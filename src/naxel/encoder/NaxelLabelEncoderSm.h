@@ -97,7 +97,7 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
 };
 
 /// Sets of prefixes of one family and side. The chip must give them a width of 1 to 16.
-class NAXEL_EXPORT PrefixLabelEncoderSm : public LabelEncoderSm {
+class NAXEL_EXPORT PrefixLabelEncoderSm final : public LabelEncoderSm {
  public:
   PrefixLabelEncoderSm(Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config,
                        Mox::Ptr<PrefixEncoderStatus> status,
@@ -118,7 +118,7 @@ class NAXEL_EXPORT PrefixLabelEncoderSm : public LabelEncoderSm {
 };
 
 /// Sets of ranges of one field.
-class NAXEL_EXPORT RangeEncoderSm : public LabelEncoderSm {
+class NAXEL_EXPORT RangeEncoderSm final : public LabelEncoderSm {
  public:
   RangeEncoderSm(Obel::ChipId chipId, Mox::Ptr<RangeEncoderConfig> config,
                  Mox::Ptr<RangeEncoderStatus> status,
@@ -142,7 +142,7 @@ class NAXEL_EXPORT RangeEncoderSm : public LabelEncoderSm {
 };
 
 /// Combination sets of one type.
-class NAXEL_EXPORT ComboLabelEncoderSm : public LabelEncoderSm {
+class NAXEL_EXPORT ComboLabelEncoderSm final : public LabelEncoderSm {
  public:
   ComboLabelEncoderSm(Obel::ChipId chipId, Mox::Ptr<ComboLabelEncoderConfig> config,
                       Mox::Ptr<ComboLabelEncoderStatus> status,

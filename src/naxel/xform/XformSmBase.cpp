@@ -8,9 +8,9 @@ namespace Naxel {
 XformSmBase::XformSmBase(Obel::ChipId chipId, Mox::Ptr<StageConfig> config,
                          Mox::Ptr<StageStatus> status,
                          Mox::Ptr<ChipHwCapability const> hwCapability)
-    : StageSm(chipId, std::move(config), status),
+    : StageSm(chipId, std::move(config), std::move(status)),
       hwCapability_(std::move(hwCapability)),
-      xformStatus_(dynamic_cast<XformStatus*>(status.get())) {
+      xformStatus_(dynamic_cast<XformStatus*>(StageSm::status().get())) {
   handleInitialized();
 }
 
