@@ -40,6 +40,7 @@ Mox::TraceLine LoaderSm::traceStep(int level, char const* step) const {
 void LoaderSm::doStartKick() {
   traceStep(8, "doStartKick");
   smStateIs(LoaderSmState::initial);
+  advancing_ = turnWanted_ = false;  // a write that threw may have left the loop marked as running
   isHitless_ = true;
   refusedTables_.clear();
   // A policy that the driver stood up by itself before the first request is taken for ours, so that
