@@ -16,6 +16,21 @@ if(EXISTS ${tool_main})
   target_link_libraries(naxel_tool_parts INTERFACE naxel_headers CLI11::CLI11
     nlohmann_json::nlohmann_json ZLIB::ZLIB)
 
+  # The exact proof is an extra of builds that have the library for it.
+  find_path(BDD_INCLUDE_DIR bdd.h)
+  find_library(BDD_LIBRARY bdd)
+  mark_as_advanced(BDD_INCLUDE_DIR BDD_LIBRARY)
+  if(BDD_INCLUDE_DIR AND BDD_LIBRARY)
+    set(NAXEL_EXACT_PROOF ON)
+    target_include_directories(naxel_tool_parts SYSTEM INTERFACE ${BDD_INCLUDE_DIR})
+    target_link_libraries(naxel_tool_parts INTERFACE ${BDD_LIBRARY})
+    target_compile_definitions(naxel_tool_parts INTERFACE NAXEL_EXACT_PROOF=1)
+  else()
+    set(NAXEL_EXACT_PROOF OFF)
+    list(FILTER tool_sources EXCLUDE REGEX "/(Bdd|Exact[A-Za-z]*)\\.cpp$")
+    message(STATUS "verify --exact is left out: there is no BDD library")
+  endif()
+
   if(tool_sources)
     add_library(naxel_tool_core OBJECT ${tool_sources})
     target_link_libraries(naxel_tool_core PUBLIC naxel_tool_parts)

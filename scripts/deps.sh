@@ -4,7 +4,7 @@
 set -euo pipefail
 
 build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libcli11-dev
-  nlohmann-json3-dev zlib1g-dev)
+  nlohmann-json3-dev zlib1g-dev libbdd-dev)
 check_packages=(clang clang-format clang-tidy libclang-rt-14-dev gcovr valgrind libbenchmark-dev)
 
 # A tool that is on the path counts as present, wherever it came from.

@@ -55,4 +55,14 @@ auto lookup(Map const& map, typename Map::Key const& key) -> typename Map::mappe
   return item ? *item : nullptr;
 }
 
+/// The pointer under `key`, made by `make()` and inserted if absent. Whatever `make()` throws, the map
+/// never holds a null for it.
+template <class Map, class Make>
+auto lookupOrMake(Map& map, typename Map::Key const& key, Make make) ->
+    typename Map::mapped_type const& {
+  if (auto* item = map.get(key)) return *item;
+  map.set(key, make());
+  return *map.get(key);
+}
+
 }  // namespace Mox

@@ -21,7 +21,13 @@ TraceSink& sink() {
 TraceSink traceSinkIs(TraceSink newSink) { return std::exchange(sink(), std::move(newSink)); }
 
 TraceLine::TraceLine(TraceFacility const& facility, int level)
-    : facility_(&facility), level_(level), text_(std::make_unique<std::ostringstream>()) {}
+    : facility_(&facility), level_(level) {
+  try {
+    text_ = std::make_unique<std::ostringstream>();
+  } catch (...) {
+    // The line is lost.
+  }
+}
 
 TraceLine::~TraceLine() {
   if (!text_) return;

@@ -5,7 +5,8 @@
 ///
 ///   if (auto line = facility.line(6)) line << "key:" << key;
 ///
-/// costs one comparison where level 6 is off: nothing behind the condition is evaluated.
+/// costs one comparison where level 6 is off: nothing behind the condition is evaluated. Tracing
+/// itself never throws; a line that there is no memory for is lost.
 
 #include "mox/Export.h"
 
@@ -37,7 +38,11 @@ class NAXEL_EXPORT TraceLine {
   explicit operator bool() const { return text_ != nullptr; }
   template <class T>
   TraceLine& operator<<(T const& v) {
-    if (text_) *text_ << v;
+    try {
+      if (text_) *text_ << v;
+    } catch (...) {
+      text_.reset();
+    }
     return *this;
   }
 

@@ -7,11 +7,20 @@
 
 namespace Obel {
 
-TimerNotifiee::~TimerNotifiee() { earliestExpiryDel(); }
+TimerNotifiee::TimerNotifiee(Mox::Ptr<TimerWheel> wheel) : wheel_(std::move(wheel)) {
+  if (wheel_) wheel_->join();
+}
+
+TimerNotifiee::~TimerNotifiee() {
+  earliestExpiryDel();
+  if (wheel_) wheel_->leave();
+}
 
 void TimerNotifiee::timerWheelIs(Mox::Ptr<TimerWheel> wheel) {
+  if (wheel) wheel->join();
   Mox::Seconds const expiry = earliestExpiry();
   earliestExpiryDel();
+  if (wheel_) wheel_->leave();
   wheel_ = std::move(wheel);
   if (wheel_) earliestExpiryIs(expiry);
 }
@@ -64,6 +73,12 @@ void TimerWheel::siftDown(size_t place) {
   put(place, t);
 }
 
+void TimerWheel::join() {
+  // Ahead of the need, so that many timers one by one do not each copy all.
+  if (heap_.capacity() <= members_) heap_.reserve(2 * members_ + 8);
+  ++members_;
+}
+
 void TimerWheel::arm(TimerNotifiee& t) {
   t.order_ = ++armings_;
   heap_.push_back(&t);
@@ -90,6 +105,11 @@ void TimerWheel::disarm(TimerNotifiee& t) {
 bool TimerWheel::runPass() {
   Mox::Ptr<TimerWheel> const alive(references() > 0 ? this : nullptr);
   Mox::Seconds const present = now();
+  try {
+    due_.reserve(due_.size() + heap_.size());
+  } catch (std::bad_alloc const&) {
+    return true;  // the next pass finds everything as it is
+  }
   while (!heap_.empty() && heap_.front()->expiry_ <= present) {
     TimerNotifiee* const t = heap_.front();
     disarm(*t);

@@ -12,6 +12,9 @@
 /// arms anew is not called for its old expiry. A handler may run a pass itself; that one calls the
 /// rest first.
 ///
+/// Arming does not allocate, so it cannot fail: a timer's place in the heap is reserved when the timer
+/// joins the wheel.
+///
 /// The wheel's time is the largest reading of the clock that it has seen: an expiry set to the
 /// present time runs in the next pass, whatever the clock does until then.
 
@@ -28,7 +31,7 @@ class TimerWheel;
 class NAXEL_EXPORT TimerNotifiee {
  public:
   /// `wheel` may be null and be given later.
-  explicit TimerNotifiee(Mox::Ptr<TimerWheel> wheel) : wheel_(std::move(wheel)) {}
+  explicit TimerNotifiee(Mox::Ptr<TimerWheel> wheel);
   TimerNotifiee(TimerNotifiee const&) = delete;
   TimerNotifiee& operator=(TimerNotifiee const&) = delete;
   virtual ~TimerNotifiee();
@@ -73,6 +76,8 @@ class NAXEL_EXPORT TimerWheel : public Mox::RefCounted, public Mox::ActivitySour
   friend class TimerNotifiee;
 
   static bool earlier(TimerNotifiee const* a, TimerNotifiee const* b);
+  void join();
+  void leave() { --members_; }
   void arm(TimerNotifiee& t);
   void disarm(TimerNotifiee& t);
   void put(size_t place, TimerNotifiee* t);
@@ -82,6 +87,7 @@ class NAXEL_EXPORT TimerWheel : public Mox::RefCounted, public Mox::ActivitySour
   std::vector<TimerNotifiee*> heap_;
   std::vector<TimerNotifiee*> due_;  // of the pass that is running; null where disarmed since
   size_t nextDue_ = 0;
+  size_t members_ = 0;  // timers that share this wheel, armed or not
   uint64_t armings_ = 0;
   mutable Mox::Seconds now_ = 0;
 };

@@ -35,8 +35,9 @@ Label labelOf(PDRangeXformEntryColl const& table, uint16_t v) {
 }
 
 Label labelOf(PDComboEntryColl const& table, Label src, Label dst) {
+  if (!src || !dst) return std::nullopt;
   for (auto const& e : table.entry())
-    if (src == e.key().srcLabel().value() && dst == e.key().dstLabel().value())
+    if (*src == e.key().srcLabel().value() && *dst == e.key().dstLabel().value())
       return e.value().value();
   return std::nullopt;
 }

@@ -95,6 +95,8 @@ void Chip::supersede() {
 }
 
 void Chip::handlePolicy() {
+  // The library may write down what the chip came up with.
+  if (!policyPending_ && config_->globalAclControl() == policy_) return;
   if (policyPending_) breach("a policy was changed before it had been confirmed");
   policyPending_ = true;
   policyTicks_ = options_.confirmPolicyAfterTicks;

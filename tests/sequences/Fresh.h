@@ -10,8 +10,6 @@
 
 namespace Test {
 
-/// Everything that an output says: its dump, and the action of every rule.
-std::string full(Naxel::PDData const& data);
 /// The output of a new pipeline for the same configuration and widths; empty if it fails.
 std::string freshTables(World const& world);
 /// Kicks; expects success, and the tables of a new pipeline.

@@ -110,6 +110,61 @@ void addRules(AclConfigColl& coll, std::string_view text) {
   }
 }
 
+namespace {
+
+Mox::Ptr<IpPrefixList> copied(Mox::Ptr<IpPrefixList> const& list) {
+  if (!list) return nullptr;
+  auto const copy = Mox::makePtr<IpPrefixList>();
+  for (auto const& p : list->addr()) copy->addrIs(p);
+  for (auto const& p : list->exceptAddr()) copy->exceptAddrIs(p);
+  return copy;
+}
+
+void copyRule(RuleConfig const& from, RuleConfig& to) {
+  to.actionIs(from.action());
+  if (from.ruleFilter()) copyFilter(*from.ruleFilter(), *to.ruleFilterIs());
+}
+
+}  // namespace
+
+void copyFilter(RuleFilter const& from, RuleFilter& to) {
+  to.sourceIs(copied(from.source()));
+  to.destinationIs(copied(from.destination()));
+  for (auto const& r : from.sportRange()) to.sportRangeIs(r);
+  for (auto const& r : from.dportRange()) to.dportRangeIs(r);
+  for (auto const& r : from.icmpType()) to.icmpTypeIs(r);
+  for (auto const& r : from.proto()) to.protoIs(r);
+  for (auto const& r : from.length()) to.lengthIs(r);
+  for (auto const& r : from.fragment()) to.fragmentIs(r);
+  for (auto const& r : from.dscp()) to.dscpIs(r);
+  to.matchTcpInitIs(from.matchTcpInit());
+  to.matchTcpEstablishedIs(from.matchTcpEstablished());
+}
+
+void copyAcls(AclConfigColl const& from, AclConfigColl& to) {
+  for (auto const& [name, acl] : from.acl()) {
+    auto const copy = to.aclIs(name);
+    if (acl->af()) copy->afIs(*acl->af());
+    for (auto const& [ruleName, rule] : acl->ruleByName())
+      copyRule(*rule, *copy->ruleByNameIs(ruleName));
+    for (auto const& [index, rule] : acl->ruleById()) {
+      if (acl->ruleByName(rule->name()) == rule) {
+        copy->ruleByIdIs(index, copy->ruleByName(rule->name()));
+        continue;
+      }
+      auto const stray = Mox::makePtr<RuleConfig>(rule->name());
+      copyRule(*rule, *stray);
+      copy->ruleByIdIs(index, stray);
+    }
+  }
+}
+
+void copyWidths(ChipHwCapability const& from, ChipHwCapability& to) {
+  for (auto const& [key, w] : from.prefixXformWidth()) to.prefixXformWidthIs(key, w);
+  for (auto const& [type, w] : from.rangeXformWidth()) to.rangeXformWidthIs(type, w);
+  for (auto const& [type, w] : from.comboXformWidth()) to.comboXformWidthIs(type, w);
+}
+
 ScriptDriver::ScriptDriver(PDConfig& config, PDStatus& status) : config_(config), status_(status) {
   notifierIs(&config);
 }
@@ -234,6 +289,14 @@ std::string dump(PDData const& data) {
     }
   }
   return out.str();
+}
+
+std::string full(PDData const& data) {
+  std::string out = dump(data);
+  for (auto const& [key, acl] : data.pdAclColl()->pdAcl())
+    for (auto const& [index, rule] : acl->rule())
+      out += key.aclName() + " " + valueToStrep(index) + " " + valueToStrep(rule->action()) + "\n";
+  return out;
 }
 
 }  // namespace Test

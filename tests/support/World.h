@@ -26,6 +26,12 @@ void addRules(Naxel::AclConfigColl& coll, std::string_view text);
 /// The filter of one rule in the form above, without ACL, index and name.
 void fillFilter(Naxel::RuleConfig& rule, std::string_view text);
 
+/// Makes `to` say what `from` says, lists and rules copied down to the last value; also what an agent
+/// ought not to do, such as an index that refers to a rule of no name.
+void copyAcls(Naxel::AclConfigColl const& from, Naxel::AclConfigColl& to);
+void copyFilter(Naxel::RuleFilter const& from, Naxel::RuleFilter& to);
+void copyWidths(Naxel::ChipHwCapability const& from, Naxel::ChipHwCapability& to);
+
 /// Answers the library's requests, at once unless told to hold.
 class ScriptDriver : private Naxel::PDConfig::Notifiee {
  public:
@@ -103,5 +109,7 @@ class World {
 ///   dstPort: 80-443=0
 ///   acl edge ipv4 10: source=0/65535 dport=0/4095
 std::string dump(Naxel::PDData const& data);
+/// Everything that an output says: its dump, and the action of every rule.
+std::string full(Naxel::PDData const& data);
 
 }  // namespace Test

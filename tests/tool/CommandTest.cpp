@@ -141,6 +141,17 @@ TEST_F(Command, ExamplesVerifyOnBothChips) {
       run("verify --packets 3000 --seed 1 --chip " + examples + "/combo-chip.json " + inputs).out);
 }
 
+TEST_F(Command, VerifyProvesWhereTheBuildCan) {
+  Outcome const o = run("verify --exact --packets 0 " + examples + "/edge.json");
+#if NAXEL_EXACT_PROOF
+  EXPECT_EQ(o.code, 0) << o.err;
+  EXPECT_NE(o.out.find("proved for every packet: 3 ACLs, 27 rules, "), std::string::npos) << o.out;
+#else
+  EXPECT_EQ(o.code, 2);
+  EXPECT_NE(o.err.find("this build cannot prove"), std::string::npos) << o.err;
+#endif
+}
+
 TEST_F(Command, SummaryCountsEntriesAndCrossProduct) {
   write("r.json", rules(R"([{"name":"a","af":"ipv4","rules":[
     {"index":1,"name":"x","source":["1.0.0.0/8","3.0.0.0/8"],"dport":"1-65534"},

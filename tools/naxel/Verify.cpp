@@ -4,7 +4,11 @@
 #include "softchip/PacketSource.h"
 #include "softchip/RuleOracle.h"
 
-#include <algorithm>
+#include <stdexcept>
+
+#if NAXEL_EXACT_PROOF
+#include "ExactProof.h"
+#endif
 
 namespace NaxelTool {
 
@@ -55,5 +59,37 @@ bool verify(Session& session, uint64_t packets, uint64_t seed, std::ostream& out
   out << "total: " << drawn << " packets, 0 differences\n";
   return true;
 }
+
+#if NAXEL_EXACT_PROOF
+
+bool verifyExactly(Session& session, std::ostream& out) {
+  Proof const proof =
+      prove(*session.acls(), session.data(), SoftChip::KeyLayout::of(session.capability()));
+  if (proof.difference.empty()) {
+    auto const count = [](size_t n, char const* one, char const* many) {
+      return std::to_string(n) + " " + (n == 1 ? one : many) + ", ";
+    };
+    out << "proved for every packet: " << count(proof.acls, "ACL", "ACLs")
+        << count(proof.rules, "rule", "rules") << count(proof.entries, "entry", "entries")
+        << "0 differences\n";
+    return true;
+  }
+  out << "difference: " << proof.difference << '\n';
+  if (proof.packet) {
+    auto const acl = session.acls()->acl(proof.acl.aclName());
+    out << "  rules:  " << text(*acl, SoftChip::RuleOracle(*acl).firstMatch(*proof.packet))
+        << "\n  tables: " << text(*acl, session.softChip().lookup(proof.acl, *proof.packet))
+        << "\n  labels: " << SoftChip::text(session.softChip().labelsOf(*proof.packet)) << '\n';
+  }
+  return false;
+}
+
+#else
+
+bool verifyExactly(Session&, std::ostream&) {
+  throw std::invalid_argument("this build cannot prove: it was made without the BDD library");
+}
+
+#endif
 
 }  // namespace NaxelTool

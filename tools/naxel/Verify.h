@@ -13,4 +13,9 @@ namespace NaxelTool {
 /// one line per ACL and one in all, or the first difference. Returns true if there is none.
 bool verify(Session& session, uint64_t packets, uint64_t seed, std::ostream& out);
 
+/// Proves that rules and tables agree for every packet, without drawing any. Prints one line, or the
+/// first difference. Returns true if there is none. Throws std::invalid_argument in a build that
+/// cannot prove.
+bool verifyExactly(Session& session, std::ostream& out);
+
 }  // namespace NaxelTool

@@ -35,6 +35,7 @@ struct Compile {
 struct Verification {
   uint64_t packets = 100000;
   uint64_t seed = 1;
+  bool exact = false;
 };
 
 struct Classification {
@@ -80,8 +81,9 @@ ExitCode run(Common const& common, Compile const& options) {
 
 ExitCode run(Common const& common, Verification const& options) {
   return withKick(common, [&](Session& session) {
-    return verify(session, options.packets, options.seed, std::cout) ? ExitCode::success
-                                                                     : ExitCode::difference;
+    bool const same = verify(session, options.packets, options.seed, std::cout) &&
+                      (!options.exact || verifyExactly(session, std::cout));
+    return same ? ExitCode::success : ExitCode::difference;
   });
 }
 
@@ -179,6 +181,8 @@ ExitCode runCommandLine(int argc, char** argv) {
   verifyCommand->add_option("--seed", verification.seed, "Which packets")
       ->check(CLI::NonNegativeNumber)
       ->capture_default_str();
+  verifyCommand->add_flag("--exact", verification.exact,
+                          "Prove besides that they agree for every packet");
 
   CLI::App* const classifyCommand =
       app.add_subcommand("classify", "Look one packet up and say why it gets its verdict");

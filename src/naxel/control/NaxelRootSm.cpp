@@ -253,8 +253,12 @@ void NaxelRootSm::handleStageStatus() {
     case StageStatusType::cancelled:
       return rootStatus_->kickProgressIs(NaxelProgress::naxelCancelled);
     case StageStatusType::finishedFailed:
-      rootStatus_->kickMessageIs("Naxel failed at " + Mox::stringValue(status.lastFailedStage()) +
-                                 " on chip " + valueToStrep(chipId_));
+      try {
+        rootStatus_->kickMessageIs("Naxel failed at " + Mox::stringValue(status.lastFailedStage()) +
+                                   " on chip " + valueToStrep(chipId_));
+      } catch (std::bad_alloc const&) {
+        // The failure itself still has to be reported.
+      }
       return rootStatus_->kickProgressIs(NaxelProgress::naxelFinishedFail);
     case StageStatusType::finishedSkipped:
     case StageStatusType::finishedNotEnabled: break;

@@ -194,7 +194,11 @@ void NaxelStageControllerSm::doReview() {
       if (auto line = trace(0))
         line << "Stage " << activeStage_ << " for chip " << chipId() << " failed";
       status_->lastFailedStageIs(activeStage_);
-      status_->failureTextIs(failureTextOf(activeStage_));
+      try {
+        status_->failureTextIs(failureTextOf(activeStage_));
+      } catch (std::bad_alloc const&) {
+        // The failure itself still has to be reported.
+      }
       activeStage_ = NaxelActiveStage::stageInit;
       return doSetStatus(StageStatusType::finishedFailed);
     case StageStatusType::inProgress:

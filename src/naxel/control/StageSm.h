@@ -45,6 +45,9 @@ class NAXEL_EXPORT StageSm : public Mox::RefCounted {
  protected:
   /// Ends the kick with the reason in words.
   void doFail(std::string text);
+  /// Ends the kick after an exception: forgets, traces, fails. For work that does not run below
+  /// handleKickTime().
+  void doFailThrown(char const* what) noexcept;
   /// Drops every remembered digest: the last run did not end in success.
   virtual void doForget() noexcept {}
 
@@ -57,8 +60,6 @@ class NAXEL_EXPORT StageSm : public Mox::RefCounted {
    private:
     StageSm& sm_;
   };
-
-  void doFailThrown(char const* what) noexcept;
 
   Obel::ChipId chipId_;
   Mox::Ptr<StageConfig> config_;

@@ -13,8 +13,8 @@ Mox::AttributeTable const& GenSetCostModel::attributeTable() const {
 }
 
 void GenSetCostModel::setOrderIs(uint32_t value, GenSetKey key) {
-  Mox::Ptr<GenSetKeyGroup>& group = setOrder_.at(value);
-  if (!group) group = genSetKeyGroupFactory();
+  Mox::Ptr<GenSetKeyGroup> const& group =
+      Mox::lookupOrMake(setOrder_, value, [&] { return genSetKeyGroupFactory(); });
   group->keyGroupIs(key);
 }
 

@@ -32,9 +32,8 @@ Mox::AttributeTable const& EncodedLabelAllocStatus::attributeTable() const {
 }
 
 EncodedLabelRangeList& EncodedLabelAllocStatus::keyToEncLabelListIs(GenSetKey key) {
-  Mox::Ptr<EncodedLabelRangeList>& slot = keyToEncLabelList_.at(key);
-  if (!slot) slot = Mox::makePtr<EncodedLabelRangeList>(key);
-  return *slot;
+  return *Mox::lookupOrMake(keyToEncLabelList_, key,
+                            [&] { return Mox::makePtr<EncodedLabelRangeList>(key); });
 }
 
 EncodedLabelAllocator::EncodedLabelAllocator(uint32_t encodeBitWidth,

@@ -20,9 +20,8 @@ PlainLabelList const* PlainLabelListMap::plainLabelList(GenSetKey key) const {
 }
 
 PlainLabelList& PlainLabelListMap::plainLabelListIs(GenSetKey key) {
-  Mox::Ptr<PlainLabelList>& slot = plainLabelList_.at(key);
-  if (!slot) slot = Mox::makePtr<PlainLabelList>(key);
-  return *slot;
+  return *Mox::lookupOrMake(plainLabelList_, key,
+                            [&] { return Mox::makePtr<PlainLabelList>(key); });
 }
 
 Mox::AttributeTable const& EncodedLabelWithMaskList::attributeTable() const {

@@ -63,9 +63,8 @@ Mox::TraceLine LabelEncoderSm::traceStep(int level, char const* step) const {
 }
 
 EncodedLabelWithMaskList& LabelEncoderSm::eLabelMaskIs(GenSetKey key) {
-  auto& slot = eLabelMask_.at(key);
-  if (!slot) slot = Mox::makePtr<EncodedLabelWithMaskList>(key);
-  return *slot;
+  return *Mox::lookupOrMake(eLabelMask_, key,
+                            [&] { return Mox::makePtr<EncodedLabelWithMaskList>(key); });
 }
 
 void LabelEncoderSm::doStartKick() {

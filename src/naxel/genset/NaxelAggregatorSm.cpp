@@ -64,8 +64,9 @@ AggregatorSm::AggregatorSm(Obel::ChipId chipId, Mox::Ptr<AggregatorConfig> confi
 
 Mox::Ptr<PrefixDedupMarkAndSweeper> AggregatorSm::prefixDeduperIs(
     PrefixXformKey const& key, Mox::Ptr<PrefixAggregatorInfo> const& info, Obel::ChipId chipId) {
-  Mox::Ptr<PrefixDedupMarkAndSweeper>& slot = prefixDeduper_.at(key);
-  if (!slot) slot = Mox::makePtr<PrefixDedupMarkAndSweeper>(key, info, chipId);
+  Mox::Ptr<PrefixDedupMarkAndSweeper> const& slot = Mox::lookupOrMake(prefixDeduper_, key, [&] {
+    return Mox::makePtr<PrefixDedupMarkAndSweeper>(key, info, chipId);
+  });
   if (slot->prefixAggInfo() != info) throwNameInUse("_prefixAggInfo", info, slot->prefixAggInfo());
   if (slot->chipId() != chipId) throwNameInUse("_chipId", chipId, slot->chipId());
   return slot;
@@ -73,8 +74,9 @@ Mox::Ptr<PrefixDedupMarkAndSweeper> AggregatorSm::prefixDeduperIs(
 
 Mox::Ptr<RangeDedupMarkAndSweeper> AggregatorSm::rangeDeduperIs(
     RangeSetType type, Mox::Ptr<RangeSplitAggregatorInfo> const& info, Obel::ChipId chipId) {
-  Mox::Ptr<RangeDedupMarkAndSweeper>& slot = rangeDeduper_.at(type);
-  if (!slot) slot = Mox::makePtr<RangeDedupMarkAndSweeper>(type, info, chipId);
+  Mox::Ptr<RangeDedupMarkAndSweeper> const& slot = Mox::lookupOrMake(rangeDeduper_, type, [&] {
+    return Mox::makePtr<RangeDedupMarkAndSweeper>(type, info, chipId);
+  });
   if (slot->rangeSplitAggInfo() != info)
     throwNameInUse("_rangeSplitAggInfo", info, slot->rangeSplitAggInfo());
   if (slot->chipId() != chipId) throwNameInUse("_chipId", chipId, slot->chipId());
@@ -218,13 +220,15 @@ GenSetKey AggregatorSm::buildRangeSet(RangeSetType type, RangeColl const& ranges
     line << "AggregatorSm(" << chipId() << ")::buildRangeSet"
          << ", setType:" << type;
   auto const info = aggStatus_->rangeSplitInfo(type);
+  // Before the set, which only a deduper can clear away again after an exception.
+  auto const deduper = rangeDeduperIs(type, info, chipId());
   GenSetKey key = genSetKeyGen_->newKey();
   auto const set = info->rangeSetCollIs(key, type);
   // The ends fit: the whole configuration has been checked against the bounds of its fields.
   for (auto const& r : ranges)
     set->rangeIs(
         RangeSetElem(static_cast<uint16_t>(r.rangeStart()), static_cast<uint16_t>(r.rangeEnd())));
-  GenSetKey const canonical = rangeDeduperIs(type, info, chipId())->addDeduped(set);
+  GenSetKey const canonical = deduper->addDeduped(set);
   if (canonical != key) {
     if (auto line = trace(6))
       line << "AggregatorSm(" << chipId() << ")::buildRangeSet"

@@ -21,9 +21,7 @@ Mox::AttributeTable const& PrefixAggregatorInfo::attributeTable() const {
 }
 
 Mox::Ptr<PrefixSet> PrefixAggregatorInfo::prefixSetCollIs(GenSetKey key) {
-  Mox::Ptr<PrefixSet>& slot = prefixSetColl_.at(key);
-  if (!slot) slot = Mox::makePtr<PrefixSet>(key);
-  return slot;
+  return Mox::lookupOrMake(prefixSetColl_, key, [&] { return Mox::makePtr<PrefixSet>(key); });
 }
 
 Mox::AttributeTable const& RangeSplitAggregatorInfo::attributeTable() const {
@@ -34,9 +32,7 @@ Mox::AttributeTable const& RangeSplitAggregatorInfo::attributeTable() const {
 }
 
 Mox::Ptr<RangeSet> RangeSplitAggregatorInfo::rangeSetCollIs(GenSetKey key, RangeSetType type) {
-  Mox::Ptr<RangeSet>& slot = rangeSetColl_.at(key);
-  if (!slot) slot = Mox::makePtr<RangeSet>(key, type);
-  return slot;
+  return Mox::lookupOrMake(rangeSetColl_, key, [&] { return Mox::makePtr<RangeSet>(key, type); });
 }
 
 Mox::AttributeTable const& GenSetIpRule::attributeTable() const {
@@ -67,9 +63,7 @@ Mox::AttributeTable const& AclGenSetIpRuleList::attributeTable() const {
 }
 
 Mox::Ptr<GenSetIpRule> AclGenSetIpRuleList::genSetIpRuleIs(std::string const& name) {
-  Mox::Ptr<GenSetIpRule>& slot = genSetIpRule_.at(name);
-  if (!slot) slot = Mox::makePtr<GenSetIpRule>(name);
-  return slot;
+  return Mox::lookupOrMake(genSetIpRule_, name, [&] { return Mox::makePtr<GenSetIpRule>(name); });
 }
 
 void AggregatorStatus::handleInitialized() {
@@ -94,9 +88,8 @@ Mox::AttributeTable const& AggregatorStatus::attributeTable() const {
 
 Mox::Ptr<AclGenSetIpRuleList> AggregatorStatus::aclGenSetIpRuleListIs(std::string const& name,
                                                                       Lumox::AddressFamily af) {
-  Mox::Ptr<AclGenSetIpRuleList>& slot = aclGenSetIpRuleList_.at(name);
-  if (!slot) slot = Mox::makePtr<AclGenSetIpRuleList>(name, af);
-  return slot;
+  return Mox::lookupOrMake(aclGenSetIpRuleList_, name,
+                           [&] { return Mox::makePtr<AclGenSetIpRuleList>(name, af); });
 }
 
 }  // namespace Naxel

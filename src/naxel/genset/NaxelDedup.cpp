@@ -19,8 +19,8 @@ Mox::AttributeTable const& Deduper::attributeTable() const {
 
 Mox::Ptr<Dedupable> Deduper::addObj(Mox::Ptr<Dedupable> const& obj) {
   uint32_t const hash = obj->hash();
-  Mox::Ptr<DedupableList>& list = dedupedHash_.at(hash);
-  if (!list) list = Mox::makePtr<DedupableList>(hash);
+  Mox::Ptr<DedupableList> const& list =
+      Mox::lookupOrMake(dedupedHash_, hash, [&] { return Mox::makePtr<DedupableList>(hash); });
   for (Mox::Ptr<Dedupable> const& member : list->dedupedObj())
     if (member->isEqual(obj)) return member;
   list->dedupedObjIs(obj);

@@ -13,6 +13,7 @@
 /// equal set exists, the new one is deleted and its key is spent.
 
 #include "mox/HashMap.h"
+#include "mox/OrderedMap.h"
 #include "naxel/genset/GenSet.h"
 #include "naxel/types/IpPrefixList.h"
 #include "obel/ChipId.h"

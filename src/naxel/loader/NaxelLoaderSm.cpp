@@ -184,13 +184,18 @@ void LoaderSm::advanceLoop() {
       takeTurn();
     }
   } catch (std::exception const& e) {
-    // Whatever was under way is given up; the next kick supersedes it.
-    smStateIs(LoaderSmState::initial);
-    advancing_ = turnWanted_ = false;
-    traceStep(0, "advance") << ": " << e.what();
-    return doFail(traceKey_ + " " + e.what());
+    giveUp(e.what());
+  } catch (...) {
+    giveUp("unknown exception");
   }
   advancing_ = false;
+}
+
+void LoaderSm::giveUp(char const* what) noexcept {
+  // Whatever was under way is left to the next kick, which supersedes it.
+  smStateIs(LoaderSmState::initial);
+  turnWanted_ = false;
+  doFailThrown(what);
 }
 
 void LoaderSm::takeTurn() {

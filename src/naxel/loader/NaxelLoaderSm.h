@@ -97,6 +97,7 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   void advance();
   void advanceLoop();
   void takeTurn();
+  void giveUp(char const* what) noexcept;
   /// Judges one answer against the current request; false while it is not an answer to it.
   bool checkXformStatus(ResourceStatus const& status, std::string const& table);
   bool checkPrefixStatus();

@@ -10,6 +10,12 @@ void Mox::TextForm<Naxel::PDDataRef>::read(TextCursor& c, Naxel::PDDataRef&) {
 
 namespace Naxel {
 
+LoaderConfig::LoaderConfig() {
+  for (PrefixXformKey const& key : PrefixXformKey::all()) prefixXformLoaderInfoIs(key, nullptr);
+  for (RangeSetType type : allRangeSetTypes()) rangeSplitLoaderInfoIs(type, nullptr);
+  for (ComboLabelSetType type : allComboLabelSetTypes()) comboLabelLoaderInfoIs(type, nullptr);
+}
+
 Mox::AttributeTable const& LoaderConfig::attributeTable() const {
   static Mox::AttributeTable const table = Mox::joinTables(
       StageConfig::attributeTable(),

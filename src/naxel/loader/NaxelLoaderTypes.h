@@ -54,9 +54,11 @@ class FailureData : public Mox::ValueType<FailureData> {
 };
 
 /// The loader infos that the root passes on from the encoders' statuses, null where a field has no
-/// transform table, and the expander's output.
+/// transform table, and the expander's output. Every key is there from the start, so that passing on
+/// cannot fail: it happens in reactors, where nobody would learn of it.
 class NAXEL_EXPORT LoaderConfig : public StageConfig {
  public:
+  LoaderConfig();
   std::string_view fwkType() const override { return "Naxel::LoaderConfig"; }
   Mox::AttributeTable const& attributeTable() const override;
 

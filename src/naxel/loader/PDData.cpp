@@ -49,9 +49,7 @@ Mox::AttributeTable const& PDAclColl::attributeTable() const {
 }
 
 Mox::Ptr<PDAclRuleColl> PDAclColl::pdAclIs(PDAclKey const& key) {
-  Mox::Ptr<PDAclRuleColl>& slot = pdAcl_.at(key);
-  if (!slot) slot = Mox::makePtr<PDAclRuleColl>(key);
-  return slot;
+  return Mox::lookupOrMake(pdAcl_, key, [&] { return Mox::makePtr<PDAclRuleColl>(key); });
 }
 
 size_t PDAclColl::numFilters() const {

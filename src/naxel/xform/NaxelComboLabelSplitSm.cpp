@@ -92,8 +92,8 @@ void ComboLabelSplitSm::doBuildSetGroup() {
   std::vector<GroupMap::value_type> groups;
   groups.reserve(groupOf.size());
   for (auto const& [combo, id] : groupOf) {
-    Mox::Ptr<GenSetKeyGroup>& group = materialised.at(id);
-    if (!group) group = interner.intern(chains.keys(id));
+    Mox::Ptr<GenSetKeyGroup> const& group =
+        Mox::lookupOrMake(materialised, id, [&] { return interner.intern(chains.keys(id)); });
     // Beyond the limit the result is unusable anyway, and its size would have no bound.
     if (interner.size() > groupLimit()) return overflowIs(true);
     groups.emplace_back(combo, group);

@@ -53,9 +53,8 @@ Mox::AttributeTable const& ComboLabelInfo::attributeTable() const {
 }
 
 Mox::Ptr<ComboLabelSet> ComboLabelInfo::comboLabelSetCollIs(GenSetKey key, ComboLabelSetType type) {
-  Mox::Ptr<ComboLabelSet>& slot = comboLabelSetColl_.at(key);
-  if (!slot) slot = Mox::makePtr<ComboLabelSet>(key, type);
-  return slot;
+  return Mox::lookupOrMake(comboLabelSetColl_, key,
+                           [&] { return Mox::makePtr<ComboLabelSet>(key, type); });
 }
 
 GenSetKey ComboLabelInfo::srcDstToComboMap(GenSetKeyPair const& pair) const {

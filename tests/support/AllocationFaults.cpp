@@ -1,0 +1,67 @@
+#include "support/AllocationFaults.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+bool counting = false;
+bool hit = false;
+uint64_t target = 0;
+uint64_t count = 0;
+int64_t alive = 0;
+
+void* allocate(std::size_t size, std::size_t alignment) {
+  if (counting && ++count == target) {
+    hit = true;
+    throw std::bad_alloc();
+  }
+  if (size == 0) size = 1;
+  void* const p =
+      alignment > alignof(std::max_align_t)
+          ? std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)
+          : std::malloc(size);
+  if (!p) throw std::bad_alloc();
+  ++alive;
+  return p;
+}
+
+void release(void* p) noexcept {
+  if (p) --alive;
+  std::free(p);
+}
+
+}  // namespace
+
+// The array and nothrow forms of the standard library end in these.
+void* operator new(std::size_t size) { return allocate(size, 0); }
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  return allocate(size, static_cast<std::size_t>(alignment));
+}
+void operator delete(void* p) noexcept { release(p); }
+void operator delete(void* p, std::size_t) noexcept { release(p); }
+void operator delete(void* p, std::align_val_t) noexcept { release(p); }
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept { release(p); }
+
+namespace Test::AllocationFaults {
+
+void failAt(uint64_t n) {
+  target = n;
+  count = 0;
+  hit = false;
+}
+bool struck() { return hit; }
+uint64_t counted() { return count; }
+int64_t live() { return alive; }
+
+bool countingIs(bool on) {
+  bool const before = counting;
+  counting = on;
+  return before;
+}
+
+Scope::Scope(bool on) : before_(countingIs(on)) {}
+Scope::~Scope() { countingIs(before_); }
+
+}  // namespace Test::AllocationFaults

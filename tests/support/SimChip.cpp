@@ -1,0 +1,515 @@
+#include "support/SimChip.h"
+
+#include "softchip/NaiveLookup.h"
+#include "softchip/PacketSource.h"
+#include "softchip/RuleOracle.h"
+#include "support/AllocationFaults.h"
+#include "support/VerdictGrid.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace Test {
+
+using namespace Naxel;
+using SoftChip::KeyLayout;
+using SoftChip::Packet;
+using SoftChip::Verdict;
+
+Figures& Figures::operator+=(Figures const& more) {
+  edits += more.edits;
+  kicks += more.kicks;
+  successes += more.successes;
+  failures += more.failures;
+  cancels += more.cancels;
+  roots += more.roots;
+  writes += more.writes;
+  packets += more.packets;
+  refusals += more.refusals;
+  faults += more.faults;
+  return *this;
+}
+
+std::string text(Figures const& f) {
+  auto const figure = [](uint64_t n, char const* what) { return std::to_string(n) + " " + what; };
+  return figure(f.kicks, "kicks (") + figure(f.successes, "successes, ") +
+         figure(f.failures, "failures, ") + figure(f.cancels, "cancelled), ") +
+         figure(f.edits, "edits, ") + figure(f.roots, "pipelines built, ") +
+         figure(f.writes, "driver writes, ") + figure(f.packets, "packets compared, ") +
+         figure(f.refusals, "refusals, ") + figure(f.faults, "allocation faults");
+}
+
+/// The configuration as the aggregator met it.
+struct SimChip::Snapshot {
+  Mox::Ptr<AclConfigColl> acls;
+  Mox::Ptr<ChipHwCapability> capability;
+  KeyLayout layout;
+  uint64_t at;
+};
+
+/// An output that has been published, the rules that it was made of, and what it said then.
+struct SimChip::Output {
+  Mox::Ptr<PDData const> data;
+  std::shared_ptr<Snapshot> snapshot;
+  std::string said;
+};
+
+/// A packet for an ACL, and the rule that it must hit under each output that may be in force.
+struct SimChip::Probe {
+  PDAclKey key;
+  Packet packet;
+  std::map<PDData const*, std::pair<std::optional<AceIndex>, NaxelActionValue>> rule;
+};
+
+class SimChip::ProgressWatcher : public RootStatus::Notifiee {
+ public:
+  explicit ProgressWatcher(SimChip& chip) : chip_(chip) { notifierIs(chip.rootStatus_.get()); }
+  void onKickProgress() override {
+    AllocationFaults::Scope const uncounted(false);
+    chip_.onProgress();
+  }
+
+ private:
+  SimChip& chip_;
+};
+
+class SimChip::AggregatorWatcher : public StageStatus::Notifiee {
+ public:
+  explicit AggregatorWatcher(SimChip& chip) : chip_(chip), status_(chip.root_->aggregatorStatus()) {
+    notifierIs(status_.get());
+  }
+  void onStatus() override {
+    AllocationFaults::Scope const uncounted(false);
+    if (status_->status() == StageStatusType::inProgress) chip_.takeSnapshot();
+  }
+
+ private:
+  SimChip& chip_;
+  Mox::Ptr<AggregatorStatus> status_;
+};
+
+class SimChip::ConfigWatcher : public PDConfig::Notifiee {
+ public:
+  explicit ConfigWatcher(SimChip& chip) : chip_(chip) { notifierIs(chip.pdConfig_.get()); }
+  void onCurrPDData() override {
+    AllocationFaults::Scope const uncounted(false);
+    chip_.onOutput();
+  }
+  void onGlobalAclControl() override {
+    chip_.counting_.push_back(AllocationFaults::countingIs(false));
+    chip_.onPolicy();
+  }
+  void onPdResourceConfig() override {
+    chip_.counting_.push_back(AllocationFaults::countingIs(false));
+    chip_.onRequest();
+  }
+
+ private:
+  SimChip& chip_;
+};
+
+/// Only what the library itself allocates is made to fail. The driver works inside the library's
+/// writes, and the library inside the driver's: one of these before and one behind the actual
+/// watchers of an entity mark where a side begins and ends.
+class SimChip::DriverSide : public PDStatus::Notifiee, public PDConfig::Notifiee {
+ public:
+  enum class Ends : uint8_t { no, yes };
+  DriverSide(SimChip& chip, Ends ends, PDStatus* status, PDConfig* config)
+      : chip_(chip), ends_(ends == Ends::yes) {
+    if (status) PDStatus::Notifiee::notifierIs(status);
+    if (config) PDConfig::Notifiee::notifierIs(config);
+  }
+  void onGlobalAclControl() override { mark(); }
+  void onPdResourceConfig() override { mark(); }
+  void onPdPrefixXformEntryStatus(PrefixXformKey const&) override { mark(); }
+  void onPdV4PrefixComboEntryStatus() override { mark(); }
+  void onPdV6PrefixComboEntryStatus() override { mark(); }
+  void onPdPortComboEntryStatus() override { mark(); }
+  void onPdSrcPortXformEntryStatus() override { mark(); }
+  void onPdDstPortXformEntryStatus() override { mark(); }
+  void onPdIcmpXformEntryStatus() override { mark(); }
+  void onPdProtocolXformEntryStatus() override { mark(); }
+  void onPdLengthXformEntryStatus() override { mark(); }
+  void onPdFragmentXformEntryStatus() override { mark(); }
+  void onPdDscpXformEntryStatus() override { mark(); }
+  void onPdTcpFlagsXformEntryStatus() override { mark(); }
+  void onPdAclRuleEntryStatus() override { mark(); }
+
+ private:
+  void mark() {
+    if (!ends_) {
+      chip_.counting_.push_back(AllocationFaults::countingIs(true));
+    } else if (!chip_.counting_.empty()) {
+      AllocationFaults::countingIs(chip_.counting_.back());
+      chip_.counting_.pop_back();
+    }
+  }
+  SimChip& chip_;
+  bool ends_;
+};
+
+/// Throws whenever it is told something that agent or driver write or watch.
+template <class Base>
+class SimChip::Thrower : public Base {
+ public:
+  explicit Thrower(Mox::Entity* entity) { this->notifierIs(entity); }
+  // Each base has some of these.
+  void onKickProgress() { fail(); }
+  void onCurrPDData() { fail(); }
+  void onPdResourceConfig() { fail(); }
+  void onGlobalAclControl() { fail(); }
+  void onPdAclRuleEntryStatus() { fail(); }
+  void onStatus() { fail(); }
+
+ private:
+  [[noreturn]] void fail() {
+    if (++thrown_ % 2) throw std::runtime_error("a watcher's own trouble");
+    throw thrown_;
+  }
+  int thrown_ = 0;
+};
+
+SimChip::SimChip(uint8_t number, Mox::Ptr<Obel::TimerWheel> wheel, Figures& figures,
+                 std::vector<std::string>& differences)
+    : number_(number),
+      wheel_(std::move(wheel)),
+      figures_(figures),
+      differences_(differences),
+      chipId_(number),
+      acls_(Mox::makePtr<AclConfigColl>(chipId_)),
+      capability_(Mox::makePtr<ChipHwCapability>(chipId_)),
+      params_(Acl::paramConfigFactory()),
+      rootConfig_(Mox::makePtr<RootConfig>(chipId_)),
+      rootStatus_(Mox::makePtr<RootStatus>(chipId_)),
+      pdConfig_(pDConfigFactory(chipId_)),
+      pdStatus_(Mox::makePtr<PDStatus>(chipId_)),
+      inForce_{nullptr} {
+  statusFirst_ =
+      std::make_unique<DriverSide>(*this, DriverSide::Ends::no, pdStatus_.get(), nullptr);
+  configWatcher_ = std::make_unique<ConfigWatcher>(*this);
+  chip_ = std::make_unique<SoftChip::Chip>(pdConfig_, pdStatus_, capability_);
+  chip_->observerIs([this](SoftChip::Write const& w) { onWrite(w); });
+  configLast_ =
+      std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, nullptr, pdConfig_.get());
+  rootUp(false);
+}
+
+SimChip::~SimChip() = default;
+
+void SimChip::rootUp(bool freshEntities) {
+  rootDown();
+  if (freshEntities) {
+    rootConfig_ = Mox::makePtr<RootConfig>(chipId_);
+    rootStatus_ = Mox::makePtr<RootStatus>(chipId_);
+  }
+  root_ = naxelRootSmFactory(chipId_, capability_, rootConfig_, rootStatus_, acls_, params_,
+                             pdConfig_, pdStatus_, wheel_);
+  statusLast_ =
+      std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, pdStatus_.get(), nullptr);
+  progressWatcher_ = std::make_unique<ProgressWatcher>(*this);
+  aggregatorWatcher_ = std::make_unique<AggregatorWatcher>(*this);
+  ++figures_.roots;
+}
+
+void SimChip::rootDown() {
+  root_ = nullptr;
+  awaited_ = false;
+}
+
+void SimChip::bootPolicyIs(GlobalAclControl policy) {
+  if (pdConfig_->pdResourceConfig().requestId() != 0 || running()) return;
+  SoftChip::Options const options = chip_->options();
+  pdStatus_->globalAclControlIs(policy);
+  configLast_.reset();
+  chip_ = std::make_unique<SoftChip::Chip>(pdConfig_, pdStatus_, capability_, nullptr, options);
+  chip_->observerIs([this](SoftChip::Write const& w) { onWrite(w); });
+  configLast_ =
+      std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, nullptr, pdConfig_.get());
+}
+
+void SimChip::throwingIs(bool on) {
+  throwers_.clear();
+  if (!on) return;
+  throwers_.push_back(std::make_unique<Thrower<RootStatus::Notifiee>>(rootStatus_.get()));
+  throwers_.push_back(std::make_unique<Thrower<PDConfig::Notifiee>>(pdConfig_.get()));
+  throwers_.push_back(std::make_unique<Thrower<PDStatus::Notifiee>>(pdStatus_.get()));
+  if (root_) {
+    throwers_.push_back(
+        std::make_unique<Thrower<StageStatus::Notifiee>>(root_->aggregatorStatus().get()));
+    throwers_.push_back(
+        std::make_unique<Thrower<StageStatus::Notifiee>>(root_->loaderStatus().get()));
+  }
+}
+
+bool SimChip::running() const {
+  return root_ && rootStatus_->kickProgress() == NaxelProgress::naxelRunning;
+}
+
+NaxelActiveStage SimChip::activeStage() const {
+  return root_ ? root_->stageControllerSm()->activeStage() : NaxelActiveStage::stageInit;
+}
+
+void SimChip::request(NaxelKickRequest what) {
+  requestedAt_ = ++now_;
+  refused_ = false;
+  if (root_) {
+    ++figures_.kicks;
+    awaited_ = true;
+  }
+  rootConfig_->naxelKickRequestIs(what);
+  AllocationFaults::Scope const counted(true);
+  rootConfig_->naxelKickTimeIs(rootConfig_->naxelKickTime() + 1);
+}
+
+bool SimChip::tick() {
+  if (chip_->idle()) return false;
+  chip_->tick();
+  return true;
+}
+
+void SimChip::differ(std::string const& what) {
+  if (differences_.size() < 10) differences_.push_back(name() + what);
+}
+
+void SimChip::takeSnapshot() {
+  auto const acls = Mox::makePtr<AclConfigColl>(chipId_);
+  auto const capability = Mox::makePtr<ChipHwCapability>(chipId_);
+  copyAcls(*acls_, *acls);
+  copyWidths(*capability_, *capability);
+  snapshot_ = std::make_shared<Snapshot>(
+      Snapshot{acls, capability, KeyLayout::of(*capability, chip_->options().missYields), ++now_});
+}
+
+SimChip::Output const* SimChip::outputOf(PDData const* data) const {
+  for (Output const& output : outputs_)
+    if (output.data.get() == data) return &output;
+  return nullptr;
+}
+
+void SimChip::onOutput() {
+  auto const& data = pdConfig_->currPDData();
+  if (!data || outputOf(data.get())) return;
+  auto snapshot = snapshot_;
+  if (dump(*data).empty()) {
+    // What is brought back before anything has been loaded.
+    snapshot = std::make_shared<Snapshot>(Snapshot{Mox::makePtr<AclConfigColl>(chipId_),
+                                                   capability_, KeyLayout::of(*capability_), now_});
+  } else if (!snapshot) {
+    return differ("an output is offered that no configuration was read for");
+  }
+  outputs_.push_back({data, snapshot, full(*data)});
+  // What is in force, or may be brought back, is kept, and the newest.
+  for (size_t i = 0; i + 4 < outputs_.size();) {
+    PDData const* const old = outputs_[i].data.get();
+    if (std::find(inForce_.begin(), inForce_.end(), old) == inForce_.end())
+      outputs_.erase(outputs_.begin() + static_cast<std::ptrdiff_t>(i));
+    else
+      ++i;
+  }
+  drawProbes();
+}
+
+void SimChip::drawProbes() {
+  constexpr int perOutput = 5;
+  probes_.clear();
+  for (size_t i = outputs_.size() < 2 ? 0 : outputs_.size() - 2; i < outputs_.size(); ++i) {
+    SoftChip::PacketSource source(*outputs_[i].snapshot->acls, now_ + i);
+    for (int n = 0; n < perOutput; ++n) {
+      Packet const packet = source.next();
+      for (auto const& [aclName, acl] : outputs_[i].snapshot->acls->acl())
+        probes_.push_back({PDAclKey(packet.af, aclName), packet, {}});
+    }
+  }
+  for (Probe& probe : probes_) {
+    probe.rule[nullptr] = {};
+    for (Output const& output : outputs_) {
+      auto& rule = probe.rule[output.data.get()];
+      auto const acl = output.snapshot->acls->acl(probe.key.aclName());
+      if (!acl || SoftChip::familyOf(*acl) != probe.key.af()) continue;
+      rule.first = SoftChip::firstMatch(*acl, probe.packet);
+      if (rule.first) rule.second = acl->ruleById(*rule.first)->action();
+    }
+  }
+}
+
+void SimChip::onRequest() {
+  RequestState const state = pdConfig_->pdResourceConfig().requestState();
+  PDData const* const offered = pdConfig_->currPDData().get();
+  if (state == RequestState::load) inForce_.push_back(offered);
+  if (state == RequestState::acquire) {
+    if (!pdConfig_->prevPDData()) differ("there is no previous output");
+    refused_ = false;
+    return;
+  }
+  bool failed = false;
+  for (SoftChip::Table t : SoftChip::allTables())
+    failed = failed ||
+             SoftChip::statusOf(*pdStatus_, t) ==
+                 ResourceStatus(pdConfig_->pdResourceConfig().requestId(), ResponseState::failed);
+  if (state == RequestState::revert) {
+    ++figures_.refusals;
+    refused_ = true;
+    if (!failed) differ("revert although the driver refused nothing");
+    Output const* const output = outputOf(offered);
+    bool const was = std::find(inForce_.begin(), inForce_.end(), offered) != inForce_.end();
+    if (!was && !(output && output->said.empty()))
+      differ("revert to an output that never was in force");
+    if (!was) inForce_.push_back(offered);
+  }
+}
+
+void SimChip::onPolicy() {
+  GlobalAclControl const policy = pdConfig_->globalAclControl();
+  if (policy == GlobalAclControl::doNotApply) return;
+  if (pdConfig_->pdResourceConfig().requestId() == 0) return;  // the driver's own is taken over
+  if (policy !=
+      (params_->permitDuringUpdate() ? GlobalAclControl::permitAll : GlobalAclControl::denyAll))
+    differ("another policy than the agent wants");
+  ResourceStatus const answer = SoftChip::statusOf(*pdStatus_, SoftChip::Table::aclEntries);
+  if (answer != ResourceStatus(pdConfig_->pdResourceConfig().requestId(), ResponseState::hitful))
+    differ("a policy for a change that nobody called hitful");
+}
+
+void SimChip::onWrite(SoftChip::Write const& write) {
+  ++figures_.writes;
+  using Kind = SoftChip::Write::Kind;
+  PDData const* const now = chip_->inForce().get();
+  if (write.kind == Kind::switched || write.kind == Kind::rewritten) {
+    auto const at = std::find(inForce_.begin(), inForce_.end(), now);
+    if (at == inForce_.end()) return differ("an output is in force that nobody asked for");
+    inForce_.erase(inForce_.begin(), at);
+  }
+  for (std::string const& breach : chip_->breaches())
+    if (static_cast<size_t>(&breach - chip_->breaches().data()) >= breachesSeen_) differ(breach);
+  breachesSeen_ = chip_->breaches().size();
+
+  for (Probe const& probe : probes_) {
+    Verdict const verdict = chip_->lookup(probe.key, probe.packet);
+    ++figures_.packets;
+    if (verdict.kind == Verdict::Kind::policy) continue;  // onPolicy() judges them
+    bool right = verdict.kind != Verdict::Kind::disturbed;
+    if (right) {
+      auto const fits = [&](PDData const* data) {
+        auto const& [rule, action] = probe.rule.at(data);
+        return verdict.kind == Verdict::Kind::none
+                   ? !rule
+                   : rule == verdict.rule && action == verdict.action;
+      };
+      right = std::any_of(inForce_.begin(), inForce_.end(), fits);
+    }
+    if (!right) {
+      differ("in flight, " + probe.key.aclName() + ": " + SoftChip::text(probe.packet) + " meets " +
+             SoftChip::text(verdict));
+      return;
+    }
+  }
+}
+
+void SimChip::onProgress() {
+  NaxelProgress const progress = rootStatus_->kickProgress();
+  switch (progress) {
+    case NaxelProgress::naxelFinishedSuccess:
+      ++figures_.successes;
+      checkSuccess();
+      break;
+    case NaxelProgress::naxelFinishedFail:
+      ++figures_.failures;
+      checkFailure();
+      break;
+    case NaxelProgress::naxelCancelled: ++figures_.cancels; break;
+    case NaxelProgress::naxelInitialized:
+    case NaxelProgress::naxelRunning: break;
+  }
+  if (progress != NaxelProgress::naxelRunning) awaited_ = false;
+  if (rekickAt_ == progress) {
+    rekickAt_.reset();
+    request(NaxelKickRequest::naxelStart);
+  } else if (downAt_ == progress) {
+    downAt_.reset();
+    rootDown();
+  }
+}
+
+void SimChip::checkSuccess() {
+  if (!snapshot_ || snapshot_->at < requestedAt_)
+    return differ("success without having read the configuration since the request");
+  auto const data = pdConfig_->currPDData();
+  if (!data || chip_->inForce() != data) return differ("success without the new output in force");
+  if (chip_->policy() != GlobalAclControl::doNotApply ||
+      pdConfig_->globalAclControl() != GlobalAclControl::doNotApply)
+    return differ("success under a policy");
+  if (!root_->stageControllerStatus()->failureText().empty() || !rootStatus_->kickMessage().empty())
+    differ("success with a reason for failure");
+
+  // The one reading of a miss in one kick, the other in the next.
+  KeyLayout const layout =
+      KeyLayout::of(*snapshot_->capability,
+                    now_ % 2 ? SoftChip::MissYields::highest : SoftChip::MissYields::nothing);
+  GridResult const grid = compareVerdicts(*snapshot_->acls, *data, layout, 3000, now_);
+  figures_.packets += grid.packets;
+  for (std::string const& d : grid.differences) differ(d + "\n" + dump(*data));
+
+  World fresh({}, number_);
+  fresh.acls = snapshot_->acls;
+  fresh.capability = snapshot_->capability;
+  fresh.buildRoot();
+  if (fresh.kick() != NaxelProgress::naxelFinishedSuccess)
+    return differ("success where a new pipeline fails: " + fresh.failureText());
+  if (full(fresh.tables()) != full(*data))
+    differ("the output is not that of a new pipeline:\n" + full(*data) + "but:\n" +
+           full(fresh.tables()));
+  auto const sets = [](NaxelRootSm const& root) {
+    std::string out;
+    for (PrefixXformKey const& key : PrefixXformKey::all())
+      out += std::to_string(root.aggregatorStatus()->prefixInfo(key)->prefixSetColl().size()) + " ";
+    for (RangeSetType type : allRangeSetTypes())
+      out += std::to_string(root.aggregatorStatus()->rangeSplitInfo(type)->rangeSetColl().size()) +
+             " ";
+    for (ComboLabelSetType type : allComboLabelSetTypes())
+      out +=
+          std::to_string(
+              root.comboLabelResolverStatus(type)->comboLabelInfo()->comboLabelSetColl().size()) +
+          " ";
+    return out;
+  };
+  if (sets(*fresh.root) != sets(*root_))
+    differ("numbers of sets " + sets(*root_) + "instead of " + sets(*fresh.root));
+}
+
+void SimChip::checkFailure() {
+  auto const& status = *root_->stageControllerStatus();
+  if (AllocationFaults::struck()) return;  // even the reason may be what there was no memory for
+  std::string const message = "Naxel failed at " + Mox::stringValue(status.lastFailedStage()) +
+                              " on chip " + std::to_string(number_);
+  if (rootStatus_->kickMessage() != message)
+    differ("failure with the message " + rootStatus_->kickMessage());
+  if (status.failureText().empty()) return differ("failure without a reason");
+  if (refused_) {
+    if (status.lastFailedStage() != NaxelActiveStage::stageLoader)
+      differ("failure before the driver was asked");
+    return;
+  }
+  World fresh({}, number_);
+  fresh.acls = snapshot_->acls;
+  fresh.capability = snapshot_->capability;
+  fresh.buildRoot();
+  // Not necessarily for the same reason: of several, a pipeline with a history may meet another first,
+  // since a transform that failed before on the same sets leaves it to the stages behind.
+  if (fresh.kick() != NaxelProgress::naxelFinishedFail)
+    differ("failure where a new pipeline succeeds: " + status.failureText());
+}
+
+void SimChip::checkPublished() {
+  for (Output const& output : outputs_)
+    if (full(*output.data) != output.said) differ("an output has changed since it was published");
+}
+
+void SimChip::checkAtRest() {
+  if (awaited_ && root_) {
+    differ("a kick hangs at " + Mox::stringValue(activeStage()));
+    awaited_ = false;
+  }
+  checkPublished();
+}
+
+}  // namespace Test

@@ -1,0 +1,145 @@
+#pragma once
+
+/// One chip of the simulator: its configuration, its pipeline and a software chip behind it, all of
+/// them watched.
+///
+/// What must hold, and when it is looked at:
+///
+/// - Whenever the chip writes a single table, policy or status, packets that are likely to tell
+///   meet the verdict of the output in force before, of an output that the library has asked to be
+///   loaded since, or of the temporary policy, and that only if the driver called the change hitful.
+/// - Whenever a kick reports success, the tables in force give every class of packets the verdict of
+///   the rules as the kick read them, which was after it had been requested; no policy stands; and
+///   everything is as a pipeline without a history makes it of the same rules: tables, entries,
+///   numbers of sets.
+/// - Whenever a kick reports failure, the tables in force are those of before, there is a reason in
+///   words, and a pipeline without a history fails too, unless the driver refused.
+/// - No output changes once it has been published.
+/// - Every kick ends.
+
+#include "softchip/SoftChip.h"
+#include "support/World.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Test {
+
+/// What a run did.
+struct Figures {
+  uint64_t edits = 0;
+  uint64_t kicks = 0;
+  uint64_t successes = 0;
+  uint64_t failures = 0;
+  uint64_t cancels = 0;
+  uint64_t roots = 0;     ///< pipelines built
+  uint64_t writes = 0;    ///< of the driver, looked at one by one
+  uint64_t packets = 0;   ///< compared against the rules
+  uint64_t refusals = 0;  ///< acquires that the driver refused
+  uint64_t faults = 0;    ///< allocations made to fail
+
+  Figures& operator+=(Figures const& more);
+};
+std::string text(Figures const& figures);
+
+class SimChip {
+ public:
+  SimChip(uint8_t number, Mox::Ptr<Obel::TimerWheel> wheel, Figures& figures,
+          std::vector<std::string>& differences);
+  ~SimChip();
+
+  Naxel::AclConfigColl& acls() { return *acls_; }
+  Naxel::ChipHwCapability& capability() { return *capability_; }
+  Acl::ParamConfig& params() { return *params_; }
+  SoftChip::Chip& driver() { return *chip_; }
+
+  /// Builds the root over what there is, or takes it down. With `freshEntities` the agent has lost
+  /// its own RootConfig and RootStatus too.
+  void rootUp(bool freshEntities);
+  void rootDown();
+  bool isUp() const { return static_cast<bool>(root_); }
+  /// Has the driver start with a policy of its own. Only before the first request.
+  void bootPolicyIs(Naxel::GlobalAclControl policy);
+
+  void request(Naxel::NaxelKickRequest what);
+  /// Requests another kick, or takes the root down, from within the notification of this progress.
+  void rekickAt(Naxel::NaxelProgress progress) { rekickAt_ = progress; }
+  void downAt(Naxel::NaxelProgress progress) { downAt_ = progress; }
+  /// Watchers of library and driver entities that throw.
+  void throwingIs(bool on);
+
+  bool running() const;
+  Naxel::NaxelActiveStage activeStage() const;
+  /// A step of the driver. False if there was nothing to do.
+  bool tick();
+  /// What must hold while nothing is under way.
+  void checkAtRest();
+
+ private:
+  struct Snapshot;
+  struct Output;
+  struct Probe;
+  class ProgressWatcher;
+  class AggregatorWatcher;
+  class ConfigWatcher;
+  class DriverSide;
+  template <class Base>
+  class Thrower;
+
+  void onProgress();
+  void onOutput();
+  void onRequest();
+  void onPolicy();
+  void onWrite(SoftChip::Write const& write);
+  void takeSnapshot();
+  void drawProbes();
+  void checkSuccess();
+  void checkFailure();
+  void checkPublished();
+  Output const* outputOf(Naxel::PDData const* data) const;
+  void differ(std::string const& what);
+  std::string name() const { return "chip " + std::to_string(number_) + ": "; }
+
+  uint8_t number_;
+  Mox::Ptr<Obel::TimerWheel> wheel_;
+  Figures& figures_;
+  std::vector<std::string>& differences_;
+
+  Obel::ChipId chipId_;
+  Mox::Ptr<Naxel::AclConfigColl> acls_;
+  Mox::Ptr<Naxel::ChipHwCapability> capability_;
+  Mox::Ptr<Acl::ParamConfig> params_;
+  Mox::Ptr<Naxel::RootConfig> rootConfig_;
+  Mox::Ptr<Naxel::RootStatus> rootStatus_;
+  Mox::Ptr<Naxel::PDConfig> pdConfig_;
+  Mox::Ptr<Naxel::PDStatus> pdStatus_;
+
+  // In the order in which they must be told: see DriverSide.
+  std::unique_ptr<DriverSide> statusFirst_;
+  std::unique_ptr<ConfigWatcher> configWatcher_;
+  std::unique_ptr<SoftChip::Chip> chip_;
+  std::unique_ptr<DriverSide> configLast_;
+  Mox::Ptr<Naxel::NaxelRootSm> root_;
+  std::unique_ptr<DriverSide> statusLast_;
+  std::unique_ptr<ProgressWatcher> progressWatcher_;
+  std::unique_ptr<AggregatorWatcher> aggregatorWatcher_;
+  std::vector<std::unique_ptr<Mox::Notifiee>> throwers_;
+  std::vector<bool> counting_;  // what counted before each side was entered
+
+  uint64_t now_ = 0;  // numbers events
+  uint64_t requestedAt_ = 0;
+  bool awaited_ = false;  // a kick has been requested and has not been seen to end
+  bool refused_ = false;  // the driver refused the present kick's acquire
+  std::optional<Naxel::NaxelProgress> rekickAt_;
+  std::optional<Naxel::NaxelProgress> downAt_;
+  std::shared_ptr<Snapshot> snapshot_;
+  std::vector<Output> outputs_;
+  std::vector<Naxel::PDData const*> inForce_;  // what packets may meet, the oldest first
+  std::vector<Probe> probes_;
+  size_t breachesSeen_ = 0;
+};
+
+}  // namespace Test

@@ -1,0 +1,96 @@
+#pragma once
+
+/// A world in one process, all of it commanded by a script: an agent that edits the configuration of
+/// two chips and kicks their pipelines, the drivers of both, the clock, and faults. The same script
+/// always does the same. SimChip.h says what is checked on the way.
+///
+/// A script has one event per line. Lines that begin with the number of a chip, 0 or 1, are about
+/// that chip. An event that makes no sense where it stands, such as an edit of a rule that is not
+/// there, does nothing, so that a script stays valid when lines are taken out of it.
+///
+///   set ACL INDEX RULE FILTER      the rule as in addRules(), under this index
+///   acl ACL / del-acl ACL / rename-acl ACL ACL / af ACL ipv4|ipv6|none
+///   del-rule ACL RULE / rename-rule ACL RULE RULE / recreate ACL RULE / swap ACL RULE RULE
+///   index ACL INDEX RULE / del-index ACL INDEX / stray ACL INDEX
+///   prefix ACL RULE src|dst +P|-P|+!P|-!P    one member of a list, in place
+///   share ACL RULE src|dst ACL RULE src|dst  the second side gets the list object of the first
+///   range ACL RULE FIELD +A-B|-A-B
+///   toggle ACL RULE drop|log|tc|init|est
+///   empty                          all ACLs are deleted
+///   oversize ACL N / shrink ACL    N rules of one port each
+///   width TABLE BITS               unless a kick is running
+///
+///   kick / request / cancel / cancel-at STAGE
+///   rekick-at PROGRESS / down-at PROGRESS    from within the notification
+///   down / up / up-fresh           the root; up-fresh over a new RootConfig and RootStatus
+///   driver KEY VALUE               see Simulator.cpp
+///   permit on|off
+///
+///   pass N                         N steps of all
+///   run                            until everything rests
+///   clock SECONDS                  forth or back
+///   throwing on|off                watchers and a trace sink that throw
+///   trace LEVEL
+///   alloc N                        the N-th allocation of the library from now on fails
+
+#include "mox/Trace.h"
+#include "support/SimChip.h"
+#include "support/Vocabulary.h"
+
+#include <array>
+#include <sstream>
+
+namespace Test {
+
+using Script = std::vector<std::string>;
+
+class Simulator {
+ public:
+  Simulator();
+  ~Simulator();
+  Simulator(Simulator const&) = delete;
+  Simulator& operator=(Simulator const&) = delete;
+
+  /// Throws std::invalid_argument for a line that says nothing known.
+  void execute(std::string const& line);
+  /// All faults and limits off; a last kick for each chip, which has to end.
+  void finish();
+
+  std::vector<std::string> const& differences() const { return differences_; }
+  Figures const& figures() const { return figures_; }
+
+ private:
+  void executeOn(SimChip& chip, std::string const& verb, std::istringstream& in);
+  bool edit(SimChip& chip, std::string const& verb, std::istringstream& in);
+  bool step();
+  void settle();
+  void throwingIs(bool on);
+
+  Figures figures_;
+  std::vector<std::string> differences_;
+  Mox::TraceSink sinkBefore_;
+  Mox::ManualClock clock_;
+  Mox::Activity activity_{clock_};
+  Mox::Ptr<Obel::TimerWheel> wheel_;
+  std::array<std::unique_ptr<SimChip>, 2> chips_;
+};
+
+/// A script of about so many events, and the settings that it begins with.
+Script randomScript(Dice& dice, size_t events);
+
+struct ScriptRun {
+  std::vector<std::string> differences;
+  Figures figures;
+};
+/// Runs a script to its end. What is left over afterwards counts as a difference too.
+ScriptRun runScript(Script const& script);
+
+/// Takes out of a failing script what it fails without. Each attempt runs in a process of its own,
+/// so that it may crash.
+Script shrink(Script const& script);
+
+/// Text with one event per line; empty lines and what follows a # are left out.
+Script scriptOf(std::string const& text);
+std::string textOf(Script const& script);
+
+}  // namespace Test

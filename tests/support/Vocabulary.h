@@ -1,0 +1,69 @@
+#pragma once
+
+/// Random pieces of configurations, drawn from so few values that rules, sets and edges collide.
+
+#include "lumox/AddressFamily.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Test {
+
+/// Where choices come from: a seed, or the bytes that a fuzzer offers.
+class Dice {
+ public:
+  virtual ~Dice() = default;
+  /// 0..n-1, for n > 0.
+  virtual uint64_t below(uint64_t n) = 0;
+
+  uint64_t between(uint64_t first, uint64_t last) { return first + below(last - first + 1); }
+  bool oneIn(uint64_t n) { return below(n) == 0; }
+  template <class T>
+  T const& of(std::vector<T> const& list) {
+    return list[below(list.size())];
+  }
+};
+
+class SeededDice : public Dice {
+ public:
+  explicit SeededDice(uint64_t seed) : state_(seed) {}
+  uint64_t below(uint64_t n) override;
+
+ private:
+  uint64_t state_;
+};
+
+/// Two bytes a choice; every choice is 0 once they are used up.
+class ByteDice : public Dice {
+ public:
+  ByteDice(uint8_t const* data, size_t size) : data_(data), size_(size) {}
+  uint64_t below(uint64_t n) override;
+  bool usedUp() const { return size_ == 0; }
+
+ private:
+  uint8_t const* data_;
+  size_t size_;
+};
+
+/// Texts in the form that addRules() reads.
+class Vocabulary {
+ public:
+  explicit Vocabulary(Dice& dice) : dice_(dice) {}
+
+  /// Three bits below a fixed byte, cut at lengths 8 to 11, now and then with host bits, a single
+  /// address or everything.
+  std::string prefix(Lumox::AddressFamily af);
+  /// Up to three prefixes and some exceptions, at least one of either.
+  std::string list(Lumox::AddressFamily af);
+  /// One to three ranges, low or close to the bound, often touching or overlapping.
+  std::string ranges(uint32_t bound);
+  /// Everything behind the name of a rule; perhaps nothing.
+  std::string filter(Lumox::AddressFamily af);
+
+ private:
+  Dice& dice_;
+};
+
+}  // namespace Test
