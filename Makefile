@@ -2,6 +2,7 @@
 
 SHELL := /bin/bash
 JOBS ?= $(shell nproc)
+SECONDS ?= 60
 PREFIX ?= /usr/local
 CTEST = UBSAN_OPTIONS=print_stacktrace=1 ctest -j2 --output-on-failure --no-label-summary
 SOURCES = $(shell find $(wildcard src tools tests fuzz bench examples) -name '*.h' -o -name '*.cpp')
@@ -10,7 +11,7 @@ SOURCES = $(shell find $(wildcard src tools tests fuzz bench examples) -name '*.
 build = cmake --preset $(1) >/dev/null && cmake --build --preset $(1) -j $(JOBS) $(2)
 
 .DEFAULT_GOAL := help
-.PHONY: help deps deps-check build test demo check-all clang-build headers memcheck coverage \
+.PHONY: help deps deps-check build test demo check-all clang-build headers memcheck coverage fuzz \
         format format-check tidy install clean
 
 help: ## List the targets
@@ -54,12 +55,20 @@ memcheck: deps-check ## Run the fast tests under valgrind
 	@$(call build,release)
 	@scripts/memcheck.sh build/release
 
+soak: deps ## Run random worlds for SECONDS (default 60), or the one of SEED
+	@$(call build,release,--target soak)
+	@cd build/release && bin/soak $(if $(SEED),0 $(SEED),$(or $(SECONDS),60))
+
 coverage: deps-check ## Run all tests and print line and branch figures of src/naxel
 	@$(call build,coverage)
 	@find build/coverage -name '*.gcda' -delete
 	@$(CTEST) --test-dir build/coverage
 	@gcovr --root . --filter src/naxel/ --exclude-throw-branches --exclude-unreachable-branches \
 	  --branches --print-summary build/coverage
+
+fuzz: deps-check ## Run every fuzzer for SECONDS=60 each, JOBS of them at once
+	@$(call build,fuzz,--target fuzzers)
+	@scripts/fuzz.sh build/fuzz $(SECONDS) $(JOBS)
 
 format: deps-check ## Format all sources in place
 	@clang-format -i $(SOURCES)

@@ -2,27 +2,43 @@
 # on, and with the tests as a program that replays fuzz/corpus/<Name>Fuzz/. The other sources of the
 # folder are shared by all targets; ReplayMain.cpp holds the replayer's main().
 
+if(NOT TARGET naxel_tool_core)
+  message(STATUS "fuzz is left out: the tool is not built")
+  return()
+endif()
+
 set(fuzz_folder ${PROJECT_SOURCE_DIR}/fuzz)
 file(GLOB fuzz_targets CONFIGURE_DEPENDS ${fuzz_folder}/*Fuzz.cpp)
 file(GLOB fuzz_shared CONFIGURE_DEPENDS ${fuzz_folder}/*.cpp)
 set(replay_main ${fuzz_folder}/ReplayMain.cpp)
 list(REMOVE_ITEM fuzz_shared ${replay_main} ${fuzz_targets})
 
-function(add_fuzz_program target source)
-  add_executable(${target} ${source} ${fuzz_shared} ${ARGN})
-  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
-  target_link_libraries(${target} PRIVATE $<TARGET_NAME_IF_EXISTS:test_support>
-    $<TARGET_NAME_IF_EXISTS:naxel_tool_core> $<TARGET_NAME_IF_EXISTS:softchip> naxel_objects)
+# What the targets share, together with what they need of the tests' support where there are no tests.
+set(fuzz_support)
+if(NOT TARGET test_support)
+  file(GLOB fuzz_support CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/support/*.cpp)
+endif()
+add_library(fuzz_parts STATIC ${fuzz_shared} ${fuzz_support})
+target_include_directories(fuzz_parts PUBLIC ${fuzz_folder} ${PROJECT_SOURCE_DIR}/tests)
+target_link_libraries(fuzz_parts PUBLIC naxel_tool_parts)
+naxel_own_target(fuzz_parts)
+
+function(add_fuzz_program target)
+  add_executable(${target} ${ARGN})
+  target_link_libraries(${target} PRIVATE fuzz_parts $<TARGET_NAME_IF_EXISTS:test_support>
+    naxel_tool_core softchip naxel_objects)
   naxel_own_target(${target})
 endfunction()
 
+add_custom_target(fuzzers)
 foreach(source IN LISTS fuzz_targets)
   get_filename_component(name ${source} NAME_WE)
   if(NAXEL_BUILD_FUZZ)
     add_fuzz_program(${name} ${source})
     target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+    add_dependencies(fuzzers ${name})
   endif()
-  if(NAXEL_BUILD_TESTS AND EXISTS ${replay_main})
+  if(NAXEL_BUILD_TESTS)
     add_fuzz_program(${name}_replay ${source} ${replay_main})
     add_test(NAME fuzz.${name} COMMAND ${name}_replay ${fuzz_folder}/corpus/${name})
     set_tests_properties(fuzz.${name} PROPERTIES LABELS fast TIMEOUT 300)

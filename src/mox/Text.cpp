@@ -1,6 +1,7 @@
 #include "mox/Text.h"
 
 #include <charconv>
+#include <cmath>
 
 namespace Mox {
 
@@ -46,7 +47,9 @@ void TextForm<double>::read(TextCursor& c, double& v) {
   });
   double value = 0;
   auto const result = std::from_chars(token.data(), token.data() + token.size(), value);
-  if (token.empty() || result.ec != std::errc() || result.ptr != token.data() + token.size())
+  // A value must equal what its text reads as; NaN equals nothing.
+  if (token.empty() || result.ec != std::errc() || result.ptr != token.data() + token.size() ||
+      std::isnan(value))
     c.fail("expected a floating-point number before this");
   v = value;
 }

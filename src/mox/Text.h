@@ -85,7 +85,7 @@ struct NAXEL_EXPORT TextForm<bool> {
   static void read(TextCursor& c, bool& v);
 };
 
-/// Printed with 17 significant digits, so that reading gives the same double again.
+/// Printed with 17 significant digits, so that reading gives the same double; NaN never reads.
 template <>
 struct NAXEL_EXPORT TextForm<double> {
   static void write(std::string& out, double v);

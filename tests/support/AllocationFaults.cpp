@@ -27,6 +27,14 @@ void* allocate(std::size_t size, std::size_t alignment) {
   return p;
 }
 
+void* allocateOrNull(std::size_t size) noexcept {
+  try {
+    return allocate(size, 0);
+  } catch (std::bad_alloc const&) {
+    return nullptr;
+  }
+}
+
 void release(void* p) noexcept {
   if (p) --alive;
   std::free(p);
@@ -34,15 +42,31 @@ void release(void* p) noexcept {
 
 }  // namespace
 
-// The array and nothrow forms of the standard library end in these.
+// All forms, so that none is left to a sanitizer, which would see the two kinds mixed up.
 void* operator new(std::size_t size) { return allocate(size, 0); }
+void* operator new[](std::size_t size) { return allocate(size, 0); }
 void* operator new(std::size_t size, std::align_val_t alignment) {
   return allocate(size, static_cast<std::size_t>(alignment));
 }
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+  return allocate(size, static_cast<std::size_t>(alignment));
+}
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
+  return allocateOrNull(size);
+}
+void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
+  return allocateOrNull(size);
+}
 void operator delete(void* p) noexcept { release(p); }
+void operator delete[](void* p) noexcept { release(p); }
 void operator delete(void* p, std::size_t) noexcept { release(p); }
+void operator delete[](void* p, std::size_t) noexcept { release(p); }
 void operator delete(void* p, std::align_val_t) noexcept { release(p); }
+void operator delete[](void* p, std::align_val_t) noexcept { release(p); }
 void operator delete(void* p, std::size_t, std::align_val_t) noexcept { release(p); }
+void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { release(p); }
+void operator delete(void* p, std::nothrow_t const&) noexcept { release(p); }
+void operator delete[](void* p, std::nothrow_t const&) noexcept { release(p); }
 
 namespace Test::AllocationFaults {
 

@@ -23,7 +23,8 @@ struct Position {
 Position positionOf(std::string const& text, size_t offset);
 
 /// Input that cannot be used. what() is the complete line for the user,
-/// "file:line:column: error: text" without the numbers that are not known.
+/// "file:line:column: error: text" without the numbers that are not known; control characters of the
+/// text are escaped.
 class InputError : public std::runtime_error {
  public:
   InputError(std::string const& file, Position at, std::string const& text);

@@ -91,7 +91,8 @@ void ComboLabelSplitSm::doBuildSetGroup() {
   Mox::HashMap<uint32_t, Mox::Ptr<GenSetKeyGroup>> materialised;
   std::vector<GroupMap::value_type> groups;
   groups.reserve(groupOf.size());
-  for (auto const& [combo, id] : groupOf) {
+  for (auto const& [combo, number] : groupOf) {
+    uint32_t const id = number;
     Mox::Ptr<GenSetKeyGroup> const& group =
         Mox::lookupOrMake(materialised, id, [&] { return interner.intern(chains.keys(id)); });
     // Beyond the limit the result is unusable anyway, and its size would have no bound.

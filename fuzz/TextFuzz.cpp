@@ -1,0 +1,121 @@
+/// The text forms of all value types, and the address texts of the tool. A text that reads must print
+/// and read again as the equal value; where a value has only one form, the text itself must come back.
+
+#include "Check.h"
+#include "Classify.h"
+#include "RuleSet.h"
+#include "lumox/Ip6Addr.h"
+#include "naxel/expander/RuleExpanderTypes.h"
+#include "naxel/genset/NaxelAggregatorTypes.h"
+#include "naxel/loader/NaxelLoaderTypes.h"
+#include "naxel/types/ControlEnums.h"
+#include "softchip/Table.h"
+
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+
+using namespace Naxel;
+
+namespace {
+
+/// Numbers with a fraction and IPv6 addresses have several spellings.
+enum class Spellings { one, oneWithoutColon, several };
+
+template <class T>
+constexpr Spellings spellings = Spellings::one;
+template <>
+constexpr Spellings spellings<double> = Spellings::several;
+template <>
+constexpr Spellings spellings<ResourceConfig> = Spellings::several;
+template <>
+constexpr Spellings spellings<ResourceStatus> = Spellings::several;
+template <>
+constexpr Spellings spellings<Lumox::Ip6Addr> = Spellings::several;
+template <>
+constexpr Spellings spellings<PDPrefixXformEntry> = Spellings::several;
+template <>
+constexpr Spellings spellings<Lumox::IpGenPrefix> = Spellings::oneWithoutColon;
+
+template <class T>
+std::optional<T> read(std::string_view text) {
+  T out{};
+  try {
+    Mox::sequenceToValue(text.data(), text.data() + text.size(), out);
+    return out;
+  } catch (Mox::ParseError const&) {
+  } catch (Mox::RangeError const&) {
+  }
+  Fuzz::expectSame(Mox::valueToStrep(out), Mox::valueToStrep(T{}), "a value that was not read");
+  return std::nullopt;
+}
+
+template <class T>
+void check(std::string const& text) {
+  std::optional<T> const value = read<T>(text);
+  if (!value) return;
+  std::string const printed = Mox::valueToStrep(*value);
+  if (spellings<T> == Spellings::one ||
+      (spellings<T> == Spellings::oneWithoutColon && text.find(':') == text.npos))
+    Fuzz::expectSame(text, printed, "a text with one spelling");
+  std::optional<T> const again = read<T>(printed);
+  Fuzz::expect(again.has_value(), "what was printed does not read: " + printed);
+  Fuzz::expect(*again == *value, "what was printed reads as another value: " + printed);
+  Fuzz::expectSame(printed, Mox::valueToStrep(*again), "a value that was printed");
+  if constexpr (requires { value->hash64(); })
+    Fuzz::expect(again->hash64() == value->hash64(), "equal values, different hashes: " + printed);
+  if constexpr (Mox::NamedEnum<T>)
+    Fuzz::expect(Mox::instanceFromText<T>(text) == value, "another name: " + printed);
+}
+
+template <class... T>
+void checkAll(std::string const& text) {
+  (check<T>(text), ...);
+}
+
+/// True if `f` takes its input; the tool's own readers throw one type only.
+template <class F>
+bool takes(F f) {
+  try {
+    f();
+    return true;
+  } catch (std::invalid_argument const&) {
+    return false;
+  }
+}
+
+void checkAddresses(std::string const& text) {
+  Lumox::IpGenPrefix prefix;
+  if (takes([&] { prefix = NaxelTool::prefixFromText(text); }))
+    Fuzz::expect(prefix == read<Lumox::IpGenPrefix>(text), "another prefix: " + text);
+  // An address is a prefix without a length.
+  std::pair<Lumox::AddressFamily, SoftChip::Address> address;
+  if (!takes([&] { address = NaxelTool::addressFromText(text); })) return;
+  bool const four = address.first == Lumox::ipv4();
+  auto const host = read<Lumox::IpGenPrefix>(text + (four ? "/32" : "/128"));
+  Fuzz::expect(host && host->hi() == address.second.hi && host->lo() == address.second.lo,
+               "another address: " + text);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
+  std::string const text(data, data + size);
+  checkAll<uint8_t, uint16_t, uint32_t, uint64_t, bool, double, std::string>(text);
+  checkAll<Lumox::AddressFamily, Lumox::Ip6Addr, Lumox::IpGenPrefix, Lumox::DscpValue,
+           Obel::ChipId>(text);
+  checkAll<NaxelKickRequest, NaxelProgress, StageStatusType, NaxelActiveStage, NaxelActionType,
+           RangeSetType, ComboLabelSetType, TcamFieldType, LoaderSmState, RequestState,
+           ResponseState, GlobalAclControl, SoftChip::Field, SoftChip::Table>(text);
+  checkAll<Range, L4PortRange, IcmpTypeRange, ProtoRange, LengthRange, FragmentRange, DscpRange>(
+      text);
+  checkAll<AceIndex, NaxelTrafficClass, NaxelActionValue, Constants>(text);
+  checkAll<GenSetKey, PlainLabel, PrefixXformKey, GenSetKeyPair, RangeSetElem, GenCombo,
+           AggregatorWorkingSet>(text);
+  checkAll<EncodedLabel, LabelMask, EncodedLabelWithMask, EncodedLabelRange, EncodedComboLabel,
+           TcamFieldData>(text);
+  checkAll<ResourceConfig, ResourceStatus, PDPrefixXformEntry, PDRangeXformEntry, PDComboEntry,
+           PDAclKey, PDAclFilter, FailureData>(text);
+  checkAddresses(text);
+  return 0;
+}
