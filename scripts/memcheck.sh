@@ -9,6 +9,8 @@ if [[ ! -s $build/fast-tests.txt ]]; then
   exit 1
 fi
 
+export NAXEL_THINNING=25
+
 while read -r program; do
   log=$build/memcheck-$(basename "$program").log
   echo "memcheck: $(basename "$program")"

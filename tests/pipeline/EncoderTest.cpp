@@ -409,15 +409,6 @@ TEST(Encoder, PairsMatchTheLabelsOfTheirSetAndNoOtherAndNeverTheReservedValue) {
   }
 }
 
-TEST(Encoder, ExceptedAddressesYieldTheReservedValue) {
-  World w("a 1 A src 10.0.0.0/8,!10.1.0.0/16");
-  w.capability->prefixXformWidthIs({Lumox::ipv4(), true}, 5);
-  w.kick();
-  EXPECT_EQ(dump(w.tables()),
-            "ipv4 src: 10.0.0.0/8=0 10.1.0.0/16=31\n"
-            "acl a ipv4 1: source=0/31\n");
-}
-
 TEST(Encoder, WithoutAWidthRawValuesAreMatchedInTheFieldsOwnWidth) {
   struct Case {
     char const* filter;
@@ -443,6 +434,27 @@ TEST(Encoder, WithoutAWidthRawValuesAreMatchedInTheFieldsOwnWidth) {
     for (RangeSetType t : allRangeSetTypes())
       EXPECT_FALSE(w.root->rangeEncoderStatus(t)->loaderInfo());
   }
+}
+
+TEST(Encoder, TheCombinationThatMostRulesUseIsPlacedFirst) {
+  World w(
+      "a 10 r sport 1 dport 5\n"
+      "a 20 s sport 7 dport 8\n"
+      "a 30 t sport 7 dport 8 drop\n");
+  for (RangeSetType type : {RangeSetType::srcPort, RangeSetType::dstPort})
+    w.capability->rangeXformWidthIs(type, 4);
+  w.capability->comboXformWidthIs(ComboLabelSetType::srcDstL4Port, 4);
+  ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << w.failureText();
+  auto const entryOf = [&](uint32_t rule) {
+    return w.tables()
+        .pdAclColl()
+        ->pdAcl(PDAclKey(Lumox::ipv4(), "a"))
+        ->rule(AceIndex(rule))
+        ->filter()
+        .items()[0];
+  };
+  EXPECT_EQ(entryOf(20).portCombo().label(), EncodedLabel(0));
+  EXPECT_FALSE(entryOf(10).portCombo().matches(0));
 }
 
 TEST(EncoderDeathTest, PrefixEncodersNeedAWidth) {

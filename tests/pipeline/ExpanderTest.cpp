@@ -91,20 +91,6 @@ TEST(Expander, RulesBecomeEntries) {
   }
 }
 
-TEST(Expander, EqualLabelWidthsOfEveryFieldReachTheirOwnField) {
-  EXPECT_EQ(compile("a 1 r sport 1 dport 2 icmp 3 proto 4 len 5 frag 6 dscp 7", 4),
-            "srcPort: 1-1=0\ndstPort: 2-2=0\nicmp: 3-3=0\nproto: 4-4=0\nlength: 5-5=0\n"
-            "fragment: 6-6=0\ndscp: 7-7=0\n"
-            "acl a ipv4 1: sport=0/15 dport=0/15 icmpType=0/15 proto=0/15 length=0/15 "
-            "fragment=0/15 dscp=0/15\n");
-}
-
-TEST(Expander, AWidthOfOneBitHoldsOneLabelBesideTheReservedOne) {
-  EXPECT_EQ(compile("a 1 r proto 6", 1), "proto: 6-6=0\nacl a ipv4 1: proto=0/1\n");
-  std::string const text = compile("a 1 r proto 6\na 2 s proto 7", 1);
-  EXPECT_NE(text.find("2 disjoint sets needed"), std::string::npos) << text;
-}
-
 TEST(Expander, WhatCannotBeCompiledIsRefusedByName) {
   struct Case {
     char const* rules;

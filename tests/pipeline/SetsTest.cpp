@@ -38,20 +38,6 @@ Mox::Ptr<G> group(std::vector<uint64_t> const& keys) {
   return g;
 }
 
-std::string keysOf(GenSetKeyGroup const& g) {
-  std::string out;
-  for (GenSetKey k : g.keyGroup()) out += (out.empty() ? "" : " ") + Mox::valueToStrep(k);
-  return out;
-}
-
-Mox::Ptr<IpPrefixList> prefixList(std::vector<std::string> const& prefixes,
-                                  std::vector<std::string> const& excepts = {}) {
-  auto list = makePtr<IpPrefixList>();
-  for (auto const& p : prefixes) list->addrIs(Mox::valueFromText<Lumox::IpGenPrefix>(p));
-  for (auto const& p : excepts) list->exceptAddrIs(Mox::valueFromText<Lumox::IpGenPrefix>(p));
-  return list;
-}
-
 /// Equal both ways with equal hashes, or unequal both ways.
 void expectSame(Mox::Ptr<Dedupable> const& a, Mox::Ptr<Dedupable> const& b, bool same) {
   EXPECT_EQ(a->isEqual(b), same);
@@ -147,30 +133,6 @@ TEST(Sets, StringValueShowsTwoMembersAndCountsTheRest) {
             " Key: 3, type:srcDstL4Port: <1, 2>, <3, 4> and 1 more");
 }
 
-TEST(Sets, KeyGroupOperationsAreThoseOfSets) {
-  auto const g = group({5, 1});
-  g->addToKeyGroup(*group({3, 5, 9}));
-  EXPECT_EQ(keysOf(*g), "1 3 5 9");
-  g->removeFromKeyGroup(*group({2, 3, 9}));
-  EXPECT_EQ(keysOf(*g), "1 5");
-  g->addToKeyGroup(*g);
-  EXPECT_EQ(keysOf(*g), "1 5");
-  g->removeFromKeyGroup(*g);
-  EXPECT_EQ(g->keyGroups(), 0u);
-}
-
-TEST(Sets, PrefixListsCompareByTheirMembersInBothSets) {
-  auto const a = prefixList({"10.0.0.0/8", "11.0.0.0/8"}, {"10.1.0.0/16"});
-  expectSame(a, prefixList({"11.0.0.0/8", "10.0.0.0/8"}, {"10.1.0.0/16"}), true);
-  expectSame(a, prefixList({"10.0.0.0/8", "11.0.0.0/8"}), false);
-  expectSame(a, prefixList({"10.1.0.0/16"}, {"10.0.0.0/8", "11.0.0.0/8"}), false);
-  // Pairs that weak mixes of address and length take for the same.
-  expectSame(prefixList({"10.0.0.0/8"}), prefixList({"8.0.0.0/10"}), false);
-  expectSame(prefixList({"10.0.0.0/24"}), prefixList({"10.0.0.56/32"}), false);
-  expectSame(prefixList({"0.0.0.0/0"}), prefixList({"::/0"}), false);
-  expectSame(makePtr<PrefixListDedup>(a), makePtr<PrefixListDedup>(prefixList({})), false);
-}
-
 TEST(Sets, FilterHashesKeepFieldsAndFlagsApart) {
   std::vector<std::string> const texts = {"",
                                           "src 10.0.0.0/8",
@@ -201,17 +163,6 @@ TEST(Sets, FilterHashesKeepFieldsAndFlagsApart) {
   EXPECT_FALSE(seen.contains(rule.ruleFilter()->contentHash())) << "an absent list is not empty";
 }
 
-TEST(Sets, EqualGroupsShareALabelUntilCleared) {
-  GenSetKeyGroupDeduper deduper;
-  EXPECT_EQ(deduper.addGroup(group({2})), PlainLabel(1));
-  EXPECT_EQ(deduper.addGroup(group({})), PlainLabel(2));
-  EXPECT_EQ(deduper.addGroup(group<RangeSetKeyGroup>({2})), PlainLabel(1));
-  EXPECT_EQ(deduper.dedupedGenSetKeyGroup().size(), 2u);
-  deduper.clear();
-  EXPECT_EQ(deduper.addGroup(group({})), PlainLabel(1));
-  EXPECT_EQ(deduper.dedupedGenSetKeyGroup().size(), 1u);
-}
-
 TEST(Sets, SweepingDeletesWhatNothingMarkedAndEmptiesTheIndex) {
   auto const info = makePtr<RangeSplitAggregatorInfo>(RangeSetType::srcPort);
   RangeDedupMarkAndSweeper sweeper(RangeSetType::srcPort, info, Obel::ChipId(4));
@@ -232,18 +183,6 @@ TEST(Sets, SweepingDeletesWhatNothingMarkedAndEmptiesTheIndex) {
   EXPECT_EQ(trace.text, "RangeDeduper(type=srcPort, chipId:4): Cleaning up key:2\n");
   EXPECT_EQ(info->rangeSetColl().size(), 1u);
   EXPECT_EQ(sweeper.deduped().size(), 1u);
-}
-
-TEST(Sets, ARecordFreezesTheListThatItsSetWasBuiltFrom) {
-  auto const live = prefixList({"10.0.0.0/8"}, {"10.1.0.0/16"});
-  auto const record = prefixListDedupFactory(live);
-  EXPECT_EQ(record->prefixList(), live);
-  uint32_t const hash = record->hash();
-  record->prefixSetIs(makePtr<PrefixSet>(GenSetKey(1)));
-  live->addrIs(Mox::valueFromText<Lumox::IpGenPrefix>("11.0.0.0/8"));
-  EXPECT_EQ(record->hash(), hash);
-  expectSame(record, prefixListDedupFactory(prefixList({"10.0.0.0/8"}, {"10.1.0.0/16"})), true);
-  expectSame(record, prefixListDedupFactory(live), false);
 }
 
 TEST(Sets, AggregatorSharesSetsAndSpendsTheKeysOfDuplicates) {
@@ -272,43 +211,6 @@ TEST(Sets, AggregatorSharesSetsAndSpendsTheKeysOfDuplicates) {
   EXPECT_GT(w.root->genSetKeyGen()->genKey(), 5u);
   EXPECT_EQ(rangeSets(w, RangeSetType::dstPort),
             std::to_string(w.root->genSetKeyGen()->genKey()) + ":1-2");
-}
-
-TEST(Sets, AnEditedListGetsANewSetAndHostBitsDoNotCount) {
-  World w("a 10 r src 10.1.2.3/8,10.9.9.9/8,!10.1.2.3/16\n");
-  w.kick();
-  EXPECT_EQ(prefixSets(w), "1:10.0.0.0/8,!10.1.0.0/16");
-  auto const list = w.rule("a", "r")->ruleFilter()->source();
-  list->addrIs(Mox::valueFromText<Lumox::IpGenPrefix>("11.0.0.0/8"));
-  w.kick();
-  EXPECT_EQ(prefixSets(w), "2:10.0.0.0/8,11.0.0.0/8,!10.1.0.0/16");
-  list->exceptAddrDelAll();
-  w.kick();
-  EXPECT_EQ(prefixSets(w), "3:10.0.0.0/8,11.0.0.0/8");
-  w.kick();
-  EXPECT_EQ(w.root->aggregatorStatus()->status(), StageStatusType::finishedSkipped);
-  EXPECT_EQ(w.root->genSetKeyGen()->genKey(), 3u);
-}
-
-TEST(Sets, PairsMatchedThroughACombinationDoNotCountAsUses) {
-  struct Case {
-    char const* filter;
-    uint32_t first, second;
-  };
-  for (Case const& c : {Case{"sport 1 dport 2", 0, 0}, Case{"sport 1 icmp 2", 1, 1},
-                        Case{"dport 1 icmp 2", 1, 1}, Case{"src 1.0.0.0/8 dst 2.0.0.0/8", 1, 1}}) {
-    SCOPED_TRACE(c.filter);
-    World w;
-    for (RangeSetType t : {RangeSetType::srcPort, RangeSetType::dstPort})
-      w.capability->rangeXformWidthIs(t, 8);
-    w.capability->comboXformWidthIs(ComboLabelSetType::srcDstL4Port, 8);
-    w.capability->comboXformWidthIs(ComboLabelSetType::ipv6SrcDstPrefix, 8);
-    w.capability->comboXformWidthIs(ComboLabelSetType::ipv4SrcDstPrefix, 0);
-    w.rules("a 10 r " + std::string(c.filter));
-    w.kick();
-    EXPECT_EQ(uses(w, 1), c.first);
-    EXPECT_EQ(uses(w, 2), c.second);
-  }
 }
 
 TEST(Sets, EveryChangeOfTheConfigurationChangesItsDigest) {

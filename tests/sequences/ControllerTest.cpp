@@ -128,20 +128,6 @@ struct Bench {
   }
 };
 
-TEST(ControllerTest, StagesRunInOrderAndMembersOfAKeyedStageTogether) {
-  Bench b;
-  auto const stages = b.addAll();
-  auto const second = b.add(Stage::stageRangeEncoder, true);
-  EXPECT_EQ(b.kick(), Status::finishedSuccess);
-  EXPECT_EQ(b.log, (std::vector<std::string>{
-                       "stageAggregator", "stagePrefixXform", "stageRangeSplit",
-                       "stageComboLabelResolver", "stageComboLabelSplit", "stagePrefixEncoder",
-                       "stageRangeEncoder", "stageRangeEncoder2", "stageComboLabelEncoder",
-                       "stageRuleExpander", "stageLoader"}));
-  EXPECT_EQ(b.sm->activeStage(), Stage::stageInit);
-  EXPECT_EQ(b.status->kickTime(), b.config->kickTime());
-}
-
 TEST(ControllerTest, StagesWithoutMembersPassAtOnce) {
   Bench b;
   EXPECT_EQ(b.kick(), Status::finishedSuccess);
@@ -149,22 +135,6 @@ TEST(ControllerTest, StagesWithoutMembersPassAtOnce) {
   auto const loader = b.add(Stage::stageLoader);
   EXPECT_EQ(b.kick(), Status::finishedSuccess);
   EXPECT_EQ(b.log, (std::vector<std::string>{"stageAggregator", "stageLoader"}));
-}
-
-TEST(ControllerTest, ManyStatusChangesInOnePassCauseOneReview) {
-  Bench b;
-  auto const one = b.add(Stage::stagePrefixXform);
-  auto const two = b.add(Stage::stagePrefixXform, true);
-  one->work = two->work = [](FakeStage&) {};
-  b.kick();
-  ASSERT_EQ(b.sm->activeStage(), Stage::stagePrefixXform);
-  one->end(Status::init);
-  one->end(Status::finishedNotEnabled);
-  two->end(Status::finishedSkipped);
-  EXPECT_TRUE(b.activity.runPass());
-  // One step for all of them, and not one each.
-  EXPECT_EQ(b.sm->activeStage(), Stage::stageRangeSplit);
-  EXPECT_EQ(b.run(), Status::finishedSuccess);
 }
 
 TEST(ControllerTest, AStageThatHasNotAnsweredThisKickIsWaitedFor) {
@@ -265,70 +235,6 @@ TEST(ControllerTest, ACancelEndsTheKickInWhateverStageItIs) {
     EXPECT_EQ(b.kick(), Status::finishedSuccess);
     EXPECT_EQ(b.log.size(), stages.size());
   }
-}
-
-TEST(ControllerTest, ACancelBetweenKicksEndsAsCancelled) {
-  Bench b;
-  auto const stages = b.addAll();
-  b.request(NaxelKickRequest::naxelCancel);
-  EXPECT_EQ(b.run(), Status::cancelled);
-  EXPECT_EQ(b.kick(), Status::finishedSuccess);
-  b.request(NaxelKickRequest::naxelCancel);
-  b.request(NaxelKickRequest::naxelCancel);
-  EXPECT_EQ(b.run(), Status::cancelled);
-  EXPECT_EQ(b.log.size(), stages.size());
-}
-
-TEST(ControllerTest, AStartInThePassOfACancelTakesItsPlace) {
-  Bench b;
-  auto const stages = b.addAll();
-  stages[5]->work = [](FakeStage&) {};
-  b.kick();
-  b.log.clear();
-  stages[5]->work = [](FakeStage& s) { s.end(Status::finishedSuccess); };
-  b.request(NaxelKickRequest::naxelCancel);
-  b.request();
-  EXPECT_EQ(b.run(), Status::finishedSuccess);
-  EXPECT_EQ(b.log.size(), stages.size());
-}
-
-TEST(ControllerTest, AKickFromWithinAStageStartsOver) {
-  for (Stage stage : Bench::all()) {
-    SCOPED_TRACE(stage);
-    Bench b;
-    auto const stages = b.addAll();
-    auto const second = Bench::keyed(stage) ? b.add(stage, true) : nullptr;
-    int kicks = 0;
-    stages[static_cast<size_t>(stage) - 1]->work = [&](FakeStage& s) {
-      if (++kicks == 1) b.request();
-      s.end(Status::finishedSuccess);
-    };
-    EXPECT_EQ(b.kick(), Status::finishedSuccess);
-    EXPECT_EQ(kicks, 2);
-    EXPECT_EQ(b.config->kickTime(), 2);
-    EXPECT_EQ(b.log.back(), "stageLoader");
-    for (auto const& s : stages) EXPECT_EQ(s->status()->kickTime(), 2);
-  }
-}
-
-TEST(ControllerTest, MembersMayComeAndGoBetweenKicks) {
-  Bench b;
-  auto const one = b.add(Stage::stageRangeSplit);
-  auto const two = b.add(Stage::stageRangeSplit, true);
-  two->work = [](FakeStage& s) { s.fail("two"); };
-  EXPECT_EQ(b.kick(), Status::finishedFailed);
-  b.stageConfig->rangeSplitConfigDel(RangeSetType::dscp);
-  b.stageStatus->rangeSplitStatusDel(RangeSetType::dscp);
-  EXPECT_EQ(b.kick(), Status::finishedSuccess);
-  // What left is heard no more; what is replaced is heard under its new status.
-  auto const replaced = b.add(Stage::stageRangeSplit);
-  replaced->work = [](FakeStage&) {};
-  EXPECT_EQ(b.kick(), Status::inProgress);
-  one->end(Status::finishedFailed);
-  two->end(Status::finishedFailed);
-  EXPECT_EQ(b.run(), Status::inProgress);
-  replaced->end(Status::finishedSuccess);
-  EXPECT_EQ(b.run(), Status::finishedSuccess);
 }
 
 }  // namespace

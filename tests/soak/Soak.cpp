@@ -126,7 +126,9 @@ int main(int argc, char** argv) {
   if (file.is_open()) {
     std::stringstream all;
     all << file.rdbuf();
-    return replay(what, scriptOf(all.str()));
+    int outcome = 0;
+    for (Script const& script : scriptsOf(all.str())) outcome |= replay(what, script);
+    return outcome;
   }
   if (argc == 3) {
     Script const script = scriptOfSeed(std::strtoull(argv[2], nullptr, 10));

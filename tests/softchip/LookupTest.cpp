@@ -29,31 +29,6 @@ Verdict lookup(LoadedTables& tables, PDAclKey const& acl, Packet const& packet) 
   return verdict;
 }
 
-TEST(Lookup, LongestPrefixWinsAndUncoveredAddressesHaveNoLabel) {
-  Output out;
-  out.prefix(true, "10.0.0.0/8", 1).prefix(true, "10.1.0.0/16", 2).prefix(true, "10.1.1.0/24", 3);
-  out.prefix(true, "10.1.255.0/24", 4).prefix(true, "10.2.0.0/16", 5);
-  out.prefix(true, "10.255.255.255/32", 6).prefix(true, "255.255.255.255/32", 7);
-  out.prefix(true, "2001:db8::/32", 1).prefix(true, "2001:db8:0:0:8000::/65", 2);
-  out.prefix(true, "ffff::/16", 3).prefix(true, "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff/128", 4);
-  LoadedTables tables(out.data, KeyLayout());
-
-  std::istringstream cases(
-      "0.0.0.0 - 9.255.255.255 - 10.0.0.0 1 10.0.255.255 1 10.1.0.0 2 10.1.1.0 3 10.1.1.255 3 "
-      "10.1.2.0 2 10.1.254.255 2 10.1.255.0 4 10.1.255.255 4 10.2.0.0 5 10.3.0.0 1 "
-      "10.255.255.254 1 10.255.255.255 6 11.0.0.0 - 255.255.255.254 - 255.255.255.255 7 "
-      ":: - 2001:db8::1 1 2001:db8:0:0:7fff:: 1 2001:db8:0:0:8000:: 2 2001:db8:0:1:: 1 "
-      "2001:db9:: - ffff:ffff:ffff:ffff:ffff:ffff:ffff:fffe 3 "
-      "ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff 4");
-  for (std::string src, label; cases >> src >> label;) {
-    Packet const packet = packetOf(src);
-    lookup(tables, edge, packet);
-    auto const found = tables.labelsOf(packet)[Field::source];
-    EXPECT_EQ(found ? std::to_string(*found) : "-", label) << src;
-    EXPECT_FALSE(tables.labelsOf(packet)[Field::destination]) << src;
-  }
-}
-
 TEST(Lookup, AMissMatchesMaskZeroOnlyOrIsTheHighestLabel) {
   Output out;
   out.prefix(true, "10.0.0.0/8", 0).range(RangeSetType::dstPort, 80, 90, 0);
@@ -76,92 +51,6 @@ TEST(Lookup, AMissMatchesMaskZeroOnlyOrIsTheHighestLabel) {
   EXPECT_EQ(lookup(highest, edge, packet).rule, AceIndex(20));
   packet.src = addressOf("10.0.0.0");
   EXPECT_EQ(lookup(nothing, edge, packet).rule, AceIndex(10));
-}
-
-TEST(Lookup, FieldsWithoutWidthAreMatchedByTheirRawValue) {
-  Output out;
-  out.range(RangeSetType::proto, 6, 6, 3);
-  out.entry(edge, 10, {{Field::dport, 1024, 0xfc00}, {Field::proto, 3, 0xf}});
-  out.entry(edge, 20, {{Field::fragment, 8191, 0x1fff}});
-  out.entry(edge, 30, {{Field::proto, 6, 0xff}});
-  KeyLayout labelled;
-  labelled.range[3] = 4;
-  LoadedTables tables(out.data, labelled);
-  LoadedTables raw(out.data, KeyLayout());
-
-  Packet packet = packetOf("10.0.0.1");
-  packet.proto = 6;
-  packet.dport = 2047;
-  EXPECT_EQ(lookup(tables, edge, packet).rule, AceIndex(10));
-  EXPECT_EQ(lookup(raw, edge, packet).rule, AceIndex(30));
-  packet.proto = 3;
-  EXPECT_EQ(lookup(tables, edge, packet).kind, Verdict::Kind::none);
-  EXPECT_EQ(lookup(raw, edge, packet).rule, AceIndex(10));
-  packet.dport = 2048;
-  packet.fragment = 8191;
-  EXPECT_EQ(lookup(tables, edge, packet).rule, AceIndex(20));
-}
-
-TEST(Lookup, CombinationsAreLookedUpByTheLabelsOfBothSides) {
-  Output out;
-  out.prefix(true, "10.0.0.0/8", 1).prefix(false, "20.0.0.0/8", 2);
-  out.prefix(true, "2001::/16", 1).prefix(false, "2002::/16", 2);
-  out.combo(ComboLabelSetType::ipv4SrcDstPrefix, 1, 2, 5);
-  out.combo(ComboLabelSetType::ipv6SrcDstPrefix, 1, 2, 6);
-  out.range(RangeSetType::srcPort, 1, 9, 1).range(RangeSetType::dstPort, 1, 9, 2);
-  out.combo(ComboLabelSetType::srcDstL4Port, 1, 2, 7);
-  for (PDAclKey const& acl : {edge, edge6}) {
-    out.entry(acl, 10, {{Field::prefixCombo, 5, 0xf}, {Field::portCombo, 7, 0xf}});
-    out.entry(acl, 20, {{Field::prefixCombo, 6, 0xf}});
-    out.entry(acl, 30, {{Field::portCombo, 0, 0x8}});
-  }
-  KeyLayout layout;
-  layout.combo = {4, 4, 4};
-  layout.range[0] = layout.range[1] = 4;
-  LoadedTables tables(out.data, layout);
-
-  Packet packet = packetOf("10.0.0.1", "20.0.0.1");
-  packet.sport = packet.dport = 1;
-  EXPECT_EQ(lookup(tables, edge, packet).rule, AceIndex(10));
-  packet.sport = 10;
-  EXPECT_EQ(lookup(tables, edge, packet).kind, Verdict::Kind::none);
-  packet = packetOf("2001::", "2002::");
-  EXPECT_EQ(lookup(tables, edge6, packet).rule, AceIndex(20));
-  // One side missing is a miss, whatever a label 0 would have yielded.
-  EXPECT_EQ(lookup(tables, edge6, packetOf("2001::", "2003::")).kind, Verdict::Kind::none);
-
-  // Raw ports are not labels, even where their values stand in the table.
-  layout.range[0] = 0;
-  LoadedTables raw(out.data, layout);
-  packet.sport = 1;
-  packet.dport = 1;
-  EXPECT_FALSE(raw.labelsOf(packet)[Field::portCombo]);
-  lookup(raw, edge6, packet);
-}
-
-TEST(Lookup, TcpFlagsConstrainOnlyWhereTheyAreTrue) {
-  Naxel::PDAclFilter init, established, both;
-  init.matchTcpInitIs(true);
-  established.matchTcpEstablishedIs(true);
-  both.matchTcpInitIs(true);
-  both.matchTcpEstablishedIs(true);
-  Output out;
-  out.entry(edge, 10, both).entry(edge, 20, init).entry(edge, 30, established);
-  out.entry(edge, 40, Naxel::PDAclFilter());
-  LoadedTables tables(out.data, KeyLayout());
-
-  Packet packet = packetOf("10.0.0.1");
-  packet.proto = 6;
-  uint32_t const expected[8] = {40, 20, 30, 30, 30, 10, 30, 30};  // by SYN 1, ACK 2, RST 4
-  for (unsigned bits = 0; bits < 8; ++bits) {
-    packet.syn = bits & 1;
-    packet.ack = bits & 2;
-    packet.rst = bits & 4;
-    packet.proto = 6;
-    EXPECT_EQ(lookup(tables, edge, packet).rule, AceIndex(expected[bits])) << packet;
-    packet.proto = 17;
-    EXPECT_EQ(lookup(tables, edge, packet).rule, AceIndex(40)) << packet;
-  }
 }
 
 TEST(Lookup, HitsAreCountedPerEntry) {

@@ -98,56 +98,6 @@ class Bench : private Naxel::PDStatus::Notifiee {
   }
 };
 
-TEST(SoftChip, EveryTableIsAnsweredInTheChosenOrderAndTime) {
-  for (uint32_t delay : {0u, 1u, 3u}) {
-    for (Pace pace : {Pace::together, Pace::oneByOne}) {
-      for (AnswerOrder order :
-           {AnswerOrder::standard, AnswerOrder::reversed, AnswerOrder::prefixTablesLast}) {
-        for (TcpFlagsAnswer tcp :
-             {TcpFlagsAnswer::inTurn, TcpFlagsAnswer::last, TcpFlagsAnswer::never}) {
-          SCOPED_TRACE(testing::Message() << delay << int(pace) << int(order) << int(tcp));
-          Options options;
-          options.answerAfterTicks = delay;
-          options.pace = pace;
-          options.order = order;
-          options.tcpFlags = tcp;
-          Bench bench(options);
-          size_t const count = tcp == TcpFlagsAnswer::never ? 15 : 16;
-
-          bench.acquire(1, outputOf(10));
-          size_t const atOnce = delay > 0 ? 0 : pace == Pace::together ? count : 1;
-          EXPECT_EQ(bench.answered.size(), atOnce);
-          for (uint32_t i = 1; i < delay; ++i) bench.activity.runPass();
-          EXPECT_EQ(bench.answered.size(), atOnce);
-          bench.run();
-          EXPECT_TRUE(bench.all(1, ResponseState::hitless));
-          ASSERT_EQ(bench.answered.size(), count);
-          Table const first = order == AnswerOrder::reversed           ? Table::aclEntries
-                              : order == AnswerOrder::prefixTablesLast ? Table::v4PrefixCombo
-                                                                       : Table::v4Source;
-          EXPECT_EQ(bench.answered.front(), first);
-          if (order == AnswerOrder::prefixTablesLast && tcp != TcpFlagsAnswer::last) {
-            EXPECT_EQ(bench.answered.back(), Table::v6Destination);
-          }
-          if (tcp == TcpFlagsAnswer::last) {
-            EXPECT_EQ(bench.answered.back(), Table::tcpFlags);
-          }
-          EXPECT_EQ(bench.at(Table::tcpFlags), tcp == TcpFlagsAnswer::never
-                                                   ? ResourceStatus()
-                                                   : ResourceStatus(1, ResponseState::hitless));
-
-          bench.request(1, RequestState::load);
-          bench.run();
-          EXPECT_TRUE(bench.all(1, ResponseState::loaded));
-          EXPECT_EQ(bench.chip->inForce(), bench.config->currPDData());
-          EXPECT_TRUE(bench.chip->idle());
-          EXPECT_TRUE(bench.chip->breaches().empty());
-        }
-      }
-    }
-  }
-}
-
 TEST(SoftChip, TheWayOfAChangeFollowsFromTheRoom) {
   struct Case {
     char const* name;
@@ -187,52 +137,6 @@ TEST(SoftChip, TheWayOfAChangeFollowsFromTheRoom) {
   }
 }
 
-TEST(SoftChip, RefusesAsManyAcquiresAsAskedAndRevertKeepsWhatIsInForce) {
-  Bench bench;
-  auto const first = outputOf(10);
-  bench.load(1, first);
-  bench.chip->options().refuseTable = Table::v6Source;
-  bench.chip->options().refuseAcquires = 1;
-  bench.acquire(2, outputOf(20));
-  EXPECT_EQ(bench.at(Table::v6Source), ResourceStatus(2, ResponseState::failed));
-  EXPECT_EQ(bench.at(Table::aclEntries), ResourceStatus(2, ResponseState::hitless));
-
-  bench.probes.clear();
-  bench.config->currPDDataIs(first);
-  bench.request(2, RequestState::revert);
-  EXPECT_TRUE(bench.all(2, ResponseState::reverted));
-  EXPECT_EQ(bench.probes, std::vector<std::string>{"rule 10 entry 0 permit"});
-  EXPECT_EQ(bench.chip->inForce(), first);
-
-  bench.load(3, outputOf(30));
-  EXPECT_EQ(bench.probe(), "rule 30 entry 0 permit");
-  EXPECT_TRUE(bench.chip->breaches().empty());
-}
-
-TEST(SoftChip, RevertWithoutAnyLoadPutsTheEmptyOutputInForce) {
-  Bench bench;
-  auto const empty = bench.config->prevPDData();
-  bench.chip->options().refuseAcquires = 1;
-  bench.acquire(1, outputOf(10));
-  bench.config->currPDDataIs(empty);
-  bench.request(1, RequestState::revert);
-  EXPECT_TRUE(bench.all(1, ResponseState::reverted));
-  EXPECT_EQ(bench.chip->inForce(), empty);
-  EXPECT_EQ(bench.probe(), "none");
-}
-
-TEST(SoftChip, AHitlessChangeShowsPacketsTheOldOrTheNewOutput) {
-  Bench bench;
-  bench.load(1, outputOf(10));
-  EXPECT_EQ(bench.chip->hits(edge, Naxel::AceIndex(10), 0), bench.answered.size() - 16 + 1);
-  bench.probes.clear();
-  bench.load(2, outputOf(20));
-  EXPECT_EQ(bench.probes,
-            (std::vector<std::string>{"rule 10 entry 0 permit", "rule 20 entry 0 permit"}));
-  // Nothing says loaded before the switch.
-  EXPECT_EQ(bench.chip->hits(edge, Naxel::AceIndex(10), 0), 0u);
-}
-
 TEST(SoftChip, AHitfulChangeNeedsAPolicy) {
   for (bool withPolicy : {true, false}) {
     SCOPED_TRACE(withPolicy);
@@ -269,27 +173,6 @@ TEST(SoftChip, AHitfulChangeNeedsAPolicy) {
   }
 }
 
-TEST(SoftChip, ANewAcquireSupersedesTheOldOne) {
-  for (bool stale : {false, true}) {
-    SCOPED_TRACE(stale);
-    Options options;
-    options.answerAfterTicks = 2;
-    options.pace = Pace::oneByOne;
-    options.staleAnswers = stale;
-    Bench bench(options);
-    bench.acquire(1, outputOf(10));
-    bench.acquire(2, outputOf(20));  // nothing was answered yet
-    for (int i = 0; i < 6; ++i) bench.activity.runPass();
-    EXPECT_EQ(bench.at(Table::v4Source), ResourceStatus(2, ResponseState::hitless));
-    EXPECT_EQ(bench.at(Table::aclEntries), ResourceStatus());
-    bench.acquire(3, outputOf(30));  // half was answered
-    bench.run();
-    EXPECT_TRUE(bench.all(3, ResponseState::hitless));
-    EXPECT_EQ(bench.entries, stale ? (std::vector<std::string>{"2 hitless", "3 hitless"})
-                                   : (std::vector<std::string>{"3 hitless"}));
-  }
-}
-
 TEST(SoftChip, ALoadIsFinishedBeforeANewerAcquireIsAnswered) {
   Options options;
   options.answerAfterTicks = 3;
@@ -311,32 +194,6 @@ TEST(SoftChip, ALoadIsFinishedBeforeANewerAcquireIsAnswered) {
   EXPECT_TRUE(bench.chip->idle());
   EXPECT_EQ(bench.chip->inForce(), first);
   EXPECT_TRUE(bench.chip->breaches().empty());
-}
-
-TEST(SoftChip, ALibraryMayReactWithinTheAnswers) {
-  for (TcpFlagsAnswer tcp : {TcpFlagsAnswer::inTurn, TcpFlagsAnswer::last}) {
-    SCOPED_TRACE(int(tcp));
-    Options options;
-    options.tcpFlags = tcp;
-    options.forceHitful = true;
-    Bench bench(options);
-    bench.reaction = [&] {
-      if (bench.all(1, ResponseState::hitful)) {
-        bench.policy(GlobalAclControl::permitAll);
-        EXPECT_EQ(bench.status->globalAclControl(), GlobalAclControl::permitAll);
-        bench.request(1, RequestState::load);
-        EXPECT_TRUE(bench.all(1, ResponseState::loaded));
-        bench.policy(GlobalAclControl::doNotApply);
-      }
-    };
-    bench.acquire(1, outputOf(10));
-    EXPECT_EQ(bench.entries, (std::vector<std::string>{"1 hitful", "1 loaded"}));
-    EXPECT_EQ(bench.probe(), "rule 10 entry 0 permit");
-    EXPECT_EQ(bench.at(Table::tcpFlags), ResourceStatus(1, ResponseState::loaded));
-    EXPECT_TRUE(bench.chip->breaches().empty());
-    auto const tcpFlags = std::find(bench.answered.begin(), bench.answered.end(), Table::tcpFlags);
-    EXPECT_EQ(tcpFlags - bench.answered.begin(), tcp == TcpFlagsAnswer::last ? 30 : 14);
-  }
 }
 
 TEST(SoftChip, BreachesOfTheContractAreOnRecord) {
@@ -437,48 +294,6 @@ TEST(SoftChip, AChipBuiltOverAConfigurationInUseTakesOver) {
       EXPECT_EQ(bench.probe(), "rule 20 entry 0 permit");
       EXPECT_TRUE(bench.chip->breaches().empty());
     }
-  }
-}
-
-TEST(SoftChip, ThePipelinesTablesGiveTheVerdictsOfTheRules) {
-  ::Test::World world(
-      "edge 10 a src 10.0.0.0/8,!10.1.0.0/16 dport 80,443-450 proto 6 init drop\n"
-      "edge 20 b dst 20.0.0.0/8 sport 1024-65535 proto 6 est\n"
-      "edge 30 c src 10.1.0.0/16 dst 20.1.0.0/16,30.0.0.0/8 proto 17 dscp 8-15\n"
-      "edge 40 d src 10.0.0.0/7 icmp 8 proto 1 drop\n"
-      "six 10 a src 2001:db8::/32,!2001:db8:1::/48 dst 2001::/16 proto 6,58\n"
-      "six 20 b len 0-1280 frag 1-8191 drop\n");
-  world.driver.automatic = world.driver.confirms = false;
-  Options options;
-  options.answerAfterTicks = 1;
-  options.missYields = MissYields::highest;
-  Chip chip(world.pdConfig, world.pdStatus, world.capability, world.wheel, options);
-  for (bool labelled : {false, true}) {
-    if (labelled) {
-      for (Naxel::RangeSetType type : Naxel::allRangeSetTypes())
-        world.capability->rangeXformWidthIs(type, 8);
-      for (Naxel::ComboLabelSetType type : Naxel::allComboLabelSetTypes())
-        world.capability->comboXformWidthIs(type, 10);
-      chip.options().forceHitful = true;
-    }
-    ASSERT_EQ(world.kick(), Naxel::NaxelProgress::naxelFinishedSuccess) << world.failureText();
-    EXPECT_EQ(chip.policy(), GlobalAclControl::doNotApply);
-    for (auto const& [name, acl] : world.acls->acl()) {
-      RuleOracle const oracle(*acl);
-      PacketSource source(*acl, 11);
-      for (int i = 0; i < 4000; ++i) {
-        Packet const packet = source.next();
-        Verdict const verdict = chip.lookup(PDAclKey(oracle.af(), name), packet);
-        auto const rule = oracle.firstMatch(packet);
-        ASSERT_EQ(verdict.kind, rule ? Verdict::Kind::rule : Verdict::Kind::none)
-            << packet << " with " << text(chip.labelsOf(packet));
-        if (rule) {
-          ASSERT_EQ(verdict.rule, *rule) << packet;
-          ASSERT_EQ(verdict.action, acl->ruleById(*rule)->action());
-        }
-      }
-    }
-    EXPECT_TRUE(chip.breaches().empty()) << chip.breaches().front();
   }
 }
 

@@ -7,14 +7,14 @@
 namespace {
 
 bool counting = false;
-bool hit = false;
+uint64_t hits = 0;
 uint64_t target = 0;
 uint64_t count = 0;
 int64_t alive = 0;
 
 void* allocate(std::size_t size, std::size_t alignment) {
   if (counting && ++count == target) {
-    hit = true;
+    ++hits;
     throw std::bad_alloc();
   }
   if (size == 0) size = 1;
@@ -73,10 +73,8 @@ namespace Test::AllocationFaults {
 void failAt(uint64_t n) {
   target = n;
   count = 0;
-  hit = false;
 }
-bool struck() { return hit; }
-uint64_t counted() { return count; }
+uint64_t strikes() { return hits; }
 int64_t live() { return alive; }
 
 bool countingIs(bool on) {

@@ -9,10 +9,8 @@ namespace Test::AllocationFaults {
 
 /// The n-th counted allocation from now on throws std::bad_alloc, once; 0 for none.
 void failAt(uint64_t n);
-/// True once that has happened.
-bool struck();
-/// Allocations counted since the last failAt().
-uint64_t counted();
+/// How often that has happened in all.
+uint64_t strikes();
 /// Allocations that have not been freed, counted or not.
 int64_t live();
 

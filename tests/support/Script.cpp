@@ -4,6 +4,7 @@
 #include "support/Simulator.h"
 
 #include <algorithm>
+#include <map>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -67,8 +68,22 @@ class Author {
       if (every || dice_.oneIn(4)) on("width " + table + " " + bits());
     for (auto const* group : {&ranges, &combos})
       for (auto const& table : *group)
-        if (every || dice_.oneIn(4))
-          on("width " + table + " " + (dice_.oneIn(2) ? bits() : std::string("0")));
+        if (every || dice_.oneIn(4)) {
+          std::string const width = dice_.oneIn(2) ? bits() : "0";
+          width_[chip_][table] = width;
+          on("width " + table + " " + width);
+        }
+  }
+
+  /// A table is turned off and on again, over the same rules.
+  void offAndOn() {
+    auto const& widths = width_[chip_];
+    auto const table =
+        std::next(widths.begin(), static_cast<std::ptrdiff_t>(dice_.below(widths.size())));
+    on("width " + table->first + " 0");
+    kick();
+    on("width " + table->first + " " + table->second);
+    kick();
   }
 
   void driver() {
@@ -110,13 +125,15 @@ class Author {
       case 5: return on("rename-rule " + aclRule() + " " + rule());
       case 6: return on("recreate " + aclRule());
       case 7: return on("swap " + aclRule() + " " + rule());
-      case 8:
-      case 9: return on("index " + acl() + " " + index() + " " + rule());
+      case 8: return on("index " + acl() + " " + index() + " " + rule());
+      case 9: return on("swap-index " + acl() + " " + index() + " " + index());
       case 10: return on("del-index " + acl() + " " + index());
       case 11:
       case 12: {
         std::string const name = acl();
         v6_ = name == "a2";
+        if (dice_.oneIn(4))
+          return on("prefix " + name + " " + rule() + " " + side() + " -#" + index());
         return on("prefix " + name + " " + rule() + " " + side() + (dice_.oneIn(3) ? " -" : " +") +
                   (dice_.oneIn(3) ? "!" : "") + words_.prefix(family()));
       }
@@ -132,7 +149,7 @@ class Author {
         return;
       case 19: return oversize();
       case 20: return mistake();
-      case 21: return widths(false);
+      case 21: return dice_.oneIn(2) ? offAndOn() : widths(false);
       default: return set(acl());
     }
   }
@@ -164,7 +181,7 @@ class Author {
     std::string const name = acl();
     std::string const where = index();
     if (stray)
-      on("stray " + name + " " + where);
+      on("stray " + name + " " + where + " " + rule());
     else
       on("range " + at + " " + wrong.substr(0, wrong.find(' ')) + " +" +
          wrong.substr(wrong.find(' ') + 1));
@@ -183,8 +200,12 @@ class Author {
     return Mox::stringValue(static_cast<Naxel::NaxelProgress>(dice_.between(1, 4)));
   }
   void kick() {
-    switch (dice_.below(14)) {
-      case 0: return on("cancel-at " + stage());
+    switch (dice_.below(12)) {
+      case 0:
+        // What a kick leaves half done is for the next one to find.
+        on("cancel-at " + stage());
+        if (dice_.oneIn(3)) edit();
+        return on("kick");
       case 1:
         on("request");
         all("pass " + std::to_string(dice_.below(20)));
@@ -196,6 +217,7 @@ class Author {
       case 3:
         on("request");
         all("pass " + std::to_string(dice_.below(40)));
+        if (dice_.oneIn(4)) on("driver refuse " + table());
         on(dice_.oneIn(3) ? "cancel" : "request");
         return;
       case 4: on("rekick-at " + progress()); return on("kick");
@@ -209,7 +231,8 @@ class Author {
   }
   void restart() {
     if (dice_.oneIn(3)) {
-      on("down-at " + progress());
+      static std::vector<std::string> const requests = {"acquire", "load", "revert"};
+      on(dice_.oneIn(2) ? "down-at " + progress() : "down-at-request " + dice_.of(requests));
       kick();
     } else {
       on("request");
@@ -256,6 +279,7 @@ class Author {
   unsigned chip_ = 0;
   bool v6_ = false;
   bool faults_ = false;
+  std::array<std::map<std::string, std::string>, 2> width_;  // of ranges and combinations
 };
 
 /// True if the script fails, in whatever way. Runs it in a child process.
@@ -329,14 +353,16 @@ Script shrink(Script const& script) {
   }
 }
 
-Script scriptOf(std::string const& text) {
-  Script script;
+std::vector<Script> scriptsOf(std::string const& text) {
+  std::vector<Script> scripts(1);
   std::istringstream in(text);
   for (std::string line; std::getline(in, line);) {
-    line.erase(std::min(line.find('#'), line.size()));
-    if (line.find_first_not_of(" \t\r") != std::string::npos) script.push_back(line);
+    if (line == "---")
+      scripts.emplace_back();
+    else if (line.find_first_not_of(" \t\r") != std::string::npos && line[0] != '#')
+      scripts.back().push_back(line);
   }
-  return script;
+  return scripts;
 }
 
 std::string textOf(Script const& script) {

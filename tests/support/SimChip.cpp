@@ -39,6 +39,38 @@ std::string text(Figures const& f) {
          figure(f.refusals, "refusals, ") + figure(f.faults, "allocation faults");
 }
 
+namespace {
+
+/// True if some rule says what no packet field can: an index of a rule that is not there, a range that
+/// ends before it starts or beyond its field, addresses of two families in one ACL.
+bool isMistaken(AclConfigColl const& acls) {
+  for (auto const& [name, acl] : acls.acl()) {
+    for (auto const& [index, rule] : acl->ruleById())
+      if (acl->ruleByName(rule->name()) != rule) return true;
+    bool v4 = acl->af() == Lumox::ipv4();
+    bool v6 = acl->af() == Lumox::ipv6();
+    bool range = false;
+    for (auto const& [ruleName, rule] : acl->ruleByName()) {
+      if (!rule->ruleFilter()) continue;
+      for (auto const& list : {rule->ruleFilter()->source(), rule->ruleFilter()->destination()})
+        for (auto const* prefixes :
+             {list ? &list->addr() : nullptr, list ? &list->exceptAddr() : nullptr})
+          if (prefixes)
+            for (auto const& p : *prefixes) (p.af() == Lumox::ipv4() ? v4 : v6) = true;
+      size_t type = 0;
+      rule->ruleFilter()->forEachRangeColl([&](auto const& ranges) {
+        uint32_t const bound = SoftChip::fieldBound(allRangeSetTypes()[type++]);
+        for (auto const& r : ranges)
+          range = range || r.rangeStart() > r.rangeEnd() || r.rangeEnd() > bound;
+      });
+    }
+    if (range || (v4 && v6)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 /// The configuration as the aggregator met it.
 struct SimChip::Snapshot {
   Mox::Ptr<AclConfigColl> acls;
@@ -97,6 +129,7 @@ class SimChip::ConfigWatcher : public PDConfig::Notifiee {
   }
   void onGlobalAclControl() override {
     chip_.counting_.push_back(AllocationFaults::countingIs(false));
+    if (!chip_.isUp()) chip_.differ("a pipeline that is down sets a policy");
     chip_.onPolicy();
   }
   void onPdResourceConfig() override {
@@ -252,6 +285,7 @@ NaxelActiveStage SimChip::activeStage() const {
 void SimChip::request(NaxelKickRequest what) {
   requestedAt_ = ++now_;
   refused_ = false;
+  strikesBefore_ = AllocationFaults::strikes();
   if (root_) {
     ++figures_.kicks;
     awaited_ = true;
@@ -332,30 +366,55 @@ void SimChip::drawProbes() {
   }
 }
 
+bool SimChip::answered(std::initializer_list<ResponseState> states) const {
+  return std::all_of(
+      SoftChip::allTables().begin(), SoftChip::allTables().end(), [&](SoftChip::Table t) {
+        ResourceStatus const status = SoftChip::statusOf(*pdStatus_, t);
+        return t == SoftChip::Table::tcpFlags ||
+               (status.responseId() == pdConfig_->pdResourceConfig().requestId() &&
+                std::find(states.begin(), states.end(), status.responseState()) != states.end());
+      });
+}
+
 void SimChip::onRequest() {
-  RequestState const state = pdConfig_->pdResourceConfig().requestState();
+  ResourceConfig const request = pdConfig_->pdResourceConfig();
   PDData const* const offered = pdConfig_->currPDData().get();
-  if (state == RequestState::load) inForce_.push_back(offered);
-  if (state == RequestState::acquire) {
-    if (!pdConfig_->prevPDData()) differ("there is no previous output");
-    refused_ = false;
-    return;
+  if (!isUp()) differ("a pipeline that is down makes a request");
+  if (downAtRequest_ == request.requestState()) {
+    downAtRequest_.reset();
+    rootDown();
   }
-  bool failed = false;
-  for (SoftChip::Table t : SoftChip::allTables())
-    failed = failed ||
-             SoftChip::statusOf(*pdStatus_, t) ==
-                 ResourceStatus(pdConfig_->pdResourceConfig().requestId(), ResponseState::failed);
-  if (state == RequestState::revert) {
-    ++figures_.refusals;
-    refused_ = true;
-    if (!failed) differ("revert although the driver refused nothing");
-    Output const* const output = outputOf(offered);
-    bool const was = std::find(inForce_.begin(), inForce_.end(), offered) != inForce_.end();
-    if (!was && !(output && output->said.empty()))
-      differ("revert to an output that never was in force");
-    if (!was) inForce_.push_back(offered);
+  switch (request.requestState()) {
+    case RequestState::acquire:
+      // An empty one stands for none.
+      if (auto const& previous = pdConfig_->prevPDData();
+          !previous ||
+          (previous.get() != inForce_.back() && (inForce_.back() || !full(*previous).empty())))
+        differ("the previous output is not the one last asked to be loaded");
+      if (request.requestId() <= lastId_) differ("a request with the id of an earlier one");
+      lastId_ = request.requestId();
+      refused_ = false;
+      return;
+    case RequestState::load:
+      if (!answered({ResponseState::hitless, ResponseState::hitful}))
+        differ("load before every table has answered the acquire");
+      inForce_.push_back(offered);
+      return;
+    case RequestState::revert: break;
   }
+  ++figures_.refusals;
+  refused_ = true;
+  bool const failed = std::any_of(
+      SoftChip::allTables().begin(), SoftChip::allTables().end(), [&](SoftChip::Table t) {
+        return SoftChip::statusOf(*pdStatus_, t) ==
+               ResourceStatus(request.requestId(), ResponseState::failed);
+      });
+  if (!failed) differ("revert although the driver refused nothing");
+  Output const* const output = outputOf(offered);
+  bool const was = std::find(inForce_.begin(), inForce_.end(), offered) != inForce_.end();
+  if (!was && !(output && output->said.empty()))
+    differ("revert to an output that never was in force");
+  if (!was) inForce_.push_back(offered);
 }
 
 void SimChip::onPolicy() {
@@ -441,6 +500,7 @@ void SimChip::checkSuccess() {
   if (!root_->stageControllerStatus()->failureText().empty() || !rootStatus_->kickMessage().empty())
     differ("success with a reason for failure");
 
+  if (isMistaken(*snapshot_->acls)) differ("success with rules that cannot be compiled");
   // The one reading of a miss in one kick, the other in the next.
   KeyLayout const layout =
       KeyLayout::of(*snapshot_->capability,
@@ -478,13 +538,22 @@ void SimChip::checkSuccess() {
 
 void SimChip::checkFailure() {
   auto const& status = *root_->stageControllerStatus();
-  if (AllocationFaults::struck()) return;  // even the reason may be what there was no memory for
+  if (AllocationFaults::strikes() != strikesBefore_)
+    return;  // even the reason may be what there was no memory for
   std::string const message = "Naxel failed at " + Mox::stringValue(status.lastFailedStage()) +
                               " on chip " + std::to_string(number_);
   if (rootStatus_->kickMessage() != message)
     differ("failure with the message " + rootStatus_->kickMessage());
   if (status.failureText().empty()) return differ("failure without a reason");
+  if ((status.lastFailedStage() == NaxelActiveStage::stageAggregator) !=
+      isMistaken(*snapshot_->acls))
+    differ("failure at " + Mox::stringValue(status.lastFailedStage()) + ": " +
+           status.failureText());
   if (refused_) {
+    if (!answered({ResponseState::reverted})) differ("failure before every table was reverted");
+    if (chip_->policy() != GlobalAclControl::doNotApply) differ("failure that leaves a policy");
+    if (root_->loaderStatus()->lastFailedState().responseId() != lastId_)
+      differ("another refusal is reported than this one");
     if (status.lastFailedStage() != NaxelActiveStage::stageLoader)
       differ("failure before the driver was asked");
     return;
@@ -509,6 +578,11 @@ void SimChip::checkAtRest() {
     differ("a kick hangs at " + Mox::stringValue(activeStage()));
     awaited_ = false;
   }
+  NaxelProgress const progress = rootStatus_->kickProgress();
+  if ((progress == NaxelProgress::naxelFinishedSuccess ||
+       progress == NaxelProgress::naxelFinishedFail) &&
+      activeStage() != NaxelActiveStage::stageInit)
+    differ("a stage is active between kicks");
   checkPublished();
 }
 

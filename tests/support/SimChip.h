@@ -68,6 +68,8 @@ class SimChip {
   /// Requests another kick, or takes the root down, from within the notification of this progress.
   void rekickAt(Naxel::NaxelProgress progress) { rekickAt_ = progress; }
   void downAt(Naxel::NaxelProgress progress) { downAt_ = progress; }
+  /// Takes the root down when it makes this request of the driver.
+  void downAtRequest(Naxel::RequestState state) { downAtRequest_ = state; }
   /// Watchers of library and driver entities that throw.
   void throwingIs(bool on);
 
@@ -94,6 +96,8 @@ class SimChip {
   void onRequest();
   void onPolicy();
   void onWrite(SoftChip::Write const& write);
+  /// True if all tables show an answer of these to the standing request; the one for TCP flags need not.
+  bool answered(std::initializer_list<Naxel::ResponseState> states) const;
   void takeSnapshot();
   void drawProbes();
   void checkSuccess();
@@ -132,9 +136,12 @@ class SimChip {
   uint64_t now_ = 0;  // numbers events
   uint64_t requestedAt_ = 0;
   bool awaited_ = false;  // a kick has been requested and has not been seen to end
-  bool refused_ = false;  // the driver refused the present kick's acquire
+  Mox::Seconds lastId_ = 0;
+  bool refused_ = false;        // the driver refused the present kick's acquire
+  uint64_t strikesBefore_ = 0;  // allocations that had failed when the kick was requested
   std::optional<Naxel::NaxelProgress> rekickAt_;
   std::optional<Naxel::NaxelProgress> downAt_;
+  std::optional<Naxel::RequestState> downAtRequest_;
   std::shared_ptr<Snapshot> snapshot_;
   std::vector<Output> outputs_;
   std::vector<Naxel::PDData const*> inForce_;  // what packets may meet, the oldest first

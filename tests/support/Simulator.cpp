@@ -5,6 +5,7 @@
 #include "softchip/RuleOracle.h"
 #include "support/AllocationFaults.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace Test {
@@ -77,6 +78,17 @@ void editPrefix(RuleConfig& rule, bool source, std::string const& change) {
   if (!rule.ruleFilter()) return;
   auto const list = source ? rule.ruleFilter()->source() : rule.ruleFilter()->destination();
   if (!list || change.size() < 2) return;
+  if (change.starts_with("-#")) {
+    // The member of that number, if there is another one besides.
+    size_t const members = list->addrs() + list->exceptAddrs();
+    if (members < 2) return;
+    size_t at = std::stoul(change.substr(2)) % members;
+    bool const carvedOut = at >= list->addrs();
+    if (carvedOut) at -= list->addrs();
+    auto const& from = carvedOut ? list->exceptAddr() : list->addr();
+    auto const member = *std::next(from.begin(), static_cast<std::ptrdiff_t>(at));
+    return carvedOut ? list->exceptAddrDel(member) : list->addrDel(member);
+  }
   bool const add = change[0] == '+';
   bool const except = change[1] == '!';
   auto const prefix = Mox::valueFromText<Lumox::IpGenPrefix>(change.substr(except ? 2 : 1));
@@ -185,6 +197,7 @@ void driverIs(SoftChip::Options& o, std::string const& key, std::istringstream& 
 Simulator::Simulator()
     : sinkBefore_(Mox::traceSinkIs({})), wheel_(Mox::makePtr<Obel::TimerWheel>(activity_)) {
   AllocationFaults::failAt(0);
+  strikesBefore_ = AllocationFaults::strikes();
   for (uint8_t i = 0; i < 2; ++i)
     chips_[i] = std::make_unique<SimChip>(i, wheel_, figures_, differences_);
 }
@@ -238,7 +251,6 @@ void Simulator::execute(std::string const& line) {
   } else if (verb == "trace") {
     naxelTrace().levelIs(read<int>(in) % 10);
   } else if (verb == "alloc") {
-    if (AllocationFaults::struck()) ++figures_.faults;
     AllocationFaults::failAt(read<uint64_t>(in));
   } else {
     unknown(line);
@@ -263,6 +275,8 @@ void Simulator::executeOn(SimChip& chip, std::string const& verb, std::istringst
     chip.rekickAt(named<NaxelProgress>(in));
   } else if (verb == "down-at") {
     chip.downAt(named<NaxelProgress>(in));
+  } else if (verb == "down-at-request") {
+    chip.downAtRequest(named<RequestState>(in));
   } else if (verb == "down") {
     chip.rootDown();
   } else if (verb == "up") {
@@ -350,9 +364,22 @@ bool Simulator::edit(SimChip& chip, std::string const& verb, std::istringstream&
     if (acl) acl->ruleByIdDel(index);
     return true;
   }
+  if (verb == "swap-index") {
+    auto const one = AceIndex(read<uint32_t>(in));
+    auto const two = AceIndex(read<uint32_t>(in));
+    if (!acl) return true;
+    auto const ofOne = acl->ruleById(one);
+    auto const ofTwo = acl->ruleById(two);
+    acl->ruleByIdDel(one);
+    acl->ruleByIdDel(two);
+    if (ofTwo) acl->ruleByIdIs(one, ofTwo);
+    if (ofOne) acl->ruleByIdIs(two, ofOne);
+    return true;
+  }
   if (verb == "stray") {
     auto const index = AceIndex(read<uint32_t>(in));
-    if (acl) acl->ruleByIdIs(index, Mox::makePtr<RuleConfig>("stray"));
+    std::string const name = word(in);
+    if (acl) acl->ruleByIdIs(index, Mox::makePtr<RuleConfig>(name));
     return true;
   }
   if (verb == "index") {
@@ -364,6 +391,9 @@ bool Simulator::edit(SimChip& chip, std::string const& verb, std::istringstream&
   auto const rule = ruleOf(chip, aclName, ruleName);
   if (verb == "del-rule") {
     if (acl) acl->ruleByNameDel(ruleName);
+    if (rule && std::any_of(acl->ruleById().begin(), acl->ruleById().end(),
+                            [&](auto const& item) { return item.second == rule; }))
+      differences_.push_back("an index outlives its rule");
   } else if (verb == "recreate") {
     if (rule) renameRule(*acl, rule, ruleName);
   } else if (verb == "rename-rule") {
@@ -412,8 +442,8 @@ bool Simulator::edit(SimChip& chip, std::string const& verb, std::istringstream&
 }
 
 void Simulator::finish() {
-  if (AllocationFaults::struck()) ++figures_.faults;
   AllocationFaults::failAt(0);
+  figures_.faults = AllocationFaults::strikes() - strikesBefore_;
   throwingIs(false);
   for (auto const& chip : chips_) {
     chip->driver().options() = SoftChip::Options();

@@ -11,8 +11,8 @@
 ///   set ACL INDEX RULE FILTER      the rule as in addRules(), under this index
 ///   acl ACL / del-acl ACL / rename-acl ACL ACL / af ACL ipv4|ipv6|none
 ///   del-rule ACL RULE / rename-rule ACL RULE RULE / recreate ACL RULE / swap ACL RULE RULE
-///   index ACL INDEX RULE / del-index ACL INDEX / stray ACL INDEX
-///   prefix ACL RULE src|dst +P|-P|+!P|-!P    one member of a list, in place
+///   index ACL INDEX RULE / del-index ACL INDEX / swap-index ACL INDEX INDEX / stray ACL INDEX RULE
+///   prefix ACL RULE src|dst +P|-P|+!P|-!P|-#N   one member of a list, in place; #N is the N-th
 ///   share ACL RULE src|dst ACL RULE src|dst  the second side gets the list object of the first
 ///   range ACL RULE FIELD +A-B|-A-B
 ///   toggle ACL RULE drop|log|tc|init|est
@@ -21,7 +21,7 @@
 ///   width TABLE BITS               unless a kick is running
 ///
 ///   kick / request / cancel / cancel-at STAGE
-///   rekick-at PROGRESS / down-at PROGRESS    from within the notification
+///   rekick-at PROGRESS / down-at PROGRESS / down-at-request REQUEST   from within the notification
 ///   down / up / up-fresh           the root; up-fresh over a new RootConfig and RootStatus
 ///   driver KEY VALUE               see Simulator.cpp
 ///   permit on|off
@@ -67,6 +67,7 @@ class Simulator {
   void throwingIs(bool on);
 
   Figures figures_;
+  uint64_t strikesBefore_ = 0;
   std::vector<std::string> differences_;
   Mox::TraceSink sinkBefore_;
   Mox::ManualClock clock_;
@@ -89,8 +90,9 @@ ScriptRun runScript(Script const& script);
 /// so that it may crash.
 Script shrink(Script const& script);
 
-/// Text with one event per line; empty lines and what follows a # are left out.
-Script scriptOf(std::string const& text);
+/// The scripts of a text, one event per line; empty lines and comments behind a # at the start of a line
+/// are left out, and a line of three dashes begins another script.
+std::vector<Script> scriptsOf(std::string const& text);
 std::string textOf(Script const& script);
 
 }  // namespace Test

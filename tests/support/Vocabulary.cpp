@@ -1,6 +1,7 @@
 #include "support/Vocabulary.h"
 
 #include "mox/Hash.h"
+#include "support/World.h"
 
 #include <cstdio>
 
@@ -23,6 +24,13 @@ std::string Vocabulary::prefix(Lumox::AddressFamily af) {
   bool const v4 = af == Lumox::ipv4();
   if (dice_.oneIn(20)) return v4 ? "0.0.0.0/0" : "::/0";
   if (dice_.oneIn(20)) return v4 ? "10.32.0.0/32" : "2020::/128";
+  if (dice_.oneIn(20)) {
+    // The lowest bits, and those around the middle, where an IPv6 address goes from word to word.
+    std::string const low = std::to_string(dice_.below(8));
+    if (v4) return "10.32.0." + low + "/" + std::to_string(dice_.between(29, 32));
+    return dice_.oneIn(2) ? "2020::" + low + "/" + std::to_string(dice_.between(125, 128))
+                          : "2020:0:0:" + low + ":8000::/" + std::to_string(dice_.between(61, 66));
+  }
   uint64_t const bits = dice_.below(8) << 5;
   uint64_t const length = dice_.between(8, 11);
   if (v4)
@@ -74,6 +82,27 @@ std::string Vocabulary::filter(Lumox::AddressFamily af) {
   if (dice_.oneIn(8)) out += "est ";
   if (dice_.oneIn(3)) out += "drop ";
   return out;
+}
+
+void drawWidths(Dice& dice, Naxel::ChipHwCapability& capability, bool roomy) {
+  auto const width = [&] { return static_cast<uint8_t>(roomy ? 16 : dice.between(1, 4)); };
+  auto const widthOrNone = [&] { return dice.oneIn(2) ? width() : uint8_t{0}; };
+  for (auto const& key : Naxel::PrefixXformKey::all()) capability.prefixXformWidthIs(key, width());
+  for (auto type : Naxel::allRangeSetTypes()) capability.rangeXformWidthIs(type, widthOrNone());
+  for (auto type : Naxel::allComboLabelSetTypes())
+    capability.comboXformWidthIs(type, widthOrNone());
+}
+
+void drawAcls(Dice& dice, Naxel::AclConfigColl& acls) {
+  Vocabulary words(dice);
+  for (uint64_t i = 0, n = dice.between(1, 3); i < n; ++i) {
+    std::string const name = "a" + std::to_string(i);
+    auto const af = dice.oneIn(3) ? Lumox::ipv6() : Lumox::ipv4();
+    acls.aclIs(name)->afIs(af);
+    for (uint64_t r = 0, rules = dice.below(7); r < rules; ++r)
+      addRules(acls, name + " " + std::to_string(dice.below(12)) + " r" + std::to_string(r) + " " +
+                         words.filter(af));
+  }
 }
 
 }  // namespace Test

@@ -2,7 +2,8 @@
 
 /// Random pieces of configurations, drawn from so few values that rules, sets and edges collide.
 
-#include "lumox/AddressFamily.h"
+#include "naxel/loader/HwCapability.h"
+#include "naxel/types/AclConfig.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -65,5 +66,10 @@ class Vocabulary {
  private:
   Dice& dice_;
 };
+
+/// Every width: 16 bits where there is room, else one to four; none for some ranges and combinations.
+void drawWidths(Dice& dice, Naxel::ChipHwCapability& capability, bool roomy);
+/// One to three small ACLs of either family.
+void drawAcls(Dice& dice, Naxel::AclConfigColl& acls);
 
 }  // namespace Test

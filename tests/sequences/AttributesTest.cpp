@@ -1,0 +1,119 @@
+/// Every entity of a pipeline can be read attribute by attribute, whatever state it is in.
+
+#include "naxel/encoder/CostModel.h"
+#include "naxel/encoder/EncodedLabelAllocator.h"
+#include "naxel/genset/NaxelDedup.h"
+#include "naxel/loader/HwCapability.h"
+#include "support/World.h"
+
+#include <gtest/gtest.h>
+
+namespace Test {
+namespace {
+
+using namespace Naxel;
+
+/// Number of attributes that have a value.
+size_t readAll(Mox::Entity const& entity) {
+  EXPECT_NE(entity.fwkType(), "");
+  size_t values = 0;
+  for (Mox::Attribute const& a : entity.attributeTable()) {
+    std::string const text = entity.attributeText(a.name);
+    EXPECT_NE(text, "?") << entity.fwkType() << " " << a.name;
+    values += text != "operation";
+  }
+  return values;
+}
+
+size_t readOutput(PDData const& data) {
+  size_t n = readAll(data) + readAll(*data.pdAclColl());
+  for (auto const& [key, table] : data.pdPrefixXformEntryColl()) n += readAll(*table);
+  for (RangeSetType type : allRangeSetTypes()) n += readAll(*data.rangeColl(type));
+  for (ComboLabelSetType type : allComboLabelSetTypes()) n += readAll(*data.comboColl(type));
+  for (auto const& [key, acl] : data.pdAclColl()->pdAcl()) {
+    n += readAll(*acl);
+    for (auto const& [index, rule] : acl->rule()) n += readAll(*rule);
+  }
+  return n;
+}
+
+size_t readConfiguration(World const& w) {
+  size_t n = readAll(*w.acls) + readAll(*w.capability) + readAll(*w.params);
+  for (auto const& [name, acl] : w.acls->acl()) {
+    n += readAll(*acl);
+    for (auto const& [ruleName, rule] : acl->ruleByName()) {
+      n += readAll(*rule);
+      if (!rule->ruleFilter()) continue;
+      n += readAll(*rule->ruleFilter());
+      if (rule->ruleFilter()->source()) n += readAll(*rule->ruleFilter()->source());
+    }
+  }
+  return n;
+}
+
+size_t readPipeline(NaxelRootSm const& root) {
+  size_t n = 0;
+  auto const& configs = *root.stageSmConfig();
+  auto const& statuses = *root.stageSmStatus();
+  for (unsigned s = 1; s <= 10; ++s) {
+    configs.forEach(static_cast<NaxelActiveStage>(s), [&](StageConfig& c) { n += readAll(c); });
+    statuses.forEach(static_cast<NaxelActiveStage>(s),
+                     [&](StageStatus const& c) { n += readAll(c); });
+  }
+  n += readAll(configs) + readAll(statuses) + readAll(*root.stageControllerConfig()) +
+       readAll(*root.stageControllerStatus()) + readAll(*root.genSetKeyGen());
+  AggregatorStatus const& sets = *root.aggregatorStatus();
+  n += readAll(*sets.genSetUsageInfo());
+  for (PrefixXformKey const& key : PrefixXformKey::all()) {
+    n += readAll(*sets.prefixInfo(key));
+    for (auto const& [k, set] : sets.prefixInfo(key)->prefixSetColl()) n += readAll(*set);
+    n += readAll(*root.prefixXformStatus(key)->plainLabelListMap());
+    for (auto const& [k, list] : root.prefixXformStatus(key)->plainLabelListMap()->plainLabelList())
+      n += readAll(*list);
+    if (auto const& info = root.prefixEncoderStatus(key)->loaderInfo()) n += readAll(*info);
+    for (auto const& [k, pairs] : root.prefixEncoderStatus(key)->encodedLabelList())
+      n += readAll(*pairs);
+  }
+  for (RangeSetType type : allRangeSetTypes()) {
+    n += readAll(*sets.rangeSplitInfo(type));
+    for (auto const& [k, set] : sets.rangeSplitInfo(type)->rangeSetColl()) n += readAll(*set);
+    if (auto const& info = root.rangeEncoderStatus(type)->loaderInfo()) n += readAll(*info);
+  }
+  for (ComboLabelSetType type : allComboLabelSetTypes()) {
+    auto const& info = *root.comboLabelResolverStatus(type)->comboLabelInfo();
+    n += readAll(info);
+    for (auto const& [k, set] : info.comboLabelSetColl()) n += readAll(*set);
+    if (auto const& loader = root.comboLabelEncoderStatus(type)->loaderInfo())
+      n += readAll(*loader);
+  }
+  for (auto const& [name, list] : sets.aclGenSetIpRuleList()) {
+    n += readAll(*list);
+    for (auto const& [ruleName, rule] : list->genSetIpRule()) n += readAll(*rule);
+  }
+  n += readAll(*root.ruleExpanderStatus()->ruleExpanderLoaderInfo());
+  return n;
+}
+
+TEST(Attributes, EveryEntityReadsAsText) {
+  World w(
+      "a 10 r src 10.0.0.0/8,!10.1.0.0/16 dst 10.2.0.0/16 sport 1-5 dport 80-83 init\n"
+      "a 20 s src 10.0.0.0/9 dst 10.0.0.0/8 sport 3-9 dport 80-90 proto 6 est drop log tc=3\n"
+      "b 30 t src 2001::/16 dscp 10 len 5 frag 1 icmp 8\n"
+      "acl c\n");
+  size_t const before = readPipeline(*w.root) + readConfiguration(w);
+  for (RangeSetType type : {RangeSetType::srcPort, RangeSetType::dstPort})
+    w.capability->rangeXformWidthIs(type, 6);
+  for (ComboLabelSetType type : allComboLabelSetTypes()) w.capability->comboXformWidthIs(type, 6);
+  ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << w.failureText();
+  EXPECT_GT(readPipeline(*w.root) + readConfiguration(w), before);
+  EXPECT_GT(readOutput(w.tables()), 40u);
+  EXPECT_GT(
+      readAll(*w.pdConfig) + readAll(*w.pdStatus) + readAll(*w.rootConfig) + readAll(*w.rootStatus),
+      20u);
+  auto const all = globalPDConfigFactory();
+  all->pdConfigIs(w.chipId);
+  EXPECT_EQ(readAll(*all), 1u);
+}
+
+}  // namespace
+}  // namespace Test
