@@ -64,6 +64,7 @@ coverage: deps-check ## Run all tests and print line and branch figures of src/n
 	@find build/coverage -name '*.gcda' -delete
 	@$(CTEST) --test-dir build/coverage
 	@gcovr --root . --filter src/naxel/ --exclude-throw-branches --exclude-unreachable-branches \
+	  --exclude-branches-by-pattern '.*(Mox::(attribute<|operation\(|field\()|MOX_ASSERT).*' \
 	  --branches --print-summary build/coverage
 
 fuzz: deps-check ## Run every fuzzer for SECONDS=60 each, JOBS of them at once

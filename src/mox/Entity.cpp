@@ -1,5 +1,6 @@
 #include "mox/Entity.h"
 
+#include "mox/KeepAlive.h"
 #include "mox/Trace.h"
 
 namespace Mox {
@@ -67,7 +68,7 @@ Entity::~Entity() {
 
 void Entity::notifyAll(std::function<void(Notifiee&)> const& call) {
   // An entity that no Ptr owns (one on the stack) is kept by its scope instead.
-  Ptr<Entity> const alive(references() > 0 ? this : nullptr);
+  auto const alive = keepAlive(this);
   NotifieeRound round(*this);
   while (Notifiee* n = round.next()) {
     try {

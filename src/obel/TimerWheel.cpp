@@ -1,6 +1,7 @@
 #include "obel/TimerWheel.h"
 
 #include "mox/Assert.h"
+#include "mox/KeepAlive.h"
 #include "mox/Trace.h"
 
 #include <algorithm>
@@ -103,7 +104,7 @@ void TimerWheel::disarm(TimerNotifiee& t) {
 }
 
 bool TimerWheel::runPass() {
-  Mox::Ptr<TimerWheel> const alive(references() > 0 ? this : nullptr);
+  auto const alive = Mox::keepAlive(this);
   Mox::Seconds const present = now();
   try {
     due_.reserve(due_.size() + heap_.size());

@@ -138,6 +138,31 @@ TEST(Expander, WhatCannotBeCompiledIsRefusedByName) {
   Mox::traceSinkIs(old);
 }
 
+TEST(Expander, WhatMultipliesBeyondBoundsIsRefusedAndForgotten) {
+  // 4100 labels on either side of a pair, and 200 raw ranges in each of three fields.
+  World labels;
+  World raw;
+  std::string wide;
+  for (int i = 0; i < 4100; ++i) {
+    std::string const n = std::to_string(i);
+    labels.rules("a " + n + " r" + n + " sport " + n + " dport " + n);
+    if (i < 200) wide += (i ? "," : "") + std::to_string(3 * i);
+  }
+  labels.rules("a 5000 all sport 0-4099 dport 0-4099");
+  for (RangeSetType type : {RangeSetType::srcPort, RangeSetType::dstPort})
+    labels.capability->rangeXformWidthIs(type, 16);
+  labels.capability->comboXformWidthIs(ComboLabelSetType::srcDstL4Port, 16);
+  raw.rules("a 10 r sport " + wide + " dport " + wide + " len " + wide);
+  for (auto const& [world, reason] :
+       {std::pair(&labels, "label combinations needed"), std::pair(&raw, "index space full")}) {
+    EXPECT_EQ(world->kick(), NaxelProgress::naxelFinishedFail);
+    EXPECT_NE(world->failureText().find(reason), std::string::npos) << world->failureText();
+    world->acls->aclDelAll();
+    world->rules("b 10 r sport 1 dport 2-3");
+    EXPECT_EQ(world->kick(), NaxelProgress::naxelFinishedSuccess) << world->failureText();
+  }
+}
+
 TEST(Expander, IndexesAndNamesMustAgree) {
   Mox::TraceSink const old = Mox::traceSinkIs({});
   World w("edge 1 web proto 6\nedge 2 dns proto 17\n");

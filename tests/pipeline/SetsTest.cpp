@@ -38,6 +38,11 @@ Mox::Ptr<G> group(std::vector<uint64_t> const& keys) {
   return g;
 }
 
+std::string keysOf(GenSetKeyGroup const& g) {
+  std::string out;
+  for (GenSetKey k : g.keyGroup()) out += (out.empty() ? "" : " ") + Mox::valueToStrep(k);
+  return out;
+}
 /// Equal both ways with equal hashes, or unequal both ways.
 void expectSame(Mox::Ptr<Dedupable> const& a, Mox::Ptr<Dedupable> const& b, bool same) {
   EXPECT_EQ(a->isEqual(b), same);
@@ -131,6 +136,18 @@ TEST(Sets, StringValueShowsTwoMembersAndCountsTheRest) {
             " Key: 2, type:srcPort: 1-1, 3-4 and 1 more");
   EXPECT_EQ(comboSet(3, {{1, 2}, {3, 4}, {5, 6}})->stringValue(),
             " Key: 3, type:srcDstL4Port: <1, 2>, <3, 4> and 1 more");
+}
+
+TEST(Sets, KeyGroupOperationsAreThoseOfSets) {
+  auto const g = group({5, 1});
+  g->addToKeyGroup(*group({3, 5, 9}));
+  EXPECT_EQ(keysOf(*g), "1 3 5 9");
+  g->removeFromKeyGroup(*group({2, 3, 9}));
+  EXPECT_EQ(keysOf(*g), "1 5");
+  g->addToKeyGroup(*g);
+  EXPECT_EQ(keysOf(*g), "1 5");
+  g->removeFromKeyGroup(*g);
+  EXPECT_EQ(g->keyGroups(), 0u);
 }
 
 TEST(Sets, FilterHashesKeepFieldsAndFlagsApart) {

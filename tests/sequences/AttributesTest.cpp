@@ -94,6 +94,40 @@ size_t readPipeline(NaxelRootSm const& root) {
   return n;
 }
 
+/// Puts what is there in its place again.
+class SameAgain : public StageSmStatus::Notifiee, public StageSmConfig::Notifiee {
+ public:
+  explicit SameAgain(NaxelRootSm const& root) {
+    auto& c = *root.stageSmConfig();
+    auto& s = *root.stageSmStatus();
+    StageSmConfig::Notifiee::notifierIs(&c);
+    StageSmStatus::Notifiee::notifierIs(&s);
+    each(c.prefixXformConfig(), [&](auto k, auto v) { c.prefixXformConfigIs(k, v); });
+    each(c.rangeSplitConfig(), [&](auto k, auto v) { c.rangeSplitConfigIs(k, v); });
+    each(c.comboLabelResolverConfig(), [&](auto k, auto v) { c.comboLabelResolverConfigIs(k, v); });
+    each(c.comboLabelSplitConfig(), [&](auto k, auto v) { c.comboLabelSplitConfigIs(k, v); });
+    each(c.prefixEncoderConfig(), [&](auto k, auto v) { c.prefixEncoderConfigIs(k, v); });
+    each(c.rangeEncoderConfig(), [&](auto k, auto v) { c.rangeEncoderConfigIs(k, v); });
+    each(c.comboLabelEncoderConfig(), [&](auto k, auto v) { c.comboLabelEncoderConfigIs(k, v); });
+    each(s.prefixXformStatus(), [&](auto k, auto v) { s.prefixXformStatusIs(k, v); });
+    each(s.rangeSplitStatus(), [&](auto k, auto v) { s.rangeSplitStatusIs(k, v); });
+    each(s.comboLabelResolverStatus(), [&](auto k, auto v) { s.comboLabelResolverStatusIs(k, v); });
+    each(s.comboLabelSplitStatus(), [&](auto k, auto v) { s.comboLabelSplitStatusIs(k, v); });
+    each(s.prefixEncoderStatus(), [&](auto k, auto v) { s.prefixEncoderStatusIs(k, v); });
+    each(s.rangeEncoderStatus(), [&](auto k, auto v) { s.rangeEncoderStatusIs(k, v); });
+    each(s.comboLabelEncoderStatus(), [&](auto k, auto v) { s.comboLabelEncoderStatusIs(k, v); });
+  }
+
+ private:
+  void onRangeSplitConfig(RangeSetType const&) override { ADD_FAILURE() << "nothing changed"; }
+  void onRangeSplitStatus(RangeSetType const&) override { ADD_FAILURE() << "nothing changed"; }
+  template <class Coll, class F>
+  static void each(Coll const& coll, F f) {
+    auto const copy = coll;
+    for (auto const& [key, value] : copy) f(key, value);
+  }
+};
+
 TEST(Attributes, EveryEntityReadsAsText) {
   World w(
       "a 10 r src 10.0.0.0/8,!10.1.0.0/16 dst 10.2.0.0/16 sport 1-5 dport 80-83 init\n"
@@ -106,10 +140,22 @@ TEST(Attributes, EveryEntityReadsAsText) {
   for (ComboLabelSetType type : allComboLabelSetTypes()) w.capability->comboXformWidthIs(type, 6);
   ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << w.failureText();
   EXPECT_GT(readPipeline(*w.root) + readConfiguration(w), before);
+  SameAgain{*w.root};
   EXPECT_GT(readOutput(w.tables()), 40u);
   EXPECT_GT(
       readAll(*w.pdConfig) + readAll(*w.pdStatus) + readAll(*w.rootConfig) + readAll(*w.rootStatus),
       20u);
+  auto const group = genSetKeyGroupFactory();
+  Deduper deduper;
+  deduper.addObj(group);
+  EXPECT_GT(readAll(*group) + readAll(deduper) + readAll(DedupMarkAndSweeper()) +
+                readAll(DedupableList(1)) + readAll(PrefixListDedup(nullptr)) +
+                readAll(GenSetKeyGroupDeduper()) + readAll(GenSetCostModel()) +
+                readAll(GenSetRefCount(GenSetKey(1))),
+            8u);
+  auto const statuses = Mox::makePtr<GlobalPDStatus>();
+  statuses->pdStatusIs(w.chipId);
+  EXPECT_EQ(readAll(*statuses), 1u);
   auto const all = globalPDConfigFactory();
   all->pdConfigIs(w.chipId);
   EXPECT_EQ(readAll(*all), 1u);

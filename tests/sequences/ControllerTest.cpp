@@ -1,6 +1,8 @@
 /// The stage controller over stages that the test plays by hand.
 
+#include "mox/Trace.h"
 #include "naxel/control/NaxelStageControllerSm.h"
+#include "naxel/types/NaxelTrace.h"
 
 #include <functional>
 #include <string>
@@ -39,6 +41,13 @@ class FakeStage : public StageSm {
 };
 
 struct Bench {
+  // Everything is traced, into nothing: what is traced may read what is not there.
+  Bench() : sink(Mox::traceSinkIs({})) { naxelTrace().levelIs(9); }
+  ~Bench() {
+    naxelTrace().levelIs(0);
+    Mox::traceSinkIs(sink);
+  }
+  Mox::TraceSink sink;
   Mox::ManualClock clock;
   Mox::Activity activity{clock};
   Mox::Ptr<Obel::TimerWheel> wheel = Mox::makePtr<Obel::TimerWheel>(activity);

@@ -146,32 +146,6 @@ struct RandomOutput {
   KeyLayout layout;
 };
 
-TEST(Lookup, TheQuickLookupIsThePlainOne) {
-  for (size_t entries : {0, 1, 30, 64, 65, 150, 700, 5000}) {
-    for (uint64_t seed = 1; seed <= (entries < 1000 ? 6 : 1); ++seed) {
-      SCOPED_TRACE(testing::Message() << entries << " entries, seed " << seed);
-      Random random(seed * 1000 + entries);
-      RandomOutput const made(random, entries);
-      LoadedTables tables(made.out.data, made.layout);
-      uint64_t matched = 0;
-      for (int i = 0; i < 400 && !testing::Test::HasFailure(); ++i) {
-        Packet const packet = made.packet(random);
-        if (lookup(tables, packet.af == Lumox::ipv4() ? edge : edge6, packet).kind ==
-            Verdict::Kind::rule)
-          ++matched;
-      }
-      uint64_t counted = 0;
-      for (auto const& [key, acl] : made.out.data->pdAclColl()->pdAcl())
-        for (auto const& [index, rule] : acl->rule())
-          for (uint32_t n = 0; n < rule->filters(); ++n) counted += tables.hits(key, index, n);
-      EXPECT_EQ(counted, matched);
-      if (entries >= 64) {
-        EXPECT_GT(matched, 100u);
-      }
-    }
-  }
-}
-
 TEST(Lookup, OutputsThatDoNotFitTheKeyAreNamed) {
   KeyLayout layout;
   layout.prefix = {4, 4, 4, 4};

@@ -215,27 +215,5 @@ TEST(PacketSource, PacketsInsideARuleMatchItWhereverAnythingDoes) {
   EXPECT_LT(empty, 80u * 50);
 }
 
-TEST(PacketSource, CornersAreTheEndsAndTheirNeighbours) {
-  auto const acl =
-      aclOf({"src 10.0.0.0/8,!10.1.2.3/16 dst 255.255.255.255/32 dport 0-80 proto 255"});
-  PacketSource const source(*acl, 1);
-  std::vector<Address> wanted;
-  for (char const* a : {"9.255.255.255", "10.0.0.0", "10.0.255.255", "10.1.0.0", "10.1.255.255",
-                        "10.2.0.0", "10.255.255.255", "11.0.0.0"})
-    wanted.push_back(addressOf(a));
-  EXPECT_EQ(source.corners(Lumox::ipv4(), true), wanted);
-  EXPECT_EQ(source.corners(Lumox::ipv4(), false),
-            (std::vector{addressOf("0.0.0.0"), addressOf("255.255.255.254"),
-                         addressOf("255.255.255.255")}));
-  EXPECT_EQ(source.corners(Lumox::ipv4(), RangeSetType::dstPort),
-            (std::vector<uint16_t>{0, 80, 81}));
-  EXPECT_EQ(source.corners(Lumox::ipv4(), RangeSetType::proto), (std::vector<uint16_t>{254, 255}));
-
-  auto const six = aclOf({"src 2001:db8::ffff/128"});
-  EXPECT_EQ(PacketSource(*six, 1).corners(Lumox::ipv6(), true),
-            (std::vector{addressOf("2001:db8::fffe"), addressOf("2001:db8::ffff"),
-                         addressOf("2001:db8::1:0")}));
-}
-
 }  // namespace
 }  // namespace SoftChip

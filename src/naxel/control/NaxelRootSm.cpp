@@ -1,6 +1,7 @@
 #include "naxel/control/NaxelRootSm.h"
 
 #include "mox/Assert.h"
+#include "mox/KeepAlive.h"
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
 #include "naxel/expander/NaxelRuleExpanderSm.h"
 #include "naxel/genset/NaxelAggregatorSm.h"
@@ -217,7 +218,7 @@ void NaxelRootSm::handleNaxelKickTime() {
     line << "handleNaxelKickTime"
          << " request " << kickRequest << " kick time " << agentKickTime;
   // Reactors of the status may take the root down.
-  Mox::Ptr<NaxelRootSm> const alive(references() > 0 ? this : nullptr);
+  auto const alive = Mox::keepAlive(this);
   // A request that came from within one of these notifications is the newer one, and has been handled
   // by then.
   auto const superseded = [&] {
@@ -243,7 +244,7 @@ void NaxelRootSm::handleStageStatus() {
     line << "handleStageStatus"
          << " stageStatus " << status.status();
   if (status.kickTime() != stageControllerConfig_->kickTime()) return;
-  Mox::Ptr<NaxelRootSm> const alive(references() > 0 ? this : nullptr);
+  auto const alive = Mox::keepAlive(this);
   switch (status.status()) {
     case StageStatusType::init: return rootStatus_->kickProgressIs(NaxelProgress::naxelInitialized);
     case StageStatusType::inProgress:

@@ -1,6 +1,7 @@
 #include "naxel/control/NaxelStageControllerSm.h"
 
 #include "mox/Assert.h"
+#include "mox/KeepAlive.h"
 #include "naxel/types/NaxelTrace.h"
 
 namespace Naxel {
@@ -181,7 +182,7 @@ void NaxelStageControllerSm::doReview() {
   if (auto line = trace(8)) line << "doReview";
   if (!initialized_) return;
   // Reactors of the status may take the owner of this controller down.
-  Mox::Ptr<NaxelStageControllerSm> const alive(references() > 0 ? this : nullptr);
+  auto const alive = Mox::keepAlive(this);
   // A stage may answer long after its kick has ended; only a running kick is reviewed.
   if (status_->status() != StageStatusType::inProgress) return;
   if (config_->kickRequest() == NaxelKickRequest::naxelCancel) {

@@ -1,6 +1,7 @@
 #include "naxel/control/StageSm.h"
 
 #include "mox/Assert.h"
+#include "mox/KeepAlive.h"
 #include "naxel/types/NaxelTrace.h"
 
 namespace Naxel {
@@ -24,7 +25,7 @@ void StageSm::moxDoZombieReactors(bool zombie) {
 
 void StageSm::handleKickTime() {
   // Reactors of the statuses below may take the owner of this stage down.
-  Mox::Ptr<StageSm> const alive(references() > 0 ? this : nullptr);
+  auto const alive = Mox::keepAlive(this);
   try {
     doSetStatus(StageStatusType::inProgress);
     doStartKick();

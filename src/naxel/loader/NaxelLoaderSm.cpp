@@ -1,6 +1,7 @@
 #include "naxel/loader/NaxelLoaderSm.h"
 
 #include "mox/Assert.h"
+#include "mox/KeepAlive.h"
 #include "naxel/types/NaxelTrace.h"
 
 namespace Naxel {
@@ -176,7 +177,7 @@ void LoaderSm::advance() {
 
 void LoaderSm::advanceLoop() {
   // Reactors of the status may take the owner of this stage down.
-  Mox::Ptr<LoaderSm> const alive(references() > 0 ? this : nullptr);
+  auto const alive = Mox::keepAlive(this);
   advancing_ = true;
   try {
     while (turnWanted_ && !down_) {
