@@ -96,6 +96,46 @@ TEST(SkipTest, TooManyPiecesFailEveryTimeAndThenWorkAgain) {
   }
 }
 
+/// Does something whenever a stage has succeeded.
+class After : public StageStatus::Notifiee {
+ public:
+  After(StageStatus& status, std::function<void()> action) : action_(std::move(action)) {
+    notifierIs(&status);
+  }
+
+ private:
+  void onStatus() override {
+    if (static_cast<StageStatus const*>(notifier())->status() == StageStatusType::finishedSuccess)
+      action_();
+  }
+  std::function<void()> action_;
+};
+
+// Neither can come about from outside; a later stage does not take its predecessor's word for it.
+TEST(SkipTest, WhatAnEarlierStageLeavesOutFailsTheKickAndIsForgotten) {
+  World w("edge 10 one sport 1-5\nedge 20 two sport 3-9\nedge 30 three sport 7-20 dport 80\n");
+  w.capability->rangeXformWidthIs(RangeSetType::srcPort, 3);
+  auto const encoder = w.root->rangeEncoderStatus(RangeSetType::srcPort);
+  auto const split = w.root->rangeSplitStatus(RangeSetType::srcPort);
+  {
+    After const lost(*encoder, [&] {
+      encoder->encodedLabelListDelAll();
+      split->statusIs(StageStatusType::finishedFailed);
+    });
+    kickFails(w, Stage::stageRuleExpander, "has no labels");
+  }
+  w.rules("edge 40 four sport 6");
+  kickOk(w);
+  w.rules("edge 40 four sport 5-6");
+  {
+    After const narrower(*split,
+                         [&] { w.capability->rangeXformWidthIs(RangeSetType::srcPort, 1); });
+    kickFails(w, Stage::stageRangeEncoder, "encoded labels needed");
+  }
+  w.capability->rangeXformWidthIs(RangeSetType::srcPort, 3);
+  kickOk(w);
+}
+
 TEST(SkipTest, ASetCountsTheRulesThatUseItAndAPairCountsInstead) {
   World w(
       "edge 10 one src 10.0.0.0/8 dport 80\nedge 20 two src 10.0.0.0/8 dport 80\n"

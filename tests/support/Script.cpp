@@ -176,7 +176,8 @@ class Author {
   void mistake() {
     std::string const at = aclRule();
     std::string const wrong = dice_.of(std::vector<std::string>{
-        "dport 90-80", "proto 3-300", "icmp 256-256", "len 70000-70001", "sport 0-65536"});
+        "dport 90-80", "proto 3-300", "icmp 256-256", "len 70000-70001", "sport 0-65536",
+        "sport 2-1", "dport 1-65536", "icmp 9-8", "proto 9-8", "len 9-8", "frag 9-8", "dscp 9-8"});
     bool const stray = dice_.oneIn(4);
     std::string const name = acl();
     std::string const where = index();
