@@ -34,7 +34,7 @@ uint64_t ruleDigest(RuleConfig const& rule) {
 }  // namespace
 
 AggregatorWorkingSet digestAcls(AclConfigColl const& coll, uint32_t enabledCombos) {
-  enum : uint64_t { combos = 1, wholeAcl, namedRule, indexedRule };
+  enum : uint64_t { combos = 1, wholeAcl, namedRule, indexedRule, strayRule };
   Accumulator sum;
   uint32_t rules = 0;
   sum.add(Mox::hashCombine(combos, enabledCombos));
@@ -47,8 +47,10 @@ AggregatorWorkingSet digestAcls(AclConfigColl const& coll, uint32_t enabledCombo
       ++rules;
     }
     for (auto const& [index, rule] : acl->ruleById()) {
-      uint64_t const place =
-          Mox::hashCombine(Mox::hashCombine(aclDigest, indexedRule), index.value());
+      // A rule that merely looks like the one of that name is another one, and is refused.
+      bool const held = rule && acl->ruleByName(rule->name()) == rule;
+      uint64_t const place = Mox::hashCombine(
+          Mox::hashCombine(aclDigest, held ? indexedRule : strayRule), index.value());
       sum.add(Mox::hashCombine(place, rule ? ruleDigest(*rule) : 0));
     }
   }
