@@ -1,5 +1,5 @@
 /// Runs the simulator for a time: soak SECONDS [SEED]. Without a seed it goes through the seeds from
-/// 1 on; with one it runs that seed alone, prints its script and what it did. A failing seed is
+/// 1, or NAXEL_FIRST_SEED, on; with one it runs that seed alone, prints its script and what it did. A failing seed is
 /// shrunk to a short script, printed and written to soak-SEED.sim, which "soak FILE" replays and
 /// which can be kept as a test under tests/sim/.
 
@@ -136,5 +136,6 @@ int main(int argc, char** argv) {
     int const outcome = replay(std::string("seed ") + argv[2], script);
     return outcome;
   }
-  return soak(std::strtod(argv[1], nullptr), 1);
+  char const* const first = std::getenv("NAXEL_FIRST_SEED");
+  return soak(std::strtod(argv[1], nullptr), first ? std::strtoull(first, nullptr, 10) : 1);
 }
