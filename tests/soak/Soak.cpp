@@ -1,7 +1,7 @@
 /// Runs the simulator for a time: soak SECONDS [SEED]. Without a seed it goes through the seeds from
-/// 1, or NAXEL_FIRST_SEED, on; with one it runs that seed alone, prints its script and what it did. A failing seed is
-/// shrunk to a short script, printed and written to soak-SEED.sim, which "soak FILE" replays and
-/// which can be kept as a test under tests/sim/.
+/// NAXEL_FIRST_SEED (default 1) on; with one it runs that seed alone, prints its script and what it
+/// did. A failing seed is shrunk to a short script, printed and written to soak-SEED.sim, which
+/// "soak FILE" replays and which can be kept as a test under tests/sim/.
 
 #include "support/Simulator.h"
 
