@@ -10,6 +10,7 @@
 #include "softchip/NaiveLookup.h"
 #include "softchip/Random.h"
 #include "softchip/RuleOracle.h"
+#include "support/Thinning.h"
 #include "support/VerdictGrid.h"
 #include "support/Vocabulary.h"
 #include "support/World.h"
@@ -48,17 +49,6 @@ struct Compiled {
   World world;
   KeyLayout layout;
 };
-
-/// Instrumented programs take ten times as long; NAXEL_THINNING=n takes every n-th case only.
-uint64_t thinning() {
-#if defined(__SANITIZE_ADDRESS__)
-  uint64_t const usual = 10;
-#else
-  uint64_t const usual = 1;
-#endif
-  char const* const n = std::getenv("NAXEL_THINNING");
-  return n ? std::strtoull(n, nullptr, 10) : usual;
-}
 
 bool allSeeds() {
   return !std::getenv("NAXEL_SEED") && !std::getenv("NAXEL_SEEDS") && thinning() == 1;

@@ -1,6 +1,7 @@
 /// Slices of what "make soak" runs for longer, and the scripts that once failed.
 
 #include "support/Simulator.h"
+#include "support/Thinning.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -12,17 +13,6 @@ namespace Test {
 namespace {
 
 using namespace Naxel;
-
-/// Instrumented programs take ten times as long; NAXEL_THINNING=n takes every n-th case only.
-uint64_t thinning() {
-#if defined(__SANITIZE_ADDRESS__)
-  uint64_t const usual = 5;
-#else
-  uint64_t const usual = 1;
-#endif
-  char const* const n = std::getenv("NAXEL_THINNING");
-  return n ? std::strtoull(n, nullptr, 10) : usual;
-}
 
 std::string differencesOf(ScriptRun const& run) {
   std::string out;
