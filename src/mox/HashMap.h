@@ -4,6 +4,9 @@
 /// dense array beside an open-addressing index, so iteration is a walk over memory and the order
 /// depends on nothing but the sequence of operations. Lookup, insertion and deletion are O(1) on
 /// average. Iterators, pointers and references into a collection end with its next insertion.
+///
+/// A collection of up to eight elements has no index and is searched from end to end: most
+/// collections of a configuration hold one or two elements, and then they are one small array.
 
 #include "mox/Value.h"
 
@@ -49,7 +52,7 @@ class HashTable {
 
    private:
     void settle() {
-      while (at_ < table_->items_.size() && !table_->live_[at_]) ++at_;
+      while (at_ < table_->items_.size() && !table_->isLive(at_)) ++at_;
     }
     HashTable const* table_ = nullptr;
     size_t at_ = 0;
@@ -68,34 +71,42 @@ class HashTable {
     size_ = 0;
   }
 
+  /// Makes room for `n` elements in all, so that inserting them does not move any.
+  void reserve(size_t n) {
+    items_.reserve(n);
+    if (n > smallSize && n * 4 > index_.size() * 3) rebuild(n);
+  }
+
   bool contains(Key const& key) const noexcept { return find(key) != nullptr; }
   /// The element of that key, or null.
   T const* find(Key const& key) const noexcept {
-    size_t const slot = slotOf(key);
-    return slot == none ? nullptr : &items_[index_[slot]];
+    size_t const at = positionOf(key);
+    return at == none ? nullptr : &items_[at];
   }
   /// Inserts if no element of the key is there. Returns true if it was inserted.
   bool insert(T item) {
     if (contains(KeyOf::key(item))) return false;
-    if (size_ == 0) clear();  // only now, because iterators live through deletions
-    if ((items_.size() + 1) * 4 > index_.size() * 3) rebuild();
-    live_.push_back(true);
+    if (size_ == 0 && !items_.empty()) clear();  // only now: iterators live through deletions
+    size_t const places = items_.size() + 1;
+    if (index_.empty() ? places > smallSize : places * 4 > index_.size() * 3) rebuild(size_ + 1);
+    bool const gaps = !live_.empty();
+    if (gaps) live_.push_back(true);
     try {
       items_.push_back(std::move(item));
     } catch (...) {
-      live_.pop_back();
+      if (gaps) live_.pop_back();
       throw;
     }
-    place(items_.size() - 1);
+    if (!index_.empty()) place(items_.size() - 1);
     ++size_;
     return true;
   }
   /// Returns true if there was an element of that key.
   bool erase(Key const& key) {
-    size_t const slot = slotOf(key);
-    if (slot == none) return false;
-    uint32_t const at = index_[slot];
-    index_[slot] = deleted;
+    size_t const at = positionOf(key);
+    if (at == none) return false;
+    if (live_.empty()) live_.assign(items_.size(), true);
+    if (!index_.empty()) index_[slotOf(key)] = deleted;
     live_[at] = false;
     items_[at] = T();
     --size_;
@@ -106,17 +117,27 @@ class HashTable {
   static constexpr size_t none = ~size_t{0};
   static constexpr uint32_t vacant = ~uint32_t{0};
   static constexpr uint32_t deleted = vacant - 1;
+  static constexpr size_t smallSize = 8;
 
   T* findMutable(Key const& key) noexcept {
-    size_t const slot = slotOf(key);
-    return slot == none ? nullptr : &items_[index_[slot]];
+    size_t const at = positionOf(key);
+    return at == none ? nullptr : &items_[at];
   }
 
  private:
   static size_t startOf(Key const& key) noexcept { return static_cast<size_t>(hashOf(key)); }
 
+  bool isLive(size_t at) const noexcept { return live_.empty() || live_[at]; }
+  size_t positionOf(Key const& key) const noexcept {
+    if (!index_.empty()) {
+      size_t const slot = slotOf(key);
+      return slot == none ? none : index_[slot];
+    }
+    for (size_t at = 0; at < items_.size(); ++at)
+      if (isLive(at) && KeyOf::key(items_[at]) == key) return at;
+    return none;
+  }
   size_t slotOf(Key const& key) const noexcept {
-    if (index_.empty()) return none;
     size_t const mask = index_.size() - 1;
     for (size_t slot = startOf(key) & mask;; slot = (slot + 1) & mask) {
       uint32_t const at = index_[slot];
@@ -130,25 +151,30 @@ class HashTable {
     while (index_[slot] != vacant && index_[slot] != deleted) slot = (slot + 1) & mask;
     index_[slot] = static_cast<uint32_t>(at);
   }
-  /// Closes the gaps that deletions left and gives the index room for twice the elements.
-  void rebuild() {
-    size_t capacity = 8;
-    while (capacity < (size_ + 1) * 2) capacity *= 2;
+  /// Closes the gaps that deletions left and gives the index room for twice `n` elements; none where
+  /// they are few.
+  void rebuild(size_t n) {
+    size_t capacity = 0;
+    if (n > smallSize)
+      for (capacity = 2 * smallSize; capacity < n * 2;) capacity *= 2;
     std::vector<uint32_t> index(capacity, vacant);
-    size_t to = 0;
-    for (size_t from = 0; from < items_.size(); ++from) {
-      if (!live_[from]) continue;
-      if (to != from) items_[to] = std::move(items_[from]);
-      ++to;
+    if (!live_.empty()) {
+      size_t to = 0;
+      for (size_t from = 0; from < items_.size(); ++from) {
+        if (!live_[from]) continue;
+        if (to != from) items_[to] = std::move(items_[from]);
+        ++to;
+      }
+      items_.resize(to);
+      live_.clear();
     }
-    items_.resize(to);
-    live_.assign(to, true);
     index_ = std::move(index);
-    for (size_t at = 0; at < to; ++at) place(at);
+    if (!index_.empty())
+      for (size_t at = 0; at < items_.size(); ++at) place(at);
   }
 
   std::vector<T> items_;
-  std::vector<bool> live_;
+  std::vector<bool> live_;       // false where an element was deleted; empty while none was
   std::vector<uint32_t> index_;  // positions in items_; a power of two many, at most 3/4 in use
   size_t size_ = 0;
 };

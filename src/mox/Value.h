@@ -38,6 +38,8 @@ uint64_t hashOf(T const& v) noexcept {
     return mix64(__builtin_bit_cast(uint64_t, v == 0 ? 0.0 : v));
   } else if constexpr (requires { v.get(); }) {
     return mix64(reinterpret_cast<uintptr_t>(v.get()));  // pointers: identity of the object
+  } else if constexpr (std::is_pointer_v<T>) {
+    return mix64(reinterpret_cast<uintptr_t>(v));
   } else {
     return mix64(static_cast<uint64_t>(v));
   }

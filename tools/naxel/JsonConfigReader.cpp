@@ -158,8 +158,8 @@ class Reader {
 
   /// One range or an array of them. Adds nothing when together they contain every value.
   template <class Range, class Add>
-  void readRanges(JsonNode const& rule, std::string_view field, Mox::HashSet<Range> const&,
-                  Add add) {
+  void readRanges(JsonNode const& rule, std::string_view field,
+                  Naxel::RuleFilter::RangeColl<Range> const&, Add add) {
     JsonNode const* const node = JsonFile::find(rule, field);
     if (!node) return;
     std::vector<Range> ranges;

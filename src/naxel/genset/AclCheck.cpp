@@ -1,28 +1,36 @@
 #include "naxel/genset/AclCheck.h"
 
 #include "mox/Assert.h"
+#include "naxel/genset/RuleFinder.h"
 #include "naxel/types/NaxelTrace.h"
 
 namespace Naxel {
 
 namespace {
 
-/// Calls `f(prefix)` for every prefix and except prefix of the ACL; stops when it returns false.
+/// Calls `f(prefix)` for every prefix and except prefix of a filter; stops when it returns false.
 template <class F>
-bool forEachPrefix(AclConfig const& acl, F f) {
-  auto const walk = [&](Mox::Ptr<IpPrefixList> const& list) {
-    if (!list) return true;
+bool forEachPrefix(RuleFilter const& filter, F f) {
+  for (IpPrefixList const* list : {filter.source().get(), filter.destination().get()}) {
+    if (!list) continue;
     for (auto const& p : list->addr())
       if (!f(p)) return false;
     for (auto const& p : list->exceptAddr())
       if (!f(p)) return false;
-    return true;
-  };
-  for (auto const& [name, rule] : acl.ruleByName()) {
-    RuleFilter const* filter = rule->ruleFilter().get();
-    if (filter && !(walk(filter->source()) && walk(filter->destination()))) return false;
   }
   return true;
+}
+
+/// The family of the first prefix that the ACL names.
+std::optional<Lumox::AddressFamily> namedFamily(AclConfig const& acl) {
+  std::optional<Lumox::AddressFamily> af;
+  auto const take = [&](Lumox::IpGenPrefix const& p) {
+    af = p.af();
+    return false;
+  };
+  for (auto const& [name, rule] : acl.ruleByName())
+    if (rule->ruleFilter() && !forEachPrefix(*rule->ruleFilter(), take)) break;
+  return af;
 }
 
 std::string ruleOf(AclConfig const& acl, RuleConfig const& rule) {
@@ -33,11 +41,11 @@ template <class Coll>
 std::optional<std::string> checkRanges(char const* field, Coll const& ranges) {
   using R = typename Coll::value_type;
   for (R const& r : ranges) {
+    if (r.rangeStart() <= r.rangeEnd() && r.rangeEnd() <= R::bound) continue;
     std::string const text = std::string(field) + " range " + std::to_string(r.rangeStart()) + "-" +
                              std::to_string(r.rangeEnd());
     if (r.rangeStart() > r.rangeEnd()) return text + " starts above its end";
-    if (r.rangeEnd() > R::bound)
-      return text + " exceeds the field's maximum " + std::to_string(R::bound);
+    return text + " exceeds the field's maximum " + std::to_string(R::bound);
   }
   return std::nullopt;
 }
@@ -54,50 +62,49 @@ std::optional<std::string> checkFilter(RuleFilter const& filter) {
   std::optional<std::string> reason;
   size_t field = 0;
   filter.forEachRangeColl([&](auto const& ranges) {
-    if (!reason) reason = checkRanges(fieldNames[field], ranges);
+    if (!reason && !ranges.empty()) reason = checkRanges(fieldNames[field], ranges);
     ++field;
   });
   return reason;
 }
 
-std::optional<std::string> checkFamily(AclConfig const& acl) {
-  std::optional<Lumox::AddressFamily> af = acl.af();
-  bool const pure = forEachPrefix(acl, [&](Lumox::IpGenPrefix const& p) {
-    if (!af) af = p.af();
-    return *af == p.af();
-  });
-  if (pure) return std::nullopt;
+std::string familyReason(AclConfig const& acl) {
   return "ACL '" + acl.name() + "': " +
          (acl.af() ? "prefix of another family than the ACL's " + Mox::stringValue(*acl.af())
                    : std::string("IPv4 and IPv6 prefixes in one ACL"));
 }
 
+std::optional<std::string> checkAcl(AclConfig const& acl) {
+  std::optional<Lumox::AddressFamily> const named = namedFamily(acl);
+  Lumox::AddressFamily const af = acl.af() ? *acl.af() : named.value_or(Lumox::ipv4());
+  bool pure = true;
+  for (auto const& [name, rule] : acl.ruleByName()) {
+    RuleFilter const* filter = rule->ruleFilter().get();
+    if (!filter) continue;
+    if (auto reason = checkFilter(*filter)) return ruleOf(acl, *rule) + *reason;
+    if (pure)
+      pure = forEachPrefix(*filter, [&](Lumox::IpGenPrefix const& p) { return p.af() == af; });
+  }
+  RuleFinder finder(acl);
+  for (auto const& [index, rule] : acl.ruleById())
+    if (finder.find(rule.get()) == RuleFinder::none)
+      return "ACL '" + acl.name() + "', index " + std::to_string(index.value()) +
+             " refers to a rule that the ACL does not hold";
+  if (!pure) return familyReason(acl);
+  if (!acl.af() && !named)
+    if (auto line = trace(1)) line << "ACL '" << acl.name() << "' names no address, assuming ipv4";
+  return std::nullopt;
+}
+
 }  // namespace
 
 Lumox::AddressFamily aclFamily(AclConfig const& acl) {
-  std::optional<Lumox::AddressFamily> af = acl.af();
-  if (!af)
-    forEachPrefix(acl, [&](Lumox::IpGenPrefix const& p) {
-      af = p.af();
-      return false;
-    });
-  return af.value_or(Lumox::ipv4());
+  return acl.af() ? *acl.af() : namedFamily(acl).value_or(Lumox::ipv4());
 }
 
 std::optional<std::string> checkAcls(AclConfigColl const& coll) {
-  for (auto const& [aclName, acl] : coll.acl()) {
-    for (auto const& [name, rule] : acl->ruleByName()) {
-      if (!rule->ruleFilter()) continue;
-      if (auto reason = checkFilter(*rule->ruleFilter())) return ruleOf(*acl, *rule) + *reason;
-    }
-    for (auto const& [index, rule] : acl->ruleById())
-      if (!rule || acl->ruleByName(rule->name()) != rule)
-        return "ACL '" + acl->name() + "', index " + std::to_string(index.value()) +
-               " refers to a rule that the ACL does not hold";
-    if (auto reason = checkFamily(*acl)) return reason;
-    if (!acl->af() && forEachPrefix(*acl, [](Lumox::IpGenPrefix const&) { return false; }))
-      if (auto line = trace(1)) line << "ACL '" << aclName << "' names no address, assuming ipv4";
-  }
+  for (auto const& [aclName, acl] : coll.acl())
+    if (auto reason = checkAcl(*acl)) return reason;
   return std::nullopt;
 }
 

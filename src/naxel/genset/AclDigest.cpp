@@ -1,6 +1,7 @@
 #include "naxel/genset/AclDigest.h"
 
 #include "naxel/genset/AclCheck.h"
+#include "naxel/genset/RuleFinder.h"
 
 namespace Naxel {
 
@@ -25,12 +26,6 @@ class Accumulator {
   uint32_t low_ = 0;
 };
 
-uint64_t ruleDigest(RuleConfig const& rule) {
-  uint64_t h = rule.ruleFilter() ? Mox::hashCombine(1, rule.ruleFilter()->contentHash()) : 0;
-  h = Mox::hashCombine(h, rule.action().hash64());
-  return Mox::hashCombine(h, Mox::hashText(rule.name()));
-}
-
 }  // namespace
 
 AggregatorWorkingSet digestAcls(AclConfigColl const& coll, uint32_t enabledCombos) {
@@ -42,16 +37,19 @@ AggregatorWorkingSet digestAcls(AclConfigColl const& coll, uint32_t enabledCombo
     uint64_t aclDigest = Mox::hashCombine(Mox::hashText(name), acl->af() ? 1 : 0);
     aclDigest = Mox::hashCombine(aclDigest, Mox::hashOf(aclFamily(*acl)));
     sum.add(Mox::hashCombine(wholeAcl, aclDigest));
+    uint64_t const named = Mox::hashCombine(aclDigest, namedRule);
+    uint64_t const indexed = Mox::hashCombine(aclDigest, indexedRule);
+    uint64_t const stray = Mox::hashCombine(aclDigest, strayRule);
     for (auto const& [ruleName, rule] : acl->ruleByName()) {
-      sum.add(Mox::hashCombine(Mox::hashCombine(aclDigest, namedRule), ruleDigest(*rule)));
+      sum.add(Mox::hashCombine(named, rule->contentHash()));
       ++rules;
     }
+    RuleFinder finder(*acl);
     for (auto const& [index, rule] : acl->ruleById()) {
       // A rule that merely looks like the one of that name is another one, and is refused.
-      bool const held = rule && acl->ruleByName(rule->name()) == rule;
-      uint64_t const place = Mox::hashCombine(
-          Mox::hashCombine(aclDigest, held ? indexedRule : strayRule), index.value());
-      sum.add(Mox::hashCombine(place, rule ? ruleDigest(*rule) : 0));
+      bool const held = finder.find(rule.get()) != RuleFinder::none;
+      uint64_t const place = Mox::hashCombine(held ? indexed : stray, index.value());
+      sum.add(Mox::hashCombine(place, rule ? rule->contentHash() : 0));
     }
   }
   return AggregatorWorkingSet(sum.finish(), static_cast<uint32_t>(coll.acl().size()), rules);

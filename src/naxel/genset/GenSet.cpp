@@ -70,8 +70,8 @@ Mox::AttributeTable const& RangeSet::attributeTable() const {
   return table;
 }
 
-uint32_t RangeSet::hash() const {
-  return typedHash(static_cast<uint32_t>(type_), sumOfHashes(range_));
+uint32_t RangeSet::hash(RangeSetType type, RangeColl const& ranges) {
+  return typedHash(static_cast<uint32_t>(type), sumOfHashes(ranges));
 }
 
 bool RangeSet::isEqual(Mox::Ptr<Dedupable const> const& other) const {

@@ -80,23 +80,28 @@ class NAXEL_EXPORT PrefixSet : public GenSet {
 /// A set of values of one packet field.
 class NAXEL_EXPORT RangeSet : public GenSet {
  public:
+  using RangeColl = Mox::FlatSet<RangeSetElem>;
   RangeSet(GenSetKey key, RangeSetType type) : GenSet(key), type_(type) {}
   std::string_view fwkType() const override { return "Naxel::RangeSet"; }
   Mox::AttributeTable const& attributeTable() const override;
 
   RangeSetType type() const { return type_; }
-  Mox::FlatSet<RangeSetElem> const& range() const { return range_; }
+  RangeColl const& range() const { return range_; }
   void rangeIs(RangeSetElem const& e) { range_.insert(e); }
+  /// Takes over all elements at once.
+  void rangeIs(RangeColl all) { range_ = std::move(all); }
   void rangeDel(RangeSetElem const& e) { range_.erase(e); }
   void rangeDelAll() { range_.clear(); }
 
-  uint32_t hash() const override;
+  uint32_t hash() const override { return hash(type_, range_); }
+  /// Hash of a set of this type with these elements.
+  static uint32_t hash(RangeSetType type, RangeColl const& ranges);
   bool isEqual(Mox::Ptr<Dedupable const> const& other) const override;
   std::string stringValue() const;
 
  private:
   RangeSetType type_;
-  Mox::FlatSet<RangeSetElem> range_;
+  RangeColl range_;
 };
 
 /// A set of source/destination label combinations.

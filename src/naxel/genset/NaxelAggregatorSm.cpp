@@ -3,6 +3,7 @@
 #include "mox/Assert.h"
 #include "naxel/genset/AclCheck.h"
 #include "naxel/genset/AclDigest.h"
+#include "naxel/genset/RuleFinder.h"
 #include "naxel/types/NaxelTrace.h"
 
 namespace Naxel {
@@ -27,6 +28,12 @@ std::vector<Lumox::IpGenPrefix> masked(IpPrefixList::PrefixColl const& prefixes)
 
 }  // namespace
 
+GenSetKey PrefixDedupMarkAndSweeper::markList(IpPrefixList const& list) {
+  return markEqual(list.hash(), [&](Dedupable const& record) {
+    return static_cast<PrefixListDedup const&>(record).prefixList()->isEqual(list);
+  });
+}
+
 void PrefixDedupMarkAndSweeper::doCleanupSweptEntry(GenSetKey key) {
   if (auto line = trace(6))
     line << "PrefixDeduper(af=" << key_.af() << ", src=" << int{key_.src()}
@@ -38,6 +45,12 @@ GenSetKey PrefixDedupMarkAndSweeper::getGenSetKey(Dedupable const& obj) const {
   auto const* prefixListDedup = dynamic_cast<PrefixListDedup const*>(&obj);
   MOX_ASSERT(prefixListDedup);
   return prefixListDedup->prefixSet() ? prefixListDedup->prefixSet()->key() : GenSetKey();
+}
+
+GenSetKey RangeDedupMarkAndSweeper::markRanges(RangeSet::RangeColl const& ranges) {
+  return markEqual(RangeSet::hash(type_, ranges), [&](Dedupable const& set) {
+    return static_cast<RangeSet const&>(set).range() == ranges;
+  });
 }
 
 void RangeDedupMarkAndSweeper::doCleanupSweptEntry(GenSetKey key) {
@@ -99,8 +112,10 @@ void AggregatorSm::doStartKick() {
   }
   aggWorkingSet_.reset();
   doCleanSm();
+  brokenOff_ = true;
   doBuildSets();
   doDeleteUnusedSets();
+  brokenOff_ = false;
   aggWorkingSet_ = workingSet;
   doSetStatus(StageStatusType::finishedSuccess);
 }
@@ -115,7 +130,7 @@ AggregatorWorkingSet AggregatorSm::doBuildWorkingSet() const {
 void AggregatorSm::doCleanSm() {
   for (auto const& [key, deduper] : prefixDeduper_) deduper->unmarkAll();
   for (auto const& [type, deduper] : rangeDeduper_) deduper->unmarkAll();
-  deleteUnnamedSets();
+  if (brokenOff_) deleteUnnamedSets();
   aggStatus_->aclGenSetIpRuleListDelAll();
   aggStatus_->genSetUsageInfo()->refCountDelAll();
 }
@@ -125,8 +140,7 @@ void AggregatorSm::deleteUnnamedSets() {
   // spend labels for ever.
   auto const sweep = [](DedupMarkAndSweeper const& deduper, auto const& coll, auto del) {
     Mox::HashSet<GenSetKey> named;
-    for (auto const& [obj, mark] : deduper.deduped())
-      if (GenSetKey const key = deduper.getGenSetKey(*obj)) named.insert(key);
+    deduper.forEachKey([&](GenSetKey key) { named.insert(key); });
     if (named.size() == coll.size()) return;
     std::vector<GenSetKey> unnamed;
     for (auto const& [key, set] : coll)
@@ -154,6 +168,7 @@ void AggregatorSm::doBuildFieldSets() {
   for (auto const& [aclName, acl] : aggConfig_->aclConfigColl()->acl()) {
     Lumox::AddressFamily const af = aclFamily(*acl);
     auto const list = aggStatus_->aclGenSetIpRuleListIs(aclName, af);
+    list->reserve(acl->ruleByName().size(), acl->ruleById().size());
     for (auto const& [ruleName, rule] : acl->ruleByName()) {
       auto const setRule = list->genSetIpRuleIs(ruleName);
       setRule->actionIs(rule->action());
@@ -197,16 +212,18 @@ GenSetKey AggregatorSm::doBuildPrefixSet(PrefixXformKey const& key,
                                          Mox::Ptr<IpPrefixList const> const& list) {
   auto const info = aggStatus_->prefixInfo(key);
   auto const deduper = prefixDeduperIs(key, info, chipId());
-  Mox::Ptr<Dedupable> const record = prefixListDedupFactory(list);
-  if (GenSetKey const known = deduper->addDeduped(record)) return known;
+  if (GenSetKey const known = deduper->markList(*list)) return known;
 
+  // The record that stands for the content, which is an older one than ours where an exception kept
+  // it from getting its set.
+  auto const record =
+      Mox::dynamicPtrCast<PrefixListDedup>(deduper->addObj(prefixListDedupFactory(list)));
   GenSetKey const setKey = genSetKeyGen_->newKey();
   auto const set = info->prefixSetCollIs(setKey);
   set->prefixIs(masked(list->addr()));
   set->exceptPrefixIs(masked(list->exceptAddr()));
-  // The record that stands for the content, which is an older one than ours where an exception kept
-  // it from getting its set.
-  Mox::dynamicPtrCast<PrefixListDedup>(deduper->addObj(record))->prefixSetIs(set);
+  record->prefixSetIs(set);
+  deduper->addDeduped(record);
   if (auto line = trace(6))
     line << "AggregatorSm(" << chipId() << ")::doBuildPrefixSet"
          << " Creating prefixSet, "
@@ -214,40 +231,50 @@ GenSetKey AggregatorSm::doBuildPrefixSet(PrefixXformKey const& key,
   return setKey;
 }
 
-template <class RangeColl>
-GenSetKey AggregatorSm::buildRangeSet(RangeSetType type, RangeColl const& ranges) {
+template <class Ranges>
+GenSetKey AggregatorSm::buildRangeSet(RangeSetType type, Ranges const& ranges) {
   if (auto line = trace(8))
     line << "AggregatorSm(" << chipId() << ")::buildRangeSet"
          << ", setType:" << type;
   auto const info = aggStatus_->rangeSplitInfo(type);
   // Before the set, which only a deduper can clear away again after an exception.
   auto const deduper = rangeDeduperIs(type, info, chipId());
+  // Also a set that is not built takes a key.
   GenSetKey key = genSetKeyGen_->newKey();
-  auto const set = info->rangeSetCollIs(key, type);
   // The ends fit: the whole configuration has been checked against the bounds of its fields.
+  ranges_.clear();
   for (auto const& r : ranges)
-    set->rangeIs(
+    ranges_.insert(
         RangeSetElem(static_cast<uint16_t>(r.rangeStart()), static_cast<uint16_t>(r.rangeEnd())));
-  GenSetKey const canonical = deduper->addDeduped(set);
-  if (canonical != key) {
+  if (GenSetKey const known = deduper->markRanges(ranges_)) {
     if (auto line = trace(6))
       line << "AggregatorSm(" << chipId() << ")::buildRangeSet"
-           << " Reusing rangeSet, key:" << canonical;
-    info->rangeSetCollDel(key);
-    key = canonical;
-  } else if (auto line = trace(6)) {
-    line << "AggregatorSm(" << chipId() << ")::buildRangeSet"
-         << " Creating rangeSet, key:" << key << set->stringValue();
+           << " Reusing rangeSet, key:" << known;
+    key = known;
+  } else {
+    auto const set = info->rangeSetCollIs(key, type);
+    set->rangeIs(ranges_);
+    deduper->addDeduped(set);
+    if (auto line = trace(6))
+      line << "AggregatorSm(" << chipId() << ")::buildRangeSet"
+           << " Creating rangeSet, key:" << key << set->stringValue();
   }
   aggStatus_->genSetUsageInfo()->refCountIs(key).valueInc(1);
   return key;
 }
 
 void AggregatorSm::doBuildAclGenSetRuleById() {
+  std::vector<Mox::Ptr<GenSetIpRule>> named;
   for (auto const& [aclName, acl] : aggConfig_->aclConfigColl()->acl()) {
     auto const list = aggStatus_->aclGenSetIpRuleList(aclName);
-    for (auto const& [index, rule] : acl->ruleById())
-      list->genSetIpRuleByIdIs(index, list->genSetIpRule(rule->name()));
+    named.clear();
+    for (auto const& [name, rule] : list->genSetIpRule()) named.push_back(rule);
+    RuleFinder finder(*acl);
+    for (auto const& [index, rule] : acl->ruleById()) {
+      uint32_t const at = finder.find(rule.get());
+      MOX_ASSERT(at != RuleFinder::none);
+      list->genSetIpRuleByIdIs(index, named[at]);
+    }
   }
 }
 

@@ -35,6 +35,8 @@ class NAXEL_EXPORT PrefixDedupMarkAndSweeper : public DedupMarkAndSweeper {
 
   Mox::Ptr<PrefixAggregatorInfo> const& prefixAggInfo() const { return prefixAggInfo_; }
   Obel::ChipId chipId() const { return chipId_; }
+  /// Marks the set of the content of `list` as in use and returns its key; 0 if it has none.
+  GenSetKey markList(IpPrefixList const& list);
   void doCleanupSweptEntry(GenSetKey key) override;
   GenSetKey getGenSetKey(Dedupable const& obj) const override;
 
@@ -54,6 +56,8 @@ class NAXEL_EXPORT RangeDedupMarkAndSweeper : public DedupMarkAndSweeper {
 
   Mox::Ptr<RangeSplitAggregatorInfo> const& rangeSplitAggInfo() const { return rangeSplitAggInfo_; }
   Obel::ChipId chipId() const { return chipId_; }
+  /// Marks the set of these elements as in use and returns its key; 0 if there is none.
+  GenSetKey markRanges(RangeSet::RangeColl const& ranges);
   void doCleanupSweptEntry(GenSetKey key) override;
   GenSetKey getGenSetKey(Dedupable const& obj) const override;
 
@@ -105,11 +109,12 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
 
  private:
   /// Turns the ranges of one filter into the key of a shared set and counts the use.
-  template <class RangeColl>
-  GenSetKey buildRangeSet(RangeSetType type, RangeColl const& ranges);
+  template <class Ranges>
+  GenSetKey buildRangeSet(RangeSetType type, Ranges const& ranges);
   void buildRuleSets(RuleFilter const& filter, Lumox::AddressFamily af, GenSetIpRule& rule);
   /// Takes back the two counts of a pair that is matched through one combination label.
   void uncountPair(ComboLabelSetType type, GenSetIpRule const& rule);
+  /// After a run that did not finish.
   void deleteUnnamedSets();
 
   Mox::Ptr<AggregatorConfig> aggConfig_;
@@ -119,6 +124,8 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PrefixDedupMarkAndSweeper>> prefixDeduper_;
   Mox::OrderedMap<RangeSetType, Mox::Ptr<RangeDedupMarkAndSweeper>> rangeDeduper_;
   std::optional<AggregatorWorkingSet> aggWorkingSet_;
+  RangeSet::RangeColl ranges_;  // of the filter at hand, for looking them up
+  bool brokenOff_ = false;      // the last run did not finish
 };
 NAXEL_EXPORT Mox::Ptr<AggregatorSm> aggregatorSmFactory(
     Obel::ChipId chipId, Mox::Ptr<AggregatorConfig> config, Mox::Ptr<AggregatorStatus> status,

@@ -133,6 +133,11 @@ class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
   Mox::FlatMap<AceIndex, Mox::Ptr<GenSetIpRule>> const& genSetIpRuleById() const {
     return genSetIpRuleById_;
   }
+  /// Makes room for the rules that are to come.
+  void reserve(size_t rules, size_t indexes) {
+    genSetIpRule_.reserve(rules);
+    genSetIpRuleById_.reserve(indexes);
+  }
   void genSetIpRuleByIdIs(AceIndex index, Mox::Ptr<GenSetIpRule> rule) {
     genSetIpRuleById_.set(index, std::move(rule));
   }

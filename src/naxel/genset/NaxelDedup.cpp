@@ -13,18 +13,47 @@ Mox::AttributeTable const& DedupableList::attributeTable() const {
 
 Mox::AttributeTable const& Deduper::attributeTable() const {
   static Mox::AttributeTable const table = {Mox::operation("addObj"), Mox::operation("clear"),
-                                            Mox::attribute<&Deduper::dedupedHash_>("dedupedHash")};
+                                            Mox::attribute<&Deduper::dedupedHash>("dedupedHash")};
   return table;
 }
 
-Mox::Ptr<Dedupable> Deduper::addObj(Mox::Ptr<Dedupable> const& obj) {
+void Deduper::clear() {
+  clearIndex();
+  items_.clear();
+}
+
+Deduper::BucketMap Deduper::dedupedHash() const {
+  BucketMap buckets;
+  if (slots_.empty()) return buckets;
+  for (Item const& item : items_)
+    Mox::lookupOrMake(buckets, item.hash, [&] {
+      return Mox::makePtr<DedupableList>(item.hash);
+    })->dedupedObjIs(item.obj);
+  return buckets;
+}
+
+size_t Deduper::add(Mox::Ptr<Dedupable> const& obj) {
   uint32_t const hash = obj->hash();
-  Mox::Ptr<DedupableList> const& list =
-      Mox::lookupOrMake(dedupedHash_, hash, [&] { return Mox::makePtr<DedupableList>(hash); });
-  for (Mox::Ptr<Dedupable> const& member : list->dedupedObj())
-    if (member->isEqual(obj)) return member;
-  list->dedupedObjIs(obj);
-  return obj;
+  uint32_t const known = find(hash, [&](Dedupable const& o) { return o.isEqual(obj); });
+  if (known != none) return known;
+  if ((items_.size() + 1) * 2 > slots_.size()) rebuildIndex();
+  items_.push_back({obj, hash});
+  place(static_cast<uint32_t>(items_.size() - 1));
+  return items_.size() - 1;
+}
+
+void Deduper::place(uint32_t at) {
+  size_t const mask = slots_.size() - 1;
+  size_t slot = startOf(items_[at].hash);
+  while (slots_[slot] != none) slot = (slot + 1) & mask;
+  slots_[slot] = at;
+}
+
+void Deduper::rebuildIndex() {
+  size_t capacity = 16;
+  while (capacity < (items_.size() + 1) * 4) capacity *= 2;
+  slots_.assign(capacity, none);
+  for (uint32_t at = 0; at < items_.size(); ++at) place(at);
 }
 
 Mox::AttributeTable const& DedupMarkAndSweeper::attributeTable() const {
@@ -32,37 +61,37 @@ Mox::AttributeTable const& DedupMarkAndSweeper::attributeTable() const {
       Deduper::attributeTable(),
       {Mox::operation("addDeduped"), Mox::operation("unmarkAll"), Mox::operation("sweepUnmarked"),
        Mox::operation("doCleanupSweptEntry"), Mox::operation("getGenSetKey"),
-       Mox::attribute<&DedupMarkAndSweeper::deduped_>("deduped")});
+       Mox::attribute<&DedupMarkAndSweeper::deduped>("deduped")});
   return table;
 }
 
-GenSetKey DedupMarkAndSweeper::addDeduped(Mox::Ptr<Dedupable> const& obj) {
-  Mox::Ptr<Dedupable> const canonical = addObj(obj);
-  deduped_.set(canonical, true);
-  return getGenSetKey(*canonical);
+GenSetKey DedupMarkAndSweeper::mark(size_t at) {
+  if (marks_.size() <= at) marks_.resize(objects());
+  Mark& m = marks_[at];
+  if (!m.key) m.key = getGenSetKey(*object(at));
+  m.used = true;
+  return m.key;
 }
 
 void DedupMarkAndSweeper::unmarkAll() {
-  // The index may still hold objects of a run that did not reach its sweep.
-  clear();
-  std::vector<Mox::Ptr<Dedupable>> objects;
-  objects.reserve(deduped_.size());
-  for (auto const& [obj, mark] : deduped_) objects.push_back(obj);
-  for (auto const& obj : objects) {
-    deduped_.set(obj, false);
-    addObj(obj);
-  }
+  marks_.clear();
+  rebuildIndex();
 }
 
 void DedupMarkAndSweeper::sweepUnmarked() {
-  std::vector<Mox::Ptr<Dedupable>> unmarked;
-  for (auto const& [obj, mark] : deduped_)
-    if (!mark) unmarked.push_back(obj);
-  for (auto const& obj : unmarked) {
-    doCleanupSweptEntry(getGenSetKey(*obj));
-    deduped_.erase(obj);
-  }
   clear();
+  marks_.resize(objects());
+  for (size_t at = 0; at < marks_.size(); ++at)
+    if (!marks_[at].used) doCleanupSweptEntry(getGenSetKey(*object(at)));
+  dropObjects([&](size_t at) { return !marks_[at].used; });
+  marks_.assign(objects(), {GenSetKey(), true});
+}
+
+std::vector<std::pair<Mox::Ptr<Dedupable>, bool>> DedupMarkAndSweeper::deduped() const {
+  std::vector<std::pair<Mox::Ptr<Dedupable>, bool>> all;
+  for (size_t at = 0; at < objects(); ++at)
+    all.emplace_back(object(at), at < marks_.size() && marks_[at].used);
+  return all;
 }
 
 GenSetKey DedupMarkAndSweeper::getGenSetKey(Dedupable const&) const {
@@ -79,10 +108,7 @@ Mox::AttributeTable const& PrefixListDedup::attributeTable() const {
 }
 
 void PrefixListDedup::prefixSetIs(Mox::Ptr<PrefixSet> set) {
-  auto copy = Mox::makePtr<IpPrefixList>();
-  for (auto const& p : prefixList_->addr()) copy->addrIs(p);
-  for (auto const& p : prefixList_->exceptAddr()) copy->exceptAddrIs(p);
-  prefixList_ = std::move(copy);
+  prefixList_ = prefixList_->copy();
   prefixSet_ = std::move(set);
 }
 

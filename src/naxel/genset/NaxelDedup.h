@@ -20,7 +20,7 @@
 
 namespace Naxel {
 
-/// Objects of one hash.
+/// Objects of one hash, as the index shows itself to those who ask.
 class NAXEL_EXPORT DedupableList : public Mox::Entity {
  public:
   explicit DedupableList(uint32_t hashValue) : hashValue_(hashValue) {}
@@ -37,22 +37,66 @@ class NAXEL_EXPORT DedupableList : public Mox::Entity {
   std::vector<Mox::Ptr<Dedupable>> dedupedObj_;
 };
 
-/// Index of objects by content.
+/// Index of objects by content: the objects and their hashes stand in arrays in the order in which
+/// they came, beside an open-addressing table of positions.
 class NAXEL_EXPORT Deduper : public Mox::Entity {
  public:
+  using BucketMap = Mox::OrderedMap<uint32_t, Mox::Ptr<DedupableList>>;
   std::string_view fwkType() const override { return "Naxel::Deduper"; }
   Mox::AttributeTable const& attributeTable() const override;
 
   /// The object of the index that is equal to `obj`; `obj` itself, then added, if there is none.
-  Mox::Ptr<Dedupable> addObj(Mox::Ptr<Dedupable> const& obj);
+  Mox::Ptr<Dedupable> addObj(Mox::Ptr<Dedupable> const& obj) { return items_[add(obj)].obj; }
   /// Empties the index.
-  virtual void clear() { dedupedHash_.clear(); }
-  Mox::HashMap<uint32_t, Mox::Ptr<DedupableList>> const& dedupedHash() const {
-    return dedupedHash_;
+  virtual void clear();
+  /// The index as buckets, put together for the caller.
+  BucketMap dedupedHash() const;
+
+ protected:
+  static constexpr uint32_t none = ~uint32_t{0};
+
+  /// Position of the object that is equal to `obj`, which is added if there is none.
+  size_t add(Mox::Ptr<Dedupable> const& obj);
+  /// Position of the object of this hash for which `same(object)` holds, or `none`.
+  template <class Same>
+  uint32_t find(uint32_t hash, Same same) const {
+    if (slots_.empty()) return none;
+    size_t const mask = slots_.size() - 1;
+    for (size_t slot = startOf(hash);; slot = (slot + 1) & mask) {
+      uint32_t const at = slots_[slot];
+      if (at == none || (items_[at].hash == hash && same(*items_[at].obj))) return at;
+    }
+  }
+  size_t objects() const { return items_.size(); }
+  Mox::Ptr<Dedupable> const& object(size_t at) const { return items_[at].obj; }
+  /// Forgets where the objects are, and keeps them.
+  void clearIndex() { slots_.clear(); }
+  /// Indexes the objects that are there.
+  void rebuildIndex();
+  /// Drops the objects for which `gone(position)` holds; the index must be empty.
+  template <class Gone>
+  void dropObjects(Gone gone) {
+    size_t to = 0;
+    for (size_t from = 0; from < items_.size(); ++from) {
+      if (gone(from)) continue;
+      if (to != from) items_[to] = std::move(items_[from]);
+      ++to;
+    }
+    items_.resize(to);
   }
 
  private:
-  Mox::HashMap<uint32_t, Mox::Ptr<DedupableList>> dedupedHash_;
+  struct Item {
+    Mox::Ptr<Dedupable> obj;
+    uint32_t hash = 0;
+  };
+  size_t startOf(uint32_t hash) const {
+    return static_cast<size_t>(Mox::mix64(hash)) & (slots_.size() - 1);
+  }
+  void place(uint32_t at);
+
+  std::vector<Item> items_;
+  std::vector<uint32_t> slots_;  // positions in items_; a power of two many, at most half in use
 };
 
 /// Keeps objects while they are in use. Between kicks the index is empty and only `deduped` holds
@@ -64,21 +108,41 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
 
   /// Marks the object that stands for `obj` as in use and returns the key of its set; 0 when it has
   /// no set yet.
-  GenSetKey addDeduped(Mox::Ptr<Dedupable> const& obj);
+  GenSetKey addDeduped(Mox::Ptr<Dedupable> const& obj) { return mark(add(obj)); }
+  /// The same for an object that is not made yet: it would have this hash, and `same(object)` tells
+  /// whether a known one is equal to it. 0 also when there is none.
+  template <class Same>
+  GenSetKey markEqual(uint32_t hash, Same same) {
+    uint32_t const at = find(hash, same);
+    return at == none ? GenSetKey() : mark(at);
+  }
   /// Takes every mark away and indexes the objects again.
   void unmarkAll();
   /// Deletes the objects without a mark together with their sets and empties the index.
   void sweepUnmarked();
+  void clear() override { clearIndex(); }
   /// Deletes the set of that key from the collection that owns it.
   virtual void doCleanupSweptEntry(GenSetKey) {}
   /// Key of the set that an object stands for.
   virtual GenSetKey getGenSetKey(Dedupable const& obj) const;
 
-  /// The objects with their marks.
-  Mox::HashMap<Mox::Ptr<Dedupable>, bool> const& deduped() const { return deduped_; }
+  /// The objects with their marks, put together for the caller.
+  std::vector<std::pair<Mox::Ptr<Dedupable>, bool>> deduped() const;
+  /// Calls `f(key)` for the key of every object that has a set.
+  template <class F>
+  void forEachKey(F f) const {
+    for (size_t at = 0; at < objects(); ++at)
+      if (GenSetKey const key = getGenSetKey(*object(at))) f(key);
+  }
 
  private:
-  Mox::HashMap<Mox::Ptr<Dedupable>, bool> deduped_;
+  struct Mark {
+    GenSetKey key;  // of the object's set; 0 until it is known
+    bool used = false;
+  };
+  GenSetKey mark(size_t at);
+
+  std::vector<Mark> marks_;  // by position; shorter where objects came without a mark
 };
 
 /// Stands for the content of a prefix list. `prefixList` is the list it was made for until a set is

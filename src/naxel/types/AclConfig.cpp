@@ -16,6 +16,12 @@ Mox::Ptr<RuleFilter> RuleConfig::ruleFilterIs() {
   return ruleFilter_;
 }
 
+uint64_t RuleConfig::contentHash() const {
+  if (!ownHash_) ownHash_ = Mox::hashCombine(Mox::hashText(name_), action_.hash64());
+  return Mox::hashCombine(*ownHash_,
+                          ruleFilter_ ? Mox::hashCombine(1, ruleFilter_->contentHash()) : 0);
+}
+
 Mox::AttributeTable const& AclConfig::attributeTable() const {
   static Mox::AttributeTable const table = {Mox::attribute<&AclConfig::name_>("name"),
                                             Mox::attribute<&AclConfig::af_>("af"),

@@ -38,16 +38,24 @@ class NAXEL_EXPORT RuleConfig : public Mox::Entity {
   Mox::Ptr<RuleFilter> ruleFilterIs();
   void ruleFilterDel() { attrIs(ruleFilter_, Mox::Ptr<RuleFilter>(), &Notifiee::onRuleFilter); }
   NaxelActionValue const& action() const { return action_; }
-  void actionIs(NaxelActionValue const& v) { attrIs(action_, v, &Notifiee::onAction); }
+  void actionIs(NaxelActionValue const& v) {
+    ownHash_.reset();
+    attrIs(action_, v, &Notifiee::onAction);
+  }
   /// Held with the rule; nothing in the pipeline reads it.
   bool continueRule() const { return continueRule_; }
   void continueRuleIs(bool v) { attrIs(continueRule_, v, &Notifiee::onContinueRule); }
+
+  /// 64-bit hash of name, action and filter. What the rule holds itself is hashed once after each
+  /// change.
+  uint64_t contentHash() const;
 
  private:
   std::string name_;
   Mox::Ptr<RuleFilter> ruleFilter_;
   NaxelActionValue action_;
   bool continueRule_ = false;
+  mutable std::optional<uint64_t> ownHash_;  // of name and action
 };
 
 /// One ACL. A rule takes part in matching under each index that refers to it.

@@ -7,62 +7,71 @@ namespace Naxel {
 Mox::AttributeTable const& IpPrefixList::attributeTable() const {
   static Mox::AttributeTable const table = {
       Mox::attribute<&IpPrefixList::hash>("hash"), Mox::operation("isEqual"),
-      Mox::attribute<&IpPrefixList::addr_>("addr"),
-      Mox::attribute<&IpPrefixList::exceptAddr_>("exceptAddr")};
+      Mox::attribute<&IpPrefixList::addr>("addr"),
+      Mox::attribute<&IpPrefixList::exceptAddr>("exceptAddr")};
   return table;
 }
 
+IpPrefixList::Content& IpPrefixList::ownContent() {
+  if (content_->references() > 1) content_ = Mox::makePtr<Content>(*content_);
+  content_->hash.reset();
+  return *content_;
+}
+
+Mox::Ptr<IpPrefixList> IpPrefixList::copy() const {
+  auto list = Mox::makePtr<IpPrefixList>();
+  contentHash();
+  list->content_ = content_;
+  return list;
+}
+
 void IpPrefixList::addrIs(Lumox::IpGenPrefix const& p) {
-  contentHash_.reset();
-  memberIs(addr_, p, &Notifiee::onAddr);
+  memberIs(ownContent().addr, p, &Notifiee::onAddr);
 }
 void IpPrefixList::addrDel(Lumox::IpGenPrefix const& p) {
-  contentHash_.reset();
-  itemDel(addr_, p, &Notifiee::onAddr);
+  itemDel(ownContent().addr, p, &Notifiee::onAddr);
 }
-void IpPrefixList::addrDelAll() {
-  contentHash_.reset();
-  collDelAll(addr_, &Notifiee::onAddr);
-}
+void IpPrefixList::addrDelAll() { collDelAll(ownContent().addr, &Notifiee::onAddr); }
 void IpPrefixList::exceptAddrIs(Lumox::IpGenPrefix const& p) {
-  contentHash_.reset();
-  memberIs(exceptAddr_, p, &Notifiee::onExceptAddr);
+  memberIs(ownContent().exceptAddr, p, &Notifiee::onExceptAddr);
 }
 void IpPrefixList::exceptAddrDel(Lumox::IpGenPrefix const& p) {
-  contentHash_.reset();
-  itemDel(exceptAddr_, p, &Notifiee::onExceptAddr);
+  itemDel(ownContent().exceptAddr, p, &Notifiee::onExceptAddr);
 }
 void IpPrefixList::exceptAddrDelAll() {
-  contentHash_.reset();
-  collDelAll(exceptAddr_, &Notifiee::onExceptAddr);
+  collDelAll(ownContent().exceptAddr, &Notifiee::onExceptAddr);
 }
 
 uint64_t IpPrefixList::contentHash() const {
-  if (!contentHash_) {
+  std::optional<uint64_t>& hash = content_->hash;
+  if (!hash) {
     auto const sum = [](PrefixColl const& coll) {
       uint64_t total = 0;
       for (Lumox::IpGenPrefix const& p : coll) total += p.hash64();
       return total;
     };
-    contentHash_ = Mox::hashCombine(Mox::hashCombine(sum(addr_), sum(exceptAddr_)),
-                                    Mox::hashCombine(addr_.size(), exceptAddr_.size()));
+    hash = Mox::hashCombine(Mox::hashCombine(sum(addr()), sum(exceptAddr())),
+                            Mox::hashCombine(addrs(), exceptAddrs()));
   }
-  return *contentHash_;
+  return *hash;
 }
 
 uint32_t IpPrefixList::hash() const { return Mox::OneAtATime().bytes(contentHash()).finish(); }
 
 bool IpPrefixList::isEqual(Mox::Ptr<Dedupable const> const& other) const {
   auto const* list = dynamic_cast<IpPrefixList const*>(other.get());
-  if (!list) return false;
-  if (list == this) return true;
+  return list && isEqual(*list);
+}
+
+bool IpPrefixList::isEqual(IpPrefixList const& other) const {
+  if (content_ == other.content_) return true;
   auto const same = [](PrefixColl const& a, PrefixColl const& b) {
     return a.size() == b.size() &&
            std::all_of(a.begin(), a.end(),
                        [&](Lumox::IpGenPrefix const& p) { return b.contains(p); });
   };
-  return contentHash() == list->contentHash() && same(addr_, list->addr_) &&
-         same(exceptAddr_, list->exceptAddr_);
+  return contentHash() == other.contentHash() && same(addr(), other.addr()) &&
+         same(exceptAddr(), other.exceptAddr());
 }
 
 }  // namespace Naxel

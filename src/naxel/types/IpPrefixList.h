@@ -28,17 +28,17 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
   Mox::AttributeTable const& attributeTable() const override;
 
   /// The prefixes that match.
-  PrefixColl const& addr() const { return addr_; }
-  size_t addrs() const { return addr_.size(); }
-  bool addrHas(Lumox::IpGenPrefix const& p) const { return addr_.contains(p); }
+  PrefixColl const& addr() const { return content_->addr; }
+  size_t addrs() const { return addr().size(); }
+  bool addrHas(Lumox::IpGenPrefix const& p) const { return addr().contains(p); }
   void addrIs(Lumox::IpGenPrefix const& p);
   void addrDel(Lumox::IpGenPrefix const& p);
   void addrDelAll();
 
   /// The prefixes carved out of `addr`.
-  PrefixColl const& exceptAddr() const { return exceptAddr_; }
-  size_t exceptAddrs() const { return exceptAddr_.size(); }
-  bool exceptAddrHas(Lumox::IpGenPrefix const& p) const { return exceptAddr_.contains(p); }
+  PrefixColl const& exceptAddr() const { return content_->exceptAddr; }
+  size_t exceptAddrs() const { return exceptAddr().size(); }
+  bool exceptAddrHas(Lumox::IpGenPrefix const& p) const { return exceptAddr().contains(p); }
   void exceptAddrIs(Lumox::IpGenPrefix const& p);
   void exceptAddrDel(Lumox::IpGenPrefix const& p);
   void exceptAddrDelAll();
@@ -48,11 +48,21 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
   uint32_t hash() const override;
   /// True for a prefix list with the same members in both sets.
   bool isEqual(Mox::Ptr<Dedupable const> const& other) const override;
+  bool isEqual(IpPrefixList const& other) const;
+
+  /// A list with the members that this one has now. Both share them until one of them changes.
+  Mox::Ptr<IpPrefixList> copy() const;
 
  private:
-  PrefixColl addr_;
-  PrefixColl exceptAddr_;
-  mutable std::optional<uint64_t> contentHash_;
+  struct Content : Mox::RefCounted {
+    PrefixColl addr;
+    PrefixColl exceptAddr;
+    std::optional<uint64_t> hash;
+  };
+  /// The content for a change: a copy where it is shared, and without its hash.
+  Content& ownContent();
+
+  Mox::Ptr<Content> content_ = Mox::makePtr<Content>();
 };
 
 }  // namespace Naxel

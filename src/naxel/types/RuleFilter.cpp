@@ -30,22 +30,23 @@ Mox::Ptr<IpPrefixList> RuleFilter::destinationIs() {
 }
 
 uint64_t RuleFilter::contentHash() const {
-  uint64_t salt = 1;
-  uint64_t h = 0;
-  auto const list = [&](Mox::Ptr<IpPrefixList> const& l) {
-    h = Mox::hashCombine(h, l ? Mox::hashCombine(salt, l->contentHash()) : salt);
-    ++salt;
+  enum : uint64_t { sourceSalt = 1, destinationSalt, firstRangeSalt };
+  if (!ownHash_) {
+    uint64_t salt = firstRangeSalt;
+    uint64_t h = (matchTcpInit_ ? 1u : 0u) | (matchTcpEstablished_ ? 2u : 0u);
+    forEachRangeColl([&](auto const& ranges) {
+      if (!ranges.empty()) h = Mox::hashCombine(h, Mox::hashCombine(salt, ranges.size()));
+      for (auto const& r : ranges)
+        h = Mox::hashCombine(h, uint64_t{r.rangeStart()} << 32 | r.rangeEnd());
+      ++salt;
+    });
+    ownHash_ = h;
+  }
+  auto const list = [](uint64_t salt, IpPrefixList const* l) {
+    return l ? Mox::hashCombine(salt, l->contentHash()) : salt;
   };
-  list(source_);
-  list(destination_);
-  forEachRangeColl([&](auto const& ranges) {
-    uint64_t sum = 0;
-    for (auto const& r : ranges) sum += r.hash64();
-    if (!ranges.empty())
-      h = Mox::hashCombine(h, Mox::hashCombine(salt, Mox::hashCombine(sum, ranges.size())));
-    ++salt;
-  });
-  return Mox::hashCombine(h, (matchTcpInit_ ? 1u : 0u) | (matchTcpEstablished_ ? 2u : 0u));
+  return Mox::hashCombine(Mox::hashCombine(*ownHash_, list(sourceSalt, source_.get())),
+                          list(destinationSalt, destination_.get()));
 }
 
 }  // namespace Naxel

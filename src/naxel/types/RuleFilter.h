@@ -2,9 +2,11 @@
 
 /// What a packet must be like to match a rule.
 
-#include "mox/HashMap.h"
+#include "mox/FlatSet.h"
 #include "naxel/types/IpPrefixList.h"
 #include "naxel/types/Ranges.h"
+
+#include <optional>
 
 namespace Naxel {
 
@@ -15,7 +17,7 @@ namespace Naxel {
 class NAXEL_EXPORT RuleFilter : public Mox::Entity {
  public:
   template <class R>
-  using RangeColl = Mox::HashSet<R>;
+  using RangeColl = Mox::FlatSet<R>;
 
   class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
    public:
@@ -56,54 +58,62 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
 
   RangeColl<L4PortRange> const& sportRange() const { return sportRange_; }
   bool sportRangeHas(L4PortRange const& r) const { return sportRange_.contains(r); }
-  void sportRangeIs(L4PortRange const& r) { memberIs(sportRange_, r, &Notifiee::onSportRange); }
-  void sportRangeDel(L4PortRange const& r) { itemDel(sportRange_, r, &Notifiee::onSportRange); }
-  void sportRangeDelAll() { collDelAll(sportRange_, &Notifiee::onSportRange); }
+  void sportRangeIs(L4PortRange const& r) {
+    memberIs(own(sportRange_), r, &Notifiee::onSportRange);
+  }
+  void sportRangeDel(L4PortRange const& r) {
+    itemDel(own(sportRange_), r, &Notifiee::onSportRange);
+  }
+  void sportRangeDelAll() { collDelAll(own(sportRange_), &Notifiee::onSportRange); }
 
   RangeColl<L4PortRange> const& dportRange() const { return dportRange_; }
   bool dportRangeHas(L4PortRange const& r) const { return dportRange_.contains(r); }
-  void dportRangeIs(L4PortRange const& r) { memberIs(dportRange_, r, &Notifiee::onDportRange); }
-  void dportRangeDel(L4PortRange const& r) { itemDel(dportRange_, r, &Notifiee::onDportRange); }
-  void dportRangeDelAll() { collDelAll(dportRange_, &Notifiee::onDportRange); }
+  void dportRangeIs(L4PortRange const& r) {
+    memberIs(own(dportRange_), r, &Notifiee::onDportRange);
+  }
+  void dportRangeDel(L4PortRange const& r) {
+    itemDel(own(dportRange_), r, &Notifiee::onDportRange);
+  }
+  void dportRangeDelAll() { collDelAll(own(dportRange_), &Notifiee::onDportRange); }
 
   RangeColl<IcmpTypeRange> const& icmpType() const { return icmpType_; }
   bool icmpTypeHas(IcmpTypeRange const& r) const { return icmpType_.contains(r); }
-  void icmpTypeIs(IcmpTypeRange const& r) { memberIs(icmpType_, r, &Notifiee::onIcmpType); }
-  void icmpTypeDel(IcmpTypeRange const& r) { itemDel(icmpType_, r, &Notifiee::onIcmpType); }
-  void icmpTypeDelAll() { collDelAll(icmpType_, &Notifiee::onIcmpType); }
+  void icmpTypeIs(IcmpTypeRange const& r) { memberIs(own(icmpType_), r, &Notifiee::onIcmpType); }
+  void icmpTypeDel(IcmpTypeRange const& r) { itemDel(own(icmpType_), r, &Notifiee::onIcmpType); }
+  void icmpTypeDelAll() { collDelAll(own(icmpType_), &Notifiee::onIcmpType); }
 
   RangeColl<ProtoRange> const& proto() const { return proto_; }
   bool protoHas(ProtoRange const& r) const { return proto_.contains(r); }
-  void protoIs(ProtoRange const& r) { memberIs(proto_, r, &Notifiee::onProto); }
-  void protoDel(ProtoRange const& r) { itemDel(proto_, r, &Notifiee::onProto); }
-  void protoDelAll() { collDelAll(proto_, &Notifiee::onProto); }
+  void protoIs(ProtoRange const& r) { memberIs(own(proto_), r, &Notifiee::onProto); }
+  void protoDel(ProtoRange const& r) { itemDel(own(proto_), r, &Notifiee::onProto); }
+  void protoDelAll() { collDelAll(own(proto_), &Notifiee::onProto); }
 
   /// Match TCP packets that open a connection: SYN without ACK (RFC 9293).
   bool matchTcpInit() const { return matchTcpInit_; }
-  void matchTcpInitIs(bool v) { attrIs(matchTcpInit_, v, &Notifiee::onMatchTcpInit); }
+  void matchTcpInitIs(bool v) { attrIs(own(matchTcpInit_), v, &Notifiee::onMatchTcpInit); }
   /// Match TCP packets of established connections: ACK or RST. With both flags both must hold.
   bool matchTcpEstablished() const { return matchTcpEstablished_; }
   void matchTcpEstablishedIs(bool v) {
-    attrIs(matchTcpEstablished_, v, &Notifiee::onMatchTcpEstablished);
+    attrIs(own(matchTcpEstablished_), v, &Notifiee::onMatchTcpEstablished);
   }
 
   RangeColl<LengthRange> const& length() const { return length_; }
   bool lengthHas(LengthRange const& r) const { return length_.contains(r); }
-  void lengthIs(LengthRange const& r) { memberIs(length_, r, &Notifiee::onLength); }
-  void lengthDel(LengthRange const& r) { itemDel(length_, r, &Notifiee::onLength); }
-  void lengthDelAll() { collDelAll(length_, &Notifiee::onLength); }
+  void lengthIs(LengthRange const& r) { memberIs(own(length_), r, &Notifiee::onLength); }
+  void lengthDel(LengthRange const& r) { itemDel(own(length_), r, &Notifiee::onLength); }
+  void lengthDelAll() { collDelAll(own(length_), &Notifiee::onLength); }
 
   RangeColl<FragmentRange> const& fragment() const { return fragment_; }
   bool fragmentHas(FragmentRange const& r) const { return fragment_.contains(r); }
-  void fragmentIs(FragmentRange const& r) { memberIs(fragment_, r, &Notifiee::onFragment); }
-  void fragmentDel(FragmentRange const& r) { itemDel(fragment_, r, &Notifiee::onFragment); }
-  void fragmentDelAll() { collDelAll(fragment_, &Notifiee::onFragment); }
+  void fragmentIs(FragmentRange const& r) { memberIs(own(fragment_), r, &Notifiee::onFragment); }
+  void fragmentDel(FragmentRange const& r) { itemDel(own(fragment_), r, &Notifiee::onFragment); }
+  void fragmentDelAll() { collDelAll(own(fragment_), &Notifiee::onFragment); }
 
   RangeColl<DscpRange> const& dscp() const { return dscp_; }
   bool dscpHas(DscpRange const& r) const { return dscp_.contains(r); }
-  void dscpIs(DscpRange const& r) { memberIs(dscp_, r, &Notifiee::onDscp); }
-  void dscpDel(DscpRange const& r) { itemDel(dscp_, r, &Notifiee::onDscp); }
-  void dscpDelAll() { collDelAll(dscp_, &Notifiee::onDscp); }
+  void dscpIs(DscpRange const& r) { memberIs(own(dscp_), r, &Notifiee::onDscp); }
+  void dscpDel(DscpRange const& r) { itemDel(own(dscp_), r, &Notifiee::onDscp); }
+  void dscpDelAll() { collDelAll(own(dscp_), &Notifiee::onDscp); }
 
   /// Calls `f(RangeSetColl const&)` for the seven range sets in the order of RangeSetType: source
   /// ports, destination ports, ICMP type, protocol, length, fragment, DSCP.
@@ -119,11 +129,19 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   }
 
   /// 64-bit hash of everything that the filter says: each field enters under a salt of its own, an
-  /// absent list differs from an empty one, and the TCP flags count.
+  /// absent list differs from an empty one, and the TCP flags count. What the filter holds itself is
+  /// hashed once after each change, and the lists remember theirs.
   uint64_t contentHash() const;
   uint32_t hash() const { return Mox::foldHash(contentHash()); }
 
  private:
+  /// An attribute that is about to be written, so that the hash of it does not hold any more.
+  template <class T>
+  T& own(T& slot) {
+    ownHash_.reset();
+    return slot;
+  }
+
   Mox::Ptr<IpPrefixList> source_;
   Mox::Ptr<IpPrefixList> destination_;
   RangeColl<L4PortRange> sportRange_;
@@ -135,6 +153,7 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   RangeColl<LengthRange> length_;
   RangeColl<FragmentRange> fragment_;
   RangeColl<DscpRange> dscp_;
+  mutable std::optional<uint64_t> ownHash_;  // of the ranges and flags
 };
 
 }  // namespace Naxel

@@ -141,8 +141,7 @@ void ComboLabelResolverSm::doCleanSm() {
   ComboLabelInfo& info = *status_->comboLabelInfo();
   // A run that was broken off by an exception may leave sets that no record stands for.
   Mox::HashSet<GenSetKey> named;
-  for (auto const& [obj, mark] : comboLabelDeduper_->deduped())
-    named.insert(comboLabelDeduper_->getGenSetKey(*obj));
+  comboLabelDeduper_->forEachKey([&](GenSetKey key) { named.insert(key); });
   std::vector<GenSetKey> unnamed;
   for (auto const& [key, set] : info.comboLabelSetColl())
     if (!named.contains(key)) unnamed.push_back(key);
