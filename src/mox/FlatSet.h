@@ -69,10 +69,11 @@ class SortedVector {
   /// Takes over elements in any order; of several of one key the first stays.
   void adopt(std::vector<T> items) {
     auto const less = [](T const& a, T const& b) { return KeyOf::key(a) < KeyOf::key(b); };
-    auto const same = [&](T const& a, T const& b) { return !less(a, b) && !less(b, a); };
-    if (!std::is_sorted(items.begin(), items.end(), less))
+    auto const notLess = [&](T const& a, T const& b) { return !less(a, b); };
+    if (std::adjacent_find(items.begin(), items.end(), notLess) != items.end()) {
       std::stable_sort(items.begin(), items.end(), less);
-    items.erase(std::unique(items.begin(), items.end(), same), items.end());
+      items.erase(std::unique(items.begin(), items.end(), notLess), items.end());
+    }
     items_ = std::move(items);
   }
 
@@ -128,6 +129,8 @@ class FlatMap : public SortedVector<std::pair<K, V>, KeyIsFirst> {
     return item ? &item->second : nullptr;
   }
   V* get(K const& key) noexcept { return const_cast<V*>(std::as_const(*this).get(key)); }
+  /// The value of the element at a position.
+  V& valueAt(size_t i) noexcept { return Base::items_[i].second; }
   /// The value under `key`, default-constructed and inserted if absent.
   V& at(K const& key) {
     if (V* v = get(key)) return *v;

@@ -11,6 +11,9 @@
 ///                              Mox::field("dstLabel", &GenCombo::dstLabel_));
 ///     }
 ///
+/// A type whose fields fit into one number that is ordered as they are may offer it as orderKey();
+/// then it is compared and hashed by that number.
+///
 /// The text form is Value('Naxel::GenCombo', ** {'srcLabel': 1, 'dstLabel': 2}). Wrappers of one
 /// number derive from NumberValue instead and print as the bare number.
 
@@ -63,25 +66,36 @@ template <class T>
 class ValueType {
  public:
   friend bool operator==(T const& a, T const& b) {
-    return std::apply([&](auto const&... f) { return ((a.*f.member == b.*f.member) && ...); },
-                      T::fields());
+    if constexpr (requires { a.orderKey(); })
+      return a.orderKey() == b.orderKey();
+    else
+      return std::apply([&](auto const&... f) { return ((a.*f.member == b.*f.member) && ...); },
+                        T::fields());
   }
   friend auto operator<=>(T const& a, T const& b) {
-    std::partial_ordering order = std::partial_ordering::equivalent;
-    std::apply(
-        [&](auto const&... f) {
-          (void)((order = std::partial_ordering(a.*f.member <=> b.*f.member),
-                  order == std::partial_ordering::equivalent) &&
-                 ...);
-        },
-        T::fields());
-    return order;
+    if constexpr (requires { a.orderKey(); }) {
+      return a.orderKey() <=> b.orderKey();
+    } else {
+      std::partial_ordering order = std::partial_ordering::equivalent;
+      std::apply(
+          [&](auto const&... f) {
+            (void)((order = std::partial_ordering(a.*f.member <=> b.*f.member),
+                    order == std::partial_ordering::equivalent) &&
+                   ...);
+          },
+          T::fields());
+      return order;
+    }
   }
   uint64_t hash64() const noexcept {
-    uint64_t h = 0;
-    std::apply([&](auto const&... f) { ((h = hashCombine(h, hashOf(self().*f.member))), ...); },
-               T::fields());
-    return h;
+    if constexpr (requires { self().orderKey(); }) {
+      return mix64(self().orderKey());
+    } else {
+      uint64_t h = 0;
+      std::apply([&](auto const&... f) { ((h = hashCombine(h, hashOf(self().*f.member))), ...); },
+                 T::fields());
+      return h;
+    }
   }
   uint32_t hash() const noexcept { return foldHash(hash64()); }
 

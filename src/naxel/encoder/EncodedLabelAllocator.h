@@ -23,6 +23,7 @@
 /// and so does, for each block size, the place before which no whole block of that size is free;
 /// both are remembered.
 
+#include "mox/HashMap.h"
 #include "naxel/encoder/CostModel.h"
 #include "naxel/encoder/EncoderTypes.h"
 #include "obel/Bitmap.h"
@@ -34,7 +35,7 @@ namespace Naxel {
 /// What one encoding run gives: whether the labels fit, and each set's encoded labels as ranges.
 class NAXEL_EXPORT EncodedLabelAllocStatus : public Mox::Entity {
  public:
-  using RangeListMap = Mox::OrderedMap<GenSetKey, Mox::Ptr<EncodedLabelRangeList>>;
+  using RangeListMap = Mox::HashMap<GenSetKey, Mox::Ptr<EncodedLabelRangeList>>;
   std::string_view fwkType() const override { return "Naxel::EncodedLabelAllocStatus"; }
   Mox::AttributeTable const& attributeTable() const override;
 

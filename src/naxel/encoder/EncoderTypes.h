@@ -16,8 +16,9 @@ class NAXEL_EXPORT PrefixXformLoaderInfo : public Mox::Entity {
   std::string_view fwkType() const override { return "Naxel::PrefixXformLoaderInfo"; }
   Mox::AttributeTable const& attributeTable() const override;
   LabelMap const& prefixToLabelMap() const { return prefixToLabelMap_; }
-  void prefixToLabelMapIs(Lumox::IpGenPrefix const& p, EncodedLabel l) {
-    prefixToLabelMap_.set(p, l);
+  /// Takes over all entries at once, in any order.
+  void prefixToLabelMapIs(std::vector<LabelMap::value_type> all) {
+    prefixToLabelMap_.adopt(std::move(all));
   }
 
  private:
@@ -30,8 +31,9 @@ class NAXEL_EXPORT RangeSplitLoaderInfo : public Mox::Entity {
   std::string_view fwkType() const override { return "Naxel::RangeSplitLoaderInfo"; }
   Mox::AttributeTable const& attributeTable() const override;
   LabelMap const& rangeToEncodedLabelMap() const { return rangeToEncodedLabelMap_; }
-  void rangeToEncodedLabelMapIs(RangeSetElem const& e, EncodedLabel l) {
-    rangeToEncodedLabelMap_.set(e, l);
+  /// Takes over all entries at once, in any order.
+  void rangeToEncodedLabelMapIs(std::vector<LabelMap::value_type> all) {
+    rangeToEncodedLabelMap_.adopt(std::move(all));
   }
 
  private:
@@ -68,7 +70,14 @@ class NAXEL_EXPORT EncoderStatus : public StageStatus {
 
   /// The encoded label of every plain label of the run. Empty in raw mode and after a failure.
   LabelMap const& plainToEncodedLabel() const { return plainToEncodedLabel_; }
-  bool plainToEncodedLabelHas(PlainLabel l) const { return plainToEncodedLabel_.contains(l); }
+  bool plainToEncodedLabelHas(PlainLabel l) const { return encodedLabel(l) != nullptr; }
+  /// The encoded label of a plain label, or null. O(1) where the labels are 1, 2, 3, ...
+  EncodedLabel const* encodedLabel(PlainLabel l) const {
+    size_t const guess = size_t{l.value()} - 1;
+    if (guess < plainToEncodedLabel_.size() && plainToEncodedLabel_[guess].first == l)
+      return &plainToEncodedLabel_[guess].second;
+    return plainToEncodedLabel_.get(l);
+  }
   /// Publishes a newly built map in place of the present one.
   void plainToEncodedLabelIs(LabelMap v) { plainToEncodedLabel_ = std::move(v); }
   void plainToEncodedLabelDelAll() { plainToEncodedLabel_.clear(); }
@@ -76,12 +85,20 @@ class NAXEL_EXPORT EncoderStatus : public StageStatus {
   /// The final value/mask pairs of each set. A set that covers nothing has no list.
   MaskListMap const& encodedLabelList() const { return encodedLabelList_; }
   EncodedLabelWithMaskList const* encodedLabelList(GenSetKey key) const;
-  void encodedLabelListIs(MaskListMap v) { encodedLabelList_ = std::move(v); }
-  void encodedLabelListDelAll() { encodedLabelList_.clear(); }
+  void encodedLabelListIs(MaskListMap v) {
+    encodedLabelList_ = std::move(v);
+    ++revision_;
+  }
+  void encodedLabelListDelAll() {
+    if (!encodedLabelList_.empty()) encodedLabelListIs({});
+  }
+  /// Rises whenever pairs are published or withdrawn.
+  uint64_t revision() const { return revision_; }
 
  private:
   LabelMap plainToEncodedLabel_;
   MaskListMap encodedLabelList_;
+  uint64_t revision_ = 0;
 };
 NAXEL_EXPORT Mox::Ptr<EncoderStatus> encoderStatusFactory();
 

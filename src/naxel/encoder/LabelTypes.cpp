@@ -8,6 +8,15 @@ Mox::AttributeTable const& PlainLabelList::attributeTable() const {
   return table;
 }
 
+uint64_t PlainLabelList::contentHash() const {
+  if (!contentHash_) {
+    uint64_t hash = label_.size();
+    for (PlainLabel l : label_) hash = Mox::hashCombine(hash, l.value());
+    contentHash_ = hash;
+  }
+  return *contentHash_;
+}
+
 Mox::AttributeTable const& PlainLabelListMap::attributeTable() const {
   static Mox::AttributeTable const table = {
       Mox::attribute<&PlainLabelListMap::plainLabelList_>("plainLabelList")};
@@ -29,6 +38,16 @@ Mox::AttributeTable const& EncodedLabelWithMaskList::attributeTable() const {
       Mox::attribute<&EncodedLabelWithMaskList::key_>("key"),
       Mox::attribute<&EncodedLabelWithMaskList::encLabelAndMask_>("encLabelAndMask")};
   return table;
+}
+
+uint64_t EncodedLabelWithMaskList::contentHash() const {
+  if (!contentHash_) {
+    uint64_t hash = encLabelAndMask_.size();
+    for (EncodedLabelWithMask const& e : encLabelAndMask_)
+      hash = Mox::hashCombine(hash, e.orderKey());
+    contentHash_ = hash;
+  }
+  return *contentHash_;
 }
 
 Mox::AttributeTable const& EncodedLabelRangeList::attributeTable() const {

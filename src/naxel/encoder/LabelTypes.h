@@ -11,6 +11,7 @@
 #include "naxel/genset/GenSetTypes.h"
 
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <tuple>
 
@@ -45,6 +46,7 @@ class EncodedLabelWithMask : public Mox::ValueType<EncodedLabelWithMask> {
 
   EncodedLabel label() const { return label_; }
   LabelMask mask() const { return mask_; }
+  uint32_t orderKey() const { return uint32_t{label_.value()} << 16 | mask_.value(); }
   bool matches(uint32_t value) const { return ((value ^ label_.value()) & mask_.value()) == 0; }
 
   static constexpr auto fields() {
@@ -69,6 +71,7 @@ class EncodedLabelRange : public Mox::ValueType<EncodedLabelRange> {
 
   EncodedLabel start() const { return start_; }
   EncodedLabel end() const { return end_; }
+  uint32_t orderKey() const { return uint32_t{start_.value()} << 16 | end_.value(); }
 
   static constexpr auto fields() {
     return std::make_tuple(Mox::field("start", &EncodedLabelRange::start_),
@@ -92,6 +95,7 @@ class EncodedComboLabel : public Mox::ValueType<EncodedComboLabel> {
 
   EncodedLabel srcLabel() const { return srcLabel_; }
   EncodedLabel dstLabel() const { return dstLabel_; }
+  uint32_t orderKey() const { return uint32_t{srcLabel_.value()} << 16 | dstLabel_.value(); }
 
   static constexpr auto fields() {
     return std::make_tuple(Mox::field("srcLabel", &EncodedComboLabel::srcLabel_),
@@ -113,15 +117,24 @@ class NAXEL_EXPORT PlainLabelList : public Mox::Entity {
   GenSetKey key() const { return key_; }
   Mox::FlatSet<PlainLabel> const& label() const { return label_; }
   bool labelHas(PlainLabel l) const { return label_.contains(l); }
-  void labelIs(PlainLabel l) { label_.insert(l); }
+  void labelIs(PlainLabel l) { change().insert(l); }
   /// Takes over all labels at once, in any order.
-  void labelIs(std::vector<PlainLabel> all) { label_.adopt(std::move(all)); }
-  void labelDel(PlainLabel l) { label_.erase(l); }
-  void labelDelAll() { label_.clear(); }
+  void labelIs(std::vector<PlainLabel> all) { change().adopt(std::move(all)); }
+  void labelDel(PlainLabel l) { change().erase(l); }
+  void labelDelAll() { change().clear(); }
+
+  /// 64-bit hash of the labels, computed once after each change.
+  uint64_t contentHash() const;
 
  private:
+  Mox::FlatSet<PlainLabel>& change() {
+    contentHash_.reset();
+    return label_;
+  }
+
   GenSetKey key_;
   Mox::FlatSet<PlainLabel> label_;
+  mutable std::optional<uint64_t> contentHash_;
 };
 
 /// The label lists of all sets of one transform, by ascending key.
@@ -136,6 +149,8 @@ class NAXEL_EXPORT PlainLabelListMap : public Mox::Entity {
   /// The list of a set, or null.
   PlainLabelList const* plainLabelList(GenSetKey key) const;
   PlainLabelList& plainLabelListIs(GenSetKey key);
+  /// Makes room for the lists that are to come.
+  void reserve(size_t lists) { plainLabelList_.reserve(lists); }
   void plainLabelListDel(GenSetKey key) { plainLabelList_.erase(key); }
   void plainLabelListDelAll() { plainLabelList_.clear(); }
 
@@ -156,17 +171,24 @@ class NAXEL_EXPORT EncodedLabelWithMaskList : public Mox::Entity {
   bool encLabelAndMaskHas(EncodedLabelWithMask const& e) const {
     return encLabelAndMask_.contains(e);
   }
-  void encLabelAndMaskIs(EncodedLabelWithMask const& e) { encLabelAndMask_.insert(e); }
+  void encLabelAndMaskIs(EncodedLabelWithMask const& e) { change().insert(e); }
   /// Takes over all pairs at once, in any order.
-  void encLabelAndMaskIs(std::vector<EncodedLabelWithMask> all) {
-    encLabelAndMask_.adopt(std::move(all));
-  }
-  void encLabelAndMaskDel(EncodedLabelWithMask const& e) { encLabelAndMask_.erase(e); }
-  void encLabelAndMaskDelAll() { encLabelAndMask_.clear(); }
+  void encLabelAndMaskIs(std::vector<EncodedLabelWithMask> all) { change().adopt(std::move(all)); }
+  void encLabelAndMaskDel(EncodedLabelWithMask const& e) { change().erase(e); }
+  void encLabelAndMaskDelAll() { change().clear(); }
+
+  /// 64-bit hash of the pairs, computed once after each change.
+  uint64_t contentHash() const;
 
  private:
+  Mox::FlatSet<EncodedLabelWithMask>& change() {
+    contentHash_.reset();
+    return encLabelAndMask_;
+  }
+
   GenSetKey key_;
   Mox::FlatSet<EncodedLabelWithMask> encLabelAndMask_;
+  mutable std::optional<uint64_t> contentHash_;
 };
 
 /// The encoded labels of one generic set as ranges.

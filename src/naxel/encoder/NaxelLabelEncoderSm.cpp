@@ -24,9 +24,19 @@ uint64_t joinHalves(WordHash const& high, WordHash const& low) {
 
 /// The encoded label of a plain label that the run has encoded.
 EncodedLabel encodedLabelOf(EncoderStatus const& status, PlainLabel label) {
-  EncodedLabel const* encoded = status.plainToEncodedLabel().get(label);
+  EncodedLabel const* encoded = status.encodedLabel(label);
   MOX_ASSERT(encoded);
   return *encoded;
+}
+
+/// The items of a transform with the encoded labels of their pieces.
+template <class Key>
+std::vector<std::pair<Key, EncodedLabel>> encodedEntries(Mox::FlatMap<Key, PlainLabel> const& items,
+                                                         EncoderStatus const& status) {
+  std::vector<std::pair<Key, EncodedLabel>> entries;
+  entries.reserve(items.size());
+  for (auto const& [key, label] : items) entries.emplace_back(key, encodedLabelOf(status, label));
+  return entries;
 }
 
 }  // namespace
@@ -62,9 +72,9 @@ Mox::TraceLine LabelEncoderSm::traceStep(int level, char const* step) const {
   return line;
 }
 
-EncodedLabelWithMaskList& LabelEncoderSm::eLabelMaskIs(GenSetKey key) {
-  return *Mox::lookupOrMake(eLabelMask_, key,
-                            [&] { return Mox::makePtr<EncodedLabelWithMaskList>(key); });
+Mox::Ptr<EncodedLabelWithMaskList> const& LabelEncoderSm::eLabelMaskIs(GenSetKey key) {
+  return Mox::lookupOrMake(eLabelMask_, key,
+                           [&] { return Mox::makePtr<EncodedLabelWithMaskList>(key); });
 }
 
 void LabelEncoderSm::doStartKick() {
@@ -110,9 +120,8 @@ uint64_t LabelEncoderSm::doBuildWorkingSetHash() const {
   lists.add(encodeBitWidth_);
   for (auto const& [key, list] : config_->xformStatus()->plainLabelListMap()->plainLabelList()) {
     lists.add(key.value());
-    lists.add(list->label().size());
-    for (PlainLabel l : list->label()) lists.add(l.value());
-    if (GenSetRefCount const* count = usage_->refCount(key)) counts.add(count->hash());
+    lists.add(list->contentHash());
+    counts.add(usage_->refCountValue(key));
   }
   return joinHalves(lists, counts);
 }
@@ -130,10 +139,12 @@ bool LabelEncoderSm::doEncode() {
     return false;
   }
   eLabelMaskDelAll();
-  for (auto const& [key, ranges] : allocStatus->keyToEncLabelList()) {
-    eLabelMaskIs(key);
-    RangeMerger merger(encodeBitWidth_, *eLabelMask_.get(key));
-    for (EncodedLabelRange const& r : ranges->encLabelRange())
+  auto const& lists = config_->xformStatus()->plainLabelListMap()->plainLabelList();
+  eLabelMask_.reserve(lists.size());
+  for (auto const& [key, list] : lists) {
+    auto const& pairs = eLabelMaskIs(key);
+    RangeMerger merger(encodeBitWidth_, pairs);
+    for (EncodedLabelRange const& r : (*allocStatus->keyToEncLabelList().get(key))->encLabelRange())
       merger.doMergeRange(r.start().value(), r.end().value());
   }
   shareEqualLists(*costModel);
@@ -142,27 +153,28 @@ bool LabelEncoderSm::doEncode() {
 
 void LabelEncoderSm::shareEqualLists(GenSetCostModel const& costModel) {
   PlainLabelListMap const& lists = *config_->xformStatus()->plainLabelListMap();
-  Mox::HashMap<uint64_t, std::vector<GenSetKey>> firstByHash;
+  Mox::HashMap<uint64_t, PlainLabelList const*> firsts;
+  firsts.reserve(costModel.visitOrder().size());
   for (GenSetKey key : costModel.visitOrder()) {
-    auto const& labels = lists.plainLabelList(key)->label();
-    uint64_t hash = labels.size();
-    for (PlainLabel l : labels) hash = Mox::hashCombine(hash, l.value());
-    std::vector<GenSetKey>& firsts = firstByHash.at(hash);
-    GenSetKey same;
-    for (GenSetKey first : firsts)
-      if (lists.plainLabelList(first)->label() == labels) same = first;
-    if (!same) {
-      firsts.push_back(key);
-      continue;
-    }
-    eLabelMaskIs(key).encLabelAndMaskIs((*eLabelMask_.get(same))->encLabelAndMask().items());
+    PlainLabelList const& list = *lists.plainLabelList(key);
+    PlainLabelList const* const* const first = firsts.get(list.contentHash());
+    if (!first)
+      firsts.set(list.contentHash(), &list);
+    else if ((*first)->label() == list.label())
+      eLabelMaskIs(key)->encLabelAndMaskIs(
+          (*eLabelMask_.get((*first)->key()))->encLabelAndMask().items());
   }
 }
 
 void LabelEncoderSm::doMerge() {
   traceStep(8, "doMerge");
   EncoderStatus::MaskListMap lists;
+  lists.reserve(eLabelMask_.size());
   for (auto const& [key, pairs] : eLabelMask_) {
+    if (pairs->encLabelAndMask().size() <= 1) {
+      lists.set(key, pairs);  // nothing to join
+      continue;
+    }
     auto merged = Mox::makePtr<EncodedLabelWithMaskList>(key);
     LabelMerger const labelMerger(encodeBitWidth_, pairs, merged);
     lists.set(key, std::move(merged));
@@ -204,18 +216,20 @@ bool PrefixLabelEncoderSm::doEncode() {
   if (!LabelEncoderSm::doEncode()) return false;
   // The one group that may be in no list is the empty one, of addresses that are only excepted. Its
   // prefixes need an entry that stops the longest-prefix match and that no set matches.
-  EncoderStatus::LabelMap labels = encoderStatus().plainToEncodedLabel();
-  for (auto const& [prefix, label] : xform().prefixToLabelMap())
-    if (!labels.contains(label)) labels.set(label, reservedLabel());
-  encoderStatus().plainToEncodedLabelIs(std::move(labels));
+  for (auto const& [prefix, label] : xform().prefixToLabelMap()) {
+    if (encoderStatus().plainToEncodedLabelHas(label)) continue;
+    EncoderStatus::LabelMap labels = encoderStatus().plainToEncodedLabel();
+    labels.set(label, reservedLabel());
+    encoderStatus().plainToEncodedLabelIs(std::move(labels));
+    break;
+  }
   return true;
 }
 
 void PrefixLabelEncoderSm::doUpdateLoaderInfo() {
   traceStep(8, "doUpdateLoaderInfo");
   auto info = Mox::makePtr<PrefixXformLoaderInfo>();
-  for (auto const& [prefix, label] : xform().prefixToLabelMap())
-    info->prefixToLabelMapIs(prefix, encodedLabelOf(encoderStatus(), label));
+  info->prefixToLabelMapIs(encodedEntries(xform().prefixToLabelMap(), encoderStatus()));
   status_->loaderInfoIs(std::move(info));
 }
 
@@ -256,8 +270,7 @@ bool RangeEncoderSm::doEncode() {
   eLabelMaskDelAll();
   encoderStatus().plainToEncodedLabelDelAll();
   for (auto const& [key, set] : config_->aggregatorInfo()->rangeSetColl()) {
-    eLabelMaskIs(key);
-    RangeMerger merger(encodeBitWidth(), *eLabelMask().get(key));
+    RangeMerger merger(encodeBitWidth(), eLabelMaskIs(key));
     for (RangeSetElem const& e : set->range()) merger.doMergeRange(e.first(), e.last());
   }
   return true;
@@ -268,8 +281,7 @@ void RangeEncoderSm::doUpdateLoaderInfo() {
   if (!labelWidth()) return doClearLoaderInfo();
   auto const& xform = static_cast<RangeSplitStatus const&>(*encoderConfig().xformStatus());
   auto info = Mox::makePtr<RangeSplitLoaderInfo>();
-  for (auto const& [elem, label] : xform.rangeToPlainLabelMap())
-    info->rangeToEncodedLabelMapIs(elem, encodedLabelOf(encoderStatus(), label));
+  info->rangeToEncodedLabelMapIs(encodedEntries(xform.rangeToPlainLabelMap(), encoderStatus()));
   status_->loaderInfoIs(std::move(info));
 }
 
@@ -299,8 +311,8 @@ uint64_t ComboLabelEncoderSm::doBuildWorkingSetHash() const {
   // change of the combinations.
   WordHash sides;
   for (auto const& [combo, label] : xform().comboToPlainLabelMap()) {
-    EncodedLabel const* src = srcEncStatus()->plainToEncodedLabel().get(combo.srcLabel());
-    EncodedLabel const* dst = dstEncStatus()->plainToEncodedLabel().get(combo.dstLabel());
+    EncodedLabel const* src = srcEncStatus()->encodedLabel(combo.srcLabel());
+    EncodedLabel const* dst = dstEncStatus()->encodedLabel(combo.dstLabel());
     sides.add(Mox::hashOf(combo));
     sides.add(uint64_t{label.value()} << 32 | uint64_t{src ? src->value() : 0u} << 16 |
               (dst ? dst->value() : 0u));

@@ -46,10 +46,8 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   std::string const& traceKey() const { return traceKey_; }
   /// Digest of the last run that succeeded; none before it and after a failure.
   std::optional<uint64_t> workingSetHash() const { return workingSetHash_; }
-  /// The pairs of each set before merging.
-  Mox::OrderedMap<GenSetKey, Mox::Ptr<EncodedLabelWithMaskList>> const& eLabelMask() const {
-    return eLabelMask_;
-  }
+  /// The pairs of each set before merging; where there is one, the list is also the merged one.
+  EncoderStatus::MaskListMap const& eLabelMask() const { return eLabelMask_; }
 
   void doStartKick() final;
   virtual uint64_t doBuildWorkingSetHash() const;
@@ -72,7 +70,8 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   EncoderStatus& encoderStatus() const { return *status_; }
   ChipHwCapability const& hwCapability() const { return *hwCapability_; }
   GenSetUsageInfo const& usage() const { return *usage_; }
-  EncodedLabelWithMaskList& eLabelMaskIs(GenSetKey key);
+  /// The pairs of a set, made if absent; O(1) behind the last key.
+  Mox::Ptr<EncodedLabelWithMaskList> const& eLabelMaskIs(GenSetKey key);
   void eLabelMaskDelAll() { eLabelMask_.clear(); }
   Mox::TraceLine traceStep(int level, char const* step) const;
   /// The value that belongs to no set.
@@ -92,7 +91,7 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   uint32_t encodeBitWidth_ = 0;
   std::string traceKey_;
   std::optional<uint64_t> workingSetHash_;
-  Mox::OrderedMap<GenSetKey, Mox::Ptr<EncodedLabelWithMaskList>> eLabelMask_;
+  EncoderStatus::MaskListMap eLabelMask_;
   std::string failure_;
 };
 

@@ -15,17 +15,16 @@ constexpr uint64_t indexSpace = std::numeric_limits<uint32_t>::max();
 /// Entries that one rule may have at most; far beyond any chip, and well within memory.
 constexpr uint64_t productCap = uint64_t{1} << 22;
 
-/// What the range fields without combination are written into.
-struct RangeField {
-  RangeSetType type;
-  TcamFieldType field;
-};
-constexpr RangeField rangeFields[] = {
-    {RangeSetType::icmp, TcamFieldType::tcamFieldTypeIcmp},
-    {RangeSetType::proto, TcamFieldType::tcamFieldTypeProto},
-    {RangeSetType::length, TcamFieldType::tcamFieldTypeLength},
-    {RangeSetType::fragment, TcamFieldType::tcamFieldTypeFragOffset},
-    {RangeSetType::dscp, TcamFieldType::tcamFieldTypeDscp}};
+/// The field that each range type is matched in, by type.
+constexpr TcamFieldType rangeFields[] = {
+    TcamFieldType::tcamFieldTypeSrcPort, TcamFieldType::tcamFieldTypeDstPort,
+    TcamFieldType::tcamFieldTypeIcmp,    TcamFieldType::tcamFieldTypeProto,
+    TcamFieldType::tcamFieldTypeLength,  TcamFieldType::tcamFieldTypeFragOffset,
+    TcamFieldType::tcamFieldTypeDscp};
+
+size_t placeOf(Lumox::AddressFamily af, bool src) {
+  return (af == Lumox::ipv4() ? 0u : 2u) + (src ? 0u : 1u);
+}
 
 }  // namespace
 
@@ -83,123 +82,196 @@ void RuleExpanderSm::doStartKick() {
   doSetStatus(StageStatusType::finishedSuccess);
 }
 
+std::vector<uint64_t> RuleExpanderSm::inputRevisions() const {
+  std::vector<uint64_t> all = {ruleExConfig_->aggregatorStatus()->revision()};
+  auto const add = [&](EncoderStatus const& encoder, XformStatus const& xform) {
+    all.insert(all.end(), {encoder.revision(), xform.revision(), xform.answersForSets()});
+  };
+  for (PrefixXformKey const& key : PrefixXformKey::all())
+    add(*ruleExConfig_->prefixEncoderStatus(key), *ruleExConfig_->prefixXformStatus(key));
+  for (RangeSetType type : allRangeSetTypes())
+    add(*ruleExConfig_->rangeEncoderStatus(type), *ruleExConfig_->rangeSplitStatus(type));
+  for (ComboLabelSetType type : allComboLabelSetTypes()) {
+    add(*ruleExConfig_->comboLabelEncoderStatus(type), *ruleExConfig_->comboLabelSplitStatus(type));
+    all.push_back(ruleExConfig_->comboLabelInfo(type)->revision());
+  }
+  return all;
+}
+
+void RuleExpanderSm::bindSources() {
+  auto const source = [](TcamFieldType field, EncoderStatus const& encoder,
+                         XformStatus const& xform) {
+    return Source{field, &encoder, &xform, KeyPlaces(keysOf(encoder.encodedLabelList()))};
+  };
+  prefixSources_.clear();
+  for (Lumox::AddressFamily const af : {Lumox::ipv4(), Lumox::ipv6()})
+    for (bool const src : {true, false}) {
+      PrefixXformKey const key(af, src);
+      prefixSources_.push_back(
+          source(src ? TcamFieldType::tcamFieldTypeSrcIp : TcamFieldType::tcamFieldTypeDstIp,
+                 *ruleExConfig_->prefixEncoderStatus(key), *ruleExConfig_->prefixXformStatus(key)));
+    }
+  rangeSources_.clear();
+  for (RangeSetType type : allRangeSetTypes())
+    rangeSources_.push_back(source(rangeFields[static_cast<size_t>(type)],
+                                   *ruleExConfig_->rangeEncoderStatus(type),
+                                   *ruleExConfig_->rangeSplitStatus(type)));
+  comboSources_.clear();
+  for (ComboLabelSetType type : allComboLabelSetTypes())
+    comboSources_.push_back(source(type == ComboLabelSetType::srcDstL4Port
+                                       ? TcamFieldType::tcamFieldTypeSrcDstPort
+                                       : TcamFieldType::tcamFieldTypeSrcDstIp,
+                                   *ruleExConfig_->comboLabelEncoderStatus(type),
+                                   *ruleExConfig_->comboLabelSplitStatus(type)));
+}
+
 void RuleExpanderSm::doBuildExpandedRules() {
   dumpRuleExpanderConfig();
-  PDAclColl& out = *ruleExStatus_->ruleExpanderLoaderInfo();
-  auto const& lists = ruleExConfig_->aggregatorStatus()->aclGenSetIpRuleList();
-  std::vector<PDAclKey> gone;
-  for (auto const& [key, acl] : out.pdAcl()) {
-    auto const list = Mox::lookup(lists, key.aclName());
-    if (!list || list->af() != key.af()) gone.push_back(key);
-  }
-  for (PDAclKey const& key : gone) out.pdAclDel(key);
-
-  for (auto const& [name, list] : lists) {
-    Lumox::AddressFamily const af = list->af();
-    MOX_ASSERT_TEXT(af == Lumox::ipv4() || af == Lumox::ipv6(),
-                    "af == Lumox::ipv4() || af == Lumox::ipv6()");
-    auto const acl = out.pdAclIs(PDAclKey(af, name));
-    acl->ruleDelAll();
-    ruleFilterDelAll();
-    ruleFilterDeduper_.clear();
-    for (auto const& [index, rule] : list->genSetIpRuleById()) {
-      auto const pdRule = acl->ruleIs(index);
-      expandRule(*rule, af, *pdRule);
-      if (auto line = trace(6))
-        line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
-             << " policy: " << rule->name() << " resulted in " << pdRule->filters()
-             << " tcam entries";
-    }
+  std::vector<uint64_t> revisions = inputRevisions();
+  if (builtFrom_ != revisions) {
+    builtFrom_.clear();
+    bindSources();
+    deleteGoneAcls();
+    for (auto const& [name, list] : ruleExConfig_->aggregatorStatus()->aclGenSetIpRuleList())
+      buildAcl(*list);
+    builtFrom_ = std::move(revisions);
   }
   dumpRuleExpanderStatus();
 }
 
-void RuleExpanderSm::expandRule(GenSetIpRule const& rule, Lumox::AddressFamily af, PDAclRule& out) {
-  MOX_ASSERT(ruleFilters() == 0);
-  out.actionIs(rule.action());
-  ruleFilterDelAll();
-  ruleFilterEnq(PDAclFilter());
+void RuleExpanderSm::deleteGoneAcls() {
+  PDAclColl& out = *ruleExStatus_->ruleExpanderLoaderInfo();
+  std::vector<PDAclKey> gone;
+  for (auto const& [key, acl] : out.pdAcl()) {
+    auto const list = ruleExConfig_->aggregatorStatus()->aclGenSetIpRuleList(key.aclName());
+    if (!list || list->af() != key.af()) gone.push_back(key);
+  }
+  for (PDAclKey const& key : gone) {
+    out.pdAclDel(key);
+    digests_.erase(key);
+  }
+}
+
+void RuleExpanderSm::buildAcl(AclGenSetIpRuleList const& list) {
+  Lumox::AddressFamily const af = list.af();
+  MOX_ASSERT_TEXT(af == Lumox::ipv4() || af == Lumox::ipv6(),
+                  "af == Lumox::ipv4() || af == Lumox::ipv6()");
+  PDAclKey const key(af, list.name());
+  auto const acl = ruleExStatus_->ruleExpanderLoaderInfo()->pdAclIs(key);
+  Digests& oldDigests = digests_.at(key);
+  auto const& oldRules = acl->rule();
+  MOX_ASSERT(oldRules.size() == oldDigests.size());
+  size_t old = 0;  // both are walked in the order of the indexes
+
+  Mox::FlatMap<AceIndex, Mox::Ptr<PDAclRule>> rules;
+  Digests digests;
+  rules.reserve(list.genSetIpRuleById().size());
+  digests.reserve(list.genSetIpRuleById().size());
+  for (auto const& [index, rule] : list.genSetIpRuleById()) {
+    uint64_t const digest = gatherFactors(*rule, af);
+    while (old < oldRules.size() && oldRules[old].first < index) ++old;
+    bool const same = old < oldRules.size() && oldRules[old].first == index &&
+                      oldDigests[old] == digest && oldRules[old].second->action() == rule->action();
+    rules.set(index, same ? oldRules[old].second : expandRule(index, *rule));
+    digests.push_back(digest);
+    if (auto line = trace(6))
+      line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
+           << " policy: " << rule->name() << " resulted in " << rules.back().second->filters()
+           << " tcam entries";
+  }
+  acl->ruleIs(std::move(rules));
+  oldDigests = std::move(digests);
+}
+
+uint64_t RuleExpanderSm::gatherFactors(GenSetIpRule const& rule, Lumox::AddressFamily af) {
+  factors_.clear();
+  matchesNothing_ = false;
   buildSrcDstIpField(rule.source(), rule.destination(), af);
-  if (ruleFilters()) buildSrcDstL4PortField(rule.sport(), rule.dport());
-  for (RangeField const& f : rangeFields) {
-    if (!ruleFilters()) break;
-    if (GenSetKey const key = rule.range(f.type))
-      buildField(f.field, key, *ruleExConfig_->rangeEncoderStatus(f.type),
-                 *ruleExConfig_->rangeSplitStatus(f.type));
+  buildSrcDstL4PortField(rule.sport(), rule.dport());
+  for (RangeSetType type : allRangeSetTypes())
+    if (type != RangeSetType::srcPort && type != RangeSetType::dstPort)
+      addFactor(rangeSources_[static_cast<size_t>(type)], rule.range(type));
+
+  uint64_t digest = (rule.matchTcpInit() ? 1u : 0u) | (rule.matchTcpEstablished() ? 2u : 0u) |
+                    (matchesNothing_ ? 4u : 0u);
+  for (Factor const& f : factors_) {
+    digest = Mox::hashCombine(digest, static_cast<uint64_t>(f.field));
+    digest = Mox::hashCombine(digest, f.list->contentHash());
   }
-  collectFilters(rule, out);
+  return digest;
 }
 
-void RuleExpanderSm::collectFilters(GenSetIpRule const& rule, PDAclRule& out) {
-  std::vector<PDAclFilter> filters;
-  filters.reserve(ruleFilters());
-  bool const single = ruleFilters() == 1;
-  ruleFilterDeduper_.clear();
-  while (ruleFilters()) {
-    PDAclFilter filter = ruleFilterDeq();
-    filter.matchTcpInitIs(rule.matchTcpInit());
-    filter.matchTcpEstablishedIs(rule.matchTcpEstablished());
-    if (!single && !ruleFilterDeduper_.insert(filter)) {
-      if (auto line = trace(6))
-        line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
-             << " Deduping filter with key: " << filter.hash() << ", filter: " << filter;
-      continue;
-    }
-    filters.push_back(filter);
+void RuleExpanderSm::addFactor(Source const& source, GenSetKey key) {
+  if (!key || matchesNothing_) return;
+  uint32_t const at = source.places.of(key);
+  if (at != KeyPlaces::none) {
+    factors_.push_back({source.field, source.encoder->encodedLabelList()[at].second.get()});
+    return;
   }
-  out.filterIs(std::move(filters));
+  if (!source.xform->answersForSets() || source.xform->plainLabelListMap()->plainLabelList(key))
+    throw std::logic_error(
+        Mox::stringValue(source.field) + ": set " + valueToStrep(key) +
+        " has no labels and its field is not matched by raw values on this chip");
+  matchesNothing_ = true;
 }
 
-bool RuleExpanderSm::buildCombo(ComboLabelSetType type, TcamFieldType fieldType, GenSetKey src,
-                                GenSetKey dst) {
+bool RuleExpanderSm::addCombo(ComboLabelSetType type, GenSetKey src, GenSetKey dst) {
   GenSetKey const combo =
       ruleExConfig_->comboLabelInfo(type)->srcDstToComboMap(GenSetKeyPair(src, dst));
   if (!combo) return false;
   if (auto line = trace(8))
     line << "RuleExpanderSm(" << chipId() << ")::buildCombo"
          << " comboGenSetKey:" << combo;
-  buildField(fieldType, combo, *ruleExConfig_->comboLabelEncoderStatus(type),
-             *ruleExConfig_->comboLabelSplitStatus(type));
+  addFactor(comboSources_[static_cast<size_t>(type)], combo);
   return true;
 }
 
 void RuleExpanderSm::buildSrcDstIpField(GenSetKey source, GenSetKey destination,
                                         Lumox::AddressFamily af) {
-  if (source && destination &&
-      buildCombo(prefixComboType(af), TcamFieldType::tcamFieldTypeSrcDstIp, source, destination))
-    return;
-  PrefixXformKey const src(af, true);
-  PrefixXformKey const dst(af, false);
-  if (source)
-    buildField(TcamFieldType::tcamFieldTypeSrcIp, source, *ruleExConfig_->prefixEncoderStatus(src),
-               *ruleExConfig_->prefixXformStatus(src));
-  if (destination && ruleFilters())
-    buildField(TcamFieldType::tcamFieldTypeDstIp, destination,
-               *ruleExConfig_->prefixEncoderStatus(dst), *ruleExConfig_->prefixXformStatus(dst));
+  if (source && destination && addCombo(prefixComboType(af), source, destination)) return;
+  addFactor(prefixSources_[placeOf(af, true)], source);
+  addFactor(prefixSources_[placeOf(af, false)], destination);
 }
 
 void RuleExpanderSm::buildSrcDstL4PortField(GenSetKey sport, GenSetKey dport) {
-  if (sport && dport &&
-      buildCombo(ComboLabelSetType::srcDstL4Port, TcamFieldType::tcamFieldTypeSrcDstPort, sport,
-                 dport))
-    return;
-  auto const build = [&](TcamFieldType field, RangeSetType type, GenSetKey key) {
-    if (key && ruleFilters())
-      buildField(field, key, *ruleExConfig_->rangeEncoderStatus(type),
-                 *ruleExConfig_->rangeSplitStatus(type));
-  };
-  build(TcamFieldType::tcamFieldTypeSrcPort, RangeSetType::srcPort, sport);
-  build(TcamFieldType::tcamFieldTypeDstPort, RangeSetType::dstPort, dport);
+  if (sport && dport && addCombo(ComboLabelSetType::srcDstL4Port, sport, dport)) return;
+  addFactor(rangeSources_[static_cast<size_t>(RangeSetType::srcPort)], sport);
+  addFactor(rangeSources_[static_cast<size_t>(RangeSetType::dstPort)], dport);
 }
 
-void RuleExpanderSm::buildField(TcamFieldType fieldType, GenSetKey key,
-                                EncoderStatus const& encoder, XformStatus const& xform) {
-  if (EncodedLabelWithMaskList const* list = encoder.encodedLabelList(key))
-    return buildTcamEntry(fieldType, *list);
-  if (xform.answersForSets() && !xform.plainLabelListMap()->plainLabelList(key))
-    return ruleFilterDelAll();
-  throw std::logic_error(Mox::stringValue(fieldType) + ": set " + valueToStrep(key) +
-                         " has no labels and its field is not matched by raw values on this chip");
+Mox::Ptr<PDAclRule> RuleExpanderSm::expandRule(AceIndex index, GenSetIpRule const& rule) {
+  auto out = Mox::makePtr<PDAclRule>(index);
+  out->actionIs(rule.action());
+  if (matchesNothing_) return out;
+  ruleFilterDelAll();
+  ruleFilterEnq(PDAclFilter());
+  for (Factor const& f : factors_) buildTcamEntry(f.field, *f.list);
+  out->filterIs(collectFilters(rule));
+  return out;
+}
+
+std::vector<PDAclFilter> RuleExpanderSm::collectFilters(GenSetIpRule const& rule) {
+  std::vector<PDAclFilter> filters;
+  filters.reserve(ruleFilters());
+  ruleFilterDeduper_.clear();
+  while (ruleFilters()) {
+    PDAclFilter filter = ruleFilterDeq();
+    filter.matchTcpInitIs(rule.matchTcpInit());
+    filter.matchTcpEstablishedIs(rule.matchTcpEstablished());
+    // The lists are ascending, and so are their products: only what breaks the order can have
+    // occurred before.
+    if (!filters.empty() && !(filters.back() < filter)) {
+      for (PDAclFilter const& f : filters) ruleFilterDeduper_.insert(f);
+      if (!ruleFilterDeduper_.insert(filter)) {
+        if (auto line = trace(6))
+          line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
+               << " Deduping filter with key: " << filter.hash() << ", filter: " << filter;
+        continue;
+      }
+    }
+    filters.push_back(filter);
+  }
+  return filters;
 }
 
 void RuleExpanderSm::buildTcamEntry(TcamFieldType fieldType,
@@ -214,6 +286,9 @@ void RuleExpanderSm::buildTcamEntry(TcamFieldType fieldType,
     throw std::length_error(
         "linkqueue index space full: at least " + std::to_string(uint64_t{n} * pairs.size()) +
         " entries needed for one rule, at most " + std::to_string(productCap) + " are built");
+  if (pairs.size() == 1)
+    return ruleFilter_.replaceAll(
+        [&](PDAclFilter& filter) { setTcamField(filter, fieldType, pairs.front()); });
   for (size_t i = 0; i < n; ++i) {
     PDAclFilter filter = ruleFilterDeq();
     for (EncodedLabelWithMask const& e : pairs) {

@@ -6,7 +6,10 @@
 /// Reads    the rules in terms of set keys and every encoder's pairs; the transform statuses tell a
 ///          set that covers nothing from a field that this chip does not transform.
 /// Writes   PDAclColl, one PDAclRuleColl per ACL, one PDAclRule per index with the rule's action.
-/// Skips    never.
+/// Skips    never as a stage; but it does not build what it has built before. It does nothing where
+///          none of what it reads has been published anew since its last run, and keeps the rules
+///          whose action and pairs are the same, told by a digest over the pairs. Rules that it has
+///          built are replaced, never edited, because outputs of earlier kicks share them.
 /// Fails    when a set has no pairs although its field is constrained and its transform cannot say
 ///          that it is empty, or when a product exceeds the index space of the work list.
 /// Order    ACLs by key, rules by index, entries of a rule in ascending order.
@@ -17,6 +20,7 @@
 #include "mox/HashMap.h"
 #include "naxel/control/StageSm.h"
 #include "naxel/expander/RuleExpanderTypes.h"
+#include "naxel/genset/KeyPlaces.h"
 
 namespace Naxel {
 
@@ -29,6 +33,11 @@ class RuleFilterQueue {
   void enq(PDAclFilter const& f);
   /// Removes and returns the head.
   PDAclFilter deq();
+  /// Puts `change(entry)` in the place of every entry.
+  template <class Change>
+  void replaceAll(Change change) {
+    for (size_t i = head_; i < items_.size(); ++i) change(items_[i]);
+  }
   /// Empties the queue and starts again with index 0.
   void delAll();
 
@@ -50,29 +59,61 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
   void doBuildExpandedRules();
   /// Multiplies the work list with the pairs of one field.
   void buildTcamEntry(TcamFieldType fieldType, EncodedLabelWithMaskList const& encLabelList);
+  /// Add the pairs of these fields to what the rule at hand is built from.
   void buildSrcDstIpField(GenSetKey source, GenSetKey destination, Lumox::AddressFamily af);
   void buildSrcDstL4PortField(GenSetKey sport, GenSetKey dport);
   void dumpRuleExpanderConfig() const;
   void dumpRuleExpanderStatus() const;
 
+ protected:
+  void doForget() noexcept override { builtFrom_.clear(); }
+
  private:
+  /// Where the pairs of one field come from.
+  struct Source {
+    TcamFieldType field;
+    EncoderStatus const* encoder;
+    XformStatus const* xform;
+    KeyPlaces places;  // of the keys in the encoder's lists
+  };
+  /// Pairs that one field of the rule at hand multiplies with.
+  struct Factor {
+    TcamFieldType field;
+    EncodedLabelWithMaskList const* list;
+  };
+  /// What the rules of an ACL have been built from, in their order.
+  using Digests = std::vector<uint64_t>;
+
   size_t ruleFilters() const { return ruleFilter_.size(); }
   void ruleFilterEnq(PDAclFilter const& f) { ruleFilter_.enq(f); }
   PDAclFilter ruleFilterDeq() { return ruleFilter_.deq(); }
   void ruleFilterDelAll() { ruleFilter_.delAll(); }
 
-  void expandRule(GenSetIpRule const& rule, Lumox::AddressFamily af, PDAclRule& out);
-  void collectFilters(GenSetIpRule const& rule, PDAclRule& out);
-  /// Multiplies with a set of a field; empties the work list for a set that covers nothing.
-  void buildField(TcamFieldType fieldType, GenSetKey key, EncoderStatus const& encoder,
-                  XformStatus const& xform);
+  /// The revisions of everything that is read.
+  std::vector<uint64_t> inputRevisions() const;
+  void bindSources();
+  void deleteGoneAcls();
+  void buildAcl(AclGenSetIpRuleList const& list);
+  /// Fills `factors_` and `matchesNothing_`, and returns their digest.
+  uint64_t gatherFactors(GenSetIpRule const& rule, Lumox::AddressFamily af);
+  void addFactor(Source const& source, GenSetKey key);
   /// True if the pair is matched through one combination label, which is then done.
-  bool buildCombo(ComboLabelSetType type, TcamFieldType fieldType, GenSetKey src, GenSetKey dst);
+  bool addCombo(ComboLabelSetType type, GenSetKey src, GenSetKey dst);
+  Mox::Ptr<PDAclRule> expandRule(AceIndex index, GenSetIpRule const& rule);
+  std::vector<PDAclFilter> collectFilters(GenSetIpRule const& rule);
 
   Mox::Ptr<RuleExpanderConfig> ruleExConfig_;
   Mox::Ptr<RuleExpanderStatus> ruleExStatus_;
   RuleFilterQueue ruleFilter_;
   Mox::HashSet<PDAclFilter> ruleFilterDeduper_;
+
+  std::vector<Source> prefixSources_;  // by family, source side first
+  std::vector<Source> rangeSources_;   // by type, as are the next
+  std::vector<Source> comboSources_;
+  std::vector<Factor> factors_;
+  bool matchesNothing_ = false;  // one of the sets covers nothing
+  std::vector<uint64_t> builtFrom_;
+  Mox::OrderedMap<PDAclKey, Digests> digests_;
 };
 NAXEL_EXPORT Mox::Ptr<RuleExpanderSm> ruleExpanderSmFactory(Obel::ChipId chipId,
                                                             Mox::Ptr<RuleExpanderConfig> config,

@@ -117,7 +117,8 @@ class NAXEL_EXPORT RuleExpanderStatus : public StageStatus {
   std::string_view fwkType() const override { return "Naxel::RuleExpanderStatus"; }
   Mox::AttributeTable const& attributeTable() const override;
 
-  /// The entries of all rules, rebuilt in place by every kick.
+  /// The entries of all rules. The collections are rebuilt in place by every kick, the rules are
+  /// replaced.
   Mox::Ptr<PDAclColl> const& ruleExpanderLoaderInfo() const { return ruleExpanderLoaderInfo_; }
 
  private:

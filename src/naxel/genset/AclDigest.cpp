@@ -40,16 +40,20 @@ AggregatorWorkingSet digestAcls(AclConfigColl const& coll, uint32_t enabledCombo
     uint64_t const named = Mox::hashCombine(aclDigest, namedRule);
     uint64_t const indexed = Mox::hashCombine(aclDigest, indexedRule);
     uint64_t const stray = Mox::hashCombine(aclDigest, strayRule);
+    std::vector<uint64_t> contents;
+    contents.reserve(acl->ruleByName().size());
     for (auto const& [ruleName, rule] : acl->ruleByName()) {
-      sum.add(Mox::hashCombine(named, rule->contentHash()));
-      ++rules;
+      contents.push_back(rule->contentHash());
+      sum.add(Mox::hashCombine(named, contents.back()));
     }
+    rules += static_cast<uint32_t>(contents.size());
     RuleFinder finder(*acl);
     for (auto const& [index, rule] : acl->ruleById()) {
       // A rule that merely looks like the one of that name is another one, and is refused.
-      bool const held = finder.find(rule.get()) != RuleFinder::none;
+      uint32_t const at = finder.find(rule.get());
+      bool const held = at != RuleFinder::none;
       uint64_t const place = Mox::hashCombine(held ? indexed : stray, index.value());
-      sum.add(Mox::hashCombine(place, rule ? rule->contentHash() : 0));
+      sum.add(Mox::hashCombine(place, held ? contents[at] : rule ? rule->contentHash() : 0));
     }
   }
   return AggregatorWorkingSet(sum.finish(), static_cast<uint32_t>(coll.acl().size()), rules);

@@ -93,6 +93,7 @@ class RangeSetElem : public Mox::ValueType<RangeSetElem> {
 
   uint16_t first() const { return first_; }
   uint16_t last() const { return last_; }
+  uint32_t orderKey() const { return uint32_t{first_} << 16 | last_; }
 
   static constexpr auto fields() {
     return std::make_tuple(Mox::field("first", &RangeSetElem::first_),
@@ -118,6 +119,7 @@ class GenCombo : public Mox::ValueType<GenCombo> {
 
   PlainLabel srcLabel() const { return srcLabel_; }
   PlainLabel dstLabel() const { return dstLabel_; }
+  uint64_t orderKey() const { return uint64_t{srcLabel_.value()} << 32 | dstLabel_.value(); }
 
   static constexpr auto fields() {
     return std::make_tuple(Mox::field("srcLabel", &GenCombo::srcLabel_),

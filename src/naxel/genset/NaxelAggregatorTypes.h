@@ -171,7 +171,12 @@ class NAXEL_EXPORT AggregatorStatus : public StageStatus {
   }
   Mox::Ptr<AclGenSetIpRuleList> aclGenSetIpRuleListIs(std::string const& name,
                                                       Lumox::AddressFamily af);
-  void aclGenSetIpRuleListDelAll() { aclGenSetIpRuleList_.clear(); }
+  void aclGenSetIpRuleListDelAll() {
+    aclGenSetIpRuleList_.clear();
+    ++revision_;
+  }
+  /// Rises with every run that makes the rule lists anew.
+  uint64_t revision() const { return revision_; }
   /// Direct uses of each set: fields matched through a combination do not count.
   Mox::Ptr<GenSetUsageInfo> const& genSetUsageInfo() const { return genSetUsageInfo_; }
   bool initialized() const { return initialized_; }
@@ -183,6 +188,7 @@ class NAXEL_EXPORT AggregatorStatus : public StageStatus {
   Mox::OrderedMap<RangeSetType, Mox::Ptr<RangeSplitAggregatorInfo>> rangeSplitInfo_;
   Mox::OrderedMap<std::string, Mox::Ptr<AclGenSetIpRuleList>> aclGenSetIpRuleList_;
   Mox::Ptr<GenSetUsageInfo> genSetUsageInfo_;
+  uint64_t revision_ = 0;
   bool initialized_ = false;
 };
 

@@ -101,16 +101,10 @@ void LoaderSm::loadComboInfo(PDData& pdData) const {
 }
 
 void LoaderSm::loadAclRuleInfo(PDData& pdData) const {
-  // Copied to the last entry: the expander rebuilds its own collection in place, while the driver
-  // keeps working on this one.
-  for (auto const& [key, acl] : config_->ruleExpanderLoaderInfo()->pdAcl()) {
-    auto const copy = pdData.pdAclColl()->pdAclIs(key);
-    for (auto const& [index, rule] : acl->rule()) {
-      auto const ruleCopy = copy->ruleIs(index);
-      ruleCopy->actionIs(rule->action());
-      ruleCopy->filterIs(rule->filter().items());
-    }
-  }
+  // The expander replaces its rules and does not edit them, so that the driver can keep the same
+  // ones.
+  for (auto const& [key, acl] : config_->ruleExpanderLoaderInfo()->pdAcl())
+    pdData.pdAclColl()->pdAclIs(key)->ruleIs(acl->rule());
 }
 
 void LoaderSm::request(RequestState state) {

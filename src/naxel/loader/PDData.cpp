@@ -31,11 +31,6 @@ Mox::Ptr<PDAclRule> PDAclRuleColl::ruleIs(AceIndex index) {
   return made;
 }
 
-void PDAclRuleColl::ruleIs(Mox::Ptr<PDAclRule> rule) {
-  AceIndex const index = rule->aceIndex();
-  rule_.set(index, std::move(rule));
-}
-
 size_t PDAclRuleColl::numFilters() const {
   size_t n = 0;
   for (auto const& [index, rule] : rule_) n += rule->filters();

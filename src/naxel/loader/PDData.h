@@ -54,7 +54,8 @@ class NAXEL_EXPORT PDComboEntryColl : public PDXformEntryColl<PDComboEntry, Enco
 };
 
 /// The TCAM entries of one rule, all with the rule's action. No entry means that the rule matches
-/// nothing.
+/// nothing. Outputs of several kicks share the rules that did not change: once a rule is part of an
+/// output it is replaced, never edited.
 class NAXEL_EXPORT PDAclRule : public Mox::Entity {
  public:
   explicit PDAclRule(AceIndex aceIndex) : aceIndex_(aceIndex) {}
@@ -92,8 +93,8 @@ class NAXEL_EXPORT PDAclRuleColl : public Mox::Entity {
   PDAclRule const* rule(AceIndex index) const;
   /// The rule of that index, made if absent; O(1) behind the last one.
   Mox::Ptr<PDAclRule> ruleIs(AceIndex index);
-  /// Puts a finished rule under its index.
-  void ruleIs(Mox::Ptr<PDAclRule> rule);
+  /// Takes over finished rules under their indexes in place of all that there are.
+  void ruleIs(Mox::FlatMap<AceIndex, Mox::Ptr<PDAclRule>> all) { rule_ = std::move(all); }
   void ruleDel(AceIndex index) { rule_.erase(index); }
   void ruleDelAll() { rule_.clear(); }
   /// Number of TCAM entries of all rules.

@@ -52,10 +52,10 @@ class NAXEL_EXPORT RuleConfig : public Mox::Entity {
 
  private:
   std::string name_;
+  mutable std::optional<uint64_t> ownHash_;  // of name and action
   Mox::Ptr<RuleFilter> ruleFilter_;
   NaxelActionValue action_;
   bool continueRule_ = false;
-  mutable std::optional<uint64_t> ownHash_;  // of name and action
 };
 
 /// One ACL. A rule takes part in matching under each index that refers to it.

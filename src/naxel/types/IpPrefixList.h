@@ -55,9 +55,9 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
 
  private:
   struct Content : Mox::RefCounted {
+    std::optional<uint64_t> hash;  // first, where a walk over all lists finds it at once
     PrefixColl addr;
     PrefixColl exceptAddr;
-    std::optional<uint64_t> hash;
   };
   /// The content for a change: a copy where it is shared, and without its hash.
   Content& ownContent();

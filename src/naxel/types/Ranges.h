@@ -26,6 +26,7 @@ class RangeValue : public Mox::ValueType<T> {
 
   uint32_t rangeStart() const { return rangeStart_; }
   uint32_t rangeEnd() const { return rangeEnd_; }
+  uint64_t orderKey() const { return uint64_t{rangeStart_} << 32 | rangeEnd_; }
   /// Stores the value and then, for the types with checked bounds, raises Mox::RangeError if it is
   /// out of bounds. The value already held is accepted without a check.
   void rangeStartIs(uint32_t v) {

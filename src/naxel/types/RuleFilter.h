@@ -144,6 +144,7 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
 
   Mox::Ptr<IpPrefixList> source_;
   Mox::Ptr<IpPrefixList> destination_;
+  mutable std::optional<uint64_t> ownHash_;  // of the ranges and flags
   RangeColl<L4PortRange> sportRange_;
   RangeColl<L4PortRange> dportRange_;
   RangeColl<IcmpTypeRange> icmpType_;
@@ -153,7 +154,6 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   RangeColl<LengthRange> length_;
   RangeColl<FragmentRange> fragment_;
   RangeColl<DscpRange> dscp_;
-  mutable std::optional<uint64_t> ownHash_;  // of the ranges and flags
 };
 
 }  // namespace Naxel

@@ -64,8 +64,9 @@ void NaxelPrefixXformSm::doBuildSetGroup() {
 }
 
 NaxelPrefixXformSm::GroupMap NaxelPrefixXformSm::groupsOf(Naming naming) {
-  std::sort(naming.begin(), naming.end());
+  if (!std::is_sorted(naming.begin(), naming.end())) std::sort(naming.begin(), naming.end());
   std::vector<GroupMap::value_type> groups;
+  groups.reserve(naming.size());
   std::vector<GenSetKey> keys;
   for (size_t i = 0; i < naming.size(); i += keys.size()) {
     keys.clear();
@@ -83,6 +84,9 @@ void NaxelPrefixXformSm::doInitSetGroup() {
   interner_ = KeyGroupInterner();
   Naming members;
   Naming exceptions;
+  size_t all = 0;
+  for (auto const& [key, set] : prefixAggregatorInfo().prefixSetColl()) all += set->prefix().size();
+  members.reserve(all);
   for (auto const& [key, set] : prefixAggregatorInfo().prefixSetColl()) {
     for (auto const& p : set->prefix()) members.emplace_back(p, key);
     for (auto const& e : set->exceptPrefix()) exceptions.emplace_back(e, key);
@@ -91,10 +95,11 @@ void NaxelPrefixXformSm::doInitSetGroup() {
   prefixToExceptGrp_ = groupsOf(std::move(exceptions));
 
   // An except prefix marks a node of the trie without a member of its own.
-  std::vector<GroupMap::value_type> all(prefixToGenSetGrp_.items());
+  if (prefixToExceptGrp_.empty()) return;
+  std::vector<GroupMap::value_type> nodes(prefixToGenSetGrp_.items());
   for (auto const& [prefix, group] : prefixToExceptGrp_)
-    if (!prefixToGenSetGrp_.contains(prefix)) all.emplace_back(prefix, interner_.intern({}));
-  prefixToGenSetGrp_.adopt(std::move(all));
+    if (!prefixToGenSetGrp_.contains(prefix)) nodes.emplace_back(prefix, interner_.intern({}));
+  prefixToGenSetGrp_.adopt(std::move(nodes));
 }
 
 void NaxelPrefixXformSm::doBuildTrie() {
@@ -132,27 +137,42 @@ uint64_t PrefixGroupStep::hash64() const {
 
 int UpdatePrefixSetListCallback::handlePrefix(Lumox::IpGenPrefix const& prefix) {
   if (sm_.overflow()) return 1;
-  Lumox::IpGenPrefix const parent = sm_.trie()->findParent(prefix);
-  sm_.traceStep(9, "handlePrefix") << " prefix " << prefix << " ...parent " << parent;
-  Mox::Ptr<GenSetKeyGroup>* const setList = sm_.prefixToGenSetGrp_.get(prefix);
-  MOX_ASSERT(setList);
-  auto const* parentGroup = sm_.prefixToGenSetGrp_.get(parent);
-  auto const* exceptHere = sm_.prefixToExceptGrp_.get(prefix);
-  auto const* exceptAbove = exceptedAt_.empty() ? nullptr : exceptedAt_.get(parent);
+  while (!path_.empty() && !path_.back().prefix.contains(prefix)) path_.pop_back();
+  if (auto line = sm_.traceStep(9, "handlePrefix"))
+    line << " prefix " << prefix << " ...parent " << sm_.trie()->findParent(prefix);
+  // The walk meets the prefixes in the order in which the groups stand.
+  Mox::Ptr<GenSetKeyGroup>& setList = sm_.prefixToGenSetGrp_.valueAt(at_);
+  MOX_ASSERT(sm_.prefixToGenSetGrp_[at_].first == prefix && setList);
+  ++at_;
 
-  Step const step{parentGroup ? parentGroup->get() : nullptr, setList->get(),
-                  exceptHere ? exceptHere->get() : nullptr,
-                  exceptAbove ? exceptAbove->get() : nullptr};
-  Outcome const* outcome = known_.get(step);
-  if (!outcome) {
-    known_.set(step, combine(step));
-    outcome = known_.get(step);
-    if (distinct_.insert(outcome->group) && distinct_.size() > sm_.groupLimit())
-      sm_.overflowIs(true);
+  Step step{nullptr, setList.get(), nullptr, nullptr};
+  if (!path_.empty()) {
+    step.parent = path_.back().group;
+    step.exceptAbove = path_.back().excepted;
   }
-  *setList = outcome->group;
-  if (outcome->excepted) exceptedAt_.set(prefix, outcome->excepted);
+  if (auto const* except = sm_.prefixToExceptGrp_.get(prefix)) step.exceptHere = except->get();
+  GenSetKeyGroup const* excepted = nullptr;
+  if (step.parent || step.exceptHere) {
+    Outcome const* outcome = known_.get(step);
+    if (!outcome) {
+      known_.set(step, combine(step));
+      outcome = known_.get(step);
+    }
+    setList = outcome->group;
+    excepted = outcome->excepted.get();
+  }
+  countGroup(setList);
+  path_.push_back({prefix, setList.get(), excepted});
   return 1;
+}
+
+void UpdatePrefixSetListCallback::countGroup(Group const& group) {
+  // Groups are interned, so there are not more distinct ones than the interner has made.
+  if (sm_.interner_.size() <= sm_.groupLimit()) return;
+  if (distinct_.empty())
+    for (size_t i = 0; i < at_; ++i) distinct_.insert(sm_.prefixToGenSetGrp_[i].second.get());
+  distinct_.insert(group.get());
+  if (distinct_.size() > sm_.groupLimit()) sm_.overflowIs(true);
 }
 
 UpdatePrefixSetListCallback::Outcome UpdatePrefixSetListCallback::combine(Step const& step) {

@@ -100,7 +100,7 @@ struct PrefixGroupOutcome {
   Mox::Ptr<GenSetKeyGroup> excepted;  // sets excepted here or above; null for none
 };
 
-/// Completes the groups; sees every parent before its children.
+/// Completes the groups; sees every parent before its children, in the order of the prefixes.
 class UpdatePrefixSetListCallback : public Routing::TrieGenWalkCallback {
  public:
   explicit UpdatePrefixSetListCallback(NaxelPrefixXformSm& sm) : sm_(sm) {}
@@ -110,12 +110,21 @@ class UpdatePrefixSetListCallback : public Routing::TrieGenWalkCallback {
   using Group = Mox::Ptr<GenSetKeyGroup>;
   using Step = PrefixGroupStep;
   using Outcome = PrefixGroupOutcome;
+  /// A node on the path from the root to the present one.
+  struct Ancestor {
+    Lumox::IpGenPrefix prefix;
+    GenSetKeyGroup const* group;
+    GenSetKeyGroup const* excepted;  // at this node or above; null for none
+  };
   Outcome combine(Step const& step);
+  /// Counts the distinct groups once there may be too many of them.
+  void countGroup(Group const& group);
 
   NaxelPrefixXformSm& sm_;
-  Mox::HashMap<Lumox::IpGenPrefix, Group> exceptedAt_;  // nodes below which some set is excepted
+  size_t at_ = 0;  // position of the present node among all prefixes
+  std::vector<Ancestor> path_;
   Mox::HashMap<Step, Outcome> known_;
-  Mox::HashSet<Group> distinct_;
+  Mox::HashSet<GenSetKeyGroup const*> distinct_;
 };
 
 /// Writes the trie and its groups to the trace.

@@ -22,7 +22,12 @@ class NAXEL_EXPORT XformStatus : public StageStatus {
   /// no list.
   Mox::Ptr<PlainLabelListMap> const& plainLabelListMap() const { return plainLabelListMap_; }
   /// Publishes a newly built map in place of the present one.
-  void plainLabelListMapIs(Mox::Ptr<PlainLabelListMap> v) { plainLabelListMap_ = std::move(v); }
+  void plainLabelListMapIs(Mox::Ptr<PlainLabelListMap> v) {
+    plainLabelListMap_ = std::move(v);
+    ++revision_;
+  }
+  /// Rises with every map that is published.
+  uint64_t revision() const { return revision_; }
 
   /// True while the published output is not that of a run that ended in success: it may have more
   /// pieces than the width allows. Later stages refuse it, also when the transform reports that an
@@ -41,6 +46,7 @@ class NAXEL_EXPORT XformStatus : public StageStatus {
 
  private:
   Mox::Ptr<PlainLabelListMap> plainLabelListMap_;
+  uint64_t revision_ = 0;
   bool outputUnusable_ = false;
   std::string unusableReason_;
 };
@@ -136,13 +142,21 @@ class NAXEL_EXPORT ComboLabelInfo : public Mox::Entity {
   GenSetKey srcDstToComboMap(GenSetKeyPair const& pair) const;
   void srcDstToComboMapIs(GenSetKeyPair const& pair, GenSetKey key) {
     srcDstToComboMap_.set(pair, key);
+    ++revision_;
   }
-  void srcDstToComboMapDelAll() { srcDstToComboMap_.clear(); }
+  void srcDstToComboMapDelAll() {
+    if (srcDstToComboMap_.empty()) return;
+    srcDstToComboMap_.clear();
+    ++revision_;
+  }
+  /// Rises with every change of which set serves which pair.
+  uint64_t revision() const { return revision_; }
 
  private:
   ComboLabelSetType type_;
   Mox::HashMap<GenSetKey, Mox::Ptr<ComboLabelSet>> comboLabelSetColl_;
   Mox::HashMap<GenSetKeyPair, GenSetKey> srcDstToComboMap_;
+  uint64_t revision_ = 0;
 };
 
 class NAXEL_EXPORT ComboLabelResolverConfig : public StageConfig {

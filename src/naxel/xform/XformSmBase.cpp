@@ -1,6 +1,7 @@
 #include "naxel/xform/XformSmBase.h"
 
 #include "mox/Assert.h"
+#include "naxel/genset/KeyPlaces.h"
 #include "naxel/types/NaxelTrace.h"
 
 namespace Naxel {
@@ -31,7 +32,8 @@ void XformSmBase::doStartKick() {
     traceStep(2, "doStartKick") << ": Xform not enabled";
     // What an earlier width made must not be taken for an answer.
     doClearOutput();
-    xformStatus_->plainLabelListMapIs(Mox::makePtr<PlainLabelListMap>());
+    if (!xformStatus_->plainLabelListMap()->plainLabelList().empty())
+      xformStatus_->plainLabelListMapIs(Mox::makePtr<PlainLabelListMap>());
     xformStatus_->outputUnusableIs(false);
     previousWorkingSet_ = nullptr;
     return doSetStatus(StageStatusType::finishedNotEnabled);
@@ -77,20 +79,22 @@ bool XformSmBase::hasWorkingSetChanged() {
 
 void XformSmBase::doUpdatePlainLabelMap() {
   traceStep(8, "doUpdatePlainLabelMap");
-  // Labels come in ascending order, so every list is filled in order; the keys of all groups are
-  // among those of the working set.
+  // The keys of all groups are among those of the working set. Labels come in ascending order, so
+  // every list is filled in order.
   std::vector<GenSetKey> const& keys = workingSet_->keyGroup().items();
+  KeyPlaces const places(keys);
+  auto const forEachMember = [&](auto f) {
+    for (auto const& [obj, label] : xformSetGroupDeduper_->dedupedGenSetKeyGroup())
+      for (GenSetKey key : static_cast<GenSetKeyGroup const&>(*obj).keyGroup())
+        f(places.of(key), label);
+  };
+  std::vector<uint32_t> sizes(keys.size());
+  forEachMember([&](size_t place, PlainLabel) { ++sizes[place]; });
   std::vector<std::vector<PlainLabel>> lists(keys.size());
-  for (auto const& [obj, label] : xformSetGroupDeduper_->dedupedGenSetKeyGroup()) {
-    auto const* keyGroup = dynamic_cast<GenSetKeyGroup const*>(obj.get());
-    MOX_ASSERT(keyGroup);
-    auto from = keys.begin();
-    for (GenSetKey key : keyGroup->keyGroup()) {
-      from = std::lower_bound(from, keys.end(), key);
-      lists[static_cast<size_t>(from - keys.begin())].push_back(label);
-    }
-  }
+  for (size_t i = 0; i < keys.size(); ++i) lists[i].reserve(sizes[i]);
+  forEachMember([&](size_t place, PlainLabel label) { lists[place].push_back(label); });
   auto map = Mox::makePtr<PlainLabelListMap>();
+  map->reserve(keys.size());
   for (size_t i = 0; i < keys.size(); ++i)
     if (!lists[i].empty()) map->plainLabelListIs(keys[i]).labelIs(std::move(lists[i]));
   xformStatus_->plainLabelListMapIs(std::move(map));
