@@ -1,0 +1,118 @@
+#include "Report.h"
+
+#include "TextTable.h"
+#include "naxel/types/ControlEnums.h"
+
+#include <cmath>
+#include <iostream>
+
+namespace Bench {
+
+using NaxelTool::fixed;
+using Rows = std::vector<std::vector<std::string>>;
+
+bool Report::ReportContext(Context const&) { return true; }
+
+void Report::ReportRuns(std::vector<Run> const& runs) {
+  for (Run const& run : runs) {
+    // With a single repetition there are no aggregates.
+    bool const counts =
+        run.run_type == Run::RT_Aggregate ? run.aggregate_name == "median" : run.repetitions <= 1;
+    if (!counts && !run.error_occurred) continue;
+    std::string const& name = run.run_name.function_name;
+    size_t const slash = name.find('/');
+    auto const [at, isNew] = results_.try_emplace(name);
+    if (isNew) sets_[name.substr(0, slash)].push_back(name.substr(slash + 1));
+    Result& result = at->second;
+    result.failure = run.error_occurred ? run.error_message : "";
+    result.ms = run.error_occurred ? 0 : run.GetAdjustedRealTime();
+    for (auto const& [counter, value] : run.counters) result.counters[counter] = value.value;
+    if (isNew) std::cerr << name << "\n";
+  }
+}
+
+Report::Result const* Report::find(std::string const& kind, std::string const& set) const {
+  auto const at = results_.find(kind + "/" + set);
+  return at == results_.end() || !at->second.failure.empty() ? nullptr : &at->second;
+}
+
+std::string Report::ms(std::string const& kind, std::string const& set) const {
+  Result const* const result = find(kind, set);
+  return result ? fixed(result->ms, result->ms < 10 ? 2 : 1) : "-";
+}
+
+void Report::printKicks() const {
+  auto const sets = sets_.find("first");
+  if (sets == sets_.end()) return;
+  Rows rows = {{"kick (ms)", "rules", "entries", "first", "unchanged", "action", "prefix"}};
+  for (std::string const& set : sets->second) {
+    Result const* const first = find("first", set);
+    auto const count = [&](char const* counter) {
+      return first ? fixed(first->counters.at(counter), 0) : "-";
+    };
+    rows.push_back({set, count("rules"), count("entries"), ms("first", set), ms("unchanged", set),
+                    ms("action", set), ms("prefix", set)});
+  }
+  NaxelTool::printTable(std::cout, rows, 1);
+  std::cout << '\n';
+}
+
+void Report::printStages() const {
+  auto const sets = sets_.find("first");
+  if (sets == sets_.end()) return;
+  Rows rows = {{"stages (ms)"}};
+  for (size_t i = 1; i < Mox::EnumNames<Naxel::NaxelActiveStage>::value.size(); ++i)
+    rows[0].push_back(Naxel::stringValue(static_cast<Naxel::NaxelActiveStage>(i)).substr(5));
+  for (std::string const& set : sets->second) {
+    Result const* const first = find("first", set);
+    if (!first) continue;
+    rows.push_back({set});
+    for (size_t i = 1; i < Mox::EnumNames<Naxel::NaxelActiveStage>::value.size(); ++i)
+      rows.back().push_back(fixed(
+          first->counters.at(Naxel::stringValue(static_cast<Naxel::NaxelActiveStage>(i))), 2));
+  }
+  NaxelTool::printTable(std::cout, rows, 1);
+  std::cout << '\n';
+}
+
+/// Sets that differ in their size alone are named NAME:SIZE.
+void Report::printGrowth() const {
+  auto const sets = sets_.find("first");
+  if (sets == sets_.end()) return;
+  std::map<std::string, std::pair<Result const*, Result const*>> ends;
+  for (std::string const& set : sets->second) {
+    Result const* const first = find("first", set);
+    size_t const colon = set.find(':');
+    if (!first || colon == std::string::npos) continue;
+    auto& [low, high] = ends[set.substr(0, colon)];
+    auto const rules = [](Result const* r) { return r->counters.at("rules"); };
+    if (!low || rules(first) < rules(low)) low = first;
+    if (!high || rules(first) > rules(high)) high = first;
+  }
+  Rows rows = {{"growth of the first kick", "from", "to", "exponent"}};
+  for (auto const& [name, pair] : ends) {
+    auto const& [low, high] = pair;
+    if (low == high) continue;
+    double const from = low->counters.at("rules");
+    double const to = high->counters.at("rules");
+    rows.push_back({name, fixed(from, 0), fixed(to, 0),
+                    fixed(std::log(high->ms / low->ms) / std::log(to / from), 3)});
+  }
+  if (rows.size() == 1) return;
+  NaxelTool::printTable(std::cout, rows, 1);
+  std::cout << '\n';
+}
+
+void Report::printFailures() const {
+  for (auto const& [name, result] : results_)
+    if (!result.failure.empty()) std::cout << name << ": " << result.failure << '\n';
+}
+
+void Report::Finalize() {
+  printKicks();
+  printStages();
+  printGrowth();
+  printFailures();
+}
+
+}  // namespace Bench
