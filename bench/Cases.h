@@ -14,8 +14,13 @@
 
 namespace Bench {
 
-/// Registers the benchmarks of each file.
+/// Registers the benchmarks of each file. Those of memory must run first: what others have freed would
+/// be used again without being counted.
+void addMemoryCases(std::vector<RuleSource> const& sources);
 void addKickCases(std::vector<RuleSource> const& sources);
+/// One list of all prefixes of a file; without files, of random prefixes.
+void addListCases(std::vector<std::string> const& prefixFiles);
+void addComboCases(std::vector<RuleSource> const& sources);
 
 /// Registers KIND/SET with `samples` samples per repetition. `sample` returns the seconds that count;
 /// where it throws, the benchmark ends with that reason.

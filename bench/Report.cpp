@@ -36,16 +36,21 @@ Report::Result const* Report::find(std::string const& kind, std::string const& s
   return at == results_.end() || !at->second.failure.empty() ? nullptr : &at->second;
 }
 
+std::vector<std::string> const& Report::sets(std::string const& kind) const {
+  static std::vector<std::string> const none;
+  auto const at = sets_.find(kind);
+  return at == sets_.end() ? none : at->second;
+}
+
 std::string Report::ms(std::string const& kind, std::string const& set) const {
   Result const* const result = find(kind, set);
   return result ? fixed(result->ms, result->ms < 10 ? 2 : 1) : "-";
 }
 
 void Report::printKicks() const {
-  auto const sets = sets_.find("first");
-  if (sets == sets_.end()) return;
+  if (sets("first").empty()) return;
   Rows rows = {{"kick (ms)", "rules", "entries", "first", "unchanged", "action", "prefix"}};
-  for (std::string const& set : sets->second) {
+  for (std::string const& set : sets("first")) {
     Result const* const first = find("first", set);
     auto const count = [&](char const* counter) {
       return first ? fixed(first->counters.at(counter), 0) : "-";
@@ -58,12 +63,11 @@ void Report::printKicks() const {
 }
 
 void Report::printStages() const {
-  auto const sets = sets_.find("first");
-  if (sets == sets_.end()) return;
+  if (sets("first").empty()) return;
   Rows rows = {{"stages (ms)"}};
   for (size_t i = 1; i < Mox::EnumNames<Naxel::NaxelActiveStage>::value.size(); ++i)
     rows[0].push_back(Naxel::stringValue(static_cast<Naxel::NaxelActiveStage>(i)).substr(5));
-  for (std::string const& set : sets->second) {
+  for (std::string const& set : sets("first")) {
     Result const* const first = find("first", set);
     if (!first) continue;
     rows.push_back({set});
@@ -77,10 +81,9 @@ void Report::printStages() const {
 
 /// Sets that differ in their size alone are named NAME:SIZE.
 void Report::printGrowth() const {
-  auto const sets = sets_.find("first");
-  if (sets == sets_.end()) return;
+  if (sets("first").empty()) return;
   std::map<std::string, std::pair<Result const*, Result const*>> ends;
-  for (std::string const& set : sets->second) {
+  for (std::string const& set : sets("first")) {
     Result const* const first = find("first", set);
     size_t const colon = set.find(':');
     if (!first || colon == std::string::npos) continue;
@@ -103,6 +106,54 @@ void Report::printGrowth() const {
   std::cout << '\n';
 }
 
+void Report::printCombos() const {
+  if (sets("combo").empty()) return;
+  Rows rows = {{"combinations (ms)", "rules", "entries", "first", "resolver", "split", "encoder"}};
+  for (std::string const& set : sets("combo")) {
+    Result const* const result = find("combo", set);
+    if (!result) continue;
+    auto const counter = [&](char const* name, int digits) {
+      return fixed(result->counters.at(name), digits);
+    };
+    rows.push_back({set, counter("rules", 0), counter("entries", 0), ms("combo", set),
+                    counter("stageComboLabelResolver", 2), counter("stageComboLabelSplit", 2),
+                    counter("stageComboLabelEncoder", 2)});
+  }
+  NaxelTool::printTable(std::cout, rows, 1);
+  std::cout << '\n';
+}
+
+void Report::printYardstick(std::string const& kind, std::string const& size,
+                            std::string const& beside) const {
+  if (sets(kind).empty()) return;
+  Rows rows = {{kind + " (ms)", size, "transform", beside, "ratio", "kick", "ratio"}};
+  for (std::string const& set : sets(kind)) {
+    Result const* const result = find(kind, set);
+    if (!result) continue;
+    auto const counter = [&](char const* name, int digits) {
+      return fixed(result->counters.at(name), digits);
+    };
+    rows.push_back({set, counter("size", 0), counter("transform", 2), counter("beside", 2),
+                    counter("ratio", 2), ms(kind, set), counter("kickRatio", 2)});
+  }
+  NaxelTool::printTable(std::cout, rows, 1);
+  std::cout << '\n';
+}
+
+void Report::printMemory() const {
+  if (sets("memory").empty()) return;
+  Rows rows = {{"memory (bytes per rule)", "rules", "configuration", "peak of kick", "afterwards"}};
+  for (std::string const& set : sets("memory")) {
+    Result const* const result = find("memory", set);
+    if (!result) continue;
+    auto const counter = [&](char const* name) { return fixed(result->counters.at(name), 0); };
+    rows.push_back(
+        {set, counter("rules"), counter("configuration"), counter("peak"), counter("after")});
+  }
+  NaxelTool::printTable(std::cout, rows, 1);
+  std::cout << '\n';
+}
+
 void Report::printFailures() const {
   for (auto const& [name, result] : results_)
     if (!result.failure.empty()) std::cout << name << ": " << result.failure << '\n';
@@ -112,6 +163,10 @@ void Report::Finalize() {
   printKicks();
   printStages();
   printGrowth();
+  printCombos();
+  printYardstick("list", "prefixes", "std::set");
+  printYardstick("ranges", "ranges", "std::sort");
+  printMemory();
   printFailures();
 }
 

@@ -26,11 +26,17 @@ class Report : public benchmark::BenchmarkReporter {
 
   /// Null where the benchmark did not run.
   Result const* find(std::string const& kind, std::string const& set) const;
+  /// The sets of a kind, in the order in which they ran.
+  std::vector<std::string> const& sets(std::string const& kind) const;
   /// Milliseconds of KIND/SET as text; "-" where there are none.
   std::string ms(std::string const& kind, std::string const& set) const;
   void printKicks() const;
   void printStages() const;
   void printGrowth() const;
+  void printCombos() const;
+  void printYardstick(std::string const& kind, std::string const& size,
+                      std::string const& beside) const;
+  void printMemory() const;
   void printFailures() const;
 
   std::map<std::string, Result> results_;                 // by KIND/SET

@@ -21,13 +21,14 @@ struct RuleSource {
 /// A file of either kind, plain or gzip.
 RuleSource fileSource(std::string const& path);
 /// The ClassBench sets of a folder, plain or gzip, by number of rules and name. Files of another kind
-/// are passed over.
+/// are passed over. Sets of about 60,000 rules and more follow in pieces besides, the first 1,000 to
+/// 60,000 rules of each, named NAME:SIZE.
 std::vector<RuleSource> folderSources(std::string const& folder);
-/// What the benchmarks compile: the sets of the folder that the variable NAXEL_BENCH_SETS names.
+/// Sets of the generator, of each style and of 1,000 to 60,000 rules, named STYLE:SIZE.
+std::vector<RuleSource> generatedSources();
+/// What the benchmarks compile: the sets of the folder that the variable NAXEL_BENCH_SETS names, or
+/// those of the generator.
 std::vector<RuleSource> allSources();
-
-/// The first `rules` rules of a ClassBench set under a name that says so.
-RuleSource cut(RuleSource const& source, size_t rules);
 
 /// A fresh configuration for chip 0.
 Mox::Ptr<Naxel::AclConfigColl> build(RuleSource const& source);

@@ -2,20 +2,25 @@
 
 #include "Cases.h"
 #include "Report.h"
+#include "naxel/types/NaxelTrace.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 
 namespace {
 
-/// Each set as it is, and those of about 60,000 rules and more cut to smaller sizes besides.
-std::vector<Bench::RuleSource> withCuts(std::vector<Bench::RuleSource> sources) {
-  size_t const whole = sources.size();
-  for (size_t i = 0; i < whole; ++i)
-    if (sources[i].rules >= 55000)
-      for (size_t const rules : {1000, 10000, 30000, 60000})
-        sources.push_back(Bench::cut(sources[i], rules));
-  return sources;
+/// The files of the folder that the variable NAXEL_BENCH_PREFIXES names.
+std::vector<std::string> prefixFiles() {
+  std::vector<std::string> out;
+  char const* const folder = std::getenv("NAXEL_BENCH_PREFIXES");
+  if (!folder || !*folder) return out;
+  for (auto const& entry : std::filesystem::directory_iterator(folder))
+    if (entry.is_regular_file()) out.push_back(entry.path().string());
+  std::sort(out.begin(), out.end());
+  return out;
 }
 
 }  // namespace
@@ -24,7 +29,12 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
   try {
-    Bench::addKickCases(withCuts(Bench::allSources()));
+    Naxel::naxelTrace().levelIs(-1);  // the report says why a kick failed
+    std::vector<Bench::RuleSource> const sources = Bench::allSources();
+    Bench::addMemoryCases(sources);
+    Bench::addKickCases(sources);
+    Bench::addComboCases(sources);
+    Bench::addListCases(prefixFiles());
     Bench::Report report;
     benchmark::RunSpecifiedBenchmarks(&report);
     benchmark::Shutdown();
