@@ -74,9 +74,9 @@ class Generator {
     return (before.first | (~uint64_t{0} >> before.second)) < bits.first;
   }
 
-  /// What crossing lists have in common: clusters of networks, one for two lists.
+  /// What crossing lists have in common: clusters of networks, half as many as lists.
   void drawClusters() {
-    uint64_t const most = std::max<uint64_t>(options_.listSize / 2, 1);
+    uint64_t const most = std::max<uint64_t>(options_.listSize / 4, 1);
     for (uint32_t i = 0; i < options_.lists / 2 + 1; ++i) {
       clusters_.emplace_back();
       for (uint64_t n = random_.between(1, most); n > 0; --n) clusters_.back().push_back(network());
@@ -116,15 +116,14 @@ class Generator {
   }
 
   void drawCrossing(List& list, uint64_t size) {
-    while (list.addr.size() < size && !random_.oneIn(4)) {
+    for (uint64_t i = random_.between(1, 4); i > 0; --i) {
       std::vector<Bits> const& cluster = oftenEarly(random_, clusters_);
       list.addr.insert(list.addr.end(), cluster.begin(), cluster.end());
-      tidy(list.addr);
-      // Some lists hold nothing but clusters.
-      if (random_.oneIn(4)) return;
     }
-    while (list.addr.size() < size) list.addr.push_back(network());
-    if (list.addr.empty()) list.addr.push_back(network());
+    tidy(list.addr);
+    // Some lists hold nothing but clusters.
+    if (!random_.oneIn(4))
+      while (list.addr.size() < size) list.addr.push_back(network());
     if (random_.oneIn(4)) carve(list, random_.of(list.addr));
   }
 
