@@ -5,6 +5,7 @@ JOBS ?= $(shell nproc)
 SECONDS ?= 60
 PREFIX ?= /usr/local
 RESULTS ?= bench/results
+REPETITIONS ?= 5
 CTEST = UBSAN_OPTIONS=print_stacktrace=1 ctest -j2 --output-on-failure --no-label-summary
 SOURCES = $(shell find $(wildcard src tools tests fuzz bench examples) -name '*.h' -o -name '*.cpp')
 
@@ -75,7 +76,8 @@ fuzz: deps-check ## Run every fuzzer for SECONDS=60 each, JOBS of them at once
 bench: ## Run the benchmarks, over the files of SETS=dir or generated rules; RESULTS=dir
 	@scripts/deps.sh bench
 	@$(call build,release,--target naxel_bench,-DNAXEL_BUILD_BENCH=ON)
-	@NAXEL_BENCH_SETS="$(SETS)" NAXEL_BENCH_PREFIXES="$(PREFIXES)" scripts/bench.sh build/release $(RESULTS) \
+	@NAXEL_BENCH_SETS="$(SETS)" NAXEL_BENCH_PREFIXES="$(PREFIXES)" REPETITIONS=$(REPETITIONS) \
+	  scripts/bench.sh build/release $(RESULTS) \
 	  $(if $(FILTER),--benchmark_filter='$(FILTER)')
 
 bench-peers: ## Compare with the build of DPDK's librte_acl, over the same rules

@@ -54,8 +54,10 @@ KeyBits::KeyBits(Naxel::PDData const& data, Naxel::ChipHwCapability const& capab
             static_cast<unsigned>(std::bit_width(SoftChip::fieldBound(type)));
     }
   }
-  for (auto const& [key, acl] : data.pdAclColl()->pdAcl())
-    forEachFilter(*acl, [&](auto const& filter) { widen(familyOf(key.af()), filter); });
+  for (auto const& [key, acl] : data.pdAclColl()->pdAcl()) {
+    size_t const family = familyOf(key.af());
+    forEachFilter(*acl, [&](auto const& filter) { widen(family, filter); });
+  }
 }
 
 /// A value/mask pair may cover more labels than are in use, but not the one that means none.
