@@ -22,7 +22,7 @@ struct FilterSetOptions {
   uint64_t seed = 1;
 };
 
-/// Writes a ClassBench filter set. Up to about 60,000 rules fit prefix labels of 16 bits and port
+/// Writes a ClassBench filter set. Sets of 100,000 rules still fit prefix labels of 16 bits and port
 /// labels of 12.
 void generateFilterSet(std::ostream& out, FilterSetOptions const& options);
 
