@@ -5,6 +5,7 @@
 #include "ChipReader.h"
 #include "Pipeline.h"
 
+#include <cstdio>
 #include <fstream>
 #include <malloc.h>
 #include <stdexcept>
@@ -28,10 +29,10 @@ double statusBytes(std::string const& name) {
 }
 
 struct Memory {
-  double configuration = 0;  ///< resident before the kick
-  double peak = 0;           ///< during the kick
-  double after = 0;          ///< resident with the tables in force
-  bool succeeded = false;
+  double configuration = 0;                ///< resident before the kick
+  double peak = 0;                         ///< during the kick
+  double after = 0;                        ///< resident with the tables in force
+  char failure[160] = "the process died";  ///< empty after success
 };
 
 Memory measure(RuleSource const& source) {
@@ -46,7 +47,7 @@ Memory measure(RuleSource const& source) {
   out.configuration = before - empty;
   out.peak = statusBytes("VmHWM") - before;
   out.after = statusBytes("VmRSS") - before;
-  out.succeeded = true;
+  out.failure[0] = 0;
   return out;
 }
 
@@ -60,7 +61,8 @@ Memory measureApart(RuleSource const& source) {
     Memory out;
     try {
       out = measure(source);
-    } catch (std::exception const&) {
+    } catch (std::exception const& e) {
+      std::snprintf(out.failure, sizeof out.failure, "%s", e.what());
     }
     ssize_t const written = write(ends[1], &out, sizeof out);
     _exit(written == sizeof out ? 0 : 1);
@@ -70,7 +72,7 @@ Memory measureApart(RuleSource const& source) {
   ssize_t const got = read(ends[0], &out, sizeof out);
   close(ends[0]);
   waitpid(child, nullptr, 0);
-  if (got != sizeof out || !out.succeeded) throw std::runtime_error("the kick did not succeed");
+  if (got != sizeof out || *out.failure) throw std::runtime_error(out.failure);
   return out;
 }
 

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <iostream>
+#include <set>
 
 namespace Bench {
 
@@ -154,9 +155,15 @@ void Report::printMemory() const {
   std::cout << '\n';
 }
 
+/// Once for each set and reason, with the first benchmark that it kept from running.
 void Report::printFailures() const {
-  for (auto const& [name, result] : results_)
-    if (!result.failure.empty()) std::cout << name << ": " << result.failure << '\n';
+  std::set<std::string> said;
+  for (auto const& [kind, sets] : sets_)
+    for (std::string const& set : sets) {
+      std::string const& failure = results_.at(kind + "/" + set).failure;
+      bool const isNew = !failure.empty() && said.insert(set + ": " + failure).second;
+      if (isNew) std::cout << kind << '/' << set << ": " << failure << '\n';
+    }
 }
 
 void Report::Finalize() {

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
@@ -47,7 +48,7 @@ void take(std::vector<double>& to, char (&failure)[160], Sample sample) {
   try {
     to.push_back(sample());
   } catch (std::exception const& e) {
-    std::strncpy(failure, e.what(), sizeof failure - 1);
+    std::snprintf(failure, sizeof failure, "%s", e.what());
   }
 }
 
@@ -88,7 +89,7 @@ Outcome measureApart(RuleSource const& source, char const* program, unsigned meg
     try {
       out = measure(source, program, megabytes);
     } catch (std::exception const& e) {
-      std::strncpy(out.peerFailure, e.what(), sizeof out.peerFailure - 1);
+      std::snprintf(out.peerFailure, sizeof out.peerFailure, "%s", e.what());
     }
     ssize_t const written = write(ends[1], &out, sizeof out);
     _exit(written == sizeof out ? 0 : 1);
@@ -100,7 +101,7 @@ Outcome measureApart(RuleSource const& source, char const* program, unsigned meg
   int status = 0;
   waitpid(child, &status, 0);
   if (got != sizeof out)
-    std::strncpy(out.peerFailure, "the process died while building", sizeof out.peerFailure - 1);
+    std::snprintf(out.peerFailure, sizeof out.peerFailure, "the process died while building");
   return out;
 }
 
