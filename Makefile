@@ -4,15 +4,17 @@ SHELL := /bin/bash
 JOBS ?= $(shell nproc)
 SECONDS ?= 60
 PREFIX ?= /usr/local
+RESULTS ?= bench/results
+REPETITIONS ?= 5
 CTEST = UBSAN_OPTIONS=print_stacktrace=1 ctest -j2 --output-on-failure --no-label-summary
 SOURCES = $(shell find $(wildcard src tools tests fuzz bench examples) -name '*.h' -o -name '*.cpp')
 
-# Configures and builds a preset: $(call build,preset,further arguments of the build)
-build = cmake --preset $(1) >/dev/null && cmake --build --preset $(1) -j $(JOBS) $(2)
+# Configures and builds a preset: $(call build,preset,further arguments of the build,of the configuration)
+build = cmake --preset $(1) $(3) >/dev/null && cmake --build --preset $(1) -j $(JOBS) $(2)
 
 .DEFAULT_GOAL := help
 .PHONY: help deps deps-check build test demo check-all clang-build headers memcheck coverage fuzz \
-        format format-check tidy install clean
+        bench bench-peers format format-check tidy install clean
 
 help: ## List the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / { printf "  %-14s %s\n", $$1, $$2 }' Makefile
@@ -70,6 +72,18 @@ coverage: deps-check ## Run all tests and print line and branch figures of src/n
 fuzz: deps-check ## Run every fuzzer for SECONDS=60 each, JOBS of them at once
 	@$(call build,fuzz,--target fuzzers)
 	@scripts/fuzz.sh build/fuzz $(SECONDS) $(JOBS)
+
+bench: ## Run the benchmarks, over the files of SETS=dir or generated rules; RESULTS=dir
+	@scripts/deps.sh bench
+	@$(call build,release,--target naxel_bench,-DNAXEL_BUILD_BENCH=ON)
+	@NAXEL_BENCH_SETS="$(SETS)" NAXEL_BENCH_PREFIXES="$(PREFIXES)" REPETITIONS=$(REPETITIONS) \
+	  scripts/bench.sh build/release $(RESULTS) \
+	  $(if $(FILTER),--benchmark_filter='$(FILTER)')
+
+bench-peers: ## Compare with the build of DPDK's librte_acl, over the same rules
+	@scripts/deps.sh peers
+	@$(call build,release,--target naxel_bench_peers,-DNAXEL_BUILD_PEERS=ON)
+	@NAXEL_BENCH_SETS="$(SETS)" build/release/bin/naxel_bench_peers
 
 format: deps-check ## Format all sources in place
 	@clang-format -i $(SOURCES)

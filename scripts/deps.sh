@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that the build (deps.sh build) or also the wider checks (deps.sh check)
-# need. Silent and quick when everything is there; the package index is refreshed only when it is not.
+# Installs the Debian packages that the build (deps.sh build), the wider checks (check), the benchmarks
+# (bench) or the comparison with peers (peers) need. Silent and quick when everything is there; the
+# package index is refreshed only when it is not.
 set -euo pipefail
 
 build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libcli11-dev
   nlohmann-json3-dev zlib1g-dev libbdd-dev)
-check_packages=(clang clang-format clang-tidy libclang-rt-14-dev gcovr valgrind libbenchmark-dev)
+check_packages=(clang clang-format clang-tidy libclang-rt-14-dev gcovr valgrind)
+bench_packages=(libbenchmark-dev)
+peers_packages=(libdpdk-dev)
 
 # A tool that is on the path counts as present, wherever it came from.
 declare -A command_of=([g++]=g++ [cmake]=cmake [ninja-build]=ninja [pkg-config]=pkg-config
@@ -15,7 +18,9 @@ declare -A command_of=([g++]=g++ [cmake]=cmake [ninja-build]=ninja [pkg-config]=
 case "${1:-build}" in
   build) wanted=("${build_packages[@]}") ;;
   check) wanted=("${build_packages[@]}" "${check_packages[@]}") ;;
-  *) echo "usage: $0 [build|check]" >&2; exit 2 ;;
+  bench) wanted=("${build_packages[@]}" "${bench_packages[@]}") ;;
+  peers) wanted=("${build_packages[@]}" "${peers_packages[@]}") ;;
+  *) echo "usage: $0 [build|check|bench|peers]" >&2; exit 2 ;;
 esac
 
 have_dpkg=false

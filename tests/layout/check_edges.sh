@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# check_edges.sh <source root> <table>: holds every #include of src/ and tools/ against the table of
+# check_edges.sh <source root> <table>: holds every #include of src/, tools/ and bench/ against the table of
 # allowed edges, prints each breach as file:line and fails if there is any.
 set -euo pipefail
 root=$1
@@ -8,6 +8,7 @@ cd "$root"
 
 folders=(src)
 [[ -d tools ]] && folders+=(tools)
+[[ -d bench ]] && folders+=(bench)
 
 find "${folders[@]}" \( -name '*.h' -o -name '*.cpp' \) -print0 | sort -z |
   xargs -0 awk -v table="$table" '
@@ -37,7 +38,7 @@ find "${folders[@]}" \( -name '*.h' -o -name '*.cpp' \) -print0 | sort -z |
   }
   function smIsOpen(path, target) {
     return target !~ /Sm\.h$/ || (target in frameSm) || (path in owner) ||
-           unitOf(path) == "softchip" || unitOf(path) == "tools" ||
+           unitOf(path) == "softchip" || unitOf(path) == "tools" || unitOf(path) == "bench" ||
            index(stem(path), stem(target)) == 1
   }
 
@@ -70,8 +71,8 @@ find "${folders[@]}" \( -name '*.h' -o -name '*.cpp' \) -print0 | sort -z |
     sub(/^[^"<]*["<]/, "", target); sub(/[">].*$/, "", target)
     top = target; sub(/\/.*/, "", top)
     if (!(top in rooted)) {
-      # Beside the tool, only paths from src/ are written in quotes.
-      if (quoted && unit != "tools") breach("include path \"" target "\" does not start at src/")
+      # Beside the tool and its users, only paths from src/ are written in quotes.
+      if (quoted && unit != "tools" && unit != "bench") breach("include path \"" target "\" does not start at src/")
       next
     }
     if (unit == "") next

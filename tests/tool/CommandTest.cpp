@@ -152,20 +152,23 @@ TEST_F(Command, VerifyProvesWhereTheBuildCan) {
 #endif
 }
 
-TEST_F(Command, SummaryCountsEntriesAndCrossProduct) {
+TEST_F(Command, SummaryCountsEntriesBitsAndCrossProduct) {
   write("r.json", rules(R"([{"name":"a","af":"ipv4","rules":[
     {"index":1,"name":"x","source":["1.0.0.0/8","3.0.0.0/8"],"dport":"1-65534"},
     {"index":2,"name":"y","sport":"1-65534"}]}])"));
   Outcome const o = run("compile r.json");
   ASSERT_EQ(o.code, 0) << o.err;
   std::istringstream lines(o.out);
-  std::string heading;
-  std::string line;
-  std::getline(lines, heading);
-  std::getline(lines, line);
-  std::istringstream words(line);
-  std::vector<std::string> const row{std::istream_iterator<std::string>(words), {}};
-  EXPECT_EQ(row, (std::vector<std::string>{"a", "ipv4", "2", "2", "1.000", "90"}));
+  std::vector<std::vector<std::string>> rows;
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    rows.emplace_back(std::istream_iterator<std::string>(words),
+                      std::istream_iterator<std::string>());
+  }
+  using Row = std::vector<std::string>;
+  EXPECT_EQ(rows.at(1), (Row{"a", "ipv4", "2", "2", "1.000", "90"}));
+  // One bit for each of the three fields that have a single label.
+  EXPECT_EQ(rows.at(4), (Row{"a", "ipv4", "3", "6", "9360", "0.1"}));
   EXPECT_NE(o.out.find("handshake: hitless, loaded"), std::string::npos);
   write("c.json", chip(R"("permitDuringUpdate":true,"softChip":{"forceHitful":true})"));
   EXPECT_NE(run("compile --chip c.json r.json").out.find("policy permitAll"), std::string::npos);

@@ -2,7 +2,10 @@
 
 #include "CrossProduct.h"
 #include "RuleSet.h"
+#include "TcamBits.h"
 #include "TextTable.h"
+
+#include <map>
 
 namespace NaxelTool {
 
@@ -10,18 +13,24 @@ namespace {
 
 using Row = std::vector<std::string>;
 
+constexpr uint64_t most = ~uint64_t{0};
+
+std::string countText(uint64_t n) { return n == most ? "2^64 or more" : std::to_string(n); }
+void add(uint64_t& sum, uint64_t n) {
+  if (__builtin_add_overflow(sum, n, &sum)) sum = most;
+}
+
 Row aclRow(std::string name, std::string family, size_t rules, size_t entries, uint64_t plain) {
   return {std::move(name),
           std::move(family),
           std::to_string(rules),
           std::to_string(entries),
           rules ? fixed(static_cast<double>(entries) / static_cast<double>(rules), 3) : "-",
-          plain == ~uint64_t{0} ? "2^64 or more" : std::to_string(plain)};
+          countText(plain)};
 }
 
-void printAcls(std::ostream& out, Session const& session) {
+void printAcls(std::ostream& out, Session const& session, CrossProduct& plain) {
   std::vector<Row> rows = {{"ACL", "family", "rules", "entries", "per rule", "cross product"}};
-  CrossProduct plain;
   size_t rulesInAll = 0;
   uint64_t plainInAll = 0;
   Naxel::PDAclColl const& tables = *session.data().pdAclColl();
@@ -32,10 +41,64 @@ void printAcls(std::ostream& out, Session const& session) {
     rows.push_back(aclRow(name, Mox::stringValue(af), acl->ruleById().size(),
                           table ? table->numFilters() : 0, product));
     rulesInAll += acl->ruleById().size();
-    if (__builtin_add_overflow(plainInAll, product, &plainInAll)) plainInAll = ~uint64_t{0};
+    add(plainInAll, product);
   }
   if (rows.size() != 2)
     rows.push_back(aclRow("all", "", rulesInAll, tables.numFilters(), plainInAll));
+  printTable(out, rows, 2);
+}
+
+/// Bits of the entries with labels and of those without, of one ACL or several.
+struct Bits {
+  uint64_t labels = 0;
+  uint64_t plain = 0;
+  size_t acls = 0;
+
+  void add(Bits const& other) {
+    NaxelTool::add(labels, other.labels);
+    NaxelTool::add(plain, other.plain);
+    acls += other.acls;
+  }
+};
+
+Row bitsRow(std::string name, std::string family, std::string key, Bits const& bits) {
+  bool const known = bits.plain && bits.plain != most;
+  return {std::move(name),
+          std::move(family),
+          std::move(key),
+          countText(bits.labels),
+          countText(bits.plain),
+          known
+              ? fixed(100.0 * static_cast<double>(bits.labels) / static_cast<double>(bits.plain), 1)
+              : "-"};
+}
+
+void printBits(std::ostream& out, Session const& session, CrossProduct& plain) {
+  std::vector<Row> rows = {{"TCAM bits", "family", "key", "bits", "cross product", "percent"}};
+  KeyBits const keyBits(session.data(), session.capability());
+  std::map<Lumox::AddressFamily, Bits> sums;
+  for (auto const& [name, acl] : session.acls()->acl()) {
+    Lumox::AddressFamily const af = acl->af().value_or(Lumox::ipv4());
+    Bits bits;
+    bits.acls = 1;
+    unsigned key = 0;
+    if (auto const table = session.data().pdAclColl()->pdAcl({af, name})) {
+      key = keyBits.of(*table);
+      bits.labels = uint64_t{key} * table->numFilters();
+    }
+    if (__builtin_mul_overflow(plain.entries(*acl), uint64_t{plainKeyBits(af)}, &bits.plain))
+      bits.plain = most;
+    rows.push_back(bitsRow(name, Mox::stringValue(af), std::to_string(key), bits));
+    sums[af].add(bits);
+  }
+  Bits all;
+  for (auto const& [af, sum] : sums) {
+    // The sum over a single ACL stands there already.
+    if (sums.size() > 1 && sum.acls > 1)
+      rows.push_back(bitsRow("all", Mox::stringValue(af), "", sum));
+    all.add(sum);
+  }
+  if (all.acls > 1) rows.push_back(bitsRow("all", "", "", all));
   printTable(out, rows, 2);
 }
 
@@ -71,7 +134,10 @@ void printStages(std::ostream& out, Session const& session) {
 }  // namespace
 
 void printSummary(std::ostream& out, Session const& session) {
-  printAcls(out, session);
+  CrossProduct plain;
+  printAcls(out, session, plain);
+  out << '\n';
+  printBits(out, session, plain);
   out << '\n';
   printLabels(out, session);
   out << '\n';

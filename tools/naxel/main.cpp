@@ -2,6 +2,7 @@
 /// what came out.
 
 #include "Classify.h"
+#include "GenerateCommand.h"
 #include "InputFile.h"
 #include "OutputFile.h"
 #include "RuleFiles.h"
@@ -163,6 +164,7 @@ ExitCode runCommandLine(int argc, char** argv) {
   Compile compile;
   Verification verification;
   Classification classification;
+  Generation generation;
 
   CLI::App* const compileCommand =
       app.add_subcommand("compile", "Compile rules; print a summary or the tables");
@@ -189,11 +191,16 @@ ExitCode runCommandLine(int argc, char** argv) {
   addCommon(*classifyCommand, common);
   addPacket(*classifyCommand, classification);
 
+  CLI::App* const generateCommand =
+      app.add_subcommand("gen", "Make up a rule file that resembles those in use");
+  addGeneration(*generateCommand, generation);
+
   try {
     app.parse(argc, argv);
   } catch (CLI::ParseError const& e) {
     return app.exit(e) == 0 ? ExitCode::success : ExitCode::badInput;
   }
+  if (*generateCommand) return run(generation);
   if (*compileCommand) return run(common, compile);
   return *verifyCommand ? run(common, verification) : run(common, classification);
 }
