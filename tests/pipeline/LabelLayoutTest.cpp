@@ -1,7 +1,9 @@
 /// Which label gets which value: the counter of pairs against the merger, the arrangements one by
-/// one, and what they come to on whole encoders.
+/// one, and what they come to in whole encoders.
 
+#include "naxel/encoder/LabelExchange.h"
 #include "naxel/encoder/LabelLayout.h"
+#include "naxel/encoder/LabelPairing.h"
 #include "naxel/encoder/Mergers.h"
 #include "support/LabelSets.h"
 
@@ -12,6 +14,7 @@
 #include <gtest/gtest.h>
 
 using namespace Naxel;
+using Test::encodedCost;
 using Test::EncodedCost;
 using Test::LabelSets;
 using Test::mixed;
@@ -102,7 +105,9 @@ TEST(LabelArrangement, EveryWayGivesEachLabelOnePlaceAndAPriceNoLessThanTheLeast
     Group const made = randomGroup(random, 2 + random.below(6));
     LabelGroup const group = made.get();
     LabelSplit const split(group);
-    for (LabelOrder order : {split.order(), splitOrder(group, split), joinOrder(group, split)}) {
+    uint64_t steps = 0;
+    for (LabelOrder order : {split.order(), splitOrder(group, split), joinOrder(group, split),
+                             *pairOrder(group, split.order(), 1'000'000, steps)}) {
       EXPECT_GE(priceOf(group, order, counter), leastPriceOf(group));
       std::sort(order.begin(), order.end());
       for (uint32_t i = 0; i < group.labels(); ++i) ASSERT_EQ(order.at(i), i) << round;
@@ -111,30 +116,98 @@ TEST(LabelArrangement, EveryWayGivesEachLabelOnePlaceAndAPriceNoLessThanTheLeast
   }
 }
 
-TEST(LabelLayout, ReachesTheLeastCostOnNestedSetsAndLessThanAscendingOnOthers) {
+TEST(LabelArrangement, WorkedExamples) {
+  enum Label : uint16_t { a, b, c, d, e, f, g, h };
+  struct Case {
+    std::vector<std::vector<uint16_t>> shares;
+    uint64_t ascending, split, join, pair;
+  };
+  Case const cases[] = {{{{b, c, e, h}, {c, e}}, 6, 2, 2, 2},
+                        {{{a, d}, {b, c}}, 4, 2, 2, 2},
+                        {{{a, b, c, d, e}, {f, g, h}}, 4, 4, 4, 4},
+                        {{{a, d, f, g, h}, {b, c, e}}, 7, 4, 4, 4},
+                        {{{b, c, d, e}, {b, c, e, h}, {a, d, f, g}}, 11, 7, 7, 4}};
+  for (Case const& example : cases) {
+    Group made;
+    for (uint16_t v = 8; v < 16; ++v) made.values.push_back(v);
+    for (auto const& share : example.shares) made.add(share, 1);
+    LabelGroup const group = made.get();
+    LabelSplit const split(group);
+    PairCounter counter(4);
+    LabelOrder const ascending = {a, b, c, d, e, f, g, h};
+    uint64_t steps = 0;
+    auto const price = [&](LabelOrder const& order) { return priceOf(group, order, counter); };
+    SCOPED_TRACE(testing::PrintToString(example.shares));
+    EXPECT_EQ(price(ascending), example.ascending);
+    EXPECT_EQ(price(splitOrder(group, split)), example.split);
+    EXPECT_EQ(price(joinOrder(group, split)), example.join);
+    EXPECT_EQ(price(*pairOrder(group, ascending, 10'000, steps)), example.pair);
+    EXPECT_FALSE(pairOrder(group, ascending, 1, steps)) << "more steps than allowed";
+  }
+}
+
+TEST(LabelExchange, MovesLabelsOfOtherBlocksTogether) {
+  // Labels 0-3 belong to one set, 4-7 to another; the third set has 1 and 6.
+  std::vector<uint32_t> const owner = {0, 0, 0, 0, 1, 1, 1, 1};
+  PairCounter counter(3);
+  LabelExchange exchange(owner, counter);
+  exchange.add(2, std::vector<uint16_t>{1, 6}, {}, 5);
+  std::vector<uint16_t> values = {0, 1, 2, 3, 4, 5, 6, 7};
+  EXPECT_EQ(exchange.priceOf(values), 10u);
+  EXPECT_EQ(exchange.improve(values, 1000), 5u);
+  EXPECT_EQ(values[1] ^ values[6], 4) << "differ in the bit of the blocks alone";
+  EXPECT_EQ(exchange.improve(values, 1000), exchange.leastPrice());
+}
+
+TEST(LabelLayout, KeepsLabelsInTheirBlocksAndIsNeverAboveAscendingOrder) {
+  SmallRandom random(3);
+  for (int round = 0; round < 150; ++round) {
+    uint32_t const width = 5 + random.below(4);
+    LabelSets const sets =
+        round % 3 == 0   ? sharingSets(round, 3 + random.below(9), 2 + random.below(9), 24)
+        : round % 3 == 1 ? portSets(round, 3 + random.below(5), 2, 30000)
+                         : mixed(nestedSets(round, 12, 200, 3), sharingSets(round, 5, 3, 9));
+    uint32_t labels = 0;
+    for (auto const& set : sets.sets) labels = std::max(labels, set.labels.back());
+    if (labels >= 1u << width) continue;
+    // The cost model and the blocks are those of the allocator, which it compares in turn.
+    EncodedCost const cost = encodedCost(sets, width);
+    EXPECT_LE(cost.reached, cost.ascending) << round;
+    EXPECT_EQ(encodedCost(sets, width).reached, cost.reached) << round;
+  }
+}
+
+TEST(LabelLayout, ReachesTheLeastCostOfNestedSets) {
+  for (LabelSets const& sets :
+       {nestedSets(1, 300, 5000, 5), nestedSets(2, 500, 20000, 1), nestedSets(3, 1000, 20000, 40),
+        mixed(nestedSets(4, 200, 900, 3), nestedSets(5, 200, 900, 9))}) {
+    EncodedCost const cost = encodedCost(sets, 16);
+    EXPECT_LT(cost.reached, cost.ascending);
+    EXPECT_LE(cost.reached * 100, cost.least * 101);
+  }
+}
+
+TEST(LabelLayout, SetsThatCrossCostLessThanInAscendingOrJoinedOrder) {
   struct Case {
     char const* name;
     LabelSets sets;
     uint32_t width;
-    uint32_t most;  // reached, in percent of the least
+    uint32_t most;  // reached, in percent of the cheaper of the other two
   };
   Case const cases[] = {
-      {"nested, many parts", nestedSets(1, 300, 5000, 5), 16, 101},
-      {"nested, deep", nestedSets(2, 500, 20000, 1), 16, 101},
-      {"nested, wide", nestedSets(3, 1000, 20000, 40), 16, 101},
-      {"16 lists share 250 of 1000 prefixes", sharingSets(4, 16, 250, 1000), 16, 950},
-      {"40 lists share 40 of 300 prefixes", sharingSets(6, 40, 40, 300), 16, 600},
-      {"300 lists share 6 of 150 prefixes", sharingSets(7, 300, 6, 150), 16, 240},
-      {"8 lists share 20 of 60 prefixes", sharingSets(8, 8, 20, 60), 16, 220},
-      {"150 lists of 4 port ranges", portSets(10, 150, 4, 2000), 12, 460},
-      {"60 lists of 3 long port ranges", portSets(12, 60, 3, 30000), 12, 245},
+      {"16 lists share 250 of 1000 prefixes", sharingSets(4, 16, 250, 1000), 16, 72},
+      {"40 lists share 40 of 300 prefixes", sharingSets(6, 40, 40, 300), 16, 88},
+      {"300 lists share 6 of 150 prefixes", sharingSets(71, 300, 6, 150), 16, 97},
+      {"8 lists share 20 of 60 prefixes", sharingSets(8, 8, 20, 60), 16, 82},
+      {"40 lists of 4 port ranges", portSets(9, 40, 4, 8000), 12, 88},
+      {"150 lists of 4 port ranges", portSets(10, 150, 4, 2000), 12, 86},
+      {"60 lists of 3 long port ranges", portSets(12, 60, 3, 30000), 12, 86},
       {"nested beside sharing", mixed(nestedSets(13, 300, 5000, 5), sharingSets(14, 30, 40, 300)),
-       16, 190}};
+       16, 94}};
   for (Case const& c : cases) {
-    SCOPED_TRACE(c.name);
     EncodedCost const cost = encodedCost(c.sets, c.width);
-    EXPECT_GE(cost.reached, cost.least);
-    EXPECT_LT(cost.reached, cost.ascending);
-    EXPECT_LE(cost.reached * 100, cost.least * c.most);
+    EXPECT_LE(cost.reached * 100, std::min(cost.ascending, cost.joined) * c.most)
+        << c.name << ": least " << cost.least << ", ascending " << cost.ascending << ", joined "
+        << cost.joined << ", reached " << cost.reached;
   }
 }

@@ -2,6 +2,7 @@
 
 #include "naxel/encoder/CostModel.h"
 #include "naxel/encoder/EncodedLabelAllocator.h"
+#include "naxel/encoder/LabelArrangement.h"
 #include "naxel/encoder/Mergers.h"
 
 #include <algorithm>
@@ -32,14 +33,86 @@ LabelSets labelled(std::vector<Pieces> const& lists, SmallRandom& random) {
   return out;
 }
 
-uint32_t pairs(uint32_t bitWidth, EncodedLabelRangeList const& ranges) {
-  auto const in = Mox::makePtr<EncodedLabelWithMaskList>(ranges.key());
+uint32_t pairs(uint32_t bitWidth, std::vector<EncodedLabelRange> const& ranges) {
+  auto const in = Mox::makePtr<EncodedLabelWithMaskList>(GenSetKey(1));
   RangeMerger merger(bitWidth, in);
-  for (auto const& r : ranges.encLabelRange())
-    merger.doMergeRange(r.start().value(), r.end().value());
-  auto const out = Mox::makePtr<EncodedLabelWithMaskList>(ranges.key());
+  for (auto const& r : ranges) merger.doMergeRange(r.start().value(), r.end().value());
+  auto const out = Mox::makePtr<EncodedLabelWithMaskList>(GenSetKey(1));
   LabelMerger const joined(bitWidth, in, out);
   return static_cast<uint32_t>(out->encLabelAndMask().size());
+}
+
+EncodedLabelRange single(uint32_t value) {
+  EncodedLabel const e(static_cast<uint16_t>(value));
+  return {e, e};
+}
+
+/// One set on its way: which labels it brings, their values and its blocks.
+struct PlacedSet {
+  LabelSets::Set const* set;
+  Pieces fresh;
+  std::vector<uint16_t> values;  // of the fresh labels, ascending
+  std::vector<EncodedLabelRange> blocks;
+};
+using Values = std::map<uint32_t, uint32_t>;  // of the labels
+
+std::vector<PlacedSet> placedSets(LabelSets const& sets, GenSetCostModel const& model,
+                                  EncodedLabelAllocStatus const& alloc, Values const& values) {
+  std::vector<PlacedSet> out;
+  std::set<uint32_t> seen;
+  for (GenSetKey key : model.visitOrder()) {
+    PlacedSet p{&sets.sets[key.value() - 1], {}, {}, {}};
+    std::set<uint32_t> old;
+    for (uint32_t label : p.set->labels)
+      if (seen.insert(label).second) {
+        p.fresh.push_back(label);
+        p.values.push_back(static_cast<uint16_t>(values.at(label)));
+      } else {
+        old.insert(values.at(label));
+      }
+    std::sort(p.values.begin(), p.values.end());
+    for (auto const& range : (*alloc.keyToEncLabelList().get(key))->encLabelRange())
+      if (!old.contains(range.start().value())) p.blocks.push_back(range);
+    out.push_back(std::move(p));
+  }
+  return out;
+}
+
+/// The labels of a set against those of all sets after it, as LabelLayout sees them.
+LabelOrder joinedOrder(std::vector<PlacedSet> const& sets, size_t at) {
+  Pieces const& fresh = sets[at].fresh;
+  std::vector<LabelShare> shares;
+  std::vector<uint16_t> members;
+  for (size_t later = at + 1; later < sets.size(); ++later) {
+    auto const begin = static_cast<uint32_t>(members.size());
+    for (uint32_t label : sets[later].set->labels)
+      if (auto const i = std::lower_bound(fresh.begin(), fresh.end(), label);
+          i != fresh.end() && *i == label)
+        members.push_back(static_cast<uint16_t>(i - fresh.begin()));
+    auto const size = static_cast<uint32_t>(members.size()) - begin;
+    if (size > 1 && size < fresh.size())
+      shares.push_back({begin, size, sets[later].set->uses});
+    else
+      members.resize(begin);
+  }
+  LabelGroup const group{sets[at].values, shares, members};
+  return joinOrder(group, LabelSplit(group));
+}
+
+uint64_t costOf(std::vector<PlacedSet> const& sets, Values const& values, uint32_t bitWidth) {
+  uint64_t cost = 0;
+  std::map<Pieces, uint32_t> pairsOf;
+  for (PlacedSet const& p : sets) {
+    auto const [same, first] = pairsOf.try_emplace(p.set->labels);
+    if (first) {
+      std::vector<EncodedLabelRange> ranges = p.blocks;
+      for (uint32_t label : p.set->labels)
+        if (!std::ranges::binary_search(p.fresh, label)) ranges.push_back(single(values.at(label)));
+      same->second = pairs(bitWidth, ranges);
+    }
+    cost += uint64_t{p.set->uses} * same->second;
+  }
+  return cost;
 }
 
 }  // namespace
@@ -135,42 +208,30 @@ EncodedCost encodedCost(LabelSets const& sets, uint32_t bitWidth) {
   auto const status = encoderStatusFactory();
   auto const alloc = Mox::makePtr<EncodedLabelAllocStatus>();
   EncodedLabelAllocator const allocator(bitWidth, config, model, status, alloc, 1);
+  Values reached;
+  for (auto const& [plain, encoded] : status->plainToEncodedLabel())
+    reached[plain.value()] = encoded.value();
+  std::vector<PlacedSet> const placed = placedSets(sets, *model, *alloc, reached);
+  Values ascending;
+  Values joined;
   EncodedCost cost;
-  std::map<uint32_t, uint32_t> ascending;  // value of each label
-  std::map<std::vector<uint32_t>, std::pair<uint32_t, uint32_t>> pairsOf;
-  for (GenSetKey key : model->visitOrder()) {
-    auto const& set = sets.sets[key.value() - 1];
-    auto const valueOf = [&](uint32_t label) {
-      return uint32_t{status->plainToEncodedLabel().get(PlainLabel(label))->value()};
-    };
-    EncodedLabelRangeList plain(key);
-    std::vector<uint32_t> fresh;
-    std::vector<uint32_t> values;
-    std::set<uint32_t> placed;
-    for (uint32_t label : set.labels)
-      if (auto const found = ascending.find(label); found != ascending.end()) {
-        EncodedLabel const value(static_cast<uint16_t>(found->second));
-        plain.encLabelRangeIs({value, value});
-        placed.insert(valueOf(label));
-      } else {
-        fresh.push_back(label);
-        values.push_back(valueOf(label));
-      }
-    std::sort(values.begin(), values.end());
-    for (size_t i = 0; i < fresh.size(); ++i) ascending[fresh[i]] = values[i];
-    auto const& ranges = *alloc->keyToEncLabelList().get(key);
-    for (auto const& range : ranges->encLabelRange())
-      if (!placed.contains(range.start().value())) plain.encLabelRangeIs(range);
-    auto const [same, first] = pairsOf.try_emplace(set.labels);
-    if (first) same->second = {pairs(bitWidth, plain), pairs(bitWidth, *ranges)};
-    cost.ascending += uint64_t{set.uses} * same->second.first;
-    cost.reached += uint64_t{set.uses} * same->second.second;
-    auto const old = static_cast<uint32_t>(placed.size());
-    uint32_t const filled = fresh.empty() ? 0 : std::bit_ceil(static_cast<uint32_t>(fresh.size()));
+  for (size_t i = 0; i < placed.size(); ++i) {
+    PlacedSet const& p = placed[i];
+    LabelOrder const order = joinedOrder(placed, i);
+    for (size_t k = 0; k < p.fresh.size(); ++k) {
+      ascending[p.fresh[k]] = p.values[k];
+      joined[p.fresh[order[k]]] = p.values[k];
+    }
+    auto const fresh = static_cast<uint32_t>(p.fresh.size());
+    auto const old = static_cast<uint32_t>(p.set->labels.size()) - fresh;
+    uint32_t const filled = fresh ? std::bit_ceil(fresh) : 0;
     cost.least +=
-        uint64_t{set.uses} * static_cast<uint32_t>(std::min(std::popcount(old) + !fresh.empty(),
-                                                            std::popcount(old + filled)));
+        uint64_t{p.set->uses} * static_cast<uint32_t>(std::min(std::popcount(old) + (fresh > 0),
+                                                               std::popcount(old + filled)));
   }
+  cost.ascending = costOf(placed, ascending, bitWidth);
+  cost.joined = costOf(placed, joined, bitWidth);
+  cost.reached = costOf(placed, reached, bitWidth);
   return cost;
 }
 

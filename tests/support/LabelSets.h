@@ -50,7 +50,8 @@ LabelSets mixed(LabelSets const& a, LabelSets const& b);
 
 /// What encoding costs: the sum over all sets of uses times value/mask pairs.
 struct EncodedCost {
-  uint64_t ascending = 0;  // were the labels handed out in ascending order
+  uint64_t ascending = 0;  // were the new labels of each set handed out in ascending order
+  uint64_t joined = 0;     // or as joinOrder has them
   uint64_t reached = 0;
   /// The sum of least costs: a set of whose labels `placed` stand already and `fresh` are new takes
   /// a pair for each binary one of `placed` and one more for the block of the new ones, or a pair

@@ -7,15 +7,18 @@
 
 namespace Naxel {
 
-uint64_t priceOf(LabelGroup const& group, LabelOrder const& order, PairCounter& counter) {
+uint64_t priceOf(LabelGroup const& group, LabelOrder const& order, PairCounter& counter,
+                 uint64_t enough) {
   std::vector<uint16_t> valueOf(order.size());
   for (size_t i = 0; i < order.size(); ++i) valueOf[order[i]] = group.values[i];
   std::vector<uint16_t> values;
-  uint64_t price = 0;
+  uint64_t price = leastPriceOf(group);
   for (LabelShare const& share : group.shares) {
+    if (price >= enough) break;
     values.clear();
     for (uint16_t label : group.of(share)) values.push_back(valueOf[label]);
-    price += share.weight * counter.count(values);
+    uint32_t const least = static_cast<uint32_t>(std::popcount(share.size));
+    price += share.weight * (counter.count(values) - least);
   }
   return price;
 }

@@ -33,9 +33,9 @@ struct LabelGroup {
 /// The labels in the order in which they get the values.
 using LabelOrder = std::vector<uint16_t>;
 
-/// The sum over all shares of weight times pairs.
+/// The sum over all shares of weight times pairs; at least `enough`, if it is known not to be less.
 NAXEL_EXPORT uint64_t priceOf(LabelGroup const& group, LabelOrder const& order,
-                              PairCounter& counter);
+                              PairCounter& counter, uint64_t enough = ~uint64_t{0});
 /// What no order can go below: pairs do not overlap and match a power of two of values each, so n
 /// values take as many as n has binary ones.
 NAXEL_EXPORT uint64_t leastPriceOf(LabelGroup const& group);

@@ -66,7 +66,7 @@ uint64_t LabelExchange::improve(std::vector<uint16_t>& values, uint64_t maxSteps
   for (bool improved = true; improved && !exhausted();) {
     improved = false;
     for (uint32_t s = 0; s < sets_.size() && !exhausted(); ++s)
-      while (sets_[s].pairs > sets_[s].least && improveSet(s, values)) improved = true;
+      if (sets_[s].pairs > sets_[s].least && improveSet(s, values)) improved = true;
   }
   price = 0;
   for (Set const& set : sets_) price += set.weight * set.pairs;
@@ -74,28 +74,41 @@ uint64_t LabelExchange::improve(std::vector<uint16_t>& values, uint64_t maxSteps
 }
 
 bool LabelExchange::improveSet(uint32_t set, std::vector<uint16_t>& values) {
-  auto const found = counter_.merge(valuesOf(set, values), blocksOf(set));
-  std::vector<PairCounter::Pair> pairs(found.begin(), found.end());
-  std::sort(pairs.begin(), pairs.end(), [](auto const& a, auto const& b) {
-    return a.stars != b.stars ? a.stars < b.stars : a.lowest < b.lowest;
-  });
-  uint32_t const end = static_cast<uint32_t>(labelAt_.size());
-  for (auto const& moved : pairs) {
-    uint32_t const label = labelAt_[moved.lowest];
-    if (label == noLabel || owner_[label] == sets_[set].owned) continue;
-    auto const same = std::partition_point(pairs.begin(), pairs.end(),
-                                           [&](auto const& p) { return p.stars < moved.stars; });
-    for (auto fixed = same; fixed != pairs.end() && fixed->stars == moved.stars; ++fixed) {
-      if (fixed->lowest == moved.lowest) continue;
-      if (++steps_; exhausted()) return false;
-      for (uint32_t bit = 1; bit < end; bit <<= 1) {
-        if (moved.stars & bit) continue;
-        auto const place = static_cast<uint16_t>(fixed->lowest ^ bit);
-        uint32_t const other = labelAt_[place];
-        if (other == noLabel || owner_[other] != owner_[label]) continue;
-        if (tryExchange(set, moved, static_cast<uint16_t>(place ^ moved.lowest), values))
-          return true;
-      }
+  std::vector<PairCounter::Pair> pairs;
+  auto const refresh = [&] {
+    auto const found = counter_.merge(valuesOf(set, values), blocksOf(set));
+    pairs.assign(found.begin(), found.end());
+    std::sort(pairs.begin(), pairs.end(), [](auto const& a, auto const& b) {
+      return a.stars != b.stars ? a.stars < b.stars : a.lowest < b.lowest;
+    });
+  };
+  refresh();
+  bool improved = false;
+  for (size_t i = 0; i < pairs.size() && !exhausted(); ++i) {
+    if (!improvePair(set, pairs[i], pairs, values)) continue;
+    improved = true;
+    if (sets_[set].pairs == sets_[set].least) break;
+    refresh();
+  }
+  return improved;
+}
+
+bool LabelExchange::improvePair(uint32_t set, PairCounter::Pair moved,
+                                std::span<PairCounter::Pair const> pairs,
+                                std::vector<uint16_t>& values) {
+  uint32_t const label = labelAt_[moved.lowest];
+  if (label == noLabel || owner_[label] == sets_[set].owned) return false;
+  auto const fewerStars = [](auto const& a, auto const& b) { return a.stars < b.stars; };
+  auto const [from, to] = std::equal_range(pairs.begin(), pairs.end(), moved, fewerStars);
+  for (auto const& fixed : std::span(from, to)) {
+    if (fixed.lowest == moved.lowest) continue;
+    if (++steps_; exhausted()) return false;
+    for (uint32_t bit = 1; bit < labelAt_.size(); bit <<= 1) {
+      if (moved.stars & bit) continue;
+      auto const place = static_cast<uint16_t>(fixed.lowest ^ bit);
+      uint32_t const other = labelAt_[place];
+      if (other == noLabel || owner_[other] != owner_[label]) continue;
+      if (tryExchange(set, moved, static_cast<uint16_t>(place ^ moved.lowest), values)) return true;
     }
   }
   return false;
@@ -125,29 +138,32 @@ void LabelExchange::exchange(std::vector<uint16_t>& values) {
 bool LabelExchange::tryExchange(uint32_t set, PairCounter::Pair pair, uint16_t difference,
                                 std::vector<uint16_t>& values) {
   if (!collectExchange(pair, difference)) return false;
-  // What can still be gained bounds what may be lost.
   ++trial_;
   affected_.clear();
-  uint64_t gain = 0;
   auto const affect = [&](uint32_t s) {
     if (seen_[s] == trial_) return;
     seen_[s] = trial_;
     affected_.push_back(s);
-    gain += sets_[s].weight * (sets_[s].pairs - sets_[s].least);
   };
   affect(set);
   for (auto const& [a, b] : moves_)
     for (uint32_t label : {uint32_t{a}, uint32_t{b}})
       for (uint32_t i = setsOfFrom_[label]; i < setsOfFrom_[label + 1]; ++i) affect(setsOf_[i]);
   steps_ += affected_.size() + moves_.size();
+  // Of a set that is not yet counted one pair is hoped for; without hope the trial ends.
+  auto const hope = [&](Set const& s) {
+    return s.pairs > s.least ? static_cast<int64_t>(s.weight) : int64_t{0};
+  };
+  int64_t gain = 0;
+  for (uint32_t s : affected_) gain += hope(sets_[s]);
   exchange(values);
-  uint64_t loss = 0;
   newPairs_.clear();
   for (uint32_t s : affected_) {
+    Set const& old = sets_[s];
     newPairs_.push_back(counter_.count(valuesOf(s, values), blocksOf(s)));
-    loss += sets_[s].weight * (newPairs_.back() - sets_[s].least);
-    bool const worse = newPairs_.size() == 1 && newPairs_[0] >= sets_[s].pairs;
-    if (worse || loss >= gain) {
+    gain += static_cast<int64_t>(old.weight) * (int64_t{old.pairs} - newPairs_.back()) - hope(old);
+    bool const worse = newPairs_.size() == 1 && newPairs_[0] >= old.pairs;
+    if (worse || gain <= 0) {
       exchange(values);
       return false;
     }

@@ -57,6 +57,8 @@ class NAXEL_EXPORT LabelExchange {
   std::span<uint16_t const> valuesOf(size_t set, std::span<uint16_t const> values);
   void indexSets();
   bool improveSet(uint32_t set, std::vector<uint16_t>& values);
+  bool improvePair(uint32_t set, PairCounter::Pair moved, std::span<PairCounter::Pair const> pairs,
+                   std::vector<uint16_t>& values);
   bool tryExchange(uint32_t set, PairCounter::Pair pair, uint16_t difference,
                    std::vector<uint16_t>& values);
   bool collectExchange(PairCounter::Pair pair, uint16_t difference);

@@ -15,11 +15,14 @@ namespace {
 /// How many labels of shares are looked at at all. Beyond that the costliest sets decide alone.
 constexpr size_t maxMembers = size_t{1} << 22;
 
-/// Bounds of the searches, which take some nanoseconds per step.
-constexpr uint64_t maxPairingSteps = 2'000'000;
-constexpr uint64_t maxExchangeSteps = 2'000'000;
+/// Bounds of the searches, which take some nanoseconds per step: so many steps, and so many more for
+/// each label of each set.
+constexpr uint64_t searchSteps = 1'000'000;
+constexpr uint64_t searchStepsPerLabel = 8;
 
 }  // namespace
+
+uint64_t LabelLayout::maxSteps() const { return searchSteps + searchStepsPerLabel * setLabels_; }
 
 LabelLayout::LabelLayout(std::vector<Set> sets, uint32_t labelEnd, uint32_t bitWidth)
     : sets_(std::move(sets)), owner_(labelEnd, noOwner), number_(labelEnd), counter_(bitWidth) {
@@ -145,7 +148,7 @@ LabelOrder LabelLayout::bestOrder(LabelGroup const& group) {
   uint64_t const least = leastPriceOf(group);
   uint64_t price = priceOf(group, best, counter_);
   auto const consider = [&](LabelOrder order) {
-    uint64_t const other = priceOf(group, order, counter_);
+    uint64_t const other = priceOf(group, order, counter_, price);
     if (other >= price) return;
     price = other;
     best = std::move(order);
@@ -158,13 +161,13 @@ LabelOrder LabelLayout::bestOrder(LabelGroup const& group) {
   consider(splitOrder(group, split));
   if (price == least) return best;
   for (LabelOrder const* base : {&ascending, &split.order()})
-    if (searchSteps_ < maxPairingSteps)
-      if (auto order = pairOrder(group, *base, maxPairingSteps - searchSteps_, searchSteps_))
+    if (pairingSteps_ < maxSteps())
+      if (auto order = pairOrder(group, *base, maxSteps() - pairingSteps_, pairingSteps_))
         consider(std::move(*order));
   return best;
 }
 
-std::vector<uint32_t> LabelLayout::differentSets() const {
+std::vector<uint32_t> LabelLayout::firstOfEqualSets() const {
   std::vector<std::pair<uint64_t, uint32_t>> hashed;
   for (uint32_t i = 0; i < sets_.size(); ++i) {
     if (sets_[i].labels.size() < 2) continue;
@@ -186,7 +189,7 @@ std::vector<uint32_t> LabelLayout::differentSets() const {
 void LabelLayout::finish() {
   MOX_ASSERT(blocksFrom_.size() == sets_.size() + 1);
   if (setLabels_ > maxMembers) return;
-  std::vector<uint32_t> const first = differentSets();
+  std::vector<uint32_t> const first = firstOfEqualSets();
   std::vector<uint64_t> weight(sets_.size(), 0);
   for (size_t i = 0; i < sets_.size(); ++i) weight[first[i]] += sets_[i].uses;
   std::vector<uint32_t> owner(values_.size());
@@ -207,7 +210,7 @@ void LabelLayout::finish() {
   uint64_t const price = exchange.priceOf(values_);
   if (price == exchange.leastPrice()) return;
   if (exchange.priceOf(ascending_) <= price) values_ = ascending_;
-  exchange.improve(values_, maxExchangeSteps);
+  exchange.improve(values_, maxSteps());
 }
 
 }  // namespace Naxel

@@ -51,7 +51,9 @@ class NAXEL_EXPORT LabelLayout {
   void collectShares();
   std::span<LabelShare const> sharesOf(size_t set);
   LabelOrder bestOrder(LabelGroup const& group);
-  std::vector<uint32_t> differentSets() const;
+  /// For each set the first one of the same labels.
+  std::vector<uint32_t> firstOfEqualSets() const;
+  uint64_t maxSteps() const;
 
   static constexpr uint32_t noOwner = ~uint32_t{0};
 
@@ -68,7 +70,7 @@ class NAXEL_EXPORT LabelLayout {
   std::vector<uint16_t> ascending_;        // values of the labels if handed out in ascending order
   std::vector<uint16_t> values_;           // of the labels
   PairCounter counter_;
-  uint64_t searchSteps_ = 0;
+  uint64_t pairingSteps_ = 0;
 };
 
 }  // namespace Naxel

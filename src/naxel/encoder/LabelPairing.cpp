@@ -9,7 +9,7 @@ namespace {
 
 constexpr uint32_t widestWindow = 128;
 constexpr uint32_t narrowestWindow = 16;
-constexpr uint32_t maxTurns = 16;
+constexpr uint32_t maxTurns = 64;
 
 /// A pair of a share: the run in which it is, its lowest place there, and the bits that it ignores.
 struct Item {

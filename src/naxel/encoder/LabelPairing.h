@@ -10,8 +10,8 @@
 /// pairs within the run, but which of them meet a partner; so the saving is counted for each of the
 /// first turns.
 ///
-/// Example. Shares {a, c} and {b, d}, labels a b c d: side by side a and c save one pair, b and d
-/// one, all others none. The runs are ac and bd, and each share is one pair.
+/// Example. Shares {a, d} and {b, c} of the labels a b c d: side by side a and d save one pair, b and
+/// c one, all others none. The runs are ad and bc, and each share is one pair.
 ///
 /// Bounds. Partners are sought in windows of the order that is given, 16 to 128 labels wide as the
 /// number of steps allows, so the work is linear in the labels and for each share quadratic in its
