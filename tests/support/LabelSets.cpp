@@ -232,6 +232,7 @@ EncodedCost encodedCost(LabelSets const& sets, uint32_t bitWidth) {
   cost.ascending = costOf(placed, ascending, bitWidth);
   cost.joined = costOf(placed, joined, bitWidth);
   cost.reached = costOf(placed, reached, bitWidth);
+  cost.values = std::move(reached);
   return cost;
 }
 

@@ -7,6 +7,7 @@
 #include "naxel/genset/GenSet.h"
 
 #include <cstdint>
+#include <map>
 #include <vector>
 
 namespace Test {
@@ -57,6 +58,7 @@ struct EncodedCost {
   /// a pair for each binary one of `placed` and one more for the block of the new ones, or a pair
   /// for each binary one of both together, the new ones rounded up to a power of two.
   uint64_t least = 0;
+  std::map<uint32_t, uint32_t> values;  // of the labels, as they were reached
 };
 EncodedCost encodedCost(LabelSets const& sets, uint32_t bitWidth);
 

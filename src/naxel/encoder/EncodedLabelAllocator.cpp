@@ -123,6 +123,7 @@ void EncodedLabelAllocator::doAllocateLabels(size_t place, uint32_t allocLabelCn
   if (allocLabelCnt > 0) blocks = allocateBlocks(key, allocLabelCnt);
   layout.place(place, blocks);
   std::vector<EncodedLabelRange> ranges;
+  ranges.reserve(blocks.size());
   for (Block const& b : blocks)
     ranges.emplace_back(EncodedLabel(static_cast<uint16_t>(b.start)),
                         EncodedLabel(static_cast<uint16_t>(b.end)));
@@ -131,10 +132,13 @@ void EncodedLabelAllocator::doAllocateLabels(size_t place, uint32_t allocLabelCn
 
 void EncodedLabelAllocator::addPlacedLabels(size_t place, LabelLayout const& layout) {
   GenSetKey const key = costModel_->visitOrder()[place];
+  auto const& labels =
+      encoderConfig_->xformStatus()->plainLabelListMap()->plainLabelList(key)->label();
+  if (layout.newLabels(place) == labels.size()) return;
   EncodedLabelRangeList& rangeList = encLabelAllocStatus_->keyToEncLabelListIs(key);
   std::vector<EncodedLabelRange> ranges = rangeList.encLabelRange().items();
-  for (PlainLabel l :
-       encoderConfig_->xformStatus()->plainLabelListMap()->plainLabelList(key)->label())
+  ranges.reserve(ranges.size() + labels.size());
+  for (PlainLabel l : labels)
     if (layout.ownerOf(l) != place) {
       EncodedLabel const e(layout.valueOf(l));
       ranges.emplace_back(e, e);

@@ -13,12 +13,12 @@ namespace Naxel {
 namespace {
 
 /// How many labels of shares are looked at at all. Beyond that the costliest sets decide alone.
-constexpr size_t maxMembers = size_t{1} << 22;
+constexpr size_t maxMembers = size_t{1} << 21;
 
 /// Bounds of the searches, which take some nanoseconds per step: so many steps, and so many more for
 /// each label of each set.
 constexpr uint64_t searchSteps = 1'000'000;
-constexpr uint64_t searchStepsPerLabel = 8;
+constexpr uint64_t searchStepsPerLabel = 4;
 
 }  // namespace
 
