@@ -7,7 +7,7 @@ namespace Naxel {
 
 namespace {
 
-constexpr uint32_t widestWindow = 128;
+constexpr uint32_t widestWindow = 256;
 constexpr uint32_t narrowestWindow = 16;
 constexpr uint32_t maxTurns = 64;
 

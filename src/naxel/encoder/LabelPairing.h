@@ -13,7 +13,7 @@
 /// Example. Shares {a, d} and {b, c} of the labels a b c d: side by side a and d save one pair, b and
 /// c one, all others none. The runs are ad and bc, and each share is one pair.
 ///
-/// Bounds. Partners are sought in windows of the order that is given, 16 to 128 labels wide as the
+/// Bounds. Partners are sought in windows of the order that is given, 16 to 256 labels wide as the
 /// number of steps allows, so the work is linear in the labels and for each share quadratic in its
 /// pairs in one window.
 
