@@ -102,15 +102,18 @@ void EncodedLabelAllocator::handleInitialized() {
     sets.push_back({lists.plainLabelList(costModel_->visitOrder()[i])->label().items(),
                     costModel_->visitUses()[i]});
   LabelLayout layout(std::move(sets), largest + 1, encodeBitWidth_);
-  for (size_t i = 0; i < counts.size(); ++i) doAllocateLabels(i, counts[i], layout);
+  std::vector<EncodedLabelRangeList*> rangeLists;
+  rangeLists.reserve(counts.size());
+  for (size_t i = 0; i < counts.size(); ++i)
+    rangeLists.push_back(&doAllocateLabels(i, counts[i], layout));
   layout.finish();
-  for (size_t i = 0; i < counts.size(); ++i) addPlacedLabels(i, layout);
+  for (size_t i = 0; i < counts.size(); ++i) addPlacedLabels(i, layout, *rangeLists[i]);
   publish(layout, largest);
   encLabelAllocStatus_->statusIs(StageStatusType::finishedSuccess);
 }
 
-void EncodedLabelAllocator::doAllocateLabels(size_t place, uint32_t allocLabelCnt,
-                                             LabelLayout& layout) {
+EncodedLabelRangeList& EncodedLabelAllocator::doAllocateLabels(size_t place, uint32_t allocLabelCnt,
+                                                               LabelLayout& layout) {
   GenSetKey const key = costModel_->visitOrder()[place];
   traceAllocation(8, [&](auto& line) {
     line << " key: " << key << ", allocLabelCnt: " << allocLabelCnt
@@ -128,14 +131,13 @@ void EncodedLabelAllocator::doAllocateLabels(size_t place, uint32_t allocLabelCn
     ranges.emplace_back(EncodedLabel(static_cast<uint16_t>(b.start)),
                         EncodedLabel(static_cast<uint16_t>(b.end)));
   rangeList.encLabelRangeIs(std::move(ranges));
+  return rangeList;
 }
 
-void EncodedLabelAllocator::addPlacedLabels(size_t place, LabelLayout const& layout) {
-  GenSetKey const key = costModel_->visitOrder()[place];
-  auto const& labels =
-      encoderConfig_->xformStatus()->plainLabelListMap()->plainLabelList(key)->label();
+void EncodedLabelAllocator::addPlacedLabels(size_t place, LabelLayout const& layout,
+                                            EncodedLabelRangeList& rangeList) {
+  std::span<PlainLabel const> const labels = layout.labels(place);
   if (layout.newLabels(place) == labels.size()) return;
-  EncodedLabelRangeList& rangeList = encLabelAllocStatus_->keyToEncLabelListIs(key);
   std::vector<EncodedLabelRange> ranges = rangeList.encLabelRange().items();
   ranges.reserve(ranges.size() + labels.size());
   for (PlainLabel l : labels)

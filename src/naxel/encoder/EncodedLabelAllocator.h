@@ -85,8 +85,9 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
 
   void handleInitialized();
   /// Allocates the labels of the set at a place of the visit order that no earlier set has, of which
-  /// there are `allocLabelCnt`.
-  void doAllocateLabels(size_t place, uint32_t allocLabelCnt, LabelLayout& layout);
+  /// there are `allocLabelCnt`. Returns its list of ranges, which holds the blocks.
+  EncodedLabelRangeList& doAllocateLabels(size_t place, uint32_t allocLabelCnt,
+                                          LabelLayout& layout);
   std::vector<Block> allocateBlocks(GenSetKey key, uint32_t allocLabelCnt);
   Portion nextPortion(uint32_t remaining, uint32_t blockSize) const;
   /// First start from `start` on, in steps of the block size, with `count` free values; the size of
@@ -94,7 +95,7 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
   uint32_t findFree(uint32_t start, uint32_t range, uint32_t count);
   uint32_t lowestClear(uint32_t from);
   /// Adds the values of its other labels to the ranges of that set.
-  void addPlacedLabels(size_t place, LabelLayout const& layout);
+  void addPlacedLabels(size_t place, LabelLayout const& layout, EncodedLabelRangeList& rangeList);
   void publish(LabelLayout const& layout, uint32_t largest);
 
   uint32_t encodeBitWidth_;

@@ -35,6 +35,7 @@ class NAXEL_EXPORT LabelLayout {
   /// Call when all sets are placed.
   void finish();
 
+  std::span<PlainLabel const> labels(size_t set) const { return sets_[set].labels; }
   /// How many labels of the set no set before it has.
   uint32_t newLabels(size_t set) const { return newLabelsFrom_[set + 1] - newLabelsFrom_[set]; }
   bool hasValue(PlainLabel l) const { return owner_[l.value()] != noOwner; }
