@@ -83,11 +83,13 @@ Allocation allocate(Input const& in, uint32_t width, uint32_t reserved) {
   return out;
 }
 
-/// The same with one flag per value and no memory of where to look.
+/// The same with one flag per value and no memory of where to look. Which new label of a set gets
+/// which of the values that are handed out is free: `choice` says.
 class PlainAllocator {
  public:
-  PlainAllocator(Input const& in, uint32_t width, uint32_t reserved)
-      : size_(1u << width), taken_(size_, false) {
+  PlainAllocator(Input const& in, uint32_t width, uint32_t reserved,
+                 std::map<uint32_t, uint32_t> const& choice)
+      : size_(1u << width), taken_(size_, false), choice_(choice) {
     for (uint32_t i = 0; i < reserved; ++i) taken_[size_ - 1 - i] = true;
     out.ranges.resize(in.sets.size());
     std::set<uint32_t> seen;
@@ -148,16 +150,21 @@ class PlainAllocator {
           start += block;
       }
     }
-    auto next = labels.begin();
+    std::set<uint32_t> values;
     for (auto const& [start, end] : blocks)
-      for (uint32_t v = start; v <= end; ++v) {
-        while (next != labels.end() && out.values.contains(*next)) ++next;
-        if (next != labels.end()) out.values[*next] = v;
+      for (uint32_t v = start; v <= end && values.size() < count; ++v) values.insert(v);
+    for (uint32_t l : labels)
+      if (!out.values.contains(l)) {
+        auto const chosen = choice_.find(l);
+        bool const known = chosen != choice_.end() && values.contains(chosen->second);
+        out.values[l] = known ? chosen->second : *values.begin();
+        values.erase(out.values[l]);
       }
   }
 
   uint32_t size_;
   std::vector<bool> taken_;
+  std::map<uint32_t, uint32_t> const& choice_;
 };
 
 std::string text(Allocation const& a) {
@@ -243,7 +250,7 @@ TEST(Allocator, PlacesNewLabelsInAlignedBlocks) {
       {4, 0, {{{{1}}}}, "extra 15 | 1=0 | 0-0"},
       {4, 0, {{{{1, 2, 3}}}}, "extra 12 | 1=0 2=1 3=2 | 0-3"},
       {4, 0, {{{{1, 2, 3}, 2}, {{3, 4, 5}}}}, "extra 10 | 1=0 2=1 3=2 4=4 5=5 | 0-3 | 2-2 4-5"},
-      {4, 0, {{{{1, 2, 3}}, {{2, 3}}}}, "extra 12 | 1=0 2=1 3=2 | 0-3 | 1-1 2-2"},
+      {4, 0, {{{{1, 2, 3}}, {{2, 3}}}}, "extra 12 | 1=2 2=0 3=1 | 0-3 | 0-0 1-1"},
       // Nothing to spare: three labels take three values of a block of four, or are split.
       {2, 0, {{{{1}, 9}, {{2, 3, 4}}}}, "extra 0 | 1=0 2=2 3=3 4=1 | 0-0 | 1-1 2-3"},
       {2, 0, {{{{1, 2, 3}, 9}, {{4}}}}, "extra 0 | 1=0 2=1 3=2 4=3 | 0-2 | 3-3"},
@@ -283,7 +290,7 @@ TEST(Allocator, GivesWhatThePlainAlgorithmGives) {
         if (round % 3 == 0)
           in.sets.push_back({run(1, universe), static_cast<uint32_t>(random() % 2)});
         Allocation const got = allocate(in, width, reserved);
-        Allocation const wanted = PlainAllocator(in, width, reserved).out;
+        Allocation const wanted = PlainAllocator(in, width, reserved, got.values).out;
         ASSERT_EQ(text(got), text(wanted)) << "width " << width << " reserved " << reserved;
       }
 }

@@ -31,12 +31,14 @@ void RefCntCostModel::handleInitialized(EncoderConfig const& config, GenSetUsage
          << "handleInitialized";
   struct Place {
     uint32_t order;
+    uint32_t uses;
     PlainLabelList const* list;
   };
   std::vector<Place> places;
   for (auto const& [key, list] : config.xformStatus()->plainLabelListMap()->plainLabelList()) {
     auto const labels = static_cast<uint32_t>(list->label().size());
-    places.push_back({~(usage.refCountValue(key) * labels), list.get()});
+    uint32_t const uses = usage.refCountValue(key);
+    places.push_back({~(uses * labels), uses, list.get()});
   }
   std::sort(places.begin(), places.end(), [](Place const& a, Place const& b) {
     if (a.order != b.order) return a.order < b.order;
@@ -48,12 +50,15 @@ void RefCntCostModel::handleInitialized(EncoderConfig const& config, GenSetUsage
     return a.list->key() < b.list->key();
   });
   std::vector<GenSetKey> order;
+  std::vector<uint32_t> uses;
   order.reserve(places.size());
+  uses.reserve(places.size());
   for (Place const& place : places) {
     setOrderIs(place.order, place.list->key());
     order.push_back(place.list->key());
+    uses.push_back(place.uses);
   }
-  visitOrderIs(std::move(order));
+  visitOrderIs(std::move(order), std::move(uses));
 }
 
 }  // namespace Naxel

@@ -17,14 +17,20 @@ class NAXEL_EXPORT GenSetCostModel : public Mox::Entity {
   Mox::OrderedMap<uint32_t, Mox::Ptr<GenSetKeyGroup>> const& setOrder() const { return setOrder_; }
   /// All sets in the order of a visit, ties resolved.
   std::vector<GenSetKey> const& visitOrder() const { return visitOrder_; }
+  /// For each set of the visit order, how many rules pay for one more pair of it.
+  std::vector<uint32_t> const& visitUses() const { return visitUses_; }
 
  protected:
   void setOrderIs(uint32_t value, GenSetKey key);
-  void visitOrderIs(std::vector<GenSetKey> v) { visitOrder_ = std::move(v); }
+  void visitOrderIs(std::vector<GenSetKey> v, std::vector<uint32_t> uses) {
+    visitOrder_ = std::move(v);
+    visitUses_ = std::move(uses);
+  }
 
  private:
   Mox::OrderedMap<uint32_t, Mox::Ptr<GenSetKeyGroup>> setOrder_;
   std::vector<GenSetKey> visitOrder_;
+  std::vector<uint32_t> visitUses_;
 };
 NAXEL_EXPORT Mox::Ptr<GenSetCostModel> genSetCostModelFactory();
 

@@ -96,39 +96,55 @@ void EncodedLabelAllocator::handleInitialized() {
     return;
   }
   extraLabelCntIs(usable - static_cast<uint32_t>(labelsNeeded_));
-  encoded_.assign(size_t{largest} + 1, notEncoded);
+  std::vector<LabelLayout::Set> sets;
+  sets.reserve(counts.size());
   for (size_t i = 0; i < counts.size(); ++i)
-    doAllocateLabels(costModel_->visitOrder()[i], counts[i]);
-  publish();
+    sets.push_back({lists.plainLabelList(costModel_->visitOrder()[i])->label().items(),
+                    costModel_->visitUses()[i]});
+  LabelLayout layout(std::move(sets), largest + 1, encodeBitWidth_);
+  std::vector<EncodedLabelRangeList*> rangeLists;
+  rangeLists.reserve(counts.size());
+  for (size_t i = 0; i < counts.size(); ++i)
+    rangeLists.push_back(&doAllocateLabels(i, counts[i], layout));
+  layout.finish();
+  for (size_t i = 0; i < counts.size(); ++i) addPlacedLabels(i, layout, *rangeLists[i]);
+  publish(layout, largest);
   encLabelAllocStatus_->statusIs(StageStatusType::finishedSuccess);
 }
 
-void EncodedLabelAllocator::doAllocateLabels(GenSetKey key, uint32_t allocLabelCnt) {
+EncodedLabelRangeList& EncodedLabelAllocator::doAllocateLabels(size_t place, uint32_t allocLabelCnt,
+                                                               LabelLayout& layout) {
+  GenSetKey const key = costModel_->visitOrder()[place];
   traceAllocation(8, [&](auto& line) {
     line << " key: " << key << ", allocLabelCnt: " << allocLabelCnt
          << ", extraLabelCnt: " << extraLabelCnt_;
   });
-  PlainLabelList const& list =
-      *encoderConfig_->xformStatus()->plainLabelListMap()->plainLabelList(key);
   EncodedLabelRangeList& rangeList = encLabelAllocStatus_->keyToEncLabelListIs(key);
-  std::vector<EncodedLabelRange> ranges;
-  uint32_t numLabels = 0;
-  for (PlainLabel l : list.label()) {
-    if (isEncoded(l)) {
-      EncodedLabel const e(static_cast<uint16_t>(encoded_[l.value()]));
-      ranges.emplace_back(e, e);
-    } else {
-      ++numLabels;
-    }
-  }
+  uint32_t const numLabels = layout.newLabels(place);
   MOX_ASSERT(numLabels <= allocLabelCnt);
-  if (allocLabelCnt > 0) {
-    std::vector<Block> const blocks = allocateBlocks(key, allocLabelCnt);
-    for (Block const& b : blocks)
-      ranges.emplace_back(EncodedLabel(static_cast<uint16_t>(b.start)),
-                          EncodedLabel(static_cast<uint16_t>(b.end)));
-    handOut(list, blocks);
-  }
+  std::vector<Block> blocks;
+  if (allocLabelCnt > 0) blocks = allocateBlocks(key, allocLabelCnt);
+  layout.place(place, blocks);
+  std::vector<EncodedLabelRange> ranges;
+  ranges.reserve(blocks.size());
+  for (Block const& b : blocks)
+    ranges.emplace_back(EncodedLabel(static_cast<uint16_t>(b.start)),
+                        EncodedLabel(static_cast<uint16_t>(b.end)));
+  rangeList.encLabelRangeIs(std::move(ranges));
+  return rangeList;
+}
+
+void EncodedLabelAllocator::addPlacedLabels(size_t place, LabelLayout const& layout,
+                                            EncodedLabelRangeList& rangeList) {
+  std::span<PlainLabel const> const labels = layout.labels(place);
+  if (layout.newLabels(place) == labels.size()) return;
+  std::vector<EncodedLabelRange> ranges = rangeList.encLabelRange().items();
+  ranges.reserve(ranges.size() + labels.size());
+  for (PlainLabel l : labels)
+    if (layout.ownerOf(l) != place) {
+      EncodedLabel const e(layout.valueOf(l));
+      ranges.emplace_back(e, e);
+    }
   rangeList.encLabelRangeIs(std::move(ranges));
 }
 
@@ -210,23 +226,11 @@ uint32_t EncodedLabelAllocator::findFree(uint32_t start, uint32_t range, uint32_
   return start;
 }
 
-void EncodedLabelAllocator::handOut(PlainLabelList const& list, std::vector<Block> const& blocks) {
-  // Values that are left when the labels run out are the spare ones.
-  auto next = list.label().begin();
-  for (Block const& b : blocks)
-    for (uint32_t value = b.start; value <= b.end; ++value) {
-      while (next != list.label().end() && isEncoded(*next)) ++next;
-      if (next == list.label().end()) return;
-      encoded_[next->value()] = value;
-    }
-}
-
-void EncodedLabelAllocator::publish() {
+void EncodedLabelAllocator::publish(LabelLayout const& layout, uint32_t largest) {
   std::vector<EncoderStatus::LabelMap::value_type> all;
   all.reserve(static_cast<size_t>(labelsNeeded_));
-  for (uint32_t label = 0; label < encoded_.size(); ++label)
-    if (encoded_[label] != notEncoded)
-      all.emplace_back(PlainLabel(label), EncodedLabel(static_cast<uint16_t>(encoded_[label])));
+  for (PlainLabel label(0); label.value() <= largest; label = PlainLabel(label.value() + 1))
+    if (layout.hasValue(label)) all.emplace_back(label, EncodedLabel(layout.valueOf(label)));
   EncoderStatus::LabelMap map;
   map.adopt(std::move(all));
   encoderStatus_->plainToEncodedLabelIs(std::move(map));

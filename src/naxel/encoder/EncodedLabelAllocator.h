@@ -9,7 +9,8 @@
 /// placed in the largest aligned power-of-two block that holds them all, their count filled up to a
 /// power of two while the budget of spare values lasts; only where no such block is free they are
 /// split over smaller aligned blocks, scanning from the lowest free value. A block costs one pair.
-/// Labels that an earlier set brought stay where they are and enter as single values.
+/// Labels that an earlier set brought stay where they are and enter as single values. Which of the
+/// new labels gets which value of the blocks is for LabelLayout to say.
 ///
 /// Example, width 4, sets A = {1, 2, 3} and then B = {3, 4, 5}: three new labels of A take the
 /// block 0-3 (one spare value, 3), B keeps 2 for label 3 and takes the block 4-5 for its new ones.
@@ -26,6 +27,7 @@
 #include "mox/HashMap.h"
 #include "naxel/encoder/CostModel.h"
 #include "naxel/encoder/EncoderTypes.h"
+#include "naxel/encoder/LabelLayout.h"
 #include "obel/Bitmap.h"
 
 #include <array>
@@ -74,10 +76,7 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
   uint64_t labelsNeeded() const { return labelsNeeded_; }
 
  private:
-  struct Block {
-    uint32_t start;
-    uint32_t end;
-  };
+  using Block = LabelLayout::Block;
   /// How many values the next block takes and how many of them are spare; none to try smaller
   /// blocks.
   struct Portion {
@@ -86,20 +85,19 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
   };
 
   void handleInitialized();
-  /// Allocates the labels of one set, of which `allocLabelCnt` are new.
-  void doAllocateLabels(GenSetKey key, uint32_t allocLabelCnt);
+  /// Allocates the labels of the set at a place of the visit order that no earlier set has, of which
+  /// there are `allocLabelCnt`. Returns its list of ranges, which holds the blocks.
+  EncodedLabelRangeList& doAllocateLabels(size_t place, uint32_t allocLabelCnt,
+                                          LabelLayout& layout);
   std::vector<Block> allocateBlocks(GenSetKey key, uint32_t allocLabelCnt);
   Portion nextPortion(uint32_t remaining, uint32_t blockSize) const;
   /// First start from `start` on, in steps of the block size, with `count` free values; the size of
   /// the bitmap if there is none.
   uint32_t findFree(uint32_t start, uint32_t range, uint32_t count);
   uint32_t lowestClear(uint32_t from);
-  void handOut(PlainLabelList const& list, std::vector<Block> const& blocks);
-  void publish();
-
-  bool isEncoded(PlainLabel l) const { return encoded_[l.value()] != notEncoded; }
-
-  static constexpr uint32_t notEncoded = ~uint32_t{0};
+  /// Adds the values of its other labels to the ranges of that set.
+  void addPlacedLabels(size_t place, LabelLayout const& layout, EncodedLabelRangeList& rangeList);
+  void publish(LabelLayout const& layout, uint32_t largest);
 
   uint32_t encodeBitWidth_;
   Mox::Ptr<EncoderConfig const> encoderConfig_;
@@ -110,7 +108,6 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
   Mox::Ptr<Obel::Bitmap> encLabelBitMap_;
   uint32_t extraLabelCnt_ = 0;
   uint64_t labelsNeeded_ = 0;
-  std::vector<uint32_t> encoded_;                  // value of each plain label, by its number
   uint32_t lowestClear_ = 0;                       // no clear bit lies before it
   std::array<uint32_t, 17> noWholeBlockBefore_{};  // by logarithm of the block size
 };

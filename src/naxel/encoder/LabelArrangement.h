@@ -1,0 +1,79 @@
+#pragma once
+
+/// Ways to arrange the new labels of one set over the values of its blocks. LabelLayout, which has
+/// the essay, makes the problems and chooses among the answers.
+
+#include "naxel/encoder/PairCounter.h"
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace Naxel {
+
+/// What a later set takes of the labels to be arranged.
+struct LabelShare {
+  uint32_t begin;   // of its labels in LabelGroup::members
+  uint32_t size;    // 2 or more, and less than all
+  uint64_t weight;  // what a pair of it costs
+};
+
+/// One set's new labels, numbered from 0 in natural order, and who else has which of them.
+struct LabelGroup {
+  std::span<uint16_t const> values;    // of the blocks, as many as labels, in the order of hand-out
+  std::span<LabelShare const> shares;  // in cost order, all different
+  std::span<uint16_t const> members;   // ascending within a share
+
+  uint32_t labels() const { return static_cast<uint32_t>(values.size()); }
+  std::span<uint16_t const> of(LabelShare const& s) const {
+    return members.subspan(s.begin, s.size);
+  }
+};
+
+/// The labels in the order in which they get the values.
+using LabelOrder = std::vector<uint16_t>;
+
+/// The sum over all shares of weight times pairs; at least `enough`, if it is known not to be less.
+NAXEL_EXPORT uint64_t priceOf(LabelGroup const& group, LabelOrder const& order,
+                              PairCounter& counter, uint64_t enough = ~uint64_t{0});
+/// What no order can go below: pairs do not overlap and match a power of two of values each, so n
+/// values take as many as n has binary ones.
+NAXEL_EXPORT uint64_t leastPriceOf(LabelGroup const& group);
+
+/// Labels sorted by which shares have them, the first share counting most: what it has comes first.
+/// Remembers how the shares cut the labels up, as a tree: each node is a part of the order and,
+/// unless no share cuts it, has a part of labels that are in a share before one of the others.
+class NAXEL_EXPORT LabelSplit {
+ public:
+  struct Node {
+    uint32_t begin;
+    uint32_t end;
+    uint32_t inside = 0;   // node of the labels inside the share; 0 in a leaf
+    uint32_t outside = 0;  // node of the others
+  };
+  explicit LabelSplit(LabelGroup const& group);
+
+  LabelOrder const& order() const { return order_; }
+  /// The root is the first.
+  std::vector<Node> const& nodes() const { return nodes_; }
+
+ private:
+  void cutBy(std::span<uint16_t const> labels);
+
+  LabelOrder order_;
+  std::vector<uint16_t> position_;  // of each label in the order
+  std::vector<uint32_t> leaf_;      // of each label
+  std::vector<Node> nodes_;
+  std::vector<uint32_t> inside_;  // labels of the present share at the front of each leaf
+  std::vector<uint32_t> touched_;
+};
+
+/// From the costliest share down: its labels get the largest aligned blocks that are free, then
+/// both parts are arranged in the same way.
+NAXEL_EXPORT LabelOrder splitOrder(LabelGroup const& group, LabelSplit const& split);
+
+/// From the smallest share up: runs of equal length that lie wholly inside the share are joined two
+/// by two, as a binary counter carries, and in the end all runs follow one another by falling length.
+NAXEL_EXPORT LabelOrder joinOrder(LabelGroup const& group, LabelSplit const& split);
+
+}  // namespace Naxel

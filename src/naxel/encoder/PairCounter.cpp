@@ -1,0 +1,55 @@
+#include "naxel/encoder/PairCounter.h"
+
+namespace Naxel {
+
+size_t PairCounter::join(std::span<uint16_t const> values, std::span<Pair const> blocks) {
+  pairs_.assign(values.begin(), values.end());
+  for (uint16_t v : values) stars_[v] = 0;
+  for (Pair const& block : blocks) {
+    pairs_.push_back(block.lowest);
+    stars_[block.lowest] = block.stars;
+  }
+  uint32_t differing = 0;
+  for (uint16_t v : pairs_) differing |= static_cast<uint32_t>(v ^ pairs_[0]);
+  size_t left = pairs_.size();
+  for (uint32_t bit = 1; bit <= differing && left > 1; bit <<= 1) {
+    if (!(differing & bit)) continue;
+    steps_ += left;
+    size_t kept = 0;
+    for (size_t i = 0; i < left; ++i) {
+      uint16_t const v = pairs_[i];
+      uint16_t const stars = stars_[v];
+      if (stars == none) continue;
+      uint16_t& partner = stars_[v ^ bit];
+      bool const joins = partner == stars && !(stars & bit);
+      // The lower of the two does it, whichever comes first.
+      if (joins && (v & bit)) continue;
+      if (joins) {
+        partner = none;
+        stars_[v] = static_cast<uint16_t>(stars | bit);
+      }
+      pairs_[kept++] = v;
+    }
+    left = kept;
+  }
+  return left;
+}
+
+uint32_t PairCounter::count(std::span<uint16_t const> values, std::span<Pair const> blocks) {
+  size_t const left = join(values, blocks);
+  for (size_t i = 0; i < left; ++i) stars_[pairs_[i]] = none;
+  return static_cast<uint32_t>(left);
+}
+
+std::span<PairCounter::Pair const> PairCounter::merge(std::span<uint16_t const> values,
+                                                      std::span<Pair const> blocks) {
+  size_t const left = join(values, blocks);
+  merged_.clear();
+  for (size_t i = 0; i < left; ++i) {
+    merged_.push_back({pairs_[i], stars_[pairs_[i]]});
+    stars_[pairs_[i]] = none;
+  }
+  return merged_;
+}
+
+}  // namespace Naxel

@@ -1,0 +1,55 @@
+#pragma once
+
+/// Counts the value/mask pairs that LabelMerger makes of single values, without making them.
+///
+/// Idea. A pair is known by the lowest of its values and by the set of bits that it ignores, its
+/// stars. Two pairs differ in one bit alone if their lowest values do and their stars are equal. So
+/// one word per value, the stars of the pair that begins there, holds the whole state: at each bit,
+/// from the lowest on, every pair looks at the word of its partner, and the upper one of two that
+/// join goes.
+///
+/// Cost. Values times bits at worst, about twice the values where they form aligned runs. One word
+/// for each value of the width.
+
+#include "mox/Export.h"
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace Naxel {
+
+class NAXEL_EXPORT PairCounter {
+ public:
+  /// For values below 2^`bitWidth`, which is 0 to 16.
+  explicit PairCounter(uint32_t bitWidth) : stars_(size_t{1} << bitWidth, none) {}
+
+  /// A pair: the lowest of its values, and the bits that it ignores.
+  struct Pair {
+    uint16_t lowest;
+    uint16_t stars;
+  };
+
+  /// The number of pairs for `values` and the pairs `blocks`, in any order. None may match what
+  /// another does.
+  uint32_t count(std::span<uint16_t const> values, std::span<Pair const> blocks = {});
+  /// The pairs themselves, in no particular order. Stand until the next call.
+  std::span<Pair const> merge(std::span<uint16_t const> values, std::span<Pair const> blocks = {});
+  /// How many pairs all counts so far have looked at: a measure of work that depends on the input
+  /// alone.
+  uint64_t steps() const { return steps_; }
+
+ private:
+  /// Stars where no pair begins. A pair with all sixteen stars has no partner to be told from.
+  static constexpr uint16_t none = 0xffff;
+
+  /// Leaves the pairs in front of `pairs_` and their stars in place. Returns how many there are.
+  size_t join(std::span<uint16_t const> values, std::span<Pair const> blocks);
+
+  std::vector<uint16_t> stars_;
+  std::vector<uint16_t> pairs_;  // the lowest value of each
+  std::vector<Pair> merged_;
+  uint64_t steps_ = 0;
+};
+
+}  // namespace Naxel
