@@ -30,7 +30,7 @@ constexpr std::array<rte_acl_field_def, fields> layout = {{
 }
 
 template <class Range>
-void takeRange(Mox::HashSet<Range> const& ranges, uint16_t& first, uint16_t& last) {
+void takeRange(Naxel::RuleFilter::RangeColl<Range> const& ranges, uint16_t& first, uint16_t& last) {
   if (ranges.empty()) return;
   if (ranges.size() > 1) throw std::runtime_error("a rule has more than one range in a field");
   first = static_cast<uint16_t>(ranges.begin()->rangeStart());

@@ -16,9 +16,10 @@ constexpr uint64_t mix64(uint64_t x) noexcept {
   return x ^ (x >> 31);
 }
 
-/// Order-dependent combination of a running hash with one more word.
+/// Order-dependent combination of a running hash with one more word. Multiplying the hash by an odd
+/// constant first keeps small hashes apart whatever small words come with them.
 constexpr uint64_t hashCombine(uint64_t seed, uint64_t word) noexcept {
-  return mix64(seed ^ mix64(word));
+  return mix64((seed + 1) * 0xd6e8feb86659fd93u + word);
 }
 
 /// 64 bits folded to 32 without losing either half.
