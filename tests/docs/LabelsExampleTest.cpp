@@ -107,7 +107,8 @@ class Example {
     auto const& usage = world_.root->aggregatorStatus()->genSetUsageInfo();
     for (Side const& side : sides()) {
       RefCntCostModel const order(encoderConfigFactory(side.xform), usage);
-      for (GenSetKey key : order.visitOrder()) {
+      for (auto const& visit : order.visits()) {
+        GenSetKey const key = visit.list->key();
         auto const& labels = side.xform->plainLabelListMap()->plainLabelList(key)->label();
         uint32_t const used = usage->refCountValue(key);
         out += side.name + " " + side.names.at(key) + ": labels " + textOf(labels) + ", used " +

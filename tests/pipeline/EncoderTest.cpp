@@ -310,7 +310,7 @@ TEST(CostModel, OrdersByProductThenSizeThenContent) {
   for (Case const& c : cases) {
     RefCntCostModel const model(c.in.config(), c.in.usage());
     std::vector<uint64_t> got;
-    for (GenSetKey k : model.visitOrder()) got.push_back(k.value());
+    for (auto const& visit : model.visits()) got.push_back(visit.list->key().value());
     EXPECT_EQ(got, c.wanted);
     size_t keys = 0;
     for (auto const& [value, group] : model.setOrder())

@@ -60,7 +60,8 @@ std::vector<PlacedSet> placedSets(LabelSets const& sets, GenSetCostModel const& 
                                   EncodedLabelAllocStatus const& alloc, Values const& values) {
   std::vector<PlacedSet> out;
   std::set<uint32_t> seen;
-  for (GenSetKey key : model.visitOrder()) {
+  for (auto const& visit : model.visits()) {
+    GenSetKey const key = visit.list->key();
     PlacedSet p{&sets.sets[key.value() - 1], {}, {}, {}};
     std::set<uint32_t> old;
     for (uint32_t label : p.set->labels)

@@ -7,15 +7,17 @@
 namespace Naxel {
 
 Mox::AttributeTable const& GenSetCostModel::attributeTable() const {
-  static Mox::AttributeTable const table = {
-      Mox::attribute<&GenSetCostModel::setOrder_>("setOrder")};
+  static Mox::AttributeTable const table = {Mox::attribute<&GenSetCostModel::setOrder>("setOrder")};
   return table;
 }
 
-void GenSetCostModel::setOrderIs(uint32_t value, GenSetKey key) {
-  Mox::Ptr<GenSetKeyGroup> const& group =
-      Mox::lookupOrMake(setOrder_, value, [&] { return genSetKeyGroupFactory(); });
-  group->keyGroupIs(key);
+GenSetCostModel::SetOrder GenSetCostModel::setOrder() const {
+  SetOrder sets;
+  for (Visit const& v : visits_)
+    Mox::lookupOrMake(sets, v.order, [] {
+      return genSetKeyGroupFactory();
+    })->keyGroupIs(v.list->key());
+  return sets;
 }
 
 Mox::Ptr<GenSetCostModel> genSetCostModelFactory() { return Mox::makePtr<GenSetCostModel>(); }
@@ -30,35 +32,33 @@ void RefCntCostModel::handleInitialized(EncoderConfig const& config, GenSetUsage
     line << "RefCntCostModel::"
          << "handleInitialized";
   struct Place {
-    uint32_t order;
-    uint32_t uses;
-    PlainLabelList const* list;
+    Visit visit;
+    uint32_t labels;
+    uint32_t first;
   };
   std::vector<Place> places;
-  for (auto const& [key, list] : config.xformStatus()->plainLabelListMap()->plainLabelList()) {
+  auto const& lists = config.xformStatus()->plainLabelListMap()->plainLabelList();
+  places.reserve(lists.size());
+  for (auto const& [key, list] : lists) {
     auto const labels = static_cast<uint32_t>(list->label().size());
     uint32_t const uses = usage.refCountValue(key);
-    places.push_back({~(uses * labels), uses, list.get()});
+    places.push_back(
+        {{list.get(), ~(uses * labels), uses}, labels, labels ? list->label().front().value() : 0});
   }
   std::sort(places.begin(), places.end(), [](Place const& a, Place const& b) {
-    if (a.order != b.order) return a.order < b.order;
-    auto const& labelsA = a.list->label();
-    auto const& labelsB = b.list->label();
-    if (labelsA.size() != labelsB.size()) return labelsA.size() > labelsB.size();
+    if (a.visit.order != b.visit.order) return a.visit.order < b.visit.order;
+    if (a.labels != b.labels) return a.labels > b.labels;
+    if (a.first != b.first) return a.first < b.first;
+    auto const& labelsA = a.visit.list->label();
+    auto const& labelsB = b.visit.list->label();
     auto const [i, j] = std::mismatch(labelsA.begin(), labelsA.end(), labelsB.begin());
     if (i != labelsA.end()) return *i < *j;
-    return a.list->key() < b.list->key();
+    return a.visit.list->key() < b.visit.list->key();
   });
-  std::vector<GenSetKey> order;
-  std::vector<uint32_t> uses;
-  order.reserve(places.size());
-  uses.reserve(places.size());
-  for (Place const& place : places) {
-    setOrderIs(place.order, place.list->key());
-    order.push_back(place.list->key());
-    uses.push_back(place.uses);
-  }
-  visitOrderIs(std::move(order), std::move(uses));
+  std::vector<Visit> visits;
+  visits.reserve(places.size());
+  for (Place const& place : places) visits.push_back(place.visit);
+  visitsIs(std::move(visits));
 }
 
 }  // namespace Naxel

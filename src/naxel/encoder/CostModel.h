@@ -13,24 +13,24 @@ class NAXEL_EXPORT GenSetCostModel : public Mox::Entity {
   std::string_view fwkType() const override { return "Naxel::GenSetCostModel"; }
   Mox::AttributeTable const& attributeTable() const override;
 
-  /// Order value to the sets of that value; visited in ascending order.
-  Mox::OrderedMap<uint32_t, Mox::Ptr<GenSetKeyGroup>> const& setOrder() const { return setOrder_; }
+  /// A set in the order.
+  struct Visit {
+    PlainLabelList const* list;  // held by the transform's output
+    uint32_t order;              // the order value
+    uint32_t uses;               // how many rules pay for one more pair of the set
+  };
+  using SetOrder = Mox::OrderedMap<uint32_t, Mox::Ptr<GenSetKeyGroup>>;
+
+  /// Order value to the sets of that value, visited in ascending order; put together for the caller.
+  SetOrder setOrder() const;
   /// All sets in the order of a visit, ties resolved.
-  std::vector<GenSetKey> const& visitOrder() const { return visitOrder_; }
-  /// For each set of the visit order, how many rules pay for one more pair of it.
-  std::vector<uint32_t> const& visitUses() const { return visitUses_; }
+  std::vector<Visit> const& visits() const { return visits_; }
 
  protected:
-  void setOrderIs(uint32_t value, GenSetKey key);
-  void visitOrderIs(std::vector<GenSetKey> v, std::vector<uint32_t> uses) {
-    visitOrder_ = std::move(v);
-    visitUses_ = std::move(uses);
-  }
+  void visitsIs(std::vector<Visit> v) { visits_ = std::move(v); }
 
  private:
-  Mox::OrderedMap<uint32_t, Mox::Ptr<GenSetKeyGroup>> setOrder_;
-  std::vector<GenSetKey> visitOrder_;
-  std::vector<uint32_t> visitUses_;
+  std::vector<Visit> visits_;
 };
 NAXEL_EXPORT Mox::Ptr<GenSetCostModel> genSetCostModelFactory();
 

@@ -79,10 +79,10 @@ void EncodedLabelAllocator::handleInitialized() {
     if (!list->label().empty()) largest = std::max(largest, list->label().back().value());
   std::vector<bool> seen(size_t{largest} + 1, false);
   std::vector<uint32_t> counts;
-  counts.reserve(costModel_->visitOrder().size());
-  for (GenSetKey key : costModel_->visitOrder()) {
+  counts.reserve(costModel_->visits().size());
+  for (GenSetCostModel::Visit const& visit : costModel_->visits()) {
     uint32_t count = 0;
-    for (PlainLabel l : lists.plainLabelList(key)->label())
+    for (PlainLabel l : visit.list->label())
       if (!seen[l.value()]) {
         seen[l.value()] = true;
         ++count;
@@ -98,9 +98,9 @@ void EncodedLabelAllocator::handleInitialized() {
   extraLabelCntIs(usable - static_cast<uint32_t>(labelsNeeded_));
   std::vector<LabelLayout::Set> sets;
   sets.reserve(counts.size());
-  for (size_t i = 0; i < counts.size(); ++i)
-    sets.push_back({lists.plainLabelList(costModel_->visitOrder()[i])->label().items(),
-                    costModel_->visitUses()[i]});
+  for (GenSetCostModel::Visit const& visit : costModel_->visits())
+    sets.push_back({visit.list->label().items(), visit.uses});
+  encLabelAllocStatus_->reserve(sets.size());
   LabelLayout layout(std::move(sets), largest + 1, encodeBitWidth_);
   std::vector<EncodedLabelRangeList*> rangeLists;
   rangeLists.reserve(counts.size());
@@ -114,7 +114,7 @@ void EncodedLabelAllocator::handleInitialized() {
 
 EncodedLabelRangeList& EncodedLabelAllocator::doAllocateLabels(size_t place, uint32_t allocLabelCnt,
                                                                LabelLayout& layout) {
-  GenSetKey const key = costModel_->visitOrder()[place];
+  GenSetKey const key = costModel_->visits()[place].list->key();
   traceAllocation(8, [&](auto& line) {
     line << " key: " << key << ", allocLabelCnt: " << allocLabelCnt
          << ", extraLabelCnt: " << extraLabelCnt_;

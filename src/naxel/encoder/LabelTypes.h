@@ -149,8 +149,10 @@ class NAXEL_EXPORT PlainLabelListMap : public Mox::Entity {
   /// The list of a set, or null.
   PlainLabelList const* plainLabelList(GenSetKey key) const;
   PlainLabelList& plainLabelListIs(GenSetKey key);
-  /// Makes room for the lists that are to come.
-  void reserve(size_t lists) { plainLabelList_.reserve(lists); }
+  /// Takes over all lists at once.
+  void plainLabelListIs(Mox::FlatMap<GenSetKey, Mox::Ptr<PlainLabelList>> all) {
+    plainLabelList_ = std::move(all);
+  }
   void plainLabelListDel(GenSetKey key) { plainLabelList_.erase(key); }
   void plainLabelListDelAll() { plainLabelList_.clear(); }
 

@@ -152,17 +152,16 @@ bool LabelEncoderSm::doEncode() {
 }
 
 void LabelEncoderSm::shareEqualLists(GenSetCostModel const& costModel) {
-  PlainLabelListMap const& lists = *config_->xformStatus()->plainLabelListMap();
   Mox::HashMap<uint64_t, PlainLabelList const*> firsts;
-  firsts.reserve(costModel.visitOrder().size());
-  for (GenSetKey key : costModel.visitOrder()) {
-    PlainLabelList const& list = *lists.plainLabelList(key);
+  firsts.reserve(costModel.visits().size());
+  for (GenSetCostModel::Visit const& visit : costModel.visits()) {
+    PlainLabelList const& list = *visit.list;
     PlainLabelList const* const* const first = firsts.get(list.contentHash());
     if (!first)
       firsts.set(list.contentHash(), &list);
     else if ((*first)->label() == list.label())
-      eLabelMaskIs(key)->encLabelAndMaskIs(
-          (*eLabelMask_.get((*first)->key()))->encLabelAndMask().items());
+      eLabelMaskIs(list.key())
+          ->encLabelAndMaskIs((*eLabelMask_.get((*first)->key()))->encLabelAndMask().items());
   }
 }
 

@@ -200,6 +200,8 @@ class NAXEL_EXPORT GenSetUsageInfo : public Mox::Entity {
   GenSetRefCount& refCountIs(GenSetKey key);
   void refCountDel(GenSetKey key) { refCount_.erase(key); }
   void refCountDelAll() { refCount_.clear(); }
+  /// Makes room for the counts that are to come.
+  void reserve(size_t counts) { refCount_.reserve(counts); }
 
  private:
   Mox::HashMap<GenSetKey, Mox::Ptr<GenSetRefCount>> refCount_;

@@ -37,6 +37,8 @@ class KeyGroupInterner {
 
   /// Number of distinct groups so far.
   size_t size() const { return groups_.size(); }
+  /// Makes room for this many groups.
+  void reserve(size_t n) { groups_.reserve(n); }
 
  private:
   struct Entry {

@@ -14,15 +14,12 @@ Mox::AttributeTable const& IpPrefixList::attributeTable() const {
 
 IpPrefixList::Content& IpPrefixList::ownContent() {
   if (content_->references() > 1) content_ = Mox::makePtr<Content>(*content_);
-  content_->hash.reset();
+  contentHash_.reset();
   return *content_;
 }
 
 Mox::Ptr<IpPrefixList> IpPrefixList::copy() const {
-  auto list = Mox::makePtr<IpPrefixList>();
-  contentHash();
-  list->content_ = content_;
-  return list;
+  return Mox::Ptr<IpPrefixList>(new IpPrefixList(content_, contentHash()));
 }
 
 void IpPrefixList::addrIs(Lumox::IpGenPrefix const& p) {
@@ -43,17 +40,16 @@ void IpPrefixList::exceptAddrDelAll() {
 }
 
 uint64_t IpPrefixList::contentHash() const {
-  std::optional<uint64_t>& hash = content_->hash;
-  if (!hash) {
+  if (!contentHash_) {
     auto const sum = [](PrefixColl const& coll) {
       uint64_t total = 0;
       for (Lumox::IpGenPrefix const& p : coll) total += p.hash64();
       return total;
     };
-    hash = Mox::hashCombine(Mox::hashCombine(sum(addr()), sum(exceptAddr())),
-                            Mox::hashCombine(addrs(), exceptAddrs()));
+    contentHash_ = Mox::hashCombine(Mox::hashCombine(sum(addr()), sum(exceptAddr())),
+                                    Mox::hashCombine(addrs(), exceptAddrs()));
   }
-  return *hash;
+  return *contentHash_;
 }
 
 uint32_t IpPrefixList::hash() const { return Mox::OneAtATime().bytes(contentHash()).finish(); }

@@ -24,6 +24,7 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
     virtual void onExceptAddr(Lumox::IpGenPrefix const&) {}
   };
 
+  IpPrefixList() : content_(Mox::makePtr<Content>()) {}
   std::string_view fwkType() const override { return "Naxel::IpPrefixList"; }
   Mox::AttributeTable const& attributeTable() const override;
 
@@ -55,14 +56,16 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
 
  private:
   struct Content : Mox::RefCounted {
-    std::optional<uint64_t> hash;  // first, where a walk over all lists finds it at once
     PrefixColl addr;
     PrefixColl exceptAddr;
   };
+  IpPrefixList(Mox::Ptr<Content> content, uint64_t hash)
+      : contentHash_(hash), content_(std::move(content)) {}
   /// The content for a change: a copy where it is shared, and without its hash.
   Content& ownContent();
 
-  Mox::Ptr<Content> content_ = Mox::makePtr<Content>();
+  mutable std::optional<uint64_t> contentHash_;
+  Mox::Ptr<Content> content_;
 };
 
 }  // namespace Naxel

@@ -91,6 +91,7 @@ void NaxelPrefixXformSm::doInitSetGroup() {
     for (auto const& p : set->prefix()) members.emplace_back(p, key);
     for (auto const& e : set->exceptPrefix()) exceptions.emplace_back(e, key);
   }
+  interner_.reserve(all);
   prefixToGenSetGrp_ = groupsOf(std::move(members));
   prefixToExceptGrp_ = groupsOf(std::move(exceptions));
 
@@ -152,7 +153,7 @@ int UpdatePrefixSetListCallback::handlePrefix(Lumox::IpGenPrefix const& prefix) 
   }
   if (auto const* except = sm_.prefixToExceptGrp_.get(prefix)) step.exceptHere = except->get();
   GenSetKeyGroup const* excepted = nullptr;
-  if (step.parent || step.exceptHere) {
+  if (step.exceptHere || step.exceptAbove) {
     Outcome const* outcome = known_.get(step);
     if (!outcome) {
       known_.set(step, combine(step));
@@ -160,6 +161,8 @@ int UpdatePrefixSetListCallback::handlePrefix(Lumox::IpGenPrefix const& prefix) 
     }
     setList = outcome->group;
     excepted = outcome->excepted.get();
+  } else if (step.parent) {
+    setList = unite(step);
   }
   countGroup(setList);
   path_.push_back({prefix, setList.get(), excepted});
@@ -173,6 +176,22 @@ void UpdatePrefixSetListCallback::countGroup(Group const& group) {
     for (size_t i = 0; i < at_; ++i) distinct_.insert(sm_.prefixToGenSetGrp_[i].second.get());
   distinct_.insert(group.get());
   if (distinct_.size() > sm_.groupLimit()) sm_.overflowIs(true);
+}
+
+UpdatePrefixSetListCallback::Group UpdatePrefixSetListCallback::unite(Step const& step) {
+  auto const& own = step.own->keyGroup();
+  auto const& parent = step.parent->keyGroup();
+  auto const fresh = [&] {
+    united_.clear();
+    std::set_union(parent.begin(), parent.end(), own.begin(), own.end(),
+                   std::back_inserter(united_));
+    return sm_.interner_.intern(united_);
+  };
+  // A group that no other node has (the interner holds it, and this node) occurs in no other step.
+  if (step.own->references() == 2) return fresh();
+  if (Outcome const* outcome = known_.get(step)) return outcome->group;
+  known_.set(step, {fresh(), nullptr});
+  return known_.get(step)->group;
 }
 
 UpdatePrefixSetListCallback::Outcome UpdatePrefixSetListCallback::combine(Step const& step) {

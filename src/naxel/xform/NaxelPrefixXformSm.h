@@ -117,6 +117,8 @@ class UpdatePrefixSetListCallback : public Routing::TrieGenWalkCallback {
     GenSetKeyGroup const* excepted;  // at this node or above; null for none
   };
   Outcome combine(Step const& step);
+  /// The same where nothing is excepted.
+  Group unite(Step const& step);
   /// Counts the distinct groups once there may be too many of them.
   void countGroup(Group const& group);
 
@@ -125,6 +127,7 @@ class UpdatePrefixSetListCallback : public Routing::TrieGenWalkCallback {
   std::vector<Ancestor> path_;
   Mox::HashMap<Step, Outcome> known_;
   Mox::HashSet<GenSetKeyGroup const*> distinct_;
+  std::vector<GenSetKey> united_;
 };
 
 /// Writes the trie and its groups to the trace.

@@ -93,10 +93,16 @@ void XformSmBase::doUpdatePlainLabelMap() {
   std::vector<std::vector<PlainLabel>> lists(keys.size());
   for (size_t i = 0; i < keys.size(); ++i) lists[i].reserve(sizes[i]);
   forEachMember([&](size_t place, PlainLabel label) { lists[place].push_back(label); });
+  Mox::FlatMap<GenSetKey, Mox::Ptr<PlainLabelList>> all;
+  all.reserve(keys.size());
+  for (size_t i = 0; i < keys.size(); ++i) {
+    if (lists[i].empty()) continue;
+    auto list = Mox::makePtr<PlainLabelList>(keys[i]);
+    list->labelIs(std::move(lists[i]));
+    all.set(keys[i], std::move(list));
+  }
   auto map = Mox::makePtr<PlainLabelListMap>();
-  map->reserve(keys.size());
-  for (size_t i = 0; i < keys.size(); ++i)
-    if (!lists[i].empty()) map->plainLabelListIs(keys[i]).labelIs(std::move(lists[i]));
+  map->plainLabelListIs(std::move(all));
   xformStatus_->plainLabelListMapIs(std::move(map));
 }
 
