@@ -86,6 +86,11 @@ class HashTable {
   /// Inserts if no element of the key is there. Returns true if it was inserted.
   bool insert(T item) {
     if (contains(KeyOf::key(item))) return false;
+    insertAbsent(std::move(item));
+    return true;
+  }
+  /// Inserts an element whose key is known to be absent, and returns it in its place.
+  T& insertAbsent(T item) {
     if (size_ == 0 && !items_.empty()) clear();  // only now: iterators live through deletions
     size_t const places = items_.size() + 1;
     if (index_.empty() ? places > smallSize : places * 4 > index_.size() * 3) rebuild(size_ + 1);
@@ -99,7 +104,7 @@ class HashTable {
     }
     if (!index_.empty()) place(items_.size() - 1);
     ++size_;
-    return true;
+    return items_.back();
   }
   /// Returns true if there was an element of that key.
   bool erase(Key const& key) {
@@ -215,8 +220,7 @@ class HashMap : public HashTable<std::pair<K, V>, MapKey> {
   /// The value under `key`, default-constructed and inserted if absent.
   V& at(K const& key) {
     if (V* v = get(key)) return *v;
-    Base::insert({key, V{}});
-    return *get(key);
+    return Base::insertAbsent({key, V{}}).second;
   }
   /// Inserts or overwrites. Returns true if the key was absent.
   bool set(K key, V value) {
@@ -224,7 +228,8 @@ class HashMap : public HashTable<std::pair<K, V>, MapKey> {
       *v = std::move(value);
       return false;
     }
-    return Base::insert({std::move(key), std::move(value)});
+    Base::insertAbsent({std::move(key), std::move(value)});
+    return true;
   }
 };
 

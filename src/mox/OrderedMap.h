@@ -61,8 +61,12 @@ template <class Map, class Make>
 auto lookupOrMake(Map& map, typename Map::Key const& key, Make make) ->
     typename Map::mapped_type const& {
   if (auto* item = map.get(key)) return *item;
-  map.set(key, make());
-  return *map.get(key);
+  if constexpr (requires { map.insertAbsent({key, make()}); }) {
+    return map.insertAbsent({key, make()}).second;
+  } else {
+    map.set(key, make());
+    return *map.get(key);
+  }
 }
 
 }  // namespace Mox

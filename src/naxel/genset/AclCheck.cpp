@@ -1,36 +1,27 @@
 #include "naxel/genset/AclCheck.h"
 
 #include "mox/Assert.h"
-#include "naxel/genset/RuleFinder.h"
 #include "naxel/types/NaxelTrace.h"
 
 namespace Naxel {
 
 namespace {
 
-/// Calls `f(prefix)` for every prefix and except prefix of a filter; stops when it returns false.
-template <class F>
-bool forEachPrefix(RuleFilter const& filter, F f) {
-  for (IpPrefixList const* list : {filter.source().get(), filter.destination().get()}) {
-    if (!list) continue;
-    for (auto const& p : list->addr())
-      if (!f(p)) return false;
-    for (auto const& p : list->exceptAddr())
-      if (!f(p)) return false;
-  }
-  return true;
+/// Whether all prefixes of the filter are of a family.
+bool onlyOf(RuleFilter const& filter, Lumox::AddressFamily af) {
+  return (!filter.source() || filter.source()->families().only(af)) &&
+         (!filter.destination() || filter.destination()->families().only(af));
 }
 
-/// The family of the first prefix that the ACL names.
+/// A family that the ACL names; the only one if it names one.
 std::optional<Lumox::AddressFamily> namedFamily(AclConfig const& acl) {
-  std::optional<Lumox::AddressFamily> af;
-  auto const take = [&](Lumox::IpGenPrefix const& p) {
-    af = p.af();
-    return false;
-  };
-  for (auto const& [name, rule] : acl.ruleByName())
-    if (rule->ruleFilter() && !forEachPrefix(*rule->ruleFilter(), take)) break;
-  return af;
+  for (auto const& [name, rule] : acl.ruleByName()) {
+    RuleFilter const* filter = rule->ruleFilter().get();
+    if (!filter) continue;
+    if (!onlyOf(*filter, Lumox::ipv6())) return Lumox::ipv4();
+    if (!onlyOf(*filter, Lumox::ipv4())) return Lumox::ipv6();
+  }
+  return std::nullopt;
 }
 
 std::string ruleOf(AclConfig const& acl, RuleConfig const& rule) {
@@ -55,14 +46,17 @@ constexpr char const* fieldNames[] = {"source port", "destination port", "ICMP t
 
 std::optional<std::string> checkFilter(RuleFilter const& filter) {
   IpPrefixList const* source = filter.source().get();
-  if (source) MOX_ASSERT(source->addrs() || source->exceptAddrs());
+  if (source) MOX_ASSERT_TEXT(source->families().any(), "source->addrs() || source->exceptAddrs()");
   IpPrefixList const* destination = filter.destination().get();
-  if (destination) MOX_ASSERT(destination->addrs() || destination->exceptAddrs());
+  if (destination)
+    MOX_ASSERT_TEXT(destination->families().any(),
+                    "destination->addrs() || destination->exceptAddrs()");
 
+  if (filter.rangesValid()) return std::nullopt;
   std::optional<std::string> reason;
   size_t field = 0;
   filter.forEachRangeColl([&](auto const& ranges) {
-    if (!reason && !ranges.empty()) reason = checkRanges(fieldNames[field], ranges);
+    if (!reason) reason = checkRanges(fieldNames[field], ranges);
     ++field;
   });
   return reason;
@@ -74,21 +68,20 @@ std::string familyReason(AclConfig const& acl) {
                    : std::string("IPv4 and IPv6 prefixes in one ACL"));
 }
 
-std::optional<std::string> checkAcl(AclConfig const& acl) {
+std::optional<std::string> checkAcl(AclWalk const& walk) {
+  AclConfig const& acl = walk.acl();
   std::optional<Lumox::AddressFamily> const named = namedFamily(acl);
   Lumox::AddressFamily const af = acl.af() ? *acl.af() : named.value_or(Lumox::ipv4());
   bool pure = true;
-  for (auto const& [name, rule] : acl.ruleByName()) {
+  for (RuleConfig const* rule : walk.named()) {
     RuleFilter const* filter = rule->ruleFilter().get();
     if (!filter) continue;
     if (auto reason = checkFilter(*filter)) return ruleOf(acl, *rule) + *reason;
-    if (pure)
-      pure = forEachPrefix(*filter, [&](Lumox::IpGenPrefix const& p) { return p.af() == af; });
+    pure = pure && onlyOf(*filter, af);
   }
-  RuleFinder finder(acl);
-  for (auto const& [index, rule] : acl.ruleById())
-    if (finder.find(rule.get()) == RuleFinder::none)
-      return "ACL '" + acl.name() + "', index " + std::to_string(index.value()) +
+  for (AclWalk::Indexed const& i : walk.indexed())
+    if (i.place == AclWalk::none)
+      return "ACL '" + acl.name() + "', index " + std::to_string(i.index.value()) +
              " refers to a rule that the ACL does not hold";
   if (!pure) return familyReason(acl);
   if (!acl.af() && !named)
@@ -102,9 +95,9 @@ Lumox::AddressFamily aclFamily(AclConfig const& acl) {
   return acl.af() ? *acl.af() : namedFamily(acl).value_or(Lumox::ipv4());
 }
 
-std::optional<std::string> checkAcls(AclConfigColl const& coll) {
-  for (auto const& [aclName, acl] : coll.acl())
-    if (auto reason = checkAcl(*acl)) return reason;
+std::optional<std::string> checkAcls(std::vector<AclWalk> const& acls) {
+  for (AclWalk const& walk : acls)
+    if (auto reason = checkAcl(walk)) return reason;
   return std::nullopt;
 }
 

@@ -2,7 +2,7 @@
 
 /// The checks that a configuration must pass before the aggregator touches anything.
 
-#include "naxel/types/AclConfig.h"
+#include "naxel/genset/AclWalk.h"
 
 #include <optional>
 #include <string>
@@ -18,6 +18,6 @@ Lumox::AddressFamily aclFamily(AclConfig const& acl);
 /// agreement of `ruleById` with `ruleByName`. Traces at level 1 where a family has to be assumed.
 /// Aborts on a prefix list without any member, which the agent must never leave in the
 /// configuration.
-std::optional<std::string> checkAcls(AclConfigColl const& coll);
+std::optional<std::string> checkAcls(std::vector<AclWalk> const& acls);
 
 }  // namespace Naxel

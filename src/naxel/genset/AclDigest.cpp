@@ -1,7 +1,6 @@
 #include "naxel/genset/AclDigest.h"
 
 #include "naxel/genset/AclCheck.h"
-#include "naxel/genset/RuleFinder.h"
 
 namespace Naxel {
 
@@ -28,35 +27,37 @@ class Accumulator {
 
 }  // namespace
 
-AggregatorWorkingSet digestAcls(AclConfigColl const& coll, uint32_t enabledCombos) {
+AggregatorWorkingSet digestAcls(std::vector<AclWalk> const& acls, uint32_t enabledCombos) {
   enum : uint64_t { combos = 1, wholeAcl, namedRule, indexedRule, strayRule };
   Accumulator sum;
-  uint32_t rules = 0;
+  size_t rules = 0;
   sum.add(Mox::hashCombine(combos, enabledCombos));
-  for (auto const& [name, acl] : coll.acl()) {
-    uint64_t aclDigest = Mox::hashCombine(Mox::hashText(name), acl->af() ? 1 : 0);
-    aclDigest = Mox::hashCombine(aclDigest, Mox::hashOf(aclFamily(*acl)));
+  std::vector<uint64_t> contents;
+  for (AclWalk const& walk : acls) {
+    AclConfig const& acl = walk.acl();
+    uint64_t aclDigest = Mox::hashCombine(Mox::hashText(acl.name()), acl.af() ? 1 : 0);
+    aclDigest = Mox::hashCombine(aclDigest, Mox::hashOf(aclFamily(acl)));
     sum.add(Mox::hashCombine(wholeAcl, aclDigest));
     uint64_t const named = Mox::hashCombine(aclDigest, namedRule);
     uint64_t const indexed = Mox::hashCombine(aclDigest, indexedRule);
     uint64_t const stray = Mox::hashCombine(aclDigest, strayRule);
-    std::vector<uint64_t> contents;
-    contents.reserve(acl->ruleByName().size());
-    for (auto const& [ruleName, rule] : acl->ruleByName()) {
+    contents.clear();
+    contents.reserve(walk.named().size());
+    for (RuleConfig const* rule : walk.named()) {
       contents.push_back(rule->contentHash());
       sum.add(Mox::hashCombine(named, contents.back()));
     }
-    rules += static_cast<uint32_t>(contents.size());
-    RuleFinder finder(*acl);
-    for (auto const& [index, rule] : acl->ruleById()) {
+    rules += contents.size();
+    for (AclWalk::Indexed const& i : walk.indexed()) {
       // A rule that merely looks like the one of that name is another one, and is refused.
-      uint32_t const at = finder.find(rule.get());
-      bool const held = at != RuleFinder::none;
-      uint64_t const place = Mox::hashCombine(held ? indexed : stray, index.value());
-      sum.add(Mox::hashCombine(place, held ? contents[at] : rule ? rule->contentHash() : 0));
+      bool const held = i.place != AclWalk::none;
+      uint64_t const place = Mox::hashCombine(held ? indexed : stray, i.index.value());
+      uint64_t const content = held ? contents[i.place] : i.rule ? i.rule->contentHash() : 0;
+      sum.add(Mox::hashCombine(place, content));
     }
   }
-  return AggregatorWorkingSet(sum.finish(), static_cast<uint32_t>(coll.acl().size()), rules);
+  return AggregatorWorkingSet(sum.finish(), static_cast<uint32_t>(acls.size()),
+                              static_cast<uint32_t>(rules));
 }
 
 }  // namespace Naxel

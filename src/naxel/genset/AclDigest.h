@@ -2,6 +2,7 @@
 
 /// Digest of an ACL configuration.
 
+#include "naxel/genset/AclWalk.h"
 #include "naxel/genset/NaxelAggregatorTypes.h"
 
 namespace Naxel {
@@ -11,6 +12,6 @@ namespace Naxel {
 /// matches through one label. Each ACL, each rule and each index enters as one mixed 64-bit value
 /// that includes the ACL's name and the place of every field, so that parts which change places or
 /// occur twice do not cancel.
-AggregatorWorkingSet digestAcls(AclConfigColl const& coll, uint32_t enabledCombos);
+AggregatorWorkingSet digestAcls(std::vector<AclWalk> const& acls, uint32_t enabledCombos);
 
 }  // namespace Naxel

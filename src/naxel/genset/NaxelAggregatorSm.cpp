@@ -3,7 +3,6 @@
 #include "mox/Assert.h"
 #include "naxel/genset/AclCheck.h"
 #include "naxel/genset/AclDigest.h"
-#include "naxel/genset/RuleFinder.h"
 #include "naxel/types/NaxelTrace.h"
 
 namespace Naxel {
@@ -98,15 +97,17 @@ Mox::Ptr<RangeDedupMarkAndSweeper> AggregatorSm::rangeDeduperIs(
 
 void AggregatorSm::doStartKick() {
   if (auto line = trace(8)) line << "AggregatorSm(" << chipId() << ")::doStartKick";
-  AggregatorWorkingSet const workingSet = doBuildWorkingSet();
+  acls_ = walkAcls(*aggConfig_->aclConfigColl());
+  AggregatorWorkingSet const workingSet = workingSetOf(acls_);
   if (aggWorkingSet_ == workingSet) {
     if (auto line = trace(6))
       line << "AggregatorSm(" << chipId() << ")::doStartKick"
            << ": Unchanged working set, skipping";
+    acls_ = {};
     return doSetStatus(StageStatusType::finishedSkipped);
   }
   // Nothing has been touched yet, so a refused configuration leaves the last good state usable.
-  if (auto reason = checkAcls(*aggConfig_->aclConfigColl())) {
+  if (auto reason = checkAcls(acls_)) {
     if (auto line = trace(0)) line << "AggregatorSm(" << chipId() << ")::doStartKick: " << *reason;
     return doFail(*reason);
   }
@@ -116,15 +117,20 @@ void AggregatorSm::doStartKick() {
   doBuildSets();
   doDeleteUnusedSets();
   brokenOff_ = false;
+  acls_ = {};
   aggWorkingSet_ = workingSet;
   doSetStatus(StageStatusType::finishedSuccess);
 }
 
 AggregatorWorkingSet AggregatorSm::doBuildWorkingSet() const {
+  return workingSetOf(walkAcls(*aggConfig_->aclConfigColl()));
+}
+
+AggregatorWorkingSet AggregatorSm::workingSetOf(std::vector<AclWalk> const& acls) const {
   uint32_t enabledCombos = 0;
   for (ComboLabelSetType type : allComboLabelSetTypes())
     if (hwCapability_->comboXformWidth(type)) enabledCombos |= 1u << static_cast<unsigned>(type);
-  return digestAcls(*aggConfig_->aclConfigColl(), enabledCombos);
+  return digestAcls(acls, enabledCombos);
 }
 
 void AggregatorSm::doCleanSm() {
@@ -165,31 +171,28 @@ void AggregatorSm::doBuildSets() {
 void AggregatorSm::doBuildFieldSets() {
   dumpAllPrefixListsInRules();
   dumpAllFieldSetsInRules();
-  for (auto const& [aclName, acl] : aggConfig_->aclConfigColl()->acl()) {
-    Lumox::AddressFamily const af = aclFamily(*acl);
-    auto const list = aggStatus_->aclGenSetIpRuleListIs(aclName, af);
-    list->reserve(acl->ruleByName().size(), acl->ruleById().size());
-    for (auto const& [ruleName, rule] : acl->ruleByName()) {
-      auto const setRule = list->genSetIpRuleIs(ruleName);
-      setRule->actionIs(rule->action());
-      if (rule->ruleFilter()) buildRuleSets(*rule->ruleFilter(), af, *setRule);
+  prefixDedupers_ = {};
+  rangeDedupers_ = {};
+  for (AclWalk const& walk : acls_) {
+    Lumox::AddressFamily const af = aclFamily(walk.acl());
+    auto const list = aggStatus_->aclGenSetIpRuleListIs(walk.acl().name(), af);
+    list->reserve(walk.named().size(), walk.indexed().size());
+    for (RuleConfig const* rule : walk.named()) {
+      GenSetIpRule& setRule = *list->genSetIpRuleIs(rule->name());
+      setRule.actionIs(rule->action());
+      if (rule->ruleFilter()) buildRuleSets(*rule->ruleFilter(), af, setRule);
     }
   }
+  countUses();
   dumpAllPrefixSets();
   dumpAllRangeSets();
 }
 
 void AggregatorSm::buildRuleSets(RuleFilter const& filter, Lumox::AddressFamily af,
                                  GenSetIpRule& rule) {
-  GenSetUsageInfo& usage = *aggStatus_->genSetUsageInfo();
-  if (filter.source()) {
-    rule.sourceIs(doBuildPrefixSet(PrefixXformKey(af, true), filter.source()));
-    usage.refCountIs(rule.source()).valueInc(1);
-  }
-  if (filter.destination()) {
+  if (filter.source()) rule.sourceIs(doBuildPrefixSet(PrefixXformKey(af, true), filter.source()));
+  if (filter.destination())
     rule.destinationIs(doBuildPrefixSet(PrefixXformKey(af, false), filter.destination()));
-    usage.refCountIs(rule.destination()).valueInc(1);
-  }
   size_t type = 0;
   filter.forEachRangeColl([&](auto const& ranges) {
     RangeSetType const setType = allRangeSetTypes()[type++];
@@ -201,6 +204,15 @@ void AggregatorSm::buildRuleSets(RuleFilter const& filter, Lumox::AddressFamily 
   uncountPair(ComboLabelSetType::srcDstL4Port, rule);
 }
 
+void AggregatorSm::countUses() {
+  GenSetUsageInfo& usage = *aggStatus_->genSetUsageInfo();
+  auto const publish = [&](GenSetKey key, uint32_t uses) {
+    if (uses) usage.refCountIs(key).valueInc(uses);
+  };
+  for (auto const& [key, deduper] : prefixDeduper_) deduper->forEachUse(publish);
+  for (auto const& [type, deduper] : rangeDeduper_) deduper->forEachUse(publish);
+}
+
 void AggregatorSm::uncountPair(ComboLabelSetType type, GenSetIpRule const& rule) {
   GenSetKeyPair const pair = rule.comboPair(type);
   if (!pair.src() || !pair.dst() || hwCapability_->comboXformWidth(type) == 0) return;
@@ -208,22 +220,34 @@ void AggregatorSm::uncountPair(ComboLabelSetType type, GenSetIpRule const& rule)
   aggStatus_->genSetUsageInfo()->refCountIs(pair.dst()).valueDec(1);
 }
 
+PrefixDedupMarkAndSweeper& AggregatorSm::prefixDeduper(PrefixXformKey const& key) {
+  PrefixDedupMarkAndSweeper*& slot =
+      prefixDedupers_[(key.af() == Lumox::ipv4() ? 0u : 2u) + (key.src() ? 0u : 1u)];
+  if (!slot) slot = prefixDeduperIs(key, aggStatus_->prefixInfo(key), chipId()).get();
+  return *slot;
+}
+
+RangeDedupMarkAndSweeper& AggregatorSm::rangeDeduper(RangeSetType type) {
+  RangeDedupMarkAndSweeper*& slot = rangeDedupers_[static_cast<size_t>(type)];
+  if (!slot) slot = rangeDeduperIs(type, aggStatus_->rangeSplitInfo(type), chipId()).get();
+  return *slot;
+}
+
 GenSetKey AggregatorSm::doBuildPrefixSet(PrefixXformKey const& key,
                                          Mox::Ptr<IpPrefixList const> const& list) {
-  auto const info = aggStatus_->prefixInfo(key);
-  auto const deduper = prefixDeduperIs(key, info, chipId());
-  if (GenSetKey const known = deduper->markList(*list)) return known;
+  PrefixDedupMarkAndSweeper& deduper = prefixDeduper(key);
+  if (GenSetKey const known = deduper.markList(*list)) return known;
 
   // The record that stands for the content, which is an older one than ours where an exception kept
   // it from getting its set.
   auto const record =
-      Mox::dynamicPtrCast<PrefixListDedup>(deduper->addObj(prefixListDedupFactory(list)));
+      Mox::dynamicPtrCast<PrefixListDedup>(deduper.addObj(prefixListDedupFactory(list)));
   GenSetKey const setKey = genSetKeyGen_->newKey();
-  auto const set = info->prefixSetCollIs(setKey);
+  auto const set = deduper.prefixAggInfo()->prefixSetCollIs(setKey);
   set->prefixIs(masked(list->addr()));
   set->exceptPrefixIs(masked(list->exceptAddr()));
   record->prefixSetIs(set);
-  deduper->addDeduped(record);
+  deduper.addDeduped(record);
   if (auto line = trace(6))
     line << "AggregatorSm(" << chipId() << ")::doBuildPrefixSet"
          << " Creating prefixSet, "
@@ -233,47 +257,48 @@ GenSetKey AggregatorSm::doBuildPrefixSet(PrefixXformKey const& key,
 
 template <class Ranges>
 GenSetKey AggregatorSm::buildRangeSet(RangeSetType type, Ranges const& ranges) {
+  // The ends fit: the whole configuration has been checked against the bounds of its fields.
+  auto const elem = [](auto const& r) {
+    return RangeSetElem(static_cast<uint16_t>(r.rangeStart()), static_cast<uint16_t>(r.rangeEnd()));
+  };
+  ranges_.clear();
+  for (auto const& r : ranges) ranges_.insert(elem(r));
+  return buildRangeSet(type);
+}
+
+GenSetKey AggregatorSm::buildRangeSet(RangeSetType type) {
   if (auto line = trace(8))
     line << "AggregatorSm(" << chipId() << ")::buildRangeSet"
          << ", setType:" << type;
-  auto const info = aggStatus_->rangeSplitInfo(type);
   // Before the set, which only a deduper can clear away again after an exception.
-  auto const deduper = rangeDeduperIs(type, info, chipId());
+  RangeDedupMarkAndSweeper& deduper = rangeDeduper(type);
   // Also a set that is not built takes a key.
-  GenSetKey key = genSetKeyGen_->newKey();
-  // The ends fit: the whole configuration has been checked against the bounds of its fields.
-  ranges_.clear();
-  for (auto const& r : ranges)
-    ranges_.insert(
-        RangeSetElem(static_cast<uint16_t>(r.rangeStart()), static_cast<uint16_t>(r.rangeEnd())));
-  if (GenSetKey const known = deduper->markRanges(ranges_)) {
+  GenSetKey const key = genSetKeyGen_->newKey();
+  if (GenSetKey const known = deduper.markRanges(ranges_)) {
     if (auto line = trace(6))
       line << "AggregatorSm(" << chipId() << ")::buildRangeSet"
            << " Reusing rangeSet, key:" << known;
-    key = known;
-  } else {
-    auto const set = info->rangeSetCollIs(key, type);
-    set->rangeIs(ranges_);
-    deduper->addDeduped(set);
-    if (auto line = trace(6))
-      line << "AggregatorSm(" << chipId() << ")::buildRangeSet"
-           << " Creating rangeSet, key:" << key << set->stringValue();
+    return known;
   }
-  aggStatus_->genSetUsageInfo()->refCountIs(key).valueInc(1);
+  auto const set = deduper.rangeSplitAggInfo()->rangeSetCollIs(key, type);
+  set->rangeIs(ranges_);
+  deduper.addDeduped(set);
+  if (auto line = trace(6))
+    line << "AggregatorSm(" << chipId() << ")::buildRangeSet"
+         << " Creating rangeSet, key:" << key << set->stringValue();
   return key;
 }
 
 void AggregatorSm::doBuildAclGenSetRuleById() {
   std::vector<Mox::Ptr<GenSetIpRule>> named;
-  for (auto const& [aclName, acl] : aggConfig_->aclConfigColl()->acl()) {
-    auto const list = aggStatus_->aclGenSetIpRuleList(aclName);
+  for (AclWalk const& walk : acls_) {
+    auto const list = aggStatus_->aclGenSetIpRuleList(walk.acl().name());
     named.clear();
+    named.reserve(walk.named().size());
     for (auto const& [name, rule] : list->genSetIpRule()) named.push_back(rule);
-    RuleFinder finder(*acl);
-    for (auto const& [index, rule] : acl->ruleById()) {
-      uint32_t const at = finder.find(rule.get());
-      MOX_ASSERT(at != RuleFinder::none);
-      list->genSetIpRuleByIdIs(index, named[at]);
+    for (AclWalk::Indexed const& i : walk.indexed()) {
+      MOX_ASSERT(i.place < named.size());
+      list->genSetIpRuleByIdIs(i.index, named[i.place]);
     }
   }
 }

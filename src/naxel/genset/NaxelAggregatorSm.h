@@ -17,6 +17,7 @@
 /// changed list or range makes a new set with a new key.
 
 #include "naxel/control/StageSm.h"
+#include "naxel/genset/AclWalk.h"
 #include "naxel/genset/NaxelAggregatorTypes.h"
 #include "naxel/genset/NaxelDedup.h"
 #include "naxel/loader/HwCapability.h"
@@ -108,12 +109,19 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   void doForget() noexcept override { aggWorkingSet_.reset(); }
 
  private:
+  AggregatorWorkingSet workingSetOf(std::vector<AclWalk> const& acls) const;
+  PrefixDedupMarkAndSweeper& prefixDeduper(PrefixXformKey const& key);
+  RangeDedupMarkAndSweeper& rangeDeduper(RangeSetType type);
   /// Turns the ranges of one filter into the key of a shared set and counts the use.
   template <class Ranges>
   GenSetKey buildRangeSet(RangeSetType type, Ranges const& ranges);
+  /// The same for `ranges_`.
+  GenSetKey buildRangeSet(RangeSetType type);
   void buildRuleSets(RuleFilter const& filter, Lumox::AddressFamily af, GenSetIpRule& rule);
   /// Takes back the two counts of a pair that is matched through one combination label.
   void uncountPair(ComboLabelSetType type, GenSetIpRule const& rule);
+  /// Publishes how often each set was used.
+  void countUses();
   /// After a run that did not finish.
   void deleteUnnamedSets();
 
@@ -124,8 +132,13 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PrefixDedupMarkAndSweeper>> prefixDeduper_;
   Mox::OrderedMap<RangeSetType, Mox::Ptr<RangeDedupMarkAndSweeper>> rangeDeduper_;
   std::optional<AggregatorWorkingSet> aggWorkingSet_;
-  RangeSet::RangeColl ranges_;  // of the filter at hand, for looking them up
-  bool brokenOff_ = false;      // the last run did not finish
+  bool brokenOff_ = false;  // the last run did not finish
+
+  // For the run at hand.
+  std::vector<AclWalk> acls_;
+  std::array<PrefixDedupMarkAndSweeper*, 4> prefixDedupers_{};  // by family and side
+  std::array<RangeDedupMarkAndSweeper*, 7> rangeDedupers_{};    // by type
+  RangeSet::RangeColl ranges_;                                  // of the filter at hand
 };
 NAXEL_EXPORT Mox::Ptr<AggregatorSm> aggregatorSmFactory(
     Obel::ChipId chipId, Mox::Ptr<AggregatorConfig> config, Mox::Ptr<AggregatorStatus> status,

@@ -69,7 +69,7 @@ GenSetKey DedupMarkAndSweeper::mark(size_t at) {
   if (marks_.size() <= at) marks_.resize(objects());
   Mark& m = marks_[at];
   if (!m.key) m.key = getGenSetKey(*object(at));
-  m.used = true;
+  if (m.key) ++m.uses;  // an object without a set is marked again when it has one
   return m.key;
 }
 
@@ -82,15 +82,15 @@ void DedupMarkAndSweeper::sweepUnmarked() {
   clear();
   marks_.resize(objects());
   for (size_t at = 0; at < marks_.size(); ++at)
-    if (!marks_[at].used) doCleanupSweptEntry(getGenSetKey(*object(at)));
-  dropObjects([&](size_t at) { return !marks_[at].used; });
-  marks_.assign(objects(), {GenSetKey(), true});
+    if (marks_[at].uses == 0) doCleanupSweptEntry(getGenSetKey(*object(at)));
+  dropObjects([&](size_t at) { return marks_[at].uses == 0; });
+  marks_.assign(objects(), {GenSetKey(), 1});
 }
 
 std::vector<std::pair<Mox::Ptr<Dedupable>, bool>> DedupMarkAndSweeper::deduped() const {
   std::vector<std::pair<Mox::Ptr<Dedupable>, bool>> all;
   for (size_t at = 0; at < objects(); ++at)
-    all.emplace_back(object(at), at < marks_.size() && marks_[at].used);
+    all.emplace_back(object(at), at < marks_.size() && marks_[at].uses > 0);
   return all;
 }
 

@@ -116,6 +116,13 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
     uint32_t const at = find(hash, same);
     return at == none ? GenSetKey() : mark(at);
   }
+  /// Calls `f(key, uses)` for every object that has a set, with how often it was marked since
+  /// unmarkAll().
+  template <class F>
+  void forEachUse(F f) const {
+    for (Mark const& m : marks_)
+      if (m.key) f(m.key, m.uses);
+  }
   /// Takes every mark away and indexes the objects again.
   void unmarkAll();
   /// Deletes the objects without a mark together with their sets and empties the index.
@@ -138,7 +145,7 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
  private:
   struct Mark {
     GenSetKey key;  // of the object's set; 0 until it is known
-    bool used = false;
+    uint32_t uses = 0;
   };
   GenSetKey mark(size_t at);
 

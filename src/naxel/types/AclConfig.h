@@ -6,6 +6,7 @@
 /// them.
 
 #include "lumox/AddressFamily.h"
+#include "mox/ChunkedMap.h"
 #include "mox/HashMap.h"
 #include "mox/OrderedMap.h"
 #include "naxel/types/Action.h"
@@ -91,7 +92,7 @@ class NAXEL_EXPORT AclConfig : public Mox::Entity {
   void ruleByNameDelAll();
 
   /// The rules in evaluation order.
-  Mox::OrderedMap<AceIndex, Mox::Ptr<RuleConfig>> const& ruleById() const { return ruleById_; }
+  Mox::ChunkedMap<AceIndex, Mox::Ptr<RuleConfig>> const& ruleById() const { return ruleById_; }
   Mox::Ptr<RuleConfig> ruleById(AceIndex index) const { return Mox::lookup(ruleById_, index); }
   bool ruleByIdHas(AceIndex index) const { return ruleById_.contains(index); }
   /// Puts a rule of `ruleByName` at an index, in place of what was there.
@@ -103,7 +104,7 @@ class NAXEL_EXPORT AclConfig : public Mox::Entity {
   std::string name_;
   std::optional<Lumox::AddressFamily> af_;
   Mox::HashMap<std::string, Mox::Ptr<RuleConfig>> ruleByName_;
-  Mox::OrderedMap<AceIndex, Mox::Ptr<RuleConfig>> ruleById_;
+  Mox::ChunkedMap<AceIndex, Mox::Ptr<RuleConfig>> ruleById_;
 };
 
 /// The ACLs of one chip.

@@ -14,12 +14,12 @@ Mox::AttributeTable const& IpPrefixList::attributeTable() const {
 
 IpPrefixList::Content& IpPrefixList::ownContent() {
   if (content_->references() > 1) content_ = Mox::makePtr<Content>(*content_);
-  contentHash_.reset();
+  digest_.reset();
   return *content_;
 }
 
 Mox::Ptr<IpPrefixList> IpPrefixList::copy() const {
-  return Mox::Ptr<IpPrefixList>(new IpPrefixList(content_, contentHash()));
+  return Mox::Ptr<IpPrefixList>(new IpPrefixList(content_, digest()));
 }
 
 void IpPrefixList::addrIs(Lumox::IpGenPrefix const& p) {
@@ -39,20 +39,22 @@ void IpPrefixList::exceptAddrDelAll() {
   collDelAll(ownContent().exceptAddr, &Notifiee::onExceptAddr);
 }
 
-uint64_t IpPrefixList::contentHash() const {
-  if (!contentHash_) {
-    auto const sum = [](PrefixColl const& coll) {
-      uint64_t total = 0;
-      for (Lumox::IpGenPrefix const& p : coll) total += p.hash64();
-      return total;
-    };
-    contentHash_ = Mox::hashCombine(Mox::hashCombine(sum(addr()), sum(exceptAddr())),
-                                    Mox::hashCombine(addrs(), exceptAddrs()));
-  }
-  return *contentHash_;
+IpPrefixList::Digest IpPrefixList::computeDigest() const {
+  Families families;
+  auto const sum = [&](PrefixColl const& coll) {
+    uint64_t total = 0;
+    for (Lumox::IpGenPrefix const& p : coll) {
+      total += p.hash64();
+      (p.af() == Lumox::ipv4() ? families.ipv4 : families.ipv6) = true;
+    }
+    return total;
+  };
+  uint64_t const hash = Mox::hashCombine(Mox::hashCombine(sum(addr()), sum(exceptAddr())),
+                                         Mox::hashCombine(addrs(), exceptAddrs()));
+  return {hash, families};
 }
 
-uint32_t IpPrefixList::hash() const { return Mox::OneAtATime().bytes(contentHash()).finish(); }
+uint32_t IpPrefixList::hash() const { return Mox::foldHash(contentHash()); }
 
 bool IpPrefixList::isEqual(Mox::Ptr<Dedupable const> const& other) const {
   auto const* list = dynamic_cast<IpPrefixList const*>(other.get());

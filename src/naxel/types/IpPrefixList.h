@@ -44,8 +44,19 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
   void exceptAddrDel(Lumox::IpGenPrefix const& p);
   void exceptAddrDelAll();
 
-  /// 64-bit hash of both sets, independent of insertion order. Computed once after each change.
-  uint64_t contentHash() const;
+  /// 64-bit hash of both sets, independent of insertion order. Computed once after each change, as is
+  /// the next.
+  uint64_t contentHash() const { return digest().hash; }
+  /// The families of the prefixes in both sets.
+  struct Families {
+    bool ipv4 = false;
+    bool ipv6 = false;
+    /// Whether there is any prefix.
+    bool any() const { return ipv4 || ipv6; }
+    /// Whether all prefixes are of that family.
+    bool only(Lumox::AddressFamily af) const { return af == Lumox::ipv4() ? !ipv6 : !ipv4; }
+  };
+  Families families() const { return digest().families; }
   uint32_t hash() const override;
   /// True for a prefix list with the same members in both sets.
   bool isEqual(Mox::Ptr<Dedupable const> const& other) const override;
@@ -59,12 +70,22 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
     PrefixColl addr;
     PrefixColl exceptAddr;
   };
-  IpPrefixList(Mox::Ptr<Content> content, uint64_t hash)
-      : contentHash_(hash), content_(std::move(content)) {}
-  /// The content for a change: a copy where it is shared, and without its hash.
+  /// What is remembered of the content.
+  struct Digest {
+    uint64_t hash;
+    Families families;
+  };
+  IpPrefixList(Mox::Ptr<Content> content, Digest const& digest)
+      : digest_(digest), content_(std::move(content)) {}
+  /// The content for a change: a copy where it is shared, and without its digest.
   Content& ownContent();
+  Digest const& digest() const {
+    if (!digest_) digest_ = computeDigest();
+    return *digest_;
+  }
+  Digest computeDigest() const;
 
-  mutable std::optional<uint64_t> contentHash_;
+  mutable std::optional<Digest> digest_;
   Mox::Ptr<Content> content_;
 };
 

@@ -29,23 +29,33 @@ Mox::Ptr<IpPrefixList> RuleFilter::destinationIs() {
   return destination_;
 }
 
+namespace {
+
+enum : uint64_t { sourceSalt = 1, destinationSalt, firstRangeSalt };
+
+}  // namespace
+
+RuleFilter::OwnDigest RuleFilter::computeOwnDigest() const {
+  uint64_t salt = firstRangeSalt;
+  uint64_t hash = (matchTcpInit_ ? 1u : 0u) | (matchTcpEstablished_ ? 2u : 0u);
+  bool valid = true;
+  forEachRangeColl([&](auto const& ranges) {
+    using R = typename std::remove_cvref_t<decltype(ranges)>::value_type;
+    if (!ranges.empty()) hash = Mox::hashCombine(hash, Mox::hashCombine(salt, ranges.size()));
+    for (R const& r : ranges) {
+      hash = Mox::hashCombine(hash, r.orderKey());
+      valid = valid && r.rangeStart() <= r.rangeEnd() && r.rangeEnd() <= R::bound;
+    }
+    ++salt;
+  });
+  return {hash, valid};
+}
+
 uint64_t RuleFilter::contentHash() const {
-  enum : uint64_t { sourceSalt = 1, destinationSalt, firstRangeSalt };
-  if (!ownHash_) {
-    uint64_t salt = firstRangeSalt;
-    uint64_t h = (matchTcpInit_ ? 1u : 0u) | (matchTcpEstablished_ ? 2u : 0u);
-    forEachRangeColl([&](auto const& ranges) {
-      if (!ranges.empty()) h = Mox::hashCombine(h, Mox::hashCombine(salt, ranges.size()));
-      for (auto const& r : ranges)
-        h = Mox::hashCombine(h, uint64_t{r.rangeStart()} << 32 | r.rangeEnd());
-      ++salt;
-    });
-    ownHash_ = h;
-  }
   auto const list = [](uint64_t salt, IpPrefixList const* l) {
     return l ? Mox::hashCombine(salt, l->contentHash()) : salt;
   };
-  return Mox::hashCombine(Mox::hashCombine(*ownHash_, list(sourceSalt, source_.get())),
+  return Mox::hashCombine(Mox::hashCombine(ownDigest().hash, list(sourceSalt, source_.get())),
                           list(destinationSalt, destination_.get()));
 }
 

@@ -132,19 +132,31 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   /// absent list differs from an empty one, and the TCP flags count. What the filter holds itself is
   /// hashed once after each change, and the lists remember theirs.
   uint64_t contentHash() const;
+  /// Whether each range has its ends in order and within its field, remembered with the hash.
+  bool rangesValid() const { return ownDigest().rangesValid; }
   uint32_t hash() const { return Mox::foldHash(contentHash()); }
 
  private:
-  /// An attribute that is about to be written, so that the hash of it does not hold any more.
+  /// What is remembered of the ranges and flags.
+  struct OwnDigest {
+    uint64_t hash;
+    bool rangesValid;
+  };
+  /// An attribute that is about to be written, so that the digest does not hold any more.
   template <class T>
   T& own(T& slot) {
-    ownHash_.reset();
+    ownDigest_.reset();
     return slot;
   }
+  OwnDigest const& ownDigest() const {
+    if (!ownDigest_) ownDigest_ = computeOwnDigest();
+    return *ownDigest_;
+  }
+  OwnDigest computeOwnDigest() const;
 
   Mox::Ptr<IpPrefixList> source_;
   Mox::Ptr<IpPrefixList> destination_;
-  mutable std::optional<uint64_t> ownHash_;  // of the ranges and flags
+  mutable std::optional<OwnDigest> ownDigest_;
   RangeColl<L4PortRange> sportRange_;
   RangeColl<L4PortRange> dportRange_;
   RangeColl<IcmpTypeRange> icmpType_;
