@@ -33,6 +33,8 @@ class NAXEL_EXPORT TrieGen : public Mox::RefCounted {
 
   /// Inserts (true) or removes (false) a prefix of the trie's family without host bits.
   void routeIs(Lumox::IpGenPrefix const& prefix, bool present);
+  /// Makes room for this many prefixes.
+  void reserve(size_t n) { prefixes_.reserve(n); }
   bool has(Lumox::IpGenPrefix const& prefix) const;
 
   /// The longest stored prefix that contains `prefix`, which need not be stored, and is shorter. If

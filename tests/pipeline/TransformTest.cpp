@@ -31,12 +31,11 @@ auto const sportOf = [](GenSetIpRule const& r) { return r.sport(); };
 template <class KeyOf>
 std::string lists(World const& w, XformStatus const& status, KeyOf keyOf) {
   std::map<std::string, std::string> out;
-  for (auto const& [name, rule] :
-       w.root->aggregatorStatus()->aclGenSetIpRuleList("a")->genSetIpRule()) {
+  for (auto const& rule : w.root->aggregatorStatus()->aclGenSetIpRuleList("a")->genSetIpRule()) {
     auto const* list = status.plainLabelListMap()->plainLabelList(keyOf(*rule));
     for (size_t i = 0; list && i < list->label().size(); ++i)
-      out[name] += (i ? "," : "") + Mox::valueToStrep(list->label()[i]);
-    out[name] += "";
+      out[rule->name()] += (i ? "," : "") + Mox::valueToStrep(list->label()[i]);
+    out[rule->name()] += "";
   }
   std::string text;
   for (auto const& [name, list] : out) text += " " + name + ":" + list;

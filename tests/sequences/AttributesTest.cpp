@@ -88,7 +88,7 @@ size_t readPipeline(NaxelRootSm const& root) {
   }
   for (auto const& [name, list] : sets.aclGenSetIpRuleList()) {
     n += readAll(*list);
-    for (auto const& [ruleName, rule] : list->genSetIpRule()) n += readAll(*rule);
+    for (auto const& rule : list->genSetIpRule()) n += readAll(*rule);
   }
   n += readAll(*root.ruleExpanderStatus()->ruleExpanderLoaderInfo());
   return n;

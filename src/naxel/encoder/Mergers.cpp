@@ -57,6 +57,21 @@ Pairs mergePairs(uint32_t bitWidth, Pairs in) {
   return out;
 }
 
+uint32_t fullMask(uint32_t bitWidth) { return (uint32_t{1} << bitWidth) - 1; }
+
+/// Whether the pairs, in the order of their labels, are aligned blocks that do not overlap.
+bool areDisjointBlocks(uint32_t bitWidth, Mox::FlatSet<EncodedLabelWithMask> const& pairs) {
+  uint32_t free = 0;  // the first value behind the pairs so far
+  for (EncodedLabelWithMask const& e : pairs) {
+    uint32_t const stars = ~uint32_t{e.mask().value()} & fullMask(bitWidth);
+    if (stars & (stars + 1)) return false;
+    if (e.label().value() < free || (e.label().value() & stars)) return false;
+    free = e.label().value() + stars + 1;
+  }
+  // A block of all values would have no value for "no pair begins here".
+  return free <= fullMask(bitWidth);
+}
+
 }  // namespace
 
 Mox::AttributeTable const& RangeMerger::attributeTable() const {
@@ -72,7 +87,7 @@ void RangeMerger::doMergeRange(uint32_t start, uint32_t end) {
          << " start: " << start << ", end: " << end;
   MOX_ASSERT(bitWidth());
   MOX_ASSERT(end >= start);
-  uint32_t const full = (uint32_t{1} << bitWidth_) - 1;
+  uint32_t const full = fullMask(bitWidth_);
   auto const add = [&](uint32_t label, uint32_t mask) {
     labelMask_->encLabelAndMaskIs(
         EncodedLabelWithMask(static_cast<uint16_t>(label), static_cast<uint16_t>(mask)));
@@ -93,11 +108,11 @@ Mox::Ptr<RangeMerger> rangeMergerFactory(uint32_t bitWidth,
 }
 
 LabelMerger::LabelMerger(uint32_t bitWidth, Mox::Ptr<EncodedLabelWithMaskList const> inLabelMask,
-                         Mox::Ptr<EncodedLabelWithMaskList> outLabelMask)
+                         Mox::Ptr<EncodedLabelWithMaskList> outLabelMask, PairCounter* scratch)
     : bitWidth_(bitWidth),
       inLabelMask_(std::move(inLabelMask)),
       outLabelMask_(std::move(outLabelMask)) {
-  handleInitialized();
+  handleInitialized(scratch);
 }
 
 Mox::AttributeTable const& LabelMerger::attributeTable() const {
@@ -108,17 +123,29 @@ Mox::AttributeTable const& LabelMerger::attributeTable() const {
   return table;
 }
 
-void LabelMerger::handleInitialized() {
+void LabelMerger::handleInitialized(PairCounter* scratch) {
   if (auto line = trace(8))
     line << "LabelMerger::"
          << "handleInitialized"
          << " bitWidth: " << bitWidth_;
-  Pairs in;
-  in.reserve(inLabelMask_->encLabelAndMask().size());
-  for (EncodedLabelWithMask const& e : inLabelMask_->encLabelAndMask())
-    in.push_back({e.label().value(), e.mask().value()});
+  auto const& in = inLabelMask_->encLabelAndMask();
   std::vector<EncodedLabelWithMask> out;
-  for (Pair const& p : mergePairs(bitWidth_, std::move(in))) out.emplace_back(p.label, p.mask);
+  if (scratch && areDisjointBlocks(bitWidth_, in)) {
+    uint32_t const full = fullMask(bitWidth_);
+    std::vector<PairCounter::Pair> blocks;
+    blocks.reserve(in.size());
+    for (EncodedLabelWithMask const& e : in)
+      blocks.push_back({e.label().value(), static_cast<uint16_t>(~e.mask().value() & full)});
+    std::span<PairCounter::Pair const> const merged = scratch->merge({}, blocks);
+    out.reserve(merged.size());
+    for (PairCounter::Pair const& p : merged)
+      out.emplace_back(p.lowest, static_cast<uint16_t>(~p.stars & full));
+  } else {
+    Pairs pairs;
+    pairs.reserve(in.size());
+    for (EncodedLabelWithMask const& e : in) pairs.push_back({e.label().value(), e.mask().value()});
+    for (Pair const& p : mergePairs(bitWidth_, std::move(pairs))) out.emplace_back(p.label, p.mask);
+  }
   outLabelMask_->encLabelAndMaskIs(std::move(out));
 }
 

@@ -3,6 +3,7 @@
 /// From ranges of encoded labels to value/mask pairs, and from pairs to fewer pairs.
 
 #include "naxel/encoder/LabelTypes.h"
+#include "naxel/encoder/PairCounter.h"
 
 namespace Naxel {
 
@@ -33,8 +34,10 @@ NAXEL_EXPORT Mox::Ptr<RangeMerger> rangeMergerFactory(uint32_t bitWidth,
 /// need not be the smallest; it always matches exactly the labels of the input.
 class NAXEL_EXPORT LabelMerger : public Mox::Entity {
  public:
+  /// With `scratch`, one for that width that many mergers use in turn, pairs that are disjoint
+  /// aligned blocks are joined without sorting them at every bit; the result is the same.
   LabelMerger(uint32_t bitWidth, Mox::Ptr<EncodedLabelWithMaskList const> inLabelMask,
-              Mox::Ptr<EncodedLabelWithMaskList> outLabelMask);
+              Mox::Ptr<EncodedLabelWithMaskList> outLabelMask, PairCounter* scratch = nullptr);
   std::string_view fwkType() const override { return "Naxel::LabelMerger"; }
   Mox::AttributeTable const& attributeTable() const override;
 
@@ -43,7 +46,7 @@ class NAXEL_EXPORT LabelMerger : public Mox::Entity {
   Mox::Ptr<EncodedLabelWithMaskList> const& outLabelMask() const { return outLabelMask_; }
 
  private:
-  void handleInitialized();
+  void handleInitialized(PairCounter* scratch);
 
   uint32_t bitWidth_;
   Mox::Ptr<EncodedLabelWithMaskList const> inLabelMask_;

@@ -146,6 +146,7 @@ bool LabelEncoderSm::doEncode() {
     RangeMerger merger(encodeBitWidth_, pairs);
     for (EncodedLabelRange const& r : (*allocStatus->keyToEncLabelList().get(key))->encLabelRange())
       merger.doMergeRange(r.start().value(), r.end().value());
+    allocStatus->keyToEncLabelListDel(key);  // so that the next pairs take its memory
   }
   shareEqualLists(*costModel);
   return true;
@@ -169,13 +170,14 @@ void LabelEncoderSm::doMerge() {
   traceStep(8, "doMerge");
   EncoderStatus::MaskListMap lists;
   lists.reserve(eLabelMask_.size());
+  PairCounter scratch(encodeBitWidth_);
   for (auto const& [key, pairs] : eLabelMask_) {
     if (pairs->encLabelAndMask().size() <= 1) {
       lists.set(key, pairs);  // nothing to join
       continue;
     }
     auto merged = Mox::makePtr<EncodedLabelWithMaskList>(key);
-    LabelMerger const labelMerger(encodeBitWidth_, pairs, merged);
+    LabelMerger const labelMerger(encodeBitWidth_, pairs, merged, &scratch);
     lists.set(key, std::move(merged));
   }
   status_->encodedLabelListIs(std::move(lists));

@@ -134,6 +134,7 @@ void RuleExpanderSm::doBuildExpandedRules() {
     deleteGoneAcls();
     for (auto const& [name, list] : ruleExConfig_->aggregatorStatus()->aclGenSetIpRuleList())
       buildAcl(*list);
+    for (auto* sources : {&prefixSources_, &rangeSources_, &comboSources_}) sources->clear();
     builtFrom_ = std::move(revisions);
   }
   dumpRuleExpanderStatus();

@@ -114,6 +114,8 @@ class NAXEL_EXPORT ComboLabelSet : public GenSet {
   ComboLabelSetType type() const { return type_; }
   Mox::FlatSet<GenCombo> const& comboLabel() const { return comboLabel_; }
   void comboLabelIs(GenCombo const& c) { comboLabel_.insert(c); }
+  /// Takes over all combinations at once, in any order.
+  void comboLabelIs(std::vector<GenCombo> all) { comboLabel_.adopt(std::move(all)); }
   void comboLabelDel(GenCombo const& c) { comboLabel_.erase(c); }
   void comboLabelDelAll() { comboLabel_.clear(); }
 

@@ -295,7 +295,7 @@ void AggregatorSm::doBuildAclGenSetRuleById() {
     auto const list = aggStatus_->aclGenSetIpRuleList(walk.acl().name());
     named.clear();
     named.reserve(walk.named().size());
-    for (auto const& [name, rule] : list->genSetIpRule()) named.push_back(rule);
+    for (auto const& rule : list->genSetIpRule()) named.push_back(rule);
     for (AclWalk::Indexed const& i : walk.indexed()) {
       MOX_ASSERT(i.place < named.size());
       list->genSetIpRuleByIdIs(i.index, named[i.place]);

@@ -63,7 +63,8 @@ Mox::AttributeTable const& AclGenSetIpRuleList::attributeTable() const {
 }
 
 Mox::Ptr<GenSetIpRule> AclGenSetIpRuleList::genSetIpRuleIs(std::string const& name) {
-  return Mox::lookupOrMake(genSetIpRule_, name, [&] { return Mox::makePtr<GenSetIpRule>(name); });
+  if (auto const* known = genSetIpRule_.find(name)) return *known;
+  return genSetIpRule_.insertAbsent(Mox::makePtr<GenSetIpRule>(name));
 }
 
 void AggregatorStatus::handleInitialized() {

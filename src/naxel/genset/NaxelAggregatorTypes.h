@@ -112,6 +112,10 @@ class NAXEL_EXPORT GenSetIpRule : public Mox::Entity {
   NaxelActionValue action_;
 };
 
+struct NameOfRule {
+  static std::string const& key(Mox::Ptr<GenSetIpRule> const& rule) { return rule->name(); }
+};
+
 /// The rules of one ACL.
 class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
  public:
@@ -122,11 +126,12 @@ class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
 
   std::string const& name() const { return name_; }
   Lumox::AddressFamily af() const { return af_; }
-  Mox::HashMap<std::string, Mox::Ptr<GenSetIpRule>> const& genSetIpRule() const {
-    return genSetIpRule_;
-  }
+  /// Keyed by the names that the rules hold.
+  using RuleColl = Mox::HashTable<Mox::Ptr<GenSetIpRule>, NameOfRule>;
+  RuleColl const& genSetIpRule() const { return genSetIpRule_; }
   Mox::Ptr<GenSetIpRule> genSetIpRule(std::string const& name) const {
-    return Mox::lookup(genSetIpRule_, name);
+    auto const* rule = genSetIpRule_.find(name);
+    return rule ? *rule : nullptr;
   }
   Mox::Ptr<GenSetIpRule> genSetIpRuleIs(std::string const& name);
   /// In rule order.
@@ -145,7 +150,7 @@ class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
  private:
   std::string name_;
   Lumox::AddressFamily af_;
-  Mox::HashMap<std::string, Mox::Ptr<GenSetIpRule>> genSetIpRule_;
+  RuleColl genSetIpRule_;
   Mox::FlatMap<AceIndex, Mox::Ptr<GenSetIpRule>> genSetIpRuleById_;
 };
 

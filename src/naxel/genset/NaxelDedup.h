@@ -70,7 +70,7 @@ class NAXEL_EXPORT Deduper : public Mox::Entity {
   size_t objects() const { return items_.size(); }
   Mox::Ptr<Dedupable> const& object(size_t at) const { return items_[at].obj; }
   /// Forgets where the objects are, and keeps them.
-  void clearIndex() { slots_.clear(); }
+  void clearIndex() { slots_ = {}; }
   /// Indexes the objects that are there.
   void rebuildIndex();
   /// Drops the objects for which `gone(position)` holds; the index must be empty.

@@ -95,7 +95,7 @@ void ComboLabelResolverSm::forEachPair(F f) const {
   for (auto const& [name, list] : config_->aggInfo()->aclGenSetIpRuleList()) {
     // Sets of the other family have no labels here and would only make empty products.
     if (type_ != ComboLabelSetType::srcDstL4Port && prefixComboType(list->af()) != type_) continue;
-    for (auto const& [ruleName, rule] : list->genSetIpRule()) {
+    for (Mox::Ptr<GenSetIpRule> const& rule : list->genSetIpRule()) {
       GenSetKeyPair const pair = rule->comboPair(type_);
       if (pair.src() && pair.dst()) f(pair.src(), pair.dst());
     }
@@ -180,11 +180,15 @@ void ComboLabelResolverSm::doBuildComboLabelSet(GenSetKey src, GenSetKey dst) {
 
   GenSetKey key = genSetKeyGenerator_->newKey();
   auto const set = info.comboLabelSetCollIs(key, type_);
+  std::vector<GenCombo> combos;
+  combos.reserve(srcLabels.size() * dstLabels.size());
   for (PlainLabel s : srcLabels)
-    for (PlainLabel d : dstLabels) {
-      traceStep(9, "doBuildComboLabelSet") << "src label: " << s << " dst label: " << d;
-      set->comboLabelIs(GenCombo(s, d));
-    }
+    for (PlainLabel d : dstLabels) combos.emplace_back(s, d);
+  if (naxelTrace().on(9))
+    for (GenCombo const& c : combos)
+      traceStep(9, "doBuildComboLabelSet")
+          << "src label: " << c.srcLabel() << " dst label: " << c.dstLabel();
+  set->comboLabelIs(std::move(combos));
   GenSetKey const canonical = comboLabelDeduper_->addDeduped(set);
   if (canonical == key) {
     if (auto line = traceStep(6, "doBuildComboLabelSet"))

@@ -1,29 +1,33 @@
 #include "naxel/xform/NaxelComboLabelSplitSm.h"
 
 #include <algorithm>
+#include <span>
+#include <utility>
 
 namespace Naxel {
 
 namespace {
 
-/// Groups as chains: a group is its parent's sets and one more, whose key is larger than all of
-/// them.
+/// A group that is another one extended by a set.
+struct GroupStep {
+  uint32_t parent = 0;
+  GenSetKey key;
+  bool operator==(GroupStep const&) const = default;
+  uint64_t hash64() const { return Mox::hashCombine(parent, key.value()); }
+};
+
+/// Groups under refinement.
 class GroupChains {
  public:
-  /// The empty group.
-  static constexpr uint32_t root = 0;
+  static constexpr uint32_t root = 0;  // the group without sets
 
-  /// Begins the pass of the next set.
-  void nextSet(GenSetKey key) {
-    key_ = key;
-    extended_.clear();
-  }
-  /// The group extended by the present set.
-  uint32_t extend(uint32_t group) {
-    if (uint32_t const* known = extended_.get(group)) return *known;
+  /// The group that extends `group` by `key`; the same one for the same two.
+  uint32_t extend(uint32_t group, GenSetKey key) {
+    GroupStep const step{group, key};
+    if (uint32_t const* known = extended_.get(step)) return *known;
     auto const id = static_cast<uint32_t>(chains_.size());
-    chains_.push_back({group, key_});
-    extended_.set(group, id);
+    chains_.push_back(step);
+    extended_.set(step, id);
     return id;
   }
   std::vector<GenSetKey> keys(uint32_t group) const {
@@ -32,16 +36,35 @@ class GroupChains {
     std::reverse(out.begin(), out.end());
     return out;
   }
+  size_t size() const { return chains_.size(); }
 
  private:
-  struct Chain {
-    uint32_t parent;
-    GenSetKey key;
-  };
-  std::vector<Chain> chains_{{root, GenSetKey()}};
-  GenSetKey key_;
-  Mox::HashMap<uint32_t, uint32_t> extended_;
+  std::vector<GroupStep> chains_{GroupStep()};
+  Mox::HashMap<GroupStep, uint32_t> extended_;
 };
+
+/// The combinations of one set that share a source label, ascending.
+struct Run {
+  PlainLabel src;
+  GenSetKey key;
+  std::span<GenCombo const> combos;
+};
+
+/// The runs of all sets by source label, within a label by set key.
+std::vector<Run> runsOf(std::vector<GenSetKey> const& keys, ComboLabelInfo const& info) {
+  std::vector<Run> runs;
+  for (GenSetKey key : keys) {
+    std::vector<GenCombo> const& all = info.comboLabelSetColl(key)->comboLabel().items();
+    for (size_t from = 0, to = 0; from < all.size(); from = to) {
+      PlainLabel const src = all[from].srcLabel();
+      while (to < all.size() && all[to].srcLabel() == src) ++to;
+      runs.push_back({src, key, std::span(all).subspan(from, to - from)});
+    }
+  }
+  std::stable_sort(runs.begin(), runs.end(),
+                   [](Run const& x, Run const& y) { return x.src < y.src; });
+  return runs;
+}
 
 }  // namespace
 
@@ -67,51 +90,55 @@ Mox::Ptr<GenSetKeyGroup> ComboLabelSplitSm::comboLabelToGenSetGrpMap(GenCombo co
 
 void ComboLabelSplitSm::doBuildWorkingSet() {
   traceStep(8, "doBuildWorkingSet");
-  std::vector<GenSetKey> keys;
-  for (auto const& [key, set] : config_->comboLabelInfo()->comboLabelSetColl()) keys.push_back(key);
-  auto group = genSetKeyGroupFactory();
-  group->keyGroupIs(std::move(keys));
-  workingSetIs(std::move(group));
+  workingSetIsKeysOf(config_->comboLabelInfo()->comboLabelSetColl());
 }
 
 void ComboLabelSplitSm::doBuildSetGroup() {
   traceStep(8, "doBuildSetGroup");
   comboLabelToGenSetGrpMapDelAll();
-  ComboLabelInfo const& info = *config_->comboLabelInfo();
+  std::vector<Run> const runs =
+      runsOf(workingSet()->keyGroup().items(), *config_->comboLabelInfo());
+  uint32_t lastDst = 0;
+  for (Run const& run : runs) lastDst = std::max(lastDst, run.combos.back().dstLabel().value());
+
   GroupChains chains;
-  Mox::HashMap<GenCombo, uint32_t> groupOf;
-  for (GenSetKey key : workingSet()->keyGroup()) {
-    chains.nextSet(key);
-    for (GenCombo const& combo : info.comboLabelSetColl(key)->comboLabel()) {
-      uint32_t& group = groupOf.at(combo);
-      group = chains.extend(group);
-    }
-  }
   KeyGroupInterner interner;
-  Mox::HashMap<uint32_t, Mox::Ptr<GenSetKeyGroup>> materialised;
+  std::vector<Mox::Ptr<GenSetKeyGroup>> materialised;  // by chain
   std::vector<GroupMap::value_type> groups;
-  groups.reserve(groupOf.size());
-  for (auto const& [combo, number] : groupOf) {
-    uint32_t const id = number;
-    Mox::Ptr<GenSetKeyGroup> const& group =
-        Mox::lookupOrMake(materialised, id, [&] { return interner.intern(chains.keys(id)); });
+  std::vector<uint32_t> groupOf(size_t{lastDst} + 1, GroupChains::root);  // by destination label
+  std::vector<uint32_t> dsts;                                             // those with a group
+  for (size_t from = 0, to = 0; from < runs.size(); from = to) {
+    PlainLabel const src = runs[from].src;
+    for (; to < runs.size() && runs[to].src == src; ++to) {
+      uint32_t known = ~uint32_t{0};
+      uint32_t extended = GroupChains::root;
+      for (GenCombo const& combo : runs[to].combos) {
+        uint32_t& group = groupOf[combo.dstLabel().value()];
+        if (group == GroupChains::root) dsts.push_back(combo.dstLabel().value());
+        if (group != known) {  // neighbours mostly come from the same group
+          known = group;
+          extended = chains.extend(group, runs[to].key);
+        }
+        group = extended;
+      }
+    }
+    std::sort(dsts.begin(), dsts.end());
+    materialised.resize(chains.size());
+    for (uint32_t dst : dsts) {
+      uint32_t const id = std::exchange(groupOf[dst], GroupChains::root);
+      if (!materialised[id]) materialised[id] = interner.intern(chains.keys(id));
+      groups.emplace_back(GenCombo(src, PlainLabel(dst)), materialised[id]);
+    }
+    dsts.clear();
     // Beyond the limit the result is unusable anyway, and its size would have no bound.
     if (interner.size() > groupLimit()) return overflowIs(true);
-    groups.emplace_back(combo, group);
   }
   comboLabelToGenSetGrpMap_.adopt(std::move(groups));
 }
 
 void ComboLabelSplitSm::doAllocLabels() {
   traceStep(8, "doAllocLabels");
-  xformSetGroupDeduper()->clear();
-  std::vector<ComboLabelSplitStatus::LabelMap::value_type> labels;
-  labels.reserve(comboLabelToGenSetGrpMap_.size());
-  for (auto const& [combo, group] : comboLabelToGenSetGrpMap_)
-    labels.emplace_back(combo, xformSetGroupDeduper()->addGroup(group));
-  ComboLabelSplitStatus::LabelMap map;
-  map.adopt(std::move(labels));
-  status_->comboToPlainLabelMapIs(std::move(map));
+  status_->comboToPlainLabelMapIs(labelsOf(comboLabelToGenSetGrpMap_));
 }
 
 void ComboLabelSplitSm::doClearOutput() {

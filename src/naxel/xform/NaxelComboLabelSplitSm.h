@@ -4,10 +4,10 @@
 /// The frame (reads, writes, skips, fails, order) is that of XformSmBase.
 ///
 /// Every combination that occurs gets the group of sets that contain it. Groups are found by
-/// refinement: the sets are taken one after another in ascending order of their keys, and a
-/// combination that is in the next set moves from its group to that group extended by the set, the
-/// same for all that come from there. So a combination costs a lookup per set that holds it, and a
-/// group its own size once.
+/// refinement, one source label after another: the sets that have combinations with it are taken in
+/// ascending order of their keys, and a destination label that is in the next set moves from its group
+/// to that group extended by the set, the same for all that come from there. So a combination costs a
+/// few steps in an array per set that holds it, and a group its own size once.
 
 #include "naxel/xform/XformSmBase.h"
 

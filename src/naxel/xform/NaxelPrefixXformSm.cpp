@@ -38,11 +38,7 @@ Mox::Ptr<GenSetKeyGroup> NaxelPrefixXformSm::prefixToGenSetGrp(Lumox::IpGenPrefi
 
 void NaxelPrefixXformSm::doBuildWorkingSet() {
   traceStep(8, "doBuildWorkingSet");
-  std::vector<GenSetKey> keys;
-  for (auto const& [key, set] : prefixAggregatorInfo().prefixSetColl()) keys.push_back(key);
-  auto group = genSetKeyGroupFactory();
-  group->keyGroupIs(std::move(keys));
-  workingSetIs(std::move(group));
+  workingSetIsKeysOf(prefixAggregatorInfo().prefixSetColl());
 }
 
 void NaxelPrefixXformSm::doBuildSetGroup() {
@@ -61,6 +57,7 @@ void NaxelPrefixXformSm::doBuildSetGroup() {
   UpdatePrefixSetListCallback callback(*this);
   trie_->preOrderWalk(root, callback);
   dump("*** PrefixSetLists updated ***");
+  interner_ = KeyGroupInterner();  // and with it the seeds
 }
 
 NaxelPrefixXformSm::GroupMap NaxelPrefixXformSm::groupsOf(Naming naming) {
@@ -107,6 +104,7 @@ void NaxelPrefixXformSm::doBuildTrie() {
   traceStep(8, "doBuildTrie");
   trieDel();
   trieIs("NaxelPrefixXformTrie", config_->key().af());
+  trie_->reserve(prefixToGenSetGrp_.size());
   for (auto const& [prefix, group] : prefixToGenSetGrp_) {
     traceStep(9, "doBuildTrie") << " prefix " << prefix;
     trie_->routeIs(prefix, true);
@@ -115,14 +113,7 @@ void NaxelPrefixXformSm::doBuildTrie() {
 
 void NaxelPrefixXformSm::doAllocLabels() {
   traceStep(8, "doAllocLabels");
-  xformSetGroupDeduper()->clear();
-  std::vector<PrefixXformStatus::LabelMap::value_type> labels;
-  labels.reserve(prefixToGenSetGrp_.size());
-  for (auto const& [prefix, group] : prefixToGenSetGrp_)
-    labels.emplace_back(prefix, xformSetGroupDeduper()->addGroup(group));
-  PrefixXformStatus::LabelMap map;
-  map.adopt(std::move(labels));
-  status_->prefixToLabelMapIs(std::move(map));
+  status_->prefixToLabelMapIs(labelsOf(prefixToGenSetGrp_));
 }
 
 void NaxelPrefixXformSm::doClearOutput() {

@@ -65,11 +65,7 @@ std::string RangeSplitSm::traceStr() const {
 
 void RangeSplitSm::doBuildWorkingSet() {
   traceStep(8, "doBuildWorkingSet");
-  std::vector<GenSetKey> keys;
-  for (auto const& [key, set] : config_->aggregatorInfo()->rangeSetColl()) keys.push_back(key);
-  auto group = genSetKeyGroupFactory();
-  group->keyGroupIs(std::move(keys));
-  workingSetIs(std::move(group));
+  workingSetIsKeysOf(config_->aggregatorInfo()->rangeSetColl());
 }
 
 void RangeSplitSm::doCreateRangePoints() {
@@ -133,14 +129,7 @@ void RangeSplitSm::doBuildSetGroup() {
 
 void RangeSplitSm::doAllocLabels() {
   traceStep(8, "doAllocLabels");
-  xformSetGroupDeduper()->clear();
-  std::vector<RangeSplitStatus::LabelMap::value_type> labels;
-  labels.reserve(rangeElemToGenSetGrp_.size());
-  for (auto const& [elem, group] : rangeElemToGenSetGrp_)
-    labels.emplace_back(elem, xformSetGroupDeduper()->addGroup(group));
-  RangeSplitStatus::LabelMap map;
-  map.adopt(std::move(labels));
-  status_->rangeToPlainLabelMapIs(std::move(map));
+  status_->rangeToPlainLabelMapIs(labelsOf(rangeElemToGenSetGrp_));
 }
 
 void RangeSplitSm::doClearOutput() {

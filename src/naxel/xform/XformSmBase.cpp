@@ -1,7 +1,6 @@
 #include "naxel/xform/XformSmBase.h"
 
 #include "mox/Assert.h"
-#include "naxel/genset/KeyPlaces.h"
 #include "naxel/types/NaxelTrace.h"
 
 namespace Naxel {

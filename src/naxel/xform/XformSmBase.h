@@ -20,6 +20,7 @@
 #include "mox/Trace.h"
 #include "naxel/control/StageSm.h"
 #include "naxel/genset/KeyGroupInterner.h"
+#include "naxel/genset/KeyPlaces.h"
 #include "naxel/genset/NaxelDedup.h"
 #include "naxel/loader/HwCapability.h"
 #include "naxel/xform/NaxelXformTypes.h"
@@ -67,6 +68,30 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
   /// Empties the map from item to label.
   virtual void doClearOutput() {}
   void doForget() noexcept override { previousWorkingSet_ = nullptr; }
+
+  /// Makes the keys of a collection of sets the working set.
+  template <class Coll>
+  void workingSetIsKeysOf(Coll const& coll) {
+    auto group = genSetKeyGroupFactory();
+    group->keyGroupIs(keysOf(coll));
+    workingSetIs(std::move(group));
+  }
+  /// Labels groups afresh, in the order of their items; returns each item with its group's label.
+  template <class Item>
+  Mox::FlatMap<Item, PlainLabel> labelsOf(
+      Mox::FlatMap<Item, Mox::Ptr<GenSetKeyGroup>> const& groups) {
+    xformSetGroupDeduper_->clear();
+    Mox::FlatMap<Item, PlainLabel> labels;
+    labels.reserve(groups.size());
+    GenSetKeyGroup const* last = nullptr;
+    PlainLabel label;
+    for (auto const& [item, group] : groups) {
+      if (group.get() != last) label = xformSetGroupDeduper_->addGroup(group);
+      last = group.get();
+      labels.set(item, label);
+    }
+    return labels;
+  }
 
   /// Most distinct groups that the width allows.
   size_t groupLimit() const { return (size_t{1} << xformWidth()) - 1; }
