@@ -106,6 +106,12 @@ class HashTable {
     ++size_;
     return items_.back();
   }
+  /// Puts an element in the place of the one of its key. Returns true if there was one.
+  bool replace(T item) {
+    T* known = findMutable(KeyOf::key(item));
+    if (known) *known = std::move(item);
+    return known != nullptr;
+  }
   /// Returns true if there was an element of that key.
   bool erase(Key const& key) {
     size_t const at = positionOf(key);

@@ -32,7 +32,6 @@ AggregatorWorkingSet digestAcls(std::vector<AclWalk> const& acls, uint32_t enabl
   Accumulator sum;
   size_t rules = 0;
   sum.add(Mox::hashCombine(combos, enabledCombos));
-  std::vector<uint64_t> contents;
   for (AclWalk const& walk : acls) {
     AclConfig const& acl = walk.acl();
     uint64_t aclDigest = Mox::hashCombine(Mox::hashText(acl.name()), acl.af() ? 1 : 0);
@@ -41,18 +40,13 @@ AggregatorWorkingSet digestAcls(std::vector<AclWalk> const& acls, uint32_t enabl
     uint64_t const named = Mox::hashCombine(aclDigest, namedRule);
     uint64_t const indexed = Mox::hashCombine(aclDigest, indexedRule);
     uint64_t const stray = Mox::hashCombine(aclDigest, strayRule);
-    contents.clear();
-    contents.reserve(walk.named().size());
-    for (RuleConfig const* rule : walk.named()) {
-      contents.push_back(rule->contentHash());
-      sum.add(Mox::hashCombine(named, contents.back()));
-    }
-    rules += contents.size();
+    for (uint64_t content : walk.contents()) sum.add(Mox::hashCombine(named, content));
+    rules += walk.contents().size();
     for (AclWalk::Indexed const& i : walk.indexed()) {
       // A rule that merely looks like the one of that name is another one, and is refused.
       bool const held = i.place != AclWalk::none;
       uint64_t const place = Mox::hashCombine(held ? indexed : stray, i.index.value());
-      uint64_t const content = held ? contents[i.place] : i.rule ? i.rule->contentHash() : 0;
+      uint64_t const content = held ? walk.contents()[i.place] : i.rule ? i.rule->contentHash() : 0;
       sum.add(Mox::hashCombine(place, content));
     }
   }

@@ -4,7 +4,11 @@ namespace Naxel {
 
 AclWalk::AclWalk(AclConfig const& acl) : acl_(&acl) {
   named_.reserve(acl.ruleByName().size());
-  for (auto const& [name, rule] : acl.ruleByName()) named_.push_back(rule.get());
+  contents_.reserve(acl.ruleByName().size());
+  for (auto const& [name, rule] : acl.ruleByName()) {
+    named_.push_back(rule.get());
+    contents_.push_back(rule->contentHash());
+  }
 
   // Agents mostly fill both collections in the same order, so the search begins behind the rule found
   // last; the first rule that is not there makes a table of all.

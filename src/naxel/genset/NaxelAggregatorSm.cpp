@@ -5,6 +5,8 @@
 #include "naxel/genset/AclDigest.h"
 #include "naxel/types/NaxelTrace.h"
 
+#include <algorithm>
+
 namespace Naxel {
 
 namespace {
@@ -116,6 +118,10 @@ void AggregatorSm::doStartKick() {
   brokenOff_ = true;
   doBuildSets();
   doDeleteUnusedSets();
+  built_.clear();
+  for (AclWalk& walk : acls_)
+    built_.set(walk.acl().name(),
+               {aggStatus_->aclGenSetIpRuleList(walk.acl().name()), walk.takeContents()});
   brokenOff_ = false;
   acls_ = {};
   aggWorkingSet_ = workingSet;
@@ -136,7 +142,10 @@ AggregatorWorkingSet AggregatorSm::workingSetOf(std::vector<AclWalk> const& acls
 void AggregatorSm::doCleanSm() {
   for (auto const& [key, deduper] : prefixDeduper_) deduper->unmarkAll();
   for (auto const& [type, deduper] : rangeDeduper_) deduper->unmarkAll();
-  if (brokenOff_) deleteUnnamedSets();
+  if (brokenOff_) {
+    built_.clear();
+    deleteUnnamedSets();
+  }
   aggStatus_->aclGenSetIpRuleListDelAll();
   aggStatus_->genSetUsageInfo()->refCountDelAll();
 }
@@ -175,17 +184,65 @@ void AggregatorSm::doBuildFieldSets() {
   rangeDedupers_ = {};
   for (AclWalk const& walk : acls_) {
     Lumox::AddressFamily const af = aclFamily(walk.acl());
+    if (auto const list = reusableList(walk, af)) {
+      rebuildList(walk, list);
+      continue;
+    }
     auto const list = aggStatus_->aclGenSetIpRuleListIs(walk.acl().name(), af);
     list->reserve(walk.named().size(), walk.indexed().size());
-    for (RuleConfig const* rule : walk.named()) {
-      GenSetIpRule& setRule = *list->genSetIpRuleIs(rule->name());
-      setRule.actionIs(rule->action());
-      if (rule->ruleFilter()) buildRuleSets(*rule->ruleFilter(), af, setRule);
-    }
+    for (RuleConfig const* rule : walk.named())
+      buildRule(*rule, af, *list->genSetIpRuleIs(rule->name()));
   }
   countUses();
   dumpAllPrefixSets();
   dumpAllRangeSets();
+}
+
+Mox::Ptr<AclGenSetIpRuleList> AggregatorSm::reusableList(AclWalk const& walk,
+                                                         Lumox::AddressFamily af) const {
+  Built const* built = built_.get(walk.acl().name());
+  if (!built || built->list->af() != af) return nullptr;
+  auto const& old = built->list->genSetIpRule();
+  bool const same = std::equal(
+      old.begin(), old.end(), walk.named().begin(), walk.named().end(),
+      [](auto const& rule, RuleConfig const* config) { return rule->name() == config->name(); });
+  return same ? built->list : nullptr;
+}
+
+void AggregatorSm::rebuildList(AclWalk const& walk, Mox::Ptr<AclGenSetIpRuleList> const& list) {
+  std::vector<uint64_t> const& contents = built_.get(walk.acl().name())->contents;
+  std::vector<Mox::Ptr<GenSetIpRule>> changed;
+  size_t place = 0;
+  for (auto const& rule : list->genSetIpRule()) {
+    if (contents[place] == walk.contents()[place]) {
+      reuseRule(*rule, list->af());
+    } else {
+      changed.push_back(Mox::makePtr<GenSetIpRule>(rule->name()));
+      buildRule(*walk.named()[place], list->af(), *changed.back());
+    }
+    ++place;
+  }
+  for (auto& rule : changed) list->genSetIpRuleReplace(std::move(rule));
+  list->genSetIpRuleByIdDelAll();
+  aggStatus_->aclGenSetIpRuleListIs(list);
+}
+
+void AggregatorSm::buildRule(RuleConfig const& config, Lumox::AddressFamily af,
+                             GenSetIpRule& rule) {
+  rule.actionIs(config.action());
+  if (config.ruleFilter()) buildRuleSets(*config.ruleFilter(), af, rule);
+}
+
+void AggregatorSm::reuseRule(GenSetIpRule const& rule, Lumox::AddressFamily af) {
+  if (rule.source()) prefixDeduper(PrefixXformKey(af, true)).markKey(rule.source());
+  if (rule.destination()) prefixDeduper(PrefixXformKey(af, false)).markKey(rule.destination());
+  for (RangeSetType type : allRangeSetTypes())
+    if (GenSetKey const key = rule.range(type)) {
+      rangeDeduper(type).markKey(key);
+      genSetKeyGen_->newKey();  // as if a set had been built and found to be known
+    }
+  uncountPair(prefixComboType(af), rule);
+  uncountPair(ComboLabelSetType::srcDstL4Port, rule);
 }
 
 void AggregatorSm::buildRuleSets(RuleFilter const& filter, Lumox::AddressFamily af,

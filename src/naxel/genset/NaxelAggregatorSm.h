@@ -13,6 +13,9 @@
 ///          not hold. The check runs before anything is touched.
 /// Order    ACLs by name, rules by index; sets by ascending key.
 ///
+/// A rule whose content is what it was in the last run keeps its sets without a search for them; they
+/// are counted like those of any other rule, and the keys that a search would have spent are spent.
+///
 /// A set lives as long as some rule uses equal content in every kick: its key is kept, and a
 /// changed list or range makes a new set with a new key.
 
@@ -117,6 +120,13 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   GenSetKey buildRangeSet(RangeSetType type, Ranges const& ranges);
   /// The same for `ranges_`.
   GenSetKey buildRangeSet(RangeSetType type);
+  /// The rule list that the last run made for an ACL, if the names of its rules are still the same
+  /// ones in the same order; null else.
+  Mox::Ptr<AclGenSetIpRuleList> reusableList(AclWalk const& walk, Lumox::AddressFamily af) const;
+  void rebuildList(AclWalk const& walk, Mox::Ptr<AclGenSetIpRuleList> const& list);
+  void buildRule(RuleConfig const& config, Lumox::AddressFamily af, GenSetIpRule& rule);
+  /// Marks and counts the sets of a rule that has not changed.
+  void reuseRule(GenSetIpRule const& rule, Lumox::AddressFamily af);
   void buildRuleSets(RuleFilter const& filter, Lumox::AddressFamily af, GenSetIpRule& rule);
   /// Takes back the two counts of a pair that is matched through one combination label.
   void uncountPair(ComboLabelSetType type, GenSetIpRule const& rule);
@@ -133,6 +143,12 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   Mox::OrderedMap<RangeSetType, Mox::Ptr<RangeDedupMarkAndSweeper>> rangeDeduper_;
   std::optional<AggregatorWorkingSet> aggWorkingSet_;
   bool brokenOff_ = false;  // the last run did not finish
+  /// What the last run that finished made of an ACL, and from which contents, by place.
+  struct Built {
+    Mox::Ptr<AclGenSetIpRuleList> list;
+    std::vector<uint64_t> contents;
+  };
+  Mox::OrderedMap<std::string, Built> built_;
 
   // For the run at hand.
   std::vector<AclWalk> acls_;

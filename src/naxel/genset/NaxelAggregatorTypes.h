@@ -138,6 +138,8 @@ class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
   Mox::FlatMap<AceIndex, Mox::Ptr<GenSetIpRule>> const& genSetIpRuleById() const {
     return genSetIpRuleById_;
   }
+  /// Puts a rule in the place of the one of its name.
+  void genSetIpRuleReplace(Mox::Ptr<GenSetIpRule> rule) { genSetIpRule_.replace(std::move(rule)); }
   /// Makes room for the rules that are to come.
   void reserve(size_t rules, size_t indexes) {
     genSetIpRule_.reserve(rules);
@@ -146,6 +148,7 @@ class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
   void genSetIpRuleByIdIs(AceIndex index, Mox::Ptr<GenSetIpRule> rule) {
     genSetIpRuleById_.set(index, std::move(rule));
   }
+  void genSetIpRuleByIdDelAll() { genSetIpRuleById_.clear(); }
 
  private:
   std::string name_;
@@ -176,6 +179,10 @@ class NAXEL_EXPORT AggregatorStatus : public StageStatus {
   }
   Mox::Ptr<AclGenSetIpRuleList> aclGenSetIpRuleListIs(std::string const& name,
                                                       Lumox::AddressFamily af);
+  void aclGenSetIpRuleListIs(Mox::Ptr<AclGenSetIpRuleList> list) {
+    std::string const name = list->name();
+    aclGenSetIpRuleList_.set(name, std::move(list));
+  }
   void aclGenSetIpRuleListDelAll() {
     aclGenSetIpRuleList_.clear();
     ++revision_;

@@ -2,6 +2,8 @@
 
 #include "mox/Assert.h"
 
+#include <algorithm>
+
 namespace Naxel {
 
 Mox::AttributeTable const& DedupableList::attributeTable() const {
@@ -73,18 +75,35 @@ GenSetKey DedupMarkAndSweeper::mark(size_t at) {
   return m.key;
 }
 
+void DedupMarkAndSweeper::markKey(GenSetKey key) {
+  uint32_t at = places_.of(key);
+  if (at == KeyPlaces::none)
+    while (++at < marks_.size() && marks_[at].key != key) continue;
+  MOX_ASSERT(at < marks_.size());
+  ++marks_[at].uses;
+}
+
 void DedupMarkAndSweeper::unmarkAll() {
-  marks_.clear();
   rebuildIndex();
+  marks_.resize(objects());
+  std::vector<GenSetKey> keys;
+  keys.reserve(marks_.size());
+  for (Mark& m : marks_) {
+    m.uses = 0;
+    keys.push_back(m.key);
+  }
+  // Keys rise as objects come; after a run that was broken off an older object may get a later key.
+  places_ = std::is_sorted(keys.begin(), keys.end()) ? KeyPlaces(std::move(keys)) : KeyPlaces();
 }
 
 void DedupMarkAndSweeper::sweepUnmarked() {
   clear();
+  places_ = KeyPlaces();
   marks_.resize(objects());
   for (size_t at = 0; at < marks_.size(); ++at)
     if (marks_[at].uses == 0) doCleanupSweptEntry(getGenSetKey(*object(at)));
   dropObjects([&](size_t at) { return marks_[at].uses == 0; });
-  marks_.assign(objects(), {GenSetKey(), 1});
+  std::erase_if(marks_, [](Mark const& m) { return m.uses == 0; });
 }
 
 std::vector<std::pair<Mox::Ptr<Dedupable>, bool>> DedupMarkAndSweeper::deduped() const {

@@ -15,6 +15,7 @@
 #include "mox/HashMap.h"
 #include "mox/OrderedMap.h"
 #include "naxel/genset/GenSet.h"
+#include "naxel/genset/KeyPlaces.h"
 #include "naxel/types/IpPrefixList.h"
 #include "obel/ChipId.h"
 
@@ -116,6 +117,8 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
     uint32_t const at = find(hash, same);
     return at == none ? GenSetKey() : mark(at);
   }
+  /// Marks the object whose set has that key, which must be one of a run that finished.
+  void markKey(GenSetKey key);
   /// Calls `f(key, uses)` for every object that has a set, with how often it was marked since
   /// unmarkAll().
   template <class F>
@@ -150,6 +153,7 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
   GenSetKey mark(size_t at);
 
   std::vector<Mark> marks_;  // by position; shorter where objects came without a mark
+  KeyPlaces places_;         // of the keys in marks_ while they are ascending
 };
 
 /// Stands for the content of a prefix list. `prefixList` is the list it was made for until a set is
