@@ -14,13 +14,13 @@ class ActiveSets {
  public:
   bool empty() const { return keys_.empty(); }
   size_t keyGroups() const { return keys_.size(); }
-  void add(GenSetKeyGroup::KeyColl const& keys) {
+  void add(std::span<GenSetKey const> keys) {
     for (GenSetKey key : keys) {
       keys_.insert(std::lower_bound(keys_.begin(), keys_.end(), key), key);
       hash_.add(key);
     }
   }
-  void remove(GenSetKeyGroup::KeyColl const& keys) {
+  void remove(std::span<GenSetKey const> keys) {
     for (GenSetKey key : keys) {
       keys_.erase(std::lower_bound(keys_.begin(), keys_.end(), key));
       hash_.remove(key);
@@ -71,27 +71,32 @@ void RangeSplitSm::doBuildWorkingSet() {
 void RangeSplitSm::doCreateRangePoints() {
   traceStep(8, "doCreateRangePoints");
   struct Boundary {
-    uint16_t point;
-    bool end;
+    uint32_t place;  // the point, and within it starts before ends
     GenSetKey key;
   };
   std::vector<Boundary> boundaries;
   for (auto const& [key, set] : config_->aggregatorInfo()->rangeSetColl())
     for (RangeSetElem const& r : mergeOverlapping(set->range())) {
-      boundaries.push_back({r.first(), false, key});
-      boundaries.push_back({r.last(), true, key});
+      boundaries.push_back({uint32_t{r.first()} << 1, key});
+      boundaries.push_back({uint32_t{r.last()} << 1 | 1, key});
     }
-  // Stable, so that the keys of a point stay ascending and enter its collections at the end.
+  // Stable, so that the keys of a place stay ascending.
   std::stable_sort(boundaries.begin(), boundaries.end(),
-                   [](Boundary const& a, Boundary const& b) { return a.point < b.point; });
+                   [](Boundary const& a, Boundary const& b) { return a.place < b.place; });
   rangePointInfoDelAll();
-  for (Boundary const& b : boundaries) {
-    if (rangePointInfo_.empty() || rangePointInfo_.back().point() != b.point)
-      rangePointInfo_.emplace_back(b.point);
-    if (b.end)
-      rangePointInfo_.back().endIs(b.key);
-    else
-      rangePointInfo_.back().startIs(b.key);
+  pointKeys_.reserve(boundaries.size());
+  for (Boundary const& b : boundaries) pointKeys_.push_back(b.key);
+  size_t at = 0;
+  auto const take = [&](uint32_t place) {
+    size_t const from = at;
+    while (at < boundaries.size() && boundaries[at].place == place) ++at;
+    return std::span<GenSetKey const>(pointKeys_).subspan(from, at - from);
+  };
+  while (at < boundaries.size()) {
+    uint32_t const point = boundaries[at].place >> 1;
+    auto const start = take(point << 1);
+    auto const end = take(point << 1 | 1);
+    rangePointInfo_.emplace_back(static_cast<uint16_t>(point), start, end);
   }
 }
 

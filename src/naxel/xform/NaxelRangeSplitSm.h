@@ -20,25 +20,26 @@
 
 #include "naxel/xform/XformSmBase.h"
 
+#include <span>
+
 namespace Naxel {
 
-/// One boundary point of the number line.
+/// One boundary point of the number line. The keys stand in an array of the stage.
 class RangePointInfo {
  public:
-  explicit RangePointInfo(uint16_t point) : point_(point) {}
+  using Keys = std::span<GenSetKey const>;
+  RangePointInfo(uint16_t point, Keys start, Keys end) : point_(point), start_(start), end_(end) {}
 
   uint16_t point() const { return point_; }
-  /// The sets with a range that begins here.
-  GenSetKeyGroup::KeyColl const& start() const { return start_; }
-  void startIs(GenSetKey key) { start_.insert(key); }
+  /// The sets with a range that begins here, ascending.
+  Keys start() const { return start_; }
   /// The sets with a range that ends here, inclusive.
-  GenSetKeyGroup::KeyColl const& end() const { return end_; }
-  void endIs(GenSetKey key) { end_.insert(key); }
+  Keys end() const { return end_; }
 
  private:
   uint16_t point_;
-  GenSetKeyGroup::KeyColl start_;
-  GenSetKeyGroup::KeyColl end_;
+  Keys start_;
+  Keys end_;
 };
 
 /// The ranges of a set with those that overlap merged, ascending.
@@ -56,7 +57,10 @@ class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
 
   /// The boundary points of the last run, ascending.
   std::vector<RangePointInfo> const& rangePointInfo() const { return rangePointInfo_; }
-  void rangePointInfoDelAll() { rangePointInfo_.clear(); }
+  void rangePointInfoDelAll() {
+    rangePointInfo_.clear();
+    pointKeys_.clear();
+  }
   /// Each elementary range of the last run with its group.
   GroupMap const& rangeElemToGenSetGrp() const { return rangeElemToGenSetGrp_; }
   void rangeElemToGenSetGrpIs(RangeSetElem const& e, Mox::Ptr<GenSetKeyGroup> group) {
@@ -78,6 +82,7 @@ class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
   Mox::Ptr<RangeSplitConfig> config_;
   Mox::Ptr<RangeSplitStatus> status_;
   std::vector<RangePointInfo> rangePointInfo_;
+  std::vector<GenSetKey> pointKeys_;  // what they refer to
   GroupMap rangeElemToGenSetGrp_;
 };
 NAXEL_EXPORT Mox::Ptr<RangeSplitSm> rangeSplitSmFactory(
