@@ -40,6 +40,7 @@ class Session {
   /// The output in force, after a kick that succeeded.
   Naxel::PDData const& data() const { return *pdConfig_->currPDData(); }
   SoftChip::Chip& softChip() { return *softChip_; }
+  Naxel::NaxelRootSm const& root() const { return *root_; }
 
   /// Wall time of the last kick, in seconds.
   double kickSeconds() const { return kickSeconds_; }
