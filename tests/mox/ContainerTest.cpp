@@ -1,5 +1,6 @@
 // The collections against models from the standard library under random operations.
 
+#include "mox/ChunkedMap.h"
 #include "mox/FlatSet.h"
 #include "mox/HashMap.h"
 #include "mox/OrderedMap.h"
@@ -128,20 +129,55 @@ TEST(Containers, HashMapsIterateInTheOrderOfInsertionWhateverWasDeleted) {
 }
 
 TEST(Containers, DeletionKeepsAWalkOverAHashSetOnItsWay) {
-  for (uint32_t const hole : {0u, 3u, 6u}) {
+  for (auto const& [size, hole] : {std::pair(7u, 0u), {7u, 3u}, {7u, 6u}, {20u, 0u}, {20u, 19u}}) {
     SCOPED_TRACE(hole);
     HashSet<uint32_t> set;
-    for (uint32_t i = 0; i < 7; ++i) set.insert(i);
+    for (uint32_t i = 0; i < size; ++i) set.insert(i);
     set.erase(hole);
     std::vector<uint32_t> seen;
-    for (auto i = set.begin(); i != set.end() && seen.size() < 10; ++i) {
+    for (auto i = set.begin(); i != set.end() && seen.size() < 30; ++i) {
       seen.push_back(*i);
       set.erase(*i);  // the key given is the element itself
     }
-    EXPECT_EQ(seen.size(), 6u);
+    EXPECT_EQ(seen.size(), size - 1);
     EXPECT_TRUE(set.empty());
     EXPECT_TRUE(set.insert(5));
     EXPECT_EQ(members(set), std::vector<uint32_t>{5});
+  }
+}
+
+TEST(Containers, ChunkedMapsAreOrderedWhateverIsInserted) {
+  for (uint32_t const seed : {1u, 2u, 3u}) {
+    std::mt19937 random(seed);
+    ChunkedMap<uint32_t, uint32_t> map;
+    std::map<uint32_t, uint32_t> model;
+    // Upward, downward, then anywhere, with phases of shrinking.
+    for (uint32_t i = 0; i < 6000; ++i) {
+      uint32_t const key = i < 1000 ? 5000 + i : i < 2000 ? 5000 - i : random() % 9000;
+      if (i < 2000 || random() % 10 < (i / 1500 % 2 ? 2u : 8u)) {
+        ASSERT_EQ(map.set(key, i), model.insert_or_assign(key, i).second);
+      } else {
+        ASSERT_EQ(map.erase(key), model.erase(key) == 1);
+      }
+      ASSERT_EQ(map.size(), model.size());
+      uint32_t const other = random() % 9000;
+      auto const wanted = model.find(other);
+      auto const* value = std::as_const(map).get(other);
+      ASSERT_EQ(value != nullptr, wanted != model.end());
+      ASSERT_TRUE(!value || *value == wanted->second);
+      bool const same =
+          i % 500 != 0 || std::equal(map.begin(), map.end(), model.begin(), model.end(),
+                                     [](auto const& a, auto const& b) {
+                                       return a.first == b.first && a.second == b.second;
+                                     });
+      ASSERT_TRUE(same);
+    }
+    while (!model.empty()) {
+      ASSERT_EQ(map.begin()->first, model.begin()->first);
+      map.erase(uint32_t{map.begin()->first});
+      model.erase(model.begin());
+    }
+    EXPECT_TRUE(map.begin() == map.end() && map.empty());
   }
 }
 

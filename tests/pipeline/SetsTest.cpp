@@ -180,6 +180,56 @@ TEST(Sets, FilterHashesKeepFieldsAndFlagsApart) {
   EXPECT_FALSE(seen.contains(rule.ruleFilter()->contentHash())) << "an absent list is not empty";
 }
 
+TEST(Sets, RememberedHashesFollowEveryChange) {
+  RuleConfig rule("r");
+  auto const filter = rule.ruleFilterIs();
+  std::set<uint64_t> seen = {rule.contentHash()};
+  auto const expectNew = [&](char const* what) {
+    EXPECT_TRUE(seen.insert(rule.contentHash()).second) << what;
+  };
+  NaxelActionValue drop;
+  drop.dropEnabledIs(true);
+  rule.actionIs(drop);
+  expectNew("action");
+  filter->sportRangeIs(L4PortRange(1, 2));
+  expectNew("source ports");
+  filter->dportRangeIs(L4PortRange(1, 2));
+  expectNew("destination ports");
+  filter->icmpTypeIs(IcmpTypeRange(1, 2));
+  expectNew("ICMP type");
+  filter->protoIs(ProtoRange(6, 6));
+  expectNew("protocol");
+  filter->lengthIs(LengthRange(6, 6));
+  expectNew("length");
+  filter->fragmentIs(FragmentRange(6, 6));
+  expectNew("fragment");
+  filter->dscpIs(DscpRange(6, 6));
+  expectNew("DSCP");
+  filter->matchTcpInitIs(true);
+  expectNew("init");
+  filter->matchTcpEstablishedIs(true);
+  expectNew("established");
+  auto const list = filter->sourceIs();
+  expectNew("an empty list");
+  list->addrIs(Lumox::IpGenPrefix::v4(10u << 24, 8));
+  expectNew("a prefix");
+  list->exceptAddrIs(Lumox::IpGenPrefix::v4(11u << 24, 8));
+  expectNew("an except prefix");
+  EXPECT_TRUE(filter->rangesValid() && list->families().only(Lumox::ipv4()));
+
+  uint64_t const before = rule.contentHash();
+  auto const copy = list->copy();
+  list->addrIs(Lumox::IpGenPrefix::v6(1, 2, 128));
+  filter->dscpIs(DscpRange(7, 6));
+  expectNew("a prefix behind a copy");
+  EXPECT_FALSE(filter->rangesValid() || list->families().only(Lumox::ipv4()));
+  EXPECT_EQ(copy->addrs(), 1u) << "copies part when one of them changes";
+  list->addrDel(Lumox::IpGenPrefix::v6(1, 2, 128));
+  filter->dscpDel(DscpRange(7, 6));
+  EXPECT_EQ(rule.contentHash(), before);
+  EXPECT_TRUE(copy->isEqual(list) && filter->rangesValid());
+}
+
 TEST(Sets, SweepingDeletesWhatNothingMarkedAndEmptiesTheIndex) {
   auto const info = makePtr<RangeSplitAggregatorInfo>(RangeSetType::srcPort);
   RangeDedupMarkAndSweeper sweeper(RangeSetType::srcPort, info, Obel::ChipId(4));
