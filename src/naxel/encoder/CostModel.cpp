@@ -58,7 +58,7 @@ void RefCntCostModel::handleInitialized(EncoderConfig const& config, GenSetUsage
   std::vector<Visit> visits;
   visits.reserve(places.size());
   for (Place const& place : places) visits.push_back(place.visit);
-  visitsIs(std::move(visits));
+  visitsIs(std::move(visits), config.xformStatus()->plainLabelListMap());
 }
 
 }  // namespace Naxel

@@ -15,7 +15,7 @@ class NAXEL_EXPORT GenSetCostModel : public Mox::Entity {
 
   /// A set in the order.
   struct Visit {
-    PlainLabelList const* list;  // held by the transform's output
+    PlainLabelList const* list;  // of the transform's output, which is kept as long as the order
     uint32_t order;              // the order value
     uint32_t uses;               // how many rules pay for one more pair of the set
   };
@@ -27,9 +27,14 @@ class NAXEL_EXPORT GenSetCostModel : public Mox::Entity {
   std::vector<Visit> const& visits() const { return visits_; }
 
  protected:
-  void visitsIs(std::vector<Visit> v) { visits_ = std::move(v); }
+  /// `lists` are those that the visits refer to.
+  void visitsIs(std::vector<Visit> v, Mox::Ptr<PlainLabelListMap const> lists) {
+    visits_ = std::move(v);
+    lists_ = std::move(lists);
+  }
 
  private:
+  Mox::Ptr<PlainLabelListMap const> lists_;
   std::vector<Visit> visits_;
 };
 NAXEL_EXPORT Mox::Ptr<GenSetCostModel> genSetCostModelFactory();
