@@ -266,6 +266,10 @@ void AggregatorSm::countUses() {
   auto const publish = [&](GenSetKey key, uint32_t uses) {
     if (uses) usage.refCountIs(key).valueInc(uses);
   };
+  size_t sets = 0;
+  for (auto const& [key, deduper] : prefixDeduper_) sets += deduper->size();
+  for (auto const& [type, deduper] : rangeDeduper_) sets += deduper->size();
+  usage.reserve(sets);
   for (auto const& [key, deduper] : prefixDeduper_) deduper->forEachUse(publish);
   for (auto const& [type, deduper] : rangeDeduper_) deduper->forEachUse(publish);
 }

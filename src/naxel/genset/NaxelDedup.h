@@ -119,6 +119,8 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
   }
   /// Marks the object whose set has that key, which must be one of a run that finished.
   void markKey(GenSetKey key);
+  /// How many objects there are.
+  size_t size() const { return objects(); }
   /// Calls `f(key, uses)` for every object that has a set, with how often it was marked since
   /// unmarkAll().
   template <class F>
@@ -190,6 +192,8 @@ class NAXEL_EXPORT GenSetKeyGroupDeduper : public Deduper {
 
   /// The label of a group; equal groups get the same one until the next clear().
   PlainLabel addGroup(Mox::Ptr<GenSetKeyGroup> const& group);
+  /// Frees what only further groups would need. The next call is clear().
+  void settle() { clearIndex(); }
   void clear() override;
 
   /// The distinct groups in the order of their labels.

@@ -49,6 +49,7 @@ void XformSmBase::doStartKick() {
   if (overflow_) return doRefuse(groupLimit() + 1);
   doAllocLabels();
   doUpdatePlainLabelMap();
+  xformSetGroupDeduper_->settle();
   size_t const groups = xformSetGroupDeduper_->dedupedGenSetKeyGroup().size();
   if (groups > groupLimit()) return doRefuse(groups);
   xformStatus_->outputUnusableIs(false);
