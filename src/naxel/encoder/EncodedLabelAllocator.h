@@ -46,7 +46,6 @@ class NAXEL_EXPORT EncodedLabelAllocStatus : public Mox::Entity {
   RangeListMap const& keyToEncLabelList() const { return keyToEncLabelList_; }
   /// The range list of a set, made if absent.
   EncodedLabelRangeList& keyToEncLabelListIs(GenSetKey key);
-  void keyToEncLabelListDel(GenSetKey key) { keyToEncLabelList_.erase(key); }
   /// Makes room for the lists that are to come.
   void reserve(size_t lists) { keyToEncLabelList_.reserve(lists); }
 

@@ -1,6 +1,7 @@
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
 
 #include "mox/Assert.h"
+#include "naxel/genset/KeyPlaces.h"
 #include "naxel/types/Action.h"
 #include "naxel/types/NaxelTrace.h"
 
@@ -138,16 +139,21 @@ bool LabelEncoderSm::doEncode() {
                std::to_string((1u << encodeBitWidth_) - 1);
     return false;
   }
-  eLabelMaskDelAll();
-  auto const& lists = config_->xformStatus()->plainLabelListMap()->plainLabelList();
-  eLabelMask_.reserve(lists.size());
-  for (auto const& [key, list] : lists) {
-    auto const& pairs = eLabelMaskIs(key);
-    RangeMerger merger(encodeBitWidth_, pairs);
-    for (EncodedLabelRange const& r : (*allocStatus->keyToEncLabelList().get(key))->encLabelRange())
+  // In the order in which they were placed, which is that of their memory.
+  std::vector<GenSetKey> const keys =
+      keysOf(config_->xformStatus()->plainLabelListMap()->plainLabelList());
+  KeyPlaces const places(keys);
+  std::vector<Mox::Ptr<EncodedLabelWithMaskList>> pairs(keys.size());
+  for (auto const& [key, ranges] : allocStatus->keyToEncLabelList()) {
+    Mox::Ptr<EncodedLabelWithMaskList>& list = pairs[places.of(key)];
+    list = Mox::makePtr<EncodedLabelWithMaskList>(key);
+    RangeMerger merger(encodeBitWidth_, list);
+    for (EncodedLabelRange const& r : ranges->encLabelRange())
       merger.doMergeRange(r.start().value(), r.end().value());
-    allocStatus->keyToEncLabelListDel(key);  // so that the next pairs take its memory
   }
+  eLabelMaskDelAll();
+  eLabelMask_.reserve(keys.size());
+  for (size_t i = 0; i < keys.size(); ++i) eLabelMask_.set(keys[i], std::move(pairs[i]));
   shareEqualLists(*costModel);
   return true;
 }
