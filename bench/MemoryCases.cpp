@@ -1,6 +1,7 @@
 /// What a kick needs of memory: the peak of the first kick above what the process held when the
 /// configuration stood, per rule. Each set has a process of its own.
 
+#include "Apart.h"
 #include "Cases.h"
 #include "ChipReader.h"
 #include "Pipeline.h"
@@ -9,8 +10,6 @@
 #include <fstream>
 #include <malloc.h>
 #include <stdexcept>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace Bench {
 
@@ -52,27 +51,16 @@ Memory measure(RuleSource const& source) {
 }
 
 Memory measureApart(RuleSource const& source) {
-  int ends[2];
-  if (pipe(ends) != 0) throw std::runtime_error("no pipe");
   malloc_trim(0);
-  pid_t const child = fork();
-  if (child < 0) throw std::runtime_error("no process");
-  if (child == 0) {
-    Memory out;
-    try {
-      out = measure(source);
-    } catch (std::exception const& e) {
-      std::snprintf(out.failure, sizeof out.failure, "%s", e.what());
-    }
-    ssize_t const written = write(ends[1], &out, sizeof out);
-    _exit(written == sizeof out ? 0 : 1);
-  }
-  close(ends[1]);
   Memory out;
-  ssize_t const got = read(ends[0], &out, sizeof out);
-  close(ends[0]);
-  waitpid(child, nullptr, 0);
-  if (got != sizeof out || *out.failure) throw std::runtime_error(out.failure);
+  runApart(out, [&](Memory& memory) {
+    try {
+      memory = measure(source);
+    } catch (std::exception const& e) {
+      std::snprintf(memory.failure, sizeof memory.failure, "%s", e.what());
+    }
+  });
+  if (*out.failure) throw std::runtime_error(out.failure);
   return out;
 }
 

@@ -5,6 +5,7 @@
 ///
 /// Without files: the sets of bench/RuleSource.h.
 
+#include "Apart.h"
 #include "ChipReader.h"
 #include "DpdkAcl.h"
 #include "Pipeline.h"
@@ -19,8 +20,6 @@
 #include <iostream>
 #include <stdexcept>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace Bench {
 namespace {
@@ -76,31 +75,19 @@ Outcome measure(RuleSource const& source, char const* program, unsigned megabyte
 
 /// Measures in a process of its own, whose memory is limited: building may take more than there is.
 Outcome measureApart(RuleSource const& source, char const* program, unsigned megabytes) {
-  int ends[2];
-  if (pipe(ends) != 0) throw std::runtime_error("no pipe");
-  pid_t const child = fork();
-  if (child < 0) throw std::runtime_error("no process");
-  if (child == 0) {
+  Outcome out;
+  bool const complete = runApart(out, [&](Outcome& outcome) {
     // Half for what DPDK reserves, half for what it needs while it builds.
     rlim_t const bytes = rlim_t{megabytes} * 2 << 20;
     rlimit const limit{bytes, bytes};
     setrlimit(RLIMIT_AS, &limit);
-    Outcome out;
     try {
-      out = measure(source, program, megabytes);
+      outcome = measure(source, program, megabytes);
     } catch (std::exception const& e) {
-      std::snprintf(out.peerFailure, sizeof out.peerFailure, "%s", e.what());
+      std::snprintf(outcome.peerFailure, sizeof outcome.peerFailure, "%s", e.what());
     }
-    ssize_t const written = write(ends[1], &out, sizeof out);
-    _exit(written == sizeof out ? 0 : 1);
-  }
-  close(ends[1]);
-  Outcome out;
-  ssize_t const got = read(ends[0], &out, sizeof out);
-  close(ends[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  if (got != sizeof out)
+  });
+  if (!complete)
     std::snprintf(out.peerFailure, sizeof out.peerFailure, "the process died while building");
   return out;
 }

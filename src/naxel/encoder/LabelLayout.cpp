@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 namespace Naxel {
 
@@ -188,6 +189,20 @@ std::vector<uint32_t> LabelLayout::firstOfEqualSets() const {
 
 void LabelLayout::finish() {
   MOX_ASSERT(blocksFrom_.size() == sets_.size() + 1);
+  exchangeLabels();
+  // Whatever the search has done: each set's new labels have exactly the values that it was given.
+  std::vector<uint32_t> ownerAt(size_t{1} << 16, noOwner);
+  auto const forEachLabel = [&](auto f) {
+    for (uint32_t set = 0; set < sets_.size(); ++set)
+      for (uint32_t i = newLabelsFrom_[set]; i < newLabelsFrom_[set + 1]; ++i) f(set, i);
+  };
+  forEachLabel([&](uint32_t set, uint32_t i) { ownerAt[ascending_[i]] = set; });
+  forEachLabel([&](uint32_t set, uint32_t i) {
+    MOX_ASSERT(std::exchange(ownerAt[values_[i]], noOwner) == set);
+  });
+}
+
+void LabelLayout::exchangeLabels() {
   if (setLabels_ > maxMembers) return;
   std::vector<uint32_t> const first = firstOfEqualSets();
   std::vector<uint64_t> weight(sets_.size(), 0);

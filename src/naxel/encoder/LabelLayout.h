@@ -52,6 +52,7 @@ class NAXEL_EXPORT LabelLayout {
   void collectShares();
   std::span<LabelShare const> sharesOf(size_t set);
   LabelOrder bestOrder(LabelGroup const& group);
+  void exchangeLabels();
   /// For each set the first one of the same labels.
   std::vector<uint32_t> firstOfEqualSets() const;
   uint64_t maxSteps() const;

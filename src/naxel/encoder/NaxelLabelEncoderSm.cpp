@@ -144,8 +144,9 @@ bool LabelEncoderSm::doEncode() {
       keysOf(config_->xformStatus()->plainLabelListMap()->plainLabelList());
   KeyPlaces const places(keys);
   std::vector<Mox::Ptr<EncodedLabelWithMaskList>> pairs(keys.size());
+  MOX_ASSERT(allocStatus->keyToEncLabelList().size() == keys.size());
   for (auto const& [key, ranges] : allocStatus->keyToEncLabelList()) {
-    Mox::Ptr<EncodedLabelWithMaskList>& list = pairs[places.of(key)];
+    Mox::Ptr<EncodedLabelWithMaskList>& list = pairs[places.at(key)];
     list = Mox::makePtr<EncodedLabelWithMaskList>(key);
     RangeMerger merger(encodeBitWidth_, list);
     for (EncodedLabelRange const& r : ranges->encLabelRange())

@@ -246,7 +246,8 @@ Mox::Ptr<PDAclRule> RuleExpanderSm::expandRule(AceIndex index, GenSetIpRule cons
   if (matchesNothing_) return out;
   ruleFilterDelAll();
   ruleFilterEnq(PDAclFilter());
-  for (Factor const& f : factors_) buildTcamEntry(f.field, *f.list);
+  for (Factor const& f : factors_)
+    if (ruleFilters()) buildTcamEntry(f.field, *f.list);
   out->filterIs(collectFilters(rule));
   return out;
 }
@@ -255,20 +256,21 @@ std::vector<PDAclFilter> RuleExpanderSm::collectFilters(GenSetIpRule const& rule
   std::vector<PDAclFilter> filters;
   filters.reserve(ruleFilters());
   ruleFilterDeduper_.clear();
+  bool ascending = true;
   while (ruleFilters()) {
     PDAclFilter filter = ruleFilterDeq();
     filter.matchTcpInitIs(rule.matchTcpInit());
     filter.matchTcpEstablishedIs(rule.matchTcpEstablished());
-    // The lists are ascending, and so are their products: only what breaks the order can have
-    // occurred before.
-    if (!filters.empty() && !(filters.back() < filter)) {
+    // The lists are ascending, and so are their products: as long as that holds, none occurs twice.
+    if (ascending && !filters.empty() && !(filters.back() < filter)) {
+      ascending = false;
       for (PDAclFilter const& f : filters) ruleFilterDeduper_.insert(f);
-      if (!ruleFilterDeduper_.insert(filter)) {
-        if (auto line = trace(6))
-          line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
-               << " Deduping filter with key: " << filter.hash() << ", filter: " << filter;
-        continue;
-      }
+    }
+    if (!ascending && !ruleFilterDeduper_.insert(filter)) {
+      if (auto line = trace(6))
+        line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
+             << " Deduping filter with key: " << filter.hash() << ", filter: " << filter;
+      continue;
     }
     filters.push_back(filter);
   }

@@ -2,6 +2,7 @@
 
 /// Where keys stand in an ascending array of keys.
 
+#include "mox/Assert.h"
 #include "naxel/genset/GenSetTypes.h"
 
 #include <algorithm>
@@ -32,6 +33,13 @@ class KeyPlaces {
     }
     auto const i = std::lower_bound(keys_.begin(), keys_.end(), key);
     return i != keys_.end() && *i == key ? static_cast<uint32_t>(i - keys_.begin()) : none;
+  }
+
+  /// Place of a key that must be among them.
+  uint32_t at(GenSetKey key) const {
+    uint32_t const place = of(key);
+    MOX_ASSERT(place != none);
+    return place;
   }
 
  private:

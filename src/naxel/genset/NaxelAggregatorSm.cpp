@@ -111,6 +111,7 @@ void AggregatorSm::doStartKick() {
   // Nothing has been touched yet, so a refused configuration leaves the last good state usable.
   if (auto reason = checkAcls(acls_)) {
     if (auto line = trace(0)) line << "AggregatorSm(" << chipId() << ")::doStartKick: " << *reason;
+    acls_ = {};
     return doFail(*reason);
   }
   aggWorkingSet_.reset();

@@ -94,6 +94,7 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   void doStartKick() override;
   /// Digest of the configuration as it is now.
   AggregatorWorkingSet doBuildWorkingSet() const;
+  /// The steps of a run, over the ACLs that doStartKick() has walked.
   void doBuildSets();
   /// The key of the shared set of a list.
   GenSetKey doBuildPrefixSet(PrefixXformKey const& key, Mox::Ptr<IpPrefixList const> const& list);

@@ -3,6 +3,7 @@
 #include "mox/Assert.h"
 
 #include <algorithm>
+#include <numeric>
 
 namespace Naxel {
 
@@ -75,30 +76,29 @@ GenSetKey DedupMarkAndSweeper::mark(size_t at) {
   return m.key;
 }
 
-void DedupMarkAndSweeper::markKey(GenSetKey key) {
-  uint32_t at = places_.of(key);
-  if (at == KeyPlaces::none)
-    while (++at < marks_.size() && marks_[at].key != key) continue;
-  MOX_ASSERT(at < marks_.size());
-  ++marks_[at].uses;
-}
+void DedupMarkAndSweeper::markKey(GenSetKey key) { ++marks_[byPlace_[places_.at(key)]].uses; }
 
 void DedupMarkAndSweeper::unmarkAll() {
   rebuildIndex();
   marks_.resize(objects());
+  for (Mark& m : marks_) m.uses = 0;
+  // Keys mostly rise as objects come, but after a run that was broken off an older object may have got
+  // a later key.
+  byPlace_.resize(marks_.size());
+  std::iota(byPlace_.begin(), byPlace_.end(), 0u);
+  auto const less = [&](uint32_t a, uint32_t b) { return marks_[a].key < marks_[b].key; };
+  if (!std::is_sorted(byPlace_.begin(), byPlace_.end(), less))
+    std::sort(byPlace_.begin(), byPlace_.end(), less);
   std::vector<GenSetKey> keys;
   keys.reserve(marks_.size());
-  for (Mark& m : marks_) {
-    m.uses = 0;
-    keys.push_back(m.key);
-  }
-  // Keys rise as objects come; after a run that was broken off an older object may get a later key.
-  places_ = std::is_sorted(keys.begin(), keys.end()) ? KeyPlaces(std::move(keys)) : KeyPlaces();
+  for (uint32_t at : byPlace_) keys.push_back(marks_[at].key);
+  places_ = KeyPlaces(std::move(keys));
 }
 
 void DedupMarkAndSweeper::sweepUnmarked() {
   clear();
   places_ = KeyPlaces();
+  byPlace_ = {};
   marks_.resize(objects());
   for (size_t at = 0; at < marks_.size(); ++at)
     if (marks_[at].uses == 0) doCleanupSweptEntry(getGenSetKey(*object(at)));

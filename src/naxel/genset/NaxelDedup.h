@@ -155,7 +155,9 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
   GenSetKey mark(size_t at);
 
   std::vector<Mark> marks_;  // by position; shorter where objects came without a mark
-  KeyPlaces places_;         // of the keys in marks_ while they are ascending
+  // Of the run at hand, for the objects that were there before it.
+  KeyPlaces places_;               // of their keys, ascending
+  std::vector<uint32_t> byPlace_;  // their positions in marks_
 };
 
 /// Stands for the content of a prefix list. `prefixList` is the list it was made for until a set is

@@ -86,7 +86,7 @@ void XformSmBase::doUpdatePlainLabelMap() {
   auto const forEachMember = [&](auto f) {
     for (auto const& [obj, label] : xformSetGroupDeduper_->dedupedGenSetKeyGroup())
       for (GenSetKey key : static_cast<GenSetKeyGroup const&>(*obj).keyGroup())
-        f(places.of(key), label);
+        f(places.at(key), label);
   };
   std::vector<uint32_t> sizes(keys.size());
   forEachMember([&](size_t place, PlainLabel) { ++sizes[place]; });
