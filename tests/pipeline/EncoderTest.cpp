@@ -196,9 +196,9 @@ Pairs mergeRange(uint32_t width, uint32_t start, uint32_t end) {
   return pairsOf(*out);
 }
 
-Pairs mergeLabels(uint32_t width, Pairs const& in) {
+Pairs mergeLabels(uint32_t width, Pairs const& in, PairCounter* scratch = nullptr) {
   auto const out = list();
-  LabelMerger const merger(width, list(in), out);
+  LabelMerger const merger(width, list(in), out, scratch);
   return pairsOf(*out);
 }
 
@@ -357,17 +357,26 @@ TEST(LabelMerger, JoinsPairsThatDifferInOneBit) {
   EXPECT_EQ(mergeLabels(2, {{0, 3}, {1, 3}, {2, 3}, {3, 3}}), (Pairs{{0, 0}}));
   EXPECT_EQ(mergeLabels(4, {}), Pairs());
   std::mt19937 random(5);
-  for (int round = 0; round < 3000; ++round) {
+  std::map<uint32_t, PairCounter> scratch;  // by width, used again and again
+  for (int round = 0; round < 4000; ++round) {
     uint32_t const width = 1 + random() % 7;
     uint32_t const full = (1u << width) - 1;
     Pairs in;
-    for (uint32_t i = 0, n = random() % 14; i < n; ++i) {
+    for (uint32_t i = 0, n = random() % 14; i < n && round % 4 < 3; ++i) {
       uint32_t mask = full;
-      if (round % 3 == 1) mask = random() & full;
-      if (round % 3 == 2) mask = full << random() % (width + 1) & full;
+      if (round % 4 == 1) mask = random() & full;
+      if (round % 4 == 2) mask = full << random() % (width + 1) & full;
       in.insert({random() & mask, mask});
     }
+    // Blocks side by side, with gaps.
+    for (uint32_t v = 0; v <= full && round % 4 == 3;) {
+      uint32_t const most = v ? v & ~(v - 1) : full + 1;
+      uint32_t const size = std::min(most, 1u << random() % (width + 1));
+      if (random() % 4) in.insert({v, full & ~(size - 1)});
+      v += size;
+    }
     Pairs const out = mergeLabels(width, in);
+    ASSERT_EQ(mergeLabels(width, in, &scratch.try_emplace(width, width).first->second), out);
     ASSERT_EQ(out, plainMerge(width, in));
     ASSERT_EQ(matched(width, out), matched(width, in));
     EXPECT_LE(out.size(), in.size());

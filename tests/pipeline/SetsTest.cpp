@@ -252,6 +252,19 @@ TEST(Sets, SweepingDeletesWhatNothingMarkedAndEmptiesTheIndex) {
   EXPECT_EQ(sweeper.deduped().size(), 1u);
 }
 
+TEST(Sets, ObjectsAreMarkedByKeyInWhateverOrderTheyCame) {
+  auto const info = makePtr<RangeSplitAggregatorInfo>(RangeSetType::srcPort);
+  RangeDedupMarkAndSweeper sweeper(RangeSetType::srcPort, info, Obel::ChipId(4));
+  for (uint16_t key : {7, 3, 900, 5}) sweeper.addDeduped(rangeSet(key, {{key, key}}));
+  sweeper.sweepUnmarked();
+  sweeper.unmarkAll();
+  for (uint64_t key : {900, 3, 900, 7}) sweeper.markKey(GenSetKey(key));
+  std::map<uint64_t, uint32_t> uses;
+  sweeper.forEachUse([&](GenSetKey key, uint32_t n) { uses[key.value()] = n; });
+  EXPECT_EQ(uses, (std::map<uint64_t, uint32_t>{{3, 1}, {5, 0}, {7, 1}, {900, 2}}));
+  EXPECT_DEATH(sweeper.markKey(GenSetKey(4)), "place != none");
+}
+
 TEST(Sets, AggregatorSharesSetsAndSpendsTheKeysOfDuplicates) {
   World w(
       "a 10 r src 10.0.0.0/8,11.0.0.0/8 sport 80\n"
