@@ -11,13 +11,18 @@ class NAXEL_EXPORT ParamConfig : public Mox::Entity {
   class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
    public:
     virtual void onPermitDuringUpdate() {}
+    virtual void onEntryLimit() {}
+    virtual void onSilenceLimit() {}
   };
   std::string_view fwkType() const override { return "Acl::ParamConfig"; }
   Mox::AttributeTable const& attributeTable() const override {
     static Mox::AttributeTable const table = {
-        Mox::attribute<&ParamConfig::permitDuringUpdate_>("permitDuringUpdate")};
+        Mox::attribute<&ParamConfig::permitDuringUpdate_>("permitDuringUpdate"),
+        Mox::attribute<&ParamConfig::entryLimit_>("entryLimit"),
+        Mox::attribute<&ParamConfig::silenceLimit_>("silenceLimit")};
     return table;
   }
+  static constexpr uint64_t defaultEntryLimit = 4194304;
 
   /// Which policy stands in for the ACLs while a change that disturbs traffic is being loaded: true
   /// permits all packets, false denies all. Default false.
@@ -26,8 +31,28 @@ class NAXEL_EXPORT ParamConfig : public Mox::Entity {
     attrIs(permitDuringUpdate_, v, &Notifiee::onPermitDuringUpdate);
   }
 
+  /// Most TCAM entries that all rules of a configuration may take; a kick of more fails before any is
+  /// made. It guards the memory of the process: an entry takes about 60 bytes, and a few rules of crossing
+  /// lists can multiply to any number. Default 4,194,304, beyond every chip.
+  uint64_t entryLimit() const { return entryLimit_; }
+  void entryLimitIs(uint64_t v) { attrIs(entryLimit_, v, &Notifiee::onEntryLimit); }
+
+  /// After how many seconds without any progress of a kick the library traces what it waits for, at
+  /// level 0; again after each doubling. 0 or less for never. Default 10.
+  Mox::Seconds silenceLimit() const { return silenceLimit_; }
+  void silenceLimitIs(Mox::Seconds v) { attrIs(silenceLimit_, v, &Notifiee::onSilenceLimit); }
+
+  /// Takes over all values of another one.
+  void valuesIs(ParamConfig const& from) {
+    permitDuringUpdateIs(from.permitDuringUpdate_);
+    entryLimitIs(from.entryLimit_);
+    silenceLimitIs(from.silenceLimit_);
+  }
+
  private:
   bool permitDuringUpdate_ = false;
+  uint64_t entryLimit_ = defaultEntryLimit;
+  Mox::Seconds silenceLimit_ = 10;
 };
 
 inline Mox::Ptr<ParamConfig> paramConfigFactory() { return Mox::makePtr<ParamConfig>(); }

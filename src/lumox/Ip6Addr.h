@@ -3,6 +3,7 @@
 /// IPv6 addresses: any text form of RFC 4291 in, the canonical one of RFC 5952 out.
 
 #include "mox/Hash.h"
+#include "mox/KeyedHash.h"
 #include "mox/Text.h"
 
 #include <compare>
@@ -25,6 +26,7 @@ class NAXEL_EXPORT Ip6Addr {
     return static_cast<uint16_t>((i < 4 ? hi_ : lo_) >> (16 * (3 - i % 4)));
   }
   constexpr uint64_t hash64() const noexcept { return Mox::hashCombine(hi_, lo_); }
+  void placeWords(Mox::KeyedHash& h) const noexcept { h.word(hi_).word(lo_); }
 
   friend constexpr bool operator==(Ip6Addr const&, Ip6Addr const&) = default;
   friend constexpr auto operator<=>(Ip6Addr const&, Ip6Addr const&) = default;

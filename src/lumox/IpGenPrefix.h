@@ -4,6 +4,7 @@
 
 #include "lumox/AddressFamily.h"
 #include "mox/Hash.h"
+#include "mox/KeyedHash.h"
 #include "mox/Text.h"
 
 #include <compare>
@@ -62,6 +63,14 @@ class NAXEL_EXPORT IpGenPrefix {
     return Mox::hashCombine(address, uint64_t{length_} << 8 | static_cast<uint64_t>(af_));
   }
   uint32_t hash() const noexcept { return Mox::foldHash(hash64()); }
+  void placeWords(Mox::KeyedHash& h) const noexcept {
+    // An IPv4 address leaves the lower half of its word free.
+    uint64_t const kind = uint64_t{length_} << 8 | static_cast<uint64_t>(af_);
+    if (af_ == AddressFamily::ipv4)
+      h.word(hi_ | kind);
+    else
+      h.word(hi_).word(lo_).word(kind);
+  }
 
   friend bool operator==(IpGenPrefix const&, IpGenPrefix const&) = default;
   friend std::strong_ordering operator<=>(IpGenPrefix const& a, IpGenPrefix const& b) {

@@ -3,16 +3,20 @@
 /// Hash collections with a defined iteration order: the order of insertion. Elements stand in one
 /// dense array beside an open-addressing index, so iteration is a walk over memory and the order
 /// depends on nothing but the sequence of operations. Lookup, insertion and deletion are O(1) on
-/// average. Iterators, pointers and references into a collection end with its next insertion.
+/// average, whatever the keys are: their places depend on a secret of the process (KeyedHash.h).
+/// Iterators, pointers and references into a collection end with its next insertion; deletion leaves
+/// a gap, which iterators step over and the next insertions close, so that a walk may delete what it
+/// stands on.
 ///
 /// A collection of up to eight elements has no index and is searched from end to end: most
 /// collections of a configuration hold one or two elements, and then they are one small array.
 
-#include "mox/Value.h"
+#include "mox/KeyedHash.h"
 
+#include <cstddef>
 #include <cstdint>
-#include <string>
-#include <string_view>
+#include <iterator>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -59,7 +63,7 @@ class HashTable {
   };
   using iterator = const_iterator;
 
-  const_iterator begin() const noexcept { return {this, 0}; }
+  const_iterator begin() const noexcept { return {this, first_}; }
   const_iterator end() const noexcept { return {this, items_.size()}; }
   size_t size() const noexcept { return size_; }
   bool empty() const noexcept { return size_ == 0; }
@@ -69,6 +73,7 @@ class HashTable {
     live_.clear();
     index_.clear();
     size_ = 0;
+    first_ = 0;
   }
 
   /// Makes room for `n` elements in all, so that inserting them does not move any.
@@ -121,6 +126,8 @@ class HashTable {
     live_[at] = false;
     items_[at] = T();
     --size_;
+    // Deleting from the front on must not walk over what has gone before.
+    while (first_ < items_.size() && !live_[first_]) ++first_;
     return true;
   }
 
@@ -136,7 +143,7 @@ class HashTable {
   }
 
  private:
-  static size_t startOf(Key const& key) noexcept { return static_cast<size_t>(hashOf(key)); }
+  static size_t startOf(Key const& key) noexcept { return static_cast<size_t>(placeOf(key)); }
 
   bool isLive(size_t at) const noexcept { return live_.empty() || live_[at]; }
   size_t positionOf(Key const& key) const noexcept {
@@ -178,6 +185,7 @@ class HashTable {
       }
       items_.resize(to);
       live_.clear();
+      first_ = 0;
     }
     index_ = std::move(index);
     if (!index_.empty())
@@ -188,6 +196,7 @@ class HashTable {
   std::vector<bool> live_;       // false where an element was deleted; empty while none was
   std::vector<uint32_t> index_;  // positions in items_; a power of two many, at most 3/4 in use
   size_t size_ = 0;
+  size_t first_ = 0;  // no element stands before it
 };
 
 struct SetKey {

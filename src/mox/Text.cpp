@@ -5,6 +5,16 @@
 
 namespace Mox {
 
+std::string withCommas(uint64_t number) {
+  std::string const digits = std::to_string(number);
+  std::string text;
+  for (size_t i = 0; i < digits.size(); ++i) {
+    if (i > 0 && (digits.size() - i) % 3 == 0) text += ',';
+    text += digits[i];
+  }
+  return text;
+}
+
 void TextCursor::fail(std::string const& what) const {
   throw ParseError(what + " at offset " + std::to_string(at_));
 }

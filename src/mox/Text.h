@@ -107,6 +107,9 @@ std::string valueToStrep(T const& v) {
   return out;
 }
 
+/// A number for people to read: 5292000 as "5,292,000".
+NAXEL_EXPORT std::string withCommas(uint64_t number);
+
 /// Reads the value whose text form is all of [begin, end). Throws ParseError or RangeError and
 /// leaves `out` untouched where the text is anything else.
 template <HasTextForm T>

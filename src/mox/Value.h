@@ -18,6 +18,7 @@
 /// number derive from NumberValue instead and print as the bare number.
 
 #include "mox/Hash.h"
+#include "mox/KeyedHash.h"
 #include "mox/Text.h"
 
 #include <compare>
@@ -30,7 +31,7 @@
 
 namespace Mox {
 
-/// 64-bit hash of anything that takes part in a value.
+/// 64-bit hash of anything that takes part in a value: public, and the same everywhere.
 template <class T>
 uint64_t hashOf(T const& v) noexcept {
   if constexpr (requires { v.hash64(); }) {
@@ -98,6 +99,11 @@ class ValueType {
     }
   }
   uint32_t hash() const noexcept { return foldHash(hash64()); }
+  uint64_t placeWord() const noexcept requires requires(T const& v) { v.orderKey(); }
+  { return self().orderKey(); }
+  void placeWords(KeyedHash& h) const noexcept {
+    std::apply([&](auto const&... f) { (Mox::placeWords(h, self().*f.member), ...); }, T::fields());
+  }
 
   friend std::ostream& operator<<(std::ostream& out, T const& v) { return out << valueToStrep(v); }
 
@@ -173,6 +179,7 @@ class NumberValue {
   constexpr R value() const noexcept { return value_; }
   constexpr uint64_t hash64() const noexcept { return mix64(value_); }
   constexpr uint32_t hash() const noexcept { return foldHash(hash64()); }
+  uint64_t placeWord() const noexcept { return value_; }
 
   friend constexpr bool operator==(T const& a, T const& b) noexcept {
     return a.value() == b.value();

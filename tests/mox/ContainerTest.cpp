@@ -1,7 +1,8 @@
 // The collections against models from the standard library under random operations.
 
-#include "mox/ChunkedMap.h"
+#include "mox/Chunked.h"
 #include "mox/FlatSet.h"
+#include "mox/Hash.h"
 #include "mox/HashMap.h"
 #include "mox/OrderedMap.h"
 
@@ -79,10 +80,10 @@ TEST(Containers, OfSeveralElementsOfOneKeyTheFirstIsAdopted) {
   EXPECT_EQ(map.items(), (std::vector<std::pair<uint32_t, char>>{{1, 'b'}, {2, 'a'}}));
 }
 
-/// A key whose hash puts many keys into few slots.
+/// A key of which many have one place.
 struct Crowded {
   uint32_t v = 0;
-  uint64_t hash64() const { return v % 3; }
+  uint64_t placeWord() const { return v % 3; }
   operator uint32_t() const { return v; }
   bool operator==(Crowded const& o) const { return v == o.v; }
 };

@@ -154,7 +154,8 @@ TEST(Expander, WhatMultipliesBeyondBoundsIsRefusedAndForgotten) {
   labels.capability->comboXformWidthIs(ComboLabelSetType::srcDstL4Port, 16);
   raw.rules("a 10 r sport " + wide + " dport " + wide + " len " + wide);
   for (auto const& [world, reason] :
-       {std::pair(&labels, "label combinations needed"), std::pair(&raw, "index space full")}) {
+       {std::pair(&labels, "rule 5000 'all' of 'a' alone has 16,810,000"),
+        std::pair(&raw, "8,000,000 entries needed for rule 10 'r' of 'a'")}) {
     EXPECT_EQ(world->kick(), NaxelProgress::naxelFinishedFail);
     EXPECT_NE(world->failureText().find(reason), std::string::npos) << world->failureText();
     world->acls->aclDelAll();

@@ -1,6 +1,5 @@
 #include "naxel/control/StageSm.h"
 
-#include "mox/Assert.h"
 #include "mox/KeepAlive.h"
 #include "naxel/types/NaxelTrace.h"
 
@@ -15,6 +14,7 @@ StageSm::StageSm(Obel::ChipId chipId, Mox::Ptr<StageConfig> config, Mox::Ptr<Sta
 StageSm::~StageSm() = default;
 
 void StageSm::configIs(Mox::Ptr<StageConfig> config) {
+  if (config_ != config) doForget();  // what was remembered is about another input
   config_ = std::move(config);
   configReactor_.notifierIs(config_.get());
 }
@@ -24,6 +24,7 @@ void StageSm::moxDoZombieReactors(bool zombie) {
 }
 
 void StageSm::handleKickTime() {
+  if (!config_) return;
   // Reactors of the statuses below may take the owner of this stage down.
   auto const alive = Mox::keepAlive(this);
   try {
@@ -37,6 +38,7 @@ void StageSm::handleKickTime() {
 }
 
 void StageSm::doSetStatus(StageStatusType s) {
+  if (!config_) return;
   if (s != StageStatusType::finishedFailed) status_->failureTextIs(std::string());
   status_->kickTimeIs(config_->kickTime());
   status_->statusIs(s);

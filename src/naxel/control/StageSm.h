@@ -9,8 +9,13 @@
 /// level 0, after doForget() has dropped what the stage remembers of its last input, so that the
 /// next kick does the work again.
 ///
+/// There is one reference to the configuration, and a stage asks for it anew wherever it needs it: so
+/// a stage that is bound to another configuration works from that one, and remembers nothing of what
+/// it did for the one before. A stage that is bound to none reacts to nothing and reports nothing.
+///
 /// One activity thread; no locks.
 
+#include "mox/Assert.h"
 #include "naxel/control/StageTypes.h"
 #include "obel/ChipId.h"
 
@@ -26,7 +31,8 @@ class NAXEL_EXPORT StageSm : public Mox::RefCounted {
   Mox::Ptr<StageConfig> const& config() const { return config_; }
   Mox::Ptr<StageStatus> const& status() const { return status_; }
 
-  /// Binds a configuration in place of the present one; a null one unbinds.
+  /// Binds a configuration in place of the present one, with everything that it points to; a null one
+  /// unbinds. It must be of the type that the stage is made for.
   void newConfig(Mox::Ptr<StageConfig> config) { configIs(std::move(config)); }
   virtual void configIs(Mox::Ptr<StageConfig> config);
   virtual void configDel() { configIs(nullptr); }
@@ -43,6 +49,13 @@ class NAXEL_EXPORT StageSm : public Mox::RefCounted {
   virtual void moxDoZombieReactors(bool zombie);
 
  protected:
+  /// The configuration as the stage's own type.
+  template <class Config>
+  Config& configAs() const {
+    auto* const typed = dynamic_cast<Config*>(config_.get());
+    MOX_ASSERT(typed);
+    return *typed;
+  }
   /// Ends the kick with the reason in words.
   void doFail(std::string text);
   /// Ends the kick after an exception: forgets, traces, fails. For work that does not run below

@@ -2,6 +2,7 @@
 
 /// Configuration, status and loader info of the label encoder stages.
 
+#include "mox/Stamp.h"
 #include "naxel/control/StageTypes.h"
 #include "naxel/encoder/LabelTypes.h"
 #include "naxel/xform/NaxelXformTypes.h"
@@ -87,18 +88,18 @@ class NAXEL_EXPORT EncoderStatus : public StageStatus {
   EncodedLabelWithMaskList const* encodedLabelList(GenSetKey key) const;
   void encodedLabelListIs(MaskListMap v) {
     encodedLabelList_ = std::move(v);
-    ++revision_;
+    stamp_ = Mox::newStamp();
   }
   void encodedLabelListDelAll() {
     if (!encodedLabelList_.empty()) encodedLabelListIs({});
   }
-  /// Rises whenever pairs are published or withdrawn.
-  uint64_t revision() const { return revision_; }
+  /// Drawn anew when pairs are published or withdrawn: equal stamps are the same pairs.
+  Mox::Stamp stamp() const { return stamp_; }
 
  private:
   LabelMap plainToEncodedLabel_;
   MaskListMap encodedLabelList_;
-  uint64_t revision_ = 0;
+  Mox::Stamp stamp_ = Mox::newStamp();
 };
 NAXEL_EXPORT Mox::Ptr<EncoderStatus> encoderStatusFactory();
 

@@ -1,6 +1,7 @@
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
 
 #include "mox/Assert.h"
+#include "naxel/genset/FieldNames.h"
 #include "naxel/genset/KeyPlaces.h"
 #include "naxel/types/Action.h"
 #include "naxel/types/NaxelTrace.h"
@@ -22,6 +23,15 @@ class WordHash {
 uint64_t joinHalves(WordHash const& high, WordHash const& low) {
   return uint64_t{high.finish()} << 32 | low.finish();
 }
+
+/// A list by its labels alone.
+struct SameLabels {
+  PlainLabelList const* list = nullptr;
+  bool operator==(SameLabels const& o) const { return list->label() == o.list->label(); }
+  void placeWords(Mox::KeyedHash& h) const noexcept {
+    for (PlainLabel l : list->label()) h.word(l.value());
+  }
+};
 
 /// The encoded label of a plain label that the run has encoded.
 EncodedLabel encodedLabelOf(EncoderStatus const& status, PlainLabel label) {
@@ -61,8 +71,7 @@ LabelEncoderSm::LabelEncoderSm(Obel::ChipId chipId, Mox::Ptr<EncoderConfig> conf
                                Mox::Ptr<EncoderStatus> status,
                                Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
                                Mox::Ptr<ChipHwCapability const> hwCapability)
-    : StageSm(chipId, config, status),
-      config_(std::move(config)),
+    : StageSm(chipId, std::move(config), status),
       status_(std::move(status)),
       usage_(std::move(genSetUsageInfo)),
       hwCapability_(std::move(hwCapability)) {}
@@ -81,7 +90,7 @@ Mox::Ptr<EncodedLabelWithMaskList> const& LabelEncoderSm::eLabelMaskIs(GenSetKey
 void LabelEncoderSm::doStartKick() {
   traceStep(8, "doStartKick");
   encodeBitWidthIs(currentBitWidth());
-  XformStatus const& xform = *config_->xformStatus();
+  XformStatus const& xform = *encoderConfig().xformStatus();
   if (encodeBitWidth_ == 0) {
     traceStep(6, "doStartKick") << ": Not enabled";
     // What an earlier width made must not be taken for an answer.
@@ -96,22 +105,60 @@ void LabelEncoderSm::doStartKick() {
     doForget();
     return doFail(xform.unusableReason());
   }
-  uint64_t const hash = doBuildWorkingSetHash();
   bool const xformIdle = xform.status() == StageStatusType::finishedSkipped ||
                          xform.status() == StageStatusType::finishedNotEnabled;
-  if (workingSetHash_ == hash && xformIdle) {
+  Input now = inputWithoutUses();
+  if (xformIdle && isUnchanged(now)) {
     traceStep(6, "doStartKick") << ": Unchanged working set, skipping";
     return doSetStatus(StageStatusType::finishedSkipped);
   }
+  // Taken down before the work: whoever is told of the outcome may change it already.
   workingSetHash_.reset();
+  now.uses = uses(now);
+  rememberMore();
+  uint64_t const hash = doBuildWorkingSetHash();
   if (!doEncode()) {
     traceStep(0, "doStartKick") << ": Generated too many encodedLabels";
     return doFail(failure_);
   }
   doMerge();
   doUpdateLoaderInfo();
+  builtFrom_ = std::move(now);
   workingSetHash_ = hash;
   doSetStatus(StageStatusType::finishedSuccess);
+}
+
+LabelEncoderSm::Input LabelEncoderSm::inputWithoutUses() const {
+  Input now;
+  now.labelWidth = labelWidth();
+  now.encodeBitWidth = encodeBitWidth_;
+  now.rawSets = rawSets();
+  bool const raw = now.labelWidth == 0;
+  now.xform = raw ? 0 : encoderConfig().xformStatus()->stamp();
+  now.usage = usage_->stamp();
+  return now;
+}
+
+std::vector<uint32_t> LabelEncoderSm::uses(Input const& input) const {
+  std::vector<uint32_t> all;
+  for (GenSetKey key : input.rawSets) all.push_back(usage_->refCountValue(key));
+  if (!input.xform) return all;
+  auto const& lists = encoderConfig().xformStatus()->plainLabelListMap()->plainLabelList();
+  all.reserve(lists.size());
+  for (auto const& [key, list] : lists) all.push_back(usage_->refCountValue(key));
+  return all;
+}
+
+bool LabelEncoderSm::isUnchanged(Input const& now) {
+  if (!workingSetHash_) return false;
+  Input const& then = builtFrom_;
+  if (now.labelWidth != then.labelWidth || now.encodeBitWidth != then.encodeBitWidth ||
+      now.xform != then.xform || now.rawSets != then.rawSets)
+    return false;
+  // Counted again, the sets may be used as often as before.
+  if (now.usage != then.usage && uses(now) != then.uses) return false;
+  builtFrom_.usage = now.usage;
+  return isMoreUnchanged();
 }
 
 uint64_t LabelEncoderSm::doBuildWorkingSetHash() const {
@@ -119,7 +166,8 @@ uint64_t LabelEncoderSm::doBuildWorkingSetHash() const {
   WordHash counts;
   lists.add(labelWidth());
   lists.add(encodeBitWidth_);
-  for (auto const& [key, list] : config_->xformStatus()->plainLabelListMap()->plainLabelList()) {
+  for (auto const& [key, list] :
+       encoderConfig().xformStatus()->plainLabelListMap()->plainLabelList()) {
     lists.add(key.value());
     lists.add(list->contentHash());
     counts.add(usage_->refCountValue(key));
@@ -129,19 +177,20 @@ uint64_t LabelEncoderSm::doBuildWorkingSetHash() const {
 
 bool LabelEncoderSm::doEncode() {
   traceStep(8, "doEncode");
+  Mox::Ptr<EncoderConfig const> const config(&encoderConfig());
   auto const allocStatus = Mox::makePtr<EncodedLabelAllocStatus>();
-  auto const costModel = Mox::makePtr<RefCntCostModel>(config_, usage_);
+  auto const costModel = Mox::makePtr<RefCntCostModel>(config, usage_);
   auto const allocator =
-      encodedLabelAllocatorFactory(encodeBitWidth_, config_, costModel, status_, allocStatus, 1);
+      encodedLabelAllocatorFactory(encodeBitWidth_, config, costModel, status_, allocStatus, 1);
   if (allocStatus->status() == StageStatusType::finishedFailed) {
-    failure_ = traceKey_ + " " + std::to_string(allocator->labelsNeeded()) +
-               " encoded labels needed, width " + std::to_string(encodeBitWidth_) + " has " +
-               std::to_string((1u << encodeBitWidth_) - 1);
+    failure_ = subject() + ": " + Mox::withCommas(allocator->labelsNeeded()) +
+               " labels needed, label width " + std::to_string(encodeBitWidth_) + " has " +
+               Mox::withCommas((1u << encodeBitWidth_) - 1);
     return false;
   }
   // In the order in which they were placed, which is that of their memory.
   std::vector<GenSetKey> const keys =
-      keysOf(config_->xformStatus()->plainLabelListMap()->plainLabelList());
+      keysOf(config->xformStatus()->plainLabelListMap()->plainLabelList());
   KeyPlaces const places(keys);
   std::vector<Mox::Ptr<EncodedLabelWithMaskList>> pairs(keys.size());
   MOX_ASSERT(allocStatus->keyToEncLabelList().size() == keys.size());
@@ -160,16 +209,15 @@ bool LabelEncoderSm::doEncode() {
 }
 
 void LabelEncoderSm::shareEqualLists(GenSetCostModel const& costModel) {
-  Mox::HashMap<uint64_t, PlainLabelList const*> firsts;
+  Mox::HashMap<SameLabels, GenSetKey> firsts;
   firsts.reserve(costModel.visits().size());
   for (GenSetCostModel::Visit const& visit : costModel.visits()) {
-    PlainLabelList const& list = *visit.list;
-    PlainLabelList const* const* const first = firsts.get(list.contentHash());
-    if (!first)
-      firsts.set(list.contentHash(), &list);
-    else if ((*first)->label() == list.label())
-      eLabelMaskIs(list.key())
-          ->encLabelAndMaskIs((*eLabelMask_.get((*first)->key()))->encLabelAndMask().items());
+    if (visit.list->label().size() < 2) continue;  // one label is one pair whoever has placed it
+    GenSetKey const key = visit.list->key();
+    if (GenSetKey const* const first = firsts.get(SameLabels{visit.list}))
+      eLabelMaskIs(key)->encLabelAndMaskIs((*eLabelMask_.get(*first))->encLabelAndMask().items());
+    else
+      firsts.insertAbsent({SameLabels{visit.list}, key});
   }
 }
 
@@ -199,6 +247,8 @@ PrefixLabelEncoderSm::PrefixLabelEncoderSm(Obel::ChipId chipId, Mox::Ptr<Encoder
       status_(std::move(status)) {
   handleInitialized();
 }
+
+std::string PrefixLabelEncoderSm::subject() const { return fieldName(status_->key()); }
 
 void PrefixLabelEncoderSm::handleInitialized() {
   traceKeyIs("PrefixLabelEncoderSm(" + Mox::stringValue(status_->key().af()) +
@@ -245,11 +295,13 @@ RangeEncoderSm::RangeEncoderSm(Obel::ChipId chipId, Mox::Ptr<RangeEncoderConfig>
                                Mox::Ptr<RangeEncoderStatus> status,
                                Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
                                Mox::Ptr<ChipHwCapability const> hwCapability)
-    : LabelEncoderSm(chipId, config, status, std::move(genSetUsageInfo), std::move(hwCapability)),
-      config_(std::move(config)),
+    : LabelEncoderSm(chipId, std::move(config), status, std::move(genSetUsageInfo),
+                     std::move(hwCapability)),
       status_(std::move(status)) {
   handleInitialized();
 }
+
+std::string RangeEncoderSm::subject() const { return fieldName(status_->key()); }
 
 void RangeEncoderSm::handleInitialized() {
   traceKeyIs("RangeEncoderSm(" + Mox::stringValue(status_->key()) + ")::");
@@ -263,7 +315,7 @@ uint64_t RangeEncoderSm::doBuildWorkingSetHash() const {
   WordHash counts;
   sets.add(0);  // raw mode
   sets.add(encodeBitWidth());
-  for (auto const& [key, set] : config_->aggregatorInfo()->rangeSetColl()) {
+  for (auto const& [key, set] : rangeConfig().aggregatorInfo()->rangeSetColl()) {
     sets.add(key.value());
     sets.add(set->range().size());
     for (RangeSetElem const& e : set->range()) sets.add(uint64_t{e.first()} << 16 | e.last());
@@ -272,12 +324,17 @@ uint64_t RangeEncoderSm::doBuildWorkingSetHash() const {
   return joinHalves(sets, counts);
 }
 
+std::vector<GenSetKey> RangeEncoderSm::rawSets() const {
+  if (labelWidth()) return {};
+  return keysOf(rangeConfig().aggregatorInfo()->rangeSetColl());
+}
+
 bool RangeEncoderSm::doEncode() {
   if (labelWidth()) return LabelEncoderSm::doEncode();
   traceStep(8, "doEncode");
   eLabelMaskDelAll();
   encoderStatus().plainToEncodedLabelDelAll();
-  for (auto const& [key, set] : config_->aggregatorInfo()->rangeSetColl()) {
+  for (auto const& [key, set] : rangeConfig().aggregatorInfo()->rangeSetColl()) {
     RangeMerger merger(encodeBitWidth(), eLabelMaskIs(key));
     for (RangeSetElem const& e : set->range()) merger.doMergeRange(e.first(), e.last());
   }
@@ -298,11 +355,13 @@ ComboLabelEncoderSm::ComboLabelEncoderSm(Obel::ChipId chipId,
                                          Mox::Ptr<ComboLabelEncoderStatus> status,
                                          Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
                                          Mox::Ptr<ChipHwCapability const> hwCapability)
-    : LabelEncoderSm(chipId, config, status, std::move(genSetUsageInfo), std::move(hwCapability)),
-      config_(std::move(config)),
+    : LabelEncoderSm(chipId, std::move(config), status, std::move(genSetUsageInfo),
+                     std::move(hwCapability)),
       status_(std::move(status)) {
   handleInitialized();
 }
+
+std::string ComboLabelEncoderSm::subject() const { return fieldName(status_->key()); }
 
 void ComboLabelEncoderSm::handleInitialized() {
   traceKeyIs("ComboLabelEncoderSm(" + Mox::stringValue(status_->key()) + ")::");
@@ -326,6 +385,16 @@ uint64_t ComboLabelEncoderSm::doBuildWorkingSetHash() const {
               (dst ? dst->value() : 0u));
   }
   return LabelEncoderSm::doBuildWorkingSetHash() ^ uint64_t { sides.finish() } << 32;
+}
+
+bool ComboLabelEncoderSm::isMoreUnchanged() const {
+  return srcEncStatus()->plainToEncodedLabel() == srcLabels_ &&
+         dstEncStatus()->plainToEncodedLabel() == dstLabels_;
+}
+
+void ComboLabelEncoderSm::rememberMore() {
+  srcLabels_ = srcEncStatus()->plainToEncodedLabel();
+  dstLabels_ = dstEncStatus()->plainToEncodedLabel();
 }
 
 void ComboLabelEncoderSm::doUpdateLoaderInfo() {

@@ -7,10 +7,10 @@
 /// Reads    the label lists of the transform that feeds the encoder, and the counts of use; the
 ///          range encoder also the range sets, the combo encoder the labels of both sides' encoders.
 /// Writes   an EncoderStatus: plain to encoded labels, each set's pairs, and a loader info.
-/// Skips    when the transform reports that it skipped or is not enabled and the digest equals that
-///          of the last run that succeeded. The digest covers the lists (or in raw mode the range
-///          sets), the counts, mode and width, for prefixes the prefixes of the trie, and for
-///          combinations the labels of both sides.
+/// Skips    when the transform reports that it skipped or is not enabled and everything that is read
+///          is what it was at the last run that succeeded: the transform's output (or in raw mode the
+///          range sets), the counts, mode and width, and for combinations the labels of both sides.
+///          These are compared themselves; the digest of them decides nothing.
 /// Fails    when the transform's output is unusable or the labels do not fit into the width.
 /// Off      where a combination has no width; then nothing is published.
 /// Order    by ascending key; equal lists get equal pairs.
@@ -62,11 +62,19 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   /// Width to encode in: the label width, unless the kind has a fallback.
   virtual uint32_t currentBitWidth() const { return labelWidth(); }
   virtual void doClearLoaderInfo() {}
+  /// The field in words, for the reason of a failure.
+  virtual std::string subject() const { return "encoder"; }
+  /// The sets that are encoded as they are; none where labels are encoded.
+  virtual std::vector<GenSetKey> rawSets() const { return {}; }
+  /// Whether what is read besides transform and counts is what it was at rememberMore(), which every
+  /// run calls before its work.
+  virtual bool isMoreUnchanged() const { return true; }
+  virtual void rememberMore() {}
   void doForget() noexcept override { workingSetHash_.reset(); }
   void traceKeyIs(std::string v) { traceKey_ = std::move(v); }
   void encodeBitWidthIs(uint32_t v) { encodeBitWidth_ = v; }
 
-  EncoderConfig const& encoderConfig() const { return *config_; }
+  EncoderConfig const& encoderConfig() const { return configAs<EncoderConfig>(); }
   EncoderStatus& encoderStatus() const { return *status_; }
   ChipHwCapability const& hwCapability() const { return *hwCapability_; }
   GenSetUsageInfo const& usage() const { return *usage_; }
@@ -84,13 +92,27 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   /// that one has the labels in blocks, and all of them match the same pieces.
   void shareEqualLists(GenSetCostModel const& costModel);
 
-  Mox::Ptr<EncoderConfig> config_;
+  /// What a run reads, in so far as all kinds read it.
+  struct Input {
+    uint32_t labelWidth = 0;
+    uint32_t encodeBitWidth = 0;
+    Mox::Stamp xform = 0;            // of the transform's output; 0 in raw mode
+    std::vector<GenSetKey> rawSets;  // sets are frozen, so their keys say everything
+    Mox::Stamp usage = 0;
+    std::vector<uint32_t> uses;  // of the sets, in their order
+  };
+  /// All of it but the counts.
+  Input inputWithoutUses() const;
+  std::vector<uint32_t> uses(Input const& input) const;
+  bool isUnchanged(Input const& now);
+
   Mox::Ptr<EncoderStatus> status_;
   Mox::Ptr<GenSetUsageInfo const> usage_;
   Mox::Ptr<ChipHwCapability const> hwCapability_;
   uint32_t encodeBitWidth_ = 0;
   std::string traceKey_;
   std::optional<uint64_t> workingSetHash_;
+  Input builtFrom_;  // of the last run that succeeded; means nothing without the digest
   EncoderStatus::MaskListMap eLabelMask_;
   std::string failure_;
 };
@@ -109,6 +131,7 @@ class NAXEL_EXPORT PrefixLabelEncoderSm final : public LabelEncoderSm {
  protected:
   uint32_t labelWidth() const override { return hwCapability().prefixXformWidth(status_->key()); }
   void doClearLoaderInfo() override { status_->loaderInfoIs(nullptr); }
+  std::string subject() const override;
 
  private:
   void handleInitialized();
@@ -132,11 +155,13 @@ class NAXEL_EXPORT RangeEncoderSm final : public LabelEncoderSm {
   uint32_t currentBitWidth() const override {
     return labelWidth() ? labelWidth() : naturalBitWidth(status_->key());
   }
+  std::vector<GenSetKey> rawSets() const override;
   void doClearLoaderInfo() override { status_->loaderInfoIs(nullptr); }
+  std::string subject() const override;
 
  private:
   void handleInitialized();
-  Mox::Ptr<RangeEncoderConfig> config_;
+  RangeEncoderConfig const& rangeConfig() const { return configAs<RangeEncoderConfig>(); }
   Mox::Ptr<RangeEncoderStatus> status_;
 };
 
@@ -152,15 +177,24 @@ class NAXEL_EXPORT ComboLabelEncoderSm final : public LabelEncoderSm {
 
  protected:
   uint32_t labelWidth() const override { return hwCapability().comboXformWidth(status_->key()); }
+  bool isMoreUnchanged() const override;
+  void rememberMore() override;
   void doClearLoaderInfo() override { status_->loaderInfoIs(nullptr); }
+  std::string subject() const override;
 
  private:
   void handleInitialized();
   ComboLabelSplitStatus const& xform() const;
-  Mox::Ptr<EncoderStatus const> const& srcEncStatus() const { return config_->srcEncStatus(); }
-  Mox::Ptr<EncoderStatus const> const& dstEncStatus() const { return config_->dstEncStatus(); }
-  Mox::Ptr<ComboLabelEncoderConfig> config_;
+  Mox::Ptr<EncoderStatus const> const& srcEncStatus() const {
+    return configAs<ComboLabelEncoderConfig>().srcEncStatus();
+  }
+  Mox::Ptr<EncoderStatus const> const& dstEncStatus() const {
+    return configAs<ComboLabelEncoderConfig>().dstEncStatus();
+  }
   Mox::Ptr<ComboLabelEncoderStatus> status_;
+  // The labels of both sides at the last run that succeeded.
+  EncoderStatus::LabelMap srcLabels_;
+  EncoderStatus::LabelMap dstLabels_;
 };
 
 NAXEL_EXPORT Mox::Ptr<LabelEncoderSm> labelEncoderSmFactory(

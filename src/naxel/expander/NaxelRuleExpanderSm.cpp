@@ -3,6 +3,8 @@
 #include "mox/Assert.h"
 #include "naxel/types/NaxelTrace.h"
 
+#include <algorithm>
+#include <bit>
 #include <limits>
 #include <stdexcept>
 
@@ -11,9 +13,17 @@ namespace Naxel {
 namespace {
 
 constexpr uint64_t indexSpace = std::numeric_limits<uint32_t>::max();
+/// So many of the stamps are about other things than the pairs of the sets.
+constexpr std::ptrdiff_t otherStamps = 2;
+constexpr uint64_t beyondCounting = std::numeric_limits<uint64_t>::max();
 
-/// Entries that one rule may have at most; far beyond any chip, and well within memory.
-constexpr uint64_t productCap = uint64_t{1} << 22;
+/// Neither wraps round.
+uint64_t boundedSum(uint64_t a, uint64_t b) {
+  return a > beyondCounting - b ? beyondCounting : a + b;
+}
+uint64_t boundedProduct(uint64_t a, uint64_t b) {
+  return b != 0 && a > beyondCounting / b ? beyondCounting : a * b;
+}
 
 /// The field that each range type is matched in, by type.
 constexpr TcamFieldType rangeFields[] = {
@@ -21,6 +31,28 @@ constexpr TcamFieldType rangeFields[] = {
     TcamFieldType::tcamFieldTypeIcmp,    TcamFieldType::tcamFieldTypeProto,
     TcamFieldType::tcamFieldTypeLength,  TcamFieldType::tcamFieldTypeFragOffset,
     TcamFieldType::tcamFieldTypeDscp};
+
+/// Each of them in words.
+char const* fieldTitle(TcamFieldType field) {
+  static constexpr char const* titles[] = {"",
+                                           "source address",
+                                           "destination address",
+                                           "the pair of addresses",
+                                           "source port",
+                                           "destination port",
+                                           "the pair of ports",
+                                           "ICMP type",
+                                           "protocol",
+                                           "length",
+                                           "fragment",
+                                           "DSCP"};
+  return titles[static_cast<size_t>(field)];
+}
+
+/// "rule 20 'web' of 'edge'".
+std::string ruleText(AclGenSetIpRuleList const& acl, AceIndex index, GenSetIpRule const& rule) {
+  return "rule " + std::to_string(index.value()) + " '" + rule.name() + "' of '" + acl.name() + "'";
+}
 
 size_t placeOf(Lumox::AddressFamily af, bool src) {
   return (af == Lumox::ipv4() ? 0u : 2u) + (src ? 0u : 1u);
@@ -71,9 +103,10 @@ void setTcamField(PDAclFilter& filter, TcamFieldType type, EncodedLabelWithMask 
 }
 
 RuleExpanderSm::RuleExpanderSm(Obel::ChipId chipId, Mox::Ptr<RuleExpanderConfig> config,
-                               Mox::Ptr<RuleExpanderStatus> status)
-    : StageSm(chipId, config, status),
-      ruleExConfig_(std::move(config)),
+                               Mox::Ptr<RuleExpanderStatus> status,
+                               Mox::Ptr<Acl::ParamConfig const> paramConfig)
+    : StageSm(chipId, std::move(config), status),
+      paramConfig_(std::move(paramConfig)),
       ruleExStatus_(std::move(status)) {}
 
 void RuleExpanderSm::doStartKick() {
@@ -82,18 +115,23 @@ void RuleExpanderSm::doStartKick() {
   doSetStatus(StageStatusType::finishedSuccess);
 }
 
-std::vector<uint64_t> RuleExpanderSm::inputRevisions() const {
-  std::vector<uint64_t> all = {ruleExConfig_->aggregatorStatus()->revision()};
+uint64_t RuleExpanderSm::entryLimit() const {
+  return paramConfig_ ? paramConfig_->entryLimit() : Acl::ParamConfig::defaultEntryLimit;
+}
+
+std::vector<Mox::Stamp> RuleExpanderSm::inputStamps() const {
+  RuleExpanderConfig const& config = ruleExConfig();
+  std::vector<Mox::Stamp> all = {config.aggregatorStatus()->stamp(), entryLimit()};
   auto const add = [&](EncoderStatus const& encoder, XformStatus const& xform) {
-    all.insert(all.end(), {encoder.revision(), xform.revision(), xform.answersForSets()});
+    all.insert(all.end(), {encoder.stamp(), xform.stamp(), xform.answersForSets()});
   };
   for (PrefixXformKey const& key : PrefixXformKey::all())
-    add(*ruleExConfig_->prefixEncoderStatus(key), *ruleExConfig_->prefixXformStatus(key));
+    add(*config.prefixEncoderStatus(key), *config.prefixXformStatus(key));
   for (RangeSetType type : allRangeSetTypes())
-    add(*ruleExConfig_->rangeEncoderStatus(type), *ruleExConfig_->rangeSplitStatus(type));
+    add(*config.rangeEncoderStatus(type), *config.rangeSplitStatus(type));
   for (ComboLabelSetType type : allComboLabelSetTypes()) {
-    add(*ruleExConfig_->comboLabelEncoderStatus(type), *ruleExConfig_->comboLabelSplitStatus(type));
-    all.push_back(ruleExConfig_->comboLabelInfo(type)->revision());
+    add(*config.comboLabelEncoderStatus(type), *config.comboLabelSplitStatus(type));
+    all.push_back(config.comboLabelInfo(type)->stamp());
   }
   return all;
 }
@@ -103,39 +141,82 @@ void RuleExpanderSm::bindSources() {
                          XformStatus const& xform) {
     return Source{field, &encoder, &xform, KeyPlaces(keysOf(encoder.encodedLabelList()))};
   };
+  RuleExpanderConfig const& config = ruleExConfig();
   prefixSources_.clear();
   for (Lumox::AddressFamily const af : {Lumox::ipv4(), Lumox::ipv6()})
     for (bool const src : {true, false}) {
       PrefixXformKey const key(af, src);
       prefixSources_.push_back(
           source(src ? TcamFieldType::tcamFieldTypeSrcIp : TcamFieldType::tcamFieldTypeDstIp,
-                 *ruleExConfig_->prefixEncoderStatus(key), *ruleExConfig_->prefixXformStatus(key)));
+                 *config.prefixEncoderStatus(key), *config.prefixXformStatus(key)));
     }
   rangeSources_.clear();
   for (RangeSetType type : allRangeSetTypes())
     rangeSources_.push_back(source(rangeFields[static_cast<size_t>(type)],
-                                   *ruleExConfig_->rangeEncoderStatus(type),
-                                   *ruleExConfig_->rangeSplitStatus(type)));
+                                   *config.rangeEncoderStatus(type),
+                                   *config.rangeSplitStatus(type)));
   comboSources_.clear();
-  for (ComboLabelSetType type : allComboLabelSetTypes())
-    comboSources_.push_back(source(type == ComboLabelSetType::srcDstL4Port
-                                       ? TcamFieldType::tcamFieldTypeSrcDstPort
-                                       : TcamFieldType::tcamFieldTypeSrcDstIp,
-                                   *ruleExConfig_->comboLabelEncoderStatus(type),
-                                   *ruleExConfig_->comboLabelSplitStatus(type)));
+  comboInfos_.clear();
+  for (ComboLabelSetType type : allComboLabelSetTypes()) {
+    comboInfos_.push_back(config.comboLabelInfo(type).get());
+    comboSources_.push_back(
+        source(type == ComboLabelSetType::srcDstL4Port ? TcamFieldType::tcamFieldTypeSrcDstPort
+                                                       : TcamFieldType::tcamFieldTypeSrcDstIp,
+               *config.comboLabelEncoderStatus(type), *config.comboLabelSplitStatus(type)));
+  }
+}
+
+bool RuleExpanderSm::Recipes::isSame(size_t rule, Recipes const& others, size_t other) const {
+  Recipe const& a = rules[rule];
+  Recipe const& b = others.rules[other];
+  return a.fields == b.fields && a.tcpInit == b.tcpInit && a.tcpEstablished == b.tcpEstablished &&
+         a.matchesNothing == b.matchesNothing &&
+         std::ranges::equal(factorsOf(rule), others.factorsOf(other),
+                            [](Factor const& f, Factor const& g) {
+                              return f == g || f->encLabelAndMask() == g->encLabelAndMask();
+                            });
+}
+
+void RuleExpanderSm::Recipes::add(Recipes const& others, size_t other) {
+  auto const from = others.factorsOf(other);
+  factors.insert(factors.end(), from.begin(), from.end());
+  rules.push_back(others.rules[other]);
+  rules.back().factorsEnd = static_cast<uint32_t>(factors.size());
+}
+
+uint64_t RuleExpanderSm::Recipes::entriesOf(size_t rule) const {
+  if (rules[rule].matchesNothing) return 0;
+  uint64_t entries = 1;
+  for (Factor const& f : factorsOf(rule))
+    entries = boundedProduct(entries, f->encLabelAndMask().size());
+  return entries;
 }
 
 void RuleExpanderSm::doBuildExpandedRules() {
   dumpRuleExpanderConfig();
-  std::vector<uint64_t> revisions = inputRevisions();
-  if (builtFrom_ != revisions) {
+  std::vector<Mox::Stamp> stamps = inputStamps();
+  if (builtFrom_ != stamps) {
+    bool const sameLabels =
+        !builtFrom_.empty() &&
+        std::equal(stamps.begin() + otherStamps, stamps.end(), builtFrom_.begin() + otherStamps);
     builtFrom_.clear();
     bindSources();
     deleteGoneAcls();
-    for (auto const& [name, list] : ruleExConfig_->aggregatorStatus()->aclGenSetIpRuleList())
-      buildAcl(*list);
+    std::vector<Plan> plans;
+    for (auto const& [name, list] : ruleExConfig().aggregatorStatus()->aclGenSetIpRuleList())
+      plans.push_back(planOf(*list, sameLabels));
+    checkEntries(plans);
+    // Old and new recipes stand side by side until the last of the old ones is gone.
+    size_t const oldLists = lists_.size();
+    if (!sameLabels)
+      for (auto const* sources : {&prefixSources_, &rangeSources_, &comboSources_})
+        for (Source const& source : *sources)
+          for (auto const& [key, list] : source.encoder->encodedLabelList()) lists_.push_back(list);
     for (auto* sources : {&prefixSources_, &rangeSources_, &comboSources_}) sources->clear();
-    builtFrom_ = std::move(revisions);
+    for (Plan& plan : plans) buildAcl(std::move(plan));
+    if (!sameLabels)
+      lists_.erase(lists_.begin(), lists_.begin() + static_cast<std::ptrdiff_t>(oldLists));
+    builtFrom_ = std::move(stamps);
   }
   dumpRuleExpanderStatus();
 }
@@ -144,81 +225,133 @@ void RuleExpanderSm::deleteGoneAcls() {
   PDAclColl& out = *ruleExStatus_->ruleExpanderLoaderInfo();
   std::vector<PDAclKey> gone;
   for (auto const& [key, acl] : out.pdAcl()) {
-    auto const list = ruleExConfig_->aggregatorStatus()->aclGenSetIpRuleList(key.aclName());
+    auto const list = ruleExConfig().aggregatorStatus()->aclGenSetIpRuleList(key.aclName());
     if (!list || list->af() != key.af()) gone.push_back(key);
   }
   for (PDAclKey const& key : gone) {
     out.pdAclDel(key);
-    digests_.erase(key);
+    builtRecipes_.erase(key);
   }
 }
 
-void RuleExpanderSm::buildAcl(AclGenSetIpRuleList const& list) {
+RuleExpanderSm::Plan RuleExpanderSm::planOf(AclGenSetIpRuleList const& list, bool sameLabels) {
   Lumox::AddressFamily const af = list.af();
   MOX_ASSERT_TEXT(af == Lumox::ipv4() || af == Lumox::ipv6(),
                   "af == Lumox::ipv4() || af == Lumox::ipv6()");
-  PDAclKey const key(af, list.name());
+  recipes_ = Recipes();
+  recipes_.rules.reserve(list.genSetIpRuleById().size());
+  Recipes const* const known = sameLabels ? builtRecipes_.get(PDAclKey(af, list.name())) : nullptr;
+  size_t place = 0;
+  for (auto const& [index, rule] : list.genSetIpRuleById()) {
+    // Rules are replaced when they change, and mostly stand where they stood.
+    if (known && place < known->rules.size() && known->rules[place].rule == rule) {
+      recipes_.add(*known, place++);
+      continue;
+    }
+    ++place;
+    try {
+      gatherFactors(rule, af);
+    } catch (std::logic_error const& e) {
+      throw std::logic_error(ruleText(list, index, *rule) + ": " + e.what());
+    }
+  }
+  return {&list, std::move(recipes_)};
+}
+
+void RuleExpanderSm::checkEntries(std::vector<Plan> const& plans) const {
+  uint64_t const limit = entryLimit();
+  struct Costly {
+    uint64_t entries;
+    AclGenSetIpRuleList const* acl;
+    size_t place;
+  };
+  std::vector<Costly> costliest;  // descending
+  constexpr size_t shown = 3;
+  uint64_t all = 0;
+  for (Plan const& plan : plans)
+    for (size_t place = 0; place < plan.recipes.rules.size(); ++place) {
+      uint64_t const entries = plan.recipes.entriesOf(place);
+      all = boundedSum(all, entries);
+      if (costliest.size() == shown && entries <= costliest.back().entries) continue;
+      auto const at =
+          std::ranges::find_if(costliest, [&](Costly const& c) { return c.entries < entries; });
+      costliest.insert(at, {entries, plan.list, place});
+      if (costliest.size() > shown) costliest.pop_back();
+    }
+  if (all <= limit && (costliest.empty() || costliest.front().entries < indexSpace)) return;
+  std::string text = "at least ";
+  char const* separator = "";
+  for (Costly const& c : costliest) {
+    auto const& [index, rule] = c.acl->genSetIpRuleById()[c.place];
+    text += separator + Mox::withCommas(c.entries) +
+            (*separator ? " for " : " entries needed for ") + ruleText(*c.acl, index, *rule);
+    separator = ", ";
+  }
+  text += "; " + Mox::withCommas(all) + " in all, at most " + Mox::withCommas(limit) + " are made";
+  throw std::length_error(text);
+}
+
+void RuleExpanderSm::buildAcl(Plan plan) {
+  AclGenSetIpRuleList const& list = *plan.list;
+  PDAclKey const key(list.af(), list.name());
   auto const acl = ruleExStatus_->ruleExpanderLoaderInfo()->pdAclIs(key);
-  Digests& oldDigests = digests_.at(key);
+  Recipes& oldRecipes = builtRecipes_.at(key);
   auto const& oldRules = acl->rule();
-  MOX_ASSERT(oldRules.size() == oldDigests.size());
+  MOX_ASSERT(oldRules.size() == oldRecipes.rules.size());
   size_t old = 0;  // both are walked in the order of the indexes
 
   Mox::FlatMap<AceIndex, Mox::Ptr<PDAclRule>> rules;
-  Digests digests;
   rules.reserve(list.genSetIpRuleById().size());
-  digests.reserve(list.genSetIpRuleById().size());
+  size_t place = 0;
   for (auto const& [index, rule] : list.genSetIpRuleById()) {
-    uint64_t const digest = gatherFactors(*rule, af);
     while (old < oldRules.size() && oldRules[old].first < index) ++old;
     bool const same = old < oldRules.size() && oldRules[old].first == index &&
-                      oldDigests[old] == digest && oldRules[old].second->action() == rule->action();
-    rules.set(index, same ? oldRules[old].second : expandRule(index, *rule));
-    digests.push_back(digest);
+                      oldRules[old].second->action() == rule->action() &&
+                      plan.recipes.isSame(place, oldRecipes, old);
+    rules.set(index, same ? oldRules[old].second : expandRule(index, *rule, plan.recipes, place));
+    ++place;
     if (auto line = trace(6))
       line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
            << " policy: " << rule->name() << " resulted in " << rules.back().second->filters()
            << " tcam entries";
   }
   acl->ruleIs(std::move(rules));
-  oldDigests = std::move(digests);
+  oldRecipes = std::move(plan.recipes);
 }
 
-uint64_t RuleExpanderSm::gatherFactors(GenSetIpRule const& rule, Lumox::AddressFamily af) {
-  factors_.clear();
-  matchesNothing_ = false;
+void RuleExpanderSm::gatherFactors(Mox::Ptr<GenSetIpRule> const& which, Lumox::AddressFamily af) {
+  GenSetIpRule const& rule = *which;
+  recipe_ = Recipe();
+  recipe_.rule = which;
+  recipe_.tcpInit = rule.matchTcpInit();
+  recipe_.tcpEstablished = rule.matchTcpEstablished();
   buildSrcDstIpField(rule.source(), rule.destination(), af);
   buildSrcDstL4PortField(rule.sport(), rule.dport());
   for (RangeSetType type : allRangeSetTypes())
     if (type != RangeSetType::srcPort && type != RangeSetType::dstPort)
       addFactor(rangeSources_[static_cast<size_t>(type)], rule.range(type));
-
-  uint64_t digest = (rule.matchTcpInit() ? 1u : 0u) | (rule.matchTcpEstablished() ? 2u : 0u) |
-                    (matchesNothing_ ? 4u : 0u);
-  for (Factor const& f : factors_) {
-    digest = Mox::hashCombine(digest, static_cast<uint64_t>(f.field));
-    digest = Mox::hashCombine(digest, f.list->contentHash());
-  }
-  return digest;
+  recipe_.factorsEnd = static_cast<uint32_t>(recipes_.factors.size());
+  recipes_.rules.push_back(std::move(recipe_));
 }
 
 void RuleExpanderSm::addFactor(Source const& source, GenSetKey key) {
-  if (!key || matchesNothing_) return;
+  if (!key || recipe_.matchesNothing) return;
   uint32_t const at = source.places.of(key);
   if (at != KeyPlaces::none) {
-    factors_.push_back({source.field, source.encoder->encodedLabelList()[at].second.get()});
+    recipes_.factors.push_back(source.encoder->encodedLabelList()[at].second.get());
+    recipe_.fields =
+        static_cast<uint16_t>(recipe_.fields | 1u << static_cast<unsigned>(source.field));
     return;
   }
   if (!source.xform->answersForSets() || source.xform->plainLabelListMap()->plainLabelList(key))
-    throw std::logic_error(
-        Mox::stringValue(source.field) + ": set " + valueToStrep(key) +
-        " has no labels and its field is not matched by raw values on this chip");
-  matchesNothing_ = true;
+    throw std::logic_error(std::string(fieldTitle(source.field)) +
+                           " is matched by labels on this chip, and there are none for its set");
+  recipe_.matchesNothing = true;
 }
 
 bool RuleExpanderSm::addCombo(ComboLabelSetType type, GenSetKey src, GenSetKey dst) {
   GenSetKey const combo =
-      ruleExConfig_->comboLabelInfo(type)->srcDstToComboMap(GenSetKeyPair(src, dst));
+      comboInfos_[static_cast<size_t>(type)]->srcDstToComboMap(GenSetKeyPair(src, dst));
   if (!combo) return false;
   if (auto line = trace(8))
     line << "RuleExpanderSm(" << chipId() << ")::buildCombo"
@@ -240,27 +373,32 @@ void RuleExpanderSm::buildSrcDstL4PortField(GenSetKey sport, GenSetKey dport) {
   addFactor(rangeSources_[static_cast<size_t>(RangeSetType::dstPort)], dport);
 }
 
-Mox::Ptr<PDAclRule> RuleExpanderSm::expandRule(AceIndex index, GenSetIpRule const& rule) {
+Mox::Ptr<PDAclRule> RuleExpanderSm::expandRule(AceIndex index, GenSetIpRule const& rule,
+                                               Recipes const& recipes, size_t place) {
   auto out = Mox::makePtr<PDAclRule>(index);
   out->actionIs(rule.action());
-  if (matchesNothing_) return out;
+  if (recipes.rules[place].matchesNothing) return out;
   ruleFilterDelAll();
   ruleFilterEnq(PDAclFilter());
-  for (Factor const& f : factors_)
-    if (ruleFilters()) buildTcamEntry(f.field, *f.list);
-  out->filterIs(collectFilters(rule));
+  unsigned fields = recipes.rules[place].fields;
+  for (Factor const& f : recipes.factorsOf(place)) {
+    auto const field = static_cast<TcamFieldType>(std::countr_zero(fields));
+    fields &= fields - 1;
+    if (ruleFilters()) buildTcamEntry(field, *f);
+  }
+  out->filterIs(collectFilters(recipes.rules[place]));
   return out;
 }
 
-std::vector<PDAclFilter> RuleExpanderSm::collectFilters(GenSetIpRule const& rule) {
+std::vector<PDAclFilter> RuleExpanderSm::collectFilters(Recipe const& recipe) {
   std::vector<PDAclFilter> filters;
   filters.reserve(ruleFilters());
   ruleFilterDeduper_.clear();
   bool ascending = true;
   while (ruleFilters()) {
     PDAclFilter filter = ruleFilterDeq();
-    filter.matchTcpInitIs(rule.matchTcpInit());
-    filter.matchTcpEstablishedIs(rule.matchTcpEstablished());
+    filter.matchTcpInitIs(recipe.tcpInit);
+    filter.matchTcpEstablishedIs(recipe.tcpEstablished);
     // The lists are ascending, and so are their products: as long as that holds, none occurs twice.
     if (ascending && !filters.empty() && !(filters.back() < filter)) {
       ascending = false;
@@ -285,10 +423,6 @@ void RuleExpanderSm::buildTcamEntry(TcamFieldType fieldType,
   MOX_ASSERT(ruleFilters());
   auto const& pairs = encLabelList.encLabelAndMask();
   size_t const n = ruleFilters();
-  if (uint64_t{n} * pairs.size() > productCap)
-    throw std::length_error(
-        "linkqueue index space full: at least " + std::to_string(uint64_t{n} * pairs.size()) +
-        " entries needed for one rule, at most " + std::to_string(productCap) + " are built");
   if (pairs.size() == 1)
     return ruleFilter_.replaceAll(
         [&](PDAclFilter& filter) { setTcamField(filter, fieldType, pairs.front()); });
@@ -303,7 +437,7 @@ void RuleExpanderSm::buildTcamEntry(TcamFieldType fieldType,
 
 void RuleExpanderSm::dumpRuleExpanderConfig() const {
   if (!naxelTrace().on(9)) return;
-  for (auto const& [name, list] : ruleExConfig_->aggregatorStatus()->aclGenSetIpRuleList())
+  for (auto const& [name, list] : ruleExConfig().aggregatorStatus()->aclGenSetIpRuleList())
     for (auto const& [index, rule] : list->genSetIpRuleById())
       for (Mox::Attribute const& a : rule->attributeTable())
         if (auto line = trace(9))
@@ -320,8 +454,10 @@ void RuleExpanderSm::dumpRuleExpanderStatus() const {
 
 Mox::Ptr<RuleExpanderSm> ruleExpanderSmFactory(Obel::ChipId chipId,
                                                Mox::Ptr<RuleExpanderConfig> config,
-                                               Mox::Ptr<RuleExpanderStatus> status) {
-  return Mox::makePtr<RuleExpanderSm>(chipId, std::move(config), std::move(status));
+                                               Mox::Ptr<RuleExpanderStatus> status,
+                                               Mox::Ptr<Acl::ParamConfig const> paramConfig) {
+  return Mox::makePtr<RuleExpanderSm>(chipId, std::move(config), std::move(status),
+                                      std::move(paramConfig));
 }
 
 }  // namespace Naxel

@@ -7,20 +7,24 @@
 ///          set that covers nothing from a field that this chip does not transform.
 /// Writes   PDAclColl, one PDAclRuleColl per ACL, one PDAclRule per index with the rule's action.
 /// Skips    never as a stage; but it does not build what it has built before. It does nothing where
-///          none of what it reads has been published anew since its last run, and keeps the rules
-///          whose action and pairs are the same, told by a digest over the pairs. Rules that it has
-///          built are replaced, never edited, because outputs of earlier kicks share them.
+///          none of what it reads has been published anew since its last run, told by stamps, and
+///          keeps the rules whose action and pairs are the same, told by the pairs themselves. Rules
+///          that it has built are replaced, never edited, because outputs of earlier kicks share them.
 /// Fails    when a set has no pairs although its field is constrained and its transform cannot say
-///          that it is empty, or when a product exceeds the index space of the work list.
+///          that it is empty, or when the rules take more entries in all than the agent allows. The
+///          entries are counted before any of them is made.
 /// Order    ACLs by key, rules by index, entries of a rule in ascending order.
 ///
 /// A rule of a set that covers nothing has no entries: a constrained field never degrades to one
 /// that matches everything.
 
+#include "acl/ParamConfig.h"
 #include "mox/HashMap.h"
 #include "naxel/control/StageSm.h"
 #include "naxel/expander/RuleExpanderTypes.h"
 #include "naxel/genset/KeyPlaces.h"
+
+#include <span>
 
 namespace Naxel {
 
@@ -49,10 +53,12 @@ class RuleFilterQueue {
 
 class NAXEL_EXPORT RuleExpanderSm : public StageSm {
  public:
+  /// `paramConfig` says how many entries may be made; null for the default number.
   RuleExpanderSm(Obel::ChipId chipId, Mox::Ptr<RuleExpanderConfig> config,
-                 Mox::Ptr<RuleExpanderStatus> status);
+                 Mox::Ptr<RuleExpanderStatus> status,
+                 Mox::Ptr<Acl::ParamConfig const> paramConfig = nullptr);
 
-  RuleExpanderConfig const& ruleExConfig() const { return *ruleExConfig_; }
+  RuleExpanderConfig const& ruleExConfig() const { return configAs<RuleExpanderConfig>(); }
   RuleExpanderStatus& ruleExStatus() const { return *ruleExStatus_; }
 
   void doStartKick() override;
@@ -76,33 +82,63 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
     XformStatus const* xform;
     KeyPlaces places;  // of the keys in the encoder's lists
   };
-  /// Pairs that one field of the rule at hand multiplies with.
-  struct Factor {
-    TcamFieldType field;
-    EncodedLabelWithMaskList const* list;
+  /// The pairs that one field of a rule multiplies with; one of `lists_`.
+  using Factor = EncodedLabelWithMaskList const*;
+  /// What a rule is built from besides its action.
+  struct Recipe {
+    Mox::Ptr<GenSetIpRule const> rule;
+    uint32_t factorsEnd = 0;  // they begin where those of the rule before end
+    uint16_t fields = 0;      // a bit for the field of each factor, in their order
+    bool tcpInit = false;
+    bool tcpEstablished = false;
+    bool matchesNothing = false;  // one of the sets covers nothing
   };
-  /// What the rules of an ACL have been built from, in their order.
-  using Digests = std::vector<uint64_t>;
+  /// The recipes of the rules of an ACL, in their order.
+  struct Recipes {
+    std::vector<Factor> factors;
+    std::vector<Recipe> rules;
+    std::span<Factor const> factorsOf(size_t rule) const {
+      size_t const from = rule == 0 ? 0 : rules[rule - 1].factorsEnd;
+      return std::span(factors).subspan(from, rules[rule].factorsEnd - from);
+    }
+    /// Whether a rule here is built from the same as one of others.
+    bool isSame(size_t rule, Recipes const& others, size_t other) const;
+    /// Adds the recipe of a rule from others.
+    void add(Recipes const& others, size_t other);
+    /// Entries of a rule; the largest number where there are even more.
+    uint64_t entriesOf(size_t rule) const;
+  };
+  /// An ACL and what its rules are to be built from.
+  struct Plan {
+    AclGenSetIpRuleList const* list;
+    Recipes recipes;
+  };
 
   size_t ruleFilters() const { return ruleFilter_.size(); }
   void ruleFilterEnq(PDAclFilter const& f) { ruleFilter_.enq(f); }
   PDAclFilter ruleFilterDeq() { return ruleFilter_.deq(); }
   void ruleFilterDelAll() { ruleFilter_.delAll(); }
 
-  /// The revisions of everything that is read.
-  std::vector<uint64_t> inputRevisions() const;
+  uint64_t entryLimit() const;
+  /// The stamps of everything that is read.
+  std::vector<Mox::Stamp> inputStamps() const;
   void bindSources();
   void deleteGoneAcls();
-  void buildAcl(AclGenSetIpRuleList const& list);
-  /// Fills `factors_` and `matchesNothing_`, and returns their digest.
-  uint64_t gatherFactors(GenSetIpRule const& rule, Lumox::AddressFamily af);
+  /// With `sameLabels` the pairs of every set are those of the last run.
+  Plan planOf(AclGenSetIpRuleList const& list, bool sameLabels);
+  /// Throws where the rules take more entries than the agent allows.
+  void checkEntries(std::vector<Plan> const& plans) const;
+  void buildAcl(Plan plan);
+  /// Adds the recipe of a rule to those of its ACL.
+  void gatherFactors(Mox::Ptr<GenSetIpRule> const& rule, Lumox::AddressFamily af);
   void addFactor(Source const& source, GenSetKey key);
   /// True if the pair is matched through one combination label, which is then done.
   bool addCombo(ComboLabelSetType type, GenSetKey src, GenSetKey dst);
-  Mox::Ptr<PDAclRule> expandRule(AceIndex index, GenSetIpRule const& rule);
-  std::vector<PDAclFilter> collectFilters(GenSetIpRule const& rule);
+  Mox::Ptr<PDAclRule> expandRule(AceIndex index, GenSetIpRule const& rule, Recipes const& recipes,
+                                 size_t place);
+  std::vector<PDAclFilter> collectFilters(Recipe const& recipe);
 
-  Mox::Ptr<RuleExpanderConfig> ruleExConfig_;
+  Mox::Ptr<Acl::ParamConfig const> paramConfig_;
   Mox::Ptr<RuleExpanderStatus> ruleExStatus_;
   RuleFilterQueue ruleFilter_;
   Mox::HashSet<PDAclFilter> ruleFilterDeduper_;
@@ -110,14 +146,16 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
   std::vector<Source> prefixSources_;  // by family, source side first
   std::vector<Source> rangeSources_;   // by type, as are the next
   std::vector<Source> comboSources_;
-  std::vector<Factor> factors_;
-  bool matchesNothing_ = false;  // one of the sets covers nothing
-  std::vector<uint64_t> builtFrom_;
-  Mox::OrderedMap<PDAclKey, Digests> digests_;
+  std::vector<ComboLabelInfo const*> comboInfos_;
+  Recipes recipes_;                    // of the ACL at hand
+  Recipe recipe_;                      // of the rule at hand
+  std::vector<Mox::Stamp> builtFrom_;  // of everything that was read; empty before the first run
+  std::vector<Mox::Ptr<EncodedLabelWithMaskList const>> lists_;  // that the recipes refer to
+  Mox::OrderedMap<PDAclKey, Recipes> builtRecipes_;
 };
-NAXEL_EXPORT Mox::Ptr<RuleExpanderSm> ruleExpanderSmFactory(Obel::ChipId chipId,
-                                                            Mox::Ptr<RuleExpanderConfig> config,
-                                                            Mox::Ptr<RuleExpanderStatus> status);
+NAXEL_EXPORT Mox::Ptr<RuleExpanderSm> ruleExpanderSmFactory(
+    Obel::ChipId chipId, Mox::Ptr<RuleExpanderConfig> config, Mox::Ptr<RuleExpanderStatus> status,
+    Mox::Ptr<Acl::ParamConfig const> paramConfig = nullptr);
 
 /// Sets the field of that type; any type that carries no label ends the process.
 NAXEL_EXPORT void setTcamField(PDAclFilter& filter, TcamFieldType type,

@@ -1,6 +1,7 @@
 #include "naxel/genset/AclCheck.h"
 
 #include "mox/Assert.h"
+#include "naxel/genset/FieldNames.h"
 #include "naxel/types/NaxelTrace.h"
 
 namespace Naxel {
@@ -29,20 +30,17 @@ std::string ruleOf(AclConfig const& acl, RuleConfig const& rule) {
 }
 
 template <class Coll>
-std::optional<std::string> checkRanges(char const* field, Coll const& ranges) {
+std::optional<std::string> checkRanges(std::string const& field, Coll const& ranges) {
   using R = typename Coll::value_type;
   for (R const& r : ranges) {
     if (r.rangeStart() <= r.rangeEnd() && r.rangeEnd() <= R::bound) continue;
-    std::string const text = std::string(field) + " range " + std::to_string(r.rangeStart()) + "-" +
-                             std::to_string(r.rangeEnd());
+    std::string const text =
+        field + " range " + std::to_string(r.rangeStart()) + "-" + std::to_string(r.rangeEnd());
     if (r.rangeStart() > r.rangeEnd()) return text + " starts above its end";
     return text + " exceeds the field's maximum " + std::to_string(R::bound);
   }
   return std::nullopt;
 }
-
-constexpr char const* fieldNames[] = {"source port", "destination port", "ICMP type", "protocol",
-                                      "length",      "fragment",         "DSCP"};
 
 std::optional<std::string> checkFilter(RuleFilter const& filter) {
   IpPrefixList const* source = filter.source().get();
@@ -56,7 +54,7 @@ std::optional<std::string> checkFilter(RuleFilter const& filter) {
   std::optional<std::string> reason;
   size_t field = 0;
   filter.forEachRangeColl([&](auto const& ranges) {
-    if (!reason) reason = checkRanges(fieldNames[field], ranges);
+    if (!reason) reason = checkRanges(fieldName(allRangeSetTypes()[field]), ranges);
     ++field;
   });
   return reason;

@@ -27,12 +27,15 @@ class Accumulator {
 
 }  // namespace
 
-AggregatorWorkingSet digestAcls(std::vector<AclWalk> const& acls, uint32_t enabledCombos) {
+AggregatorWorkingSet digestAcls(std::vector<AclWalk> const& acls,
+                                std::vector<std::vector<uint64_t>> const& contents,
+                                uint32_t enabledCombos) {
   enum : uint64_t { combos = 1, wholeAcl, namedRule, indexedRule, strayRule };
   Accumulator sum;
   size_t rules = 0;
   sum.add(Mox::hashCombine(combos, enabledCombos));
-  for (AclWalk const& walk : acls) {
+  for (size_t a = 0; a < acls.size(); ++a) {
+    AclWalk const& walk = acls[a];
     AclConfig const& acl = walk.acl();
     uint64_t aclDigest = Mox::hashCombine(Mox::hashText(acl.name()), acl.af() ? 1 : 0);
     aclDigest = Mox::hashCombine(aclDigest, Mox::hashOf(aclFamily(acl)));
@@ -40,13 +43,13 @@ AggregatorWorkingSet digestAcls(std::vector<AclWalk> const& acls, uint32_t enabl
     uint64_t const named = Mox::hashCombine(aclDigest, namedRule);
     uint64_t const indexed = Mox::hashCombine(aclDigest, indexedRule);
     uint64_t const stray = Mox::hashCombine(aclDigest, strayRule);
-    for (uint64_t content : walk.contents()) sum.add(Mox::hashCombine(named, content));
-    rules += walk.contents().size();
+    for (uint64_t content : contents[a]) sum.add(Mox::hashCombine(named, content));
+    rules += contents[a].size();
     for (AclWalk::Indexed const& i : walk.indexed()) {
       // A rule that merely looks like the one of that name is another one, and is refused.
       bool const held = i.place != AclWalk::none;
       uint64_t const place = Mox::hashCombine(held ? indexed : stray, i.index.value());
-      uint64_t const content = held ? walk.contents()[i.place] : i.rule ? i.rule->contentHash() : 0;
+      uint64_t const content = held ? contents[a][i.place] : i.rule ? i.rule->contentHash() : 0;
       sum.add(Mox::hashCombine(place, content));
     }
   }

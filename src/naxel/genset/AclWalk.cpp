@@ -4,10 +4,10 @@ namespace Naxel {
 
 AclWalk::AclWalk(AclConfig const& acl) : acl_(&acl) {
   named_.reserve(acl.ruleByName().size());
-  contents_.reserve(acl.ruleByName().size());
+  stamps_.reserve(acl.ruleByName().size());
   for (auto const& [name, rule] : acl.ruleByName()) {
     named_.push_back(rule.get());
-    contents_.push_back(rule->contentHash());
+    stamps_.push_back(rule->stamps());
   }
 
   // Agents mostly fill both collections in the same order, so the search begins behind the rule found
@@ -26,8 +26,9 @@ AclWalk::AclWalk(AclConfig const& acl) : acl_(&acl) {
     return *place;
   };
   indexed_.reserve(acl.ruleById().size());
-  for (auto const& [index, rule] : acl.ruleById())
-    indexed_.push_back({index, placeOf(rule.get()), rule.get()});
+  acl.ruleById().forEach([&](auto const& item) {
+    indexed_.push_back({item.first, placeOf(item.second.get()), item.second.get()});
+  });
 }
 
 std::vector<AclWalk> walkAcls(AclConfigColl const& coll) {

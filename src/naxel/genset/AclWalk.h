@@ -1,7 +1,7 @@
 #pragma once
 
-/// The ACLs of a kick as the aggregator walks them: resolved once, read by its digest, its check and
-/// its build.
+/// The ACLs of a kick as the aggregator walks them: resolved once, read by its check, its build and
+/// its digest.
 
 #include "naxel/types/AclConfig.h"
 
@@ -27,17 +27,17 @@ class AclWalk {
   AclConfig const& acl() const { return *acl_; }
   /// The rules in the order of `ruleByName`.
   std::vector<RuleConfig const*> const& named() const { return named_; }
-  /// The content hash of each of them.
-  std::vector<uint64_t> const& contents() const { return contents_; }
-  /// Gives the content hashes away.
-  std::vector<uint64_t> takeContents() { return std::move(contents_); }
+  /// The stamps of each of them.
+  std::vector<RuleStamps> const& stamps() const { return stamps_; }
+  /// Gives the stamps away.
+  std::vector<RuleStamps> takeStamps() { return std::move(stamps_); }
   /// The rules in the order of `ruleById`.
   std::vector<Indexed> const& indexed() const { return indexed_; }
 
  private:
   AclConfig const* acl_;
   std::vector<RuleConfig const*> named_;
-  std::vector<uint64_t> contents_;
+  std::vector<RuleStamps> stamps_;
   std::vector<Indexed> indexed_;
 };
 

@@ -1,5 +1,7 @@
 #include "naxel/genset/GenSet.h"
 
+#include "mox/OrderedMap.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -17,6 +19,14 @@ uint64_t sumOfHashes(Coll const& members) {
 
 uint32_t typedHash(uint32_t type, uint64_t sum) {
   return Mox::OneAtATime().bytes(type).bytes(sum).finish();
+}
+
+/// Place of members that stand in order.
+template <class Coll>
+uint64_t placeOfAll(Coll const& members) {
+  Mox::KeyedHash h;
+  for (auto const& m : members) Mox::placeWords(h, m);
+  return h.finish();
 }
 
 /// Appends ": A, B and 3 more" for five members; `write` appends one member.
@@ -70,9 +80,11 @@ Mox::AttributeTable const& RangeSet::attributeTable() const {
   return table;
 }
 
-uint32_t RangeSet::hash(RangeSetType type, RangeColl const& ranges) {
-  return typedHash(static_cast<uint32_t>(type), sumOfHashes(ranges));
+uint32_t RangeSet::hash() const {
+  return typedHash(static_cast<uint32_t>(type_), sumOfHashes(range_));
 }
+
+uint64_t RangeSet::place(RangeColl const& ranges) { return placeOfAll(ranges); }
 
 bool RangeSet::isEqual(Mox::Ptr<Dedupable const> const& other) const {
   auto const* set = dynamic_cast<RangeSet const*>(other.get());
@@ -98,6 +110,8 @@ Mox::AttributeTable const& ComboLabelSet::attributeTable() const {
 uint32_t ComboLabelSet::hash() const {
   return typedHash(static_cast<uint32_t>(type_), sumOfHashes(comboLabel_));
 }
+
+uint64_t ComboLabelSet::place() const { return placeOfAll(comboLabel_); }
 
 bool ComboLabelSet::isEqual(Mox::Ptr<Dedupable const> const& other) const {
   auto const* set = dynamic_cast<ComboLabelSet const*>(other.get());
@@ -142,6 +156,8 @@ uint32_t GenSetKeyGroup::hash() const {
   return Mox::OneAtATime().bytes(sumOfHashes(keyGroup_)).finish();
 }
 
+uint64_t GenSetKeyGroup::place() const { return placeOfAll(keyGroup_); }
+
 bool GenSetKeyGroup::isEqual(Mox::Ptr<Dedupable const> const& other) const {
   auto const* group = dynamic_cast<GenSetKeyGroup const*>(other.get());
   return group && group->keyGroup_ == keyGroup_;
@@ -182,9 +198,8 @@ uint32_t GenSetUsageInfo::refCountValue(GenSetKey key) const {
 }
 
 GenSetRefCount& GenSetUsageInfo::refCountIs(GenSetKey key) {
-  if (auto* item = refCount_.get(key)) return **item;
-  refCount_.set(key, Mox::makePtr<GenSetRefCount>(key));
-  return **refCount_.get(key);
+  stamp_.renew();
+  return *Mox::lookupOrMake(refCount_, key, [&] { return Mox::makePtr<GenSetRefCount>(key); });
 }
 
 }  // namespace Naxel

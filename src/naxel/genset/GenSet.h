@@ -8,8 +8,9 @@
 #include "lumox/IpGenPrefix.h"
 #include "mox/FlatSet.h"
 #include "mox/HashMap.h"
+#include "mox/Stamp.h"
 #include "naxel/genset/GenSetTypes.h"
-#include "naxel/types/Dedupable.h"
+#include "naxel/types/IpPrefixList.h"
 
 #include <cstdint>
 #include <string>
@@ -69,12 +70,17 @@ class NAXEL_EXPORT PrefixSet : public GenSet {
   void exceptPrefixDel(Lumox::IpGenPrefix const& p) { exceptPrefix_.erase(p); }
   void exceptPrefixDelAll() { exceptPrefix_.clear(); }
 
+  /// The list that the set was built from, as it was then; null where it was not built from one.
+  Mox::Ptr<IpPrefixList const> const& prefixList() const { return prefixList_; }
+  void prefixListIs(Mox::Ptr<IpPrefixList const> v) { prefixList_ = std::move(v); }
+
   /// For trace lines: the key and at most two members of each collection.
   std::string stringValue() const;
 
  private:
   PrefixColl prefix_;
   PrefixColl exceptPrefix_;
+  Mox::Ptr<IpPrefixList const> prefixList_;
 };
 
 /// A set of values of one packet field.
@@ -93,9 +99,10 @@ class NAXEL_EXPORT RangeSet : public GenSet {
   void rangeDel(RangeSetElem const& e) { range_.erase(e); }
   void rangeDelAll() { range_.clear(); }
 
-  uint32_t hash() const override { return hash(type_, range_); }
-  /// Hash of a set of this type with these elements.
-  static uint32_t hash(RangeSetType type, RangeColl const& ranges);
+  uint32_t hash() const override;
+  uint64_t place() const override { return place(range_); }
+  /// Place of a set with these elements.
+  static uint64_t place(RangeColl const& ranges);
   bool isEqual(Mox::Ptr<Dedupable const> const& other) const override;
   std::string stringValue() const;
 
@@ -120,6 +127,7 @@ class NAXEL_EXPORT ComboLabelSet : public GenSet {
   void comboLabelDelAll() { comboLabel_.clear(); }
 
   uint32_t hash() const override;
+  uint64_t place() const override;
   bool isEqual(Mox::Ptr<Dedupable const> const& other) const override;
   std::string stringValue() const;
 
@@ -146,6 +154,7 @@ class NAXEL_EXPORT GenSetKeyGroup : public Dedupable {
   void removeFromKeyGroup(GenSetKeyGroup const& other);
 
   uint32_t hash() const override;
+  uint64_t place() const override;
   bool isEqual(Mox::Ptr<Dedupable const> const& other) const override;
 
  private:
@@ -198,15 +207,24 @@ class NAXEL_EXPORT GenSetUsageInfo : public Mox::Entity {
   GenSetRefCount const* refCount(GenSetKey key) const;
   /// Count of use of a set; 0 if it has none.
   uint32_t refCountValue(GenSetKey key) const;
-  /// The count of that key, made with value 0 if absent.
+  /// The count of that key, made with value 0 if absent. Write it before stamp() is asked for.
   GenSetRefCount& refCountIs(GenSetKey key);
-  void refCountDel(GenSetKey key) { refCount_.erase(key); }
-  void refCountDelAll() { refCount_.clear(); }
+  void refCountDel(GenSetKey key) {
+    stamp_.renew();
+    refCount_.erase(key);
+  }
+  void refCountDelAll() {
+    stamp_.renew();
+    refCount_.clear();
+  }
+  /// Stamp of the counts.
+  Mox::Stamp stamp() const { return stamp_.get(); }
   /// Makes room for the counts that are to come.
   void reserve(size_t counts) { refCount_.reserve(counts); }
 
  private:
   Mox::HashMap<GenSetKey, Mox::Ptr<GenSetRefCount>> refCount_;
+  Mox::ContentStamp stamp_;
 };
 
 }  // namespace Naxel

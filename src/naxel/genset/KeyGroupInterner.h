@@ -10,17 +10,6 @@
 
 namespace Naxel {
 
-/// Hash of a set of keys that can be updated as keys come and go: the sum of the mixed keys.
-class KeySetHash {
- public:
-  void add(GenSetKey key) { sum_ += Mox::mix64(key.value()); }
-  void remove(GenSetKey key) { sum_ -= Mox::mix64(key.value()); }
-  uint64_t value() const { return sum_; }
-
- private:
-  uint64_t sum_ = 0;
-};
-
 /// Lives for one run of a transform.
 class KeyGroupInterner {
  public:
@@ -28,12 +17,12 @@ class KeyGroupInterner {
 
   /// The group of these ascending keys. O(size of the group).
   Mox::Ptr<GenSetKeyGroup> intern(Keys const& keys) {
-    KeySetHash hash;
+    Mox::KeyedSetHash hash;
     for (GenSetKey key : keys) hash.add(key);
     return intern(keys, hash);
   }
   /// The same with the hash at hand: content is copied only for a group that is new.
-  Mox::Ptr<GenSetKeyGroup> intern(Keys const& keys, KeySetHash const& hash);
+  Mox::Ptr<GenSetKeyGroup> intern(Keys const& keys, Mox::KeyedSetHash const& hash);
 
   /// Number of distinct groups so far.
   size_t size() const { return groups_.size(); }
@@ -47,13 +36,14 @@ class KeyGroupInterner {
     Mox::Ptr<GenSetKeyGroup> group;
 
     Keys const& keys() const { return probe ? *probe : group->keyGroup().items(); }
-    uint64_t hash64() const { return Mox::mix64(hash); }
+    uint64_t placeWord() const noexcept { return hash; }
     bool operator==(Entry const& o) const { return hash == o.hash && keys() == o.keys(); }
   };
   Mox::HashSet<Entry> groups_;
 };
 
-inline Mox::Ptr<GenSetKeyGroup> KeyGroupInterner::intern(Keys const& keys, KeySetHash const& hash) {
+inline Mox::Ptr<GenSetKeyGroup> KeyGroupInterner::intern(Keys const& keys,
+                                                         Mox::KeyedSetHash const& hash) {
   if (Entry const* known = groups_.find(Entry{hash.value(), &keys, nullptr})) return known->group;
   auto group = genSetKeyGroupFactory();
   group->keyGroupIs(keys);

@@ -30,7 +30,7 @@ std::vector<Lumox::IpGenPrefix> masked(IpPrefixList::PrefixColl const& prefixes)
 }  // namespace
 
 GenSetKey PrefixDedupMarkAndSweeper::markList(IpPrefixList const& list) {
-  return markEqual(list.hash(), [&](Dedupable const& record) {
+  return markEqual(list.place(), [&](Dedupable const& record) {
     return static_cast<PrefixListDedup const&>(record).prefixList()->isEqual(list);
   });
 }
@@ -49,7 +49,7 @@ GenSetKey PrefixDedupMarkAndSweeper::getGenSetKey(Dedupable const& obj) const {
 }
 
 GenSetKey RangeDedupMarkAndSweeper::markRanges(RangeSet::RangeColl const& ranges) {
-  return markEqual(RangeSet::hash(type_, ranges), [&](Dedupable const& set) {
+  return markEqual(RangeSet::place(ranges), [&](Dedupable const& set) {
     return static_cast<RangeSet const&>(set).range() == ranges;
   });
 }
@@ -70,8 +70,7 @@ AggregatorSm::AggregatorSm(Obel::ChipId chipId, Mox::Ptr<AggregatorConfig> confi
                            Mox::Ptr<AggregatorStatus> status,
                            Mox::Ptr<ChipHwCapability const> hwCapability,
                            Mox::Ptr<GenSetKeyGenerator> genSetKeyGen)
-    : StageSm(chipId, config, status),
-      aggConfig_(std::move(config)),
+    : StageSm(chipId, std::move(config), status),
       aggStatus_(std::move(status)),
       hwCapability_(std::move(hwCapability)),
       genSetKeyGen_(std::move(genSetKeyGen)) {}
@@ -99,48 +98,162 @@ Mox::Ptr<RangeDedupMarkAndSweeper> AggregatorSm::rangeDeduperIs(
 
 void AggregatorSm::doStartKick() {
   if (auto line = trace(8)) line << "AggregatorSm(" << chipId() << ")::doStartKick";
-  acls_ = walkAcls(*aggConfig_->aclConfigColl());
-  AggregatorWorkingSet const workingSet = workingSetOf(acls_);
-  if (aggWorkingSet_ == workingSet) {
+  if (isUnchanged()) {
     if (auto line = trace(6))
       line << "AggregatorSm(" << chipId() << ")::doStartKick"
            << ": Unchanged working set, skipping";
-    acls_ = {};
     return doSetStatus(StageStatusType::finishedSkipped);
   }
+  Walks walks = walkAcls(*aggConfig().aclConfigColl());
   // Nothing has been touched yet, so a refused configuration leaves the last good state usable.
-  if (auto reason = checkAcls(acls_)) {
+  if (auto reason = checkAcls(walks)) {
     if (auto line = trace(0)) line << "AggregatorSm(" << chipId() << ")::doStartKick: " << *reason;
-    acls_ = {};
     return doFail(*reason);
   }
+  auto contents = contentsOf(walks);
+  AggregatorWorkingSet const workingSet = digestAcls(walks, contents, enabledCombos());
   aggWorkingSet_.reset();
-  doCleanSm();
+  cleanSm();
   brokenOff_ = true;
-  doBuildSets();
-  doDeleteUnusedSets();
+  buildFieldSets(walks);
   built_.clear();
-  for (AclWalk& walk : acls_)
-    built_.set(walk.acl().name(),
-               {aggStatus_->aclGenSetIpRuleList(walk.acl().name()), walk.takeContents()});
+  for (size_t a = 0; a < walks.size(); ++a) {
+    AclWalk& walk = walks[a];
+    std::string const& name = walk.acl().name();
+    auto rules = rulesOf(walk);
+    buildRuleById(walk, rules);
+    built_.set(name, {walk.acl().stamp(), aggStatus_->aclGenSetIpRuleList(name), walk.takeStamps(),
+                      std::move(contents[a]), std::move(rules)});
+  }
+  doDeleteUnusedSets();
+  builtCombos_ = enabledCombos();
   brokenOff_ = false;
-  acls_ = {};
   aggWorkingSet_ = workingSet;
   doSetStatus(StageStatusType::finishedSuccess);
 }
 
 AggregatorWorkingSet AggregatorSm::doBuildWorkingSet() const {
-  return workingSetOf(walkAcls(*aggConfig_->aclConfigColl()));
+  Walks const walks = walkAcls(*aggConfig().aclConfigColl());
+  return digestAcls(walks, contentsOf(walks), enabledCombos());
 }
 
-AggregatorWorkingSet AggregatorSm::workingSetOf(std::vector<AclWalk> const& acls) const {
-  uint32_t enabledCombos = 0;
+std::vector<std::vector<uint64_t>> AggregatorSm::contentsOf(Walks const& walks) const {
+  std::vector<std::vector<uint64_t>> all;
+  all.reserve(walks.size());
+  for (AclWalk const& walk : walks) {
+    Built const* const built = built_.get(walk.acl().name());
+    std::vector<uint64_t>& contents = all.emplace_back();
+    contents.reserve(walk.named().size());
+    for (size_t place = 0; place < walk.named().size(); ++place) {
+      bool const known =
+          built && place < built->stamps.size() && built->stamps[place] == walk.stamps()[place];
+      contents.push_back(known ? built->contents[place] : walk.named()[place]->contentHash());
+    }
+  }
+  return all;
+}
+
+uint32_t AggregatorSm::enabledCombos() const {
+  uint32_t combos = 0;
   for (ComboLabelSetType type : allComboLabelSetTypes())
-    if (hwCapability_->comboXformWidth(type)) enabledCombos |= 1u << static_cast<unsigned>(type);
-  return digestAcls(acls, enabledCombos);
+    if (hwCapability_->comboEnabled(type)) combos |= 1u << static_cast<unsigned>(type);
+  return combos;
+}
+
+bool AggregatorSm::isUnchanged() {
+  if (!aggWorkingSet_ || builtCombos_ != enabledCombos()) return false;
+  auto const& acls = aggConfig().aclConfigColl()->acl();
+  if (acls.size() != built_.size()) return false;
+  for (auto const& [name, acl] : acls) {
+    Built* const built = built_.get(name);
+    if (!built || !isUnchanged(*acl, *built)) return false;
+  }
+  return true;
+}
+
+bool AggregatorSm::isUnchanged(AclConfig const& acl, Built& built) const {
+  if (acl.ruleByName().size() != built.rules.size()) return false;
+  Lumox::AddressFamily const af = built.list->af();
+  bool const sameRules = acl.stamp() == built.acl;
+  if (!sameRules) {
+    if (aclFamily(acl) != af) return false;
+    auto const& indexed = built.list->genSetIpRuleById();
+    auto const sameIndex = [&](auto const& now, auto const& then) {
+      auto const& [index, rule] = now;
+      return index == then.first && rule && rule->name() == then.second->name() &&
+             acl.ruleByName(rule->name()) == rule;
+    };
+    if (!std::equal(acl.ruleById().begin(), acl.ruleById().end(), indexed.begin(), indexed.end(),
+                    sameIndex))
+      return false;
+  }
+  size_t place = 0;
+  for (auto const& [name, rule] : acl.ruleByName()) {
+    // Written in another order, the rules of equal names are compared.
+    Mox::Ptr<GenSetIpRule> other;
+    if (!sameRules && built.rules[place]->name() != name) {
+      other = built.list->genSetIpRule(name);
+      if (!other) return false;
+      built.stamps[place] = RuleStamps();
+      built.contents[place] = 0;
+      built.rules[place] = std::move(other);
+    }
+    RuleStamps const stamps = rule->stamps();
+    if (stamps != built.stamps[place]) {
+      if (!saysTheSame(*rule, af, *built.rules[place])) return false;
+      built.stamps[place] = stamps;
+      built.contents[place] = rule->contentHash();
+    }
+    ++place;
+  }
+  built.acl = acl.stamp();
+  return true;
+}
+
+bool AggregatorSm::saysTheSame(IpPrefixList const* list, PrefixXformKey const& key,
+                               GenSetKey set) const {
+  if (!list || !set) return !list && !set;
+  auto const known = aggStatus_->prefixInfo(key)->prefixSetColl(set);
+  return known && known->prefixList() && known->prefixList()->isEqual(*list);
+}
+
+bool AggregatorSm::saysTheSame(RuleConfig const& config, Lumox::AddressFamily af,
+                               GenSetIpRule const& rule) const {
+  static RuleFilter const none;
+  RuleFilter const& filter = config.ruleFilter() ? *config.ruleFilter() : none;
+  if (config.name() != rule.name() || config.action() != rule.action() ||
+      filter.matchTcpInit() != rule.matchTcpInit() ||
+      filter.matchTcpEstablished() != rule.matchTcpEstablished())
+    return false;
+  if (!saysTheSame(filter.source().get(), PrefixXformKey(af, true), rule.source()) ||
+      !saysTheSame(filter.destination().get(), PrefixXformKey(af, false), rule.destination()))
+    return false;
+  bool same = true;
+  size_t type = 0;
+  filter.forEachRangeColl([&](auto const& ranges) {
+    RangeSetType const setType = allRangeSetTypes()[type++];
+    GenSetKey const key = rule.range(setType);
+    if (ranges.empty() || !key) {
+      same = same && ranges.empty() && !key;
+      return;
+    }
+    auto const set = aggStatus_->rangeSplitInfo(setType)->rangeSetColl(key);
+    same = same && set &&
+           std::equal(ranges.begin(), ranges.end(), set->range().begin(), set->range().end(),
+                      [](auto const& r, RangeSetElem const& e) {
+                        return r.rangeStart() == e.first() && r.rangeEnd() == e.last();
+                      });
+  });
+  return same;
 }
 
 void AggregatorSm::doCleanSm() {
+  doForget();
+  built_.clear();  // the steps by themselves do not keep it up to date
+  cleanSm();
+}
+
+void AggregatorSm::cleanSm() {
   for (auto const& [key, deduper] : prefixDeduper_) deduper->unmarkAll();
   for (auto const& [type, deduper] : rangeDeduper_) deduper->unmarkAll();
   if (brokenOff_) {
@@ -178,52 +291,57 @@ void AggregatorSm::doBuildSets() {
   doBuildAclGenSetRuleById();
 }
 
-void AggregatorSm::doBuildFieldSets() {
+void AggregatorSm::doBuildFieldSets() { buildFieldSets(walkAcls(*aggConfig().aclConfigColl())); }
+
+void AggregatorSm::doBuildAclGenSetRuleById() {
+  for (AclWalk const& walk : walkAcls(*aggConfig().aclConfigColl()))
+    buildRuleById(walk, rulesOf(walk));
+}
+
+void AggregatorSm::buildFieldSets(Walks const& walks) {
   dumpAllPrefixListsInRules();
   dumpAllFieldSetsInRules();
   prefixDedupers_ = {};
   rangeDedupers_ = {};
-  for (AclWalk const& walk : acls_) {
+  for (AclWalk const& walk : walks) {
     Lumox::AddressFamily const af = aclFamily(walk.acl());
-    if (auto const list = reusableList(walk, af)) {
-      rebuildList(walk, list);
+    if (Built const* const built = reusable(walk, af)) {
+      rebuildList(walk, *built);
       continue;
     }
     auto const list = aggStatus_->aclGenSetIpRuleListIs(walk.acl().name(), af);
     list->reserve(walk.named().size(), walk.indexed().size());
     for (RuleConfig const* rule : walk.named())
-      buildRule(*rule, af, *list->genSetIpRuleIs(rule->name()));
+      buildRule(*rule, af, *list->genSetIpRuleAdd(rule->name()));
   }
   countUses();
   dumpAllPrefixSets();
   dumpAllRangeSets();
 }
 
-Mox::Ptr<AclGenSetIpRuleList> AggregatorSm::reusableList(AclWalk const& walk,
-                                                         Lumox::AddressFamily af) const {
+AggregatorSm::Built const* AggregatorSm::reusable(AclWalk const& walk,
+                                                  Lumox::AddressFamily af) const {
   Built const* built = built_.get(walk.acl().name());
   if (!built || built->list->af() != af) return nullptr;
-  auto const& old = built->list->genSetIpRule();
   bool const same = std::equal(
-      old.begin(), old.end(), walk.named().begin(), walk.named().end(),
+      built->rules.begin(), built->rules.end(), walk.named().begin(), walk.named().end(),
       [](auto const& rule, RuleConfig const* config) { return rule->name() == config->name(); });
-  return same ? built->list : nullptr;
+  return same ? built : nullptr;
 }
 
-void AggregatorSm::rebuildList(AclWalk const& walk, Mox::Ptr<AclGenSetIpRuleList> const& list) {
-  std::vector<uint64_t> const& contents = built_.get(walk.acl().name())->contents;
-  std::vector<Mox::Ptr<GenSetIpRule>> changed;
-  size_t place = 0;
-  for (auto const& rule : list->genSetIpRule()) {
-    if (contents[place] == walk.contents()[place]) {
-      reuseRule(*rule, list->af());
-    } else {
-      changed.push_back(Mox::makePtr<GenSetIpRule>(rule->name()));
-      buildRule(*walk.named()[place], list->af(), *changed.back());
+void AggregatorSm::rebuildList(AclWalk const& walk, Built const& built) {
+  auto const& list = built.list;
+  for (size_t place = 0; place < built.rules.size(); ++place) {
+    GenSetIpRule const& rule = *built.rules[place];
+    RuleConfig const& config = *walk.named()[place];
+    if (built.stamps[place] == walk.stamps()[place] || saysTheSame(config, list->af(), rule)) {
+      reuseRule(rule, list->af());
+      continue;
     }
-    ++place;
+    auto changed = Mox::makePtr<GenSetIpRule>(rule.name());
+    buildRule(config, list->af(), *changed);
+    list->genSetIpRuleReplace(std::move(changed));
   }
-  for (auto& rule : changed) list->genSetIpRuleReplace(std::move(rule));
   list->genSetIpRuleByIdDelAll();
   aggStatus_->aclGenSetIpRuleListIs(list);
 }
@@ -277,7 +395,7 @@ void AggregatorSm::countUses() {
 
 void AggregatorSm::uncountPair(ComboLabelSetType type, GenSetIpRule const& rule) {
   GenSetKeyPair const pair = rule.comboPair(type);
-  if (!pair.src() || !pair.dst() || hwCapability_->comboXformWidth(type) == 0) return;
+  if (!pair.src() || !pair.dst() || !hwCapability_->comboEnabled(type)) return;
   aggStatus_->genSetUsageInfo()->refCountIs(pair.src()).valueDec(1);
   aggStatus_->genSetUsageInfo()->refCountIs(pair.dst()).valueDec(1);
 }
@@ -300,16 +418,16 @@ GenSetKey AggregatorSm::doBuildPrefixSet(PrefixXformKey const& key,
   PrefixDedupMarkAndSweeper& deduper = prefixDeduper(key);
   if (GenSetKey const known = deduper.markList(*list)) return known;
 
-  // The record that stands for the content, which is an older one than ours where an exception kept
-  // it from getting its set.
-  auto const record =
-      Mox::dynamicPtrCast<PrefixListDedup>(deduper.addObj(prefixListDedupFactory(list)));
   GenSetKey const setKey = genSetKeyGen_->newKey();
   auto const set = deduper.prefixAggInfo()->prefixSetCollIs(setKey);
   set->prefixIs(masked(list->addr()));
   set->exceptPrefixIs(masked(list->exceptAddr()));
+  auto const record = prefixListDedupFactory(list);
   record->prefixSetIs(set);
-  deduper.addDeduped(record);
+  set->prefixListIs(record->prefixList());
+  // There may be an older record of the content, if it was marked before it had a set.
+  if (!deduper.addDeduped(record))
+    Mox::dynamicPtrCast<PrefixListDedup>(deduper.addObj(record))->prefixSetIs(set);
   if (auto line = trace(6))
     line << "AggregatorSm(" << chipId() << ")::doBuildPrefixSet"
          << " Creating prefixSet, "
@@ -324,7 +442,7 @@ GenSetKey AggregatorSm::buildRangeSet(RangeSetType type, Ranges const& ranges) {
     return RangeSetElem(static_cast<uint16_t>(r.rangeStart()), static_cast<uint16_t>(r.rangeEnd()));
   };
   ranges_.clear();
-  for (auto const& r : ranges) ranges_.insert(elem(r));
+  ranges.forEach([&](auto const& r) { ranges_.insert(elem(r)); });
   return buildRangeSet(type);
 }
 
@@ -351,17 +469,27 @@ GenSetKey AggregatorSm::buildRangeSet(RangeSetType type) {
   return key;
 }
 
-void AggregatorSm::doBuildAclGenSetRuleById() {
-  std::vector<Mox::Ptr<GenSetIpRule>> named;
-  for (AclWalk const& walk : acls_) {
-    auto const list = aggStatus_->aclGenSetIpRuleList(walk.acl().name());
-    named.clear();
-    named.reserve(walk.named().size());
-    for (auto const& rule : list->genSetIpRule()) named.push_back(rule);
-    for (AclWalk::Indexed const& i : walk.indexed()) {
-      MOX_ASSERT(i.place < named.size());
-      list->genSetIpRuleByIdIs(i.index, named[i.place]);
-    }
+std::vector<Mox::Ptr<GenSetIpRule>> AggregatorSm::rulesOf(AclWalk const& walk) const {
+  auto const list = aggStatus_->aclGenSetIpRuleList(walk.acl().name());
+  MOX_ASSERT(list);
+  std::vector<Mox::Ptr<GenSetIpRule>> rules;
+  rules.reserve(walk.named().size());
+  // Mostly they stand in the same order, but a list may be older than the order of the names.
+  auto next = list->genSetIpRule().begin();
+  for (RuleConfig const* config : walk.named()) {
+    bool const inOrder = next != list->genSetIpRule().end() && (*next)->name() == config->name();
+    rules.push_back(inOrder ? *next++ : list->genSetIpRule(config->name()));
+    MOX_ASSERT(rules.back());
+  }
+  return rules;
+}
+
+void AggregatorSm::buildRuleById(AclWalk const& walk,
+                                 std::vector<Mox::Ptr<GenSetIpRule>> const& rules) {
+  auto const list = aggStatus_->aclGenSetIpRuleList(walk.acl().name());
+  for (AclWalk::Indexed const& i : walk.indexed()) {
+    MOX_ASSERT(i.place < rules.size());
+    list->genSetIpRuleByIdIs(i.index, rules[i.place]);
   }
 }
 

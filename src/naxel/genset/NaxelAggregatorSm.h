@@ -5,16 +5,18 @@
 /// Reads    the chip's whole ACL configuration.
 /// Writes   AggregatorStatus: prefix sets per family and side, range sets per field, the count of
 ///          direct uses of each set, and per ACL the rules in terms of set keys.
-/// Skips    when the digest of the configuration equals that of the last run that succeeded. The
-///          digest covers every rule with its index, name, filter and action, the ACLs with their
-///          families, and which combinations the chip has, since the counts depend on that.
+/// Skips    when the configuration says what it said at the last run that succeeded: the same ACLs
+///          with their families, rules and indexes, every rule with its filter and action, and the
+///          same combinations on the chip, since the counts depend on that. Equal stamps show it
+///          (mox/Stamp.h), and where they differ a look at the content; the digest of the
+///          configuration does not, because different ones of equal digests can be computed.
 /// Fails    on input that cannot be compiled: a range with its ends the wrong way round or beyond
 ///          its field, mixed families in one ACL, an index that refers to a rule that the ACL does
 ///          not hold. The check runs before anything is touched.
 /// Order    ACLs by name, rules by index; sets by ascending key.
 ///
-/// A rule whose content is what it was in the last run keeps its sets without a search for them; they
-/// are counted like those of any other rule, and the keys that a search would have spent are spent.
+/// A rule that says what it said in the last run keeps its sets without a search for them; they are
+/// counted like those of any other rule, and the keys that a search would have spent are spent.
 ///
 /// A set lives as long as some rule uses equal content in every kick: its key is kept, and a
 /// changed list or range makes a new set with a new key.
@@ -77,7 +79,7 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
                Mox::Ptr<AggregatorStatus> status, Mox::Ptr<ChipHwCapability const> hwCapability,
                Mox::Ptr<GenSetKeyGenerator> genSetKeyGen);
 
-  AggregatorConfig const& aggConfig() const { return *aggConfig_; }
+  AggregatorConfig const& aggConfig() const { return configAs<AggregatorConfig>(); }
   AggregatorStatus& aggStatus() const { return *aggStatus_; }
   /// Digest of the last run that succeeded; none before it and after a failure.
   std::optional<AggregatorWorkingSet> const& aggWorkingSet() const { return aggWorkingSet_; }
@@ -94,15 +96,17 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   void doStartKick() override;
   /// Digest of the configuration as it is now.
   AggregatorWorkingSet doBuildWorkingSet() const;
-  /// The steps of a run, over the ACLs that doStartKick() has walked.
+  /// The steps of a run by themselves, in this order; the configuration must be one that can be
+  /// compiled. The kick after them does the work again. First: unmarks every set and empties what is
+  /// rebuilt from scratch.
+  void doCleanSm();
+  /// The next two in one.
   void doBuildSets();
-  /// The key of the shared set of a list.
-  GenSetKey doBuildPrefixSet(PrefixXformKey const& key, Mox::Ptr<IpPrefixList const> const& list);
   void doBuildFieldSets();
   void doBuildAclGenSetRuleById();
-  /// Unmarks every set and empties what is rebuilt from scratch.
-  void doCleanSm();
   void doDeleteUnusedSets();
+  /// The key of the shared set of a list.
+  GenSetKey doBuildPrefixSet(PrefixXformKey const& key, Mox::Ptr<IpPrefixList const> const& list);
 
   void dumpAllPrefixListsInRules() const;
   void dumpAllPrefixSets() const;
@@ -113,7 +117,33 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   void doForget() noexcept override { aggWorkingSet_.reset(); }
 
  private:
-  AggregatorWorkingSet workingSetOf(std::vector<AclWalk> const& acls) const;
+  using Walks = std::vector<AclWalk>;
+  /// What the last run that finished made of an ACL, and of what.
+  struct Built {
+    Mox::Stamp acl = 0;
+    Mox::Ptr<AclGenSetIpRuleList> list;
+    std::vector<RuleStamps> stamps;             // of the rules, by place in `ruleByName`
+    std::vector<uint64_t> contents;             // their content hashes, likewise
+    std::vector<Mox::Ptr<GenSetIpRule>> rules;  // what was made of them, likewise
+  };
+
+  /// The content hashes of the rules of each ACL; those of rules that stand as they did are known.
+  std::vector<std::vector<uint64_t>> contentsOf(Walks const& walks) const;
+  /// A bit for each type of combination that rules are matched through.
+  uint32_t enabledCombos() const;
+  /// Whether the configuration says what it said at the last run that succeeded.
+  bool isUnchanged();
+  /// Whether an ACL does. Learns the stamps of what is written differently and says the same.
+  bool isUnchanged(AclConfig const& acl, Built& built) const;
+  /// Whether a rule says what another one said when that was made of it.
+  bool saysTheSame(RuleConfig const& config, Lumox::AddressFamily af,
+                   GenSetIpRule const& rule) const;
+  bool saysTheSame(IpPrefixList const* list, PrefixXformKey const& key, GenSetKey set) const;
+  void cleanSm();
+  void buildFieldSets(Walks const& walks);
+  /// What was made of the rules of an ACL, by place in `ruleByName`.
+  std::vector<Mox::Ptr<GenSetIpRule>> rulesOf(AclWalk const& walk) const;
+  void buildRuleById(AclWalk const& walk, std::vector<Mox::Ptr<GenSetIpRule>> const& rules);
   PrefixDedupMarkAndSweeper& prefixDeduper(PrefixXformKey const& key);
   RangeDedupMarkAndSweeper& rangeDeduper(RangeSetType type);
   /// Turns the ranges of one filter into the key of a shared set and counts the use.
@@ -121,10 +151,10 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   GenSetKey buildRangeSet(RangeSetType type, Ranges const& ranges);
   /// The same for `ranges_`.
   GenSetKey buildRangeSet(RangeSetType type);
-  /// The rule list that the last run made for an ACL, if the names of its rules are still the same
-  /// ones in the same order; null else.
-  Mox::Ptr<AclGenSetIpRuleList> reusableList(AclWalk const& walk, Lumox::AddressFamily af) const;
-  void rebuildList(AclWalk const& walk, Mox::Ptr<AclGenSetIpRuleList> const& list);
+  /// What the last run made of an ACL, if the names of its rules are still the same ones in the same
+  /// order; null else.
+  Built const* reusable(AclWalk const& walk, Lumox::AddressFamily af) const;
+  void rebuildList(AclWalk const& walk, Built const& built);
   void buildRule(RuleConfig const& config, Lumox::AddressFamily af, GenSetIpRule& rule);
   /// Marks and counts the sets of a rule that has not changed.
   void reuseRule(GenSetIpRule const& rule, Lumox::AddressFamily af);
@@ -136,23 +166,17 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   /// After a run that did not finish.
   void deleteUnnamedSets();
 
-  Mox::Ptr<AggregatorConfig> aggConfig_;
   Mox::Ptr<AggregatorStatus> aggStatus_;
   Mox::Ptr<ChipHwCapability const> hwCapability_;
   Mox::Ptr<GenSetKeyGenerator> genSetKeyGen_;
   Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PrefixDedupMarkAndSweeper>> prefixDeduper_;
   Mox::OrderedMap<RangeSetType, Mox::Ptr<RangeDedupMarkAndSweeper>> rangeDeduper_;
   std::optional<AggregatorWorkingSet> aggWorkingSet_;
-  bool brokenOff_ = false;  // the last run did not finish
-  /// What the last run that finished made of an ACL, and from which contents, by place.
-  struct Built {
-    Mox::Ptr<AclGenSetIpRuleList> list;
-    std::vector<uint64_t> contents;
-  };
+  uint32_t builtCombos_ = 0;  // those that were enabled in that run
+  bool brokenOff_ = false;    // the last run did not finish
   Mox::OrderedMap<std::string, Built> built_;
 
   // For the run at hand.
-  std::vector<AclWalk> acls_;
   std::array<PrefixDedupMarkAndSweeper*, 4> prefixDedupers_{};  // by family and side
   std::array<RangeDedupMarkAndSweeper*, 7> rangeDedupers_{};    // by type
   RangeSet::RangeColl ranges_;                                  // of the filter at hand

@@ -21,7 +21,7 @@ void dumpLine(char const* text, T const& v) {
 void AggregatorSm::dumpAllPrefixListsInRules() const {
   if (!naxelTrace().on(9)) return;
   for (bool src : {true, false})
-    for (auto const& [aclName, acl] : aggConfig_->aclConfigColl()->acl()) {
+    for (auto const& [aclName, acl] : aggConfig().aclConfigColl()->acl()) {
       if (auto line = trace(9))
         line << "*** Dump (" << aclName << ", " << (src ? "src" : "dst") << ") Prefixes ***";
       for (auto const& [ruleName, rule] : acl->ruleByName()) {
@@ -47,7 +47,7 @@ void AggregatorSm::dumpAllPrefixSets() const {
 
 void AggregatorSm::dumpAllFieldSetsInRules() const {
   if (!naxelTrace().on(9)) return;
-  for (auto const& [aclName, acl] : aggConfig_->aclConfigColl()->acl()) {
+  for (auto const& [aclName, acl] : aggConfig().aclConfigColl()->acl()) {
     dumpLine("Acl Name ", aclName);
     for (auto const& [ruleName, rule] : acl->ruleByName()) {
       dumpLine("...Rule Name ", ruleName);

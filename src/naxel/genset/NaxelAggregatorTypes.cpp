@@ -64,7 +64,7 @@ Mox::AttributeTable const& AclGenSetIpRuleList::attributeTable() const {
 
 Mox::Ptr<GenSetIpRule> AclGenSetIpRuleList::genSetIpRuleIs(std::string const& name) {
   if (auto const* known = genSetIpRule_.find(name)) return *known;
-  return genSetIpRule_.insertAbsent(Mox::makePtr<GenSetIpRule>(name));
+  return genSetIpRuleAdd(name);
 }
 
 void AggregatorStatus::handleInitialized() {

@@ -3,6 +3,7 @@
 /// What the aggregator reads and writes: its configuration, and the sets and rules that all later
 /// stages work from.
 
+#include "mox/Stamp.h"
 #include "naxel/control/StageTypes.h"
 #include "naxel/genset/GenSet.h"
 #include "naxel/types/AclConfig.h"
@@ -138,6 +139,13 @@ class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
   Mox::FlatMap<AceIndex, Mox::Ptr<GenSetIpRule>> const& genSetIpRuleById() const {
     return genSetIpRuleById_;
   }
+  /// Makes a rule of a name that is not there yet.
+  Mox::Ptr<GenSetIpRule> genSetIpRuleAdd(std::string const& name) {
+    return genSetIpRule_.insertAbsent(Mox::makePtr<GenSetIpRule>(name));
+  }
+  bool genSetIpRuleHas(std::string const& name) const { return genSetIpRule_.contains(name); }
+  void genSetIpRuleDel(std::string const& name) { genSetIpRule_.erase(name); }
+  void genSetIpRuleDelAll() { genSetIpRule_.clear(); }
   /// Puts a rule in the place of the one of its name.
   void genSetIpRuleReplace(Mox::Ptr<GenSetIpRule> rule) { genSetIpRule_.replace(std::move(rule)); }
   /// Makes room for the rules that are to come.
@@ -183,12 +191,18 @@ class NAXEL_EXPORT AggregatorStatus : public StageStatus {
     std::string const name = list->name();
     aclGenSetIpRuleList_.set(name, std::move(list));
   }
+  bool aclGenSetIpRuleListHas(std::string const& name) const {
+    return aclGenSetIpRuleList_.contains(name);
+  }
+  void aclGenSetIpRuleListDel(std::string const& name) {
+    if (aclGenSetIpRuleList_.erase(name)) stamp_ = Mox::newStamp();
+  }
   void aclGenSetIpRuleListDelAll() {
     aclGenSetIpRuleList_.clear();
-    ++revision_;
+    stamp_ = Mox::newStamp();
   }
-  /// Rises with every run that makes the rule lists anew.
-  uint64_t revision() const { return revision_; }
+  /// Drawn anew with every run that makes the rule lists anew: equal stamps are the same lists.
+  Mox::Stamp stamp() const { return stamp_; }
   /// Direct uses of each set: fields matched through a combination do not count.
   Mox::Ptr<GenSetUsageInfo> const& genSetUsageInfo() const { return genSetUsageInfo_; }
   bool initialized() const { return initialized_; }
@@ -200,7 +214,7 @@ class NAXEL_EXPORT AggregatorStatus : public StageStatus {
   Mox::OrderedMap<RangeSetType, Mox::Ptr<RangeSplitAggregatorInfo>> rangeSplitInfo_;
   Mox::OrderedMap<std::string, Mox::Ptr<AclGenSetIpRuleList>> aclGenSetIpRuleList_;
   Mox::Ptr<GenSetUsageInfo> genSetUsageInfo_;
-  uint64_t revision_ = 0;
+  Mox::Stamp stamp_ = Mox::newStamp();
   bool initialized_ = false;
 };
 

@@ -28,26 +28,28 @@ void Deduper::clear() {
 Deduper::BucketMap Deduper::dedupedHash() const {
   BucketMap buckets;
   if (slots_.empty()) return buckets;
-  for (Item const& item : items_)
-    Mox::lookupOrMake(buckets, item.hash, [&] {
-      return Mox::makePtr<DedupableList>(item.hash);
+  for (Item const& item : items_) {
+    uint32_t const hash = item.obj->hash();
+    Mox::lookupOrMake(buckets, hash, [&] {
+      return Mox::makePtr<DedupableList>(hash);
     })->dedupedObjIs(item.obj);
+  }
   return buckets;
 }
 
 size_t Deduper::add(Mox::Ptr<Dedupable> const& obj) {
-  uint32_t const hash = obj->hash();
-  uint32_t const known = find(hash, [&](Dedupable const& o) { return o.isEqual(obj); });
+  uint64_t const place = obj->place();
+  uint32_t const known = find(place, [&](Dedupable const& o) { return o.isEqual(obj); });
   if (known != none) return known;
   if ((items_.size() + 1) * 2 > slots_.size()) rebuildIndex();
-  items_.push_back({obj, hash});
-  place(static_cast<uint32_t>(items_.size() - 1));
+  items_.push_back({obj, place});
+  enter(static_cast<uint32_t>(items_.size() - 1));
   return items_.size() - 1;
 }
 
-void Deduper::place(uint32_t at) {
+void Deduper::enter(uint32_t at) {
   size_t const mask = slots_.size() - 1;
-  size_t slot = startOf(items_[at].hash);
+  size_t slot = startOf(items_[at].place);
   while (slots_[slot] != none) slot = (slot + 1) & mask;
   slots_[slot] = at;
 }
@@ -56,7 +58,7 @@ void Deduper::rebuildIndex() {
   size_t capacity = 16;
   while (capacity < (items_.size() + 1) * 4) capacity *= 2;
   slots_.assign(capacity, none);
-  for (uint32_t at = 0; at < items_.size(); ++at) place(at);
+  for (uint32_t at = 0; at < items_.size(); ++at) enter(at);
 }
 
 Mox::AttributeTable const& DedupMarkAndSweeper::attributeTable() const {
@@ -71,17 +73,23 @@ Mox::AttributeTable const& DedupMarkAndSweeper::attributeTable() const {
 GenSetKey DedupMarkAndSweeper::mark(size_t at) {
   if (marks_.size() <= at) marks_.resize(objects());
   Mark& m = marks_[at];
-  if (!m.key) m.key = getGenSetKey(*object(at));
-  if (m.key) ++m.uses;  // an object without a set is marked again when it has one
+  m.key = keyOf(at);
+  m.deduped = true;
+  ++m.uses;
   return m.key;
 }
 
 void DedupMarkAndSweeper::markKey(GenSetKey key) { ++marks_[byPlace_[places_.at(key)]].uses; }
 
 void DedupMarkAndSweeper::unmarkAll() {
-  rebuildIndex();
+  clearIndex();
   marks_.resize(objects());
-  for (Mark& m : marks_) m.uses = 0;
+  dropMarked([](Mark const& m) { return !m.deduped; });
+  rebuildIndex();
+  for (size_t at = 0; at < marks_.size(); ++at) {
+    marks_[at].uses = 0;
+    marks_[at].key = keyOf(at);
+  }
   // Keys mostly rise as objects come, but after a run that was broken off an older object may have got
   // a later key.
   byPlace_.resize(marks_.size());
@@ -101,15 +109,14 @@ void DedupMarkAndSweeper::sweepUnmarked() {
   byPlace_ = {};
   marks_.resize(objects());
   for (size_t at = 0; at < marks_.size(); ++at)
-    if (marks_[at].uses == 0) doCleanupSweptEntry(getGenSetKey(*object(at)));
-  dropObjects([&](size_t at) { return marks_[at].uses == 0; });
-  std::erase_if(marks_, [](Mark const& m) { return m.uses == 0; });
+    if (marks_[at].uses == 0 && marks_[at].deduped) doCleanupSweptEntry(keyOf(at));
+  dropMarked([](Mark const& m) { return m.uses == 0; });
 }
 
 std::vector<std::pair<Mox::Ptr<Dedupable>, bool>> DedupMarkAndSweeper::deduped() const {
   std::vector<std::pair<Mox::Ptr<Dedupable>, bool>> all;
-  for (size_t at = 0; at < objects(); ++at)
-    all.emplace_back(object(at), at < marks_.size() && marks_[at].uses > 0);
+  for (size_t at = 0; at < marks_.size(); ++at)
+    if (marks_[at].deduped) all.emplace_back(object(at), marks_[at].uses > 0);
   return all;
 }
 

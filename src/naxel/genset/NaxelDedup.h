@@ -38,7 +38,7 @@ class NAXEL_EXPORT DedupableList : public Mox::Entity {
   std::vector<Mox::Ptr<Dedupable>> dedupedObj_;
 };
 
-/// Index of objects by content: the objects and their hashes stand in arrays in the order in which
+/// Index of objects by content: the objects and their places stand in arrays in the order in which
 /// they came, beside an open-addressing table of positions.
 class NAXEL_EXPORT Deduper : public Mox::Entity {
  public:
@@ -58,14 +58,14 @@ class NAXEL_EXPORT Deduper : public Mox::Entity {
 
   /// Position of the object that is equal to `obj`, which is added if there is none.
   size_t add(Mox::Ptr<Dedupable> const& obj);
-  /// Position of the object of this hash for which `same(object)` holds, or `none`.
+  /// Position of the object of this place for which `same(object)` holds, or `none`.
   template <class Same>
-  uint32_t find(uint32_t hash, Same same) const {
+  uint32_t find(uint64_t place, Same same) const {
     if (slots_.empty()) return none;
     size_t const mask = slots_.size() - 1;
-    for (size_t slot = startOf(hash);; slot = (slot + 1) & mask) {
+    for (size_t slot = startOf(place);; slot = (slot + 1) & mask) {
       uint32_t const at = slots_[slot];
-      if (at == none || (items_[at].hash == hash && same(*items_[at].obj))) return at;
+      if (at == none || (items_[at].place == place && same(*items_[at].obj))) return at;
     }
   }
   size_t objects() const { return items_.size(); }
@@ -89,12 +89,10 @@ class NAXEL_EXPORT Deduper : public Mox::Entity {
  private:
   struct Item {
     Mox::Ptr<Dedupable> obj;
-    uint32_t hash = 0;
+    uint64_t place = 0;
   };
-  size_t startOf(uint32_t hash) const {
-    return static_cast<size_t>(Mox::mix64(hash)) & (slots_.size() - 1);
-  }
-  void place(uint32_t at);
+  size_t startOf(uint64_t place) const { return static_cast<size_t>(place) & (slots_.size() - 1); }
+  void enter(uint32_t at);
 
   std::vector<Item> items_;
   std::vector<uint32_t> slots_;  // positions in items_; a power of two many, at most half in use
@@ -110,12 +108,14 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
   /// Marks the object that stands for `obj` as in use and returns the key of its set; 0 when it has
   /// no set yet.
   GenSetKey addDeduped(Mox::Ptr<Dedupable> const& obj) { return mark(add(obj)); }
-  /// The same for an object that is not made yet: it would have this hash, and `same(object)` tells
-  /// whether a known one is equal to it. 0 also when there is none.
+  /// The same for an object that is not made yet: it would have this place, and `same(object)` tells
+  /// whether a known one is equal to it. 0, and nothing is marked, where there is none or it has no set.
   template <class Same>
-  GenSetKey markEqual(uint32_t hash, Same same) {
-    uint32_t const at = find(hash, same);
-    return at == none ? GenSetKey() : mark(at);
+  GenSetKey markEqual(uint64_t place, Same same) {
+    uint32_t const at = find(place, same);
+    if (at == none) return GenSetKey();
+    if (marks_.size() <= at) marks_.resize(objects());
+    return keyOf(at) ? mark(at) : GenSetKey();
   }
   /// Marks the object whose set has that key, which must be one of a run that finished.
   void markKey(GenSetKey key);
@@ -125,10 +125,10 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
   /// unmarkAll().
   template <class F>
   void forEachUse(F f) const {
-    for (Mark const& m : marks_)
-      if (m.key) f(m.key, m.uses);
+    for (size_t at = 0; at < marks_.size(); ++at)
+      if (GenSetKey const key = keyOf(at)) f(key, marks_[at].uses);
   }
-  /// Takes every mark away and indexes the objects again.
+  /// Takes every mark away and indexes the objects again, but for those that were never marked.
   void unmarkAll();
   /// Deletes the objects without a mark together with their sets and empties the index.
   void sweepUnmarked();
@@ -138,7 +138,7 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
   /// Key of the set that an object stands for.
   virtual GenSetKey getGenSetKey(Dedupable const& obj) const;
 
-  /// The objects with their marks, put together for the caller.
+  /// The objects that have been given to addDeduped(), with their marks; put together for the caller.
   std::vector<std::pair<Mox::Ptr<Dedupable>, bool>> deduped() const;
   /// Calls `f(key)` for the key of every object that has a set.
   template <class F>
@@ -151,8 +151,18 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
   struct Mark {
     GenSetKey key;  // of the object's set; 0 until it is known
     uint32_t uses = 0;
+    bool deduped = false;  // has been marked at some time
   };
   GenSetKey mark(size_t at);
+  GenSetKey keyOf(size_t at) const {
+    return marks_[at].key ? marks_[at].key : getGenSetKey(*object(at));
+  }
+  /// Drops the objects for which `gone(mark)` holds; the index must be empty.
+  template <class Gone>
+  void dropMarked(Gone gone) {
+    dropObjects([&](size_t at) { return gone(marks_[at]); });
+    std::erase_if(marks_, gone);
+  }
 
   std::vector<Mark> marks_;  // by position; shorter where objects came without a mark
   // Of the run at hand, for the objects that were there before it.
@@ -176,6 +186,7 @@ class NAXEL_EXPORT PrefixListDedup : public Dedupable {
   void prefixSetIs(Mox::Ptr<PrefixSet> set);
 
   uint32_t hash() const override { return prefixList_ ? prefixList_->hash() : 0; }
+  uint64_t place() const override { return prefixList_ ? prefixList_->place() : 0; }
   bool isEqual(Mox::Ptr<Dedupable const> const& other) const override;
 
  private:

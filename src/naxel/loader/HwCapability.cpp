@@ -17,6 +17,14 @@ void ChipHwCapability::handleInitialized() {
   for (PrefixXformKey const& key : PrefixXformKey::all()) prefixXformWidthIs(key, 16);
 }
 
+bool ChipHwCapability::comboEnabled(ComboLabelSetType type) const {
+  if (comboXformWidth(type) == 0) return false;
+  if (type == ComboLabelSetType::srcDstL4Port)
+    return rangeXformWidth(RangeSetType::srcPort) && rangeXformWidth(RangeSetType::dstPort);
+  auto const af = type == ComboLabelSetType::ipv4SrcDstPrefix ? Lumox::ipv4() : Lumox::ipv6();
+  return prefixXformWidth(PrefixXformKey(af, true)) && prefixXformWidth(PrefixXformKey(af, false));
+}
+
 Mox::AttributeTable const& HwCapabilityColl::attributeTable() const {
   static Mox::AttributeTable const table = {
       Mox::attribute<&HwCapabilityColl::chipHwCapability_>("chipHwCapability")};

@@ -70,6 +70,9 @@ class NAXEL_EXPORT ChipHwCapability : public Mox::Entity {
   }
   void comboXformWidthDelAll() { collDelAll(comboXformWidth_, &Notifiee::onComboXformWidth); }
 
+  /// Whether pairs of that type are matched through one label: both sides must have labels, too.
+  bool comboEnabled(ComboLabelSetType type) const;
+
   /// Held for the agent; TCP flags are always matched directly.
   bool tcpFlagsXformSupported() const { return tcpFlagsXformSupported_; }
   void tcpFlagsXformSupportedIs(bool v) {

@@ -19,6 +19,7 @@ class PDDataRef {
   /// Number of the object among the outputs of the process; 0 for none.
   uint64_t identity() const { return data_ ? data_->instance() : 0; }
   uint64_t hash64() const { return Mox::mix64(identity()); }
+  uint64_t placeWord() const { return identity(); }
 
   friend bool operator==(PDDataRef const& a, PDDataRef const& b) {
     return a.identity() == b.identity();

@@ -1,5 +1,7 @@
 #include "naxel/types/AclConfig.h"
 
+#include <utility>
+
 namespace Naxel {
 
 Mox::AttributeTable const& RuleConfig::attributeTable() const {
@@ -12,8 +14,34 @@ Mox::AttributeTable const& RuleConfig::attributeTable() const {
 }
 
 Mox::Ptr<RuleFilter> RuleConfig::ruleFilterIs() {
-  if (!ruleFilter_) attrIs(ruleFilter_, Mox::makePtr<RuleFilter>(), &Notifiee::onRuleFilter);
+  if (ruleFilter_) return ruleFilter_;
+  auto filter = Mox::makePtr<RuleFilter>();
+  stamp_.renew();
+  attrIs(ruleFilter_, std::move(filter), &Notifiee::onRuleFilter);
   return ruleFilter_;
+}
+
+void RuleConfig::ruleFilterDel() {
+  if (!ruleFilter_) return;
+  stamp_.renew();
+  attrIs(ruleFilter_, Mox::Ptr<RuleFilter>(), &Notifiee::onRuleFilter);
+}
+
+void RuleConfig::actionIs(NaxelActionValue const& v) {
+  if (action_ == v) return;
+  stamp_.renew();
+  ownHash_.reset();
+  attrIs(action_, v, &Notifiee::onAction);
+}
+
+RuleStamps RuleConfig::stamps() const {
+  RuleStamps all;
+  all.rule = stamp_.get();
+  if (!ruleFilter_) return all;
+  all.filter = ruleFilter_->stamp();
+  if (auto const& list = ruleFilter_->source()) all.source = list->stamp();
+  if (auto const& list = ruleFilter_->destination()) all.destination = list->stamp();
+  return all;
 }
 
 uint64_t RuleConfig::contentHash() const {
@@ -30,32 +58,78 @@ Mox::AttributeTable const& AclConfig::attributeTable() const {
   return table;
 }
 
+void AclConfig::optionalAfIs(std::optional<Lumox::AddressFamily> af) {
+  if (af_ == af) return;
+  stamp_.renew();
+  attrIs(af_, af, &Notifiee::onAf);
+}
+
+AclConfig::IndexesOf& AclConfig::indexesOf() {
+  if (indexesOf_) return *indexesOf_;
+  IndexesOf all;
+  all.reserve(ruleById_.size());
+  for (auto const& [index, rule] : ruleById_) all.at(rule.get()).insert(index);
+  return indexesOf_.emplace(std::move(all));
+}
+
+void AclConfig::indexIs(AceIndex index, std::optional<Mox::Ptr<RuleConfig>> rule) {
+  // Where memory runs out on the way, the indexes by rule are gone, and made again when they are needed.
+  std::optional<IndexesOf> indexes = std::exchange(indexesOf_, std::nullopt);
+  Mox::Ptr<RuleConfig> const old = ruleById(index);
+  bool const had = ruleByIdHas(index);
+  stamp_.renew();
+  rule ? ruleById_.set(index, *rule) : ruleById_.erase(index);
+  if (indexes) {
+    if (Mox::ChunkedSet<AceIndex>* const of = had ? indexes->get(old.get()) : nullptr) {
+      of->erase(index);
+      if (of->empty()) indexes->erase(old.get());
+    }
+    if (rule) indexes->at(rule->get()).insert(index);
+    indexesOf_ = std::move(indexes);
+  }
+  notify(&Notifiee::onRuleById, index);
+}
+
 Mox::Ptr<RuleConfig> AclConfig::ruleByNameIs(std::string const& name) {
-  return itemIs(ruleByName_, name, &Notifiee::onRuleByName,
-                [&] { return Mox::makePtr<RuleConfig>(name); });
+  return itemIs(ruleByName_, name, &Notifiee::onRuleByName, [&] {
+    auto rule = Mox::makePtr<RuleConfig>(name);
+    stamp_.renew();
+    return rule;
+  });
 }
 
 void AclConfig::ruleByNameDel(std::string const& name) {
   Mox::Ptr<RuleConfig> const rule = ruleByName(name);
   if (!rule) return;
-  std::vector<AceIndex> indexes;
-  for (auto const& [index, indexed] : ruleById_)
-    if (indexed == rule) indexes.push_back(index);
-  for (AceIndex index : indexes) ruleByIdDel(index);
-  itemDel(ruleByName_, name, &Notifiee::onRuleByName);
+  std::string const kept = name;  // it may be the rule's own
+  if (auto const* all = indexesOf().get(rule.get())) {
+    auto const indexes = *all;
+    for (AceIndex index : indexes) ruleByIdDel(index);
+  }
+  stamp_.renew();
+  itemDel(ruleByName_, kept, &Notifiee::onRuleByName);
 }
 
 void AclConfig::ruleByNameDelAll() {
   ruleByIdDelAll();
+  stamp_.renew();
   collDelAll(ruleByName_, &Notifiee::onRuleByName);
 }
 
 void AclConfig::ruleByIdIs(AceIndex index, Mox::Ptr<RuleConfig> rule) {
-  itemSet(ruleById_, index, std::move(rule), &Notifiee::onRuleById);
+  if (ruleByIdHas(index) && ruleById(index) == rule) return;
+  indexIs(index, std::move(rule));
 }
 
-void AclConfig::ruleByIdDel(AceIndex index) { itemDel(ruleById_, index, &Notifiee::onRuleById); }
-void AclConfig::ruleByIdDelAll() { collDelAll(ruleById_, &Notifiee::onRuleById); }
+void AclConfig::ruleByIdDel(AceIndex index) {
+  if (ruleByIdHas(index)) indexIs(index, std::nullopt);
+}
+
+void AclConfig::ruleByIdDelAll() {
+  indexesOf_.reset();
+  stamp_.renew();
+  collDelAll(ruleById_, &Notifiee::onRuleById);
+}
 
 Mox::AttributeTable const& AclConfigColl::attributeTable() const {
   static Mox::AttributeTable const table = {Mox::attribute<&AclConfigColl::chipId_>("chipId"),

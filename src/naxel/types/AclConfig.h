@@ -4,9 +4,14 @@
 /// order. The agent writes these entities at any time, on the activity thread; a change takes
 /// effect at the next kick, which reads the whole configuration again. The library never writes
 /// them.
+///
+/// A walk over a collection of the configuration may delete what it stands on.
+///
+/// Every list, filter, rule and ACL has a stamp of what it holds (mox/Stamp.h), by which a kick tells
+/// what has not changed since the one before.
 
 #include "lumox/AddressFamily.h"
-#include "mox/ChunkedMap.h"
+#include "mox/Chunked.h"
 #include "mox/HashMap.h"
 #include "mox/OrderedMap.h"
 #include "naxel/types/Action.h"
@@ -17,6 +22,16 @@
 #include <string>
 
 namespace Naxel {
+
+/// The stamps of everything that a rule says, those of its lists included. Equal ones are the same
+/// rule.
+struct RuleStamps {
+  Mox::Stamp rule = 0;
+  Mox::Stamp filter = 0;  // 0 where there is none, as are the next two
+  Mox::Stamp source = 0;
+  Mox::Stamp destination = 0;
+  friend bool operator==(RuleStamps const&, RuleStamps const&) = default;
+};
 
 /// One rule: what it matches and what it does then.
 class NAXEL_EXPORT RuleConfig : public Mox::Entity {
@@ -37,22 +52,21 @@ class NAXEL_EXPORT RuleConfig : public Mox::Entity {
   Mox::Ptr<RuleFilter> const& ruleFilter() const { return ruleFilter_; }
   /// Creates the filter, or returns the one there is.
   Mox::Ptr<RuleFilter> ruleFilterIs();
-  void ruleFilterDel() { attrIs(ruleFilter_, Mox::Ptr<RuleFilter>(), &Notifiee::onRuleFilter); }
+  void ruleFilterDel();
   NaxelActionValue const& action() const { return action_; }
-  void actionIs(NaxelActionValue const& v) {
-    ownHash_.reset();
-    attrIs(action_, v, &Notifiee::onAction);
-  }
+  void actionIs(NaxelActionValue const& v);
   /// Held with the rule; nothing in the pipeline reads it.
   bool continueRule() const { return continueRule_; }
   void continueRuleIs(bool v) { attrIs(continueRule_, v, &Notifiee::onContinueRule); }
 
-  /// 64-bit hash of name, action and filter. What the rule holds itself is hashed once after each
-  /// change.
+  RuleStamps stamps() const;
+  /// 64-bit hash of name, action and filter, public as that of a list. What the rule holds itself is
+  /// hashed once after each change.
   uint64_t contentHash() const;
 
  private:
   std::string name_;
+  Mox::ContentStamp stamp_;                  // of name and action, and which filter
   mutable std::optional<uint64_t> ownHash_;  // of name and action
   Mox::Ptr<RuleFilter> ruleFilter_;
   NaxelActionValue action_;
@@ -78,8 +92,8 @@ class NAXEL_EXPORT AclConfig : public Mox::Entity {
   /// Family of the ACL. Absent by default: then it is that of the prefixes in its rules, and IPv4
   /// where there are none. Set it for an IPv6 ACL whose rules name no address.
   std::optional<Lumox::AddressFamily> af() const { return af_; }
-  void afIs(Lumox::AddressFamily af) { attrIs(af_, std::optional(af), &Notifiee::onAf); }
-  void afDel() { attrIs(af_, std::optional<Lumox::AddressFamily>(), &Notifiee::onAf); }
+  void afIs(Lumox::AddressFamily af) { optionalAfIs(af); }
+  void afDel() { optionalAfIs(std::nullopt); }
 
   Mox::HashMap<std::string, Mox::Ptr<RuleConfig>> const& ruleByName() const { return ruleByName_; }
   Mox::Ptr<RuleConfig> ruleByName(std::string const& name) const {
@@ -87,7 +101,8 @@ class NAXEL_EXPORT AclConfig : public Mox::Entity {
   }
   /// Creates the rule, or returns the one of that name.
   Mox::Ptr<RuleConfig> ruleByNameIs(std::string const& name);
-  /// Deletes the rule together with the indexes that refer to it.
+  /// Deletes the rule together with the indexes that refer to it. O(1) on average; the first deletion
+  /// looks through all indexes.
   void ruleByNameDel(std::string const& name);
   void ruleByNameDelAll();
 
@@ -100,8 +115,21 @@ class NAXEL_EXPORT AclConfig : public Mox::Entity {
   void ruleByIdDel(AceIndex index);
   void ruleByIdDelAll();
 
+  /// Stamp of the family, and of which rules there are under which names and indexes; not of what the
+  /// rules say.
+  Mox::Stamp stamp() const { return stamp_.get(); }
+
  private:
+  /// At which indexes each rule stands.
+  using IndexesOf = Mox::HashMap<RuleConfig const*, Mox::ChunkedSet<AceIndex>>;
+  void optionalAfIs(std::optional<Lumox::AddressFamily> af);
+  IndexesOf& indexesOf();
+  /// Puts a rule at an index, or with none empties it.
+  void indexIs(AceIndex index, std::optional<Mox::Ptr<RuleConfig>> rule);
+
   std::string name_;
+  Mox::ContentStamp stamp_;
+  std::optional<IndexesOf> indexesOf_;  // none before the first rule is deleted
   std::optional<Lumox::AddressFamily> af_;
   Mox::HashMap<std::string, Mox::Ptr<RuleConfig>> ruleByName_;
   Mox::ChunkedMap<AceIndex, Mox::Ptr<RuleConfig>> ruleById_;
@@ -122,7 +150,7 @@ class NAXEL_EXPORT AclConfigColl : public Mox::Entity {
   Obel::ChipId chipId() const { return chipId_; }
 
   /// By name, in the order of the names.
-  Mox::OrderedMap<std::string, Mox::Ptr<AclConfig>> const& acl() const { return acl_; }
+  Mox::ChunkedMap<std::string, Mox::Ptr<AclConfig>> const& acl() const { return acl_; }
   Mox::Ptr<AclConfig> acl(std::string const& name) const { return Mox::lookup(acl_, name); }
   Mox::Ptr<AclConfig> aclIs(std::string const& name);
   void aclDel(std::string const& name) { itemDel(acl_, name, &Notifiee::onAcl); }
@@ -130,7 +158,7 @@ class NAXEL_EXPORT AclConfigColl : public Mox::Entity {
 
  private:
   Obel::ChipId chipId_;
-  Mox::OrderedMap<std::string, Mox::Ptr<AclConfig>> acl_;
+  Mox::ChunkedMap<std::string, Mox::Ptr<AclConfig>> acl_;
 };
 
 /// The ACLs of all chips of an agent.
@@ -144,7 +172,7 @@ class NAXEL_EXPORT GlobalAclConfig : public Mox::Entity {
   std::string_view fwkType() const override { return "Naxel::GlobalAclConfig"; }
   Mox::AttributeTable const& attributeTable() const override;
 
-  Mox::OrderedMap<Obel::ChipId, Mox::Ptr<AclConfigColl>> const& aclConfigColl() const {
+  Mox::ChunkedMap<Obel::ChipId, Mox::Ptr<AclConfigColl>> const& aclConfigColl() const {
     return aclConfigColl_;
   }
   Mox::Ptr<AclConfigColl> aclConfigCollIs(Obel::ChipId chip);
@@ -154,7 +182,7 @@ class NAXEL_EXPORT GlobalAclConfig : public Mox::Entity {
   void aclConfigCollDelAll() { collDelAll(aclConfigColl_, &Notifiee::onAclConfigColl); }
 
  private:
-  Mox::OrderedMap<Obel::ChipId, Mox::Ptr<AclConfigColl>> aclConfigColl_;
+  Mox::ChunkedMap<Obel::ChipId, Mox::Ptr<AclConfigColl>> aclConfigColl_;
 };
 
 }  // namespace Naxel

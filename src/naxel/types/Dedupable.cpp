@@ -1,6 +1,7 @@
 #include "naxel/types/Dedupable.h"
 
 #include "mox/Assert.h"
+#include "mox/KeyedHash.h"
 
 namespace Naxel {
 
@@ -13,5 +14,7 @@ bool Dedupable::isEqual(Mox::Ptr<Dedupable const> const&) const {
   MOX_ASSERT(false && "Not implemented");
   return false;
 }
+
+uint64_t Dedupable::place() const { return Mox::KeyedHash().word(hash()).finish(); }
 
 }  // namespace Naxel

@@ -12,46 +12,73 @@ Mox::AttributeTable const& IpPrefixList::attributeTable() const {
   return table;
 }
 
+IpPrefixList::IpPrefixList() : content_(Mox::makePtr<Content>()) {}
+
 IpPrefixList::Content& IpPrefixList::ownContent() {
   if (content_->references() > 1) content_ = Mox::makePtr<Content>(*content_);
+  stamp_.renew();
   digest_.reset();
   return *content_;
 }
 
 Mox::Ptr<IpPrefixList> IpPrefixList::copy() const {
-  return Mox::Ptr<IpPrefixList>(new IpPrefixList(content_, digest()));
+  auto list = Mox::makePtr<IpPrefixList>();
+  static_cast<void>(stamp());  // so that both have it
+  list->stamp_ = stamp_;
+  list->digest_ = digest();
+  list->content_ = content_;
+  return list;
+}
+
+void IpPrefixList::insert(PrefixColl Content::*coll, Lumox::IpGenPrefix const& p, On on) {
+  if (((*content_).*coll).contains(p)) return;
+  (ownContent().*coll).insertAbsent(p);
+  notify(on, p);
+}
+
+void IpPrefixList::erase(PrefixColl Content::*coll, Lumox::IpGenPrefix const& p, On on) {
+  if (((*content_).*coll).contains(p)) itemDel(ownContent().*coll, p, on);
+}
+
+void IpPrefixList::eraseAll(PrefixColl Content::*coll, On on) {
+  if (!((*content_).*coll).empty()) collDelAll(ownContent().*coll, on);
 }
 
 void IpPrefixList::addrIs(Lumox::IpGenPrefix const& p) {
-  memberIs(ownContent().addr, p, &Notifiee::onAddr);
+  insert(&Content::addr, p, &Notifiee::onAddr);
 }
 void IpPrefixList::addrDel(Lumox::IpGenPrefix const& p) {
-  itemDel(ownContent().addr, p, &Notifiee::onAddr);
+  erase(&Content::addr, p, &Notifiee::onAddr);
 }
-void IpPrefixList::addrDelAll() { collDelAll(ownContent().addr, &Notifiee::onAddr); }
+void IpPrefixList::addrDelAll() { eraseAll(&Content::addr, &Notifiee::onAddr); }
 void IpPrefixList::exceptAddrIs(Lumox::IpGenPrefix const& p) {
-  memberIs(ownContent().exceptAddr, p, &Notifiee::onExceptAddr);
+  insert(&Content::exceptAddr, p, &Notifiee::onExceptAddr);
 }
 void IpPrefixList::exceptAddrDel(Lumox::IpGenPrefix const& p) {
-  itemDel(ownContent().exceptAddr, p, &Notifiee::onExceptAddr);
+  erase(&Content::exceptAddr, p, &Notifiee::onExceptAddr);
 }
-void IpPrefixList::exceptAddrDelAll() {
-  collDelAll(ownContent().exceptAddr, &Notifiee::onExceptAddr);
-}
+void IpPrefixList::exceptAddrDelAll() { eraseAll(&Content::exceptAddr, &Notifiee::onExceptAddr); }
 
 IpPrefixList::Digest IpPrefixList::computeDigest() const {
   Families families;
-  auto const sum = [&](PrefixColl const& coll) {
+  uint64_t place = 0;
+  auto const sum = [&](PrefixColl const& coll, bool excepted) {
     uint64_t total = 0;
     for (Lumox::IpGenPrefix const& p : coll) {
       total += p.hash64();
+      Mox::KeyedHash h;
+      p.placeWords(h);
+      if (excepted) h.word(1);
+      place += h.finish();
       (p.af() == Lumox::ipv4() ? families.ipv4 : families.ipv6) = true;
     }
     return total;
   };
-  uint64_t const hash = Mox::hashCombine(Mox::hashCombine(sum(addr()), sum(exceptAddr())),
+  uint64_t const members = sum(addr(), false);
+  uint64_t const exceptions = sum(exceptAddr(), true);
+  uint64_t const hash = Mox::hashCombine(Mox::hashCombine(members, exceptions),
                                          Mox::hashCombine(addrs(), exceptAddrs()));
-  return {hash, families};
+  return {hash, place, families};
 }
 
 uint32_t IpPrefixList::hash() const { return Mox::foldHash(contentHash()); }
@@ -62,13 +89,13 @@ bool IpPrefixList::isEqual(Mox::Ptr<Dedupable const> const& other) const {
 }
 
 bool IpPrefixList::isEqual(IpPrefixList const& other) const {
-  if (content_ == other.content_) return true;
+  if (content_ == other.content_ || stamp() == other.stamp()) return true;
   auto const same = [](PrefixColl const& a, PrefixColl const& b) {
     return a.size() == b.size() &&
            std::all_of(a.begin(), a.end(),
                        [&](Lumox::IpGenPrefix const& p) { return b.contains(p); });
   };
-  return contentHash() == other.contentHash() && same(addr(), other.addr()) &&
+  return place() == other.place() && same(addr(), other.addr()) &&
          same(exceptAddr(), other.exceptAddr());
 }
 

@@ -4,6 +4,7 @@
 
 #include "lumox/IpGenPrefix.h"
 #include "mox/HashMap.h"
+#include "mox/Stamp.h"
 #include "naxel/types/Dedupable.h"
 
 #include <optional>
@@ -24,7 +25,7 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
     virtual void onExceptAddr(Lumox::IpGenPrefix const&) {}
   };
 
-  IpPrefixList() : content_(Mox::makePtr<Content>()) {}
+  IpPrefixList();
   std::string_view fwkType() const override { return "Naxel::IpPrefixList"; }
   Mox::AttributeTable const& attributeTable() const override;
 
@@ -44,8 +45,10 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
   void exceptAddrDel(Lumox::IpGenPrefix const& p);
   void exceptAddrDelAll();
 
-  /// 64-bit hash of both sets, independent of insertion order. Computed once after each change, as is
-  /// the next.
+  /// Stamp of what both sets hold. Lists of equal stamps have the same members.
+  Mox::Stamp stamp() const { return stamp_.get(); }
+  /// 64-bit hash of both sets, independent of insertion order: public, so different lists may be made
+  /// that have the same one. Computed once after each change, as are the next two.
   uint64_t contentHash() const { return digest().hash; }
   /// The families of the prefixes in both sets.
   struct Families {
@@ -58,7 +61,9 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
   };
   Families families() const { return digest().families; }
   uint32_t hash() const override;
-  /// True for a prefix list with the same members in both sets.
+  uint64_t place() const override { return digest().place; }
+  /// True for a prefix list with the same members in both sets. At once for lists of equal stamps,
+  /// else by a look at the members.
   bool isEqual(Mox::Ptr<Dedupable const> const& other) const override;
   bool isEqual(IpPrefixList const& other) const;
 
@@ -73,18 +78,22 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
   /// What is remembered of the content.
   struct Digest {
     uint64_t hash;
+    uint64_t place;
     Families families;
   };
-  IpPrefixList(Mox::Ptr<Content> content, Digest const& digest)
-      : digest_(digest), content_(std::move(content)) {}
-  /// The content for a change: a copy where it is shared, and without its digest.
+  using On = void (Notifiee::*)(Lumox::IpGenPrefix const&);
+  /// The content for a change: a copy where it is shared, and without what is remembered of it.
   Content& ownContent();
+  void insert(PrefixColl Content::*coll, Lumox::IpGenPrefix const& p, On on);
+  void erase(PrefixColl Content::*coll, Lumox::IpGenPrefix const& p, On on);
+  void eraseAll(PrefixColl Content::*coll, On on);
   Digest const& digest() const {
     if (!digest_) digest_ = computeDigest();
     return *digest_;
   }
   Digest computeDigest() const;
 
+  Mox::ContentStamp stamp_;
   mutable std::optional<Digest> digest_;
   Mox::Ptr<Content> content_;
 };

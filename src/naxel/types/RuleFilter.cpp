@@ -42,10 +42,10 @@ RuleFilter::OwnDigest RuleFilter::computeOwnDigest() const {
   forEachRangeColl([&](auto const& ranges) {
     using R = typename std::remove_cvref_t<decltype(ranges)>::value_type;
     if (!ranges.empty()) hash = Mox::hashCombine(hash, Mox::hashCombine(salt, ranges.size()));
-    for (R const& r : ranges) {
+    ranges.forEach([&](R const& r) {
       hash = Mox::hashCombine(hash, r.orderKey());
       valid = valid && r.rangeStart() <= r.rangeEnd() && r.rangeEnd() <= R::bound;
-    }
+    });
     ++salt;
   });
   return {hash, valid};

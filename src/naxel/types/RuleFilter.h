@@ -2,7 +2,7 @@
 
 /// What a packet must be like to match a rule.
 
-#include "mox/FlatSet.h"
+#include "mox/Chunked.h"
 #include "naxel/types/IpPrefixList.h"
 #include "naxel/types/Ranges.h"
 
@@ -13,11 +13,12 @@ namespace Naxel {
 /// A packet matches when every constraint holds: source and destination in their lists, the value
 /// of each field in one of the ranges of its set, each TCP flag that is true. An absent list, an
 /// empty range set and a false flag do not constrain. Written by the agent, only read by the
-/// library.
+/// library. A walk over any of its collections may delete what it stands on.
 class NAXEL_EXPORT RuleFilter : public Mox::Entity {
  public:
+  /// The ranges of one field, ascending.
   template <class R>
-  using RangeColl = Mox::FlatSet<R>;
+  using RangeColl = Mox::ChunkedSet<R>;
 
   class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
    public:
@@ -43,77 +44,67 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   /// Creates the list, or returns the one there is.
   Mox::Ptr<IpPrefixList> sourceIs();
   void sourceIs(Mox::Ptr<IpPrefixList> list) {
-    attrIs(source_, std::move(list), &Notifiee::onSource);
+    ownIs(source_, std::move(list), &Notifiee::onSource);
   }
-  void sourceDel() { attrIs(source_, Mox::Ptr<IpPrefixList>(), &Notifiee::onSource); }
+  void sourceDel() { sourceIs(nullptr); }
 
   Mox::Ptr<IpPrefixList> const& destination() const { return destination_; }
   Mox::Ptr<IpPrefixList> destinationIs();
   void destinationIs(Mox::Ptr<IpPrefixList> list) {
-    attrIs(destination_, std::move(list), &Notifiee::onDestination);
+    ownIs(destination_, std::move(list), &Notifiee::onDestination);
   }
-  void destinationDel() {
-    attrIs(destination_, Mox::Ptr<IpPrefixList>(), &Notifiee::onDestination);
-  }
+  void destinationDel() { destinationIs(nullptr); }
 
   RangeColl<L4PortRange> const& sportRange() const { return sportRange_; }
   bool sportRangeHas(L4PortRange const& r) const { return sportRange_.contains(r); }
-  void sportRangeIs(L4PortRange const& r) {
-    memberIs(own(sportRange_), r, &Notifiee::onSportRange);
-  }
-  void sportRangeDel(L4PortRange const& r) {
-    itemDel(own(sportRange_), r, &Notifiee::onSportRange);
-  }
-  void sportRangeDelAll() { collDelAll(own(sportRange_), &Notifiee::onSportRange); }
+  void sportRangeIs(L4PortRange const& r) { rangeIs(sportRange_, r, &Notifiee::onSportRange); }
+  void sportRangeDel(L4PortRange const& r) { rangeDel(sportRange_, r, &Notifiee::onSportRange); }
+  void sportRangeDelAll() { rangeDelAll(sportRange_, &Notifiee::onSportRange); }
 
   RangeColl<L4PortRange> const& dportRange() const { return dportRange_; }
   bool dportRangeHas(L4PortRange const& r) const { return dportRange_.contains(r); }
-  void dportRangeIs(L4PortRange const& r) {
-    memberIs(own(dportRange_), r, &Notifiee::onDportRange);
-  }
-  void dportRangeDel(L4PortRange const& r) {
-    itemDel(own(dportRange_), r, &Notifiee::onDportRange);
-  }
-  void dportRangeDelAll() { collDelAll(own(dportRange_), &Notifiee::onDportRange); }
+  void dportRangeIs(L4PortRange const& r) { rangeIs(dportRange_, r, &Notifiee::onDportRange); }
+  void dportRangeDel(L4PortRange const& r) { rangeDel(dportRange_, r, &Notifiee::onDportRange); }
+  void dportRangeDelAll() { rangeDelAll(dportRange_, &Notifiee::onDportRange); }
 
   RangeColl<IcmpTypeRange> const& icmpType() const { return icmpType_; }
   bool icmpTypeHas(IcmpTypeRange const& r) const { return icmpType_.contains(r); }
-  void icmpTypeIs(IcmpTypeRange const& r) { memberIs(own(icmpType_), r, &Notifiee::onIcmpType); }
-  void icmpTypeDel(IcmpTypeRange const& r) { itemDel(own(icmpType_), r, &Notifiee::onIcmpType); }
-  void icmpTypeDelAll() { collDelAll(own(icmpType_), &Notifiee::onIcmpType); }
+  void icmpTypeIs(IcmpTypeRange const& r) { rangeIs(icmpType_, r, &Notifiee::onIcmpType); }
+  void icmpTypeDel(IcmpTypeRange const& r) { rangeDel(icmpType_, r, &Notifiee::onIcmpType); }
+  void icmpTypeDelAll() { rangeDelAll(icmpType_, &Notifiee::onIcmpType); }
 
   RangeColl<ProtoRange> const& proto() const { return proto_; }
   bool protoHas(ProtoRange const& r) const { return proto_.contains(r); }
-  void protoIs(ProtoRange const& r) { memberIs(own(proto_), r, &Notifiee::onProto); }
-  void protoDel(ProtoRange const& r) { itemDel(own(proto_), r, &Notifiee::onProto); }
-  void protoDelAll() { collDelAll(own(proto_), &Notifiee::onProto); }
+  void protoIs(ProtoRange const& r) { rangeIs(proto_, r, &Notifiee::onProto); }
+  void protoDel(ProtoRange const& r) { rangeDel(proto_, r, &Notifiee::onProto); }
+  void protoDelAll() { rangeDelAll(proto_, &Notifiee::onProto); }
 
   /// Match TCP packets that open a connection: SYN without ACK (RFC 9293).
   bool matchTcpInit() const { return matchTcpInit_; }
-  void matchTcpInitIs(bool v) { attrIs(own(matchTcpInit_), v, &Notifiee::onMatchTcpInit); }
+  void matchTcpInitIs(bool v) { ownIs(matchTcpInit_, v, &Notifiee::onMatchTcpInit); }
   /// Match TCP packets of established connections: ACK or RST. With both flags both must hold.
   bool matchTcpEstablished() const { return matchTcpEstablished_; }
   void matchTcpEstablishedIs(bool v) {
-    attrIs(own(matchTcpEstablished_), v, &Notifiee::onMatchTcpEstablished);
+    ownIs(matchTcpEstablished_, v, &Notifiee::onMatchTcpEstablished);
   }
 
   RangeColl<LengthRange> const& length() const { return length_; }
   bool lengthHas(LengthRange const& r) const { return length_.contains(r); }
-  void lengthIs(LengthRange const& r) { memberIs(own(length_), r, &Notifiee::onLength); }
-  void lengthDel(LengthRange const& r) { itemDel(own(length_), r, &Notifiee::onLength); }
-  void lengthDelAll() { collDelAll(own(length_), &Notifiee::onLength); }
+  void lengthIs(LengthRange const& r) { rangeIs(length_, r, &Notifiee::onLength); }
+  void lengthDel(LengthRange const& r) { rangeDel(length_, r, &Notifiee::onLength); }
+  void lengthDelAll() { rangeDelAll(length_, &Notifiee::onLength); }
 
   RangeColl<FragmentRange> const& fragment() const { return fragment_; }
   bool fragmentHas(FragmentRange const& r) const { return fragment_.contains(r); }
-  void fragmentIs(FragmentRange const& r) { memberIs(own(fragment_), r, &Notifiee::onFragment); }
-  void fragmentDel(FragmentRange const& r) { itemDel(own(fragment_), r, &Notifiee::onFragment); }
-  void fragmentDelAll() { collDelAll(own(fragment_), &Notifiee::onFragment); }
+  void fragmentIs(FragmentRange const& r) { rangeIs(fragment_, r, &Notifiee::onFragment); }
+  void fragmentDel(FragmentRange const& r) { rangeDel(fragment_, r, &Notifiee::onFragment); }
+  void fragmentDelAll() { rangeDelAll(fragment_, &Notifiee::onFragment); }
 
   RangeColl<DscpRange> const& dscp() const { return dscp_; }
   bool dscpHas(DscpRange const& r) const { return dscp_.contains(r); }
-  void dscpIs(DscpRange const& r) { memberIs(own(dscp_), r, &Notifiee::onDscp); }
-  void dscpDel(DscpRange const& r) { itemDel(own(dscp_), r, &Notifiee::onDscp); }
-  void dscpDelAll() { collDelAll(own(dscp_), &Notifiee::onDscp); }
+  void dscpIs(DscpRange const& r) { rangeIs(dscp_, r, &Notifiee::onDscp); }
+  void dscpDel(DscpRange const& r) { rangeDel(dscp_, r, &Notifiee::onDscp); }
+  void dscpDelAll() { rangeDelAll(dscp_, &Notifiee::onDscp); }
 
   /// Calls `f(RangeSetColl const&)` for the seven range sets in the order of RangeSetType: source
   /// ports, destination ports, ICMP type, protocol, length, fragment, DSCP.
@@ -128,9 +119,11 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
     f(dscp_);
   }
 
-  /// 64-bit hash of everything that the filter says: each field enters under a salt of its own, an
-  /// absent list differs from an empty one, and the TCP flags count. What the filter holds itself is
-  /// hashed once after each change, and the lists remember theirs.
+  /// Stamp of what the filter holds itself: ranges, flags, and which lists; not what the lists hold.
+  Mox::Stamp stamp() const { return stamp_.get(); }
+  /// 64-bit hash of everything that the filter says, public as that of a list: each field enters under
+  /// a salt of its own, an absent list differs from an empty one, and the TCP flags count. What the
+  /// filter holds itself is hashed once after each change, and the lists remember theirs.
   uint64_t contentHash() const;
   /// Whether each range has its ends in order and within its field, remembered with the hash.
   bool rangesValid() const { return ownDigest().rangesValid; }
@@ -142,11 +135,34 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
     uint64_t hash;
     bool rangesValid;
   };
-  /// An attribute that is about to be written, so that the digest does not hold any more.
-  template <class T>
-  T& own(T& slot) {
+  /// What the filter holds itself is about to change.
+  void change() {
+    stamp_.renew();
     ownDigest_.reset();
-    return slot;
+  }
+  template <class T, class V, class On>
+  void ownIs(T& slot, V v, On on) {
+    if (slot == v) return;
+    change();
+    attrIs(slot, std::move(v), on);
+  }
+  template <class R, class On>
+  void rangeIs(RangeColl<R>& ranges, R const& r, On on) {
+    if (ranges.contains(r)) return;
+    change();
+    memberIs(ranges, r, on);
+  }
+  template <class R, class On>
+  void rangeDel(RangeColl<R>& ranges, R const& r, On on) {
+    if (!ranges.contains(r)) return;
+    change();
+    itemDel(ranges, r, on);
+  }
+  template <class R, class On>
+  void rangeDelAll(RangeColl<R>& ranges, On on) {
+    if (ranges.empty()) return;
+    change();
+    collDelAll(ranges, on);
   }
   OwnDigest const& ownDigest() const {
     if (!ownDigest_) ownDigest_ = computeOwnDigest();
@@ -154,9 +170,10 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   }
   OwnDigest computeOwnDigest() const;
 
+  Mox::ContentStamp stamp_;
+  mutable std::optional<OwnDigest> ownDigest_;
   Mox::Ptr<IpPrefixList> source_;
   Mox::Ptr<IpPrefixList> destination_;
-  mutable std::optional<OwnDigest> ownDigest_;
   RangeColl<L4PortRange> sportRange_;
   RangeColl<L4PortRange> dportRange_;
   RangeColl<IcmpTypeRange> icmpType_;

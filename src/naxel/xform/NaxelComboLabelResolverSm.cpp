@@ -1,6 +1,7 @@
 #include "naxel/xform/NaxelComboLabelResolverSm.h"
 
 #include "mox/Assert.h"
+#include "naxel/genset/FieldNames.h"
 #include "naxel/types/NaxelTrace.h"
 
 #include <stdexcept>
@@ -37,8 +38,7 @@ ComboLabelResolverSm::ComboLabelResolverSm(Obel::ChipId chipId,
                                            Mox::Ptr<ChipHwCapability const> hwCapability,
                                            ComboLabelSetType type,
                                            Mox::Ptr<GenSetKeyGenerator> genSetKeyGenerator)
-    : StageSm(chipId, config, status),
-      config_(std::move(config)),
+    : StageSm(chipId, std::move(config), status),
       status_(std::move(status)),
       hwCapability_(std::move(hwCapability)),
       type_(type),
@@ -61,8 +61,8 @@ Mox::TraceLine ComboLabelResolverSm::traceStep(int level, char const* step) cons
 
 void ComboLabelResolverSm::doStartKick() {
   traceStep(8, "doStartKick");
-  XformStatus const& src = *config_->srcXform();
-  XformStatus const& dst = *config_->dstXform();
+  XformStatus const& src = *comboLabelConfig().srcXform();
+  XformStatus const& dst = *comboLabelConfig().dstXform();
   bool const sideOff = src.status() == StageStatusType::finishedNotEnabled ||
                        dst.status() == StageStatusType::finishedNotEnabled;
   if (width() == 0 || sideOff) {
@@ -75,9 +75,9 @@ void ComboLabelResolverSm::doStartKick() {
       doForget();
       return doFail(side->unusableReason());
     }
-  uint64_t const hash = doComputeComboHash();
+  Input now = input();
   if (src.status() == StageStatusType::finishedSkipped &&
-      dst.status() == StageStatusType::finishedSkipped && workingSetHash_ == hash) {
+      dst.status() == StageStatusType::finishedSkipped && workingSetHash_ && builtFrom_ == now) {
     traceStep(2, "doStartKick") << ": Working set has not changed, skipping";
     return doSetStatus(StageStatusType::finishedSkipped);
   }
@@ -86,13 +86,23 @@ void ComboLabelResolverSm::doStartKick() {
   doCleanSm();
   checkRulesForSrcDstSets();
   doDeleteUnusedSets();
-  workingSetHash_ = hash;
+  workingSetHash_ = doComputeComboHash();
+  builtFrom_ = std::move(now);
   doSetStatus(StageStatusType::finishedSuccess);
+}
+
+ComboLabelResolverSm::Input ComboLabelResolverSm::input() const {
+  Input now{width(),
+            {},
+            comboLabelConfig().srcXform()->plainLabelListMap(),
+            comboLabelConfig().dstXform()->plainLabelListMap()};
+  forEachPair([&](GenSetKey src, GenSetKey dst) { now.pairs.emplace_back(src, dst); });
+  return now;
 }
 
 template <class F>
 void ComboLabelResolverSm::forEachPair(F f) const {
-  for (auto const& [name, list] : config_->aggInfo()->aclGenSetIpRuleList()) {
+  for (auto const& [name, list] : comboLabelConfig().aggInfo()->aclGenSetIpRuleList()) {
     // Sets of the other family have no labels here and would only make empty products.
     if (type_ != ComboLabelSetType::srcDstL4Port && prefixComboType(list->af()) != type_) continue;
     for (Mox::Ptr<GenSetIpRule> const& rule : list->genSetIpRule()) {
@@ -112,6 +122,8 @@ uint64_t ComboLabelResolverSm::doComputeComboHash() const {
     low.word(static_cast<uint32_t>(mixed));
   };
   word(width());
+  XformStatus const& srcXform = *comboLabelConfig().srcXform();
+  XformStatus const& dstXform = *comboLabelConfig().dstXform();
   Mox::HashSet<GenSetKey> srcSeen;
   Mox::HashSet<GenSetKey> dstSeen;
   auto const labels = [&](Mox::HashSet<GenSetKey>& seen, XformStatus const& xform, GenSetKey key) {
@@ -123,8 +135,8 @@ uint64_t ComboLabelResolverSm::doComputeComboHash() const {
   forEachPair([&](GenSetKey src, GenSetKey dst) {
     word(src.value());
     word(dst.value());
-    labels(srcSeen, *config_->srcXform(), src);
-    labels(dstSeen, *config_->dstXform(), dst);
+    labels(srcSeen, srcXform, src);
+    labels(dstSeen, dstXform, dst);
   });
   return uint64_t{high.finish()} << 32 | low.finish();
 }
@@ -159,10 +171,15 @@ void ComboLabelResolverSm::checkRulesForSrcDstSets() {
 void ComboLabelResolverSm::countProduct(GenSetKey src, GenSetKey dst, uint64_t combos) {
   combos_ += combos;
   if (combos_ <= comboCap) return;
-  throw std::length_error(Mox::stringValue(type_) + ": at least " + std::to_string(combos_) +
-                          " label combinations needed, at most " + std::to_string(comboCap) +
-                          " are built; the pair of sets " + valueToStrep(src) + " and " +
-                          valueToStrep(dst) + " alone has " + std::to_string(combos));
+  std::string which;
+  for (auto const& [name, list] : comboLabelConfig().aggInfo()->aclGenSetIpRuleList())
+    for (auto const& [index, rule] : list->genSetIpRuleById())
+      if (which.empty() && rule->comboPair(type_) == GenSetKeyPair(src, dst))
+        which = "; rule " + valueToStrep(index) + " '" + rule->name() + "' of '" + name +
+                "' alone has " + Mox::withCommas(combos);
+  throw std::length_error(fieldName(type_) + ": at least " + Mox::withCommas(combos_) +
+                          " pairs of labels needed, at most " + Mox::withCommas(comboCap) +
+                          " are built" + which);
 }
 
 void ComboLabelResolverSm::doBuildComboLabelSet(GenSetKey src, GenSetKey dst) {
@@ -174,8 +191,8 @@ void ComboLabelResolverSm::doBuildComboLabelSet(GenSetKey src, GenSetKey dst) {
     status_->genSetUsageInfo()->refCountIs(known).valueInc(1);
     return;
   }
-  auto const& srcLabels = labelsOf(*config_->srcXform(), src);
-  auto const& dstLabels = labelsOf(*config_->dstXform(), dst);
+  auto const& srcLabels = labelsOf(*comboLabelConfig().srcXform(), src);
+  auto const& dstLabels = labelsOf(*comboLabelConfig().dstXform(), dst);
   countProduct(src, dst, uint64_t{srcLabels.size()} * dstLabels.size());
 
   GenSetKey key = genSetKeyGenerator_->newKey();

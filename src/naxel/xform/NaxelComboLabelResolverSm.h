@@ -6,10 +6,9 @@
 /// Reads    the rules in terms of set keys, and the label lists of the two sides' transforms.
 /// Writes   ComboLabelInfo (combination sets by key, and which serves which pair) and the count of
 ///          rules per set.
-/// Skips    when both transforms report that they skipped and the digest of the pairs, of the label
-///          lists behind them and of the width equals that of the last run that succeeded. The
-///          lists are part of it because a kick that ended between transform and resolver renumbers
-///          labels unseen.
+/// Skips    when both transforms report that they skipped and pairs, label lists and width are those
+///          of the last run that succeeded. The lists are part of it because a kick that ended between
+///          transform and resolver renumbers labels unseen. The digest of the pairs decides nothing.
 /// Fails    when a side's output is unusable, or when the products are larger than `comboCap` in all.
 /// Off      where the chip has no width for the type, or where a side is not labelled; then nothing
 ///          is published, and rules match the two fields separately.
@@ -53,7 +52,9 @@ class NAXEL_EXPORT ComboLabelResolverSm : public StageSm {
                        Mox::Ptr<GenSetKeyGenerator> genSetKeyGenerator);
 
   ComboLabelSetType type() const { return type_; }
-  ComboLabelResolverConfig const& comboLabelConfig() const { return *config_; }
+  ComboLabelResolverConfig const& comboLabelConfig() const {
+    return configAs<ComboLabelResolverConfig>();
+  }
   ComboLabelResolverStatus& comboLabelStatus() const { return *status_; }
   Mox::Ptr<ComboLabelDedupMarkAndSweeper> const& comboLabelDeduper() const {
     return comboLabelDeduper_;
@@ -72,6 +73,16 @@ class NAXEL_EXPORT ComboLabelResolverSm : public StageSm {
   void doForget() noexcept override { workingSetHash_.reset(); }
 
  private:
+  /// What a run works from.
+  struct Input {
+    uint8_t width = 0;
+    std::vector<GenSetKeyPair> pairs;  // one for each rule that has both sides, in their order
+    // Published label lists are never changed, so they are told by identity.
+    Mox::Ptr<PlainLabelListMap const> src;
+    Mox::Ptr<PlainLabelListMap const> dst;
+    friend bool operator==(Input const&, Input const&) = default;
+  };
+  Input input() const;
   void handleInitialized();
   Mox::TraceLine traceStep(int level, char const* step) const;
   uint8_t width() const { return hwCapability_->comboXformWidth(type_); }
@@ -82,13 +93,13 @@ class NAXEL_EXPORT ComboLabelResolverSm : public StageSm {
   /// Throws where the product does not fit under the cap.
   void countProduct(GenSetKey src, GenSetKey dst, uint64_t combos);
 
-  Mox::Ptr<ComboLabelResolverConfig> config_;
   Mox::Ptr<ComboLabelResolverStatus> status_;
   Mox::Ptr<ChipHwCapability const> hwCapability_;
   ComboLabelSetType type_;
   Mox::Ptr<GenSetKeyGenerator> genSetKeyGenerator_;
   Mox::Ptr<ComboLabelDedupMarkAndSweeper> comboLabelDeduper_;
   std::optional<uint64_t> workingSetHash_;
+  Input builtFrom_;      // of the last run that succeeded; means nothing without the digest
   uint64_t combos_ = 0;  // combinations built in this run
 };
 NAXEL_EXPORT Mox::Ptr<ComboLabelResolverSm> comboLabelResolverSmFactory(

@@ -1,5 +1,8 @@
 #include "naxel/xform/NaxelComboLabelSplitSm.h"
 
+#include "naxel/genset/FieldNames.h"
+#include "naxel/xform/PieceCounter.h"
+
 #include <algorithm>
 #include <span>
 #include <utility>
@@ -13,7 +16,7 @@ struct GroupStep {
   uint32_t parent = 0;
   GenSetKey key;
   bool operator==(GroupStep const&) const = default;
-  uint64_t hash64() const { return Mox::hashCombine(parent, key.value()); }
+  void placeWords(Mox::KeyedHash& h) const noexcept { h.word(parent).word(key.value()); }
 };
 
 /// Groups under refinement.
@@ -66,22 +69,30 @@ std::vector<Run> runsOf(std::vector<GenSetKey> const& keys, ComboLabelInfo const
   return runs;
 }
 
+/// The largest destination label.
+uint32_t lastDstOf(std::vector<Run> const& runs) {
+  uint32_t last = 0;
+  for (Run const& run : runs) last = std::max(last, run.combos.back().dstLabel().value());
+  return last;
+}
+
 }  // namespace
 
 ComboLabelSplitSm::ComboLabelSplitSm(Obel::ChipId chipId, Mox::Ptr<ComboLabelSplitConfig> config,
                                      Mox::Ptr<ComboLabelSplitStatus> status,
                                      Mox::Ptr<ChipHwCapability const> hwCapability)
-    : XformSmBase(chipId, config, status, std::move(hwCapability)),
-      config_(std::move(config)),
+    : XformSmBase(chipId, std::move(config), status, std::move(hwCapability)),
       status_(std::move(status)) {}
 
 uint32_t ComboLabelSplitSm::xformWidth() const {
-  return hwCapability()->comboXformWidth(config_->key());
+  return hwCapability()->comboXformWidth(status_->key());
 }
 
 std::string ComboLabelSplitSm::traceStr() const {
-  return "ComboLabelSplitSm(" + Mox::stringValue(config_->key()) + ")::";
+  return "ComboLabelSplitSm(" + Mox::stringValue(status_->key()) + ")::";
 }
+
+std::string ComboLabelSplitSm::subject() const { return fieldName(status_->key()); }
 
 Mox::Ptr<GenSetKeyGroup> ComboLabelSplitSm::comboLabelToGenSetGrpMap(GenCombo const& combo) const {
   auto const* group = comboLabelToGenSetGrpMap_.get(combo);
@@ -90,23 +101,21 @@ Mox::Ptr<GenSetKeyGroup> ComboLabelSplitSm::comboLabelToGenSetGrpMap(GenCombo co
 
 void ComboLabelSplitSm::doBuildWorkingSet() {
   traceStep(8, "doBuildWorkingSet");
-  workingSetIsKeysOf(config_->comboLabelInfo()->comboLabelSetColl());
+  workingSetIsKeysOf(comboLabelConfig().comboLabelInfo()->comboLabelSetColl());
 }
 
 void ComboLabelSplitSm::doBuildSetGroup() {
   traceStep(8, "doBuildSetGroup");
   comboLabelToGenSetGrpMapDelAll();
   std::vector<Run> const runs =
-      runsOf(workingSet()->keyGroup().items(), *config_->comboLabelInfo());
-  uint32_t lastDst = 0;
-  for (Run const& run : runs) lastDst = std::max(lastDst, run.combos.back().dstLabel().value());
-
+      runsOf(workingSet()->keyGroup().items(), *comboLabelConfig().comboLabelInfo());
   GroupChains chains;
   KeyGroupInterner interner;
   std::vector<Mox::Ptr<GenSetKeyGroup>> materialised;  // by chain
   std::vector<GroupMap::value_type> groups;
-  std::vector<uint32_t> groupOf(size_t{lastDst} + 1, GroupChains::root);  // by destination label
-  std::vector<uint32_t> dsts;                                             // those with a group
+  std::vector<uint32_t> groupOf(size_t{lastDstOf(runs)} + 1,
+                                GroupChains::root);  // by destination label
+  std::vector<uint32_t> dsts;                        // those with a group
   for (size_t from = 0, to = 0; from < runs.size(); from = to) {
     PlainLabel const src = runs[from].src;
     for (; to < runs.size() && runs[to].src == src; ++to) {
@@ -134,6 +143,27 @@ void ComboLabelSplitSm::doBuildSetGroup() {
     if (interner.size() > groupLimit()) return overflowIs(true);
   }
   comboLabelToGenSetGrpMap_.adopt(std::move(groups));
+}
+
+size_t ComboLabelSplitSm::doCountGroups() {
+  comboLabelToGenSetGrpMap_ = {};
+  std::vector<Run> const runs =
+      runsOf(workingSet()->keyGroup().items(), *comboLabelConfig().comboLabelInfo());
+  PieceCounter pieces;
+  std::vector<uint64_t> groupOf(size_t{lastDstOf(runs)} + 1, 0);  // by destination label
+  for (size_t from = 0, to = 0; from < runs.size(); from = to) {
+    for (; to < runs.size() && runs[to].src == runs[from].src; ++to) {
+      Mox::KeyedSetHash set;
+      set.add(runs[to].key);
+      for (GenCombo const& combo : runs[to].combos)
+        groupOf[combo.dstLabel().value()] += set.value();
+    }
+    for (size_t i = from; i < to; ++i)
+      for (GenCombo const& combo : runs[i].combos)
+        if (uint64_t const group = std::exchange(groupOf[combo.dstLabel().value()], 0))
+          pieces.add(group);
+  }
+  return pieces.distinct();
 }
 
 void ComboLabelSplitSm::doAllocLabels() {

@@ -21,25 +21,37 @@ class NAXEL_EXPORT ComboLabelSplitSm : public XformSmBase {
                     Mox::Ptr<ComboLabelSplitStatus> status,
                     Mox::Ptr<ChipHwCapability const> hwCapability);
 
-  ComboLabelSplitConfig const& comboLabelConfig() const { return *config_; }
+  ComboLabelSplitConfig const& comboLabelConfig() const {
+    return configAs<ComboLabelSplitConfig>();
+  }
   ComboLabelSplitStatus& comboLabelStatus() const { return *status_; }
 
   /// Each combination of the last run with the sets that hold it.
   GroupMap const& comboLabelToGenSetGrpMap() const { return comboLabelToGenSetGrpMap_; }
   Mox::Ptr<GenSetKeyGroup> comboLabelToGenSetGrpMap(GenCombo const& combo) const;
+  void comboLabelToGenSetGrpMapIs(GenCombo const& combo, Mox::Ptr<GenSetKeyGroup> group) {
+    comboLabelToGenSetGrpMap_.set(combo, std::move(group));
+  }
+  bool comboLabelToGenSetGrpMapHas(GenCombo const& combo) const {
+    return comboLabelToGenSetGrpMap_.contains(combo);
+  }
+  void comboLabelToGenSetGrpMapDel(GenCombo const& combo) {
+    comboLabelToGenSetGrpMap_.erase(combo);
+  }
   void comboLabelToGenSetGrpMapDelAll() { comboLabelToGenSetGrpMap_.clear(); }
 
   void doBuildWorkingSet() override;
   void doBuildSetGroup() override;
+  size_t doCountGroups() override;
   void doAllocLabels() override;
   uint32_t xformWidth() const override;
   std::string traceStr() const override;
+  std::string subject() const override;
 
  protected:
   void doClearOutput() override;
 
  private:
-  Mox::Ptr<ComboLabelSplitConfig> config_;
   Mox::Ptr<ComboLabelSplitStatus> status_;
   GroupMap comboLabelToGenSetGrpMap_;
 };

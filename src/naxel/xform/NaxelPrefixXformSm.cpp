@@ -1,7 +1,9 @@
 #include "naxel/xform/NaxelPrefixXformSm.h"
 
 #include "mox/Assert.h"
+#include "naxel/genset/FieldNames.h"
 #include "naxel/types/NaxelTrace.h"
+#include "naxel/xform/PieceCounter.h"
 
 #include <algorithm>
 #include <iterator>
@@ -11,18 +13,19 @@ namespace Naxel {
 NaxelPrefixXformSm::NaxelPrefixXformSm(Obel::ChipId chipId, Mox::Ptr<PrefixXformConfig> config,
                                        Mox::Ptr<PrefixXformStatus> status,
                                        Mox::Ptr<ChipHwCapability const> hwCapability)
-    : XformSmBase(chipId, config, status, std::move(hwCapability)),
-      config_(std::move(config)),
+    : XformSmBase(chipId, std::move(config), status, std::move(hwCapability)),
       status_(std::move(status)) {}
 
 uint32_t NaxelPrefixXformSm::xformWidth() const {
-  return hwCapability()->prefixXformWidth(config_->key());
+  return hwCapability()->prefixXformWidth(status_->key());
 }
 
 std::string NaxelPrefixXformSm::traceStr() const {
-  return "PrefixXformSm(" + Mox::stringValue(config_->key().af()) +
-         (config_->key().src() ? ", src" : ", dst") + ")::";
+  return "PrefixXformSm(" + Mox::stringValue(status_->key().af()) +
+         (status_->key().src() ? ", src" : ", dst") + ")::";
 }
+
+std::string NaxelPrefixXformSm::subject() const { return fieldName(status_->key()); }
 
 Mox::Ptr<Routing::TrieGen> NaxelPrefixXformSm::trieIs(Mox::Name const& name,
                                                       Lumox::AddressFamily af) {
@@ -44,7 +47,7 @@ void NaxelPrefixXformSm::doBuildWorkingSet() {
 void NaxelPrefixXformSm::doBuildSetGroup() {
   traceStep(8, "doBuildSetGroup");
   auto const root = Mox::valueFromText<Lumox::IpGenPrefix>(
-      config_->key().af() == Lumox::ipv4() ? "0.0.0.0/0" : "0::0/0");
+      status_->key().af() == Lumox::ipv4() ? "0.0.0.0/0" : "0::0/0");
   doInitSetGroup();
   doBuildTrie();
   auto const dump = [&](char const* title) {
@@ -76,11 +79,7 @@ NaxelPrefixXformSm::GroupMap NaxelPrefixXformSm::groupsOf(Naming naming) {
   return map;
 }
 
-void NaxelPrefixXformSm::doInitSetGroup() {
-  traceStep(8, "doInitSetGroup");
-  interner_ = KeyGroupInterner();
-  Naming members;
-  Naming exceptions;
+void NaxelPrefixXformSm::nameAll(Naming& members, Naming& exceptions) const {
   size_t all = 0;
   for (auto const& [key, set] : prefixAggregatorInfo().prefixSetColl()) all += set->prefix().size();
   members.reserve(all);
@@ -88,7 +87,15 @@ void NaxelPrefixXformSm::doInitSetGroup() {
     for (auto const& p : set->prefix()) members.emplace_back(p, key);
     for (auto const& e : set->exceptPrefix()) exceptions.emplace_back(e, key);
   }
-  interner_.reserve(all);
+}
+
+void NaxelPrefixXformSm::doInitSetGroup() {
+  traceStep(8, "doInitSetGroup");
+  interner_ = KeyGroupInterner();
+  Naming members;
+  Naming exceptions;
+  nameAll(members, exceptions);
+  interner_.reserve(members.size());
   prefixToGenSetGrp_ = groupsOf(std::move(members));
   prefixToExceptGrp_ = groupsOf(std::move(exceptions));
 
@@ -100,10 +107,62 @@ void NaxelPrefixXformSm::doInitSetGroup() {
   prefixToGenSetGrp_.adopt(std::move(nodes));
 }
 
+size_t NaxelPrefixXformSm::doCountGroups() {
+  prefixToGenSetGrp_ = prefixToExceptGrp_ = {};
+  trieDel();
+  Naming members;
+  Naming exceptions;
+  nameAll(members, exceptions);
+  // A node's group are the sets that it or an ancestor names and that neither excepts: numbers along
+  // the path, and a hash that follows them.
+  struct Event {
+    Lumox::IpGenPrefix prefix;
+    uint32_t set;
+    bool excepts;
+  };
+  KeyPlaces const places(workingSet()->keyGroup().items());
+  std::vector<Event> events;
+  events.reserve(members.size() + exceptions.size());
+  for (auto const& [prefix, key] : members) events.push_back({prefix, places.at(key), false});
+  for (auto const& [prefix, key] : exceptions) events.push_back({prefix, places.at(key), true});
+  std::sort(events.begin(), events.end(),
+            [](Event const& a, Event const& b) { return a.prefix < b.prefix; });
+  struct OnPath {
+    uint32_t naming = 0;
+    uint32_t excepting = 0;
+    bool inGroup() const { return naming > 0 && excepting == 0; }
+  };
+  std::vector<OnPath> onPath(workingSet()->keyGroups());
+  Mox::KeyedSetHash group;
+  auto const step = [&](Event const& e, uint32_t by) {
+    OnPath& set = onPath[e.set];
+    bool const before = set.inGroup();
+    (e.excepts ? set.excepting : set.naming) += by;
+    if (set.inGroup() && !before) group.add(e.set);
+    if (!set.inGroup() && before) group.remove(e.set);
+  };
+  PieceCounter pieces;
+  std::vector<size_t> path;  // where the events of the ancestors begin
+  auto const leave = [&] {
+    for (size_t i = path.back();
+         i < events.size() && events[i].prefix == events[path.back()].prefix; ++i)
+      step(events[i], ~uint32_t{0});
+    path.pop_back();
+  };
+  for (size_t from = 0, to = 0; from < events.size(); from = to) {
+    Lumox::IpGenPrefix const& prefix = events[from].prefix;
+    while (!path.empty() && !events[path.back()].prefix.contains(prefix)) leave();
+    for (; to < events.size() && events[to].prefix == prefix; ++to) step(events[to], 1);
+    path.push_back(from);
+    pieces.add(group);
+  }
+  return pieces.distinct();
+}
+
 void NaxelPrefixXformSm::doBuildTrie() {
   traceStep(8, "doBuildTrie");
   trieDel();
-  trieIs("NaxelPrefixXformTrie", config_->key().af());
+  trieIs("NaxelPrefixXformTrie", status_->key().af());
   trie_->reserve(prefixToGenSetGrp_.size());
   for (auto const& [prefix, group] : prefixToGenSetGrp_) {
     traceStep(9, "doBuildTrie") << " prefix " << prefix;
@@ -121,10 +180,8 @@ void NaxelPrefixXformSm::doClearOutput() {
   status_->prefixToLabelMapIs({});
 }
 
-uint64_t PrefixGroupStep::hash64() const {
-  auto const word = [](GenSetKeyGroup const* g) { return reinterpret_cast<uintptr_t>(g); };
-  return Mox::hashCombine(Mox::hashCombine(word(parent), word(own)),
-                          Mox::hashCombine(word(exceptHere), word(exceptAbove)));
+void PrefixGroupStep::placeWords(Mox::KeyedHash& h) const noexcept {
+  for (GenSetKeyGroup const* g : {parent, own, exceptHere, exceptAbove}) Mox::placeWords(h, g);
 }
 
 int UpdatePrefixSetListCallback::handlePrefix(Lumox::IpGenPrefix const& prefix) {

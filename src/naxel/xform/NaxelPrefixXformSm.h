@@ -34,9 +34,11 @@ class NAXEL_EXPORT NaxelPrefixXformSm : public XformSmBase {
                      Mox::Ptr<PrefixXformStatus> status,
                      Mox::Ptr<ChipHwCapability const> hwCapability);
 
-  PrefixXformConfig const& prefixXformConfig() const { return *config_; }
+  PrefixXformConfig const& prefixXformConfig() const { return configAs<PrefixXformConfig>(); }
   PrefixXformStatus& prefixXformStatus() const { return *status_; }
-  PrefixAggregatorInfo const& prefixAggregatorInfo() const { return *config_->aggregatorInfo(); }
+  PrefixAggregatorInfo const& prefixAggregatorInfo() const {
+    return *prefixXformConfig().aggregatorInfo();
+  }
 
   /// The trie of the last run; null before it.
   Mox::Ptr<Routing::TrieGen> const& trie() const { return trie_; }
@@ -56,9 +58,11 @@ class NAXEL_EXPORT NaxelPrefixXformSm : public XformSmBase {
 
   void doBuildWorkingSet() override;
   void doBuildSetGroup() override;
+  size_t doCountGroups() override;
   void doAllocLabels() override;
   uint32_t xformWidth() const override;
   std::string traceStr() const override;
+  std::string subject() const override;
 
   /// Seeds the groups with direct membership.
   void doInitSetGroup();
@@ -72,9 +76,9 @@ class NAXEL_EXPORT NaxelPrefixXformSm : public XformSmBase {
 
   /// Prefixes named with the sets that name them, in natural order, as seeds or as exceptions.
   using Naming = std::vector<std::pair<Lumox::IpGenPrefix, GenSetKey>>;
+  void nameAll(Naming& members, Naming& exceptions) const;
   GroupMap groupsOf(Naming naming);
 
-  Mox::Ptr<PrefixXformConfig> config_;
   Mox::Ptr<PrefixXformStatus> status_;
   Mox::Ptr<Routing::TrieGen> trie_;
   GroupMap prefixToGenSetGrp_;
@@ -93,7 +97,7 @@ struct PrefixGroupStep {
   GenSetKeyGroup const* exceptHere = nullptr;
   GenSetKeyGroup const* exceptAbove = nullptr;
   bool operator==(PrefixGroupStep const&) const = default;
-  uint64_t hash64() const;
+  void placeWords(Mox::KeyedHash& h) const noexcept;
 };
 struct PrefixGroupOutcome {
   Mox::Ptr<GenSetKeyGroup> group;

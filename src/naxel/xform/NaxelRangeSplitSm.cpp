@@ -1,7 +1,9 @@
 #include "naxel/xform/NaxelRangeSplitSm.h"
 
 #include "mox/Assert.h"
+#include "naxel/genset/FieldNames.h"
 #include "naxel/types/NaxelTrace.h"
+#include "naxel/xform/PieceCounter.h"
 
 #include <algorithm>
 
@@ -32,7 +34,7 @@ class ActiveSets {
 
  private:
   std::vector<GenSetKey> keys_;
-  KeySetHash hash_;
+  Mox::KeyedSetHash hash_;
 };
 
 }  // namespace
@@ -51,21 +53,22 @@ std::vector<RangeSetElem> mergeOverlapping(Mox::FlatSet<RangeSetElem> const& ran
 RangeSplitSm::RangeSplitSm(Obel::ChipId chipId, Mox::Ptr<RangeSplitConfig> config,
                            Mox::Ptr<RangeSplitStatus> status,
                            Mox::Ptr<ChipHwCapability const> hwCapability)
-    : XformSmBase(chipId, config, status, std::move(hwCapability)),
-      config_(std::move(config)),
+    : XformSmBase(chipId, std::move(config), status, std::move(hwCapability)),
       status_(std::move(status)) {}
 
 uint32_t RangeSplitSm::xformWidth() const {
-  return hwCapability()->rangeXformWidth(config_->key());
+  return hwCapability()->rangeXformWidth(status_->key());
 }
 
 std::string RangeSplitSm::traceStr() const {
-  return "RangeSplitSm(" + Mox::stringValue(config_->key()) + ")::";
+  return "RangeSplitSm(" + Mox::stringValue(status_->key()) + ")::";
 }
+
+std::string RangeSplitSm::subject() const { return fieldName(status_->key()); }
 
 void RangeSplitSm::doBuildWorkingSet() {
   traceStep(8, "doBuildWorkingSet");
-  workingSetIsKeysOf(config_->aggregatorInfo()->rangeSetColl());
+  workingSetIsKeysOf(rangeSplitConfig().aggregatorInfo()->rangeSetColl());
 }
 
 void RangeSplitSm::doCreateRangePoints() {
@@ -75,7 +78,7 @@ void RangeSplitSm::doCreateRangePoints() {
     GenSetKey key;
   };
   std::vector<Boundary> boundaries;
-  for (auto const& [key, set] : config_->aggregatorInfo()->rangeSetColl())
+  for (auto const& [key, set] : rangeSplitConfig().aggregatorInfo()->rangeSetColl())
     for (RangeSetElem const& r : mergeOverlapping(set->range())) {
       boundaries.push_back({uint32_t{r.first()} << 1, key});
       boundaries.push_back({uint32_t{r.last()} << 1 | 1, key});
@@ -130,6 +133,30 @@ void RangeSplitSm::doBuildSetGroup() {
     if (interner.size() > groupLimit()) return overflowIs(true);
   }
   MOX_ASSERT_TEXT(currentGenSetKeyGrp.keyGroups() == 0, "currentGenSetKeyGrp->keyGroups() == 0");
+}
+
+size_t RangeSplitSm::doCountGroups() {
+  rangeElemToGenSetGrp_ = {};
+  PieceCounter pieces;
+  Mox::KeyedSetHash group;
+  size_t active = 0;
+  uint32_t openStart = 0;
+  for (RangePointInfo const& p : rangePointInfo_) {
+    uint32_t const point = p.point();
+    if (!p.start().empty()) {
+      if (active > 0 && point > openStart) pieces.add(group);
+      openStart = point;
+      for (GenSetKey key : p.start()) group.add(key);
+      active += p.start().size();
+    }
+    if (!p.end().empty()) {
+      if (active > 0 && point >= openStart) pieces.add(group);
+      openStart = point + 1;
+      for (GenSetKey key : p.end()) group.remove(key);
+      active -= p.end().size();
+    }
+  }
+  return pieces.distinct();
 }
 
 void RangeSplitSm::doAllocLabels() {

@@ -52,7 +52,7 @@ class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
   RangeSplitSm(Obel::ChipId chipId, Mox::Ptr<RangeSplitConfig> config,
                Mox::Ptr<RangeSplitStatus> status, Mox::Ptr<ChipHwCapability const> hwCapability);
 
-  RangeSplitConfig const& rangeSplitConfig() const { return *config_; }
+  RangeSplitConfig const& rangeSplitConfig() const { return configAs<RangeSplitConfig>(); }
   RangeSplitStatus& rangeSplitStatus() const { return *status_; }
 
   /// The boundary points of the last run, ascending.
@@ -70,16 +70,17 @@ class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
 
   void doBuildWorkingSet() override;
   void doBuildSetGroup() override;
+  size_t doCountGroups() override;
   void doAllocLabels() override;
   uint32_t xformWidth() const override;
   std::string traceStr() const override;
+  std::string subject() const override;
   void doCreateRangePoints();
 
  protected:
   void doClearOutput() override;
 
  private:
-  Mox::Ptr<RangeSplitConfig> config_;
   Mox::Ptr<RangeSplitStatus> status_;
   std::vector<RangePointInfo> rangePointInfo_;
   std::vector<GenSetKey> pointKeys_;  // what they refer to

@@ -3,6 +3,7 @@
 /// The configurations and statuses of the transform stages and of the combo label resolver: what
 /// the stages that cut overlapping sets into disjoint pieces read and publish.
 
+#include "mox/Stamp.h"
 #include "naxel/control/StageTypes.h"
 #include "naxel/encoder/LabelTypes.h"
 #include "naxel/genset/NaxelAggregatorTypes.h"
@@ -24,10 +25,10 @@ class NAXEL_EXPORT XformStatus : public StageStatus {
   /// Publishes a newly built map in place of the present one.
   void plainLabelListMapIs(Mox::Ptr<PlainLabelListMap> v) {
     plainLabelListMap_ = std::move(v);
-    ++revision_;
+    published();
   }
-  /// Rises with every map that is published.
-  uint64_t revision() const { return revision_; }
+  /// Drawn anew with everything that is published: equal stamps are the same output.
+  Mox::Stamp stamp() const { return stamp_; }
 
   /// True while the published output is not that of a run that ended in success: it may have more
   /// pieces than the width allows. Later stages refuse it, also when the transform reports that an
@@ -44,9 +45,12 @@ class NAXEL_EXPORT XformStatus : public StageStatus {
            status() == StageStatusType::finishedSkipped;
   }
 
+ protected:
+  void published() { stamp_ = Mox::newStamp(); }
+
  private:
   Mox::Ptr<PlainLabelListMap> plainLabelListMap_;
-  uint64_t revision_ = 0;
+  Mox::Stamp stamp_ = Mox::newStamp();
   bool outputUnusable_ = false;
   std::string unusableReason_;
 };
@@ -78,7 +82,11 @@ class NAXEL_EXPORT PrefixXformStatus : public XformStatus {
   PrefixXformKey const& key() const { return key_; }
   /// For every prefix of the trie the label of the addresses under it that no longer prefix takes.
   LabelMap const& prefixToLabelMap() const { return prefixToLabelMap_; }
-  void prefixToLabelMapIs(LabelMap v) { prefixToLabelMap_ = std::move(v); }
+  void prefixToLabelMapIs(LabelMap v) {
+    if (v.empty() && prefixToLabelMap_.empty()) return;
+    prefixToLabelMap_ = std::move(v);
+    published();
+  }
 
  private:
   PrefixXformKey key_;
@@ -110,7 +118,11 @@ class NAXEL_EXPORT RangeSplitStatus : public XformStatus {
   RangeSetType key() const { return key_; }
   /// Each elementary range with the label of the sets that contain it.
   LabelMap const& rangeToPlainLabelMap() const { return rangeToPlainLabelMap_; }
-  void rangeToPlainLabelMapIs(LabelMap v) { rangeToPlainLabelMap_ = std::move(v); }
+  void rangeToPlainLabelMapIs(LabelMap v) {
+    if (v.empty() && rangeToPlainLabelMap_.empty()) return;
+    rangeToPlainLabelMap_ = std::move(v);
+    published();
+  }
 
  private:
   RangeSetType key_;
@@ -133,7 +145,9 @@ class NAXEL_EXPORT ComboLabelInfo : public Mox::Entity {
     return Mox::lookup(comboLabelSetColl_, key);
   }
   Mox::Ptr<ComboLabelSet> comboLabelSetCollIs(GenSetKey key, ComboLabelSetType type);
+  bool comboLabelSetCollHas(GenSetKey key) const { return comboLabelSetColl_.contains(key); }
   void comboLabelSetCollDel(GenSetKey key) { comboLabelSetColl_.erase(key); }
+  void comboLabelSetCollDelAll() { comboLabelSetColl_.clear(); }
 
   Mox::HashMap<GenSetKeyPair, GenSetKey> const& srcDstToComboMap() const {
     return srcDstToComboMap_;
@@ -142,21 +156,27 @@ class NAXEL_EXPORT ComboLabelInfo : public Mox::Entity {
   GenSetKey srcDstToComboMap(GenSetKeyPair const& pair) const;
   void srcDstToComboMapIs(GenSetKeyPair const& pair, GenSetKey key) {
     srcDstToComboMap_.set(pair, key);
-    ++revision_;
+    stamp_.renew();
+  }
+  void srcDstToComboMapDel(GenSetKeyPair const& pair) {
+    if (srcDstToComboMap_.erase(pair)) stamp_.renew();
   }
   void srcDstToComboMapDelAll() {
     if (srcDstToComboMap_.empty()) return;
     srcDstToComboMap_.clear();
-    ++revision_;
+    stamp_.renew();
   }
-  /// Rises with every change of which set serves which pair.
-  uint64_t revision() const { return revision_; }
+  bool srcDstToComboMapHas(GenSetKeyPair const& pair) const {
+    return srcDstToComboMap_.contains(pair);
+  }
+  /// Stamp of which set serves which pair.
+  Mox::Stamp stamp() const { return stamp_.get(); }
 
  private:
   ComboLabelSetType type_;
   Mox::HashMap<GenSetKey, Mox::Ptr<ComboLabelSet>> comboLabelSetColl_;
   Mox::HashMap<GenSetKeyPair, GenSetKey> srcDstToComboMap_;
-  uint64_t revision_ = 0;
+  Mox::ContentStamp stamp_;
 };
 
 class NAXEL_EXPORT ComboLabelResolverConfig : public StageConfig {
@@ -230,7 +250,11 @@ class NAXEL_EXPORT ComboLabelSplitStatus : public XformStatus {
   ComboLabelSetType key() const { return key_; }
   /// Each combination that occurs with the label of the sets that hold it.
   LabelMap const& comboToPlainLabelMap() const { return comboToPlainLabelMap_; }
-  void comboToPlainLabelMapIs(LabelMap v) { comboToPlainLabelMap_ = std::move(v); }
+  void comboToPlainLabelMapIs(LabelMap v) {
+    if (v.empty() && comboToPlainLabelMap_.empty()) return;
+    comboToPlainLabelMap_ = std::move(v);
+    published();
+  }
 
  private:
   ComboLabelSetType key_;

@@ -16,7 +16,12 @@ XformSmBase::XformSmBase(Obel::ChipId chipId, Mox::Ptr<StageConfig> config,
 
 void XformSmBase::handleInitialized() {
   if (auto line = trace(8)) line << "handleInitialized";
-  xformSetGroupDeduper_ = Mox::makePtr<GenSetKeyGroupDeduper>();
+  xformSetGroupDeduperIs();
+}
+
+Mox::Ptr<GenSetKeyGroupDeduper> const& XformSmBase::xformSetGroupDeduperIs() {
+  if (!xformSetGroupDeduper_) xformSetGroupDeduper_ = Mox::makePtr<GenSetKeyGroupDeduper>();
+  return xformSetGroupDeduper_;
 }
 
 Mox::TraceLine XformSmBase::traceStep(int level, char const* step) const {
@@ -30,10 +35,12 @@ void XformSmBase::doStartKick() {
   if (xformWidth() == 0) {
     traceStep(2, "doStartKick") << ": Xform not enabled";
     // What an earlier width made must not be taken for an answer.
-    doClearOutput();
-    if (!xformStatus_->plainLabelListMap()->plainLabelList().empty())
-      xformStatus_->plainLabelListMapIs(Mox::makePtr<PlainLabelListMap>());
-    xformStatus_->outputUnusableIs(false);
+    if (xformStatus_) {
+      doClearOutput();
+      if (!xformStatus_->plainLabelListMap()->plainLabelList().empty())
+        xformStatus_->plainLabelListMapIs(Mox::makePtr<PlainLabelListMap>());
+      xformStatus_->outputUnusableIs(false);
+    }
     previousWorkingSet_ = nullptr;
     return doSetStatus(StageStatusType::finishedNotEnabled);
   }
@@ -42,14 +49,16 @@ void XformSmBase::doStartKick() {
     return doSetStatus(StageStatusType::finishedSkipped);
   }
   MOX_ASSERT(xformWidth() <= 16);
+  MOX_ASSERT(xformStatus_);
   xformStatus_->outputUnusableIs(true);
-  xformStatus_->unusableReasonIs(traceStr() + " the last run did not finish");
+  xformStatus_->unusableReasonIs(subject() + ": the last run did not finish");
+  groupLimit_ = (size_t{1} << xformWidth()) - 1;
   overflow_ = false;
   doBuildSetGroup();
-  if (overflow_) return doRefuse(groupLimit() + 1);
+  if (overflow_) return doRefuse(doCountGroups());
   doAllocLabels();
   doUpdatePlainLabelMap();
-  xformSetGroupDeduper_->settle();
+  xformSetGroupDeduperIs()->settle();
   size_t const groups = xformSetGroupDeduper_->dedupedGenSetKeyGroup().size();
   if (groups > groupLimit()) return doRefuse(groups);
   xformStatus_->outputUnusableIs(false);
@@ -58,11 +67,10 @@ void XformSmBase::doStartKick() {
 }
 
 void XformSmBase::doRefuse(size_t needed) {
-  std::string const limit = std::to_string(groupLimit());
-  traceStep(0, "doStartKick") << ": Generated too many disjoint sets : " << limit;
-  std::string reason = traceStr() + " " + (overflow_ ? "at least " : "") + std::to_string(needed) +
-                       " disjoint sets needed, label width " + std::to_string(xformWidth()) +
-                       " allows " + limit;
+  traceStep(0, "doStartKick") << ": Generated too many disjoint sets : " << groupLimit();
+  std::string reason = subject() + ": " + Mox::withCommas(needed) +
+                       " disjoint pieces needed, label width " + std::to_string(xformWidth()) +
+                       " has labels for " + Mox::withCommas(groupLimit());
   xformStatus_->unusableReasonIs(reason);
   doFail(std::move(reason));
 }

@@ -10,7 +10,8 @@
 ///          remembered before the work, so that a run that failed for too many pieces is followed,
 ///          on an unchanged input, by a skip; the output stays marked as unusable, and every later
 ///          stage refuses it.
-/// Fails    when there are more than 2^width - 1 distinct groups.
+/// Fails    when there are more than 2^width - 1 distinct groups. Beyond that number they are only
+///          counted, so that the reason can say how many labels it would take.
 /// Off      where the chip gives the transform no width; then nothing is published.
 /// Order    groups are numbered in the natural order of the items: plain labels depend on the
 ///          content of the sets alone, not on earlier kicks.
@@ -33,10 +34,12 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
               Mox::Ptr<ChipHwCapability const> hwCapability);
 
   Mox::Ptr<ChipHwCapability const> const& hwCapability() const { return hwCapability_; }
-  /// Numbers the groups of the present run.
+  /// Numbers the groups of the present run; null after xformSetGroupDeduperDel().
   Mox::Ptr<GenSetKeyGroupDeduper> const& xformSetGroupDeduper() const {
     return xformSetGroupDeduper_;
   }
+  /// Makes it, or returns the one there is.
+  Mox::Ptr<GenSetKeyGroupDeduper> const& xformSetGroupDeduperIs();
   void xformSetGroupDeduperDel() { xformSetGroupDeduper_ = nullptr; }
   /// The set keys of this run's input.
   Mox::Ptr<GenSetKeyGroup> const& workingSet() const { return workingSet_; }
@@ -50,14 +53,19 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
 
   void doStartKick() final;
   virtual void doBuildWorkingSet() {}
-  /// Computes the group of every elementary item.
+  /// Computes the group of every elementary item, or sets overflow() once there are too many.
   virtual void doBuildSetGroup() {}
+  /// Number of distinct groups, found without keeping them. Called after an overflow, whose groups are
+  /// of no use any more.
+  virtual size_t doCountGroups() { return 0; }
   /// Gives the groups their labels and publishes the map from item to label.
   virtual void doAllocLabels() {}
   /// Bits of a label; 0 when the transform is not enabled on this chip.
   virtual uint32_t xformWidth() const { return 0; }
   /// Beginning of every trace line.
   virtual std::string traceStr() const { return std::string(); }
+  /// The field in words, for the reason of a failure.
+  virtual std::string subject() const { return "transform"; }
 
   /// The status, or null if it is of another type.
   XformStatus* xformStatus() const { return xformStatus_; }
@@ -80,21 +88,22 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
   template <class Item>
   Mox::FlatMap<Item, PlainLabel> labelsOf(
       Mox::FlatMap<Item, Mox::Ptr<GenSetKeyGroup>> const& groups) {
-    xformSetGroupDeduper_->clear();
+    GenSetKeyGroupDeduper& deduper = *xformSetGroupDeduperIs();
+    deduper.clear();
     Mox::FlatMap<Item, PlainLabel> labels;
     labels.reserve(groups.size());
     GenSetKeyGroup const* last = nullptr;
     PlainLabel label;
     for (auto const& [item, group] : groups) {
-      if (group.get() != last) label = xformSetGroupDeduper_->addGroup(group);
+      if (group.get() != last) label = deduper.addGroup(group);
       last = group.get();
       labels.set(item, label);
     }
     return labels;
   }
 
-  /// Most distinct groups that the width allows.
-  size_t groupLimit() const { return (size_t{1} << xformWidth()) - 1; }
+  /// Most distinct groups that the width of this run allows.
+  size_t groupLimit() const { return groupLimit_; }
   /// Set by doBuildSetGroup() where it stopped early because the limit is exceeded.
   void overflowIs(bool v) { overflow_ = v; }
   bool overflow() const { return overflow_; }
@@ -112,6 +121,7 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
   Mox::Seconds lastComputedKickTime_ = 0;
   XformStatus* xformStatus_;
   uint32_t previousWidth_ = 0;
+  size_t groupLimit_ = 0;
   bool overflow_ = false;
 };
 NAXEL_EXPORT Mox::Ptr<XformSmBase> xformSmBaseFactory(

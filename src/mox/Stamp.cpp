@@ -1,0 +1,12 @@
+#include "mox/Stamp.h"
+
+#include <atomic>
+
+namespace Mox {
+
+Stamp newStamp() noexcept {
+  static std::atomic<Stamp> last{0};  // pipelines of several threads share the numbering
+  return last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
+
+}  // namespace Mox

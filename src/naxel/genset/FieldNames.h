@@ -1,0 +1,18 @@
+#pragma once
+
+/// The match fields in words, as messages to operators name them.
+
+#include "naxel/genset/GenSetTypes.h"
+
+#include <string>
+
+namespace Naxel {
+
+/// "IPv4 source address".
+std::string fieldName(PrefixXformKey const& key);
+/// "destination port".
+std::string fieldName(RangeSetType type);
+/// "IPv4 source and destination address".
+std::string fieldName(ComboLabelSetType type);
+
+}  // namespace Naxel
