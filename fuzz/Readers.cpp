@@ -145,7 +145,7 @@ std::string jsonOf(ChipSetup const& chip) {
 
   SoftChip::Options const& o = chip.softChip;
   Json& soft = out["softChip"];
-  for (size_t t = 0; t < SoftChip::tableCount; ++t) {
+  for (size_t t = 0; t < Naxel::pdTableCount; ++t) {
     auto const table = static_cast<SoftChip::Table>(t);
     soft["capacity"][Mox::stringValue(table)] = o.capacity[table];
   }
@@ -187,7 +187,7 @@ bool compiles(ChipSetup const& chip, RuleSet const& rules) {
   expect(verify(session, 40, rulesIn(*rules.acls()), out), out.str());
   printSummary(out, session);
   std::ostringstream tables;
-  writeTables(tables, session.rootStatus(), session.capability(), session.data(), *rules.acls());
+  writeTables(tables, session.rootStatus(), session.data(), *rules.acls());
   parseJson("tables", tables.str());
   return true;
 }

@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   }
   Fuzz::expect(progress == NaxelProgress::naxelFinishedSuccess, "the kick did not end");
   for (auto miss : {SoftChip::MissYields::nothing, SoftChip::MissYields::highest}) {
-    auto const layout = SoftChip::KeyLayout::of(*world.capability, miss);
+    auto const layout = SoftChip::KeyLayout::of(world.tables(), miss);
     for (std::string const& breach : SoftChip::outputBreaches(world.tables(), layout))
       Fuzz::fail(breach);
     for (std::string const& difference :

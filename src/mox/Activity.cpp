@@ -32,6 +32,20 @@ bool Activity::runPass() {
   return worked;
 }
 
+namespace {
+
+/// The earlier of two waiting times, of which a negative one is none.
+Seconds earlier(Seconds a, Seconds b) { return b >= 0 && (a < 0 || b < a) ? b : a; }
+
+}  // namespace
+
+Seconds Activity::untilTimer() const {
+  Seconds wait = -1;
+  for (ActivitySource const* source : sources_)
+    if (source) wait = earlier(wait, source->untilTimer());
+  return wait;
+}
+
 bool Activity::runUntilIdle(size_t maxPasses) {
   for (size_t i = 0; i < maxPasses; ++i)
     if (!runPass()) return true;
@@ -44,14 +58,13 @@ bool Activity::runUntil(std::function<bool()> const& done, Seconds timeout) {
   while (!done()) {
     if (runPass()) continue;
     Seconds wait = -1;
-    for (ActivitySource const* source : sources_) {
-      Seconds const due = source->untilDue();
-      if (due >= 0 && (wait < 0 || due < wait)) wait = due;
-    }
+    for (ActivitySource const* source : sources_)
+      if (source) wait = earlier(wait, source->untilDue());
     Seconds const elapsed = std::chrono::duration<double>(SteadyClock::now() - begin).count();
     bool const canWait = dynamic_cast<ManualClock const*>(&clock_) == nullptr;
     if (wait < 0 || elapsed >= timeout || (wait > 0 && !canWait)) return false;
-    std::this_thread::sleep_for(std::chrono::duration<double>(std::min(wait, timeout - elapsed)));
+    wait = std::min(earlier(wait, untilTimer()), timeout - elapsed);
+    std::this_thread::sleep_for(std::chrono::duration<double>(wait));
   }
   return true;
 }

@@ -51,8 +51,10 @@ class NAXEL_EXPORT ActivitySource {
 
   /// Does what is due. Returns true if there was anything.
   virtual bool runPass() = 0;
-  /// Seconds until there is something due, 0 if there is already, negative for never.
+  /// Seconds until there is something due that brings work on, 0 if there is already, negative for never.
   virtual Seconds untilDue() const = 0;
+  /// The same with what only watches over the work, such as a timer that tells of silence.
+  virtual Seconds untilTimer() const { return untilDue(); }
 
  private:
   Activity& activity_;
@@ -71,11 +73,14 @@ class NAXEL_EXPORT Activity {
 
   /// One pass over all sources. Returns true if any of them had work.
   bool runPass();
+  /// Seconds until the next pass is wanted if nothing happens before, negative for never: how long a
+  /// thread with a loop of its own may sleep.
+  Seconds untilTimer() const;
   /// Passes until none has work that is due now; at most `maxPasses`. For the hand-set clock.
   /// Returns true if it came to rest.
   bool runUntilIdle(size_t maxPasses = 1000000);
-  /// Passes until `done()`; sleeps while nothing is due. Returns false when nothing is left that
-  /// could ever become due, or after `timeout` seconds of the machine's steady clock. With a
+  /// Passes until `done()`; sleeps while nothing is due. Returns false when nothing is left that could
+  /// ever become due and bring work on, or after `timeout` seconds of the machine's steady clock. With a
   /// hand-set clock, waiting for a later time returns false at once.
   bool runUntil(std::function<bool()> const& done, Seconds timeout = 1e9);
 

@@ -1,7 +1,9 @@
 #include "mox/Assert.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #ifdef NAXEL_COVERAGE
 extern "C" void __gcov_dump();  // NOLINT(bugprone-reserved-identifier): its name in the compiler
@@ -9,9 +11,35 @@ extern "C" void __gcov_dump();  // NOLINT(bugprone-reserved-identifier): its nam
 
 namespace Mox {
 
-void assertionFailed(char const* text, char const* file, int line, char const* function) noexcept {
-  std::fprintf(stderr, "assertion failed: %s at %s:%d in %s\n", text, file, line, function);
+namespace {
+
+AssertionHandler& theHandler() {
+  static AssertionHandler handler;
+  return handler;
+}
+
+}  // namespace
+
+AssertionHandler assertionHandlerIs(AssertionHandler handler) {
+  return std::exchange(theHandler(), std::move(handler));
+}
+
+void assertionFailed(char const* text, char const* file, int line, char const* function,
+                     std::string const& detail) noexcept {
+  char const* const separator = detail.empty() ? "" : ": ";
+  std::fprintf(stderr, "assertion failed: %s at %s:%d in %s%s%s\n", text, file, line, function,
+               separator, detail.c_str());
   std::fflush(stderr);
+  static std::atomic<bool> handling{false};
+  if (!handling.exchange(true)) {
+    try {
+      if (theHandler())
+        theHandler()("assertion failed: " + std::string(text) + " at " + file + ":" +
+                     std::to_string(line) + " in " + function + separator + detail);
+    } catch (...) {
+      // The process ends in any case.
+    }
+  }
 #ifdef NAXEL_COVERAGE
   __gcov_dump();  // what has been counted would be lost
 #endif

@@ -81,6 +81,12 @@ void Entity::notifyAll(std::function<void(Notifiee&)> const& call) {
   }
 }
 
+void Entity::notifyDeleted() const {
+  if (notifiees_)
+    const_cast<Entity*>(this)->notifyAll(
+        [](Notifiee& n) { n.onDeleted(); });  // no attribute changes
+}
+
 AttributeTable const& Entity::attributeTable() const {
   static AttributeTable const none;
   return none;

@@ -27,6 +27,9 @@
 /// traced at level 0 and the round goes on. Since a setter returns only after every handler has
 /// run, write your own state first and the attribute that wakes others last.
 ///
+/// An entity that is deleted from the collection that owns it tells its own notifiees, through
+/// onDeleted(): whoever still holds a Ptr to it holds something that nobody else looks at any more.
+///
 /// All of this belongs to one activity thread.
 
 #include "mox/Export.h"
@@ -57,6 +60,9 @@ class NAXEL_EXPORT Notifiee {
   Entity* notifier() const { return notifier_; }
   /// Watches `entity` instead of the present one, behind all its other notifiees; null detaches.
   void notifierIs(Entity* entity);
+
+  /// The watched entity has been deleted from its collection. It lives on while it is held.
+  virtual void onDeleted() {}
 
  private:
   friend class Entity;
@@ -111,7 +117,10 @@ class NAXEL_EXPORT Entity : public RefCounted {
   void itemDel(Coll& coll, K const& key, void (N::*on)(K const&)) {
     // The caller's key may live in what is deleted.
     K const copy = key;  // NOLINT(performance-unnecessary-copy-initialization): see above
-    if (coll.erase(copy)) notify(on, copy);
+    auto const deleted = memberOf(coll, copy);
+    if (!coll.erase(copy)) return;
+    notify(on, copy);
+    tellDeleted(deleted);
   }
   /// Sets the value under a key and tells if it was absent or differed.
   template <class N, class Map, class K, class V>
@@ -130,11 +139,15 @@ class NAXEL_EXPORT Entity : public RefCounted {
   /// Empties a collection and tells every key that was there.
   template <class N, class Coll, class K>
   void collDelAll(Coll& coll, void (N::*on)(K const&)) {
-    if (!notifiees_) return coll.clear();
     std::vector<K> keys;
-    for (auto const& item : coll) keys.push_back(keyOf<K>(item));
+    std::vector<decltype(memberOf(coll, std::declval<K const&>()))> deleted;
+    for (auto const& item : coll) {
+      if (notifiees_) keys.push_back(keyOf<K>(item));
+      if constexpr (ownsEntities<Coll>) deleted.push_back(memberOf(coll, keyOf<K>(item)));
+    }
     coll.clear();
     for (K const& key : keys) notify(on, key);
+    for (auto const& member : deleted) tellDeleted(member);
   }
 
   /// Runs one round of notification.
@@ -157,6 +170,28 @@ class NAXEL_EXPORT Entity : public RefCounted {
     NotifieeRound* innermost = nullptr;
     uint64_t attachments = 0;
   };
+
+  /// Whether the members of a collection are Ptrs to entities.
+  template <class Coll>
+  static constexpr bool ownsEntities = requires(Coll& c, typename Coll::Key const& k) {
+    (*c.get(k))->attributeTable();
+  };
+  /// The member of that key where it is an entity; nothing else has to be kept.
+  template <class Coll, class K>
+  static auto memberOf(Coll& coll, K const& key) {
+    if constexpr (ownsEntities<Coll>) {
+      auto const* const member = coll.get(key);
+      return member ? *member : nullptr;
+    } else {
+      return nullptr;
+    }
+  }
+  static void tellDeleted(std::nullptr_t) {}
+  template <class P>
+  static void tellDeleted(P const& member) {
+    if (member) member->notifyDeleted();
+  }
+  void notifyDeleted() const;
 
   template <class K, class Item>
   static K const& keyOf(Item const& item) {

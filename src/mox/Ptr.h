@@ -52,7 +52,8 @@ class Ptr {
  public:
   constexpr Ptr() noexcept = default;
   constexpr Ptr(std::nullptr_t) noexcept {}
-  Ptr(T* p) noexcept : p_(p) { inc(); }
+  /// Shares an object that may have other owners.
+  explicit Ptr(T* p) noexcept : p_(p) { inc(); }
   Ptr(Ptr const& o) noexcept : p_(o.p_) { inc(); }
   Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
   template <class U>

@@ -8,7 +8,8 @@
 
 namespace Obel {
 
-TimerNotifiee::TimerNotifiee(Mox::Ptr<TimerWheel> wheel) : wheel_(std::move(wheel)) {
+TimerNotifiee::TimerNotifiee(Mox::Ptr<TimerWheel> wheel, Purpose purpose)
+    : wheel_(std::move(wheel)), purpose_(purpose) {
   if (wheel_) wheel_->join();
 }
 
@@ -49,42 +50,44 @@ bool TimerWheel::earlier(TimerNotifiee const* a, TimerNotifiee const* b) {
   return a->expiry_ != b->expiry_ ? a->expiry_ < b->expiry_ : a->order_ < b->order_;
 }
 
-void TimerWheel::put(size_t place, TimerNotifiee* t) {
-  heap_[place] = t;
+void TimerWheel::put(Heap& heap, size_t place, TimerNotifiee* t) {
+  heap[place] = t;
   t->place_ = place;
 }
 
-void TimerWheel::siftUp(size_t place) {
-  TimerNotifiee* const t = heap_[place];
-  for (; place > 0 && earlier(t, heap_[(place - 1) / 2]); place = (place - 1) / 2)
-    put(place, heap_[(place - 1) / 2]);
-  put(place, t);
+void TimerWheel::siftUp(Heap& heap, size_t place) {
+  TimerNotifiee* const t = heap[place];
+  for (; place > 0 && earlier(t, heap[(place - 1) / 2]); place = (place - 1) / 2)
+    put(heap, place, heap[(place - 1) / 2]);
+  put(heap, place, t);
 }
 
-void TimerWheel::siftDown(size_t place) {
-  TimerNotifiee* const t = heap_[place];
+void TimerWheel::siftDown(Heap& heap, size_t place) {
+  TimerNotifiee* const t = heap[place];
   for (;;) {
     size_t child = 2 * place + 1;
-    if (child >= heap_.size()) break;
-    if (child + 1 < heap_.size() && earlier(heap_[child + 1], heap_[child])) ++child;
-    if (!earlier(heap_[child], t)) break;
-    put(place, heap_[child]);
+    if (child >= heap.size()) break;
+    if (child + 1 < heap.size() && earlier(heap[child + 1], heap[child])) ++child;
+    if (!earlier(heap[child], t)) break;
+    put(heap, place, heap[child]);
     place = child;
   }
-  put(place, t);
+  put(heap, place, t);
 }
 
 void TimerWheel::join() {
   // Ahead of the need, so that many timers one by one do not each copy all.
-  if (heap_.capacity() <= members_) heap_.reserve(2 * members_ + 8);
+  for (Heap& heap : heap_)
+    if (heap.capacity() <= members_) heap.reserve(2 * members_ + 8);
   ++members_;
 }
 
 void TimerWheel::arm(TimerNotifiee& t) {
   t.order_ = ++armings_;
-  heap_.push_back(&t);
-  t.place_ = heap_.size() - 1;
-  siftUp(t.place_);
+  Heap& heap = heapOf(t);
+  heap.push_back(&t);
+  t.place_ = heap.size() - 1;
+  siftUp(heap, t.place_);
 }
 
 void TimerWheel::disarm(TimerNotifiee& t) {
@@ -95,24 +98,31 @@ void TimerWheel::disarm(TimerNotifiee& t) {
     t.due_ = false;
     return;
   }
-  TimerNotifiee* const last = heap_.back();
-  heap_.pop_back();
+  Heap& heap = heapOf(t);
+  TimerNotifiee* const last = heap.back();
+  heap.pop_back();
   if (last == &t) return;
-  put(place, last);
-  siftUp(place);
-  siftDown(last->place_);
+  put(heap, place, last);
+  siftUp(heap, place);
+  siftDown(heap, last->place_);
+}
+
+TimerNotifiee* TimerWheel::first() const {
+  TimerNotifiee* t = nullptr;
+  for (Heap const& heap : heap_)
+    if (!heap.empty() && (!t || earlier(heap.front(), t))) t = heap.front();
+  return t;
 }
 
 bool TimerWheel::runPass() {
   auto const alive = Mox::keepAlive(this);
   Mox::Seconds const present = now();
   try {
-    due_.reserve(due_.size() + heap_.size());
+    due_.reserve(due_.size() + heap_[0].size() + heap_[1].size());
   } catch (std::bad_alloc const&) {
     return true;  // the next pass finds everything as it is
   }
-  while (!heap_.empty() && heap_.front()->expiry_ <= present) {
-    TimerNotifiee* const t = heap_.front();
+  for (TimerNotifiee* t = first(); t && t->expiry_ <= present; t = first()) {
     disarm(*t);
     t->place_ = due_.size();
     t->due_ = true;
@@ -136,10 +146,16 @@ bool TimerWheel::runPass() {
   return worked;
 }
 
-Mox::Seconds TimerWheel::untilDue() const {
+Mox::Seconds TimerWheel::until(TimerNotifiee const* t) const {
   if (nextDue_ < due_.size()) return 0;
-  if (heap_.empty()) return -1;
-  return std::max(0.0, heap_.front()->expiry_ - now());
+  return t ? std::max(0.0, t->expiry_ - now()) : -1;
 }
+
+Mox::Seconds TimerWheel::untilDue() const {
+  Heap const& work = heap_[static_cast<size_t>(TimerNotifiee::Purpose::work)];
+  return until(work.empty() ? nullptr : work.front());
+}
+
+Mox::Seconds TimerWheel::untilTimer() const { return until(first()); }
 
 }  // namespace Obel

@@ -7,6 +7,9 @@
 /// the armed ones, and a timer that is not armed costs nothing. Expiries are exact times, not
 /// ticks.
 ///
+/// Timers that only watch over the work of others stand in a heap of their own: nothing comes of them,
+/// so a loop that waits for work does not count them (`untilDue()`).
+///
 /// A pass first takes out all that is due, then calls it in that order. So what is armed by a
 /// handler waits for the next pass, even if its time has come, and whatever a handler disarms or
 /// arms anew is not called for its old expiry. A handler may run a pass itself; that one calls the
@@ -21,6 +24,7 @@
 #include "mox/Activity.h"
 #include "mox/Ptr.h"
 
+#include <array>
 #include <vector>
 
 namespace Obel {
@@ -30,8 +34,11 @@ class TimerWheel;
 /// One timer. It shares ownership of its wheel; destroying it disarms it.
 class NAXEL_EXPORT TimerNotifiee {
  public:
+  /// What a timer is for: it brings work on, or it only watches.
+  enum class Purpose : uint8_t { work, watch };
+
   /// `wheel` may be null and be given later.
-  explicit TimerNotifiee(Mox::Ptr<TimerWheel> wheel);
+  explicit TimerNotifiee(Mox::Ptr<TimerWheel> wheel, Purpose purpose = Purpose::work);
   TimerNotifiee(TimerNotifiee const&) = delete;
   TimerNotifiee& operator=(TimerNotifiee const&) = delete;
   virtual ~TimerNotifiee();
@@ -55,6 +62,7 @@ class NAXEL_EXPORT TimerNotifiee {
 
   static constexpr size_t notArmed = ~size_t{0};
   Mox::Ptr<TimerWheel> wheel_;
+  Purpose purpose_;
   Mox::Seconds expiry_ = 0;
   uint64_t order_ = 0;
   size_t place_ = notArmed;  // in the wheel's heap, or among those due in the pass that is running
@@ -71,20 +79,26 @@ class NAXEL_EXPORT TimerWheel : public Mox::RefCounted, public Mox::ActivitySour
 
   bool runPass() override;
   Mox::Seconds untilDue() const override;
+  Mox::Seconds untilTimer() const override;
 
  private:
   friend class TimerNotifiee;
+  using Heap = std::vector<TimerNotifiee*>;
 
   static bool earlier(TimerNotifiee const* a, TimerNotifiee const* b);
   void join();
   void leave() { --members_; }
   void arm(TimerNotifiee& t);
   void disarm(TimerNotifiee& t);
-  void put(size_t place, TimerNotifiee* t);
-  void siftUp(size_t place);
-  void siftDown(size_t place);
+  static void put(Heap& heap, size_t place, TimerNotifiee* t);
+  static void siftUp(Heap& heap, size_t place);
+  static void siftDown(Heap& heap, size_t place);
+  Heap& heapOf(TimerNotifiee const& t) { return heap_[static_cast<size_t>(t.purpose_)]; }
+  /// The first of all that are armed; null if there is none.
+  TimerNotifiee* first() const;
+  Mox::Seconds until(TimerNotifiee const* t) const;
 
-  std::vector<TimerNotifiee*> heap_;
+  std::array<Heap, 2> heap_;         // by purpose
   std::vector<TimerNotifiee*> due_;  // of the pass that is running; null where disarmed since
   size_t nextDue_ = 0;
   size_t members_ = 0;  // timers that share this wheel, armed or not

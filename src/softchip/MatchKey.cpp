@@ -34,7 +34,8 @@ std::string text(Labels const& labels) {
   return out;
 }
 
-KeyLayout KeyLayout::of(Naxel::ChipHwCapability const& capability, MissYields missYields) {
+KeyLayout KeyLayout::of(Naxel::PDData const& data, MissYields missYields) {
+  Naxel::ChipHwCapability const& capability = *data.hwCapability();
   KeyLayout out;
   for (size_t i = 0; i < out.prefix.size(); ++i)
     out.prefix[i] = capability.prefixXformWidth(Naxel::PrefixXformKey::all()[i]);

@@ -4,7 +4,6 @@
 /// yields.
 
 #include "mox/Enum.h"
-#include "naxel/loader/HwCapability.h"
 #include "naxel/loader/PDConfig.h"
 
 #include <array>
@@ -60,16 +59,15 @@ enum class MissYields : uint8_t {
   highest   ///< the highest label of the width
 };
 
-/// Widths in bits of the fields, as they were when an output was compiled. A range or combination
-/// field of width 0 has no label.
+/// Widths in bits of the fields that an output was compiled for. A range or combination field of
+/// width 0 has no label.
 struct KeyLayout {
   std::array<uint8_t, 4> prefix = {16, 16, 16, 16};  // in the order of PrefixXformKey::all()
   std::array<uint8_t, 7> range = {};
   std::array<uint8_t, 3> combo = {};
   MissYields missYields = MissYields::nothing;
 
-  static KeyLayout of(Naxel::ChipHwCapability const& capability,
-                      MissYields missYields = MissYields::nothing);
+  static KeyLayout of(Naxel::PDData const& data, MissYields missYields = MissYields::nothing);
 
   bool isRaw(Naxel::RangeSetType type) const { return range[static_cast<size_t>(type)] == 0; }
   /// What a miss in a table of this label width yields.

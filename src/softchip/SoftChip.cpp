@@ -18,36 +18,51 @@ std::string text(Shortfall const& s) {
 }
 
 Chip::Chip(Mox::Ptr<Naxel::PDConfig> config, Mox::Ptr<Naxel::PDStatus> status,
-           Mox::Ptr<Naxel::ChipHwCapability const> capability, Mox::Ptr<Obel::TimerWheel> wheel,
-           Options options)
+           Mox::Ptr<Obel::TimerWheel> wheel, Options options)
     : config_(std::move(config)),
       status_(std::move(status)),
-      capability_(std::move(capability)),
       options_(options),
       policy_(status_->globalAclControl()),
       wheel_(std::move(wheel)),
       watcher_(*this, config_.get()) {
   if (wheel_) ticker_ = std::make_unique<Ticker>(*this, wheel_);
-  if (config_->pdResourceConfig().requestId() != 0) takeOver();
+  takeOver();
 }
 
 Chip::~Chip() = default;
 
 void Chip::takeOver() {
   ResourceConfig const request = config_->pdResourceConfig();
-  bool const answered = isAnswered(request);
-  bool const previous = request.requestState() == RequestState::acquire ||
-                        (request.requestState() == RequestState::load && !answered);
-  auto const& data = previous ? config_->prevPDData() : config_->currPDData();
-  if (data)
-    bank_ = std::make_unique<LoadedTables>(data, KeyLayout::of(*capability_, options_.missYields));
-  if (config_->globalAclControl() != policy_) handlePolicy();
-  if (!answered) handleRequest();
+  bool const inUse = request.requestId() != 0;
+  bool const answered = !inUse || isAnswered(request);
+  if (inUse) {
+    bool const acquiring = request.requestState() == RequestState::acquire;
+    auto const& data = acquiring ? config_->prevPDData() : config_->currPDData();
+    bank_ = std::make_unique<LoadedTables>(data, KeyLayout::of(*data, options_.missYields));
+  }
+  bool const outstanding = inUse && config_->globalAclControl() != policy_;
+  if (options_.bootPolicy) {
+    policy_ = *options_.bootPolicy;
+    status_->globalAclControlIs(policy_);
+  }
+  if (outstanding && !policyPending_) handlePolicy();
+  // Half an answer is taken back, because the whole one may be another. The library may have gone on
+  // within these writes.
+  for (Table t : Naxel::allPDTables())
+    if (!answered && Naxel::tableStatus(*status_, t).responseId() == request.requestId())
+      Naxel::tableStatusIs(*status_, t, {});
+  if (!answered && config_->pdResourceConfig() == request) handleRequest();
+}
+
+bool Chip::isLoading() const {
+  return std::any_of(steps_.begin(), steps_.end(), [](Step const& step) {
+    return step.what == Step::What::beginLoad || step.what == Step::What::finishLoad;
+  });
 }
 
 bool Chip::isAnswered(ResourceConfig const& request) const {
-  return std::all_of(allTables().begin(), allTables().end(), [&](Table t) {
-    ResourceStatus const status = statusOf(*status_, t);
+  return std::all_of(Naxel::allPDTables().begin(), Naxel::allPDTables().end(), [&](Table t) {
+    ResourceStatus const status = Naxel::tableStatus(*status_, t);
     if (t == Table::tcpFlags) return true;
     if (status.responseId() != request.requestId()) return false;
     switch (request.requestState()) {
@@ -63,12 +78,9 @@ bool Chip::isAnswered(ResourceConfig const& request) const {
 
 void Chip::handleRequest() {
   ResourceConfig const request = config_->pdResourceConfig();
-  Offer const offer{config_->currPDData(), KeyLayout::of(*capability_, options_.missYields)};
+  Offer const offer{config_->currPDData(),
+                    KeyLayout::of(*config_->currPDData(), options_.missYields)};
   uint32_t const ticks = options_.answerAfterTicks;
-  if (!offer.data) {
-    breach("request " + Mox::valueToStrep(request) + " without an output");
-    return;
-  }
   switch (request.requestState()) {
     case RequestState::acquire:
       supersede();
@@ -85,8 +97,9 @@ void Chip::handleRequest() {
   pump();
 }
 
-/// Drops what is left of an acquire or revert.
+/// Drops what is left of an acquire or revert, and what an acquire has reserved.
 void Chip::supersede() {
+  if (!isLoading()) acquired_.reset();
   std::erase_if(steps_, [&](Step const& step) {
     if (step.request.requestState() == RequestState::load) return false;
     return !(options_.staleAnswers && step.what == Step::What::answer);
@@ -95,21 +108,41 @@ void Chip::supersede() {
 }
 
 void Chip::handlePolicy() {
+  GlobalAclControl const wanted = config_->globalAclControl();
+  if (policyPending_ && !policyTakenBack_ && wanted == policy_) {
+    if (options_.finishesSuperseded)
+      policyTakenBack_ = loadsWait_ = true;
+    else
+      policyPending_ = false;
+    return;
+  }
+  if (policyTakenBack_) return;  // goes by the last of them once it is through
   // The library may write down what the chip came up with.
-  if (!policyPending_ && config_->globalAclControl() == policy_) return;
+  if (!policyPending_ && wanted == policy_) return;
   if (policyPending_) breach("a policy was changed before it had been confirmed");
+  pendPolicy(wanted);
+}
+
+void Chip::pendPolicy(GlobalAclControl wanted) {
   policyPending_ = true;
+  policyWanted_ = wanted;
   policyTicks_ = options_.confirmPolicyAfterTicks;
   if (policyTicks_ == 0) confirmPolicy();
   armTimer();
 }
 
 void Chip::confirmPolicy() {
+  bool const takenBack = std::exchange(policyTakenBack_, false);
   policyPending_ = false;
-  policy_ = config_->globalAclControl();
+  policy_ = policyWanted_;
   written({Write::Kind::policy});
   status_->globalAclControlIs(policy_);
   written({Write::Kind::policyStatus});
+  if (policyPending_) return;
+  if (takenBack && config_->globalAclControl() != policy_)
+    return pendPolicy(config_->globalAclControl());
+  loadsWait_ = false;
+  if (pumping_ == 0) pump();
 }
 
 void Chip::tick() {
@@ -123,6 +156,7 @@ void Chip::tick() {
 void Chip::pump() {
   ++pumping_;
   while (!steps_.empty() && steps_.front().ticks == 0) {
+    if (loadsWait_ && steps_.front().what == Step::What::beginLoad) break;
     Step const step = std::move(steps_.front());
     steps_.pop_front();
     run(step);
@@ -137,7 +171,7 @@ void Chip::sendTcpFlagsAnswers() {
   while (steps_.empty() && !tcpFlagsAnswers_.empty()) {
     ResourceStatus const answer = tcpFlagsAnswers_.front();
     tcpFlagsAnswers_.pop_front();
-    statusIs(*status_, Table::tcpFlags, answer);
+    Naxel::tableStatusIs(*status_, Table::tcpFlags, answer);
     written({Write::Kind::answer, Table::tcpFlags});
   }
 }
@@ -154,7 +188,7 @@ void Chip::run(Step const& step) {
     case Step::What::finishLoad: return finishLoad(step);
     case Step::What::restore: return restore(step);
     case Step::What::answer:
-      statusIs(*status_, step.table, {step.request.requestId(), step.response});
+      Naxel::tableStatusIs(*status_, step.table, {step.request.requestId(), step.response});
       written({Write::Kind::answer, step.table});
   }
 }
@@ -165,8 +199,8 @@ void Chip::decide(Step const& step) {
   shortfalls_.clear();
   bool const refuse = options_.refuseAcquires > 0;
   if (refuse) --options_.refuseAcquires;
-  for (Table t : allTables()) {
-    size_t const needed = entriesOf(*step.offer.data, t);
+  for (Table t : Naxel::allPDTables()) {
+    size_t const needed = Naxel::tableEntries(*step.offer.data, t);
     if (refuse && t == options_.refuseTable)
       shortfalls_.push_back({t, needed, 0});
     else if (needed > options_.capacity[t])
@@ -185,21 +219,24 @@ void Chip::decide(Step const& step) {
 /// True if no table needs the room of the output in force for this one.
 bool Chip::fitsBeside(Naxel::PDData const& data) const {
   if (options_.forceHitful) return false;
-  return std::all_of(allTables().begin(), allTables().end(), [&](Table t) {
-    size_t const held = bank_ ? entriesOf(*bank_->data(), t) : 0;
+  return std::all_of(Naxel::allPDTables().begin(), Naxel::allPDTables().end(), [&](Table t) {
+    size_t const held = bank_ ? Naxel::tableEntries(*bank_->data(), t) : 0;
     size_t const capacity = options_.capacity[t];
-    return held <= capacity && entriesOf(data, t) <= capacity - held;
+    return held <= capacity && Naxel::tableEntries(data, t) <= capacity - held;
   });
 }
 
 void Chip::beginLoad(Step const& step) {
   if (!acquired_ || acquired_->id != step.request.requestId()) {
-    // Acquired from the chip that this one took over from, or not at all.
-    bool const takenOver =
-        !acquired_ && shortfalls_.empty() && bank_ && bank_->data() == config_->prevPDData();
+    // Acquired from the chip that this one took over from, or not at all. Whether that one called it
+    // hitful shows in the policy.
+    bool const held = bank_ && bank_->data() == step.offer.data;
+    bool const takenOver = !acquired_ && shortfalls_.empty() && bank_ &&
+                           (held || bank_->data() == config_->prevPDData());
     if (!takenOver) breach("load of an output that was not acquired");
+    bool const hitless = takenOver && (held || policy_ == GlobalAclControl::doNotApply);
     acquired_ = std::make_unique<Acquired>(
-        Acquired{step.request.requestId(), step.offer, fitsBeside(*step.offer.data)});
+        Acquired{step.request.requestId(), step.offer, hitless || fitsBeside(*step.offer.data)});
   }
   if (acquired_->offer.data != step.offer.data)
     breach("load of another output than the acquired one");
@@ -212,25 +249,27 @@ void Chip::beginLoad(Step const& step) {
 }
 
 void Chip::finishLoad(Step const& step) {
-  Offer const offer{step.offer.data, acquired_ ? acquired_->offer.layout : step.offer.layout};
+  Offer const offer = acquired_ ? acquired_->offer : step.offer;
+  acquired_.reset();  // what was reserved is in use
   if (rewriting_) {
-    for (Table t : allTables()) written({Write::Kind::tableInPlace, t});
-    bank_ = std::make_unique<LoadedTables>(offer.data, offer.layout);
+    for (Table t : Naxel::allPDTables()) written({Write::Kind::tableInPlace, t});
+    bank_ = std::make_unique<LoadedTables>(step.offer.data, offer.layout);
     rewriting_ = false;
     written({Write::Kind::rewritten});
   } else {
-    switchTo(offer);
+    switchTo({step.offer.data, offer.layout});
   }
   answerAll(step.request, [](Table) { return ResponseState::loaded; });
 }
 
 void Chip::restore(Step const& step) {
+  acquired_.reset();
   if (inForce() != step.offer.data) switchTo(step.offer);
   answerAll(step.request, [](Table) { return ResponseState::reverted; });
 }
 
 void Chip::switchTo(Offer const& offer) {
-  for (Table t : allTables()) written({Write::Kind::standbyTable, t});
+  for (Table t : Naxel::allPDTables()) written({Write::Kind::standbyTable, t});
   bank_ = std::make_unique<LoadedTables>(offer.data, offer.layout);
   written({Write::Kind::switched});
 }
@@ -251,11 +290,12 @@ void Chip::answerAll(ResourceConfig const& request,
 }
 
 std::vector<Table> Chip::answerOrder() const {
-  std::vector<Table> order(allTables().begin(), allTables().end());
+  std::vector<Table> order(Naxel::allPDTables().begin(), Naxel::allPDTables().end());
   if (options_.tcpFlags == TcpFlagsAnswer::never) std::erase(order, Table::tcpFlags);
   if (options_.order == AnswerOrder::reversed) std::reverse(order.begin(), order.end());
   if (options_.order == AnswerOrder::prefixTablesLast)
-    std::stable_partition(order.begin(), order.end(), [](Table t) { return !isPrefixTable(t); });
+    std::stable_partition(order.begin(), order.end(),
+                          [](Table t) { return t > Table::v6Destination; });
   return order;
 }
 

@@ -10,8 +10,8 @@
 /// shortfalls() says by how much.
 ///
 /// Order. Requests are worked off first come, first served, one step at a time; a step may wait for
-/// some ticks of the timer. A new acquire throws away what is left of an earlier acquire or revert;
-/// a load is always finished. Each status is a single write, and the library may react within it
+/// some ticks of the timer. A new acquire throws away what is left of an earlier acquire or revert,
+/// and what an earlier one has reserved; a load is always finished. Each status is a single write, and the library may react within it
 /// with the next request, which is then worked off before that write returns.
 ///
 /// Conduct of the library. breaches() collects what the library must not do: load what was not
@@ -19,9 +19,11 @@
 /// is not confirmed, offer an output that does not fit the key layout. The chip goes on regardless.
 ///
 /// A chip that is built over a PDConfig in use takes over: it holds the output that should be in
-/// force and works off a request that has not been answered.
+/// force and works off a request that has not been answered and a policy change that has not been
+/// confirmed. With `Options::bootPolicy` it starts closed, or open, and otherwise stays so until the
+/// library asks for something new.
 
-#include "naxel/loader/HwCapability.h"
+#include "naxel/loader/PDConfig.h"
 #include "obel/TimerWheel.h"
 #include "softchip/LoadedTables.h"
 #include "softchip/Table.h"
@@ -29,6 +31,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -52,6 +55,11 @@ struct Options {
   bool staleAnswers = false;
   /// Ticks until a policy is in force and confirmed; 0 confirms from within the write.
   uint32_t confirmPolicyAfterTicks = 0;
+  /// What becomes of a policy change that is not confirmed when the library takes it back: it is dropped,
+  /// or carried out and confirmed first. A load waits for that.
+  bool finishesSuperseded = false;
+  /// Put in force and reported when the chip starts, whatever stands in PDConfig.
+  std::optional<Naxel::GlobalAclControl> bootPolicy;
   /// Entries that each table holds, both banks together.
   PerTable<size_t> capacity{~size_t{0}};
   /// Make every change in place.
@@ -89,10 +97,8 @@ struct Write {
 
 class Chip {
  public:
-  /// Works off what stands in `config`. Label widths are read from `capability` whenever an output
-  /// is offered. Without a wheel the owner calls tick().
+  /// Works off what stands in `config`. Without a wheel the owner calls tick().
   Chip(Mox::Ptr<Naxel::PDConfig> config, Mox::Ptr<Naxel::PDStatus> status,
-       Mox::Ptr<Naxel::ChipHwCapability const> capability,
        Mox::Ptr<Obel::TimerWheel> wheel = nullptr, Options options = {});
   Chip(Chip const&) = delete;
   Chip& operator=(Chip const&) = delete;
@@ -111,6 +117,8 @@ class Chip {
   /// The output in force; null before the first load.
   Mox::Ptr<Naxel::PDData const> inForce() const { return bank_ ? bank_->data() : nullptr; }
   Naxel::GlobalAclControl policy() const { return policy_; }
+  /// The id of the acquire whose resources are kept until its load is requested; 0 while none are.
+  Mox::Seconds reservedFor() const { return acquired_ && !isLoading() ? acquired_->id : 0; }
   /// The tables in force; null before the first load and while they are being rewritten.
   LoadedTables* tables() { return bank_.get(); }
 
@@ -168,10 +176,12 @@ class Chip {
   };
 
   void takeOver();
+  bool isLoading() const;
   bool isAnswered(Naxel::ResourceConfig const& request) const;
   void handleRequest();
   void supersede();
   void handlePolicy();
+  void pendPolicy(Naxel::GlobalAclControl wanted);
   void confirmPolicy();
   void pump();
   void sendTcpFlagsAnswers();
@@ -194,7 +204,6 @@ class Chip {
 
   Mox::Ptr<Naxel::PDConfig> config_;
   Mox::Ptr<Naxel::PDStatus> status_;
-  Mox::Ptr<Naxel::ChipHwCapability const> capability_;
   Options options_;
   std::function<void(Write const&)> observer_;
 
@@ -202,6 +211,9 @@ class Chip {
   bool rewriting_ = false;
   Naxel::GlobalAclControl policy_;
   bool policyPending_ = false;
+  Naxel::GlobalAclControl policyWanted_ = Naxel::GlobalAclControl::doNotApply;  // the pending one
+  bool policyTakenBack_ = false;  // and is carried out all the same
+  bool loadsWait_ = false;        // for what stands in PDConfig behind that
   uint32_t policyTicks_ = 0;
 
   std::deque<Step> steps_;

@@ -172,11 +172,11 @@ class Example {
   std::string outcome(SoftChip::Packet const& packet) const {
     using SoftChip::Field;
     PDAclKey const acl(Lumox::ipv4(), "edge");
-    auto const layout = SoftChip::KeyLayout::of(*world_.capability);
+    auto const layout = SoftChip::KeyLayout::of(world_.tables());
     auto const labels = SoftChip::naiveLabels(world_.tables(), layout, packet);
     auto const verdict = SoftChip::naiveLookup(world_.tables(), layout, acl, packet);
     // A chip that yields the highest label on a miss must come to the same rule.
-    auto const other = SoftChip::KeyLayout::of(*world_.capability, SoftChip::MissYields::highest);
+    auto const other = SoftChip::KeyLayout::of(world_.tables(), SoftChip::MissYields::highest);
     EXPECT_EQ(SoftChip::naiveLookup(world_.tables(), other, acl, packet), verdict);
     auto const show = [&](Field field) {
       return labels[field] ? std::to_string(*labels[field]) : std::string("none");

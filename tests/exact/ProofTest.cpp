@@ -43,7 +43,7 @@ struct Compiled {
       progress = world.kick();
     }
     EXPECT_EQ(progress, NaxelProgress::naxelFinishedSuccess) << world.failureText();
-    layout = KeyLayout::of(*world.capability);
+    layout = KeyLayout::of(world.tables());
   }
 
   World world;
@@ -91,15 +91,15 @@ TEST(Proof, HoldsForRandomConfigurations) {
 }
 
 Mox::Ptr<PDData> copyOf(PDData const& data) {
-  auto const copy = pDDataFactory();
+  auto const copy = pDDataFactory(data.hwCapability());
   for (PrefixXformKey const& key : PrefixXformKey::all())
-    copy->pdPrefixXformEntryColl(key)->entryIs(data.pdPrefixXformEntryColl(key)->entry().items());
+    copy->pdPrefixXformEntryCollIs(key).entryIs(data.pdPrefixXformEntryColl(key)->entry().items());
   for (RangeSetType type : allRangeSetTypes())
-    copy->rangeColl(type)->entryIs(data.rangeColl(type)->entry().items());
+    copy->rangeCollIs(type).entryIs(data.rangeColl(type)->entry().items());
   for (ComboLabelSetType type : allComboLabelSetTypes())
-    copy->comboColl(type)->entryIs(data.comboColl(type)->entry().items());
+    copy->comboCollIs(type).entryIs(data.comboColl(type)->entry().items());
   for (auto const& [key, acl] : data.pdAclColl()->pdAcl()) {
-    auto const to = copy->pdAclColl()->pdAclIs(key);
+    auto const to = copy->pdAclCollIs().pdAclIs(key);
     for (auto const& [index, rule] : acl->rule()) {
       to->ruleIs(index)->actionIs(rule->action());
       for (PDAclFilter const& entry : rule->filter()) to->ruleIs(index)->filterIs(entry);
@@ -112,8 +112,11 @@ Mox::Ptr<PDData> copyOf(PDData const& data) {
 class Tampering {
  public:
   Tampering(SeededDice& dice, PDData& data) : dice_(dice), data_(data) {
-    for (auto const& [key, acl] : data.pdAclColl()->pdAcl())
-      for (auto const& [index, rule] : acl->rule()) rules_.push_back({acl.get(), rule.get()});
+    for (auto const& [key, constant] : data.pdAclColl()->pdAcl()) {
+      auto const acl = data.pdAclCollIs().pdAclIs(key);
+      for (auto const& [index, rule] : constant->rule())
+        rules_.push_back({acl.get(), acl->ruleIs(index).get()});
+    }
   }
 
   static std::map<std::string, bool (Tampering::*)()> const& kinds() {
@@ -219,8 +222,8 @@ class Tampering {
   }
   bool aclMoved() {
     PDAclKey const key = data_.pdAclColl()->pdAcl().begin()->first;
-    data_.pdAclColl()->pdAclDel(key);
-    data_.pdAclColl()->pdAclIs(
+    data_.pdAclCollIs().pdAclDel(key);
+    data_.pdAclCollIs().pdAclIs(
         {key.af() == Lumox::ipv4() ? Lumox::ipv6() : Lumox::ipv4(), key.aclName()});
     return true;
   }
@@ -229,18 +232,18 @@ class Tampering {
   PDPrefixXformEntryColl& prefixes() {
     std::vector<PDPrefixXformEntryColl*> all;
     for (PrefixXformKey const& key : PrefixXformKey::all())
-      all.push_back(data_.pdPrefixXformEntryColl(key).get());
+      all.push_back(&data_.pdPrefixXformEntryCollIs(key));
     return someOf(all);
   }
   PDRangeXformEntryColl& ranges() {
     std::vector<PDRangeXformEntryColl*> all;
-    for (RangeSetType type : allRangeSetTypes()) all.push_back(data_.rangeColl(type).get());
+    for (RangeSetType type : allRangeSetTypes()) all.push_back(&data_.rangeCollIs(type));
     return someOf(all);
   }
   PDComboEntryColl& combinations() {
     std::vector<PDComboEntryColl*> all;
     for (ComboLabelSetType type : allComboLabelSetTypes())
-      all.push_back(data_.comboColl(type).get());
+      all.push_back(&data_.comboCollIs(type));
     return someOf(all);
   }
   /// One that has entries, if there is one.
@@ -389,7 +392,7 @@ TEST(Proof, SaysWhatIsMissingAndWhere) {
       "edge 20 rest src 10.0.0.0/9 drop\n");
   world.capability->rangeXformWidthIs(RangeSetType::dstPort, 4);
   ASSERT_EQ(world.kick(), NaxelProgress::naxelFinishedSuccess);
-  KeyLayout const layout = KeyLayout::of(*world.capability);
+  KeyLayout const layout = KeyLayout::of(world.tables());
   Proof const whole = prove(*world.acls, world.tables(), layout);
   EXPECT_EQ(whole.difference, "");
   EXPECT_EQ(whole.acls, 1u);
@@ -433,7 +436,7 @@ TEST(Proof, FirstMatchLeavesShadowedRulesAlone) {
       "edge 10 all\n"
       "edge 20 web dport 80\n");
   ASSERT_EQ(world.kick(), NaxelProgress::naxelFinishedSuccess);
-  KeyLayout const layout = KeyLayout::of(*world.capability);
+  KeyLayout const layout = KeyLayout::of(world.tables());
   world.rules("edge 20 web dport 81\n");
   EXPECT_NE(prove(*world.acls, world.tables(), layout).difference, "");
   EXPECT_EQ(prove(*world.acls, world.tables(), layout, Claim::firstMatch).difference, "");
@@ -448,7 +451,7 @@ TEST(Proof, SaysWhenItRunsOutOfNodesAndCanBeRepeated) {
     rule->ruleFilterIs()->sourceIs()->addrIs(
         Lumox::IpGenPrefix::v4(static_cast<uint32_t>(random.next()), 32));
   ASSERT_EQ(world.kick(), NaxelProgress::naxelFinishedSuccess);
-  KeyLayout const layout = KeyLayout::of(*world.capability);
+  KeyLayout const layout = KeyLayout::of(world.tables());
   try {
     prove(*world.acls, world.tables(), layout, Claim::eachRule, 40000);
     FAIL();

@@ -59,10 +59,10 @@ TEST(Lookup, HitsAreCountedPerEntry) {
   out.entry(edge, 10, {{Field::dport, 81}});
   out.entry(edge, 15, {{Field::dport, 81}});
   out.entry(edge, 20, std::vector<Match>{});
-  out.data->pdAclColl()->pdAclIs(edge)->ruleIs(AceIndex(5));  // matches nothing
+  out.data->pdAclCollIs().pdAclIs(edge)->ruleIs(AceIndex(5));  // matches nothing
   Naxel::NaxelActionValue drop;
   drop.dropEnabledIs(true);
-  out.data->pdAclColl()->pdAcl(edge)->ruleIs(AceIndex(10))->actionIs(drop);
+  out.data->pdAclCollIs().pdAclIs(edge)->ruleIs(AceIndex(10))->actionIs(drop);
   LoadedTables tables(out.data, KeyLayout());
 
   Packet packet = packetOf("10.0.0.1");
@@ -98,8 +98,8 @@ struct RandomOutput {
       auto const p = length <= 32 && random.oneIn(2)
                          ? Lumox::IpGenPrefix::v4(static_cast<uint32_t>(hi >> 32), length)
                          : Lumox::IpGenPrefix::v6(hi, random.below(4) << 62, length);
-      out.data->pdPrefixXformEntryColl(Naxel::PrefixXformKey(p.af(), source))
-          ->entryIs({p.masked(), Naxel::EncodedLabel(label)});
+      out.data->pdPrefixXformEntryCollIs(Naxel::PrefixXformKey(p.af(), source))
+          .entryIs({p.masked(), Naxel::EncodedLabel(label)});
     }
     for (RangeSetType type : Naxel::allRangeSetTypes()) {
       for (unsigned at = static_cast<unsigned>(random.below(3)); at < 12;) {

@@ -48,29 +48,31 @@ class Output {
  public:
   Output& prefix(bool source, std::string_view text, uint16_t label) {
     auto const p = Mox::valueFromText<Lumox::IpGenPrefix>(text);
-    data->pdPrefixXformEntryColl(Naxel::PrefixXformKey(p.af(), source))
-        ->entryIs({p, Naxel::EncodedLabel(label)});
+    data->pdPrefixXformEntryCollIs(Naxel::PrefixXformKey(p.af(), source))
+        .entryIs({p, Naxel::EncodedLabel(label)});
     return *this;
   }
   Output& range(Naxel::RangeSetType type, uint16_t first, uint16_t last, uint16_t label) {
-    data->rangeColl(type)->entryIs({Naxel::RangeSetElem(first, last), Naxel::EncodedLabel(label)});
+    data->rangeCollIs(type).entryIs({Naxel::RangeSetElem(first, last), Naxel::EncodedLabel(label)});
     return *this;
   }
   Output& combo(Naxel::ComboLabelSetType type, uint16_t src, uint16_t dst, uint16_t label) {
     using Naxel::EncodedLabel;
-    data->comboColl(type)->entryIs(
+    data->comboCollIs(type).entryIs(
         {Naxel::EncodedComboLabel(EncodedLabel(src), EncodedLabel(dst)), EncodedLabel(label)});
     return *this;
   }
   Output& entry(Naxel::PDAclKey const& acl, uint32_t rule, Naxel::PDAclFilter const& filter) {
-    data->pdAclColl()->pdAclIs(acl)->ruleIs(Naxel::AceIndex(rule))->filterIs(filter);
+    data->pdAclCollIs().pdAclIs(acl)->ruleIs(Naxel::AceIndex(rule))->filterIs(filter);
     return *this;
   }
   Output& entry(Naxel::PDAclKey const& acl, uint32_t rule, std::vector<Match> const& matches) {
     return entry(acl, rule, entryOf(matches));
   }
 
-  Mox::Ptr<Naxel::PDData> data = Naxel::pDDataFactory();
+  /// Set before the output is handed on.
+  Mox::Ptr<Naxel::ChipHwCapability> widths = Mox::makePtr<Naxel::ChipHwCapability>(Obel::ChipId(0));
+  Mox::Ptr<Naxel::PDData> data = Naxel::pDDataFactory(widths);
 };
 
 inline Address addressOf(std::string_view text) {

@@ -26,6 +26,7 @@ PDAclKey const edge(Lumox::ipv4(), "edge");
 /// An output whose only rule has index `rule`, and that has `ports` port ranges.
 Mox::Ptr<PDData const> outputOf(uint32_t rule, uint16_t ports = 0) {
   Output out;
+  out.widths->rangeXformWidthIs(Naxel::RangeSetType::dstPort, 8);
   out.entry(edge, rule, std::vector<Match>{});
   for (uint16_t p = 0; p < ports; ++p) out.range(Naxel::RangeSetType::dstPort, p, p, p);
   return out.data;
@@ -35,14 +36,12 @@ Mox::Ptr<PDData const> outputOf(uint32_t rule, uint16_t ports = 0) {
 class Bench : private Naxel::PDStatus::Notifiee {
  public:
   explicit Bench(Options const& options = {}, bool withWheel = true) {
-    capability->rangeXformWidthIs(Naxel::RangeSetType::dstPort, 8);
-    config->prevPDDataIs(Naxel::pDDataFactory());
     notifierIs(status.get());
     build(options, withWheel);
   }
   void build(Options const& options, bool withWheel = true) {
     chip.reset();
-    chip = std::make_unique<Chip>(config, status, capability, withWheel ? wheel : nullptr, options);
+    chip = std::make_unique<Chip>(config, status, withWheel ? wheel : nullptr, options);
     chip->observerIs([this](Write const& w) { observed(w); });
   }
 
@@ -61,10 +60,10 @@ class Bench : private Naxel::PDStatus::Notifiee {
   }
   void run() { ASSERT_TRUE(activity.runUntilIdle(1000)); }
 
-  ResourceStatus at(Table t) const { return statusOf(*status, t); }
+  ResourceStatus at(Table t) const { return Naxel::tableStatus(*status, t); }
   /// True if every table but the one for TCP flags says this.
   bool all(double id, ResponseState state) const {
-    return std::all_of(allTables().begin(), allTables().end(), [&](Table t) {
+    return std::all_of(Naxel::allPDTables().begin(), Naxel::allPDTables().end(), [&](Table t) {
       return t == Table::tcpFlags || at(t) == ResourceStatus(id, state);
     });
   }
@@ -76,8 +75,6 @@ class Bench : private Naxel::PDStatus::Notifiee {
   Mox::Ptr<Obel::TimerWheel> wheel = Mox::makePtr<Obel::TimerWheel>(activity);
   Mox::Ptr<Naxel::PDConfig> config = Naxel::pDConfigFactory(Obel::ChipId(0));
   Mox::Ptr<Naxel::PDStatus> status = Mox::makePtr<Naxel::PDStatus>(Obel::ChipId(0));
-  Mox::Ptr<Naxel::ChipHwCapability> capability =
-      Mox::makePtr<Naxel::ChipHwCapability>(Obel::ChipId(0));
   std::unique_ptr<Chip> chip;
   std::vector<Table> answered;       // in the order of the writes
   std::vector<std::string> probes;   // what packets met after each write, repetitions left out
@@ -125,10 +122,11 @@ TEST(SoftChip, TheWayOfAChangeFollowsFromTheRoom) {
     bench.chip->options().forceHitful = c.forceHitful;
     bench.acquire(2, outputOf(20, c.wanted));
     EXPECT_EQ(bench.at(Table::dstPort), ResourceStatus(2, c.dstPort));
-    bool const othersAgree = std::all_of(allTables().begin(), allTables().end(), [&](Table t) {
-      return t == Table::dstPort || bench.at(t).responseState() == c.others ||
-             (c.dstPort == failed && bench.at(t).responseState() == hitful);
-    });
+    bool const othersAgree =
+        std::all_of(Naxel::allPDTables().begin(), Naxel::allPDTables().end(), [&](Table t) {
+          return t == Table::dstPort || bench.at(t).responseState() == c.others ||
+                 (c.dstPort == failed && bench.at(t).responseState() == hitful);
+        });
     EXPECT_TRUE(othersAgree);
     EXPECT_EQ(bench.chip->shortfalls().size(), c.dstPort == failed ? 1u : 0u);
     if (c.dstPort == failed) {
@@ -229,9 +227,9 @@ TEST(SoftChip, BreachesOfTheContractAreOnRecord) {
               b.policy(GlobalAclControl::denyAll);
               b.policy(GlobalAclControl::permitAll);
             }},
-           {"without an output", [](Bench& b) { b.request(1, RequestState::acquire); }},
            {"wider than 8 bits", [](Bench& b) {
               Output out;
+              out.widths->rangeXformWidthIs(Naxel::RangeSetType::dstPort, 8);
               out.range(Naxel::RangeSetType::dstPort, 1, 1, 256);
               b.acquire(1, out.data);
             }}}) {

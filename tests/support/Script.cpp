@@ -19,7 +19,7 @@ class Author {
   Script write() {
     for (chip_ = 0; chip_ < 2; ++chip_) {
       widths(true);
-      if (dice_.oneIn(12)) on(dice_.oneIn(2) ? "boot denyAll" : "boot permitAll");
+      if (dice_.oneIn(12)) on(dice_.oneIn(2) ? "restart kept denyAll" : "restart kept permitAll");
       for (uint64_t i = 0, n = dice_.below(4); i < n; ++i) driver();
       for (uint64_t i = 0, n = dice_.between(1, 3); i < n; ++i) newAcl();
     }
@@ -89,7 +89,7 @@ class Author {
   void driver() {
     auto const number = [&](uint64_t n) { return " " + std::to_string(dice_.below(n)); };
     auto const onOff = [&] { return dice_.oneIn(2) ? " on" : " off"; };
-    switch (dice_.below(11)) {
+    switch (dice_.below(12)) {
       case 0: return on("driver delay" + number(4));
       case 1: return on("driver policy-delay" + number(dice_.oneIn(3) ? 30 : 3));
       case 2: return on(dice_.oneIn(2) ? "driver pace together" : "driver pace one-by-one");
@@ -104,17 +104,19 @@ class Author {
       case 7: return on(std::string("driver hitful") + onOff());
       case 8: return on(dice_.oneIn(2) ? "driver miss nothing" : "driver miss highest");
       case 9: return on("driver refuse " + table());
+      case 10:
+        return on(dice_.oneIn(2) ? "driver superseded dropped" : "driver superseded finished");
       default:
         return on("driver capacity " + table() +
                   (dice_.oneIn(3) ? number(40) : std::string(" 1000000")));
     }
   }
   std::string table() {
-    return Mox::stringValue(SoftChip::allTables()[dice_.below(SoftChip::tableCount)]);
+    return Mox::stringValue(Naxel::allPDTables()[dice_.below(Naxel::pdTableCount)]);
   }
 
   void edit() {
-    switch (dice_.below(24)) {
+    switch (dice_.below(25)) {
       case 0: return newAcl();
       case 1: return on("del-acl " + acl());
       case 2: return on("rename-acl " + acl() + " " + acl());
@@ -150,6 +152,7 @@ class Author {
       case 19: return oversize();
       case 20: return mistake();
       case 21: return dice_.oneIn(2) ? offAndOn() : widths(false);
+      case 22: return on("undo" + std::string(dice_.oneIn(2) ? " 0" : " 1"));
       default: return set(acl());
     }
   }
@@ -233,7 +236,9 @@ class Author {
   void restart() {
     if (dice_.oneIn(3)) {
       static std::vector<std::string> const requests = {"acquire", "load", "revert"};
-      on(dice_.oneIn(2) ? "down-at " + progress() : "down-at-request " + dice_.of(requests));
+      on(dice_.oneIn(4)   ? "down-at-output"
+         : dice_.oneIn(2) ? "down-at " + progress()
+                          : "down-at-request " + dice_.of(requests));
       kick();
     } else {
       on("request");
@@ -242,6 +247,31 @@ class Author {
     }
     if (dice_.oneIn(3)) all("pass " + std::to_string(dice_.below(5)));
     on(dice_.oneIn(3) ? "up-fresh" : "up");
+  }
+  /// The driver starts anew while something is under way or at rest, perhaps together with the agent.
+  void driverRestart() {
+    bool const both = dice_.oneIn(3);
+    if (dice_.oneIn(3)) {
+      kick();
+    } else {
+      on("request");
+      all("pass " + std::to_string(dice_.below(40)));
+    }
+    if (both) on("down");
+    std::string const answers = dice_.oneIn(2) ? "restart kept" : "restart lost";
+    on(answers + (dice_.oneIn(2) ? "" : dice_.oneIn(3) ? " permitAll" : " denyAll"));
+    if (dice_.oneIn(3)) all("pass " + std::to_string(dice_.below(5)));
+    if (both) on(dice_.oneIn(3) ? "up-fresh" : "up");
+    if (dice_.oneIn(2)) on("undo 0");
+  }
+  void replaced() {
+    if (dice_.oneIn(2)) {
+      on("request");
+      all("pass " + std::to_string(dice_.below(40)));
+    }
+    on(dice_.oneIn(2) ? "replace capability" : "replace status");
+    for (uint64_t i = 0, n = dice_.below(3); i < n; ++i) kick();
+    on("up-fresh");
   }
   void fault() {
     if (dice_.oneIn(2))
@@ -261,6 +291,8 @@ class Author {
       case 2: return all("pass " + std::to_string(dice_.below(30)));
       case 3:
         if (dice_.oneIn(3)) return restart();
+        if (dice_.oneIn(3)) return driverRestart();
+        if (dice_.oneIn(12)) return replaced();
         return all("run");
       case 4:
         if (faults_) return fault();

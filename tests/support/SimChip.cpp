@@ -75,7 +75,6 @@ bool isMistaken(AclConfigColl const& acls) {
 struct SimChip::Snapshot {
   Mox::Ptr<AclConfigColl> acls;
   Mox::Ptr<ChipHwCapability> capability;
-  KeyLayout layout;
   uint64_t at;
 };
 
@@ -123,17 +122,21 @@ class SimChip::AggregatorWatcher : public StageStatus::Notifiee {
 class SimChip::ConfigWatcher : public PDConfig::Notifiee {
  public:
   explicit ConfigWatcher(SimChip& chip) : chip_(chip) { notifierIs(chip.pdConfig_.get()); }
+  void onPrevPDData() override {
+    AllocationFaults::Scope const uncounted(false);
+    chip_.onPrevious();
+  }
   void onCurrPDData() override {
     AllocationFaults::Scope const uncounted(false);
     chip_.onOutput();
   }
   void onGlobalAclControl() override {
-    chip_.counting_.push_back(AllocationFaults::countingIs(false));
+    chip_.enterDriver();
     if (!chip_.isUp()) chip_.differ("a pipeline that is down sets a policy");
     chip_.onPolicy();
   }
   void onPdResourceConfig() override {
-    chip_.counting_.push_back(AllocationFaults::countingIs(false));
+    chip_.enterDriver();
     chip_.onRequest();
   }
 
@@ -170,6 +173,7 @@ class SimChip::DriverSide : public PDStatus::Notifiee, public PDConfig::Notifiee
 
  private:
   void mark() {
+    if (chip_.rewiring_) return;
     if (!ends_) {
       chip_.counting_.push_back(AllocationFaults::countingIs(true));
     } else if (!chip_.counting_.empty()) {
@@ -210,20 +214,19 @@ SimChip::SimChip(uint8_t number, Mox::Ptr<Obel::TimerWheel> wheel, Figures& figu
       differences_(differences),
       chipId_(number),
       acls_(Mox::makePtr<AclConfigColl>(chipId_)),
-      capability_(Mox::makePtr<ChipHwCapability>(chipId_)),
+      capabilities_(Mox::makePtr<HwCapabilityColl>()),
+      capability_(capabilities_->chipHwCapabilityIs(chipId_)),
       params_(Acl::paramConfigFactory()),
       rootConfig_(Mox::makePtr<RootConfig>(chipId_)),
       rootStatus_(Mox::makePtr<RootStatus>(chipId_)),
       pdConfig_(pDConfigFactory(chipId_)),
-      pdStatus_(Mox::makePtr<PDStatus>(chipId_)),
+      pdStatuses_(globalPDStatusFactory()),
+      pdStatus_(pdStatuses_->pdStatusIs(chipId_)),
       inForce_{nullptr} {
   statusFirst_ =
       std::make_unique<DriverSide>(*this, DriverSide::Ends::no, pdStatus_.get(), nullptr);
   configWatcher_ = std::make_unique<ConfigWatcher>(*this);
-  chip_ = std::make_unique<SoftChip::Chip>(pdConfig_, pdStatus_, capability_);
-  chip_->observerIs([this](SoftChip::Write const& w) { onWrite(w); });
-  configLast_ =
-      std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, nullptr, pdConfig_.get());
+  buildDriver({}, false);
   rootUp(false);
 }
 
@@ -235,6 +238,7 @@ void SimChip::rootUp(bool freshEntities) {
     rootConfig_ = Mox::makePtr<RootConfig>(chipId_);
     rootStatus_ = Mox::makePtr<RootStatus>(chipId_);
   }
+  stale_ = false;
   root_ = naxelRootSmFactory(chipId_, capability_, rootConfig_, rootStatus_, acls_, params_,
                              pdConfig_, pdStatus_, wheel_);
   statusLast_ =
@@ -249,15 +253,83 @@ void SimChip::rootDown() {
   awaited_ = false;
 }
 
-void SimChip::bootPolicyIs(GlobalAclControl policy) {
-  if (pdConfig_->pdResourceConfig().requestId() != 0 || running()) return;
-  SoftChip::Options const options = chip_->options();
-  pdStatus_->globalAclControlIs(policy);
+void SimChip::enterDriver() {
+  if (!rewiring_) counting_.push_back(AllocationFaults::countingIs(false));
+}
+
+void SimChip::buildDriver(SoftChip::Options options, bool settled) {
   configLast_.reset();
-  chip_ = std::make_unique<SoftChip::Chip>(pdConfig_, pdStatus_, capability_, nullptr, options);
+  chip_.reset();
+  SoftChip::Options first = options;
+  if (settled) {
+    // What it works off, it answers later than from within its own making.
+    first.answerAfterTicks = std::max(first.answerAfterTicks, 1u);
+    first.confirmPolicyAfterTicks = std::max(first.confirmPolicyAfterTicks, 1u);
+  }
+  chip_ = std::make_unique<SoftChip::Chip>(pdConfig_, pdStatus_, nullptr, first);
+  options.bootPolicy.reset();
+  chip_->options() = options;
   chip_->observerIs([this](SoftChip::Write const& w) { onWrite(w); });
   configLast_ =
       std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, nullptr, pdConfig_.get());
+  breachesSeen_ = 0;
+  auto const at = std::find(inForce_.begin(), inForce_.end(), chip_->inForce().get());
+  if (at != inForce_.end()) inForce_.erase(inForce_.begin(), at);
+}
+
+void SimChip::driverRestart(bool keepsAnswers, std::optional<GlobalAclControl> policy) {
+  rewiring_ = true;
+  SoftChip::Options options = chip_->options();
+  if (!policy && ownPolicy_) policy = pdStatus_->globalAclControl();
+  options.bootPolicy = policy;
+  configLast_.reset();
+  chip_.reset();
+  std::array<ResourceStatus, pdTableCount> said;
+  for (PDTable table : allPDTables()) {
+    said[static_cast<size_t>(table)] = tableStatus(*pdStatus_, table);
+    if (policy || !keepsAnswers) tableStatusIs(*pdStatus_, table, ResourceStatus());
+  }
+  for (PDTable table : allPDTables())
+    if (keepsAnswers) tableStatusIs(*pdStatus_, table, said[static_cast<size_t>(table)]);
+  restarted_ = true;
+  if (policy) {
+    ownPolicy_ = true;
+    sinceLoad_ = !root_ || root_->loaderStatus()->status() != StageStatusType::inProgress;
+  }
+  buildDriver(options, true);
+  rewiring_ = false;
+}
+
+void SimChip::capabilityReplace() {
+  auto const before = capability_;
+  stale_ = isUp();
+  capabilities_->chipHwCapabilityDel(chipId_);
+  capability_ = capabilities_->chipHwCapabilityIs(chipId_);
+  copyWidths(*before, *capability_);
+}
+
+void SimChip::pdStatusReplace() {
+  rewiring_ = true;
+  SoftChip::Options const options = chip_->options();
+  configLast_.reset();
+  chip_.reset();
+  statusLast_.reset();
+  statusFirst_.reset();
+  stale_ = isUp();
+  pdStatuses_->pdStatusDel(chipId_);
+  pdStatus_ = pdStatuses_->pdStatusIs(chipId_);
+  statusFirst_ =
+      std::make_unique<DriverSide>(*this, DriverSide::Ends::no, pdStatus_.get(), nullptr);
+  statusLast_ =
+      std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, pdStatus_.get(), nullptr);
+  restarted_ = true;
+  ownPolicy_ = false;
+  buildDriver(options, true);
+  rewiring_ = false;
+}
+
+void SimChip::undo(size_t kicksBefore) {
+  if (kicksBefore < read_.size()) restoreAcls(*read_[kicksBefore]->acls, *acls_);
 }
 
 void SimChip::throwingIs(bool on) {
@@ -290,6 +362,7 @@ void SimChip::request(NaxelKickRequest what) {
     ++figures_.kicks;
     awaited_ = true;
   }
+  if (what == NaxelKickRequest::naxelStart) permitNext_ = params_->permitDuringUpdate();
   rootConfig_->naxelKickRequestIs(what);
   AllocationFaults::Scope const counted(true);
   rootConfig_->naxelKickTimeIs(rootConfig_->naxelKickTime() + 1);
@@ -310,8 +383,9 @@ void SimChip::takeSnapshot() {
   auto const capability = Mox::makePtr<ChipHwCapability>(chipId_);
   copyAcls(*acls_, *acls);
   copyWidths(*capability_, *capability);
-  snapshot_ = std::make_shared<Snapshot>(
-      Snapshot{acls, capability, KeyLayout::of(*capability, chip_->options().missYields), ++now_});
+  snapshot_ = std::make_shared<Snapshot>(Snapshot{acls, capability, ++now_});
+  read_.push_front(snapshot_);
+  if (read_.size() > 3) read_.pop_back();
 }
 
 SimChip::Output const* SimChip::outputOf(PDData const* data) const {
@@ -320,14 +394,26 @@ SimChip::Output const* SimChip::outputOf(PDData const* data) const {
   return nullptr;
 }
 
+void SimChip::onPrevious() {
+  if (!downAtOutput_ || now_ % 2) return;
+  downAtOutput_ = false;
+  goingDown_ = true;
+  rootDown();
+}
+
 void SimChip::onOutput() {
   auto const& data = pdConfig_->currPDData();
-  if (!data || outputOf(data.get())) return;
+  if (downAtOutput_) {
+    downAtOutput_ = false;
+    goingDown_ = true;
+    rootDown();
+  }
+  if (outputOf(data.get())) return;
   auto snapshot = snapshot_;
   if (dump(*data).empty()) {
     // What is brought back before anything has been loaded.
-    snapshot = std::make_shared<Snapshot>(Snapshot{Mox::makePtr<AclConfigColl>(chipId_),
-                                                   capability_, KeyLayout::of(*capability_), now_});
+    snapshot = std::make_shared<Snapshot>(
+        Snapshot{Mox::makePtr<AclConfigColl>(chipId_), capability_, now_});
   } else if (!snapshot) {
     return differ("an output is offered that no configuration was read for");
   }
@@ -367,19 +453,19 @@ void SimChip::drawProbes() {
 }
 
 bool SimChip::answered(std::initializer_list<ResponseState> states) const {
-  return std::all_of(
-      SoftChip::allTables().begin(), SoftChip::allTables().end(), [&](SoftChip::Table t) {
-        ResourceStatus const status = SoftChip::statusOf(*pdStatus_, t);
-        return t == SoftChip::Table::tcpFlags ||
-               (status.responseId() == pdConfig_->pdResourceConfig().requestId() &&
-                std::find(states.begin(), states.end(), status.responseState()) != states.end());
-      });
+  return std::all_of(allPDTables().begin(), allPDTables().end(), [&](SoftChip::Table t) {
+    ResourceStatus const status = tableStatus(*pdStatus_, t);
+    return t == SoftChip::Table::tcpFlags ||
+           (status.responseId() == pdConfig_->pdResourceConfig().requestId() &&
+            std::find(states.begin(), states.end(), status.responseState()) != states.end());
+  });
 }
 
 void SimChip::onRequest() {
   ResourceConfig const request = pdConfig_->pdResourceConfig();
   PDData const* const offered = pdConfig_->currPDData().get();
-  if (!isUp()) differ("a pipeline that is down makes a request");
+  if (!isUp() && !std::exchange(goingDown_, false))
+    differ("a pipeline that is down makes a request");
   if (downAtRequest_ == request.requestState()) {
     downAtRequest_.reset();
     rootDown();
@@ -388,15 +474,15 @@ void SimChip::onRequest() {
     case RequestState::acquire:
       // An empty one stands for none.
       if (auto const& previous = pdConfig_->prevPDData();
-          !previous ||
-          (previous.get() != inForce_.back() && (inForce_.back() || !full(*previous).empty())))
+          previous.get() != inForce_.back() && (inForce_.back() || !full(*previous).empty()))
         differ("the previous output is not the one last asked to be loaded");
       if (request.requestId() <= lastId_) differ("a request with the id of an earlier one");
       lastId_ = request.requestId();
-      refused_ = false;
+      refused_ = restarted_ = sinceLoad_ = false;
+      permit_ = permitNext_;
       return;
     case RequestState::load:
-      if (!answered({ResponseState::hitless, ResponseState::hitful}))
+      if (!restarted_ && !answered({ResponseState::hitless, ResponseState::hitful}))
         differ("load before every table has answered the acquire");
       inForce_.push_back(offered);
       return;
@@ -404,12 +490,12 @@ void SimChip::onRequest() {
   }
   ++figures_.refusals;
   refused_ = true;
-  bool const failed = std::any_of(
-      SoftChip::allTables().begin(), SoftChip::allTables().end(), [&](SoftChip::Table t) {
-        return SoftChip::statusOf(*pdStatus_, t) ==
+  bool const failed =
+      std::any_of(allPDTables().begin(), allPDTables().end(), [&](SoftChip::Table t) {
+        return tableStatus(*pdStatus_, t) ==
                ResourceStatus(request.requestId(), ResponseState::failed);
       });
-  if (!failed) differ("revert although the driver refused nothing");
+  if (!failed && !restarted_) differ("revert although the driver refused nothing");
   Output const* const output = outputOf(offered);
   bool const was = std::find(inForce_.begin(), inForce_.end(), offered) != inForce_.end();
   if (!was && !(output && output->said.empty()))
@@ -420,18 +506,21 @@ void SimChip::onRequest() {
 void SimChip::onPolicy() {
   GlobalAclControl const policy = pdConfig_->globalAclControl();
   if (policy == GlobalAclControl::doNotApply) return;
-  if (pdConfig_->pdResourceConfig().requestId() == 0) return;  // the driver's own is taken over
-  if (policy !=
-      (params_->permitDuringUpdate() ? GlobalAclControl::permitAll : GlobalAclControl::denyAll))
+  if (policy == pdStatus_->globalAclControl()) return;  // a change of before is taken back
+  if (policy != (permit_ ? GlobalAclControl::permitAll : GlobalAclControl::denyAll) &&
+      !(ownPolicy_ && policy == GlobalAclControl::denyAll))
     differ("another policy than the agent wants");
-  ResourceStatus const answer = SoftChip::statusOf(*pdStatus_, SoftChip::Table::aclEntries);
-  if (answer != ResourceStatus(pdConfig_->pdResourceConfig().requestId(), ResponseState::hitful))
+  ResourceStatus const answer = tableStatus(*pdStatus_, PDTable::aclEntries);
+  if (!restarted_ &&
+      answer != ResourceStatus(pdConfig_->pdResourceConfig().requestId(), ResponseState::hitful))
     differ("a policy for a change that nobody called hitful");
 }
 
 void SimChip::onWrite(SoftChip::Write const& write) {
   ++figures_.writes;
   using Kind = SoftChip::Write::Kind;
+  if (write.kind == Kind::policyStatus && chip_->policy() == GlobalAclControl::doNotApply)
+    ownPolicy_ = false;
   PDData const* const now = chip_->inForce().get();
   if (write.kind == Kind::switched || write.kind == Kind::rewritten) {
     auto const at = std::find(inForce_.begin(), inForce_.end(), now);
@@ -494,17 +583,21 @@ void SimChip::checkSuccess() {
     return differ("success without having read the configuration since the request");
   auto const data = pdConfig_->currPDData();
   if (!data || chip_->inForce() != data) return differ("success without the new output in force");
-  if (chip_->policy() != GlobalAclControl::doNotApply ||
-      pdConfig_->globalAclControl() != GlobalAclControl::doNotApply)
+  // A change that a pipeline of before has asked for may be carried out after it was taken back.
+  bool const lifted = chip_->policy() == GlobalAclControl::doNotApply ||
+                      (chip_->options().finishesSuperseded && !chip_->idle());
+  if (!(ownPolicy_ && sinceLoad_) &&
+      !(lifted && pdConfig_->globalAclControl() == GlobalAclControl::doNotApply))
     return differ("success under a policy");
+  if (chip_->reservedFor() != 0)
+    return differ("success while the chip keeps resources for another load");
   if (!root_->stageControllerStatus()->failureText().empty() || !rootStatus_->kickMessage().empty())
     differ("success with a reason for failure");
 
   if (isMistaken(*snapshot_->acls)) differ("success with rules that cannot be compiled");
   // The one reading of a miss in one kick, the other in the next.
-  KeyLayout const layout =
-      KeyLayout::of(*snapshot_->capability,
-                    now_ % 2 ? SoftChip::MissYields::highest : SoftChip::MissYields::nothing);
+  KeyLayout const layout = KeyLayout::of(
+      *data, now_ % 2 ? SoftChip::MissYields::highest : SoftChip::MissYields::nothing);
   GridResult const grid = compareVerdicts(*snapshot_->acls, *data, layout, 3000, now_);
   figures_.packets += grid.packets;
   for (std::string const& d : grid.differences) differ(d + "\n" + dump(*data));
@@ -545,6 +638,14 @@ void SimChip::checkFailure() {
   if (rootStatus_->kickMessage() != message)
     differ("failure with the message " + rootStatus_->kickMessage());
   if (status.failureText().empty()) return differ("failure without a reason");
+  bool const policy = pdStatus_->globalAclControl() != GlobalAclControl::doNotApply ||
+                      pdConfig_->globalAclControl() != GlobalAclControl::doNotApply;
+  if (!stale_ && policy != (status.failureText().find("in force") != std::string::npos))
+    differ(std::string("failure ") + (policy ? "under" : "without") +
+           " a policy, and the reason is " + status.failureText());
+  if (stale_ != (status.failureText().find("has to be built anew") != std::string::npos))
+    differ("an entity is replaced or not, and the reason is " + status.failureText());
+  if (stale_) return;
   if ((status.lastFailedStage() == NaxelActiveStage::stageAggregator) !=
       isMistaken(*snapshot_->acls))
     differ("failure at " + Mox::stringValue(status.lastFailedStage()) + ": " +
@@ -552,8 +653,12 @@ void SimChip::checkFailure() {
   // The handshake of an earlier kick may be refused while this one is in its first stages.
   if (status.lastFailedStage() == NaxelActiveStage::stageLoader) {
     if (!refused_) differ("failure of the handshake although the driver refused nothing");
-    if (!answered({ResponseState::reverted})) differ("failure before every table was reverted");
-    if (chip_->policy() != GlobalAclControl::doNotApply) differ("failure that leaves a policy");
+    if (!restarted_ && !answered({ResponseState::reverted}))
+      differ("failure before every table was reverted");
+    // A lift that the pipeline of before has asked for may still be under way.
+    if (policy != ownPolicy_ && !(policy && !chip_->idle()))
+      differ("failure that leaves a policy, or lifts the driver's own");
+    if (chip_->reservedFor() != 0) differ("failure while the chip keeps resources for a load");
     if (root_->loaderStatus()->lastFailedState().responseId() != lastId_)
       differ("another refusal is reported than this one");
     return;
@@ -573,11 +678,22 @@ void SimChip::checkPublished() {
     if (full(*output.data) != output.said) differ("an output has changed since it was published");
 }
 
+void SimChip::checkRunning() {
+  if (running() && root_->waitingFor().empty()) differ("a running kick waits for nothing");
+}
+
 void SimChip::checkAtRest() {
   if (awaited_ && root_) {
-    differ("a kick hangs at " + Mox::stringValue(activeStage()));
+    differ("a kick hangs at " + Mox::stringValue(activeStage()) + ": " + root_->waitingFor());
     awaited_ = false;
   }
+  if (rootStatus_->kickProgress() == NaxelProgress::naxelFinishedSuccess && !ownPolicy_ &&
+      chip_->policy() != GlobalAclControl::doNotApply)
+    differ("a policy stands when all is done");
+  ResourceConfig const request = pdConfig_->pdResourceConfig();
+  if (chip_->reservedFor() != 0 && (request.requestState() != RequestState::acquire ||
+                                    chip_->reservedFor() != request.requestId()))
+    differ("the chip keeps resources for a load that will never be");
   NaxelProgress const progress = rootStatus_->kickProgress();
   if ((progress == NaxelProgress::naxelFinishedSuccess ||
        progress == NaxelProgress::naxelFinishedFail) &&

@@ -174,6 +174,8 @@ void driverIs(SoftChip::Options& o, std::string const& key, std::istringstream& 
                                                  {"never", TcpFlagsAnswer::never}}});
   else if (key == "stale")
     o.staleAnswers = onOff(in);
+  else if (key == "superseded")
+    o.finishesSuperseded = choice<bool, 2>(in, {{{"dropped", false}, {"finished", true}}});
   else if (key == "hitful")
     o.forceHitful = onOff(in);
   else if (key == "miss")
@@ -242,6 +244,7 @@ void Simulator::execute(std::string const& line) {
     executeOn(*chips_[static_cast<size_t>(verb[0] - '0')], word(in), in);
   } else if (verb == "pass") {
     for (unsigned i = read<unsigned>(in) % 1000; i > 0; --i) step();
+    for (auto const& chip : chips_) chip->checkRunning();
   } else if (verb == "run") {
     settle();
   } else if (verb == "clock") {
@@ -275,6 +278,8 @@ void Simulator::executeOn(SimChip& chip, std::string const& verb, std::istringst
     chip.rekickAt(named<NaxelProgress>(in));
   } else if (verb == "down-at") {
     chip.downAt(named<NaxelProgress>(in));
+  } else if (verb == "down-at-output") {
+    chip.downAtOutput();
   } else if (verb == "down-at-request") {
     chip.downAtRequest(named<RequestState>(in));
   } else if (verb == "down") {
@@ -283,8 +288,16 @@ void Simulator::executeOn(SimChip& chip, std::string const& verb, std::istringst
     if (!chip.isUp()) chip.rootUp(false);
   } else if (verb == "up-fresh") {
     chip.rootUp(true);
-  } else if (verb == "boot") {
-    chip.bootPolicyIs(named<GlobalAclControl>(in));
+  } else if (verb == "restart") {
+    bool const kept = choice<bool, 2>(in, {{{"kept", true}, {"lost", false}}});
+    std::string policy;
+    in >> policy;
+    chip.driverRestart(kept, Mox::instanceFromText<GlobalAclControl>(policy));
+  } else if (verb == "replace") {
+    choice<bool, 2>(in, {{{"capability", true}, {"status", false}}}) ? chip.capabilityReplace()
+                                                                     : chip.pdStatusReplace();
+  } else if (verb == "undo") {
+    chip.undo(read<size_t>(in));
   } else if (verb == "driver") {
     std::string const key = word(in);
     driverIs(chip.driver().options(), key, in);
@@ -293,7 +306,7 @@ void Simulator::executeOn(SimChip& chip, std::string const& verb, std::istringst
   } else if (verb == "width") {
     std::string const table = word(in);
     auto const bits = read<unsigned>(in);
-    if (!chip.running()) widthIs(chip, table, bits);
+    widthIs(chip, table, bits);
   } else {
     if (!edit(chip, verb, in)) unknown(in.str());
     ++figures_.edits;
@@ -447,7 +460,7 @@ void Simulator::finish() {
   throwingIs(false);
   for (auto const& chip : chips_) {
     chip->driver().options() = SoftChip::Options();
-    if (!chip->isUp()) chip->rootUp(false);
+    if (!chip->isUp() || chip->isStale()) chip->rootUp(false);
     chip->request(NaxelKickRequest::naxelStart);
     settle();
   }

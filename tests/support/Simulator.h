@@ -18,12 +18,16 @@
 ///   toggle ACL RULE drop|log|tc|init|est
 ///   empty                          all ACLs are deleted
 ///   oversize ACL N / shrink ACL    N rules of one port each
-///   width TABLE BITS               unless a kick is running
+///   width TABLE BITS
+///   undo N                         back to what the last kick but N has read
 ///
 ///   kick / request / cancel / cancel-at STAGE
-///   rekick-at PROGRESS / down-at PROGRESS / down-at-request REQUEST   from within the notification
+///   rekick-at PROGRESS / down-at PROGRESS / down-at-request REQUEST / down-at-output
+///                                  from within the notification
 ///   down / up / up-fresh           the root; up-fresh over a new RootConfig and RootStatus
 ///   driver KEY VALUE               see Simulator.cpp
+///   restart kept|lost [POLICY]     the driver, with its answers or without, with a policy of its own
+///   replace capability|status      the agent's entity
 ///   permit on|off
 ///
 ///   pass N                         N steps of all

@@ -159,6 +159,56 @@ void copyAcls(AclConfigColl const& from, AclConfigColl& to) {
   }
 }
 
+namespace {
+
+/// What a filter says besides its lists.
+std::string said(RuleFilter const& filter) {
+  std::string out;
+  for (Mox::Attribute const& a : filter.attributeTable()) out += a.text(filter) + ";";
+  return out;
+}
+
+bool sayTheSame(Mox::Ptr<RuleFilter> const& a, Mox::Ptr<RuleFilter> const& b) {
+  if (!a || !b) return a == b;
+  auto const lists = [](Mox::Ptr<IpPrefixList> const& x, Mox::Ptr<IpPrefixList> const& y) {
+    return x && y ? x->isEqual(*y) : x == y;
+  };
+  return lists(a->source(), b->source()) && lists(a->destination(), b->destination()) &&
+         said(*a) == said(*b);
+}
+
+void restoreAcl(AclConfig const& from, AclConfig& to) {
+  from.af() ? to.afIs(*from.af()) : to.afDel();
+  for (auto const& [name, rule] : to.ruleByName())
+    if (!from.ruleByName(name)) to.ruleByNameDel(name);
+  for (auto const& [name, rule] : from.ruleByName()) {
+    auto const other = to.ruleByNameIs(name);
+    if (!sayTheSame(rule->ruleFilter(), other->ruleFilter())) other->ruleFilterDel();
+    if (rule->ruleFilter() && !other->ruleFilter())
+      copyFilter(*rule->ruleFilter(), *other->ruleFilterIs());
+    other->actionIs(rule->action());
+  }
+  for (auto const& [index, rule] : to.ruleById())
+    if (!from.ruleByIdHas(index)) to.ruleByIdDel(index);
+  for (auto const& [index, rule] : from.ruleById()) {
+    if (from.ruleByName(rule->name()) == rule) {
+      to.ruleByIdIs(index, to.ruleByName(rule->name()));
+      continue;
+    }
+    auto const stray = Mox::makePtr<RuleConfig>(rule->name());
+    copyRule(*rule, *stray);
+    to.ruleByIdIs(index, stray);
+  }
+}
+
+}  // namespace
+
+void restoreAcls(AclConfigColl const& from, AclConfigColl& to) {
+  for (auto const& [name, acl] : to.acl())
+    if (!from.acl(name)) to.aclDel(name);
+  for (auto const& [name, acl] : from.acl()) restoreAcl(*acl, *to.aclIs(name));
+}
+
 void copyWidths(ChipHwCapability const& from, ChipHwCapability& to) {
   for (auto const& [key, w] : from.prefixXformWidth()) to.prefixXformWidthIs(key, w);
   for (auto const& [type, w] : from.rangeXformWidth()) to.rangeXformWidthIs(type, w);

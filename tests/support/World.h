@@ -29,6 +29,8 @@ void fillFilter(Naxel::RuleConfig& rule, std::string_view text);
 /// Makes `to` say what `from` says, lists and rules copied down to the last value; also what an agent
 /// ought not to do, such as an index that refers to a rule of no name.
 void copyAcls(Naxel::AclConfigColl const& from, Naxel::AclConfigColl& to);
+/// Makes `to` say again what `from` says, and writes only what differs.
+void restoreAcls(Naxel::AclConfigColl const& from, Naxel::AclConfigColl& to);
 void copyFilter(Naxel::RuleFilter const& from, Naxel::RuleFilter& to);
 void copyWidths(Naxel::ChipHwCapability const& from, Naxel::ChipHwCapability& to);
 

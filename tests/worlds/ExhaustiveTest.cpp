@@ -100,7 +100,7 @@ class Universe {
       ++successes;
       for (SoftChip::MissYields miss :
            {SoftChip::MissYields::nothing, SoftChip::MissYields::highest}) {
-        KeyLayout const layout = KeyLayout::of(*world->capability, miss);
+        KeyLayout const layout = KeyLayout::of(world->tables(), miss);
         GridResult const grid = compareVerdicts(*acls_, world->tables(), layout, ~uint64_t{0} / 2);
         packets += grid.packets;
         ASSERT_TRUE(grid.complete);

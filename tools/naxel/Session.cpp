@@ -24,8 +24,7 @@ Session::Session(ChipSetup const& setup, Mox::Ptr<Naxel::AclConfigColl const> ac
       rootStatus_(Mox::makePtr<Naxel::RootStatus>(chip_)),
       pdConfig_(Naxel::pDConfigFactory(chip_)),
       pdStatus_(Mox::makePtr<Naxel::PDStatus>(chip_)),
-      softChip_(std::make_unique<SoftChip::Chip>(pdConfig_, pdStatus_, capability_, wheel_,
-                                                 setup.softChip)) {
+      softChip_(std::make_unique<SoftChip::Chip>(pdConfig_, pdStatus_, wheel_, setup.softChip)) {
   auto const param = Acl::paramConfigFactory();
   param->permitDuringUpdateIs(setup.permitDuringUpdate);
   root_ = Naxel::naxelRootSmFactory(chip_, capability_, rootConfig_, rootStatus_, acls_, param,
@@ -79,16 +78,17 @@ bool Session::kick() {
 
 std::vector<LabelUse> Session::labelUse() const {
   std::vector<LabelUse> out;
+  Naxel::ChipHwCapability const& widths = *data().hwCapability();
   auto const add = [&](std::string field, unsigned width, Naxel::EncoderStatus const& encoder) {
     out.push_back({std::move(field), width, encoder.plainToEncodedLabel().size()});
   };
   for (Naxel::PrefixXformKey const& key : Naxel::PrefixXformKey::all())
-    add(prefixKeyName(key), capability_->prefixXformWidth(key), *root_->prefixEncoderStatus(key));
+    add(prefixKeyName(key), widths.prefixXformWidth(key), *root_->prefixEncoderStatus(key));
   for (Naxel::RangeSetType const type : Naxel::allRangeSetTypes())
-    add(Naxel::stringValue(type), capability_->rangeXformWidth(type),
+    add(Naxel::stringValue(type), widths.rangeXformWidth(type),
         *root_->rangeEncoderStatus(type));
   for (Naxel::ComboLabelSetType const type : Naxel::allComboLabelSetTypes())
-    if (unsigned const width = capability_->comboXformWidth(type))
+    if (unsigned const width = widths.comboXformWidth(type))
       add(Naxel::stringValue(type), width, *root_->comboLabelEncoderStatus(type));
   return out;
 }
@@ -102,6 +102,8 @@ std::vector<std::string> Session::failureTexts() const {
       continue;
     out.push_back((s.key.empty() ? "" : s.key + ": ") + s.status->failureText());
   }
+  if (std::string const& caution = root_->loaderStatus()->caution(); !caution.empty())
+    out.push_back(caution);
   if (failed == NaxelActiveStage::stageLoader)
     for (SoftChip::Shortfall const& s : softChip_->shortfalls()) out.push_back(SoftChip::text(s));
   return out;

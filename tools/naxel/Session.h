@@ -35,7 +35,6 @@ class Session {
   bool kick();
 
   Naxel::RootStatus const& rootStatus() const { return *rootStatus_; }
-  Naxel::ChipHwCapability const& capability() const { return *capability_; }
   Mox::Ptr<Naxel::AclConfigColl const> const& acls() const { return acls_; }
   /// The output in force, after a kick that succeeded.
   Naxel::PDData const& data() const { return *pdConfig_->currPDData(); }

@@ -75,7 +75,7 @@ Row bitsRow(std::string name, std::string family, std::string key, Bits const& b
 
 void printBits(std::ostream& out, Session const& session, CrossProduct& plain) {
   std::vector<Row> rows = {{"TCAM bits", "family", "key", "bits", "cross product", "percent"}};
-  KeyBits const keyBits(session.data(), session.capability());
+  KeyBits const keyBits(session.data());
   std::map<Lumox::AddressFamily, Bits> sums;
   for (auto const& [name, acl] : session.acls()->acl()) {
     Lumox::AddressFamily const af = acl->af().value_or(Lumox::ipv4());

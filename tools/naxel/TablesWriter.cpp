@@ -139,13 +139,13 @@ void writeAcls(std::ostream& out, Naxel::PDAclColl const& data, Naxel::AclConfig
 }  // namespace
 
 void writeTables(std::ostream& out, Naxel::RootStatus const& kick,
-                 Naxel::ChipHwCapability const& chip, Naxel::PDData const& data,
+                 Naxel::PDData const& data,
                  Naxel::AclConfigColl const& acls) {
   Json const outcome{{"progress", Naxel::stringValue(kick.kickProgress())},
                      {"message", kick.kickMessage()},
                      {"count", kick.kickCount()}};
-  out << R"({"schema":"naxel-tables","version":1,"chip":)" << Mox::valueToStrep(chip.chipId())
-      << ",\n \"kick\":" << text(outcome) << ",\n \"widths\":" << text(widths(chip))
+  out << R"({"schema":"naxel-tables","version":1,"chip":)" << Mox::valueToStrep(kick.chipId())
+      << ",\n \"kick\":" << text(outcome) << ",\n \"widths\":" << text(widths(*data.hwCapability()))
       << ",\n \"tables\":{\n";
   writeXformTables(out, data);
   writeAcls(out, *data.pdAclColl(), acls);

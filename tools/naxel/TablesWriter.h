@@ -4,7 +4,6 @@
 /// in docs/formats.md.
 
 #include "naxel/control/RootTypes.h"
-#include "naxel/loader/HwCapability.h"
 #include "naxel/loader/PDData.h"
 #include "naxel/types/AclConfig.h"
 
@@ -14,7 +13,7 @@ namespace NaxelTool {
 
 /// `acls` gives the rules their names; `data` is the output that the kick put in force.
 void writeTables(std::ostream& out, Naxel::RootStatus const& kick,
-                 Naxel::ChipHwCapability const& chip, Naxel::PDData const& data,
+                 Naxel::PDData const& data,
                  Naxel::AclConfigColl const& acls);
 
 }  // namespace NaxelTool

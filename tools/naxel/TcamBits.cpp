@@ -30,7 +30,8 @@ void forEachFilter(Naxel::PDAclRuleColl const& acl, F f) {
 
 }  // namespace
 
-KeyBits::KeyBits(Naxel::PDData const& data, Naxel::ChipHwCapability const& capability) {
+KeyBits::KeyBits(Naxel::PDData const& data) {
+  Naxel::ChipHwCapability const& capability = *data.hwCapability();
   auto const set = [&](size_t family, Field field, unsigned width, auto const& table) {
     most_[family][static_cast<size_t>(field)] = width;
     bits_[family][static_cast<size_t>(field)] = bitsFor(table, width);

@@ -3,7 +3,6 @@
 /// How wide a TCAM entry has to be for the tables in force. Labels are handed out from 0 upwards, so a
 /// key of fewer bits than the chip offers usually holds them all.
 
-#include "naxel/loader/HwCapability.h"
 #include "naxel/loader/PDData.h"
 #include "softchip/MatchKey.h"
 
@@ -17,7 +16,7 @@ constexpr unsigned plainKeyBits(Lumox::AddressFamily af) { return af == Lumox::i
 
 class KeyBits {
  public:
-  KeyBits(Naxel::PDData const& data, Naxel::ChipHwCapability const& capability);
+  explicit KeyBits(Naxel::PDData const& data);
 
   /// Sum over the fields that some entry of the ACL looks at, each as wide as field() says, and one bit
   /// for either TCP flag that one asks for.

@@ -64,7 +64,7 @@ bool verify(Session& session, uint64_t packets, uint64_t seed, std::ostream& out
 
 bool verifyExactly(Session& session, std::ostream& out) {
   Proof const proof =
-      prove(*session.acls(), session.data(), SoftChip::KeyLayout::of(session.capability()));
+      prove(*session.acls(), session.data(), SoftChip::KeyLayout::of(session.data()));
   if (proof.difference.empty()) {
     auto const count = [](size_t n, char const* one, char const* many) {
       return std::to_string(n) + " " + (n == 1 ? one : many) + ", ";

@@ -66,7 +66,7 @@ ExitCode withKick(Common const& common, Then then) {
 ExitCode run(Common const& common, Compile const& options) {
   return withKick(common, [&](Session const& session) {
     auto const write = [&](std::ostream& out) {
-      writeTables(out, session.rootStatus(), session.capability(), session.data(), *session.acls());
+      writeTables(out, session.rootStatus(), session.data(), *session.acls());
     };
     if (!options.output.empty()) {
       OutputFile file(options.output);

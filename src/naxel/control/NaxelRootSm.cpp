@@ -29,6 +29,17 @@ class NaxelRootSm::LoaderInfoReactor : public EncoderStatus::Notifiee {
   std::function<void()> pass_;
 };
 
+/// Calls back when an entity of the agent has lost its place.
+class NaxelRootSm::DeletionReactor : public Mox::Notifiee {
+ public:
+  DeletionReactor(NaxelRootSm& sm, char const* why) : sm_(sm), why_(why) {}
+  void onDeleted() override { sm_.handleDeleted(why_); }
+
+ private:
+  NaxelRootSm& sm_;
+  char const* why_;
+};
+
 NaxelRootSm::NaxelRootSm(Obel::ChipId chipId, Mox::Ptr<ChipHwCapability const> hwCapability,
                          Mox::Ptr<RootConfig> rootConfig, Mox::Ptr<RootStatus> rootStatus,
                          Mox::Ptr<AclConfigColl const> aclConfigColl,
@@ -42,9 +53,14 @@ NaxelRootSm::NaxelRootSm(Obel::ChipId chipId, Mox::Ptr<ChipHwCapability const> h
       paramConfig_(std::move(paramConfig)),
       pdConfig_(std::move(pdConfig)),
       pdStatus_(std::move(pdStatus)),
-      timerWheel_(std::move(timerWheel)) {
+      timerWheel_(timerWheel),
+      silenceTimer_(*this, std::move(timerWheel)) {
   MOX_ASSERT(hwCapability_ && rootConfig_ && rootStatus_ && aclConfigColl_ && paramConfig_ &&
              pdConfig_ && pdStatus_ && timerWheel_);
+  kickCapability_ = Mox::makePtr<ChipHwCapability>(chipId_);
+  kickCapability_->valuesIs(*hwCapability_);
+  kickParamConfig_ = Acl::paramConfigFactory();
+  kickParamConfig_->valuesIs(*paramConfig_);
   rootConfigReactor_.notifierIs(rootConfig_.get());
   handleInitialized();
 }
@@ -52,58 +68,78 @@ NaxelRootSm::NaxelRootSm(Obel::ChipId chipId, Mox::Ptr<ChipHwCapability const> h
 NaxelRootSm::~NaxelRootSm() {
   // The driver keeps answering while the pipeline goes down.
   rootConfigDel();
-  if (stageControllerSm_) stageControllerSm_->moxDoZombieReactors(true);
-  for (auto const& sm : stageSms_) sm->moxDoZombieReactors(true);
+  takeDown();
 }
 
-void NaxelRootSm::rootConfigDel() {
-  rootConfigReactor_.notifierIs(nullptr);
-  rootConfig_ = nullptr;
+void NaxelRootSm::rootConfigIs(Mox::Ptr<RootConfig> v) {
+  rootConfigReactor_.notifierIs(v.get());
+  rootConfig_ = std::move(v);
+}
+
+void NaxelRootSm::onStageControllerStatus() {
+  stageStatusReactor_.notifierIs(stageControllerStatus().get());
 }
 
 void NaxelRootSm::handleInitialized() {
-  stageControllerConfig_ = Mox::makePtr<StageControllerConfig>();
-  stageControllerStatus_ = Mox::makePtr<StageControllerStatus>();
-  stageStatusReactor_.notifierIs(stageControllerStatus_.get());
+  stageControllerConfigIs(Mox::makePtr<StageControllerConfig>());
+  stageControllerStatusIs(Mox::makePtr<StageControllerStatus>());
 
-  aggregatorConfig_ = aggregatorConfigFactory(aclConfigColl_);
-  aggregatorStatus_ = Mox::makePtr<AggregatorStatus>();
-  loaderConfig_ = Mox::makePtr<LoaderConfig>();
-  loaderStatus_ = Mox::makePtr<LoaderStatus>();
-  ruleExpanderConfig_ = Mox::makePtr<RuleExpanderConfig>(aggregatorStatus_);
-  ruleExpanderStatus_ = Mox::makePtr<RuleExpanderStatus>();
-  loaderConfig_->ruleExpanderLoaderInfoIs(ruleExpanderStatus_->ruleExpanderLoaderInfo());
+  auto const aggregator = Mox::makePtr<AggregatorStatus>();
+  aggregatorConfigIs(aggregatorConfigFactory(aclConfigColl_));
+  aggregatorStatusIs(aggregator);
+  auto const loader = Mox::makePtr<LoaderStatus>();
+  loaderConfigIs(Mox::makePtr<LoaderConfig>());
+  loaderStatusIs(loader);
+  loaderStatusReactor_.notifierIs(loader.get());
+  auto const expander = Mox::makePtr<RuleExpanderStatus>();
+  ruleExpanderConfigIs(Mox::makePtr<RuleExpanderConfig>(aggregator));
+  ruleExpanderStatusIs(expander);
+  loaderConfig()->ruleExpanderLoaderInfoIs(expander->ruleExpanderLoaderInfo());
 
-  stageSmConfig_ = Mox::makePtr<StageSmConfig>();
-  stageSmStatus_ = Mox::makePtr<StageSmStatus>();
-  stageSmConfig_->aggregatorConfigIs(aggregatorConfig_);
-  stageSmStatus_->aggregatorStatusIs(aggregatorStatus_);
-  stageSmConfig_->ruleExpanderConfigIs(ruleExpanderConfig_);
-  stageSmStatus_->ruleExpanderStatusIs(ruleExpanderStatus_);
-  stageSmConfig_->loaderConfigIs(loaderConfig_);
-  stageSmStatus_->loaderStatusIs(loaderStatus_);
-
-  genSetKeyGen_ = Mox::makePtr<GenSetKeyGenerator>();
+  genSetKeyGenIs(Mox::makePtr<GenSetKeyGenerator>());
   buildPrefixSide();
   buildRangeSide();
   buildComboSide();
-  loaderConfig_->initializedIs(true);
+  loaderConfig()->initializedIs(true);
 
-  stageSms_.push_back(aggregatorSmFactory(chipId_, aggregatorConfig_, aggregatorStatus_,
-                                          hwCapability_, genSetKeyGen_));
-  stageSms_.push_back(ruleExpanderSmFactory(chipId_, ruleExpanderConfig_, ruleExpanderStatus_));
-  loaderSm_ = loaderSmFactory(chipId_, loaderConfig_, loaderStatus_, pdConfig_, pdStatus_,
-                              hwCapability_, paramConfig_);
-  stageSms_.push_back(loaderSm_);
-  stageControllerSm_ =
-      Mox::makePtr<NaxelStageControllerSm>(chipId_, stageControllerConfig_, stageControllerStatus_,
-                                           stageSmConfig_, stageSmStatus_, timerWheel_);
+  aggregatorSmIs(aggregatorSmFactory(chipId_, aggregatorConfig(), aggregator, kickCapability_,
+                                     genSetKeyGen()));
+  ruleExpanderSmIs(
+      ruleExpanderSmFactory(chipId_, ruleExpanderConfig(), expander, kickParamConfig_));
+  loaderSmIs(loaderSmFactory(chipId_, loaderConfig(), loader, pdConfig_, pdStatus_, kickCapability_,
+                             kickParamConfig_));
+  stageControllerSmIs(Mox::makePtr<NaxelStageControllerSm>(chipId_, stageControllerConfig(),
+                                                           stageControllerStatus(), stageSmConfig(),
+                                                           stageSmStatus(), timerWheel_));
+  stageControllerSm()->prepareIs([this] { takeInputs(); });
+  watchDeletion(hwCapability_,
+                "ChipHwCapability has been deleted from its collection: the root state "
+                "machine has to be built anew, over the present one");
+  watchDeletion(aclConfigColl_,
+                "AclConfigColl has been deleted from its collection: the root state "
+                "machine has to be built anew, over the present one");
+  watchDeletion(pdConfig_,
+                "PDConfig has been deleted from its collection: the root state machine has "
+                "to be built anew, over the present one");
+  watchDeletion(pdStatus_,
+                "PDStatus has been deleted from its collection: the root state machine has "
+                "to be built anew, over the present one");
   initialized_ = true;
+  // A root that went down in the middle of a kick leaves it running; it has ended with that root.
+  if (rootStatus_->kickProgress() == NaxelProgress::naxelRunning)
+    rootStatus_->kickProgressIs(NaxelProgress::naxelInitialized);
+}
+
+template <class Entity>
+void NaxelRootSm::watchDeletion(Mox::Ptr<Entity> const& entity, char const* why) {
+  deletionReactors_.push_back(std::make_unique<DeletionReactor>(*this, why));
+  // To be watched does not change what an entity says.
+  deletionReactors_.back()->notifierIs(const_cast<std::remove_const_t<Entity>*>(entity.get()));
 }
 
 template <class Status, class Pass>
 void NaxelRootSm::watchLoaderInfo(Mox::Ptr<Status> status, Pass pass) {
-  // The reactor is a member and the status is kept beside it, so plain references will do.
+  // Only the status itself calls, so a plain reference will do.
   Status& watched = *status;
   loaderInfoReactors_.push_back(
       std::make_unique<LoaderInfoReactor>([&watched, pass] { pass(watched.loaderInfo()); }));
@@ -112,46 +148,44 @@ void NaxelRootSm::watchLoaderInfo(Mox::Ptr<Status> status, Pass pass) {
 
 void NaxelRootSm::buildPrefixSide() {
   for (PrefixXformKey const& key : PrefixXformKey::all()) {
-    auto const config = Mox::makePtr<PrefixXformConfig>(key, aggregatorStatus_->prefixInfo(key));
+    auto const config = Mox::makePtr<PrefixXformConfig>(key, aggregatorStatus()->prefixInfo(key));
     auto const status = Mox::makePtr<PrefixXformStatus>(key);
     auto const encConfig = encoderConfigFactory(status);
     auto const encStatus = Mox::makePtr<PrefixEncoderStatus>(key);
-    prefixXformStatus_.set(key, status);
-    prefixEncoderStatus_.set(key, encStatus);
-    stageSmConfig_->prefixXformConfigIs(key, config);
-    stageSmStatus_->prefixXformStatusIs(key, status);
-    stageSmConfig_->prefixEncoderConfigIs(key, encConfig);
-    stageSmStatus_->prefixEncoderStatusIs(key, encStatus);
-    ruleExpanderConfig_->prefixEncoderStatusIs(key, encStatus, status);
+    prefixXformConfigIs(key, config);
+    prefixXformStatusIs(key, status);
+    prefixEncoderConfigIs(key, encConfig);
+    prefixEncoderStatusIs(key, encStatus);
+    ruleExpanderConfig()->prefixEncoderStatusIs(key, encStatus, status);
     watchLoaderInfo(encStatus, [this, key](auto const& info) {
-      loaderConfig_->prefixXformLoaderInfoIs(key, info);
+      if (auto const loader = loaderConfig()) loader->prefixXformLoaderInfoIs(key, info);
     });
-    stageSms_.push_back(naxelPrefixXformSmFactory(chipId_, config, status, hwCapability_));
-    stageSms_.push_back(prefixLabelEncoderSmFactory(
-        chipId_, encConfig, encStatus, aggregatorStatus_->genSetUsageInfo(), hwCapability_));
+    prefixXformSmIs(key, naxelPrefixXformSmFactory(chipId_, config, status, kickCapability_));
+    prefixEncoderSmIs(
+        key, prefixLabelEncoderSmFactory(chipId_, encConfig, encStatus,
+                                         aggregatorStatus()->genSetUsageInfo(), kickCapability_));
   }
 }
 
 void NaxelRootSm::buildRangeSide() {
   for (RangeSetType type : allRangeSetTypes()) {
-    auto const info = aggregatorStatus_->rangeSplitInfo(type);
+    auto const info = aggregatorStatus()->rangeSplitInfo(type);
     auto const config = Mox::makePtr<RangeSplitConfig>(type, info);
     auto const status = Mox::makePtr<RangeSplitStatus>(type);
     auto const encConfig = Mox::makePtr<RangeEncoderConfig>(status, info);
     auto const encStatus = Mox::makePtr<RangeEncoderStatus>(type);
-    rangeSplitStatus_.set(type, status);
-    rangeEncoderStatus_.set(type, encStatus);
-    stageSmConfig_->rangeSplitConfigIs(type, config);
-    stageSmStatus_->rangeSplitStatusIs(type, status);
-    stageSmConfig_->rangeEncoderConfigIs(type, encConfig);
-    stageSmStatus_->rangeEncoderStatusIs(type, encStatus);
-    ruleExpanderConfig_->rangeEncoderStatusIs(type, encStatus, status);
+    rangeSplitConfigIs(type, config);
+    rangeSplitStatusIs(type, status);
+    rangeEncoderConfigIs(type, encConfig);
+    rangeEncoderStatusIs(type, encStatus);
+    ruleExpanderConfig()->rangeEncoderStatusIs(type, encStatus, status);
     watchLoaderInfo(encStatus, [this, type](auto const& loaderInfo) {
-      loaderConfig_->rangeSplitLoaderInfoIs(type, loaderInfo);
+      if (auto const loader = loaderConfig()) loader->rangeSplitLoaderInfoIs(type, loaderInfo);
     });
-    stageSms_.push_back(rangeSplitSmFactory(chipId_, config, status, hwCapability_));
-    stageSms_.push_back(rangeEncoderSmFactory(chipId_, encConfig, encStatus,
-                                              aggregatorStatus_->genSetUsageInfo(), hwCapability_));
+    rangeSplitSmIs(type, rangeSplitSmFactory(chipId_, config, status, kickCapability_));
+    rangeEncoderSmIs(type,
+                     rangeEncoderSmFactory(chipId_, encConfig, encStatus,
+                                           aggregatorStatus()->genSetUsageInfo(), kickCapability_));
   }
 }
 
@@ -174,39 +208,39 @@ void NaxelRootSm::buildComboSide() {
     }
     auto const info = Mox::makePtr<ComboLabelInfo>(type);
     auto const resolverConfig =
-        Mox::makePtr<ComboLabelResolverConfig>(type, srcXform, dstXform, aggregatorStatus_);
+        Mox::makePtr<ComboLabelResolverConfig>(type, srcXform, dstXform, aggregatorStatus());
     auto const resolverStatus = Mox::makePtr<ComboLabelResolverStatus>(type, info);
     auto const splitConfig = Mox::makePtr<ComboLabelSplitConfig>(type, info);
     auto const splitStatus = Mox::makePtr<ComboLabelSplitStatus>(type);
     auto const encConfig = Mox::makePtr<ComboLabelEncoderConfig>(splitStatus, srcEnc, dstEnc);
     auto const encStatus = Mox::makePtr<ComboLabelEncoderStatus>(type);
-    comboLabelInfo_.set(type, info);
-    comboLabelResolverStatus_.set(type, resolverStatus);
-    comboLabelSplitStatus_.set(type, splitStatus);
-    comboLabelEncoderStatus_.set(type, encStatus);
-    stageSmConfig_->comboLabelResolverConfigIs(type, resolverConfig);
-    stageSmStatus_->comboLabelResolverStatusIs(type, resolverStatus);
-    stageSmConfig_->comboLabelSplitConfigIs(type, splitConfig);
-    stageSmStatus_->comboLabelSplitStatusIs(type, splitStatus);
-    stageSmConfig_->comboLabelEncoderConfigIs(type, encConfig);
-    stageSmStatus_->comboLabelEncoderStatusIs(type, encStatus);
-    ruleExpanderConfig_->comboLabelInfoIs(type, info);
-    ruleExpanderConfig_->comboLabelEncoderStatusIs(type, encStatus, splitStatus);
+    comboLabelInfoIs(type, info);
+    comboLabelResolverConfigIs(type, resolverConfig);
+    comboLabelResolverStatusIs(type, resolverStatus);
+    comboLabelSplitConfigIs(type, splitConfig);
+    comboLabelSplitStatusIs(type, splitStatus);
+    comboLabelEncoderConfigIs(type, encConfig);
+    comboLabelEncoderStatusIs(type, encStatus);
+    ruleExpanderConfig()->comboLabelInfoIs(type, info);
+    ruleExpanderConfig()->comboLabelEncoderStatusIs(type, encStatus, splitStatus);
     watchLoaderInfo(encStatus, [this, type](auto const& loaderInfo) {
-      loaderConfig_->comboLabelLoaderInfoIs(type, loaderInfo);
+      if (auto const loader = loaderConfig()) loader->comboLabelLoaderInfoIs(type, loaderInfo);
     });
-    stageSms_.push_back(comboLabelResolverSmFactory(chipId_, resolverConfig, resolverStatus,
-                                                    hwCapability_, type, genSetKeyGen_));
-    stageSms_.push_back(comboLabelSplitSmFactory(chipId_, splitConfig, splitStatus, hwCapability_));
-    stageSms_.push_back(comboLabelEncoderSmFactory(
-        chipId_, encConfig, encStatus, resolverStatus->genSetUsageInfo(), hwCapability_));
+    comboLabelResolverSmIs(
+        type, comboLabelResolverSmFactory(chipId_, resolverConfig, resolverStatus, kickCapability_,
+                                          type, genSetKeyGen()));
+    comboLabelSplitSmIs(
+        type, comboLabelSplitSmFactory(chipId_, splitConfig, splitStatus, kickCapability_));
+    comboLabelEncoderSmIs(
+        type, comboLabelEncoderSmFactory(chipId_, encConfig, encStatus,
+                                         resolverStatus->genSetUsageInfo(), kickCapability_));
   }
 }
 
 Mox::Seconds NaxelRootSm::nextKickTime() const {
   // Statuses and driver answers are told apart by their kick time, so none may ever occur twice.
   Mox::Seconds const last =
-      std::max(stageControllerConfig_->kickTime(), pdConfig_->pdResourceConfig().requestId());
+      std::max(stageControllerConfig()->kickTime(), pdConfig_->pdResourceConfig().requestId());
   Mox::Seconds const next = std::nextafter(last, std::numeric_limits<double>::infinity());
   return std::max(timerWheel_->activity().now(), next);
 }
@@ -221,9 +255,8 @@ void NaxelRootSm::handleNaxelKickTime() {
   auto const alive = Mox::keepAlive(this);
   // A request that came from within one of these notifications is the newer one, and has been handled
   // by then.
-  auto const superseded = [&] {
-    return !rootConfig_ || rootConfig_->naxelKickTime() != agentKickTime;
-  };
+  uint64_t const request = ++requests_;
+  auto const superseded = [&] { return !rootConfig_ || requests_ != request; };
   rootStatus_->kickCountIs(rootStatus_->kickCount() + 1);
   if (superseded()) return;
   rootStatus_->kickTimeIs(agentKickTime);
@@ -234,17 +267,27 @@ void NaxelRootSm::handleNaxelKickTime() {
     rootStatus_->kickProgressIs(NaxelProgress::naxelRunning);
     if (superseded()) return;
   }
-  stageControllerConfig_->kickRequestIs(kickRequest);
-  stageControllerConfig_->kickTimeIs(nextKickTime());
+  if (!stageControllerConfig()) return;
+  silence_ = paramConfig_->silenceLimit();
+  progressAt_ = timerWheel_->now();
+  silenceTimer_.earliestExpiryIs(silence_ > 0 ? progressAt_ + silence_ : -1);
+  stageControllerConfig()->kickRequestIs(kickRequest);
+  stageControllerConfig()->kickTimeIs(nextKickTime());
+}
+
+void NaxelRootSm::takeInputs() {
+  kickCapability_->valuesIs(*hwCapability_);
+  kickParamConfig_->valuesIs(*paramConfig_);
 }
 
 void NaxelRootSm::handleStageStatus() {
-  StageControllerStatus const& status = *stageControllerStatus_;
+  StageControllerStatus const& status = *stageControllerStatus();
   if (auto line = trace(8))
     line << "handleStageStatus"
          << " stageStatus " << status.status();
-  if (status.kickTime() != stageControllerConfig_->kickTime()) return;
+  if (!stageControllerConfig() || status.kickTime() != stageControllerConfig()->kickTime()) return;
   auto const alive = Mox::keepAlive(this);
+  if (status.status() != StageStatusType::inProgress) silenceTimer_.earliestExpiryDel();
   switch (status.status()) {
     case StageStatusType::init: return rootStatus_->kickProgressIs(NaxelProgress::naxelInitialized);
     case StageStatusType::inProgress:
@@ -265,6 +308,38 @@ void NaxelRootSm::handleStageStatus() {
     case StageStatusType::finishedNotEnabled: break;
   }
   MOX_ASSERT(false);
+}
+
+void NaxelRootSm::handleProgress() {
+  if (silenceTimer_.earliestExpiry() < 0) return;
+  progressAt_ = timerWheel_->now();
+  silence_ = kickParamConfig_->silenceLimit();
+  silenceTimer_.earliestExpiryIs(silence_ > 0 ? progressAt_ + silence_ : -1);
+}
+
+void NaxelRootSm::handleSilence() {
+  Mox::Seconds const silent = timerWheel_->now() - progressAt_;
+  while (silence_ <= silent && std::isfinite(silence_)) silence_ *= 2;
+  silenceTimer_.earliestExpiryIs(progressAt_ + silence_);
+  if (auto line = trace(0))
+    line << "[" << chipId_ << "] No progress for " << std::llround(silent)
+         << " s: " << waitingFor();
+}
+
+void NaxelRootSm::handleDeleted(char const* why) {
+  auto const alive = Mox::keepAlive(this);
+  if (auto line = trace(0)) line << "[" << chipId_ << "] " << why;
+  if (auto const controller = stageControllerSm()) controller->obstacleIs(why);
+}
+
+std::string NaxelRootSm::waitingFor() const {
+  std::string const handshake = loaderSm() ? loaderSm()->waitingFor() : std::string();
+  if (!handshake.empty()) return handshake;
+  if (!stageControllerSm() || !stageControllerConfig())
+    return rootStatus_->kickProgress() == NaxelProgress::naxelRunning
+               ? "there is no stage controller, or it is not bound"
+               : "";
+  return stageControllerSm()->waitingFor();
 }
 
 Mox::Ptr<NaxelRootSm> naxelRootSmFactory(Obel::ChipId chipId,

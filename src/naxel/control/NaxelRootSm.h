@@ -11,22 +11,34 @@
 /// stepped back, are different kicks, because the pipeline's kick time is the present time or the
 /// next number above the last kick's, whichever is larger. A cancel that is requested while nothing
 /// runs ends as `naxelCancelled`.
+///
+/// A kick works from the widths and parameters that stood when it was requested: the root copies them
+/// then, so that what the agent changes meanwhile counts from the next kick on and never for one half
+/// of a kick.
+///
+/// What an agent hands over must stay in its place. Once `ChipHwCapability`, `AclConfigColl`, `PDConfig`
+/// or `PDStatus` has been deleted from its collection, nobody looks any more at the one that the root
+/// has: the running kick and all later ones fail, in words, until a root is built over the new one.
+///
+/// Silence. A kick without any progress for as long as `ParamConfig::silenceLimit` is traced at level 0
+/// together with what it waits for; again after each doubling of that time.
 
 #include "acl/ParamConfig.h"
-#include "naxel/control/NaxelStageControllerSm.h"
+#include "naxel/control/PipelineParts.h"
 #include "naxel/control/RootTypes.h"
-#include "naxel/encoder/EncoderTypes.h"
-#include "naxel/expander/RuleExpanderTypes.h"
 #include "naxel/loader/HwCapability.h"
-#include "naxel/loader/NaxelLoaderTypes.h"
-#include "naxel/xform/NaxelXformTypes.h"
+
+#include <memory>
+#include <string>
+#include <vector>
 
 namespace Naxel {
 
-class NAXEL_EXPORT NaxelRootSm : public Mox::RefCounted {
+class NAXEL_EXPORT NaxelRootSm : public PipelineParts {
  public:
   /// No argument may be null. `pdConfig` may have been in use by an earlier root: its last request
-  /// and the output in force are taken over.
+  /// and the output in force are taken over. A kick that `rootStatus` reports as running ended with the
+  /// earlier root, and is reported as `naxelInitialized`.
   NaxelRootSm(Obel::ChipId chipId, Mox::Ptr<ChipHwCapability const> hwCapability,
               Mox::Ptr<RootConfig> rootConfig, Mox::Ptr<RootStatus> rootStatus,
               Mox::Ptr<AclConfigColl const> aclConfigColl,
@@ -36,49 +48,17 @@ class NAXEL_EXPORT NaxelRootSm : public Mox::RefCounted {
 
   Obel::ChipId chipId() const { return chipId_; }
   Mox::Ptr<RootConfig> const& rootConfig() const { return rootConfig_; }
+  /// Binds another configuration; what stands there is no request.
+  void rootConfigIs(Mox::Ptr<RootConfig> v);
   /// Unbinds the configuration: no further request is seen.
-  void rootConfigDel();
+  void rootConfigDel() { rootConfigIs(nullptr); }
   Mox::Ptr<RootStatus> const& rootStatus() const { return rootStatus_; }
   bool initialized() const { return initialized_; }
 
-  Mox::Ptr<StageControllerConfig> const& stageControllerConfig() const {
-    return stageControllerConfig_;
-  }
-  Mox::Ptr<StageControllerStatus> const& stageControllerStatus() const {
-    return stageControllerStatus_;
-  }
-  Mox::Ptr<NaxelStageControllerSm> const& stageControllerSm() const { return stageControllerSm_; }
-  Mox::Ptr<StageSmConfig> const& stageSmConfig() const { return stageSmConfig_; }
-  Mox::Ptr<StageSmStatus> const& stageSmStatus() const { return stageSmStatus_; }
-  Mox::Ptr<GenSetKeyGenerator> const& genSetKeyGen() const { return genSetKeyGen_; }
-
-  Mox::Ptr<AggregatorStatus> const& aggregatorStatus() const { return aggregatorStatus_; }
-  Mox::Ptr<PrefixXformStatus> prefixXformStatus(PrefixXformKey const& key) const {
-    return Mox::lookup(prefixXformStatus_, key);
-  }
-  Mox::Ptr<RangeSplitStatus> rangeSplitStatus(RangeSetType type) const {
-    return Mox::lookup(rangeSplitStatus_, type);
-  }
-  Mox::Ptr<ComboLabelResolverStatus> comboLabelResolverStatus(ComboLabelSetType type) const {
-    return Mox::lookup(comboLabelResolverStatus_, type);
-  }
-  Mox::Ptr<ComboLabelSplitStatus> comboLabelSplitStatus(ComboLabelSetType type) const {
-    return Mox::lookup(comboLabelSplitStatus_, type);
-  }
-  Mox::Ptr<PrefixEncoderStatus> prefixEncoderStatus(PrefixXformKey const& key) const {
-    return Mox::lookup(prefixEncoderStatus_, key);
-  }
-  Mox::Ptr<RangeEncoderStatus> rangeEncoderStatus(RangeSetType type) const {
-    return Mox::lookup(rangeEncoderStatus_, type);
-  }
-  Mox::Ptr<ComboLabelEncoderStatus> comboLabelEncoderStatus(ComboLabelSetType type) const {
-    return Mox::lookup(comboLabelEncoderStatus_, type);
-  }
-  Mox::Ptr<RuleExpanderStatus> const& ruleExpanderStatus() const { return ruleExpanderStatus_; }
-  Mox::Ptr<LoaderConfig> const& loaderConfig() const { return loaderConfig_; }
-  Mox::Ptr<LoaderStatus> const& loaderStatus() const { return loaderStatus_; }
-  /// The state machine of the loader.
-  Mox::Ptr<StageSm> const& loaderSm() const { return loaderSm_; }
+  /// What the running kick waits for, in words for the operator: which request to the driver, which
+  /// tables have answered what, which policy; or which stage. So too for the handshake of a kick that
+  /// was cancelled. Empty while nothing is waited for.
+  std::string waitingFor() const;
 
  private:
   class RootConfigReactor : public RootConfig::Notifiee {
@@ -93,19 +73,46 @@ class NAXEL_EXPORT NaxelRootSm : public Mox::RefCounted {
    public:
     explicit StageStatusReactor(NaxelRootSm& sm) : sm_(sm) {}
     void onStatus() override { sm_.handleStageStatus(); }
+    void onProgress() override { sm_.handleProgress(); }
 
    private:
     NaxelRootSm& sm_;
   };
+  class LoaderStatusReactor : public StageStatus::Notifiee {
+   public:
+    explicit LoaderStatusReactor(NaxelRootSm& sm) : sm_(sm) {}
+    void onProgress() override { sm_.handleProgress(); }
+
+   private:
+    NaxelRootSm& sm_;
+  };
+  class SilenceTimer : public Obel::TimerNotifiee {
+   public:
+    SilenceTimer(NaxelRootSm& sm, Mox::Ptr<Obel::TimerWheel> wheel)
+        : TimerNotifiee(std::move(wheel), Purpose::watch), sm_(sm) {}
+    void handleExpiry() override { sm_.handleSilence(); }
+
+   private:
+    NaxelRootSm& sm_;
+  };
+  class DeletionReactor;
   class LoaderInfoReactor;
 
   void handleNaxelKickTime();
   void handleStageStatus();
+  void handleProgress();
+  void handleSilence();
+  void handleDeleted(char const* why);
   void handleInitialized();
+  void onStageControllerStatus() override;
   void buildPrefixSide();
   void buildRangeSide();
   void buildComboSide();
+  /// Copies widths and parameters for the kick that begins.
+  void takeInputs();
   Mox::Seconds nextKickTime() const;
+  template <class Entity>
+  void watchDeletion(Mox::Ptr<Entity> const& entity, char const* why);
   /// Keeps the loader's configuration in step with an encoder's loader info.
   template <class Status, class Pass>
   void watchLoaderInfo(Mox::Ptr<Status> status, Pass pass);
@@ -120,33 +127,19 @@ class NAXEL_EXPORT NaxelRootSm : public Mox::RefCounted {
   Mox::Ptr<PDStatus> pdStatus_;
   Mox::Ptr<Obel::TimerWheel> timerWheel_;
 
-  Mox::Ptr<StageControllerConfig> stageControllerConfig_;
-  Mox::Ptr<StageControllerStatus> stageControllerStatus_;
-  Mox::Ptr<StageSmConfig> stageSmConfig_;
-  Mox::Ptr<StageSmStatus> stageSmStatus_;
-  Mox::Ptr<GenSetKeyGenerator> genSetKeyGen_;
-  Mox::Ptr<AggregatorConfig> aggregatorConfig_;
-  Mox::Ptr<AggregatorStatus> aggregatorStatus_;
-  Mox::Ptr<LoaderConfig> loaderConfig_;
-  Mox::Ptr<LoaderStatus> loaderStatus_;
-  Mox::Ptr<RuleExpanderConfig> ruleExpanderConfig_;
-  Mox::Ptr<RuleExpanderStatus> ruleExpanderStatus_;
-  Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PrefixXformStatus>> prefixXformStatus_;
-  Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PrefixEncoderStatus>> prefixEncoderStatus_;
-  Mox::OrderedMap<RangeSetType, Mox::Ptr<RangeSplitStatus>> rangeSplitStatus_;
-  Mox::OrderedMap<RangeSetType, Mox::Ptr<RangeEncoderStatus>> rangeEncoderStatus_;
-  Mox::OrderedMap<ComboLabelSetType, Mox::Ptr<ComboLabelInfo>> comboLabelInfo_;
-  Mox::OrderedMap<ComboLabelSetType, Mox::Ptr<ComboLabelResolverStatus>> comboLabelResolverStatus_;
-  Mox::OrderedMap<ComboLabelSetType, Mox::Ptr<ComboLabelSplitStatus>> comboLabelSplitStatus_;
-  Mox::OrderedMap<ComboLabelSetType, Mox::Ptr<ComboLabelEncoderStatus>> comboLabelEncoderStatus_;
+  Mox::Ptr<ChipHwCapability> kickCapability_;   // as of the last start
+  Mox::Ptr<Acl::ParamConfig> kickParamConfig_;  // so too
+  uint64_t requests_ = 0;
+  Mox::Seconds progressAt_ = 0;
+  Mox::Seconds silence_ = 0;  // after so long without progress it is told next
 
   std::vector<std::unique_ptr<LoaderInfoReactor>> loaderInfoReactors_;
-  std::vector<Mox::Ptr<StageSm>> stageSms_;  // in the order of their creation
-  Mox::Ptr<StageSm> loaderSm_;
-  Mox::Ptr<NaxelStageControllerSm> stageControllerSm_;
+  std::vector<std::unique_ptr<DeletionReactor>> deletionReactors_;
   bool initialized_ = false;
   RootConfigReactor rootConfigReactor_{*this};
   StageStatusReactor stageStatusReactor_{*this};
+  LoaderStatusReactor loaderStatusReactor_{*this};
+  SilenceTimer silenceTimer_;
 };
 NAXEL_EXPORT Mox::Ptr<NaxelRootSm> naxelRootSmFactory(
     Obel::ChipId chipId, Mox::Ptr<ChipHwCapability const> hwCapability,

@@ -37,6 +37,8 @@ void NaxelStageControllerSm::StageStatusReactor::bind(NaxelActiveStage stage) {
   sm_.stageStatus_->forEach(stage, [&](StageStatus& status) {
     reactors.push_back(std::make_unique<StatusReactor>(sm_, status));
   });
+  // What was waited for may be gone, and what has come may have answered.
+  sm_.scheduleReview();
 }
 
 NaxelStageControllerSm::NaxelStageControllerSm(Obel::ChipId chipId,
@@ -45,8 +47,7 @@ NaxelStageControllerSm::NaxelStageControllerSm(Obel::ChipId chipId,
                                                Mox::Ptr<StageSmConfig> stageConfig,
                                                Mox::Ptr<StageSmStatus> stageStatus,
                                                Mox::Ptr<Obel::TimerWheel> timerWheel)
-    : StageSm(chipId, config, status),
-      config_(std::move(config)),
+    : StageSm(chipId, std::move(config), status),
       status_(std::move(status)),
       stageConfig_(std::move(stageConfig)),
       stageStatus_(std::move(stageStatus)),
@@ -73,8 +74,15 @@ void NaxelStageControllerSm::moxDoZombieReactors(bool zombie) {
 
 void NaxelStageControllerSm::doStartKick() {
   if (!initialized_) return;
-  if (config_->kickRequest() == NaxelKickRequest::naxelStart) {
+  if (kickRequest() == NaxelKickRequest::naxelStart) {
     activeStage_ = NaxelActiveStage::stageInit;
+    if (obstacle_) return doFailKick(obstacle_);
+    try {
+      if (prepare_) prepare_();
+    } catch (...) {
+      status_->lastFailedStageIs(activeStage_);
+      throw;
+    }
     return transitStage();
   }
   MOX_ASSERT_TEXT(status_->status() == StageStatusType::inProgress,
@@ -84,8 +92,9 @@ void NaxelStageControllerSm::doStartKick() {
 
 void NaxelStageControllerSm::transitStage() {
   if (auto line = trace(8)) line << "transitStage";
-  if (!initialized_) return;
-  if (config_->kickRequest() == NaxelKickRequest::naxelCancel) {
+  if (!initialized_ || !config()) return;
+  status_->progressInc();
+  if (kickRequest() == NaxelKickRequest::naxelCancel) {
     if (auto line = trace(4)) line << "This round of naxel kick is cancelled";
     return doSetStatus(StageStatusType::cancelled);
   }
@@ -102,9 +111,9 @@ void NaxelStageControllerSm::transitStage() {
   // may end where it began. It is scheduled first, because a stage may start another kick from
   // within.
   scheduleReview();
-  Mox::Seconds const kickTime = config_->kickTime();
+  Mox::Seconds const kickTime = config()->kickTime();
   stageConfig_->forEach(activeStage_, [&](StageConfig& c) {
-    if (config_->kickTime() == kickTime) c.kickTimeIs(kickTime);
+    if (config() && config()->kickTime() == kickTime) c.kickTimeIs(kickTime);
   });
 }
 
@@ -114,7 +123,8 @@ void NaxelStageControllerSm::scheduleReview() {
 }
 
 StageStatusType NaxelStageControllerSm::doCheckStageStatus(StageStatus const& status) const {
-  return status.kickTime() == config_->kickTime() ? status.status() : StageStatusType::init;
+  bool const present = config() && status.kickTime() == config()->kickTime();
+  return present ? status.status() : StageStatusType::init;
 }
 
 StageStatusType NaxelStageControllerSm::doCheckKeyed(NaxelActiveStage stage) const {
@@ -157,6 +167,47 @@ std::string NaxelStageControllerSm::failureTextOf(NaxelActiveStage stage) const 
   return text;
 }
 
+void NaxelStageControllerSm::doEndFailed(NaxelActiveStage stage,
+                                         std::function<std::string()> const& text) {
+  status_->lastFailedStageIs(stage);
+  try {
+    std::string reason = text();
+    auto const& loader = stageStatus_->loaderStatus();
+    if (loader && !loader->caution().empty()) reason += "; " + loader->caution();
+    status_->failureTextIs(std::move(reason));
+  } catch (std::bad_alloc const&) {
+    // The failure itself still has to be reported.
+  }
+  activeStage_ = NaxelActiveStage::stageInit;
+  doSetStatus(StageStatusType::finishedFailed);
+}
+
+void NaxelStageControllerSm::doFailKick(char const* why) {
+  // Reactors of the status may take the owner of this controller down.
+  auto const alive = Mox::keepAlive(this);
+  if (!initialized_ || !config() || status_->status() != StageStatusType::inProgress) return;
+  if (auto line = trace(0)) line << "[" << chipId() << "] The kick fails: " << why;
+  doEndFailed(activeStage_, [why] { return std::string(why); });
+}
+
+void NaxelStageControllerSm::obstacleIs(char const* why) {
+  obstacle_ = why;
+  if (why) doFailKick(why);
+}
+
+std::string NaxelStageControllerSm::waitingFor() const {
+  if (!config() || status_->status() != StageStatusType::inProgress) return {};
+  if (timer_.earliestExpiry() >= 0) return "the next pass of the timer wheel";
+  std::string missing;
+  stageStatus_->forEach(activeStage_, [&](StageStatus const& status) {
+    StageStatusType const s = doCheckStageStatus(status);
+    if (s != StageStatusType::init && s != StageStatusType::inProgress) return;
+    missing += (missing.empty() ? ": " : ", ") + std::string(status.fwkType()) + " says " +
+               Mox::stringValue(s);
+  });
+  return Mox::stringValue(activeStage_) + " has to end" + missing;
+}
+
 StageStatusType NaxelStageControllerSm::checkActiveStage() const {
   auto const single = [&](Mox::Ptr<StageStatus> const& status) {
     return status ? doCheckStageStatus(*status) : StageStatusType::finishedSuccess;
@@ -180,12 +231,12 @@ StageStatusType NaxelStageControllerSm::checkActiveStage() const {
 
 void NaxelStageControllerSm::doReview() {
   if (auto line = trace(8)) line << "doReview";
-  if (!initialized_) return;
+  if (!initialized_ || !config()) return;
   // Reactors of the status may take the owner of this controller down.
   auto const alive = Mox::keepAlive(this);
   // A stage may answer long after its kick has ended; only a running kick is reviewed.
   if (status_->status() != StageStatusType::inProgress) return;
-  if (config_->kickRequest() == NaxelKickRequest::naxelCancel) {
+  if (kickRequest() == NaxelKickRequest::naxelCancel) {
     if (auto line = trace(4)) line << "[" << chipId() << "] This round of naxel kick is cancelled";
     return doSetStatus(StageStatusType::cancelled);
   }
@@ -194,14 +245,7 @@ void NaxelStageControllerSm::doReview() {
     case StageStatusType::finishedFailed:
       if (auto line = trace(0))
         line << "Stage " << activeStage_ << " for chip " << chipId() << " failed";
-      status_->lastFailedStageIs(activeStage_);
-      try {
-        status_->failureTextIs(failureTextOf(activeStage_));
-      } catch (std::bad_alloc const&) {
-        // The failure itself still has to be reported.
-      }
-      activeStage_ = NaxelActiveStage::stageInit;
-      return doSetStatus(StageStatusType::finishedFailed);
+      return doEndFailed(activeStage_, [this] { return failureTextOf(activeStage_); });
     case StageStatusType::inProgress:
       if (auto line = trace(1))
         line << "Stage " << activeStage_ << " for chip " << chipId() << " is still running";

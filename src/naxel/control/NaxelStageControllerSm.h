@@ -12,12 +12,16 @@
 /// was running is not told, so a loader in its handshake goes on and may still install its output;
 /// its later status carries the older kick time and is ignored. A start that is requested before
 /// the review of a cancel ran takes its place, and the cancel is then never reported.
+///
+/// Whichever stage has failed, the reason goes on with the caution of the loader, if it has one: who
+/// reads that a kick has failed must read there that a policy is in force.
 
 #include "naxel/control/StageControllerTypes.h"
 #include "naxel/control/StageSm.h"
 #include "naxel/control/StageSmColl.h"
 #include "obel/TimerWheel.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -33,18 +37,31 @@ class NAXEL_EXPORT NaxelStageControllerSm : public StageSm {
                          Mox::Ptr<Obel::TimerWheel> timerWheel);
   ~NaxelStageControllerSm() override;
 
-  Mox::Ptr<StageControllerConfig> const& stageControllerConfig() const { return config_; }
+  Mox::Ptr<StageControllerConfig> stageControllerConfig() const {
+    return Mox::dynamicPtrCast<StageControllerConfig>(config());
+  }
   Mox::Ptr<StageControllerStatus> const& stageControllerStatus() const { return status_; }
   /// The stage now running; stageInit between kicks, and after a cancel the stage that was running.
   NaxelActiveStage activeStage() const { return activeStage_; }
   bool initialized() const { return initialized_; }
 
+  /// What is done at each start before the first stage runs; what it throws fails the kick.
+  void prepareIs(std::function<void()> prepare) { prepare_ = std::move(prepare); }
   void doStartKick() override;
   /// Moves on to the next stage and starts it.
   void transitStage();
   /// Has one review run in the next pass of the timer wheel.
   void scheduleReview();
   void doReview();
+  /// Why no kick can run any more, in words; null while there is nothing of the kind. It must stay where it
+  /// is. Setting it ends the running kick; all later ones fail at once.
+  char const* obstacle() const { return obstacle_; }
+  void obstacleIs(char const* why);
+  void obstacleDel() { obstacle_ = nullptr; }
+
+  /// What a running kick waits for outside of the handshake with the driver, in words; empty while none
+  /// runs.
+  std::string waitingFor() const;
 
   /// A status as it stands for the present kick: `init` if it belongs to an older one.
   StageStatusType doCheckStageStatus(StageStatus const& status) const;
@@ -119,13 +136,18 @@ class NAXEL_EXPORT NaxelStageControllerSm : public StageSm {
   StageStatusType doCheckKeyed(NaxelActiveStage stage) const;
   StageStatusType checkActiveStage() const;
   std::string failureTextOf(NaxelActiveStage stage) const;
+  void doEndFailed(NaxelActiveStage stage, std::function<std::string()> const& text);
+  /// Ends the running kick, whatever its stage is doing.
+  void doFailKick(char const* why);
+  NaxelKickRequest kickRequest() const { return configAs<StageControllerConfig>().kickRequest(); }
 
-  Mox::Ptr<StageControllerConfig> config_;
   Mox::Ptr<StageControllerStatus> status_;
   Mox::Ptr<StageSmConfig> stageConfig_;
   Mox::Ptr<StageSmStatus> stageStatus_;
   Mox::Ptr<Obel::TimerWheel> timerWheel_;
   NaxelActiveStage activeStage_ = NaxelActiveStage::stageInit;
+  std::function<void()> prepare_;
+  char const* obstacle_ = nullptr;
   bool initialized_ = false;
   StageStatusReactor stageStatusReactor_{*this};
   ReviewTimer timer_;

@@ -11,7 +11,9 @@ Mox::AttributeTable const& StageStatus::attributeTable() const {
   static Mox::AttributeTable const table = {
       Mox::attribute<&StageStatus::kickTime_>("kickTime"),
       Mox::attribute<&StageStatus::status_>("status"),
-      Mox::attribute<&StageStatus::failureText_>("failureText")};
+      Mox::attribute<&StageStatus::failureText_>("failureText"),
+      Mox::attribute<&StageStatus::caution_>("caution"),
+      Mox::attribute<&StageStatus::progress_>("progress")};
   return table;
 }
 

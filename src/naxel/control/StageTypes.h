@@ -36,6 +36,8 @@ class NAXEL_EXPORT StageStatus : public Mox::Entity {
     virtual void onKickTime() {}
     virtual void onStatus() {}
     virtual void onFailureText() {}
+    virtual void onCaution() {}
+    virtual void onProgress() {}
   };
   std::string_view fwkType() const override { return "Naxel::StageStatus"; }
   Mox::AttributeTable const& attributeTable() const override;
@@ -51,11 +53,20 @@ class NAXEL_EXPORT StageStatus : public Mox::Entity {
   void failureTextIs(std::string v) {
     attrIs(failureText_, std::move(v), &Notifiee::onFailureText);
   }
+  /// What whoever learns of a failed kick must know besides, whichever stage has failed: a policy that is
+  /// still in force, say. Empty as a rule.
+  std::string const& caution() const { return caution_; }
+  void cautionIs(std::string v) { attrIs(caution_, std::move(v), &Notifiee::onCaution); }
+  /// Rises with whatever brings a stage on that takes its time, so that silence can be told.
+  uint64_t progress() const { return progress_; }
+  void progressInc() { attrIs(progress_, progress_ + 1, &Notifiee::onProgress); }
 
  private:
   Mox::Seconds kickTime_ = 0;
   StageStatusType status_ = StageStatusType::init;
   std::string failureText_;
+  std::string caution_;
+  uint64_t progress_ = 0;
 };
 
 }  // namespace Naxel

@@ -300,7 +300,7 @@ void RuleExpanderSm::buildAcl(Plan plan) {
   MOX_ASSERT(oldRules.size() == oldRecipes.rules.size());
   size_t old = 0;  // both are walked in the order of the indexes
 
-  Mox::FlatMap<AceIndex, Mox::Ptr<PDAclRule>> rules;
+  PDAclRuleColl::RuleColl rules;
   rules.reserve(list.genSetIpRuleById().size());
   size_t place = 0;
   for (auto const& [index, rule] : list.genSetIpRuleById()) {
@@ -308,7 +308,8 @@ void RuleExpanderSm::buildAcl(Plan plan) {
     bool const same = old < oldRules.size() && oldRules[old].first == index &&
                       oldRules[old].second->action() == rule->action() &&
                       plan.recipes.isSame(place, oldRecipes, old);
-    rules.set(index, same ? oldRules[old].second : expandRule(index, *rule, plan.recipes, place));
+    rules.set(index, same ? oldRules[old].second
+                          : Mox::Ptr<PDAclRule const>(expandRule(index, *rule, plan.recipes, place)));
     ++place;
     if (auto line = trace(6))
       line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"

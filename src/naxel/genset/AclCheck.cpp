@@ -42,14 +42,16 @@ std::optional<std::string> checkRanges(std::string const& field, Coll const& ran
   return std::nullopt;
 }
 
-std::optional<std::string> checkFilter(RuleFilter const& filter) {
+std::optional<std::string> checkFilter(AclConfig const& acl, RuleConfig const& rule) {
+  RuleFilter const& filter = *rule.ruleFilter();
   IpPrefixList const* source = filter.source().get();
-  if (source) MOX_ASSERT_TEXT(source->families().any(), "source->addrs() || source->exceptAddrs()");
+  MOX_ASSERT_DETAIL(!source || source->families().any(),
+                    "source->addrs() || source->exceptAddrs()",
+                    ruleOf(acl, rule) + "the source list has no member");
   IpPrefixList const* destination = filter.destination().get();
-  if (destination)
-    MOX_ASSERT_TEXT(destination->families().any(),
-                    "destination->addrs() || destination->exceptAddrs()");
-
+  MOX_ASSERT_DETAIL(!destination || destination->families().any(),
+                    "destination->addrs() || destination->exceptAddrs()",
+                    ruleOf(acl, rule) + "the destination list has no member");
   if (filter.rangesValid()) return std::nullopt;
   std::optional<std::string> reason;
   size_t field = 0;
@@ -74,7 +76,7 @@ std::optional<std::string> checkAcl(AclWalk const& walk) {
   for (RuleConfig const* rule : walk.named()) {
     RuleFilter const* filter = rule->ruleFilter().get();
     if (!filter) continue;
-    if (auto reason = checkFilter(*filter)) return ruleOf(acl, *rule) + *reason;
+    if (auto reason = checkFilter(acl, *rule)) return ruleOf(acl, *rule) + *reason;
     pure = pure && onlyOf(*filter, af);
   }
   for (AclWalk::Indexed const& i : walk.indexed())

@@ -1,5 +1,7 @@
 #include "naxel/loader/HwCapability.h"
 
+#include <algorithm>
+
 namespace Naxel {
 
 Mox::AttributeTable const& ChipHwCapability::attributeTable() const {
@@ -15,6 +17,38 @@ Mox::AttributeTable const& ChipHwCapability::attributeTable() const {
 
 void ChipHwCapability::handleInitialized() {
   for (PrefixXformKey const& key : PrefixXformKey::all()) prefixXformWidthIs(key, 16);
+}
+
+void ChipHwCapability::valuesIs(ChipHwCapability const& from) {
+  if (hasValuesOf(from)) return;
+  auto const takeOver = [](auto const& now, auto const& wanted, auto set, auto del) {
+    auto const before = now;
+    for (auto const& [key, width] : before)
+      if (!wanted.contains(key)) del(key);
+    for (auto const& [key, width] : wanted) set(key, width);
+  };
+  takeOver(
+      prefixXformWidth_, from.prefixXformWidth_,
+      [&](auto const& key, uint8_t width) { prefixXformWidthIs(key, width); },
+      [&](auto const& key) { prefixXformWidthDel(key); });
+  takeOver(
+      rangeXformWidth_, from.rangeXformWidth_,
+      [&](auto const& key, uint8_t width) { rangeXformWidthIs(key, width); },
+      [&](auto const& key) { rangeXformWidthDel(key); });
+  takeOver(
+      comboXformWidth_, from.comboXformWidth_,
+      [&](auto const& key, uint8_t width) { comboXformWidthIs(key, width); },
+      [&](auto const& key) { comboXformWidthDel(key); });
+  tcpFlagsXformSupportedIs(from.tcpFlagsXformSupported_);
+  tcpFlagsXformWidthIs(from.tcpFlagsXformWidth_);
+}
+
+bool ChipHwCapability::hasValuesOf(ChipHwCapability const& other) const {
+  return std::ranges::equal(prefixXformWidth_, other.prefixXformWidth_) &&
+         std::ranges::equal(rangeXformWidth_, other.rangeXformWidth_) &&
+         std::ranges::equal(comboXformWidth_, other.comboXformWidth_) &&
+         tcpFlagsXformSupported_ == other.tcpFlagsXformSupported_ &&
+         tcpFlagsXformWidth_ == other.tcpFlagsXformWidth_;
 }
 
 bool ChipHwCapability::comboEnabled(ComboLabelSetType type) const {

@@ -73,6 +73,11 @@ class NAXEL_EXPORT ChipHwCapability : public Mox::Entity {
   /// Whether pairs of that type are matched through one label: both sides must have labels, too.
   bool comboEnabled(ComboLabelSetType type) const;
 
+  /// Takes over all values of another one; the chip stays.
+  void valuesIs(ChipHwCapability const& from);
+  /// Whether another one has the same values. An absent width and one of 0 are two things here.
+  bool hasValuesOf(ChipHwCapability const& other) const;
+
   /// Held for the agent; TCP flags are always matched directly.
   bool tcpFlagsXformSupported() const { return tcpFlagsXformSupported_; }
   void tcpFlagsXformSupportedIs(bool v) {

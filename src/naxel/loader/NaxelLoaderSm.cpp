@@ -4,25 +4,36 @@
 #include "mox/KeepAlive.h"
 #include "naxel/types/NaxelTrace.h"
 
+#include <algorithm>
+#include <stdexcept>
+
 namespace Naxel {
+
+namespace {
+
+void append(std::string& list, std::string const& item) {
+  list += (list.empty() ? "" : ", ") + item;
+}
+
+}  // namespace
 
 LoaderSm::LoaderSm(Obel::ChipId chipId, Mox::Ptr<LoaderConfig> config,
                    Mox::Ptr<LoaderStatus> status, Mox::Ptr<PDConfig> pdConfig,
                    Mox::Ptr<PDStatus> pdStatus, Mox::Ptr<ChipHwCapability const> hwCapability,
                    Mox::Ptr<Acl::ParamConfig const> paramConfig)
-    : StageSm(chipId, config, status),
-      config_(std::move(config)),
+    : StageSm(chipId, std::move(config), status),
       status_(std::move(status)),
       pdConfig_(std::move(pdConfig)),
       pdStatus_(std::move(pdStatus)),
       hwCapability_(std::move(hwCapability)),
       paramConfig_(std::move(paramConfig)),
-      traceKey_("LoaderSm(" + valueToStrep(chipId) + ")::") {
+      traceKey_("LoaderSm(" + valueToStrep(chipId) + ")::"),
+      policy_(pdConfig_, pdStatus_) {
   // Over a PDConfig that is in use, as after a restart of the agent: while an acquire stands, the
   // output on offer has not been asked to be loaded.
   bool const acquiring = pdConfig_->pdResourceConfig().requestState() == RequestState::acquire;
   inForce_ = acquiring ? pdConfig_->prevPDData() : pdConfig_->currPDData();
-  if (!inForce_) inForce_ = pDDataFactory();
+  updateCaution();
   driverReactor_.notifierIs(pdStatus_.get());
 }
 
@@ -30,6 +41,7 @@ void LoaderSm::moxDoZombieReactors(bool zombie) {
   StageSm::moxDoZombieReactors(zombie);
   driverReactor_.notifierIs(zombie ? nullptr : pdStatus_.get());
   down_ = zombie;
+  policy_.downIs(zombie);
 }
 
 Mox::TraceLine LoaderSm::traceStep(int level, char const* step) const {
@@ -43,26 +55,35 @@ void LoaderSm::doStartKick() {
   smStateIs(LoaderSmState::initial);
   advancing_ = turnWanted_ = false;  // a write that threw may have left the loop marked as running
   isHitless_ = true;
-  refusedTables_.clear();
-  // A policy that the driver stood up by itself before the first request is taken for ours, so that
-  // it is lifted by the end of the load.
-  if (pdConfig_->pdResourceConfig().requestId() == 0)
-    pdConfig_->globalAclControlIs(pdStatus_->globalAclControl());
-  doPDLoad();
+  disagreementTold_ = false;
+  refusals_.clear();
+  policy_.kickBegins(paramConfig_->permitDuringUpdate());
+  auto output = newOutput();
   requested_ = true;
   smStateIs(LoaderSmState::waitingForAcquire);
-  request(RequestState::acquire);
+  request(RequestState::acquire, inForce_, std::move(output));
 }
 
 void LoaderSm::doPDLoad() {
-  auto pdData = pDDataFactory();
+  auto output = newOutput();
+  pdConfig_->prevPDDataIs(inForce_);
+  if (!down_) pdConfig_->currPDDataIs(std::move(output));
+}
+
+Mox::Ptr<PDData const> LoaderSm::newOutput() {
+  if (!widths_ || !widths_->hasValuesOf(*hwCapability_)) {
+    auto const widths = Mox::makePtr<ChipHwCapability>(chipId());
+    widths->valuesIs(*hwCapability_);
+    widths_ = widths;
+  }
+  auto pdData = pDDataFactory(widths_);
   for (PrefixXformKey const& key : PrefixXformKey::all())
-    loadPrefixInfo(config_->prefixXformLoaderInfo(key), *pdData->pdPrefixXformEntryColl(key));
+    loadPrefixInfo(loaderConfig().prefixXformLoaderInfo(key),
+                   pdData->pdPrefixXformEntryCollIs(key));
   loadRangeInfo(*pdData);
   loadComboInfo(*pdData);
   loadAclRuleInfo(*pdData);
-  pdConfig_->prevPDDataIs(inForce_);
-  pdConfig_->currPDDataIs(std::move(pdData));
+  return pdData;
 }
 
 void LoaderSm::loadPrefixInfo(Mox::Ptr<PrefixXformLoaderInfo const> const& info,
@@ -76,43 +97,51 @@ void LoaderSm::loadPrefixInfo(Mox::Ptr<PrefixXformLoaderInfo const> const& info,
 
 void LoaderSm::loadRangeInfo(PDData& pdData) const {
   for (RangeSetType type : allRangeSetTypes()) {
-    auto const info = config_->rangeSplitLoaderInfo(type);
+    auto const info = loaderConfig().rangeSplitLoaderInfo(type);
     traceStep(6, "loadRangeInfo") << ": Xform for range: " << type << (info ? "" : " is off");
     if (!info) continue;
     std::vector<PDRangeXformEntry> entries;
     entries.reserve(info->rangeToEncodedLabelMap().size());
     for (auto const& [elem, label] : info->rangeToEncodedLabelMap())
       entries.emplace_back(elem, label);
-    pdData.rangeColl(type)->entryIs(std::move(entries));
+    pdData.rangeCollIs(type).entryIs(std::move(entries));
   }
 }
 
 void LoaderSm::loadComboInfo(PDData& pdData) const {
   for (ComboLabelSetType type : allComboLabelSetTypes()) {
-    auto const info = config_->comboLabelLoaderInfo(type);
+    auto const info = loaderConfig().comboLabelLoaderInfo(type);
     traceStep(6, "loadComboInfo") << ": Xform for combo: " << type << (info ? "" : " is off");
     if (!info) continue;
     std::vector<PDComboEntry> entries;
     entries.reserve(info->encComboToEncodedLabelMap().size());
     for (auto const& [pair, label] : info->encComboToEncodedLabelMap())
       entries.emplace_back(pair, label);
-    pdData.comboColl(type)->entryIs(std::move(entries));
+    pdData.comboCollIs(type).entryIs(std::move(entries));
   }
 }
 
 void LoaderSm::loadAclRuleInfo(PDData& pdData) const {
+  auto const info = loaderConfig().ruleExpanderLoaderInfo();
+  if (!info) throw std::logic_error("the rule expander has left no entries for the chip");
   // The expander replaces its rules and does not edit them, so that the driver can keep the same
   // ones.
-  for (auto const& [key, acl] : config_->ruleExpanderLoaderInfo()->pdAcl())
-    pdData.pdAclColl()->pdAclIs(key)->ruleIs(acl->rule());
+  for (auto const& [key, acl] : info->pdAcl())
+    pdData.pdAclCollIs().pdAclIs(key)->ruleIs(acl->rule());
 }
 
 void LoaderSm::request(RequestState state) {
+  request(state, pdConfig_->prevPDData(), pdConfig_->currPDData());
+}
+
+void LoaderSm::request(RequestState state, Mox::Ptr<PDData const> prev,
+                       Mox::Ptr<PDData const> curr) {
   // Whoever was told of the write before this one may have taken the pipeline down.
-  if (down_) return;
+  if (down_ || !config()) return;
   bool const outermost = !advancing_;
   advancing_ = true;  // what the driver answers from within the write waits for the loop
-  pdConfig_->pdResourceConfigIs(ResourceConfig(config_->kickTime(), state));
+  pdConfig_->requestIs(std::move(prev), std::move(curr),
+                       ResourceConfig(config()->kickTime(), state));
   turnWanted_ = true;
   if (outermost) advanceLoop();
 }
@@ -120,18 +149,18 @@ void LoaderSm::request(RequestState state) {
 void LoaderSm::requestLoad() {
   if (down_) return;
   inForce_ = pdConfig_->currPDData();
+  policy_.loadBegins();
   request(RequestState::load);
 }
 
 void LoaderSm::handleXformStatus() {
   traceStep(8, "handleXformStatus");
   if (requested_ && smState_ == LoaderSmState::pdLoadSuccess) {
-    // All tables have answered, so whatever makes the answers complete again has changed one of them.
-    bool const complete = checkAllStatus();
-    MOX_ASSERT_TEXT(smState_ != LoaderSmState::pdLocalFail,
-                    "0 && \"Failed to load data into acquired resources\"");
-    if (!complete) return;
-    MOX_ASSERT(0 && "reached invalid state for handleXformStatus");
+    assertLoadable();
+    // A driver that has restarted says again what it has said.
+    if (checkAllStatus())
+      traceStep(1, "handleXformStatus") << ": the answers to the finished load are complete again";
+    return;
   }
   advance();
 }
@@ -149,19 +178,34 @@ void LoaderSm::handleTcpFlagsStatus() {
 
 void LoaderSm::handleGlobalAclControl() {
   traceStep(8, "handleGlobalAclControl");
-  if (!requested_) {
-    traceStep(2, "handleGlobalAclControl") << ": ignored before the first request";
+  PolicyExchange::News const news = policy_.handleReport();
+  updateCaution();
+  if (news == PolicyExchange::News::late) {
+    if (auto line = traceStep(1, "handleGlobalAclControl"))
+      line << ": late confirmation of " << pdStatus_->globalAclControl()
+           << ", which was asked for before this pipeline";
     return;
   }
-  MOX_ASSERT_TEXT(pdConfig_->globalAclControl() == pdStatus_->globalAclControl(),
-                  "pdConfig()->globalAclControl() == pdStatus()->globalAclControl()");
+  if (news == PolicyExchange::News::ownPolicy && requested_)
+    if (auto line = traceStep(0, "handleGlobalAclControl"))
+      line << ": the driver reports policy " << pdStatus_->globalAclControl()
+           << " by itself, where " << pdConfig_->globalAclControl() << " was asked for";
   advance();
 }
 
+void LoaderSm::updateCaution() noexcept {
+  try {
+    status_->cautionIs(policy_.caution());
+  } catch (std::bad_alloc const&) {
+    status_->cautionIs(std::string());  // better none than a wrong one
+  }
+}
+
 void LoaderSm::advance() {
+  status_->progressInc();
   // Before the first request the driver fills in its statuses; while an output is put together it
-  // may look at it. Neither is an answer.
-  if (!requested_ || smState_ == LoaderSmState::initial) {
+  // may look at it. Neither is an answer. Nor is there anything to do for a loader that is unbound.
+  if (!requested_ || smState_ == LoaderSmState::initial || !config()) {
     traceStep(2, "advance") << ": ignored before the request";
     return;
   }
@@ -193,17 +237,29 @@ void LoaderSm::giveUp(char const* what) noexcept {
   doFailThrown(what);
 }
 
+void LoaderSm::assertLoadable() const {
+  ResourceConfig const& current = pdConfig_->pdResourceConfig();
+  if (current.requestState() != RequestState::load) return;
+  for (PDTable table : allPDTables()) {
+    ResourceStatus const answer = tableStatus(*pdStatus_, table);
+    bool const failed = table != PDTable::tcpFlags && answer.responseId() == current.requestId() &&
+                        answer.responseState() == ResponseState::failed;
+    MOX_ASSERT_DETAIL(!failed, "0 && \"Failed to load data into acquired resources\"",
+                      "chip " + valueToStrep(chipId()) + ", table " + tableTitle(table) +
+                          ": answer " + valueToStrep(answer) + " to " + valueToStrep(current));
+  }
+}
+
 void LoaderSm::takeTurn() {
   RequestState const requestState = pdConfig_->pdResourceConfig().requestState();
+  assertLoadable();
   switch (smState_) {
     case LoaderSmState::waitingForAcquire:
     case LoaderSmState::pdLocalFail:
       if (!checkAllStatus()) return;
-      // A refused load is judged here too: the tables answer one by one.
-      MOX_ASSERT_TEXT(requestState != RequestState::load,
-                      "0 && \"Failed to load data into acquired resources\"");
       smStateIs(smState_ == LoaderSmState::pdLocalFail ? LoaderSmState::pdAcquireFail
                                                        : LoaderSmState::pdAcquireSuccess);
+      checkAgreement();
       return handleLoaderState();
     case LoaderSmState::pdAcquireSuccess:
       if (requestState == RequestState::acquire) {
@@ -216,8 +272,6 @@ void LoaderSm::takeTurn() {
         return handleLoaderState();
       }
       if (!checkAllStatus()) return;
-      MOX_ASSERT_TEXT(smState_ != LoaderSmState::pdLocalFail,
-                      "0 && \"Failed to load data into acquired resources\"");
       smStateIs(LoaderSmState::pdLoadSuccess);
       return handleLoaderState();
     case LoaderSmState::waitingForRevert:
@@ -240,18 +294,25 @@ void LoaderSm::handleLoaderState() {
     case LoaderSmState::pdLocalFail:
     case LoaderSmState::waitingForRevert: return;
     case LoaderSmState::pdAcquireSuccess:
-      if (isHitless_ || policyIs(temporaryPolicy())) requestLoad();
+      if (isHitless_ || policyIs(policy_.temporary())) return requestLoad();
+      if (policy_.isContested()) doAcquireFail();
       return;
     case LoaderSmState::pdAcquireFail: return doAcquireFail();
     case LoaderSmState::pdLoadSuccess:
-      if (status_->status() == StageStatusType::inProgress &&
-          policyIs(GlobalAclControl::doNotApply))
+      if (status_->status() != StageStatusType::inProgress) return;
+      if (policyIs(GlobalAclControl::doNotApply))
         doSetStatus(StageStatusType::finishedSuccess);
+      else if (policy_.isContested())
+        doFail(
+            "the new tables are loaded, but the driver puts a policy in force whenever one is "
+            "lifted: " +
+            std::to_string(policy_.ownPolicies()) + " times in this kick");
       return;
     case LoaderSmState::pdRevertSuccess:
-      if (status_->status() == StageStatusType::inProgress &&
-          policyIs(GlobalAclControl::doNotApply))
-        doFail(traceKey_ + " the driver refused resources for " + refusedTables_);
+      if (status_->status() != StageStatusType::inProgress) return;
+      // What the driver brought along may be all that protects tables that were never loaded.
+      if (policy_.untilLoaded() || policyIs(GlobalAclControl::doNotApply) || policy_.isContested())
+        doFail(refusalText());
       return;
   }
   MOX_ASSERT(0 && "Invalid smState");
@@ -260,44 +321,57 @@ void LoaderSm::handleLoaderState() {
 void LoaderSm::doAcquireFail() {
   status_->lastFailedStateIs(FailureData(pdConfig_->currPDData(), failedResponseId_));
   smStateIs(LoaderSmState::waitingForRevert);
-  pdConfig_->currPDDataIs(pdConfig_->prevPDData());
-  request(RequestState::revert);
+  request(RequestState::revert, pdConfig_->prevPDData(), pdConfig_->prevPDData());
 }
 
-GlobalAclControl LoaderSm::temporaryPolicy() const {
-  return paramConfig_->permitDuringUpdate() ? GlobalAclControl::permitAll
-                                            : GlobalAclControl::denyAll;
+std::string LoaderSm::refusalText() const {
+  if (refusals_.empty())
+    return "the driver puts another policy in force whenever one is asked for: " +
+           std::to_string(policy_.ownPolicies()) + " times in this kick";
+  std::string tables;
+  for (Refusal const& refusal : refusals_)
+    append(tables,
+           tableTitle(refusal.table) + (refusal.reason.empty() ? "" : " (" + refusal.reason + ")"));
+  return "the driver refused resources for " + tables;
 }
 
 bool LoaderSm::policyIs(GlobalAclControl wanted) {
-  if (pdConfig_->globalAclControl() != pdStatus_->globalAclControl()) return false;
-  if (pdConfig_->globalAclControl() == wanted) return true;
-  if (auto line = traceStep(1, "handleLoaderState")) line << ": Set global policy: " << wanted;
-  pdConfig_->globalAclControlIs(wanted);
-  return !down_ && pdStatus_->globalAclControl() == wanted;
+  GlobalAclControl const asked = pdConfig_->globalAclControl();
+  bool const done = policy_.policyIs(wanted);
+  if (down_) return false;
+  if (pdConfig_->globalAclControl() != asked)
+    if (auto line = traceStep(1, "handleLoaderState")) line << ": Set global policy: " << wanted;
+  updateCaution();
+  return done;
 }
 
-bool LoaderSm::checkXformStatus(ResourceStatus const& status, std::string const& table) {
+void LoaderSm::refuse(PDTable table, char const* text) {
+  smStateIs(LoaderSmState::pdLocalFail);
+  failedResponseId_ = pdConfig_->pdResourceConfig().requestId();
+  bool const known =
+      std::ranges::any_of(refusals_, [&](Refusal const& r) { return r.table == table; });
+  if (known) return;
+  refusals_.push_back({table, pdStatus_->refusalReason(table)});
+  if (auto line = traceStep(0, "checkXformStatus"))
+    line << text << ": " << tableTitle(table)
+         << (refusals_.back().reason.empty() ? "" : ": " + refusals_.back().reason);
+}
+
+bool LoaderSm::checkXformStatus(PDTable table) {
   ResourceConfig const& current = pdConfig_->pdResourceConfig();
-  if (status.responseId() != current.requestId()) return false;
-  ResponseState const response = status.responseState();
-  auto const refused = [&](char const* text) {
-    traceStep(0, "checkXformStatus") << text;
-    smStateIs(LoaderSmState::pdLocalFail);
-    failedResponseId_ = status.responseId();
-    if (refusedTables_.find(table) == std::string::npos)
-      refusedTables_ += (refusedTables_.empty() ? "" : ", ") + table;
-    return true;
-  };
+  ResourceStatus const answer = tableStatus(*pdStatus_, table);
+  if (answer.responseId() != current.requestId()) return false;
+  ResponseState const response = answer.responseState();
   switch (current.requestState()) {
     case RequestState::acquire:
-      if (response == ResponseState::failed) return refused(": Failed resource acquisition");
+      if (response == ResponseState::failed) {
+        refuse(table, ": Failed resource acquisition");
+        return true;
+      }
       if (response != ResponseState::hitless && response != ResponseState::hitful) return false;
       isHitless_ = response == ResponseState::hitless;
       return true;
-    case RequestState::load:
-      if (response == ResponseState::failed) return refused(": Failed to load resources");
-      return response == ResponseState::loaded;
+    case RequestState::load: return response == ResponseState::loaded;
     case RequestState::revert:
       if (response != ResponseState::reverted) return false;
       traceStep(2, "checkXformStatus") << ": Unused resources have been released";
@@ -309,14 +383,10 @@ bool LoaderSm::checkXformStatus(ResourceStatus const& status, std::string const&
 
 bool LoaderSm::checkPrefixStatus() {
   bool all = true;
-  for (PrefixXformKey const& key : PrefixXformKey::all()) {
-    traceStep(8, "checkPrefixStatus") << "Check xform status for prefix: " << key;
-    ResourceStatus const* status = pdStatus_->pdPrefixXformEntryStatus().get(key);
-    // The driver fills the collection; a key that is missing has not answered.
-    if (!status ||
-        !checkXformStatus(*status, Mox::stringValue(key.af()) +
-                                       (key.src() ? " source" : " destination") + " prefixes"))
-      all = false;
+  for (PDTable table :
+       {PDTable::v4Source, PDTable::v4Destination, PDTable::v6Source, PDTable::v6Destination}) {
+    traceStep(8, "checkPrefixStatus") << "Check xform status for prefix: " << table;
+    all = checkXformStatus(table) && all;
   }
   if (!all) traceStep(1, "checkPrefixStatus") << ": Not all prefix entry status have been updated";
   return all;
@@ -324,10 +394,9 @@ bool LoaderSm::checkPrefixStatus() {
 
 bool LoaderSm::checkComboStatus() {
   bool all = true;
-  for (ComboLabelSetType type : allComboLabelSetTypes()) {
-    traceStep(8, "checkComboStatus") << "Check xform status for combo: " << type;
-    if (!checkXformStatus(pdStatus_->comboStatus(type), Mox::stringValue(type) + " combinations"))
-      all = false;
+  for (PDTable table : {PDTable::v4PrefixCombo, PDTable::v6PrefixCombo, PDTable::portCombo}) {
+    traceStep(8, "checkComboStatus") << "Check xform status for combo: " << table;
+    all = checkXformStatus(table) && all;
   }
   if (!all) traceStep(1, "checkComboStatus") << ": Not all combo entry status have been updated";
   return all;
@@ -335,26 +404,90 @@ bool LoaderSm::checkComboStatus() {
 
 bool LoaderSm::checkRangeStatus() {
   bool all = true;
-  for (RangeSetType type : allRangeSetTypes()) {
-    traceStep(8, "checkRangeStatus") << "Check xform status for range: " << type;
-    if (!checkXformStatus(pdStatus_->rangeStatus(type), Mox::stringValue(type) + " ranges"))
-      all = false;
+  for (PDTable table : {PDTable::srcPort, PDTable::dstPort, PDTable::icmp, PDTable::proto,
+                        PDTable::length, PDTable::fragment, PDTable::dscp}) {
+    traceStep(8, "checkRangeStatus") << "Check xform status for range: " << table;
+    all = checkXformStatus(table) && all;
   }
   if (!all) traceStep(1, "checkRangeStatus") << ": Not all range entry status have been updated";
   return all;
 }
 
 bool LoaderSm::checkAllStatus() {
-  ResourceStatus const& tcpFlags = pdStatus_->pdTcpFlagsXformEntryStatus();
   if (pdConfig_->pdResourceConfig().requestState() == RequestState::acquire &&
-      tcpFlags.responseState() == ResponseState::failed)
-    checkXformStatus(tcpFlags, "TCP flags");
+      tableStatus(*pdStatus_, PDTable::tcpFlags).responseState() == ResponseState::failed)
+    checkXformStatus(PDTable::tcpFlags);
   // All of them, and in this order: the table examined last decides between hitless and hitful.
   bool const prefixes = checkPrefixStatus();
   bool const combos = checkComboStatus();
   bool const ranges = checkRangeStatus();
-  bool const acls = checkXformStatus(pdStatus_->pdAclRuleEntryStatus(), "ACL entries");
+  bool const acls = checkXformStatus(PDTable::aclEntries);
   return prefixes && combos && ranges && acls;
+}
+
+void LoaderSm::checkAgreement() {
+  if (disagreementTold_) return;
+  std::optional<PDTable> hitless;
+  std::optional<PDTable> hitful;
+  for (PDTable table : allPDTables()) {
+    if (table == PDTable::tcpFlags) continue;
+    ResponseState const answer = tableStatus(*pdStatus_, table).responseState();
+    if (answer == ResponseState::hitless) hitless = table;
+    if (answer == ResponseState::hitful) hitful = table;
+  }
+  if (!hitless || !hitful) return;
+  disagreementTold_ = true;
+  if (auto line = traceStep(0, "checkXformStatus"))
+    line << ": the driver answers hitful for " << tableTitle(*hitful) << " and hitless for "
+         << tableTitle(*hitless) << "; the table examined last, " << tableTitle(PDTable::aclEntries)
+         << ", decides: traffic may be disturbed without a policy";
+}
+
+bool LoaderSm::isAnswered(PDTable table) const {
+  ResourceConfig const& current = pdConfig_->pdResourceConfig();
+  ResourceStatus const answer = tableStatus(*pdStatus_, table);
+  if (answer.responseId() != current.requestId()) return false;
+  switch (current.requestState()) {
+    case RequestState::acquire:
+      return answer.responseState() != ResponseState::loaded &&
+             answer.responseState() != ResponseState::reverted;
+    case RequestState::load: return answer.responseState() == ResponseState::loaded;
+    case RequestState::revert: return answer.responseState() == ResponseState::reverted;
+  }
+  return false;
+}
+
+std::string LoaderSm::waitingFor() const {
+  if (!requested_ || status_->status() != StageStatusType::inProgress ||
+      smState_ == LoaderSmState::initial)
+    return {};
+  ResourceConfig const& current = pdConfig_->pdResourceConfig();
+  std::string const request =
+      Mox::stringValue(current.requestState()) + " of id " + valueToStrep(current.requestId());
+  bool const policy = smState_ == LoaderSmState::pdLoadSuccess ||
+                      smState_ == LoaderSmState::pdRevertSuccess ||
+                      (smState_ == LoaderSmState::pdAcquireSuccess &&
+                       current.requestState() == RequestState::acquire);
+  if (policy)
+    return "the driver has answered the " + request + ", and has to put policy " +
+           Mox::stringValue(pdConfig_->globalAclControl()) + " in force: it reports " +
+           Mox::stringValue(pdStatus_->globalAclControl());
+  std::string missing;
+  std::string answered;
+  for (PDTable table : allPDTables()) {
+    ResourceStatus const answer = tableStatus(*pdStatus_, table);
+    std::string const said = Mox::stringValue(answer.responseState());
+    if (isAnswered(table))
+      append(answered, tableTitle(table) + " " + said);
+    else if (table != PDTable::tcpFlags)
+      append(missing,
+             tableTitle(table) + " (" +
+                 (answer.responseId() == 0 ? std::string("never answered")
+                                           : said + " to id " + valueToStrep(answer.responseId())) +
+                 ")");
+  }
+  return "the driver has to answer the " + request + " for " + missing +
+         (answered.empty() ? "" : "; answered: " + answered);
 }
 
 Mox::Ptr<LoaderSm> loaderSmFactory(Obel::ChipId chipId, Mox::Ptr<LoaderConfig> config,

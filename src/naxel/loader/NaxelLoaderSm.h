@@ -17,23 +17,25 @@
 /// In pdAcquireSuccess a change that disturbs traffic first waits for the temporary policy, then
 /// the load is requested; the state is left when that load is answered, not before. At the end of a
 /// load and of a revert any policy that stands is lifted, whichever kick has set it, and the stage
-/// ends when that is confirmed.
-///
-/// Policy. At most one change is outstanding: a new value is written only once the driver's value
-/// equals the one written last. So after the first request the two differ exactly while a change is
-/// unconfirmed, and a confirmation, however late, is told from a policy that nobody asked for.
+/// ends when that is confirmed. PolicyExchange knows how one is set and lifted, and which one stays.
 ///
 /// Re-entrancy. The driver may answer from within a write. Events only ask for another turn of one
 /// loop, which looks at the current state; every turn sets its state before it writes.
 ///
 /// What is in force is what was last asked to be loaded: a load must not fail, so from the request
 /// on the driver will have it in force, whatever happens to the kick.
+///
+/// Answers to a finished load that become complete again are those of a driver that has restarted.
 
 #include "acl/ParamConfig.h"
 #include "mox/Trace.h"
 #include "naxel/control/StageSm.h"
 #include "naxel/loader/HwCapability.h"
 #include "naxel/loader/NaxelLoaderTypes.h"
+#include "naxel/loader/PolicyExchange.h"
+
+#include <string>
+#include <vector>
 
 namespace Naxel {
 
@@ -52,9 +54,12 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   Mox::Ptr<PDStatus> const& pdStatus() const { return pdStatus_; }
   /// The output that was last asked to be loaded; an empty one before the first load.
   Mox::Ptr<PDData const> const& inForce() const { return inForce_; }
+  /// What the handshake waits for, in words: which request, which tables have answered what, which
+  /// policy. Empty while it waits for nothing.
+  std::string waitingFor() const;
 
   void doStartKick() override;
-  /// Builds the new output and offers it.
+  /// Builds the new output and sets it and the previous one.
   void doPDLoad();
   void moxDoZombieReactors(bool zombie) override;
 
@@ -82,11 +87,19 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
     LoaderSm& sm_;
   };
 
+  /// A new output, filled.
+  Mox::Ptr<PDData const> newOutput();
   void loadPrefixInfo(Mox::Ptr<PrefixXformLoaderInfo const> const& info,
                       PDPrefixXformEntryColl& table) const;
   void loadRangeInfo(PDData& pdData) const;
   void loadComboInfo(PDData& pdData) const;
   void loadAclRuleInfo(PDData& pdData) const;
+
+  /// A table that has refused the present request, and why if the driver says so.
+  struct Refusal {
+    PDTable table;
+    std::string reason;
+  };
 
   void handleXformStatus();
   void handleTcpFlagsStatus();
@@ -98,22 +111,32 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   void advanceLoop();
   void takeTurn();
   void giveUp(char const* what) noexcept;
-  /// Judges one answer against the current request; false while it is not an answer to it.
-  bool checkXformStatus(ResourceStatus const& status, std::string const& table);
+  /// Judges the answer of one table against the current request; false while it is not an answer to it.
+  bool checkXformStatus(PDTable table);
+  void refuse(PDTable table, char const* text);
   bool checkPrefixStatus();
   bool checkComboStatus();
   bool checkRangeStatus();
   bool checkAllStatus();
+  /// Says so where the tables do not agree whether the change is hitless.
+  void checkAgreement();
+  bool isAnswered(PDTable table) const;
+  /// Ends the process where a table fails to load what it has acquired.
+  void assertLoadable() const;
   void smStateIs(LoaderSmState v) { smState_ = v; }
   void request(RequestState state);
+  /// The same with another output.
+  void request(RequestState state, Mox::Ptr<PDData const> prev, Mox::Ptr<PDData const> curr);
   void requestLoad();
   void doAcquireFail();
+  std::string refusalText() const;
   /// Works towards a policy; true once it is in force and nothing is outstanding.
   bool policyIs(GlobalAclControl wanted);
-  GlobalAclControl temporaryPolicy() const;
+  void updateCaution() noexcept;
   Mox::TraceLine traceStep(int level, char const* step) const;
 
-  Mox::Ptr<LoaderConfig> config_;
+  LoaderConfig const& loaderConfig() const { return configAs<LoaderConfig>(); }
+
   Mox::Ptr<LoaderStatus> status_;
   Mox::Ptr<PDConfig> pdConfig_;
   Mox::Ptr<PDStatus> pdStatus_;
@@ -122,9 +145,12 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   std::string traceKey_;
   LoaderSmState smState_ = LoaderSmState::initial;
   bool isHitless_ = true;
+  bool disagreementTold_ = false;
   Mox::Seconds failedResponseId_ = 0;
-  std::string refusedTables_;
+  std::vector<Refusal> refusals_;
   Mox::Ptr<PDData const> inForce_;
+  Mox::Ptr<ChipHwCapability const> widths_;  // of the last output
+  PolicyExchange policy_;
   bool down_ = false;        // the owner takes the pipeline down
   bool requested_ = false;   // a request of this loader stands
   bool advancing_ = false;   // the loop is running

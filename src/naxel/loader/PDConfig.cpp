@@ -1,6 +1,7 @@
 #include "naxel/loader/PDConfig.h"
 
 #include "mox/Assert.h"
+#include "mox/KeepAlive.h"
 
 namespace Naxel {
 
@@ -12,6 +13,43 @@ Mox::AttributeTable const& PDConfig::attributeTable() const {
       Mox::attribute<&PDConfig::globalAclControl_>("globalAclControl"),
       Mox::attribute<&PDConfig::pdResourceConfig_>("pdResourceConfig")};
   return table;
+}
+
+PDConfig::PDConfig(Obel::ChipId chipId)
+    : chipId_(chipId),
+      prevPDData_(pDDataFactory(Mox::makePtr<ChipHwCapability>(chipId))),
+      currPDData_(prevPDData_) {}
+
+Mox::Ptr<PDData const> PDConfig::emptyOutput() const {
+  return pDDataFactory(Mox::makePtr<ChipHwCapability>(chipId_));
+}
+
+void PDConfig::prevPDDataIs(Mox::Ptr<PDData const> v) {
+  MOX_ASSERT(v);
+  attrIs(prevPDData_, std::move(v), &Notifiee::onPrevPDData);
+}
+
+void PDConfig::currPDDataIs(Mox::Ptr<PDData const> v) {
+  MOX_ASSERT(v);
+  attrIs(currPDData_, std::move(v), &Notifiee::onCurrPDData);
+}
+
+void PDConfig::requestIs(Mox::Ptr<PDData const> prev, Mox::Ptr<PDData const> curr,
+                         ResourceConfig const& request) {
+  MOX_ASSERT(prev && curr);
+  auto const alive = Mox::keepAlive(this);
+  bool const newPrev = prevPDData_ != prev;
+  bool const newCurr = currPDData_ != curr;
+  bool const newRequest = pdResourceConfig_ != request;
+  prevPDData_ = prev;
+  currPDData_ = curr;
+  pdResourceConfig_ = request;
+  auto const stands = [&] {
+    return prevPDData_ == prev && currPDData_ == curr && pdResourceConfig_ == request;
+  };
+  if (newPrev) notify(&Notifiee::onPrevPDData);
+  if (newCurr && stands()) notify(&Notifiee::onCurrPDData);
+  if (newRequest && stands()) notify(&Notifiee::onPdResourceConfig);
 }
 
 Mox::Ptr<PDConfig> pDConfigFactory(Obel::ChipId chipId) { return Mox::makePtr<PDConfig>(chipId); }
@@ -32,9 +70,12 @@ Mox::AttributeTable const& PDStatus::attributeTable() const {
       Mox::attribute<&PDStatus::pdFragmentXformEntryStatus>("pdFragmentXformEntryStatus"),
       Mox::attribute<&PDStatus::pdDscpXformEntryStatus>("pdDscpXformEntryStatus"),
       Mox::attribute<&PDStatus::pdTcpFlagsXformEntryStatus>("pdTcpFlagsXformEntryStatus"),
-      Mox::attribute<&PDStatus::pdAclRuleEntryStatus>("pdAclRuleEntryStatus")};
+      Mox::attribute<&PDStatus::pdAclRuleEntryStatus>("pdAclRuleEntryStatus"),
+      Mox::attribute<&PDStatus::refusalReason_>("refusalReason")};
   return table;
 }
+
+Mox::Ptr<PDStatus> pDStatusFactory(Obel::ChipId chipId) { return Mox::makePtr<PDStatus>(chipId); }
 
 void PDStatus::rangeStatusIs(RangeSetType type, ResourceStatus const& v) {
   switch (type) {
@@ -71,5 +112,7 @@ Mox::AttributeTable const& GlobalPDStatus::attributeTable() const {
   static Mox::AttributeTable const table = {Mox::attribute<&GlobalPDStatus::pdStatus_>("pdStatus")};
   return table;
 }
+
+Mox::Ptr<GlobalPDStatus> globalPDStatusFactory() { return Mox::makePtr<GlobalPDStatus>(); }
 
 }  // namespace Naxel

@@ -5,22 +5,33 @@
 ///
 /// Contract.
 ///
-/// Requests. The library sets `currPDData` (what it offers) and `prevPDData` (what was last asked
-/// to be loaded; empty at first), then writes `pdResourceConfig`. The driver answers in the status
-/// of every table, with the request's id: to `acquire` that it has found resources for all of the
-/// new output, `hitless` if the change will not disturb traffic, `hitful` if it will, `failed` if
-/// it has none; to `load` `loaded`, once `currPDData` is in force (`failed` ends the process:
-/// resources were acquired); to `revert` `reverted`, once `currPDData`, which is the previous
-/// output again, is completely in force. It may answer at once, from within the write, or any time
-/// later, table by table in any order, with answers to older requests in between. `hitless` and
-/// `hitful` are answered alike for all tables of one request; any table may answer `failed`. The
-/// table for TCP flags is never filled; whether it is answered for does not matter. A new `acquire`
-/// supersedes an `acquire` or `revert` that has not been answered; a `load` is not abandoned: the
-/// driver finishes it before it answers the acquire.
+/// Requests. The library sets `currPDData` (what it offers), `prevPDData` (what was last asked to be
+/// loaded; empty at first) and `pdResourceConfig` together. The driver answers in the status of every
+/// table, with the request's id: to `acquire` that it has found resources for all of the new output,
+/// `hitless` if the change will not disturb traffic, `hitful` if it will, `failed` if it has none; to
+/// `load` `loaded`, once `currPDData` is in force (`failed` ends the process: resources were acquired);
+/// to `revert` `reverted`, once `currPDData`, which is the previous output again, is completely in
+/// force. It may answer at once, from within the write, or any time later, table by table in any order,
+/// with answers to older requests in between. `hitless` and `hitful` are answered alike for all tables
+/// of one request; any table may answer `failed`, with a reason in words in `refusalReason`. The table
+/// for TCP flags is never filled; whether it is answered for does not matter. A new `acquire` supersedes
+/// an `acquire` or `revert` that is not answered, and releases what an earlier `acquire` reserved and
+/// was never loaded, whether it was answered or not; a `load` is not abandoned: the driver finishes it
+/// before it answers the acquire.
+///
+/// Restarts. `currPDData` and `prevPDData` are never null; a pair that has been in use is told by a
+/// `requestId` other than 0. A library that starts over such a pair goes on from what stands there. So
+/// does a driver: it takes as in force `prevPDData` while the request is an `acquire`, else
+/// `currPDData`, and works off a request that is not answered and a policy that is not confirmed. It may
+/// announce its answers anew, with the values that they had.
 ///
 /// Policy. `PDConfig::globalAclControl` other than `doNotApply` stands in for all ACLs. The driver
 /// confirms a value by writing the same into PDStatus, possibly only after a newer kick has begun.
-/// At most one change is outstanding at any time.
+/// At most one change is outstanding at any time, but for a library that starts over a pair in use: it
+/// may take back a change of the one before it that is not confirmed, by writing the value that PDStatus
+/// reports. The driver then drops that change, or finishes it first, confirms it, and goes by what
+/// stands in PDConfig then, before it begins a load. A driver may put a policy in force by itself, when
+/// it starts or later, and say so in PDStatus; it stands until a load has succeeded.
 ///
 /// Lookup. Each prefix table is searched for the longest prefix, each range table for the range
 /// that contains the value, each combination table for the pair of labels. A value that no entry
@@ -32,7 +43,10 @@
 #include "mox/Entity.h"
 #include "mox/OrderedMap.h"
 #include "naxel/loader/PDData.h"
+#include "naxel/loader/PDTable.h"
 #include "obel/ChipId.h"
+
+#include <string>
 
 namespace Naxel {
 
@@ -47,30 +61,39 @@ class NAXEL_EXPORT PDConfig : public Mox::Entity {
     virtual void onPdResourceConfig() {}
   };
 
-  explicit PDConfig(Obel::ChipId chipId) : chipId_(chipId) {}
+  /// Both outputs are empty.
+  explicit PDConfig(Obel::ChipId chipId);
   std::string_view fwkType() const override { return "Naxel::PDConfig"; }
   Mox::AttributeTable const& attributeTable() const override;
 
   Obel::ChipId chipId() const { return chipId_; }
+  /// Never null, as is the next.
   Mox::Ptr<PDData const> const& prevPDData() const { return prevPDData_; }
-  void prevPDDataIs(Mox::Ptr<PDData const> v) {
-    attrIs(prevPDData_, std::move(v), &Notifiee::onPrevPDData);
-  }
+  void prevPDDataIs(Mox::Ptr<PDData const> v);
+  void prevPDDataDel() { prevPDDataIs(emptyOutput()); }
   Mox::Ptr<PDData const> const& currPDData() const { return currPDData_; }
-  void currPDDataIs(Mox::Ptr<PDData const> v) {
-    attrIs(currPDData_, std::move(v), &Notifiee::onCurrPDData);
-  }
+  void currPDDataIs(Mox::Ptr<PDData const> v);
+  void currPDDataDel() { currPDDataIs(emptyOutput()); }
   GlobalAclControl globalAclControl() const { return globalAclControl_; }
   void globalAclControlIs(GlobalAclControl v) {
     attrIs(globalAclControl_, v, &Notifiee::onGlobalAclControl);
   }
+  void globalAclControlDel() { globalAclControlIs(GlobalAclControl::doNotApply); }
   /// The current request; id 0.0 before the first one.
   ResourceConfig const& pdResourceConfig() const { return pdResourceConfig_; }
   void pdResourceConfigIs(ResourceConfig const& v) {
     attrIs(pdResourceConfig_, v, &Notifiee::onPdResourceConfig);
   }
+  void pdResourceConfigDel() { pdResourceConfigIs(ResourceConfig()); }
+
+  /// Sets outputs and request together, so that whoever is told of one of them finds all three, and then
+  /// tells of each that differs, in this order. Whoever writes them within that has the last word.
+  void requestIs(Mox::Ptr<PDData const> prev, Mox::Ptr<PDData const> curr,
+                 ResourceConfig const& request);
 
  private:
+  Mox::Ptr<PDData const> emptyOutput() const;
+
   Obel::ChipId chipId_;
   Mox::Ptr<PDData const> prevPDData_;
   Mox::Ptr<PDData const> currPDData_;
@@ -98,6 +121,7 @@ class NAXEL_EXPORT PDStatus : public Mox::Entity {
     virtual void onPdDscpXformEntryStatus() {}
     virtual void onPdTcpFlagsXformEntryStatus() {}
     virtual void onPdAclRuleEntryStatus() {}
+    virtual void onRefusalReason(PDTable const&) {}
   };
 
   explicit PDStatus(Obel::ChipId chipId) : chipId_(chipId) {}
@@ -170,6 +194,21 @@ class NAXEL_EXPORT PDStatus : public Mox::Entity {
     attrIs(acl_, v, &Notifiee::onPdAclRuleEntryStatus);
   }
 
+  /// Why a table refuses, in words for the operator, without its name; empty where none is given. The
+  /// driver writes it before the `failed` that it is about; a reason of a table that does not refuse is
+  /// ignored.
+  std::string refusalReason(PDTable table) const {
+    std::string const* const reason = refusalReason_.get(table);
+    return reason ? *reason : std::string();
+  }
+  void refusalReasonIs(PDTable table, std::string reason) {
+    itemSet(refusalReason_, table, std::move(reason), &Notifiee::onRefusalReason);
+  }
+  void refusalReasonDel(PDTable table) {
+    itemDel(refusalReason_, table, &Notifiee::onRefusalReason);
+  }
+  void refusalReasonDelAll() { collDelAll(refusalReason_, &Notifiee::onRefusalReason); }
+
   /// The same statuses by the type of the field.
   ResourceStatus const& rangeStatus(RangeSetType type) const {
     return range_[static_cast<size_t>(type)];
@@ -187,7 +226,9 @@ class NAXEL_EXPORT PDStatus : public Mox::Entity {
   std::array<ResourceStatus, 3> combo_;
   std::array<ResourceStatus, 8> range_;
   ResourceStatus acl_;
+  Mox::OrderedMap<PDTable, std::string> refusalReason_;
 };
+NAXEL_EXPORT Mox::Ptr<PDStatus> pDStatusFactory(Obel::ChipId chipId);
 
 /// The outputs of all chips.
 class NAXEL_EXPORT GlobalPDConfig : public Mox::Entity {
@@ -200,6 +241,8 @@ class NAXEL_EXPORT GlobalPDConfig : public Mox::Entity {
   Mox::AttributeTable const& attributeTable() const override;
 
   Mox::OrderedMap<Obel::ChipId, Mox::Ptr<PDConfig>> const& pdConfig() const { return pdConfig_; }
+  Mox::Ptr<PDConfig> pdConfig(Obel::ChipId chip) const { return Mox::lookup(pdConfig_, chip); }
+  bool pdConfigHas(Obel::ChipId chip) const { return pdConfig_.contains(chip); }
   Mox::Ptr<PDConfig> pdConfigIs(Obel::ChipId chip) {
     return itemIs(pdConfig_, chip, &Notifiee::onPdConfig, [&] { return pDConfigFactory(chip); });
   }
@@ -222,9 +265,10 @@ class NAXEL_EXPORT GlobalPDStatus : public Mox::Entity {
   Mox::AttributeTable const& attributeTable() const override;
 
   Mox::OrderedMap<Obel::ChipId, Mox::Ptr<PDStatus>> const& pdStatus() const { return pdStatus_; }
+  Mox::Ptr<PDStatus> pdStatus(Obel::ChipId chip) const { return Mox::lookup(pdStatus_, chip); }
+  bool pdStatusHas(Obel::ChipId chip) const { return pdStatus_.contains(chip); }
   Mox::Ptr<PDStatus> pdStatusIs(Obel::ChipId chip) {
-    return itemIs(pdStatus_, chip, &Notifiee::onPdStatus,
-                  [&] { return Mox::makePtr<PDStatus>(chip); });
+    return itemIs(pdStatus_, chip, &Notifiee::onPdStatus, [&] { return pDStatusFactory(chip); });
   }
   void pdStatusDel(Obel::ChipId chip) { itemDel(pdStatus_, chip, &Notifiee::onPdStatus); }
   void pdStatusDelAll() { collDelAll(pdStatus_, &Notifiee::onPdStatus); }
@@ -232,5 +276,7 @@ class NAXEL_EXPORT GlobalPDStatus : public Mox::Entity {
  private:
   Mox::OrderedMap<Obel::ChipId, Mox::Ptr<PDStatus>> pdStatus_;
 };
+
+NAXEL_EXPORT Mox::Ptr<GlobalPDStatus> globalPDStatusFactory();
 
 }  // namespace Naxel

@@ -1,8 +1,21 @@
 #include "naxel/loader/PDData.h"
 
+#include "mox/Assert.h"
+
 #include <atomic>
 
 namespace Naxel {
+
+namespace {
+
+/// What an output holds, for whoever fills it: it was made to be written, and is constant for those who
+/// read it.
+template <class T>
+Mox::Ptr<T> written(Mox::Ptr<T const> const& p) {
+  return Mox::Ptr<T>(const_cast<T*>(p.get()));
+}
+
+}  // namespace
 
 Mox::AttributeTable const& PDAclRule::attributeTable() const {
   static Mox::AttributeTable const table = {Mox::attribute<&PDAclRule::aceIndex_>("aceIndex"),
@@ -25,7 +38,7 @@ PDAclRule const* PDAclRuleColl::rule(AceIndex index) const {
 }
 
 Mox::Ptr<PDAclRule> PDAclRuleColl::ruleIs(AceIndex index) {
-  if (auto const* item = rule_.get(index)) return *item;
+  if (auto const* item = rule_.get(index)) return written(*item);
   auto made = Mox::makePtr<PDAclRule>(index);
   rule_.set(index, made);
   return made;
@@ -44,7 +57,9 @@ Mox::AttributeTable const& PDAclColl::attributeTable() const {
 }
 
 Mox::Ptr<PDAclRuleColl> PDAclColl::pdAclIs(PDAclKey const& key) {
-  return Mox::lookupOrMake(pdAcl_, key, [&] { return Mox::makePtr<PDAclRuleColl>(key); });
+  return written(Mox::lookupOrMake(pdAcl_, key, [&]() -> Mox::Ptr<PDAclRuleColl const> {
+    return Mox::makePtr<PDAclRuleColl>(key);
+  }));
 }
 
 size_t PDAclColl::numFilters() const {
@@ -62,7 +77,11 @@ uint64_t nextInstance() {
 
 }  // namespace
 
-PDData::PDData() : instance_(nextInstance()), pdAclColl_(Mox::makePtr<PDAclColl>()) {
+PDData::PDData(Mox::Ptr<ChipHwCapability const> hwCapability)
+    : instance_(nextInstance()),
+      hwCapability_(std::move(hwCapability)),
+      pdAclColl_(Mox::makePtr<PDAclColl>()) {
+  MOX_ASSERT(hwCapability_);
   for (PrefixXformKey const& key : PrefixXformKey::all())
     prefix_.set(key, Mox::makePtr<PDPrefixXformEntryColl>());
   for (auto& coll : combo_) coll = Mox::makePtr<PDComboEntryColl>();
@@ -83,10 +102,25 @@ Mox::AttributeTable const& PDData::attributeTable() const {
       Mox::attribute<&PDData::pdFragmentXformEntryColl>("pdFragmentXformEntryColl"),
       Mox::attribute<&PDData::pdDscpXformEntryColl>("pdDscpXformEntryColl"),
       Mox::attribute<&PDData::pdTcpFlagsXformEntryColl>("pdTcpFlagsXformEntryColl"),
-      Mox::attribute<&PDData::pdAclColl>("pdAclColl")};
+      Mox::attribute<&PDData::pdAclColl>("pdAclColl"),
+      Mox::attribute<&PDData::hwCapability_>("hwCapability")};
   return table;
 }
 
-Mox::Ptr<PDData> pDDataFactory() { return Mox::makePtr<PDData>(); }
+PDPrefixXformEntryColl& PDData::pdPrefixXformEntryCollIs(PrefixXformKey const& key) {
+  return *written(*prefix_.get(key));
+}
+
+PDRangeXformEntryColl& PDData::rangeCollIs(RangeSetType type) { return *written(rangeColl(type)); }
+
+PDComboEntryColl& PDData::comboCollIs(ComboLabelSetType type) { return *written(comboColl(type)); }
+
+Mox::Ptr<PDData> pDDataFactory() {
+  return pDDataFactory(Mox::makePtr<ChipHwCapability>(Obel::ChipId()));
+}
+
+Mox::Ptr<PDData> pDDataFactory(Mox::Ptr<ChipHwCapability const> hwCapability) {
+  return Mox::makePtr<PDData>(std::move(hwCapability));
+}
 
 }  // namespace Naxel

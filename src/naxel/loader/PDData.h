@@ -1,12 +1,14 @@
 #pragma once
 
 /// One complete output for one chip: the transform tables that turn a packet's field values into
-/// labels, and the ACL entries that match on those labels. Filled by the loader and never changed
-/// once it has been handed to PDConfig, so that a driver may keep reading it.
+/// labels, the ACL entries that match on those labels, and the widths that both were compiled for.
+/// Filled by the loader and never changed once it has been handed to PDConfig, so that a driver may
+/// keep reading it: nothing that can be reached from a constant output can be written.
 
 #include "mox/Entity.h"
 #include "mox/FlatSet.h"
 #include "mox/OrderedMap.h"
+#include "naxel/loader/HwCapability.h"
 #include "naxel/loader/PDTypes.h"
 #include "naxel/types/Action.h"
 
@@ -88,13 +90,16 @@ class NAXEL_EXPORT PDAclRuleColl : public Mox::Entity {
   std::string_view fwkType() const override { return "Naxel::PDAclRuleColl"; }
   Mox::AttributeTable const& attributeTable() const override;
 
+  using RuleColl = Mox::FlatMap<AceIndex, Mox::Ptr<PDAclRule const>>;
+
   PDAclKey const& typeKey() const { return typeKey_; }
-  Mox::FlatMap<AceIndex, Mox::Ptr<PDAclRule>> const& rule() const { return rule_; }
+  RuleColl const& rule() const { return rule_; }
   PDAclRule const* rule(AceIndex index) const;
+  bool ruleHas(AceIndex index) const { return rule_.contains(index); }
   /// The rule of that index, made if absent; O(1) behind the last one.
   Mox::Ptr<PDAclRule> ruleIs(AceIndex index);
   /// Takes over finished rules under their indexes in place of all that there are.
-  void ruleIs(Mox::FlatMap<AceIndex, Mox::Ptr<PDAclRule>> all) { rule_ = std::move(all); }
+  void ruleIs(RuleColl all) { rule_ = std::move(all); }
   void ruleDel(AceIndex index) { rule_.erase(index); }
   void ruleDelAll() { rule_.clear(); }
   /// Number of TCAM entries of all rules.
@@ -102,7 +107,7 @@ class NAXEL_EXPORT PDAclRuleColl : public Mox::Entity {
 
  private:
   PDAclKey typeKey_;
-  Mox::FlatMap<AceIndex, Mox::Ptr<PDAclRule>> rule_;
+  RuleColl rule_;
 };
 
 /// All ACLs.
@@ -111,8 +116,13 @@ class NAXEL_EXPORT PDAclColl : public Mox::Entity {
   std::string_view fwkType() const override { return "Naxel::PDAclColl"; }
   Mox::AttributeTable const& attributeTable() const override;
 
-  Mox::OrderedMap<PDAclKey, Mox::Ptr<PDAclRuleColl>> const& pdAcl() const { return pdAcl_; }
-  Mox::Ptr<PDAclRuleColl> pdAcl(PDAclKey const& key) const { return Mox::lookup(pdAcl_, key); }
+  using AclColl = Mox::OrderedMap<PDAclKey, Mox::Ptr<PDAclRuleColl const>>;
+
+  AclColl const& pdAcl() const { return pdAcl_; }
+  Mox::Ptr<PDAclRuleColl const> pdAcl(PDAclKey const& key) const {
+    return Mox::lookup(pdAcl_, key);
+  }
+  bool pdAclHas(PDAclKey const& key) const { return pdAcl_.contains(key); }
   /// The ACL of that key, made if absent.
   Mox::Ptr<PDAclRuleColl> pdAclIs(PDAclKey const& key);
   void pdAclDel(PDAclKey const& key) { pdAcl_.erase(key); }
@@ -121,55 +131,70 @@ class NAXEL_EXPORT PDAclColl : public Mox::Entity {
   size_t numFilters() const;
 
  private:
-  Mox::OrderedMap<PDAclKey, Mox::Ptr<PDAclRuleColl>> pdAcl_;
+  AclColl pdAcl_;
 };
 
 class NAXEL_EXPORT PDData : public Mox::Entity {
  public:
-  /// Every table exists from the start, empty.
-  PDData();
+  using PrefixColls = Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PDPrefixXformEntryColl const>>;
+  using ConstRangeColl = Mox::Ptr<PDRangeXformEntryColl const>;
+  using ConstComboColl = Mox::Ptr<PDComboEntryColl const>;
+
+  /// Every table exists from the start, empty. `hwCapability` must not change any more.
+  explicit PDData(Mox::Ptr<ChipHwCapability const> hwCapability);
   std::string_view fwkType() const override { return "Naxel::PDData"; }
   Mox::AttributeTable const& attributeTable() const override;
 
   /// Number of this object among all outputs of the process; its identity in texts.
   uint64_t instance() const { return instance_; }
 
-  Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PDPrefixXformEntryColl>> const& pdPrefixXformEntryColl()
-      const {
-    return prefix_;
-  }
-  Mox::Ptr<PDPrefixXformEntryColl> pdPrefixXformEntryColl(PrefixXformKey const& key) const {
+  /// The label widths that the output was compiled for, which say what its numbers mean: whether a field
+  /// holds labels or raw values, and which label a miss yields. The agent's own ChipHwCapability may have
+  /// changed since. Outputs of other widths are different ones, also where all entries are the same.
+  Mox::Ptr<ChipHwCapability const> const& hwCapability() const { return hwCapability_; }
+
+  PrefixColls const& pdPrefixXformEntryColl() const { return prefix_; }
+  Mox::Ptr<PDPrefixXformEntryColl const> pdPrefixXformEntryColl(PrefixXformKey const& key) const {
     return Mox::lookup(prefix_, key);
   }
-  Mox::Ptr<PDComboEntryColl> const& pdV4PrefixComboEntryColl() const { return combo_[0]; }
-  Mox::Ptr<PDComboEntryColl> const& pdV6PrefixComboEntryColl() const { return combo_[1]; }
-  Mox::Ptr<PDComboEntryColl> const& pdPortComboEntryColl() const { return combo_[2]; }
-  Mox::Ptr<PDRangeXformEntryColl> const& pdSrcPortXformEntryColl() const { return range_[0]; }
-  Mox::Ptr<PDRangeXformEntryColl> const& pdDstPortXformEntryColl() const { return range_[1]; }
-  Mox::Ptr<PDRangeXformEntryColl> const& pdIcmpXformEntryColl() const { return range_[2]; }
-  Mox::Ptr<PDRangeXformEntryColl> const& pdProtocolXformEntryColl() const { return range_[3]; }
-  Mox::Ptr<PDRangeXformEntryColl> const& pdLengthXformEntryColl() const { return range_[4]; }
-  Mox::Ptr<PDRangeXformEntryColl> const& pdFragmentXformEntryColl() const { return range_[5]; }
-  Mox::Ptr<PDRangeXformEntryColl> const& pdDscpXformEntryColl() const { return range_[6]; }
+  ConstComboColl const& pdV4PrefixComboEntryColl() const { return combo_[0]; }
+  ConstComboColl const& pdV6PrefixComboEntryColl() const { return combo_[1]; }
+  ConstComboColl const& pdPortComboEntryColl() const { return combo_[2]; }
+  ConstRangeColl const& pdSrcPortXformEntryColl() const { return range_[0]; }
+  ConstRangeColl const& pdDstPortXformEntryColl() const { return range_[1]; }
+  ConstRangeColl const& pdIcmpXformEntryColl() const { return range_[2]; }
+  ConstRangeColl const& pdProtocolXformEntryColl() const { return range_[3]; }
+  ConstRangeColl const& pdLengthXformEntryColl() const { return range_[4]; }
+  ConstRangeColl const& pdFragmentXformEntryColl() const { return range_[5]; }
+  ConstRangeColl const& pdDscpXformEntryColl() const { return range_[6]; }
   /// Never filled.
-  Mox::Ptr<PDRangeXformEntryColl> const& pdTcpFlagsXformEntryColl() const { return range_[7]; }
-  Mox::Ptr<PDAclColl> const& pdAclColl() const { return pdAclColl_; }
+  ConstRangeColl const& pdTcpFlagsXformEntryColl() const { return range_[7]; }
+  Mox::Ptr<PDAclColl const> pdAclColl() const { return pdAclColl_; }
 
   /// The same tables by the type of the field.
-  Mox::Ptr<PDRangeXformEntryColl> const& rangeColl(RangeSetType type) const {
+  ConstRangeColl const& rangeColl(RangeSetType type) const {
     return range_[static_cast<size_t>(type)];
   }
-  Mox::Ptr<PDComboEntryColl> const& comboColl(ComboLabelSetType type) const {
+  ConstComboColl const& comboColl(ComboLabelSetType type) const {
     return combo_[static_cast<size_t>(type)];
   }
 
+  /// The tables for whoever fills the output; the key must be one of the four.
+  PDPrefixXformEntryColl& pdPrefixXformEntryCollIs(PrefixXformKey const& key);
+  PDRangeXformEntryColl& rangeCollIs(RangeSetType type);
+  PDComboEntryColl& comboCollIs(ComboLabelSetType type);
+  PDAclColl& pdAclCollIs() { return *pdAclColl_; }
+
  private:
   uint64_t instance_;
-  Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PDPrefixXformEntryColl>> prefix_;
-  std::array<Mox::Ptr<PDComboEntryColl>, 3> combo_;
-  std::array<Mox::Ptr<PDRangeXformEntryColl>, 8> range_;
+  Mox::Ptr<ChipHwCapability const> hwCapability_;
+  PrefixColls prefix_;
+  std::array<ConstComboColl, 3> combo_;
+  std::array<ConstRangeColl, 8> range_;
   Mox::Ptr<PDAclColl> pdAclColl_;
 };
+/// An empty output for the widths that a chip has by default.
 NAXEL_EXPORT Mox::Ptr<PDData> pDDataFactory();
+NAXEL_EXPORT Mox::Ptr<PDData> pDDataFactory(Mox::Ptr<ChipHwCapability const> hwCapability);
 
 }  // namespace Naxel

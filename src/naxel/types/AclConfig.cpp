@@ -126,9 +126,13 @@ void AclConfig::ruleByIdDel(AceIndex index) {
 }
 
 void AclConfig::ruleByIdDelAll() {
+  std::vector<AceIndex> indexes;
+  indexes.reserve(ruleById_.size());
+  ruleById_.forEach([&](auto const& item) { indexes.push_back(item.first); });
   indexesOf_.reset();
   stamp_.renew();
-  collDelAll(ruleById_, &Notifiee::onRuleById);
+  ruleById_.clear();
+  for (AceIndex index : indexes) notify(&Notifiee::onRuleById, index);
 }
 
 Mox::AttributeTable const& AclConfigColl::attributeTable() const {
