@@ -12,7 +12,7 @@ class DscpValue : public Mox::NumberValue<DscpValue, uint8_t> {
   static constexpr uint8_t max = 63;
 
   constexpr DscpValue() = default;
-  constexpr explicit DscpValue(uint8_t v) : NumberValue(v) {
+  constexpr explicit DscpValue(uint64_t v) : NumberValue(static_cast<uint8_t>(v)) {
     if (v > max) throw Mox::RangeError("DscpValue::value > 63 not allowed");
   }
   explicit DscpValue(Mox::TextCursor& c) { Mox::TextForm<DscpValue>::read(c, *this); }

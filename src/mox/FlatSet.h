@@ -2,11 +2,12 @@
 
 /// Ordered collections in one contiguous array, iterated in ascending order of the key.
 ///
-/// This is the container of everything that a stage publishes: built in ascending order an
-/// insertion costs amortised O(1), a lookup O(log n), and an element nothing but itself. An
-/// insertion or deletion elsewhere than at the end moves what follows, O(n); collections that are
-/// edited at random and large are Mox::HashSet and Mox::HashMap instead. Iterators, pointers and
-/// references into a collection end with its next change.
+/// For the members of sets, the tables and the label lists, which are built once and then read: built in
+/// ascending order an insertion costs amortised O(1), a lookup O(log n), and an element nothing but
+/// itself. An insertion or deletion elsewhere than at the end moves what follows, O(n). Large collections
+/// that are edited at random are Mox::HashSet and Mox::HashMap, and Mox::ChunkedSet and Mox::ChunkedMap
+/// where they need an order. Iterators, pointers and references into a collection end with its next
+/// change.
 
 #include <algorithm>
 #include <compare>

@@ -555,6 +555,8 @@ void SimChip::onWrite(SoftChip::Write const& write) {
 
 void SimChip::onProgress() {
   NaxelProgress const progress = rootStatus_->kickProgress();
+  if (!root_ && progress != NaxelProgress::naxelInitialized)
+    return differ("a pipeline that is down reports " + Mox::stringValue(progress));
   switch (progress) {
     case NaxelProgress::naxelFinishedSuccess:
       ++figures_.successes;

@@ -1,7 +1,6 @@
 #include "naxel/control/NaxelRootSm.h"
 
 #include "mox/Assert.h"
-#include "mox/KeepAlive.h"
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
 #include "naxel/expander/NaxelRuleExpanderSm.h"
 #include "naxel/genset/NaxelAggregatorSm.h"
@@ -251,12 +250,11 @@ void NaxelRootSm::handleNaxelKickTime() {
   if (auto line = trace(8))
     line << "handleNaxelKickTime"
          << " request " << kickRequest << " kick time " << agentKickTime;
-  // Reactors of the status may take the root down.
-  auto const alive = Mox::keepAlive(this);
+  Turn const turn(*this);
   // A request that came from within one of these notifications is the newer one, and has been handled
   // by then.
   uint64_t const request = ++requests_;
-  auto const superseded = [&] { return !rootConfig_ || requests_ != request; };
+  auto const superseded = [&] { return turn.isLeft() || !rootConfig_ || requests_ != request; };
   rootStatus_->kickCountIs(rootStatus_->kickCount() + 1);
   if (superseded()) return;
   rootStatus_->kickTimeIs(agentKickTime);
@@ -286,7 +284,7 @@ void NaxelRootSm::handleStageStatus() {
     line << "handleStageStatus"
          << " stageStatus " << status.status();
   if (!stageControllerConfig() || status.kickTime() != stageControllerConfig()->kickTime()) return;
-  auto const alive = Mox::keepAlive(this);
+  Turn const turn(*this);
   if (status.status() != StageStatusType::inProgress) silenceTimer_.earliestExpiryDel();
   switch (status.status()) {
     case StageStatusType::init: return rootStatus_->kickProgressIs(NaxelProgress::naxelInitialized);
@@ -303,6 +301,7 @@ void NaxelRootSm::handleStageStatus() {
       } catch (std::bad_alloc const&) {
         // The failure itself still has to be reported.
       }
+      if (turn.isLeft()) return;
       return rootStatus_->kickProgressIs(NaxelProgress::naxelFinishedFail);
     case StageStatusType::finishedSkipped:
     case StageStatusType::finishedNotEnabled: break;
@@ -327,7 +326,7 @@ void NaxelRootSm::handleSilence() {
 }
 
 void NaxelRootSm::handleDeleted(char const* why) {
-  auto const alive = Mox::keepAlive(this);
+  Turn const turn(*this);
   if (auto line = trace(0)) line << "[" << chipId_ << "] " << why;
   if (auto const controller = stageControllerSm()) controller->obstacleIs(why);
 }

@@ -24,6 +24,7 @@
 /// together with what it waits for; again after each doubling of that time.
 
 #include "acl/ParamConfig.h"
+#include "mox/KeepAlive.h"
 #include "naxel/control/PipelineParts.h"
 #include "naxel/control/RootTypes.h"
 #include "naxel/loader/HwCapability.h"
@@ -97,6 +98,20 @@ class NAXEL_EXPORT NaxelRootSm : public PipelineParts {
   };
   class DeletionReactor;
   class LoaderInfoReactor;
+  /// Keeps the root through a call in which handlers may let go of it.
+  class Turn {
+   public:
+    explicit Turn(NaxelRootSm& sm) : sm_(sm), alive_(Mox::keepAlive(&sm)) { ++sm_.turns_; }
+    ~Turn() { --sm_.turns_; }
+    Turn(Turn const&) = delete;
+    Turn& operator=(Turn const&) = delete;
+    /// Nobody but such calls has the root any more: it is as good as destroyed, and writes nothing.
+    bool isLeft() const { return alive_ && sm_.references() == sm_.turns_; }
+
+   private:
+    NaxelRootSm& sm_;
+    Mox::Ptr<NaxelRootSm> alive_;
+  };
 
   void handleNaxelKickTime();
   void handleStageStatus();
@@ -130,6 +145,7 @@ class NAXEL_EXPORT NaxelRootSm : public PipelineParts {
   Mox::Ptr<ChipHwCapability> kickCapability_;   // as of the last start
   Mox::Ptr<Acl::ParamConfig> kickParamConfig_;  // so too
   uint64_t requests_ = 0;
+  uint32_t turns_ = 0;
   Mox::Seconds progressAt_ = 0;
   Mox::Seconds silence_ = 0;  // after so long without progress it is told next
 

@@ -38,6 +38,9 @@ class NAXEL_EXPORT RootConfig : public Mox::Entity {
   NaxelKickRequest naxelKickRequest_ = NaxelKickRequest::naxelStart;
   Mox::Seconds naxelKickTime_ = 0;
 };
+inline Mox::Ptr<RootConfig> rootConfigFactory(Obel::ChipId chipId) {
+  return Mox::makePtr<RootConfig>(chipId);
+}
 
 /// Written by the root state machine.
 class NAXEL_EXPORT RootStatus : public Mox::Entity {
@@ -75,5 +78,8 @@ class NAXEL_EXPORT RootStatus : public Mox::Entity {
   NaxelProgress kickProgress_ = NaxelProgress::naxelInitialized;
   std::string kickMessage_;
 };
+inline Mox::Ptr<RootStatus> rootStatusFactory(Obel::ChipId chipId) {
+  return Mox::makePtr<RootStatus>(chipId);
+}
 
 }  // namespace Naxel

@@ -60,6 +60,7 @@ Mox::AttributeTable const& EncodedLabelAllocator::attributeTable() const {
       Mox::attribute<&A::costModel_>("costModel"),
       Mox::attribute<&A::encoderStatus_>("encoderStatus"),
       Mox::attribute<&A::encLabelAllocStatus_>("encLabelAllocStatus"),
+      Mox::attribute<&A::encLabelBitMap_>("encLabelBitMap"),
       Mox::attribute<&A::extraLabelCnt_>("extraLabelCnt")};
   return table;
 }
@@ -163,7 +164,7 @@ std::vector<EncodedLabelAllocator::Block> EncodedLabelAllocator::allocateBlocks(
     while (start < size && numAllocated < allocLabelCnt) {
       Portion const portion = nextPortion(allocLabelCnt - numAllocated, blockSize);
       if (portion.toAllocate == 0) break;
-      start = findFree(start, range, portion.toAllocate);
+      start = findFree(start, range, portion);
       if (start >= size) break;
       uint32_t const end = start + portion.toAllocate - 1;
       encLabelBitMap_->setBitsInRange(start, end);
@@ -201,7 +202,8 @@ uint32_t EncodedLabelAllocator::lowestClear(uint32_t from) {
   return encLabelBitMap_->findClearBitInRange(from, last, Obel::Bitmap::IndexPreference::lowest);
 }
 
-uint32_t EncodedLabelAllocator::findFree(uint32_t start, uint32_t range, uint32_t count) {
+uint32_t EncodedLabelAllocator::findFree(uint32_t start, uint32_t range, Portion const& portion) {
+  uint32_t const count = portion.toAllocate;
   uint32_t const size = encLabelBitMap_->size();
   uint32_t const blockSize = uint32_t{1} << range;
   bool const whole = count == blockSize;
@@ -216,7 +218,8 @@ uint32_t EncodedLabelAllocator::findFree(uint32_t start, uint32_t range, uint32_
     uint32_t const set = encLabelBitMap_->numBitsInSetStateInRange(start, end);
     traceAllocation(6, [&](auto& line) {
       line << " start: " << start << ", end: " << end << ", toAllocate: " << count
-           << ", range:" << range << ", bitsInSetState: " << set;
+           << ", range:" << range << ", extraLabels: " << portion.extra
+           << ", bitsInSetState: " << set;
     });
     if (set == 0) break;
     start = set == blockSize ? lowestClear(end) & ~(blockSize - 1) : start + blockSize;

@@ -95,7 +95,7 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
   Portion nextPortion(uint32_t remaining, uint32_t blockSize) const;
   /// First start from `start` on, in steps of the block size, with `count` free values; the size of
   /// the bitmap if there is none.
-  uint32_t findFree(uint32_t start, uint32_t range, uint32_t count);
+  uint32_t findFree(uint32_t start, uint32_t range, Portion const& portion);
   uint32_t lowestClear(uint32_t from);
   /// Adds the values of its other labels to the ranges of that set.
   void addPlacedLabels(size_t place, LabelLayout const& layout, EncodedLabelRangeList& rangeList);

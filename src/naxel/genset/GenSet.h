@@ -46,7 +46,8 @@ class NAXEL_EXPORT GenSet : public Dedupable {
   GenSetKey key_;
 };
 
-/// A set of addresses: those in `prefix` and not in `exceptPrefix`. Host bits are cleared here.
+/// A set of addresses: those in `prefix` and not in `exceptPrefix`. Whoever fills it clears the host bits;
+/// prefixes that differ in them alone are different members.
 /// Prefix sets do not compare by content; they are shared through the list that they stand for.
 class NAXEL_EXPORT PrefixSet : public GenSet {
  public:

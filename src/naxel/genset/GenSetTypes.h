@@ -83,12 +83,18 @@ class GenSetKeyPair : public Mox::ValueType<GenSetKeyPair> {
   GenSetKey dst_;
 };
 
-/// Inclusive range of the values of one packet field. `first` above `last` raises Mox::RangeError.
+/// Inclusive range of the values of one packet field. `first` above `last`, or more than 16 bits, raises
+/// Mox::RangeError.
 class RangeSetElem : public Mox::ValueType<RangeSetElem> {
  public:
   static constexpr std::string_view typeName = "Naxel::RangeSetElem";
   RangeSetElem() = default;
-  RangeSetElem(uint16_t first, uint16_t last) : first_(first), last_(last) { check(*this); }
+  RangeSetElem(uint32_t first, uint32_t last)
+      : first_(static_cast<uint16_t>(first)), last_(static_cast<uint16_t>(last)) {
+    if (first > 0xffff || last > 0xffff)
+      throw Mox::RangeError("RangeSetElem::first or RangeSetElem::last > 65535 not allowed");
+    check(*this);
+  }
   explicit RangeSetElem(Mox::TextCursor& c) { Mox::TextForm<RangeSetElem>::read(c, *this); }
 
   uint16_t first() const { return first_; }

@@ -28,7 +28,7 @@ class NAXEL_EXPORT AggregatorConfig : public StageConfig {
 NAXEL_EXPORT Mox::Ptr<AggregatorConfig> aggregatorConfigFactory(
     Mox::Ptr<AclConfigColl const> aclConfigColl);
 
-/// All prefix sets of one family and side, by ascending key.
+/// All prefix sets of one family and side, in the order of insertion.
 class NAXEL_EXPORT PrefixAggregatorInfo : public Mox::Entity {
  public:
   explicit PrefixAggregatorInfo(PrefixXformKey const& key) : prefixXformKey_(key) {}
@@ -43,14 +43,16 @@ class NAXEL_EXPORT PrefixAggregatorInfo : public Mox::Entity {
     return Mox::lookup(prefixSetColl_, key);
   }
   Mox::Ptr<PrefixSet> prefixSetCollIs(GenSetKey key);
+  bool prefixSetCollHas(GenSetKey key) const { return prefixSetColl_.contains(key); }
   void prefixSetCollDel(GenSetKey key) { prefixSetColl_.erase(key); }
+  void prefixSetCollDelAll() { prefixSetColl_.clear(); }
 
  private:
   PrefixXformKey prefixXformKey_;
   Mox::HashMap<GenSetKey, Mox::Ptr<PrefixSet>> prefixSetColl_;
 };
 
-/// All range sets of one type, by ascending key.
+/// All range sets of one type, in the order of insertion.
 class NAXEL_EXPORT RangeSplitAggregatorInfo : public Mox::Entity {
  public:
   explicit RangeSplitAggregatorInfo(RangeSetType type) : setType_(type) {}
@@ -61,7 +63,9 @@ class NAXEL_EXPORT RangeSplitAggregatorInfo : public Mox::Entity {
   Mox::HashMap<GenSetKey, Mox::Ptr<RangeSet>> const& rangeSetColl() const { return rangeSetColl_; }
   Mox::Ptr<RangeSet> rangeSetColl(GenSetKey key) const { return Mox::lookup(rangeSetColl_, key); }
   Mox::Ptr<RangeSet> rangeSetCollIs(GenSetKey key, RangeSetType type);
+  bool rangeSetCollHas(GenSetKey key) const { return rangeSetColl_.contains(key); }
   void rangeSetCollDel(GenSetKey key) { rangeSetColl_.erase(key); }
+  void rangeSetCollDelAll() { rangeSetColl_.clear(); }
 
  private:
   RangeSetType setType_;
@@ -81,13 +85,20 @@ class NAXEL_EXPORT GenSetIpRule : public Mox::Entity {
   GenSetKey destination() const { return destination_; }
   void destinationIs(GenSetKey v) { destination_ = v; }
   GenSetKey sport() const { return range_[0]; }
+  void sportIs(GenSetKey v) { range_[0] = v; }
   GenSetKey dport() const { return range_[1]; }
+  void dportIs(GenSetKey v) { range_[1] = v; }
   GenSetKey icmpType() const { return range_[2]; }
+  void icmpTypeIs(GenSetKey v) { range_[2] = v; }
   GenSetKey proto() const { return range_[3]; }
+  void protoIs(GenSetKey v) { range_[3] = v; }
   GenSetKey length() const { return range_[4]; }
+  void lengthIs(GenSetKey v) { range_[4] = v; }
   GenSetKey fragment() const { return range_[5]; }
+  void fragmentIs(GenSetKey v) { range_[5] = v; }
   GenSetKey dscp() const { return range_[6]; }
-  /// The range set of a field; the seven accessors above by type.
+  void dscpIs(GenSetKey v) { range_[6] = v; }
+  /// The range set of a field; the accessors above by type.
   GenSetKey range(RangeSetType type) const { return range_[static_cast<size_t>(type)]; }
   void rangeIs(RangeSetType type, GenSetKey v) { range_[static_cast<size_t>(type)] = v; }
   bool matchTcpInit() const { return matchTcpInit_; }
@@ -156,6 +167,8 @@ class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
   void genSetIpRuleByIdIs(AceIndex index, Mox::Ptr<GenSetIpRule> rule) {
     genSetIpRuleById_.set(index, std::move(rule));
   }
+  bool genSetIpRuleByIdHas(AceIndex index) const { return genSetIpRuleById_.contains(index); }
+  void genSetIpRuleByIdDel(AceIndex index) { genSetIpRuleById_.erase(index); }
   void genSetIpRuleByIdDelAll() { genSetIpRuleById_.clear(); }
 
  private:

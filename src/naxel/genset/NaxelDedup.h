@@ -7,10 +7,10 @@
 /// sweepUnmarked() at the end deletes the sets that nothing used. GenSetKeyGroupDeduper numbers
 /// distinct key groups with plain labels.
 ///
-/// Two ways of sharing. Prefix sets are found before they are built, through a record that stands
-/// for the list's content: addDeduped() answers 0 for content that has no set yet. Range and
-/// combination sets are built first; where addDeduped() answers another key than the new set's, an
-/// equal set exists, the new one is deleted and its key is spent.
+/// Two ways of sharing. A set is looked up before it is built, by markEqual(): a prefix set through a record
+/// that stands for the list's content, a range set by its elements. Or it is built first, as a
+/// combination set is: where addDeduped() answers another key than the new set's, an equal set exists, the
+/// new one is deleted and its key is spent. For a record that has no set yet addDeduped() answers 0.
 
 #include "mox/HashMap.h"
 #include "mox/OrderedMap.h"
@@ -98,8 +98,7 @@ class NAXEL_EXPORT Deduper : public Mox::Entity {
   std::vector<uint32_t> slots_;  // positions in items_; a power of two many, at most half in use
 };
 
-/// Keeps objects while they are in use. Between kicks the index is empty and only `deduped` holds
-/// the objects.
+/// Keeps objects while they are in use. Between kicks the index is empty; the objects stay.
 class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
  public:
   std::string_view fwkType() const override { return "Naxel::DedupMarkAndSweeper"; }

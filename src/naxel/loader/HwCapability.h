@@ -11,7 +11,8 @@ namespace Naxel {
 
 /// The label widths of one chip. The agent writes them before it requests a kick; they may change
 /// between kicks. The entity checks nothing itself. Contract: a prefix width is 1 to 16 (a chip
-/// without IPv6 keeps the default width and gets no IPv6 ACL), every other width 0 to 16. An absent
+/// without IPv6 keeps the default width and gets no IPv6 ACL), every other width 0 to 16; more than 255
+/// raises Mox::RangeError. An absent
 /// range width means that the field is matched by its raw value, an absent combination width that
 /// the chip does not match that combination through one label; an entry of 0 says the same.
 class NAXEL_EXPORT ChipHwCapability : public Mox::Entity {
@@ -38,8 +39,8 @@ class NAXEL_EXPORT ChipHwCapability : public Mox::Entity {
   uint8_t prefixXformWidth(PrefixXformKey const& key) const {
     return width(prefixXformWidth_, key);
   }
-  void prefixXformWidthIs(PrefixXformKey const& key, uint8_t width) {
-    itemSet(prefixXformWidth_, key, width, &Notifiee::onPrefixXformWidth);
+  void prefixXformWidthIs(PrefixXformKey const& key, uint32_t width) {
+    itemSet(prefixXformWidth_, key, checked(width), &Notifiee::onPrefixXformWidth);
   }
   void prefixXformWidthDel(PrefixXformKey const& key) {
     itemDel(prefixXformWidth_, key, &Notifiee::onPrefixXformWidth);
@@ -49,8 +50,8 @@ class NAXEL_EXPORT ChipHwCapability : public Mox::Entity {
   /// Label width for the range sets of a type; none by default.
   Mox::OrderedMap<RangeSetType, uint8_t> const& rangeXformWidth() const { return rangeXformWidth_; }
   uint8_t rangeXformWidth(RangeSetType type) const { return width(rangeXformWidth_, type); }
-  void rangeXformWidthIs(RangeSetType type, uint8_t width) {
-    itemSet(rangeXformWidth_, type, width, &Notifiee::onRangeXformWidth);
+  void rangeXformWidthIs(RangeSetType type, uint32_t width) {
+    itemSet(rangeXformWidth_, type, checked(width), &Notifiee::onRangeXformWidth);
   }
   void rangeXformWidthDel(RangeSetType type) {
     itemDel(rangeXformWidth_, type, &Notifiee::onRangeXformWidth);
@@ -62,8 +63,8 @@ class NAXEL_EXPORT ChipHwCapability : public Mox::Entity {
     return comboXformWidth_;
   }
   uint8_t comboXformWidth(ComboLabelSetType type) const { return width(comboXformWidth_, type); }
-  void comboXformWidthIs(ComboLabelSetType type, uint8_t width) {
-    itemSet(comboXformWidth_, type, width, &Notifiee::onComboXformWidth);
+  void comboXformWidthIs(ComboLabelSetType type, uint32_t width) {
+    itemSet(comboXformWidth_, type, checked(width), &Notifiee::onComboXformWidth);
   }
   void comboXformWidthDel(ComboLabelSetType type) {
     itemDel(comboXformWidth_, type, &Notifiee::onComboXformWidth);
@@ -84,13 +85,17 @@ class NAXEL_EXPORT ChipHwCapability : public Mox::Entity {
     attrIs(tcpFlagsXformSupported_, v, &Notifiee::onTcpFlagsXformSupported);
   }
   uint8_t tcpFlagsXformWidth() const { return tcpFlagsXformWidth_; }
-  void tcpFlagsXformWidthIs(uint8_t v) {
-    attrIs(tcpFlagsXformWidth_, v, &Notifiee::onTcpFlagsXformWidth);
+  void tcpFlagsXformWidthIs(uint32_t v) {
+    attrIs(tcpFlagsXformWidth_, checked(v), &Notifiee::onTcpFlagsXformWidth);
   }
 
  private:
   /// Gives the four prefix keys their default width.
   void handleInitialized();
+  static uint8_t checked(uint32_t width) {
+    if (width > 255) throw Mox::RangeError("ChipHwCapability: width > 255 not allowed");
+    return static_cast<uint8_t>(width);
+  }
   template <class K>
   static uint8_t width(Mox::OrderedMap<K, uint8_t> const& map, K const& key) {
     uint8_t const* w = map.get(key);
@@ -104,6 +109,9 @@ class NAXEL_EXPORT ChipHwCapability : public Mox::Entity {
   bool tcpFlagsXformSupported_ = false;
   uint8_t tcpFlagsXformWidth_ = 2;
 };
+inline Mox::Ptr<ChipHwCapability> chipHwCapabilityFactory(Obel::ChipId chipId) {
+  return Mox::makePtr<ChipHwCapability>(chipId);
+}
 
 /// The capabilities of all chips of an agent.
 class NAXEL_EXPORT HwCapabilityColl : public Mox::Entity {
@@ -118,10 +126,14 @@ class NAXEL_EXPORT HwCapabilityColl : public Mox::Entity {
   Mox::OrderedMap<Obel::ChipId, Mox::Ptr<ChipHwCapability>> const& chipHwCapability() const {
     return chipHwCapability_;
   }
+  Mox::Ptr<ChipHwCapability> chipHwCapability(Obel::ChipId chip) const {
+    return Mox::lookup(chipHwCapability_, chip);
+  }
+  bool chipHwCapabilityHas(Obel::ChipId chip) const { return chipHwCapability_.contains(chip); }
   /// The chip's entry, made with default widths if absent.
   Mox::Ptr<ChipHwCapability> chipHwCapabilityIs(Obel::ChipId chip) {
     return itemIs(chipHwCapability_, chip, &Notifiee::onChipHwCapability,
-                  [&] { return Mox::makePtr<ChipHwCapability>(chip); });
+                  [&] { return chipHwCapabilityFactory(chip); });
   }
   void chipHwCapabilityDel(Obel::ChipId chip) {
     itemDel(chipHwCapability_, chip, &Notifiee::onChipHwCapability);
@@ -131,5 +143,8 @@ class NAXEL_EXPORT HwCapabilityColl : public Mox::Entity {
  private:
   Mox::OrderedMap<Obel::ChipId, Mox::Ptr<ChipHwCapability>> chipHwCapability_;
 };
+inline Mox::Ptr<HwCapabilityColl> hwCapabilityCollFactory() {
+  return Mox::makePtr<HwCapabilityColl>();
+}
 
 }  // namespace Naxel

@@ -99,6 +99,7 @@ class NAXEL_EXPORT AclConfig : public Mox::Entity {
   Mox::Ptr<RuleConfig> ruleByName(std::string const& name) const {
     return Mox::lookup(ruleByName_, name);
   }
+  bool ruleByNameHas(std::string const& name) const { return ruleByName_.contains(name); }
   /// Creates the rule, or returns the one of that name.
   Mox::Ptr<RuleConfig> ruleByNameIs(std::string const& name);
   /// Deletes the rule together with the indexes that refer to it. O(1) on average; the first deletion
@@ -152,6 +153,7 @@ class NAXEL_EXPORT AclConfigColl : public Mox::Entity {
   /// By name, in the order of the names.
   Mox::ChunkedMap<std::string, Mox::Ptr<AclConfig>> const& acl() const { return acl_; }
   Mox::Ptr<AclConfig> acl(std::string const& name) const { return Mox::lookup(acl_, name); }
+  bool aclHas(std::string const& name) const { return acl_.contains(name); }
   Mox::Ptr<AclConfig> aclIs(std::string const& name);
   void aclDel(std::string const& name) { itemDel(acl_, name, &Notifiee::onAcl); }
   void aclDelAll() { collDelAll(acl_, &Notifiee::onAcl); }
@@ -160,6 +162,10 @@ class NAXEL_EXPORT AclConfigColl : public Mox::Entity {
   Obel::ChipId chipId_;
   Mox::ChunkedMap<std::string, Mox::Ptr<AclConfig>> acl_;
 };
+
+inline Mox::Ptr<AclConfigColl> aclConfigCollFactory(Obel::ChipId chipId) {
+  return Mox::makePtr<AclConfigColl>(chipId);
+}
 
 /// The ACLs of all chips of an agent.
 class NAXEL_EXPORT GlobalAclConfig : public Mox::Entity {
@@ -175,6 +181,10 @@ class NAXEL_EXPORT GlobalAclConfig : public Mox::Entity {
   Mox::ChunkedMap<Obel::ChipId, Mox::Ptr<AclConfigColl>> const& aclConfigColl() const {
     return aclConfigColl_;
   }
+  Mox::Ptr<AclConfigColl> aclConfigColl(Obel::ChipId chip) const {
+    return Mox::lookup(aclConfigColl_, chip);
+  }
+  bool aclConfigCollHas(Obel::ChipId chip) const { return aclConfigColl_.contains(chip); }
   Mox::Ptr<AclConfigColl> aclConfigCollIs(Obel::ChipId chip);
   void aclConfigCollDel(Obel::ChipId chip) {
     itemDel(aclConfigColl_, chip, &Notifiee::onAclConfigColl);
@@ -184,5 +194,8 @@ class NAXEL_EXPORT GlobalAclConfig : public Mox::Entity {
  private:
   Mox::ChunkedMap<Obel::ChipId, Mox::Ptr<AclConfigColl>> aclConfigColl_;
 };
+inline Mox::Ptr<GlobalAclConfig> globalAclConfigFactory() {
+  return Mox::makePtr<GlobalAclConfig>();
+}
 
 }  // namespace Naxel

@@ -21,11 +21,13 @@ class AceIndex : public Mox::NumberValue<AceIndex, uint32_t> {
   static constexpr uint32_t null = 4294967294u;
 
   constexpr AceIndex() = default;
-  constexpr explicit AceIndex(uint32_t v) : NumberValue(v) {
+  constexpr explicit AceIndex(uint64_t v) : NumberValue(static_cast<uint32_t>(v)) {
     if (v > null)
       throw Mox::RangeError("AceIndex::value < AceIndex::min or > AceIndex::null not allowed");
   }
   explicit AceIndex(Mox::TextCursor& c) { Mox::TextForm<AceIndex>::read(c, *this); }
+
+  void valueIs(uint64_t v) { *this = AceIndex(v); }
 };
 
 /// Traffic class 0..7; `null` (8) means none. A larger value raises Mox::RangeError.
@@ -35,7 +37,7 @@ class NaxelTrafficClass : public Mox::NumberValue<NaxelTrafficClass, uint8_t> {
   static constexpr uint8_t null = 8;
 
   constexpr NaxelTrafficClass() : NumberValue(null) {}
-  constexpr explicit NaxelTrafficClass(uint8_t v) : NumberValue(v) {
+  constexpr explicit NaxelTrafficClass(uint64_t v) : NumberValue(static_cast<uint8_t>(v)) {
     if (v > null)
       throw Mox::RangeError(
           "NaxelTrafficClass::value < NaxelTrafficClass::min or > NaxelTrafficClass::null not "
@@ -44,6 +46,8 @@ class NaxelTrafficClass : public Mox::NumberValue<NaxelTrafficClass, uint8_t> {
   explicit NaxelTrafficClass(Mox::TextCursor& c) {
     Mox::TextForm<NaxelTrafficClass>::read(c, *this);
   }
+
+  void valueIs(uint64_t v) { *this = NaxelTrafficClass(v); }
 };
 
 /// Kinds of action that a chip may support.

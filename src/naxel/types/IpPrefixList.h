@@ -97,5 +97,6 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
   mutable std::optional<Digest> digest_;
   Mox::Ptr<Content> content_;
 };
+inline Mox::Ptr<IpPrefixList> ipPrefixListFactory() { return Mox::makePtr<IpPrefixList>(); }
 
 }  // namespace Naxel

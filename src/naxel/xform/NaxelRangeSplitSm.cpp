@@ -66,6 +66,25 @@ std::string RangeSplitSm::traceStr() const {
 
 std::string RangeSplitSm::subject() const { return fieldName(status_->key()); }
 
+std::vector<RangePointInfo>::const_iterator RangeSplitSm::placeOf(uint16_t point) const {
+  return std::ranges::lower_bound(rangePointInfo_, point, {}, &RangePointInfo::point);
+}
+
+bool RangeSplitSm::rangePointInfoHas(uint16_t point) const {
+  auto const at = placeOf(point);
+  return at != rangePointInfo_.end() && at->point() == point;
+}
+
+RangePointInfo const& RangeSplitSm::rangePointInfoIs(uint16_t point) {
+  auto const at = placeOf(point);
+  if (at != rangePointInfo_.end() && at->point() == point) return *at;
+  return *rangePointInfo_.emplace(at, point, RangePointInfo::Keys(), RangePointInfo::Keys());
+}
+
+void RangeSplitSm::rangePointInfoDel(uint16_t point) {
+  if (rangePointInfoHas(point)) rangePointInfo_.erase(placeOf(point));
+}
+
 void RangeSplitSm::doBuildWorkingSet() {
   traceStep(8, "doBuildWorkingSet");
   workingSetIsKeysOf(rangeSplitConfig().aggregatorInfo()->rangeSetColl());

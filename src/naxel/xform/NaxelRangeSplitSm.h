@@ -57,6 +57,10 @@ class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
 
   /// The boundary points of the last run, ascending.
   std::vector<RangePointInfo> const& rangePointInfo() const { return rangePointInfo_; }
+  /// The point of that value, made without keys if absent.
+  RangePointInfo const& rangePointInfoIs(uint16_t point);
+  bool rangePointInfoHas(uint16_t point) const;
+  void rangePointInfoDel(uint16_t point);
   void rangePointInfoDelAll() {
     rangePointInfo_.clear();
     pointKeys_.clear();
@@ -66,6 +70,7 @@ class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
   void rangeElemToGenSetGrpIs(RangeSetElem const& e, Mox::Ptr<GenSetKeyGroup> group) {
     rangeElemToGenSetGrp_.set(e, std::move(group));
   }
+  void rangeElemToGenSetGrpDel(RangeSetElem const& e) { rangeElemToGenSetGrp_.erase(e); }
   void rangeElemToGenSetGrpDelAll() { rangeElemToGenSetGrp_.clear(); }
 
   void doBuildWorkingSet() override;
@@ -81,6 +86,8 @@ class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
   void doClearOutput() override;
 
  private:
+  std::vector<RangePointInfo>::const_iterator placeOf(uint16_t point) const;
+
   Mox::Ptr<RangeSplitStatus> status_;
   std::vector<RangePointInfo> rangePointInfo_;
   std::vector<GenSetKey> pointKeys_;  // what they refer to

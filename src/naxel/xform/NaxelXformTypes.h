@@ -137,7 +137,7 @@ class NAXEL_EXPORT ComboLabelInfo : public Mox::Entity {
   Mox::AttributeTable const& attributeTable() const override;
 
   ComboLabelSetType type() const { return type_; }
-  /// By ascending key.
+  /// In the order of insertion.
   Mox::HashMap<GenSetKey, Mox::Ptr<ComboLabelSet>> const& comboLabelSetColl() const {
     return comboLabelSetColl_;
   }
@@ -226,7 +226,6 @@ class NAXEL_EXPORT ComboLabelResolverStatus : public StageStatus {
 
 class NAXEL_EXPORT ComboLabelSplitConfig : public StageConfig {
  public:
-  /// `resolverStatus` tells whether the combination sets can be used.
   ComboLabelSplitConfig(ComboLabelSetType key, Mox::Ptr<ComboLabelInfo> info)
       : key_(key), comboLabelInfo_(std::move(info)) {}
   std::string_view fwkType() const override { return "Naxel::ComboLabelSplitConfig"; }
