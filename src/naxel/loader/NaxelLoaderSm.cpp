@@ -440,7 +440,8 @@ void LoaderSm::checkAgreement() {
   if (auto line = traceStep(0, "checkXformStatus"))
     line << ": the driver answers hitful for " << tableTitle(*hitful) << " and hitless for "
          << tableTitle(*hitless) << "; the table examined last, " << tableTitle(PDTable::aclEntries)
-         << ", decides: traffic may be disturbed without a policy";
+         << ", decides: "
+         << (isHitless_ ? "traffic may be disturbed without a policy" : "a policy stands in");
 }
 
 bool LoaderSm::isAnswered(PDTable table) const {
