@@ -21,6 +21,7 @@ void addKickCases(std::vector<RuleSource> const& sources);
 /// One list of all prefixes of a file; without files, of random prefixes.
 void addListCases(std::vector<std::string> const& prefixFiles);
 void addComboCases(std::vector<RuleSource> const& sources);
+void addCraftedCases();
 
 /// Registers KIND/SET with `samples` samples per repetition. `sample` returns the seconds that count;
 /// where it throws, the benchmark ends with that reason.

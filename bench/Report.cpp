@@ -141,6 +141,23 @@ void Report::printYardstick(std::string const& kind, std::string const& size,
   std::cout << '\n';
 }
 
+void Report::printRatios(std::string const& kind, std::string const& size,
+                         std::string const& beside) const {
+  if (sets(kind).empty()) return;
+  Rows rows = {{kind + " (ms)", size, "time", beside, "ratio"}};
+  for (std::string const& set : sets(kind)) {
+    Result const* const result = find(kind, set);
+    if (!result) continue;
+    auto const counter = [&](char const* name, int digits) {
+      return fixed(result->counters.at(name), digits);
+    };
+    rows.push_back(
+        {set, counter("size", 0), ms(kind, set), counter("beside", 2), counter("ratio", 2)});
+  }
+  NaxelTool::printTable(std::cout, rows, 1);
+  std::cout << '\n';
+}
+
 void Report::printMemory() const {
   if (sets("memory").empty()) return;
   Rows rows = {{"memory (bytes per rule)", "rules", "configuration", "peak of kick", "afterwards"}};
@@ -173,6 +190,8 @@ void Report::Finalize() {
   printCombos();
   printYardstick("list", "prefixes", "std::set");
   printYardstick("ranges", "ranges", "std::sort");
+  printRatios("crafted", "prefixes", "random");
+  printRatios("removal", "rules", "ten of 10k");
   printMemory();
   printFailures();
 }

@@ -36,6 +36,8 @@ class Report : public benchmark::BenchmarkReporter {
   void printCombos() const;
   void printYardstick(std::string const& kind, std::string const& size,
                       std::string const& beside) const;
+  void printRatios(std::string const& kind, std::string const& size,
+                   std::string const& beside) const;
   void printMemory() const;
   void printFailures() const;
 

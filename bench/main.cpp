@@ -35,6 +35,7 @@ int main(int argc, char** argv) {
     Bench::addKickCases(sources);
     Bench::addComboCases(sources);
     Bench::addListCases(prefixFiles());
+    Bench::addCraftedCases();
     Bench::Report report;
     benchmark::RunSpecifiedBenchmarks(&report);
     benchmark::Shutdown();

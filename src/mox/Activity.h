@@ -71,7 +71,8 @@ class NAXEL_EXPORT Activity {
   Clock const& clock() const { return clock_; }
   Seconds now() const { return clock_.now(); }
 
-  /// One pass over all sources. Returns true if any of them had work.
+  /// One pass over all sources. Returns true if any of them had work. Not from within a notification of an
+  /// entity, whose writer is in the middle of a step; a timer's handler may run one.
   bool runPass();
   /// Seconds until the next pass is wanted if nothing happens before, negative for never: how long a
   /// thread with a loop of its own may sleep.

@@ -8,9 +8,8 @@
 /// short-input PRF", 2012) over the words of a key, under a secret that nobody outside the process
 /// knows. The words go in as they are: whatever compressed them first by a public function would let
 /// through keys that are equal from then on. A key of one word, which most of the library's own numbers
-/// and pointers are, is multiplied by a secret odd number instead (multiply-shift: M. Dietzfelbinger et
-/// al., "A reliable randomized algorithm for the closest-pair problem", 1997): two different words
-/// share a place no oftener than by chance, whatever they are.
+/// and pointers are, is multiplied by a secret odd number and mixed once more instead: nobody outside the
+/// process chooses those keys.
 ///
 /// A place says nothing about equality: tables compare keys. Nor does anything that is iterated or
 /// published depend on places.
@@ -69,8 +68,11 @@ class KeyedHash {
   /// Place of a key that is one word.
   static uint64_t ofWord(uint64_t w) noexcept {
     HashSecret const& secret = hashSecret();
-    // The upper bits of the product are the good ones, and tables take the lower ones.
-    return __builtin_bswap64((w ^ secret.k0) * (secret.k1 | 1));
+    // The upper bits of the product are the good ones, and tables take the lower ones: they are stirred
+    // once more, and so are runs of numbers, which a product alone spreads badly under some secrets.
+    uint64_t const product = (w ^ secret.k0) * (secret.k1 | 1);
+    uint64_t const stirred = (product ^ product >> 32) * 0xd6e8feb86659fd93u;
+    return stirred ^ stirred >> 32;
   }
 
  private:

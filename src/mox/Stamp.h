@@ -10,6 +10,7 @@
 
 #include "mox/Export.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace Mox {
@@ -29,6 +30,11 @@ class ContentStamp {
   Stamp get() const noexcept {
     if (stamp_ == 0) stamp_ = newStamp();
     return stamp_;
+  }
+  /// Another object was found to have the same content, member by member: both take the older stamp, so
+  /// that nobody has to look again. (Of the newer one, two objects could be turned into each other for ever.)
+  void agreeWith(ContentStamp const& other) const noexcept {
+    stamp_ = other.stamp_ = std::min(get(), other.get());
   }
 
  private:

@@ -6,6 +6,7 @@
 #include "mox/Ptr.h"
 
 #include <cstdint>
+#include <string_view>
 #include <vector>
 
 namespace Obel {
@@ -19,6 +20,8 @@ class NAXEL_EXPORT Bitmap : public Mox::RefCounted {
 
   /// All bits clear. `size` is at least 1.
   explicit Bitmap(uint32_t size);
+  /// Names it among the attributes of an entity.
+  std::string_view fwkType() const { return "Obel::Bitmap"; }
 
   uint32_t size() const { return size_; }
   bool bitIsSet(uint32_t i) const;

@@ -156,7 +156,9 @@ void Chip::tick() {
 void Chip::pump() {
   ++pumping_;
   while (!steps_.empty() && steps_.front().ticks == 0) {
-    if (loadsWait_ && steps_.front().what == Step::What::beginLoad) break;
+    bool const touches =
+        steps_.front().what == Step::What::beginLoad || steps_.front().what == Step::What::restore;
+    if (loadsWait_ && touches) break;
     Step const step = std::move(steps_.front());
     steps_.pop_front();
     run(step);

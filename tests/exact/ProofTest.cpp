@@ -242,8 +242,7 @@ class Tampering {
   }
   PDComboEntryColl& combinations() {
     std::vector<PDComboEntryColl*> all;
-    for (ComboLabelSetType type : allComboLabelSetTypes())
-      all.push_back(&data_.comboCollIs(type));
+    for (ComboLabelSetType type : allComboLabelSetTypes()) all.push_back(&data_.comboCollIs(type));
     return someOf(all);
   }
   /// One that has entries, if there is one.

@@ -1,12 +1,15 @@
 // The collections against models from the standard library under random operations.
 
+#include "lumox/IpGenPrefix.h"
 #include "mox/Chunked.h"
 #include "mox/FlatSet.h"
 #include "mox/Hash.h"
 #include "mox/HashMap.h"
 #include "mox/OrderedMap.h"
+#include "support/Thinning.h"
 
 #include <algorithm>
+#include <iostream>
 #include <map>
 #include <random>
 
@@ -182,7 +185,66 @@ TEST(Containers, ChunkedMapsAreOrderedWhateverIsInserted) {
   }
 }
 
+/// Counts how often an element is looked at.
+struct Counting {
+  static inline size_t looks = 0;
+  template <class T>
+  static T const& key(T const& v) {
+    ++looks;
+    return v;
+  }
+};
+
+TEST(Containers, KeysOfOnePublicHashStandApart) {
+  constexpr uint64_t keys = 20000;
+  HashTable<Lumox::IpGenPrefix, Counting> table;
+  std::vector<Lumox::IpGenPrefix> order;
+  for (uint64_t hi = 0; hi < keys; ++hi)
+    order.push_back(Lumox::IpGenPrefix::v6(hi, 1 - (hi + 1) * 0xd6e8feb86659fd93u, 128));
+  for (auto const& p : order) {
+    ASSERT_EQ(p.hash64(), order[0].hash64()) << "no collision";
+    table.insert(p);
+  }
+  for (auto const& p : order) ASSERT_TRUE(table.contains(p));
+  EXPECT_LT(Counting::looks, 20 * keys);
+  EXPECT_TRUE(std::equal(table.begin(), table.end(), order.begin(), order.end()));
+}
+
+TEST(Containers, WhatStandsFirstIsDeletedAgainAndAgain) {
+  // By the square of the size this would not end in the time of a test.
+  size_t const size = 1000000 / ::Test::thinning();
+  HashSet<uint64_t> set;
+  for (size_t i = 0; i < size; ++i) set.insert(i);
+  for (size_t i = 0; i < size; ++i) {
+    ASSERT_EQ(*set.begin(), i);
+    set.erase(i);
+  }
+}
+
+TEST(ContainersDeathTest, TheSecretCanBeSetBeforeItsFirstUseAndDecidesPlacesAlone) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (uint64_t k : {1, 2}) {
+    uint64_t const place = KeyedHash(HashSecret{k, 5}).text("key").finish();
+    EXPECT_EXIT(
+        {
+          hashSecretIs({k, 5});
+          HashSet<std::string> set;
+          for (int i = 0; i < 40; ++i) set.insert(std::to_string(i * 7 % 40));
+          std::cerr << placeOf(std::string("key"));
+          for (std::string const& s : set) std::cerr << ' ' << s;
+          std::_Exit(0);
+        },
+        testing::ExitedWithCode(0), std::to_string(place) + " 0 7 14 21 28 35 2 9 .* 26 33$");
+  }
+  GTEST_FLAG_SET(death_test_style, "fast");
+  hashSecret();
+  EXPECT_DEATH(hashSecretIs({1, 2}), "the secret of the hash tables is in use");
+}
+
 TEST(Containers, HashesAreTheSameOnEveryMachine) {
+  // SipHash-1-3 of nothing, under the key 00 01 02 ... 0f.
+  HashSecret const secret{0x0706050403020100u, 0x0f0e0d0c0b0a0908u};
+  EXPECT_EQ(KeyedHash(secret).text("").finish(), 0xabac0158050fc4dcu);
   EXPECT_EQ(mix64(0), 0xe220a8397b1dcdafu);
   EXPECT_EQ(OneAtATime().byte('a').finish(), 0xca2e9442u);
 }

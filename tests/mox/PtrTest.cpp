@@ -21,6 +21,8 @@ struct Other : Base {
   using Base::Base;
 };
 
+static_assert(!std::is_convertible_v<Base*, Ptr<Base>>);
+
 TEST(Ptr, TheLastOwnerDeletes) {
   int alive = 0;
   Ptr<Derived> first = makePtr<Derived>(alive);

@@ -120,6 +120,17 @@ TEST(AssertDeathTest, ABrokenInvariantPrintsItsTextAndPlaceAndAborts) {
   EXPECT_DEATH(MOX_ASSERT(one == 2),
                "assertion failed: one == 2 at .*RuntimeTest.cpp:[0-9]+ in .*TestBody");
   EXPECT_DEATH(MOX_ASSERT_TEXT(one == 2, "fixed text"), "assertion failed: fixed text at ");
+  // The agent is told before the end, whatever it does with it.
+  for (bool throws : {false, true}) {
+    assertionHandlerIs([throws](std::string const& line) {
+      std::fprintf(stderr, "told: %s|", line.c_str());
+      if (throws) throw 1;
+      MOX_ASSERT(throws);
+    });
+    EXPECT_DEATH(MOX_ASSERT_DETAIL(one == 2, "text", "why"),
+                 "told: assertion failed: text at .*TestBody.*: why\\|");
+  }
+  EXPECT_TRUE(assertionHandlerIs(nullptr));
 }
 
 }  // namespace

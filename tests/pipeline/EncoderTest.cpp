@@ -2,6 +2,7 @@
 /// plain, bit by bit forms of the same rules.
 
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
+#include "naxel/types/NaxelTrace.h"
 #include "support/World.h"
 
 #include <map>
@@ -265,6 +266,22 @@ TEST(Allocator, PlacesNewLabelsInAlignedBlocks) {
     if (got.starts_with("fails")) got = "fails, extra 0 | |";
     EXPECT_EQ(got, c.wanted);
   }
+}
+
+TEST(Allocator, ShowsWhatItTakesAndSpares) {
+  std::string traced;
+  naxelTrace().levelIs(6);
+  auto const old = Mox::traceSinkIs([&](auto&, int, std::string const& t) { traced += t + "\n"; });
+  Input const in{{{{1, 2, 3}}}};
+  EncodedLabelAllocator const allocator(4, in.config(),
+                                        makePtr<RefCntCostModel>(in.config(), in.usage()),
+                                        encoderStatusFactory(), makePtr<EncodedLabelAllocStatus>());
+  naxelTrace().levelIs(0);
+  Mox::traceSinkIs(old);
+  EXPECT_NE(traced.find("start: 0, end: 3, toAllocate: 4, range:2, extraLabels: 1, bitsInSet"),
+            std::string::npos)
+      << traced;
+  EXPECT_NE(allocator.attributeText("encLabelBitMap"), "?");
 }
 
 TEST(Allocator, GivesWhatThePlainAlgorithmGives) {

@@ -5,6 +5,8 @@
 #include "naxel/types/NaxelTrace.h"
 #include "support/World.h"
 
+#include <bit>
+
 #include <gtest/gtest.h>
 
 using namespace Naxel;
@@ -139,29 +141,52 @@ TEST(Expander, WhatCannotBeCompiledIsRefusedByName) {
 }
 
 TEST(Expander, WhatMultipliesBeyondBoundsIsRefusedAndForgotten) {
-  // 4100 labels on either side of a pair, and 200 raw ranges in each of three fields.
-  World labels;
-  World raw;
-  std::string wide;
-  for (int i = 0; i < 4100; ++i) {
+  // 4100 labels on either side of a pair, and 2^71 raw entries: no two values of even parity join.
+  World labels, raw("a 10 r\na 20 s proto 6\na 30 t dport 1-65534");
+  auto const filter = raw.rule("a", "r")->ruleFilterIs();
+  for (uint32_t i = 0; i < 65536; ++i) {
     std::string const n = std::to_string(i);
-    labels.rules("a " + n + " r" + n + " sport " + n + " dport " + n);
-    if (i < 200) wide += (i ? "," : "") + std::to_string(3 * i);
+    if (i < 4100) labels.rules("a " + n + " r" + n + " sport " + n + " dport " + n);
+    if (std::popcount(i) % 2) continue;
+    filter->sportRangeIs({i, i});
+    filter->dportRangeIs({i, i});
+    filter->lengthIs({i, i});
+    if (i < 8192) filter->fragmentIs({i, i});
+    if (i < 256) filter->icmpTypeIs({i, i});
+    if (i < 256) filter->protoIs({i, i});
   }
   labels.rules("a 5000 all sport 0-4099 dport 0-4099");
   for (RangeSetType type : {RangeSetType::srcPort, RangeSetType::dstPort})
     labels.capability->rangeXformWidthIs(type, 16);
   labels.capability->comboXformWidthIs(ComboLabelSetType::srcDstL4Port, 16);
-  raw.rules("a 10 r sport " + wide + " dport " + wide + " len " + wide);
   for (auto const& [world, reason] :
        {std::pair(&labels, "rule 5000 'all' of 'a' alone has 16,810,000"),
-        std::pair(&raw, "8,000,000 entries needed for rule 10 'r' of 'a'")}) {
+        std::pair(&raw,
+                  "at least 18,446,744,073,709,551,615 entries needed for rule 10 'r' of 'a', "
+                  "30 for rule 30 't' of 'a', 1 for rule 20 's' of 'a'")}) {
     EXPECT_EQ(world->kick(), NaxelProgress::naxelFinishedFail);
     EXPECT_NE(world->failureText().find(reason), std::string::npos) << world->failureText();
     world->acls->aclDelAll();
     world->rules("b 10 r sport 1 dport 2-3");
     EXPECT_EQ(world->kick(), NaxelProgress::naxelFinishedSuccess) << world->failureText();
   }
+}
+
+TEST(Expander, TheEntriesOfAllRulesTogetherAreBounded) {
+  Mox::TraceSink const old = Mox::traceSinkIs({});
+  World w(
+      "edge 10 wide sport 1-65534 dport 1-65534\nedge 20 narrow proto 6\n"
+      "core 5 middle sport 1-65534\ncore 6 small dport 1024-65535\n");
+  for (uint64_t limit : {937, 936, 1, 937}) {
+    w.params->entryLimitIs(limit);
+    EXPECT_EQ(w.kick() == NaxelProgress::naxelFinishedSuccess, limit == 937);
+    EXPECT_EQ(w.tables().pdAclColl()->numFilters(), 937u);
+    if (limit != 936) continue;
+    EXPECT_EQ(w.failureText(),
+              "at least 900 entries needed for rule 10 'wide' of 'edge', 30 for rule 5 'middle' of "
+              "'core', 6 for rule 6 'small' of 'core'; 937 in all, at most 936 are made");
+  }
+  Mox::traceSinkIs(old);
 }
 
 TEST(Expander, IndexesAndNamesMustAgree) {

@@ -2,10 +2,14 @@
 
 #include "mox/Trace.h"
 #include "naxel/types/NaxelTrace.h"
+#include "naxel/xform/NaxelRangeSplitSm.h"
+#include "support/Vocabulary.h"
 #include "support/World.h"
 
 #include <algorithm>
+#include <bit>
 #include <map>
+#include <set>
 
 #include <gtest/gtest.h>
 
@@ -144,6 +148,54 @@ TEST(Transform, RangesAreCutAtTheirEnds) {
     EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess);
     EXPECT_EQ(rangePieces(w), wanted);
   }
+  World w("a 1 A sport 5-9");
+  labelEverything(w);
+  w.kick();
+  auto const split = w.root->rangeSplitSm(RangeSetType::srcPort);
+  EXPECT_EQ(split->rangePointInfoIs(5).start().size(), 1u);
+  EXPECT_TRUE(split->rangePointInfoIs(7).start().empty());
+  split->rangePointInfoDel(9);
+  EXPECT_FALSE(split->rangePointInfoHas(9));
+  ASSERT_EQ(split->rangePointInfo().size(), 2u);
+  EXPECT_EQ(split->rangePointInfo()[1].point(), 7u);
+}
+
+TEST(Transform, TheReasonOfARefusalSaysHowManyPiecesAreNeeded) {
+  Failures const quiet;
+  ::Test::SeededDice dice(1);
+  ::Test::Vocabulary words(dice);
+  PrefixXformKey const key(Lumox::ipv4(), true);
+  auto const ports = RangeSetType::srcPort;
+  auto const pairs = ComboLabelSetType::ipv4SrcDstPrefix;
+  int refused = 0;
+  for (int round = 0; round < 60; ++round) {
+    World w;
+    for (uint64_t i = 0, rules = dice.between(2, 20); i < rules; ++i)
+      w.rules("a " + std::to_string(i) + " r" + std::to_string(i) + " src " +
+              words.list(Lumox::ipv4()) + " dst " + words.list(Lumox::ipv4()) + " sport " +
+              words.ranges(65535));
+    // The wide chip first, which tells the number; then the widest one that is too narrow for it.
+    auto const expectNumber = [&](auto widthIs, auto labels) {
+      widthIs(16);
+      ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << w.failureText();
+      std::set<PlainLabel> pieces;
+      for (auto const& [item, label] : labels()) pieces.insert(label);
+      if (pieces.size() < 2) return;
+      widthIs(static_cast<uint32_t>(std::bit_width(pieces.size())) - 1);
+      EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedFail);
+      std::string const number = ": " + std::to_string(pieces.size()) + " disjoint pieces needed";
+      EXPECT_NE(w.failureText().find(number), std::string::npos) << number << w.failureText();
+      widthIs(16);
+      ++refused;
+    };
+    expectNumber([&](uint32_t n) { w.capability->prefixXformWidthIs(key, n); },
+                 [&] { return w.root->prefixXformStatus(key)->prefixToLabelMap(); });
+    expectNumber([&](uint32_t n) { w.capability->rangeXformWidthIs(ports, n); },
+                 [&] { return w.root->rangeSplitStatus(ports)->rangeToPlainLabelMap(); });
+    expectNumber([&](uint32_t n) { w.capability->comboXformWidthIs(pairs, n); },
+                 [&] { return w.root->comboLabelSplitStatus(pairs)->comboToPlainLabelMap(); });
+  }
+  EXPECT_GT(refused, 150);
 }
 
 TEST(Transform, EqualProductsAndRepeatedPairsShareOneCombination) {

@@ -264,8 +264,31 @@ TEST(Values, ParsedValuesOutOfBoundsRaiseWithTheFieldAndLeaveTheTarget) {
   }
   EXPECT_EQ(thrown<Mox::RangeError>([] { RangeSetElem(10, 9); }),
             "RangeSetElem::first > RangeSetElem::last not allowed");
-  EXPECT_THROW(AceIndex(4294967295u), Mox::RangeError);
-  EXPECT_THROW(NaxelTrafficClass(9), Mox::RangeError);
+}
+
+TEST(Values, WhatDoesNotFitIsRefusedAndNotNarrowed) {
+  AceIndex index(5);
+  NaxelTrafficClass tc(5);
+  ChipHwCapability capability{Obel::ChipId(0)};
+  for (uint64_t over : {AceIndex::null + uint64_t{1}, uint64_t{1} << 32, (uint64_t{1} << 32) + 7}) {
+    EXPECT_THROW(AceIndex{over}, Mox::RangeError);
+    EXPECT_THROW(index.valueIs(over), Mox::RangeError);
+  }
+  for (uint64_t over : {9, 256, 263}) {
+    EXPECT_THROW(NaxelTrafficClass{over}, Mox::RangeError);
+    EXPECT_THROW(tc.valueIs(over), Mox::RangeError);
+    EXPECT_THROW(Lumox::DscpValue{over + 55}, Mox::RangeError);
+  }
+  EXPECT_THROW(RangeSetElem(80, 65616), Mox::RangeError);
+  EXPECT_THROW(RangeSetElem(65616, 65617), Mox::RangeError);
+  EXPECT_THROW(capability.prefixXformWidthIs(PrefixXformKey(), 272), Mox::RangeError);
+  EXPECT_THROW(capability.rangeXformWidthIs(RangeSetType::dscp, 272), Mox::RangeError);
+  EXPECT_THROW(capability.comboXformWidthIs(ComboLabelSetType::srcDstL4Port, 272), Mox::RangeError);
+  EXPECT_THROW(capability.tcpFlagsXformWidthIs(272), Mox::RangeError);
+  EXPECT_TRUE(index == AceIndex(5) && tc == NaxelTrafficClass(5));
+  EXPECT_TRUE(capability.hasValuesOf(ChipHwCapability(Obel::ChipId(0))));
+  tc.valueIs(NaxelTrafficClass::null);
+  EXPECT_EQ(tc, NaxelTrafficClass());
 }
 
 TEST(Values, ParsersAreStrict) {

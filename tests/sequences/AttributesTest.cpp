@@ -4,6 +4,7 @@
 #include "naxel/encoder/EncodedLabelAllocator.h"
 #include "naxel/genset/NaxelDedup.h"
 #include "naxel/loader/HwCapability.h"
+#include "naxel/loader/NaxelLoaderTypes.h"
 #include "support/World.h"
 
 #include <gtest/gtest.h>
@@ -153,13 +154,73 @@ TEST(Attributes, EveryEntityReadsAsText) {
                 readAll(GenSetKeyGroupDeduper()) + readAll(GenSetCostModel()) +
                 readAll(GenSetRefCount(GenSetKey(1))),
             8u);
-  auto const statuses = Mox::makePtr<GlobalPDStatus>();
-  statuses->pdStatusIs(w.chipId);
-  EXPECT_EQ(readAll(*statuses), 1u);
-  auto const all = globalPDConfigFactory();
-  all->pdConfigIs(w.chipId);
-  EXPECT_EQ(readAll(*all), 1u);
 }
+
+// The operations of a collection differ in nothing but their names.
+#define CHECK_COLLECTION(ENTITY, NAME, ONE, TWO)               \
+  {                                                            \
+    auto const entity = ENTITY;                                \
+    EXPECT_TRUE(entity->NAME().empty());                       \
+    EXPECT_FALSE(entity->NAME(ONE) || entity->NAME##Has(ONE)); \
+    auto const made = entity->NAME##Is(ONE);                   \
+    auto const other = entity->NAME##Is(TWO);                  \
+    EXPECT_EQ(entity->NAME##Is(ONE), made);                    \
+    EXPECT_EQ(entity->NAME(TWO), other);                       \
+    EXPECT_GE(readAll(*entity), 1u);                           \
+    entity->NAME##Del(ONE);                                    \
+    EXPECT_FALSE(entity->NAME(ONE) || entity->NAME##Has(ONE)); \
+    EXPECT_TRUE(entity->NAME##Has(TWO));                       \
+    entity->NAME##DelAll();                                    \
+    EXPECT_TRUE(entity->NAME().empty());                       \
+  }
+
+TEST(Attributes, CollectionsOfTheAgentBeginEmptyAndForgetWhatIsDeleted) {
+  Obel::ChipId const chip(1), next(2);
+  CHECK_COLLECTION(globalPDConfigFactory(), pdConfig, chip, next)
+  CHECK_COLLECTION(globalPDStatusFactory(), pdStatus, chip, next)
+  CHECK_COLLECTION(hwCapabilityCollFactory(), chipHwCapability, chip, next)
+  CHECK_COLLECTION(globalAclConfigFactory(), aclConfigColl, chip, next)
+  CHECK_COLLECTION(aclConfigCollFactory(chip), acl, "a", "b")
+  auto const acl = aclConfigCollFactory(chip)->aclIs("edge");
+  CHECK_COLLECTION(acl, ruleByName, "a", "b")
+  auto const rule = acl->ruleByNameIs("a");
+  for (uint32_t index : {1u, 2u, 3u}) acl->ruleByIdIs(AceIndex(index), rule);
+  acl->ruleByIdDel(AceIndex(2));
+  EXPECT_TRUE(acl->ruleById(AceIndex(1)) == rule && !acl->ruleByIdHas(AceIndex(2)));
+  acl->ruleByIdDelAll();
+  EXPECT_TRUE(acl->ruleById().empty() && acl->ruleByNameHas("a"));
+}
+
+TEST(Attributes, AChipBeginsWithPrefixLabelsOf16BitsOnly) {
+  auto const chip = hwCapabilityCollFactory()->chipHwCapabilityIs(Obel::ChipId(5));
+  EXPECT_EQ(chip->chipId(), Obel::ChipId(5));
+  EXPECT_EQ(chip->prefixXformWidth().size(), 4u);
+  for (PrefixXformKey const& key : PrefixXformKey::all())
+    EXPECT_EQ(chip->prefixXformWidth(key), 16);
+  EXPECT_TRUE(chip->rangeXformWidth().empty() && chip->comboXformWidth().empty());
+  for (ComboLabelSetType type : allComboLabelSetTypes()) EXPECT_FALSE(chip->comboEnabled(type));
+  EXPECT_FALSE(chip->tcpFlagsXformSupported());
+  EXPECT_EQ(chip->tcpFlagsXformWidth(), 2);
+}
+
+// What can be reached from a published output cannot be written.
+template <class T>
+T const& reached();
+template <class... Pointers>
+constexpr bool readOnly =
+    (std::is_const_v<std::remove_reference_t<decltype(*reached<Pointers>())>> && ...);
+static_assert(
+    readOnly<decltype(reached<PDConfig>().currPDData()), decltype(reached<PDConfig>().prevPDData()),
+             decltype(reached<FailureData>().pdData()), decltype(reached<PDData>().hwCapability()),
+             decltype(reached<PDData>().rangeColl(RangeSetType::dscp)),
+             decltype(reached<PDData>().comboColl(ComboLabelSetType::srcDstL4Port)),
+             decltype(reached<PDData>().pdPrefixXformEntryColl(PrefixXformKey())),
+             PDData::PrefixColls::mapped_type, decltype(reached<PDData>().pdAclColl()),
+             decltype(reached<PDAclColl>().pdAcl(PDAclKey())), PDAclColl::AclColl::mapped_type,
+             PDAclRuleColl::RuleColl::mapped_type,
+             decltype(reached<PDAclRuleColl>().rule(AceIndex()))>);
+static_assert(!std::is_convertible_v<Mox::Ptr<PDData const>, Mox::Ptr<PDData>>);
+static_assert(!std::is_convertible_v<PDData*, Mox::Ptr<PDData>>);
 
 }  // namespace
 }  // namespace Test

@@ -246,5 +246,57 @@ TEST(ControllerTest, ACancelEndsTheKickInWhateverStageItIs) {
   }
 }
 
+TEST(ControllerTest, AStageWhoseStatusIsTakenAwayIsNotWaitedForAnyMore) {
+  using S = StageSmStatus;
+  std::pair<Stage, void (S::*)()> const cases[] = {
+      {Stage::stageAggregator, &S::aggregatorStatusDel},
+      {Stage::stagePrefixXform, &S::prefixXformStatusDelAll},
+      {Stage::stageRangeSplit, &S::rangeSplitStatusDelAll},
+      {Stage::stageComboLabelResolver, &S::comboLabelResolverStatusDelAll},
+      {Stage::stageComboLabelSplit, &S::comboLabelSplitStatusDelAll},
+      {Stage::stagePrefixEncoder, &S::prefixEncoderStatusDelAll},
+      {Stage::stageRangeEncoder, &S::rangeEncoderStatusDelAll},
+      {Stage::stageComboLabelEncoder, &S::comboLabelEncoderStatusDelAll},
+      {Stage::stageRuleExpander, &S::ruleExpanderStatusDel},
+      {Stage::stageLoader, &S::loaderStatusDel}};
+  for (auto const& [stage, del] : cases) {
+    SCOPED_TRACE(stage);
+    Bench b;
+    auto const stages = b.addAll();
+    auto const& gone = stages[static_cast<size_t>(stage) - 1];
+    gone->work = [](FakeStage&) {};
+    EXPECT_EQ(b.kick(), Status::inProgress);
+    ((*b.stageStatus).*del)();
+    EXPECT_EQ(b.run(), Status::finishedSuccess);
+    EXPECT_EQ(b.log.size(), stages.size());
+    gone->end(Status::finishedFailed);
+    EXPECT_EQ(b.run(), Status::finishedSuccess);
+    gone->configDel();
+    gone->end(Status::finishedSuccess);
+    EXPECT_EQ(gone->status()->status(), Status::finishedFailed);
+  }
+}
+
+TEST(ControllerTest, AnObstacleFailsTheRunningKickAndAllThatCome) {
+  Bench b;
+  auto const slow = b.add(Stage::stageRangeSplit);
+  slow->work = [](FakeStage&) {};
+  b.kick();
+  b.sm->configDel();
+  b.sm->obstacleIs("nothing is bound");
+  EXPECT_EQ(b.status->failureText(), "");
+  b.sm->configIs(b.config);
+  b.sm->obstacleIs("no chip");
+  EXPECT_EQ(b.status->lastFailedStage(), Stage::stageRangeSplit);
+  slow->end(Status::finishedSuccess);
+  EXPECT_EQ(b.run(), Status::finishedFailed);
+  EXPECT_EQ(b.kick(), Status::finishedFailed);
+  EXPECT_EQ(b.status->failureText(), "no chip");
+  EXPECT_EQ(b.log.size(), 1u);
+  b.sm->obstacleDel();
+  slow->work = [](FakeStage& s) { s.end(Status::finishedSuccess); };
+  EXPECT_EQ(b.kick(), Status::finishedSuccess);
+}
+
 }  // namespace
 }  // namespace Test

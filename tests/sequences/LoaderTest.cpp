@@ -1,103 +1,79 @@
 /// The handshake of the loader with drivers of all tempers.
 
-#include "naxel/loader/NaxelLoaderSm.h"
-#include "sequences/Fresh.h"
+#include "sequences/Handshake.h"
 
 namespace Test {
 namespace {
 
 using namespace Naxel;
-using Log = std::vector<std::string>;
-constexpr auto running = NaxelProgress::naxelRunning;
-constexpr auto success = NaxelProgress::naxelFinishedSuccess;
-constexpr auto failure = NaxelProgress::naxelFinishedFail;
-constexpr auto denyAll = GlobalAclControl::denyAll;
-constexpr auto doNotApply = GlobalAclControl::doNotApply;
-
-constexpr char firstRules[] = "edge 10 r src 10.0.0.0/8 dport 80";
-constexpr char secondRules[] = "edge 10 r src 11.0.0.0/8 dport 80\nedge 20 s dport 443 drop";
-constexpr char thirdRules[] = "edge 10 r src 12.0.0.0/8";
-
-/// A world whose driver answers and confirms by hand only.
-struct ByHand : World {
-  explicit ByHand(char const* rules = firstRules) : World(rules) { manual(); }
-  void manual() { driver.automatic = driver.confirms = false; }
-  /// A kick that the driver answers at once; then by hand again.
-  Mox::Ptr<PDData const> loadedAtOnce() {
-    driver.automatic = driver.confirms = true;
-    EXPECT_EQ(kick(), success);
-    manual();
-    driver.log.clear();
-    return pdConfig->currPDData();
-  }
-  Mox::Seconds id() const { return pdConfig->pdResourceConfig().requestId(); }
-  NaxelProgress say(ResponseState state, Mox::Seconds toRequest = 0) {
-    driver.answerAll(ResourceStatus(toRequest ? toRequest : id(), state));
-    return run();
-  }
-  NaxelProgress acl(ResponseState state) {
-    pdStatus->pdAclRuleEntryStatusIs(ResourceStatus(id(), state));
-    return run();
-  }
-  NaxelProgress tcpFlags(ResponseState state) {
-    pdStatus->pdTcpFlagsXformEntryStatusIs(ResourceStatus(id(), state));
-    return run();
-  }
-  NaxelProgress confirm() {
-    driver.confirmPolicy();
-    return run();
-  }
-  void cancel() {
-    request(NaxelKickRequest::naxelCancel);
-    EXPECT_EQ(run(), NaxelProgress::naxelCancelled);
-  }
-  LoaderStatus const& loader() const { return *root->loaderStatus(); }
-};
-
-TEST(LoaderTest, AHitlessChangeIsAcquiredAndLoaded) {
+TEST(LoaderTest, ARefusalIsTracedOnceAndNamesTablesReasonsAndOutput) {
   ByHand w;
-  EXPECT_EQ(w.kick(), running);
-  EXPECT_EQ(w.driver.log, (Log{"acquire"}));
-  ASSERT_TRUE(w.pdConfig->prevPDData());
-  EXPECT_EQ(dump(*w.pdConfig->prevPDData()), "");
-  auto const offered = w.pdConfig->currPDData();
-  EXPECT_EQ(w.say(ResponseState::hitless), running);
-  EXPECT_EQ(w.driver.log, (Log{"acquire", "load"}));
-  EXPECT_EQ(w.say(ResponseState::loaded), success);
-  EXPECT_EQ(w.pdConfig->currPDData(), offered);
-  EXPECT_EQ(full(*offered), freshTables(w));
-  w.rules(secondRules);
-  EXPECT_EQ(w.kick(), running);
-  EXPECT_EQ(w.pdConfig->prevPDData(), offered);
-  EXPECT_NE(w.pdConfig->currPDData(), offered);
-}
-
-TEST(LoaderTest, TheReasonNamesTheTablesThatWereRefusedAndNoOther) {
-  ByHand w;
-  w.kick();
-  w.pdStatus->pdDscpXformEntryStatusIs(ResourceStatus(w.id(), ResponseState::failed));
-  w.pdStatus->pdPrefixXformEntryStatusIs(PrefixXformKey(Lumox::ipv6(), false),
-                                         ResourceStatus(w.id(), ResponseState::failed));
-  EXPECT_EQ(w.driver.log, (Log{"acquire"}));  // not before all have answered
-  w.say(ResponseState::hitless);
-  EXPECT_EQ(w.driver.log, (Log{"acquire", "revert"}));
-  EXPECT_EQ(w.say(ResponseState::reverted), failure);
-  EXPECT_NE(w.failureText().find("DSCP values"), std::string::npos) << w.failureText();
-  EXPECT_NE(w.failureText().find("IPv6 destination prefixes"), std::string::npos);
-  EXPECT_EQ(w.failureText().find("IPv4"), std::string::npos);
-  EXPECT_EQ(w.failureText().find("ACL"), std::string::npos);
-  // The first kick of all: what is brought back is an empty output.
-  ASSERT_TRUE(w.pdConfig->currPDData());
-  EXPECT_EQ(dump(w.tables()), "");
-  // The next refusal is another one's.
-  w.kick();
-  w.pdStatus->pdIcmpXformEntryStatusIs(ResourceStatus(w.id(), ResponseState::failed));
-  w.say(ResponseState::hitless);
-  EXPECT_EQ(w.say(ResponseState::reverted), failure);
-  EXPECT_NE(w.failureText().find("ICMP types"), std::string::npos) << w.failureText();
-  EXPECT_EQ(w.failureText().find("DSCP"), std::string::npos);
+  auto const empty = w.pdConfig->currPDData();
+  w.pdStatus->refusalReasonIs(PDTable::proto, "of a table that does not refuse");
+  for (bool first : {true, false}) {
+    Traced traced;
+    auto const before = w.pdConfig->currPDData();
+    w.kick();
+    EXPECT_EQ(w.pdConfig->prevPDData(), before);
+    auto const offered = w.pdConfig->currPDData();
+    w.pdStatus->refusalReasonIs(PDTable::dscp, first ? "no room" : "");
+    for (PDTable table : allPDTables())
+      if (table == PDTable::dscp || (first && table == PDTable::v6Destination))
+        w.one(table, ResponseState::failed);
+      else if (table == PDTable::aclEntries)
+        EXPECT_EQ(w.driver.log.back(), "acquire");  // not before all have answered
+      else
+        w.one(table, ResponseState::hitless);
+    EXPECT_EQ(w.acl(ResponseState::hitful), running);
+    EXPECT_EQ(w.driver.log.back(), "revert");
+    EXPECT_EQ(w.loader().lastFailedState(), FailureData(offered, w.id()));
+    EXPECT_EQ(w.pdConfig->currPDData(), before);
+    w.acl(ResponseState::reverted);
+    EXPECT_EQ(w.say(ResponseState::reverted), failure);
+    EXPECT_EQ(w.failureText(), first
+                                   ? "the driver refused resources for IPv6 destination prefixes, "
+                                     "DSCP values (no room)"
+                                   : "the driver refused resources for DSCP values");
+    EXPECT_EQ(traced.count("Failed resource acquisition: DSCP values"), 1);
+    EXPECT_EQ(traced.count("DSCP values: no room"), first);
+    EXPECT_EQ(traced.count("Failed resource acquisition"), first ? 2 : 1);
+    EXPECT_EQ(w.loader().lastFailedState(), FailureData(offered, w.id()));
+    // What is brought back: an empty output at first.
+    EXPECT_EQ(w.pdConfig->currPDData(), before);
+    if (!first) break;
+    EXPECT_EQ(before, empty);
+    w.loadedAtOnce();
+    w.rules(secondRules);
+  }
   w.driver.automatic = true;
   kickOk(w);
+}
+
+TEST(LoaderTest, TheTableExaminedLastDecidesBetweenAnswersThatDiffer) {
+  for (PDTable odd : allPDTables())
+    for (auto answer : {ResponseState::hitless, ResponseState::hitful}) {
+      SCOPED_TRACE(testing::Message() << odd << " is not " << answer);
+      ByHand w;
+      Traced traced;
+      w.kick();
+      tableStatusIs(
+          *w.pdStatus, odd,
+          ResourceStatus(w.id(), answer == ResponseState::hitless ? ResponseState::hitful
+                                                                  : ResponseState::hitless));
+      for (PDTable table : allPDTables())
+        if (table != odd) w.one(table, answer);
+      bool const agree = odd == PDTable::tcpFlags;  // which need not answer at all
+      bool const hitless = (answer == ResponseState::hitless) != (odd == PDTable::aclEntries);
+      EXPECT_EQ(w.driver.log.back(), hitless ? "load" : "denyAll");
+      EXPECT_EQ(w.root->loaderSm()->isHitless(), hitless);
+      w.obey();
+      ASSERT_EQ(w.say(ResponseState::loaded), hitless ? success : running);
+      EXPECT_EQ(w.obey(), success);
+      ASSERT_EQ(traced.lines.size(), agree ? 0u : 1u);
+      if (agree) continue;
+      std::string const side = answer == ResponseState::hitless ? "hitful" : "hitless";
+      EXPECT_EQ(traced.count(side + " for " + tableTitle(odd)), 1u) << traced.lines[0];
+    }
 }
 
 TEST(LoaderTest, NothingIsLoadedBeforeThePolicyIsConfirmed) {
@@ -180,38 +156,47 @@ TEST(LoaderTest, TheTableForTcpFlagsIsNotWaitedForButMayRefuse) {
   }
 }
 
-TEST(LoaderTest, ANewRootTakesOverWhatIsInForceAndThePolicy) {
-  enum { acquiring, loading, reverting };
-  for (int state : {acquiring, loading, reverting}) {
-    SCOPED_TRACE(state);
-    ByHand w;
-    auto const good = w.loadedAtOnce();
-    w.rules(secondRules);
-    w.kick();
-    auto const offered = w.pdConfig->currPDData();
-    auto const oldId = w.id();
-    if (state == loading) {
-      w.say(ResponseState::hitful);
-      w.confirm();
-    }
-    if (state == reverting) w.say(ResponseState::failed);
-    w.buildRoot();
-    // Answers to the old root's request, before and after the new one's first.
-    w.say(state == loading ? ResponseState::loaded : ResponseState::reverted);
-    w.clock.nowIs(1);
-    w.rules(thirdRules);
-    w.kick();
-    EXPECT_GT(w.id(), oldId);
-    EXPECT_EQ(w.pdConfig->prevPDData(), state == loading ? offered : good);
-    w.say(ResponseState::hitless);
-    w.say(ResponseState::loaded);
-    if (state == loading) {
-      EXPECT_EQ(w.driver.log.back(), "doNotApply");
-      w.confirm();
-    }
-    EXPECT_EQ(w.progress(), success);
-    EXPECT_EQ(full(w.tables()), freshTables(w));
-  }
+TEST(LoaderTest, ADriverThatSaysAgainWhatItHasLoadedIsHeardAndNotAnswered) {
+  ByHand w;
+  w.kick();
+  w.finish(ResponseState::hitless);
+  auto const log = w.driver.log;
+  Traced traced(1);
+  PrefixXformKey const key(Lumox::ipv4(), true);
+  w.pdStatus->pdPrefixXformEntryStatusDel(key);
+  for (auto state : {ResponseState::hitless, ResponseState::reverted}) w.acl(state);
+  EXPECT_EQ(traced.count("complete again"), 0);
+  w.one(PDTable::v4Source, ResponseState::loaded);
+  EXPECT_EQ(w.acl(ResponseState::loaded), success);
+  EXPECT_EQ(traced.count("complete again"), 1);
+  EXPECT_EQ(w.driver.log, log);
+}
+
+TEST(LoaderTest, ANewOutputCanBeMadeWithoutARequest) {
+  ByHand w;
+  auto const first = w.loadedAtOnce();
+  w.root->loaderSm()->doPDLoad();
+  auto const second = w.pdConfig->currPDData();
+  EXPECT_NE(second, first);
+  EXPECT_EQ(full(*second), full(*first));
+  EXPECT_EQ(w.pdConfig->prevPDData(), first);
+  EXPECT_TRUE(w.driver.log.empty());
+  // A root that goes with the first write leaves the second.
+  w.pdConfig->prevPDDataDel();
+  auto const loader = w.root->loaderSm();
+  At<PDConfig::Notifiee> const leaver(1, *w.pdConfig, [&] { w.root = nullptr; });
+  loader->doPDLoad();
+  EXPECT_EQ(w.pdConfig->prevPDData(), first);
+  EXPECT_EQ(w.pdConfig->currPDData(), second);
+}
+
+TEST(LoaderTest, WithoutEntriesOfTheExpanderTheKickFailsInWords) {
+  World w(firstRules);
+  auto const entries = w.root->loaderConfig()->ruleExpanderLoaderInfo();
+  w.root->loaderConfig()->ruleExpanderLoaderInfoIs(nullptr);
+  kickFails(w, NaxelActiveStage::stageLoader, "the rule expander has left no entries for the chip");
+  w.root->loaderConfig()->ruleExpanderLoaderInfoIs(entries);
+  kickOk(w);
 }
 
 TEST(LoaderDeathTest, ADriverThatBreaksTheContractEndsTheProcess) {

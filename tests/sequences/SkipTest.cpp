@@ -1,8 +1,13 @@
 /// Kicks one after another over a configuration that changes little or not at all: what a stage
 /// skips must be what it would have made again.
 
-#include "naxel/genset/NaxelAggregatorTypes.h"
+#include "naxel/genset/NaxelAggregatorSm.h"
+#include "naxel/xform/NaxelComboLabelSplitSm.h"
+#include "naxel/xform/NaxelPrefixXformSm.h"
+#include "naxel/xform/NaxelRangeSplitSm.h"
 #include "sequences/Fresh.h"
+#include "support/AllocationFaults.h"
+#include "support/Thinning.h"
 
 namespace Test {
 namespace {
@@ -176,6 +181,72 @@ TEST(SkipTest, ASetCountsTheRulesThatUseItAndAPairCountsInstead) {
   w.capability->comboXformWidthIs(ComboLabelSetType::ipv4SrcDstPrefix, 8);
   kickOk(w);
   EXPECT_EQ(counts(), (std::vector<uint32_t>{2, 0, 2}));
+  // A side without labels makes no pairs.
+  w.rules("edge 40 four sport 7 dport 80");
+  w.capability->comboXformWidthIs(ComboLabelSetType::srcDstL4Port, 8);
+  w.capability->rangeXformWidthIs(RangeSetType::dstPort, 8);
+  kickOk(w);
+  EXPECT_EQ(counts(), (std::vector<uint32_t>{2, 0, 3}));
+  w.capability->rangeXformWidthIs(RangeSetType::srcPort, 8);
+  kickOk(w);
+  EXPECT_EQ(counts(), (std::vector<uint32_t>{2, 0, 2}));
+}
+
+TEST(SkipTest, AnEditThatIsUndoneAfterAKickBrokeOffIsNotTakenForMade) {
+  Mox::TraceSink const sink = Mox::traceSinkIs({});
+  for (uint64_t n = 1, struck = 1; struck; n += thinning()) {
+    World w(twoRules), before(twoRules);
+    setWidths(w, Chip::combos);
+    w.kick();
+    std::string const tables = full(w.tables());
+    w.rules("edge 20 two src 10.1.0.0/16 dst 20.0.0.0/8 sport 7 dport 1-9 log");
+    w.driver.automatic = false;
+    struck = AllocationFaults::strikes();
+    AllocationFaults::failAt(n);
+    {
+      AllocationFaults::Scope const counted(true);
+      w.kick();
+    }
+    AllocationFaults::failAt(0);
+    struck = AllocationFaults::strikes() - struck;
+    w.driver.automatic = true;
+    if (w.progress() == NaxelProgress::naxelRunning) w.driver.answer();
+    w.run();
+    restoreAcls(*before.acls, *w.acls);
+    ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << n << ": " << w.failureText();
+    ASSERT_EQ(full(w.tables()), tables) << n;
+  }
+  Mox::traceSinkIs(sink);
+}
+
+TEST(SkipTest, AKickAfterStepsTakenByHandDoesTheWorkAgain) {
+  PrefixXformKey const key(Lumox::ipv4(), true);
+  for (bool kicked : {false, true}) {
+    World w(twoRules);
+    setWidths(w, Chip::combos);
+    if (kicked) kickOk(w);
+    auto const sets = [&] {
+      return w.root->aggregatorStatus()->prefixInfo(key)->prefixSetColl().size();
+    };
+    w.rule("edge", "two")->actionIs(NaxelActionValue());
+    w.root->aggregatorSm()->doCleanSm();
+    w.root->aggregatorSm()->doBuildSets();
+    w.root->aggregatorSm()->doDeleteUnusedSets();
+    EXPECT_EQ(sets(), 3u);
+    w.rules(twoRules);
+    w.root->prefixXformSm(key)->xformSetGroupDeduperDel();
+    w.root->rangeSplitSm(RangeSetType::srcPort)->xformSetGroupDeduperDel();
+    w.root->comboLabelSplitSm(ComboLabelSetType::srcDstL4Port)->xformSetGroupDeduperDel();
+    kickOk(w);
+    EXPECT_EQ(sets(), 3u);
+  }
+  // A frame by itself has no width, and makes nothing that a plain status could not hold.
+  auto const config = Mox::makePtr<StageConfig>();
+  auto const status = Mox::makePtr<StageStatus>();
+  auto const frame =
+      xformSmBaseFactory(Obel::ChipId(0), config, status, chipHwCapabilityFactory(Obel::ChipId(0)));
+  config->kickTimeIs(1);
+  EXPECT_EQ(status->status(), StageStatusType::finishedNotEnabled);
 }
 
 }  // namespace

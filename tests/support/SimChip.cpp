@@ -280,7 +280,6 @@ void SimChip::buildDriver(SoftChip::Options options, bool settled) {
 void SimChip::driverRestart(bool keepsAnswers, std::optional<GlobalAclControl> policy) {
   rewiring_ = true;
   SoftChip::Options options = chip_->options();
-  if (!policy && ownPolicy_) policy = pdStatus_->globalAclControl();
   options.bootPolicy = policy;
   configLast_.reset();
   chip_.reset();
@@ -294,6 +293,10 @@ void SimChip::driverRestart(bool keepsAnswers, std::optional<GlobalAclControl> p
   restarted_ = true;
   if (policy) {
     ownPolicy_ = true;
+    // What the status shows already tells the library nothing.
+    if (*policy != pdStatus_->globalAclControl())
+      ownDeny_ = root_ && policy == GlobalAclControl::denyAll;
+    ownLoaded_ = pdConfig_->pdResourceConfig().requestState() == RequestState::load;
     sinceLoad_ = !root_ || root_->loaderStatus()->status() != StageStatusType::inProgress;
   }
   buildDriver(options, true);
@@ -519,12 +522,17 @@ void SimChip::onPolicy() {
 void SimChip::onWrite(SoftChip::Write const& write) {
   ++figures_.writes;
   using Kind = SoftChip::Write::Kind;
-  if (write.kind == Kind::policyStatus && chip_->policy() == GlobalAclControl::doNotApply)
-    ownPolicy_ = false;
+  if (write.kind == Kind::policyStatus && ownPolicy_) {
+    GlobalAclControl const policy = chip_->policy();
+    if (policy != GlobalAclControl::denyAll && std::exchange(ownDeny_, false) && !ownLoaded_)
+      differ("the driver's own policy is lifted without a load");
+    if (policy == GlobalAclControl::doNotApply) ownPolicy_ = false;
+  }
   PDData const* const now = chip_->inForce().get();
   if (write.kind == Kind::switched || write.kind == Kind::rewritten) {
     auto const at = std::find(inForce_.begin(), inForce_.end(), now);
     if (at == inForce_.end()) return differ("an output is in force that nobody asked for");
+    if (pdConfig_->pdResourceConfig().requestState() == RequestState::load) ownLoaded_ = true;
     inForce_.erase(inForce_.begin(), at);
   }
   for (std::string const& breach : chip_->breaches())

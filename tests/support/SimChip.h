@@ -160,6 +160,8 @@ class SimChip {
   bool refused_ = false;        // the driver refused the present kick's acquire
   bool stale_ = false;          // an entity has been replaced since the root was built
   bool ownPolicy_ = false;      // the driver's own stands
+  bool ownDeny_ = false;        // it came under a pipeline, and denies
+  bool ownLoaded_ = false;      // and an output has been loaded since
   bool sinceLoad_ = false;      // and came when the handshake was over
   bool restarted_ = false;      // the driver, since the last acquire
   bool permitNext_ = false;     // the temporary policy of the next acquire

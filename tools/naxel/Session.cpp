@@ -85,8 +85,7 @@ std::vector<LabelUse> Session::labelUse() const {
   for (Naxel::PrefixXformKey const& key : Naxel::PrefixXformKey::all())
     add(prefixKeyName(key), widths.prefixXformWidth(key), *root_->prefixEncoderStatus(key));
   for (Naxel::RangeSetType const type : Naxel::allRangeSetTypes())
-    add(Naxel::stringValue(type), widths.rangeXformWidth(type),
-        *root_->rangeEncoderStatus(type));
+    add(Naxel::stringValue(type), widths.rangeXformWidth(type), *root_->rangeEncoderStatus(type));
   for (Naxel::ComboLabelSetType const type : Naxel::allComboLabelSetTypes())
     if (unsigned const width = widths.comboXformWidth(type))
       add(Naxel::stringValue(type), width, *root_->comboLabelEncoderStatus(type));

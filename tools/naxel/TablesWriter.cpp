@@ -138,8 +138,7 @@ void writeAcls(std::ostream& out, Naxel::PDAclColl const& data, Naxel::AclConfig
 
 }  // namespace
 
-void writeTables(std::ostream& out, Naxel::RootStatus const& kick,
-                 Naxel::PDData const& data,
+void writeTables(std::ostream& out, Naxel::RootStatus const& kick, Naxel::PDData const& data,
                  Naxel::AclConfigColl const& acls) {
   Json const outcome{{"progress", Naxel::stringValue(kick.kickProgress())},
                      {"message", kick.kickMessage()},

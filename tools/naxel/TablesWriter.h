@@ -12,8 +12,7 @@
 namespace NaxelTool {
 
 /// `acls` gives the rules their names; `data` is the output that the kick put in force.
-void writeTables(std::ostream& out, Naxel::RootStatus const& kick,
-                 Naxel::PDData const& data,
+void writeTables(std::ostream& out, Naxel::RootStatus const& kick, Naxel::PDData const& data,
                  Naxel::AclConfigColl const& acls);
 
 }  // namespace NaxelTool

@@ -285,7 +285,10 @@ void NaxelRootSm::handleStageStatus() {
          << " stageStatus " << status.status();
   if (!stageControllerConfig() || status.kickTime() != stageControllerConfig()->kickTime()) return;
   Turn const turn(*this);
-  if (status.status() != StageStatusType::inProgress) silenceTimer_.earliestExpiryDel();
+  // The handshake of a cancelled kick goes on.
+  bool const goesOn = status.status() == StageStatusType::inProgress ||
+                      (status.status() == StageStatusType::cancelled && isShakingHands());
+  if (!goesOn) silenceTimer_.earliestExpiryDel();
   switch (status.status()) {
     case StageStatusType::init: return rootStatus_->kickProgressIs(NaxelProgress::naxelInitialized);
     case StageStatusType::inProgress:
@@ -316,9 +319,14 @@ void NaxelRootSm::handleProgress() {
   silenceTimer_.earliestExpiryIs(silence_ > 0 ? progressAt_ + silence_ : -1);
 }
 
+bool NaxelRootSm::isShakingHands() const { return loaderSm() && !loaderSm()->waitingFor().empty(); }
+
 void NaxelRootSm::handleSilence() {
-  Mox::Seconds const silent = timerWheel_->now() - progressAt_;
-  while (silence_ <= silent && std::isfinite(silence_)) silence_ *= 2;
+  if (waitingFor().empty()) return;
+  Mox::Seconds const now = timerWheel_->now();
+  Mox::Seconds const silent = now - progressAt_;
+  // Less than the clock can tell from none would be due again at once.
+  while (progressAt_ + silence_ <= now) silence_ *= 2;
   silenceTimer_.earliestExpiryIs(progressAt_ + silence_);
   if (auto line = trace(0))
     line << "[" << chipId_ << "] No progress for " << std::llround(silent)
@@ -332,12 +340,13 @@ void NaxelRootSm::handleDeleted(char const* why) {
 }
 
 std::string NaxelRootSm::waitingFor() const {
-  std::string const handshake = loaderSm() ? loaderSm()->waitingFor() : std::string();
-  if (!handshake.empty()) return handshake;
+  bool const running = rootStatus_->kickProgress() == NaxelProgress::naxelRunning;
+  // A kick that has not come to its handshake yet does not wait for the one of the kick before it.
+  bool const early = running && stageControllerSm() &&
+                     stageControllerSm()->activeStage() != NaxelActiveStage::stageLoader;
+  if (!early && isShakingHands()) return loaderSm()->waitingFor();
   if (!stageControllerSm() || !stageControllerConfig())
-    return rootStatus_->kickProgress() == NaxelProgress::naxelRunning
-               ? "there is no stage controller, or it is not bound"
-               : "";
+    return running ? "there is no stage controller, or it is not bound" : "";
   return stageControllerSm()->waitingFor();
 }
 

@@ -117,6 +117,7 @@ class NAXEL_EXPORT NaxelRootSm : public PipelineParts {
   void handleStageStatus();
   void handleProgress();
   void handleSilence();
+  bool isShakingHands() const;
   void handleDeleted(char const* why);
   void handleInitialized();
   void onStageControllerStatus() override;

@@ -308,8 +308,9 @@ void RuleExpanderSm::buildAcl(Plan plan) {
     bool const same = old < oldRules.size() && oldRules[old].first == index &&
                       oldRules[old].second->action() == rule->action() &&
                       plan.recipes.isSame(place, oldRecipes, old);
-    rules.set(index, same ? oldRules[old].second
-                          : Mox::Ptr<PDAclRule const>(expandRule(index, *rule, plan.recipes, place)));
+    rules.set(index,
+              same ? oldRules[old].second
+                   : Mox::Ptr<PDAclRule const>(expandRule(index, *rule, plan.recipes, place)));
     ++place;
     if (auto line = trace(6))
       line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"

@@ -45,8 +45,7 @@ std::optional<std::string> checkRanges(std::string const& field, Coll const& ran
 std::optional<std::string> checkFilter(AclConfig const& acl, RuleConfig const& rule) {
   RuleFilter const& filter = *rule.ruleFilter();
   IpPrefixList const* source = filter.source().get();
-  MOX_ASSERT_DETAIL(!source || source->families().any(),
-                    "source->addrs() || source->exceptAddrs()",
+  MOX_ASSERT_DETAIL(!source || source->families().any(), "source->addrs() || source->exceptAddrs()",
                     ruleOf(acl, rule) + "the source list has no member");
   IpPrefixList const* destination = filter.destination().get();
   MOX_ASSERT_DETAIL(!destination || destination->families().any(),

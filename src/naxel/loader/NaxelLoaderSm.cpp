@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace Naxel {
 
@@ -153,7 +154,15 @@ void LoaderSm::requestLoad() {
   request(RequestState::load);
 }
 
+void LoaderSm::doForget() noexcept {
+  // Whatever was under way is left to the next kick, which supersedes it.
+  smStateIs(LoaderSmState::initial);
+  turnWanted_ = false;
+}
+
 void LoaderSm::handleXformStatus() {
+  // Reactors of the status may take the owner of this stage down, here and below.
+  auto const alive = Mox::keepAlive(this);
   traceStep(8, "handleXformStatus");
   if (requested_ && smState_ == LoaderSmState::pdLoadSuccess) {
     assertLoadable();
@@ -166,6 +175,7 @@ void LoaderSm::handleXformStatus() {
 }
 
 void LoaderSm::handleTcpFlagsStatus() {
+  auto const alive = Mox::keepAlive(this);
   traceStep(8, "handleXformStatus");
   // The table is never filled, so a driver may answer for it last or never. Only a refused acquire
   // says anything.
@@ -177,9 +187,12 @@ void LoaderSm::handleTcpFlagsStatus() {
 }
 
 void LoaderSm::handleGlobalAclControl() {
+  auto const alive = Mox::keepAlive(this);
   traceStep(8, "handleGlobalAclControl");
+  GlobalAclControl const asked = pdConfig_->globalAclControl();
   PolicyExchange::News const news = policy_.handleReport();
   updateCaution();
+  if (down_) return;
   if (news == PolicyExchange::News::late) {
     if (auto line = traceStep(1, "handleGlobalAclControl"))
       line << ": late confirmation of " << pdStatus_->globalAclControl()
@@ -189,7 +202,7 @@ void LoaderSm::handleGlobalAclControl() {
   if (news == PolicyExchange::News::ownPolicy && requested_)
     if (auto line = traceStep(0, "handleGlobalAclControl"))
       line << ": the driver reports policy " << pdStatus_->globalAclControl()
-           << " by itself, where " << pdConfig_->globalAclControl() << " was asked for";
+           << " by itself, where " << asked << " was asked for";
   advance();
 }
 
@@ -201,8 +214,14 @@ void LoaderSm::updateCaution() noexcept {
   }
 }
 
+void LoaderSm::noteProgress() {
+  auto const answered = static_cast<size_t>(
+      std::ranges::count_if(allPDTables(), [this](PDTable table) { return isAnswered(table); }));
+  Stance const now{pdConfig_->pdResourceConfig(), answered, smState_};
+  if (std::exchange(stance_, now) != now) status_->progressInc();
+}
+
 void LoaderSm::advance() {
-  status_->progressInc();
   // Before the first request the driver fills in its statuses; while an output is put together it
   // may look at it. Neither is an answer. Nor is there anything to do for a loader that is unbound.
   if (!requested_ || smState_ == LoaderSmState::initial || !config()) {
@@ -214,7 +233,6 @@ void LoaderSm::advance() {
 }
 
 void LoaderSm::advanceLoop() {
-  // Reactors of the status may take the owner of this stage down.
   auto const alive = Mox::keepAlive(this);
   advancing_ = true;
   try {
@@ -223,18 +241,12 @@ void LoaderSm::advanceLoop() {
       takeTurn();
     }
   } catch (std::exception const& e) {
-    giveUp(e.what());
+    doFailThrown(e.what());
   } catch (...) {
-    giveUp("unknown exception");
+    doFailThrown("unknown exception");
   }
   advancing_ = false;
-}
-
-void LoaderSm::giveUp(char const* what) noexcept {
-  // Whatever was under way is left to the next kick, which supersedes it.
-  smStateIs(LoaderSmState::initial);
-  turnWanted_ = false;
-  doFailThrown(what);
+  if (!down_) noteProgress();
 }
 
 void LoaderSm::assertLoadable() const {
@@ -272,15 +284,17 @@ void LoaderSm::takeTurn() {
         return handleLoaderState();
       }
       if (!checkAllStatus()) return;
+      policy_.settled();
       smStateIs(LoaderSmState::pdLoadSuccess);
       return handleLoaderState();
     case LoaderSmState::waitingForRevert:
       if (!checkAllStatus()) return;
+      policy_.settled();
       smStateIs(LoaderSmState::pdRevertSuccess);
       return handleLoaderState();
     case LoaderSmState::pdLoadSuccess:
     case LoaderSmState::pdRevertSuccess: return handleLoaderState();
-    case LoaderSmState::initial:
+    case LoaderSmState::initial: return;  // unbound from within the write before
     case LoaderSmState::pdAcquireFail: break;
   }
   MOX_ASSERT(0 && "reached invalid state for handleXformStatus");
@@ -336,10 +350,11 @@ std::string LoaderSm::refusalText() const {
 }
 
 bool LoaderSm::policyIs(GlobalAclControl wanted) {
+  GlobalAclControl const before = pdStatus_->globalAclControl();
   GlobalAclControl const asked = pdConfig_->globalAclControl();
   bool const done = policy_.policyIs(wanted);
   if (down_) return false;
-  if (pdConfig_->globalAclControl() != asked)
+  if (asked != wanted || pdStatus_->globalAclControl() != before)
     if (auto line = traceStep(1, "handleLoaderState")) line << ": Set global policy: " << wanted;
   updateCaution();
   return done;

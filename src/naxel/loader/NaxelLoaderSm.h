@@ -61,6 +61,7 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   void doStartKick() override;
   /// Builds the new output and sets it and the previous one.
   void doPDLoad();
+  void doForget() noexcept override;
   void moxDoZombieReactors(bool zombie) override;
 
  private:
@@ -95,6 +96,14 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   void loadComboInfo(PDData& pdData) const;
   void loadAclRuleInfo(PDData& pdData) const;
 
+  /// How far the handshake has come.
+  struct Stance {
+    ResourceConfig request;
+    size_t answered = 0;  // tables
+    LoaderSmState state = LoaderSmState::initial;
+    friend bool operator==(Stance const&, Stance const&) = default;
+  };
+
   /// A table that has refused the present request, and why if the driver says so.
   struct Refusal {
     PDTable table;
@@ -109,8 +118,9 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   /// Has the loop take another turn.
   void advance();
   void advanceLoop();
+  /// What changes nothing, such as an answer to another request, is no progress.
+  void noteProgress();
   void takeTurn();
-  void giveUp(char const* what) noexcept;
   /// Judges the answer of one table against the current request; false while it is not an answer to it.
   bool checkXformStatus(PDTable table);
   void refuse(PDTable table, char const* text);
@@ -151,6 +161,7 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   Mox::Ptr<PDData const> inForce_;
   Mox::Ptr<ChipHwCapability const> widths_;  // of the last output
   PolicyExchange policy_;
+  Stance stance_;
   bool down_ = false;        // the owner takes the pipeline down
   bool requested_ = false;   // a request of this loader stands
   bool advancing_ = false;   // the loop is running

@@ -30,8 +30,10 @@
 /// At most one change is outstanding at any time, but for a library that starts over a pair in use: it
 /// may take back a change of the one before it that is not confirmed, by writing the value that PDStatus
 /// reports. The driver then drops that change, or finishes it first, confirms it, and goes by what
-/// stands in PDConfig then, before it begins a load. A driver may put a policy in force by itself, when
-/// it starts or later, and say so in PDStatus; it stands until a load has succeeded.
+/// stands in PDConfig then, before it begins a load or a revert. A driver may put a policy in force by
+/// itself, when it starts or later, and say so in PDStatus: it drops a change that is not confirmed, and
+/// the library writes that policy into PDConfig, which asks for nothing. It stands until a load has
+/// succeeded. No policy is lifted before the output that should be in force is.
 ///
 /// Lookup. Each prefix table is searched for the longest prefix, each range table for the range
 /// that contains the value, each combination table for the pair of labels. A value that no entry

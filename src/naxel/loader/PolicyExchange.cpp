@@ -4,16 +4,39 @@ namespace Naxel {
 
 PolicyExchange::PolicyExchange(Mox::Ptr<PDConfig> config, Mox::Ptr<PDStatus const> status)
     : config_(std::move(config)), status_(std::move(status)) {
-  GlobalAclControl const inForce = status_->globalAclControl();
-  if (config_->globalAclControl() == inForce) return;
-  superseded_ = config_->globalAclControl();
-  untilLoaded_ = inForce != GlobalAclControl::doNotApply;
+  ResourceConfig const& request = config_->pdResourceConfig();
+  bool const stands = status_->globalAclControl() != GlobalAclControl::doNotApply;
+  if (config_->globalAclControl() != status_->globalAclControl()) {
+    if (request.requestId() != 0) superseded_ = config_->globalAclControl();
+    untilLoaded_ = stands;
+  } else {
+    untilLoaded_ = stands && !isOfInterruptedLoad();
+  }
+}
+
+bool PolicyExchange::isOfInterruptedLoad() const {
+  ResourceConfig const& request = config_->pdResourceConfig();
+  ResourceStatus const hitful(request.requestId(), ResponseState::hitful);
+  switch (request.requestState()) {
+    case RequestState::load: return true;
+    case RequestState::acquire:
+      // The tables of before take its place where the load is not made; there must be some.
+      return tableStatus(*status_, PDTable::aclEntries) == hitful &&
+             !config_->prevPDData()->pdAclColl()->pdAcl().empty();
+    case RequestState::revert: break;
+  }
+  return false;
+}
+
+void PolicyExchange::adopt() {
+  if (!down_) config_->globalAclControlIs(status_->globalAclControl());
 }
 
 void PolicyExchange::kickBegins(bool permit) {
-  begun_ = true;
   permit_ = permit;
   ownPolicies_ = 0;
+  bool const stands = status_->globalAclControl() != GlobalAclControl::doNotApply;
+  if (!outstanding_ && !(superseded_ && stands)) adopt();
 }
 
 PolicyExchange::News PolicyExchange::handleReport() {
@@ -25,14 +48,16 @@ PolicyExchange::News PolicyExchange::handleReport() {
     if (inForce == GlobalAclControl::doNotApply) untilLoaded_ = false;
     return News::confirmed;
   }
-  if (begun_ && superseded_ == inForce) {
+  if (superseded_ == inForce) {
     superseded_.reset();
     return News::late;
   }
   // It does not know of a change of ours any more.
   outstanding_ = false;
+  superseded_.reset();
   untilLoaded_ = inForce != GlobalAclControl::doNotApply;
   ++ownPolicies_;
+  adopt();
   return News::ownPolicy;
 }
 
@@ -64,10 +89,8 @@ std::string PolicyExchange::caution() const {
   if (stands && untilLoaded_)
     return policy +
            " that the driver brought along is in force; the first load that succeeds lifts it";
-  return policy +
-         " of an interrupted load is still in force; the end of that load lifts it, or the next "
-         "kick "
-         "that reaches the driver";
+  return policy + " of an interrupted load is " + (stands ? "still" : "about to be") +
+         " in force; the end of that load lifts it, or the next kick that reaches the driver";
 }
 
 }  // namespace Naxel

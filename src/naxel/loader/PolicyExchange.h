@@ -5,13 +5,16 @@
 ///
 /// At most one change is outstanding: a new value is written only once the driver has confirmed the one
 /// written last, or has said by itself that another one is in force, and so has forgotten ours. A policy
-/// that the driver brought along, when this object was made or later, stays until a load has succeeded.
+/// that the driver brought along, when this object was made or later, stays until a load has succeeded. It
+/// is written into PDConfig at once, which is no change for the driver: where the two differ a change is
+/// outstanding, also for a driver that starts anew and looks for what it has to work off.
 ///
 /// Over a pair in use PDConfig may ask for another policy than PDStatus reports: then the loader before
 /// this one has not lived to see the change confirmed, or the driver has restarted with a policy of its
-/// own and will never confirm it. Both look the same, so nothing is made of it until a policy is needed
-/// or has to go; then the value that is reported is written first, which takes the old change back if
-/// there is one, and the wanted value after it, which is a change in either case.
+/// own and will never confirm it. A policy that is only asked for is an old change, and taken back when a
+/// kick begins. One that is in force may be either, so nothing is made of it until a policy is needed or
+/// has to go; then the value that is reported is written first, which takes the old change back if there
+/// is one, and the wanted value after it, which is a change in either case.
 
 #include "naxel/loader/PDConfig.h"
 
@@ -32,11 +35,12 @@ class PolicyExchange {
   /// Neither entity may be null.
   PolicyExchange(Mox::Ptr<PDConfig> config, Mox::Ptr<PDStatus const> status);
 
-  /// A kick of the loader begins; `permit` chooses its temporary policy. Until the first one every report
-  /// is the driver's own.
+  /// A kick of the loader begins; `permit` chooses its temporary policy.
   void kickBegins(bool permit);
   /// The load has been requested: nothing that the driver brought along needs to stay any more.
   void loadBegins() { untilLoaded_ = false; }
+  /// A load or a revert has been answered. What was taken back before it was asked for is through.
+  void settled() { superseded_.reset(); }
   /// Nothing is written any more.
   void downIs(bool down) { down_ = down; }
 
@@ -59,9 +63,13 @@ class PolicyExchange {
  private:
   static constexpr unsigned mostOwnPolicies = 8;
 
+  /// Whether a policy that both sides name may have been asked for by the loader before this one, for a load.
+  bool isOfInterruptedLoad() const;
+  /// Writes down what is in force.
+  void adopt();
+
   Mox::Ptr<PDConfig> config_;
   Mox::Ptr<PDStatus const> status_;
-  bool begun_ = false;
   bool permit_ = false;
   bool outstanding_ = false;  // a change that this object has asked for is not confirmed
   std::optional<GlobalAclControl> superseded_;  // a change that the one before it has asked for

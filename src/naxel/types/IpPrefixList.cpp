@@ -95,8 +95,11 @@ bool IpPrefixList::isEqual(IpPrefixList const& other) const {
            std::all_of(a.begin(), a.end(),
                        [&](Lumox::IpGenPrefix const& p) { return b.contains(p); });
   };
-  return place() == other.place() && same(addr(), other.addr()) &&
-         same(exceptAddr(), other.exceptAddr());
+  bool const equal = place() == other.place() && same(addr(), other.addr()) &&
+                     same(exceptAddr(), other.exceptAddr());
+  // Else every rule that shares one of them would have its members compared again.
+  if (equal) stamp_.agreeWith(other.stamp_);
+  return equal;
 }
 
 }  // namespace Naxel

@@ -235,6 +235,9 @@ UpdatePrefixSetListCallback::Group UpdatePrefixSetListCallback::unite(Step const
                    std::back_inserter(united_));
     return sm_.interner_.intern(united_);
   };
+  // Lists that have a short prefix in common: what is below it brings no other set.
+  auto const isAbove = [&](GenSetKey key) { return std::ranges::binary_search(parent, key); };
+  if (std::ranges::all_of(own, isAbove)) return Group(const_cast<GenSetKeyGroup*>(step.parent));
   // A group that no other node has (the interner holds it, and this node) occurs in no other step.
   if (step.own->references() == 2) return fresh();
   if (Outcome const* outcome = known_.get(step)) return outcome->group;
