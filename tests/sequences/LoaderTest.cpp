@@ -55,24 +55,26 @@ TEST(LoaderTest, TheTableExaminedLastDecidesBetweenAnswersThatDiffer) {
       SCOPED_TRACE(testing::Message() << odd << " is not " << answer);
       ByHand w;
       Traced traced;
-      w.kick();
-      tableStatusIs(
-          *w.pdStatus, odd,
-          ResourceStatus(w.id(), answer == ResponseState::hitless ? ResponseState::hitful
-                                                                  : ResponseState::hitless));
-      for (PDTable table : allPDTables())
-        if (table != odd) w.one(table, answer);
-      bool const agree = odd == PDTable::tcpFlags;  // which need not answer at all
-      bool const hitless = (answer == ResponseState::hitless) != (odd == PDTable::aclEntries);
-      EXPECT_EQ(w.driver.log.back(), hitless ? "load" : "denyAll");
-      EXPECT_EQ(w.root->loaderSm()->isHitless(), hitless);
-      w.obey();
-      ASSERT_EQ(w.say(ResponseState::loaded), hitless ? success : running);
-      EXPECT_EQ(w.obey(), success);
-      ASSERT_EQ(traced.lines.size(), agree ? 0u : 1u);
-      if (agree) continue;
-      std::string const side = answer == ResponseState::hitless ? "hitful" : "hitless";
-      EXPECT_EQ(traced.count(side + " for " + tableTitle(odd)), 1u) << traced.lines[0];
+      for (long kicks : {1, 2}) {
+        w.kick();
+        tableStatusIs(
+            *w.pdStatus, odd,
+            ResourceStatus(w.id(), answer == ResponseState::hitless ? ResponseState::hitful
+                                                                    : ResponseState::hitless));
+        for (PDTable table : allPDTables())
+          if (table != odd) w.one(table, answer);
+        bool const agree = odd == PDTable::tcpFlags;  // which need not answer at all
+        bool const hitless = (answer == ResponseState::hitless) != (odd == PDTable::aclEntries);
+        EXPECT_EQ(w.driver.log.back(), hitless ? "load" : "denyAll");
+        EXPECT_EQ(w.root->loaderSm()->isHitless(), hitless);
+        w.obey();
+        ASSERT_EQ(w.say(ResponseState::loaded), hitless ? success : running);
+        EXPECT_EQ(w.obey(), success);
+        ASSERT_EQ(traced.count(""), agree ? 0 : kicks);
+        if (agree) continue;
+        std::string const side = answer == ResponseState::hitless ? "hitful" : "hitless";
+        EXPECT_EQ(traced.count(side + " for " + tableTitle(odd)), kicks) << traced.lines[0];
+      }
     }
 }
 
@@ -80,7 +82,9 @@ TEST(LoaderTest, NothingIsLoadedBeforeThePolicyIsConfirmed) {
   ByHand w;
   w.kick();
   w.say(ResponseState::hitful);
-  Log const waiting{"acquire", "denyAll"};
+  w.kick();  // which changes nothing of what is outstanding
+  w.say(ResponseState::hitful);
+  Log const waiting{"acquire", "denyAll", "acquire"};
   EXPECT_EQ(w.driver.log, waiting);
   PrefixXformKey const key(Lumox::ipv4(), true);
   w.tcpFlags(ResponseState::hitful);
@@ -95,7 +99,7 @@ TEST(LoaderTest, NothingIsLoadedBeforeThePolicyIsConfirmed) {
   EXPECT_EQ(w.say(ResponseState::loaded), running);
   EXPECT_EQ(w.driver.log.back(), "doNotApply");
   EXPECT_EQ(w.confirm(), success);
-  EXPECT_EQ(w.driver.log.size(), 4u);
+  EXPECT_EQ(w.driver.log.size(), 5u);
 }
 
 TEST(LoaderTest, ATableCountsOnlyWithTheAnswerToTheStandingRequest) {

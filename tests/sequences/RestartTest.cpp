@@ -77,11 +77,7 @@ TEST(RestartTest, AChangeThatTheAgentBeforeHasNotSeenConfirmedIsSuperseded) {
                         {denyAll, doNotApply, hitless, {"acquire", "load"}},
                         {denyAll, doNotApply, refused, {"acquire", "revert"}},
                         {denyAll, permitAll, hitful, {"acquire", "denyAll", "load", "doNotApply"}},
-                        {permitAll, denyAll, hitful, {"acquire", "load", "doNotApply"}},
-                        // The policy of a load that was interrupted, confirmed.
-                        {denyAll, denyAll, hitful, {"acquire", "load", "doNotApply"}},
-                        {denyAll, denyAll, hitless, {"acquire", "load", "doNotApply"}},
-                        {denyAll, denyAll, refused, {"acquire", "revert", "doNotApply"}}};
+                        {permitAll, denyAll, hitful, {"acquire", "load", "doNotApply"}}};
   for (Case const& c : cases)
     for (bool late : {false, true}) {
       SCOPED_TRACE(testing::Message() << c.asked << c.inForce << c.answer << late);
@@ -124,27 +120,60 @@ TEST(RestartTest, AChangeThatTheAgentBeforeHasNotSeenConfirmedIsSuperseded) {
 }
 
 TEST(RestartTest, AnEarlyFailureTellsOfThePolicyOfAnInterruptedLoad) {
-  ByHand w;
-  w.report(denyAll);
-  w.report(doNotApply);  // one of its own that it has lifted itself
-  w.kick();
-  w.say(ResponseState::hitful);
-  w.cancel();
-  w.rules("edge 90 bad dport 2-1");
-  for (int confirmed : {0, 1}) {
-    kickFails(w, NaxelActiveStage::stageAggregator, "policy denyAll of an interrupted load is ");
-    EXPECT_EQ(w.obey(), failure) << confirmed;
+  for (bool own : {false, true}) {
+    ByHand w;
+    w.report(denyAll);
+    if (!own) w.report(doNotApply);  // it has lifted it itself
+    w.kick();
+    w.say(ResponseState::hitful);
+    w.cancel();
+    w.rules("edge 90 bad dport 2-1");
+    for (int confirmed : {0, 1}) {
+      kickFails(w, NaxelActiveStage::stageAggregator,
+                own ? "policy denyAll that the driver" : "policy denyAll of an interrupted load");
+      EXPECT_EQ(w.obey(), failure) << confirmed;
+    }
+    w.acls->acl("edge")->ruleByNameDel("bad");
+    w.params->permitDuringUpdateIs(true);
+    w.kick();
+    w.say(ResponseState::hitful);
+    EXPECT_EQ(w.driver.log.back(), "permitAll");  // what stands for a load may be opened
+    w.obey();
+    w.kick();
+    EXPECT_EQ(w.finish(ResponseState::failed), failure);
+    EXPECT_EQ(w.driver.log.back(), "doNotApply");
+    EXPECT_EQ(w.failureText().find("policy"), std::string::npos) << w.failureText();
   }
-  w.acls->acl("edge")->ruleByNameDel("bad");
-  w.params->permitDuringUpdateIs(true);
-  w.kick();
-  w.say(ResponseState::hitful);
-  EXPECT_EQ(w.driver.log.back(), "permitAll");  // it is the library's, which may open it
-  w.obey();
-  w.kick();
-  EXPECT_EQ(w.finish(ResponseState::failed), failure);
-  EXPECT_EQ(w.driver.log.back(), "doNotApply");
-  EXPECT_EQ(w.failureText().find("policy"), std::string::npos) << w.failureText();
+}
+
+TEST(RestartTest, APolicyOverAPairInUseIsTheDriversUnlessALoadMayHaveLeftIt) {
+  struct Case {
+    bool used;
+    ResponseState answer;
+    bool left;
+  };
+  for (Case const& c : {Case{true, ResponseState::hitful, true},
+                        Case{true, ResponseState::hitless, true},    // a load
+                        Case{true, ResponseState::failed, false},    // a revert
+                        Case{true, ResponseState::loaded, false},    // no answer
+                        Case{false, ResponseState::hitful, false}})  // over empty tables
+  {
+    SCOPED_TRACE(testing::Message() << c.used << c.answer);
+    ByHand w;
+    if (c.used) w.loadedAtOnce();
+    w.rules(secondRules);
+    w.kick();
+    w.say(c.answer);
+    w.root = nullptr;
+    w.pdConfig->globalAclControlIs(denyAll);
+    w.driver.confirmPolicy();
+    w.buildRoot();
+    EXPECT_EQ(w.loader().caution().starts_with("policy denyAll of an interrupted load"), c.left);
+    w.clock.nowInc(1);
+    w.kick();
+    EXPECT_EQ(w.finish(ResponseState::failed), failure);
+    EXPECT_EQ(w.pdStatus->globalAclControl(), c.left ? doNotApply : denyAll);
+  }
 }
 
 TEST(RestartTest, ADriverThatPutsOnePolicyInForceAfterTheOtherEndsTheKickInWords) {
@@ -186,7 +215,13 @@ TEST(RestartTest, ARootThatIsLetGoOfInAnyNotificationWritesNothingMore) {
             ASSERT_LT(at, 12);
             ByHand w;
             w.loadedAtOnce();
-            w.report(own);
+            if (config) {
+              w.report(own);
+            } else {  // the agent before has asked for it
+              w.root = nullptr;
+              w.pdConfig->globalAclControlIs(own);
+              w.buildRoot();
+            }
             w.rules(secondRules);
             w.driver.automatic = w.driver.confirms = atOnce;
             w.driver.acquireAnswer = answer;
