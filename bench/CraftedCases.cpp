@@ -1,5 +1,6 @@
-/// Kicks over prefixes whose public hashes are one value, beside random ones, and the removal of many
-/// rules, beside that of a tenth as many: what grows with the square of its input shows in a ratio.
+/// Kicks over prefixes whose public hashes are one value, beside random ones; lists that all have half of
+/// the addresses in common, beside a tenth as many; and the removal of many rules, beside that of a tenth
+/// as many: what grows with the square of its input shows in a ratio.
 
 #include "Cases.h"
 #include "ChipReader.h"
@@ -26,24 +27,61 @@ Prefixes drawHosts(size_t count, bool ofOneHash) {
   return out;
 }
 
+/// The source of a rule of its own at each index.
+class Sources {
+ public:
+  Naxel::IpPrefixList& operator[](uint32_t index) {
+    auto const rule = acl_->ruleByNameIs(std::to_string(index));
+    acl_->ruleByIdIs(Naxel::AceIndex(index), rule);
+    return *rule->ruleFilterIs()->sourceIs();
+  }
+  /// Seconds since it was made, those of a first kick over the rules included.
+  double compileSeconds() {
+    double const filled = threadSeconds() - start_;
+    Pipeline pipeline(acls_, NaxelTool::defaultChip().capability);
+    return filled + pipeline.kick();
+  }
+
+ private:
+  double start_ = threadSeconds();
+  Mox::Ptr<Naxel::AclConfigColl> acls_ = Mox::makePtr<Naxel::AclConfigColl>(Obel::ChipId(0));
+  Mox::Ptr<Naxel::AclConfig> acl_ = acls_->aclIs("crafted");
+};
+
 /// Seconds to write the prefixes into rules of that many each, and to compile them for the first time.
 double compileSeconds(Prefixes const& prefixes, size_t perRule) {
-  double const start = threadSeconds();
-  auto const acls = Mox::makePtr<Naxel::AclConfigColl>(Obel::ChipId(0));
-  auto const acl = acls->aclIs("crafted");
-  for (size_t i = 0; i < prefixes.size(); ++i) {
-    auto const index = static_cast<uint32_t>(i / perRule);
-    auto const rule = acl->ruleByNameIs(std::to_string(index));
-    acl->ruleByIdIs(Naxel::AceIndex(index), rule);
-    rule->ruleFilterIs()->sourceIs()->addrIs(prefixes[i]);
-  }
-  double const filled = threadSeconds() - start;
-  Pipeline pipeline(acls, NaxelTool::defaultChip().capability);
-  return filled + pipeline.kick();
+  Sources sources;
+  for (size_t i = 0; i < prefixes.size(); ++i)
+    sources[static_cast<uint32_t>(i / perRule)].addrIs(prefixes[i]);
+  return sources.compileSeconds();
 }
 
-/// Seconds to delete rules: every one, from the front on, where they stand at no index; else every tenth.
-double deleteSeconds(uint32_t rules, bool indexed) {
+/// The same for lists that all have a half of the addresses in common, so that what lies in it is in all of
+/// them, and as many that name or except one host there, each together with one that all of them name.
+double nestedSeconds(uint32_t lists, bool excepting) {
+  Sources sources;
+  auto const host = [](uint32_t net, uint32_t i) {
+    return Lumox::IpGenPrefix::v4(net << 24 | i, 32);
+  };
+  for (uint32_t i = 0; i < lists; ++i) {
+    sources[i].addrIs(Lumox::IpGenPrefix::v4(0, 1));
+    sources[i].addrIs(host(200, i));
+    if (excepting) {
+      sources[lists + i].addrIs(host(201, i));
+      sources[lists + i].exceptAddrIs(host(10, i));
+    } else {
+      sources[i].addrIs(host(10, i));
+      sources[lists].addrIs(host(10, i));
+    }
+  }
+  return sources.compileSeconds();
+}
+
+/// Seconds to delete rules where they stand at no index: every one, from the first or the second on; else
+/// every tenth.
+enum class Removal : uint8_t { first, second, everyTenth };
+double deleteSeconds(uint32_t rules, Removal removal) {
+  bool const indexed = removal == Removal::everyTenth;
   auto const acl = Mox::makePtr<Naxel::AclConfig>("removal");
   for (uint32_t i = 0; i < rules; ++i) {
     auto const rule = acl->ruleByNameIs(std::to_string(i));
@@ -53,7 +91,8 @@ double deleteSeconds(uint32_t rules, bool indexed) {
   if (indexed)
     for (uint32_t i = 0; i < rules; i += 10) acl->ruleByNameDel(std::to_string(i));
   else
-    while (!acl->ruleByName().empty()) acl->ruleByNameDel(acl->ruleByName().begin()->first);
+    for (size_t const kept = removal == Removal::second ? 1 : 0; acl->ruleByName().size() > kept;)
+      acl->ruleByNameDel(std::next(acl->ruleByName().begin(), static_cast<ptrdiff_t>(kept))->first);
   return threadSeconds() - start;
 }
 
@@ -83,11 +122,17 @@ void addCraftedCases() {
     addRatioCase(
         "crafted", set, size, [=] { return compile(true); }, [=] { return compile(false); });
   }
-  for (bool indexed : {false, true})
+  for (bool excepting : {false, true})
     addRatioCase(
-        "removal", indexed ? "every tenth of 100k" : "100k without index", 100000,
-        [=] { return deleteSeconds(100000, indexed); },
-        [=] { return 10 * deleteSeconds(10000, indexed); });
+        "nested", excepting ? "20k lists and 20k exceptions" : "20k lists and one of 20k", 20000,
+        [=] { return nestedSeconds(20000, excepting); },
+        [=] { return 10 * nestedSeconds(2000, excepting); });
+  for (auto const& [set, removal] : {std::pair("100k, the first", Removal::first),
+                                     std::pair("100k, the second", Removal::second),
+                                     std::pair("every tenth of 100k", Removal::everyTenth)})
+    addRatioCase(
+        "removal", set, 100000, [=, r = removal] { return deleteSeconds(100000, r); },
+        [=, r = removal] { return 10 * deleteSeconds(10000, r); });
 }
 
 }  // namespace Bench

@@ -191,6 +191,7 @@ void Report::Finalize() {
   printYardstick("list", "prefixes", "std::set");
   printYardstick("ranges", "ranges", "std::sort");
   printRatios("crafted", "prefixes", "random");
+  printRatios("nested", "lists", "ten of 2k");
   printRatios("removal", "rules", "ten of 10k");
   printMemory();
   printFailures();

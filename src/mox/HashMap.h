@@ -13,9 +13,11 @@
 
 #include "mox/KeyedHash.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <numeric>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -56,24 +58,23 @@ class HashTable {
 
    private:
     void settle() {
-      while (at_ < table_->items_.size() && !table_->isLive(at_)) ++at_;
+      while (at_ < table_->items_.size() && !table_->isLive(at_)) at_ = table_->pastGap(at_);
     }
     HashTable const* table_ = nullptr;
     size_t at_ = 0;
   };
   using iterator = const_iterator;
 
-  const_iterator begin() const noexcept { return {this, first_}; }
+  const_iterator begin() const noexcept { return {this, 0}; }
   const_iterator end() const noexcept { return {this, items_.size()}; }
   size_t size() const noexcept { return size_; }
   bool empty() const noexcept { return size_ == 0; }
 
   void clear() noexcept {
     items_.clear();
-    live_.clear();
+    gaps_.clear();
     index_.clear();
     size_ = 0;
-    first_ = 0;
   }
 
   /// Makes room for `n` elements in all, so that inserting them does not move any.
@@ -99,12 +100,12 @@ class HashTable {
     if (size_ == 0 && !items_.empty()) clear();  // only now: iterators live through deletions
     size_t const places = items_.size() + 1;
     if (index_.empty() ? places > smallSize : places * 4 > index_.size() * 3) rebuild(size_ + 1);
-    bool const gaps = !live_.empty();
-    if (gaps) live_.push_back(true);
+    bool const gaps = !gaps_.empty();
+    if (gaps) gaps_.push_back(static_cast<uint32_t>(items_.size()));
     try {
       items_.push_back(std::move(item));
     } catch (...) {
-      if (gaps) live_.pop_back();
+      if (gaps) gaps_.pop_back();
       throw;
     }
     if (!index_.empty()) place(items_.size() - 1);
@@ -121,13 +122,14 @@ class HashTable {
   bool erase(Key const& key) {
     size_t const at = positionOf(key);
     if (at == none) return false;
-    if (live_.empty()) live_.assign(items_.size(), true);
+    if (gaps_.empty()) {
+      gaps_.resize(items_.size());
+      std::iota(gaps_.begin(), gaps_.end(), uint32_t{0});
+    }
     if (!index_.empty()) index_[slotOf(key)] = deleted;
-    live_[at] = false;
     items_[at] = T();
     --size_;
-    // Deleting from the front on must not walk over what has gone before.
-    while (first_ < items_.size() && !live_[first_]) ++first_;
+    openGap(at);
     return true;
   }
 
@@ -145,7 +147,19 @@ class HashTable {
  private:
   static size_t startOf(Key const& key) noexcept { return static_cast<size_t>(placeOf(key)); }
 
-  bool isLive(size_t at) const noexcept { return live_.empty() || live_[at]; }
+  bool isLive(size_t at) const noexcept { return gaps_.empty() || gaps_[at] == at; }
+  /// Makes the place part of the gap around it, so that a walk crosses any gap in one step.
+  void openGap(size_t at) noexcept {
+    size_t begin = at;
+    if (at > 0 && !isLive(at - 1)) begin = std::min<size_t>(at - 1, gaps_[at - 1]);
+    size_t const end = at + 1 < items_.size() && !isLive(at + 1) ? pastGap(at + 1) : at + 1;
+    gaps_[at] = static_cast<uint32_t>(at + 1);
+    gaps_[end - 1] = static_cast<uint32_t>(begin);
+    gaps_[begin] = static_cast<uint32_t>(end);
+  }
+  /// A place behind a deleted one with nothing in between: the end of the gap where it begins there.
+  /// A walk that deletes what it stands on can go on from inside of a gap.
+  size_t pastGap(size_t at) const noexcept { return std::max<size_t>(at + 1, gaps_[at]); }
   size_t positionOf(Key const& key) const noexcept {
     if (!index_.empty()) {
       size_t const slot = slotOf(key);
@@ -176,16 +190,15 @@ class HashTable {
     if (n > smallSize)
       for (capacity = 2 * smallSize; capacity < n * 2;) capacity *= 2;
     std::vector<uint32_t> index(capacity, vacant);
-    if (!live_.empty()) {
+    if (!gaps_.empty()) {
       size_t to = 0;
       for (size_t from = 0; from < items_.size(); ++from) {
-        if (!live_[from]) continue;
+        if (!isLive(from)) continue;
         if (to != from) items_[to] = std::move(items_[from]);
         ++to;
       }
       items_.resize(to);
-      live_.clear();
-      first_ = 0;
+      gaps_.clear();
     }
     index_ = std::move(index);
     if (!index_.empty())
@@ -193,10 +206,11 @@ class HashTable {
   }
 
   std::vector<T> items_;
-  std::vector<bool> live_;       // false where an element was deleted; empty while none was
+  // Empty while nothing was deleted. Else, for each place: itself where an element stands; for a gap, its
+  // end at its first place and its first place at its last one. Inside of a gap, any other place.
+  std::vector<uint32_t> gaps_;
   std::vector<uint32_t> index_;  // positions in items_; a power of two many, at most 3/4 in use
   size_t size_ = 0;
-  size_t first_ = 0;  // no element stands before it
 };
 
 struct SetKey {

@@ -12,6 +12,7 @@
 #include <iostream>
 #include <map>
 #include <random>
+#include <set>
 
 #include <gtest/gtest.h>
 
@@ -133,17 +134,26 @@ TEST(Containers, HashMapsIterateInTheOrderOfInsertionWhateverWasDeleted) {
 }
 
 TEST(Containers, DeletionKeepsAWalkOverAHashSetOnItsWay) {
-  for (auto const& [size, hole] : {std::pair(7u, 0u), {7u, 3u}, {7u, 6u}, {20u, 0u}, {20u, 19u}}) {
-    SCOPED_TRACE(hole);
+  for (uint32_t seed = 1; seed <= 300; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    uint32_t const size = 1 + random() % 30;
     HashSet<uint32_t> set;
-    for (uint32_t i = 0; i < size; ++i) set.insert(i);
-    set.erase(hole);
-    std::vector<uint32_t> seen;
-    for (auto i = set.begin(); i != set.end() && seen.size() < 30; ++i) {
-      seen.push_back(*i);
-      set.erase(*i);  // the key given is the element itself
+    std::set<uint32_t> model;
+    for (uint32_t i = 0; i < size; ++i) set.insert(i), model.insert(i);
+    for (auto i = set.begin(); i != set.end();) {
+      uint32_t const at = *i;
+      // What the walk stands on, of which the key given is the element itself, and others around it.
+      for (uint32_t n = random() % 6; n > 0; --n) {
+        uint32_t const other = random() % size;
+        ASSERT_EQ(set.erase(other), model.erase(other) == 1);
+      }
+      if (model.erase(at)) set.erase(*i);
+      ++i;
+      auto const next = model.upper_bound(at);
+      ASSERT_EQ(i == set.end(), next == model.end());
+      ASSERT_TRUE(next == model.end() || *i == *next);
     }
-    EXPECT_EQ(seen.size(), size - 1);
     EXPECT_TRUE(set.empty());
     EXPECT_TRUE(set.insert(5));
     EXPECT_EQ(members(set), std::vector<uint32_t>{5});
@@ -210,14 +220,16 @@ TEST(Containers, KeysOfOnePublicHashStandApart) {
   EXPECT_TRUE(std::equal(table.begin(), table.end(), order.begin(), order.end()));
 }
 
-TEST(Containers, WhatStandsFirstIsDeletedAgainAndAgain) {
+TEST(Containers, WhatStandsFirstOrNextIsDeletedAgainAndAgain) {
   // By the square of the size this would not end in the time of a test.
   size_t const size = 1000000 / ::Test::thinning();
-  HashSet<uint64_t> set;
-  for (size_t i = 0; i < size; ++i) set.insert(i);
-  for (size_t i = 0; i < size; ++i) {
-    ASSERT_EQ(*set.begin(), i);
-    set.erase(i);
+  for (ptrdiff_t kept : {0, 1}) {
+    HashSet<uint64_t> set;
+    for (size_t i = 0; i < size; ++i) set.insert(i);
+    for (size_t i = static_cast<size_t>(kept); i < size; ++i) {
+      ASSERT_EQ(*std::next(set.begin(), kept), i);
+      set.erase(i);
+    }
   }
 }
 

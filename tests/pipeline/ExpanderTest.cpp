@@ -111,9 +111,11 @@ TEST(Expander, WhatCannotBeCompiledIsRefusedByName) {
         {"edge 1 web len 70000",
          "ACL 'edge', rule 'web': length range 70000-70000 exceeds the field's maximum 65535"},
         {"edge 1 a src 10.0.0.0/8\nedge 2 b dst !::/0",
-         "ACL 'edge': IPv4 and IPv6 prefixes in one ACL"},
+         "ACL 'edge': IPv4 and IPv6 prefixes in one ACL: IPv4 in the source of rule 'a', IPv6 in "
+         "the destination of rule 'b'"},
         {"af edge ipv6\nedge 1 a src 10.0.0.0/8",
-         "ACL 'edge': prefix of another family than the ACL's ipv6"}}) {
+         "ACL 'edge': the source of rule 'a' holds a prefix of another family than the ACL's "
+         "ipv6"}}) {
     SCOPED_TRACE(rules);
     Mox::TraceSink const old = Mox::traceSinkIs({});
     World w("other 1 r proto 6");

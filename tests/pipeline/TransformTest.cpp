@@ -2,6 +2,8 @@
 
 #include "mox/Trace.h"
 #include "naxel/types/NaxelTrace.h"
+#include "naxel/xform/NaxelComboLabelSplitSm.h"
+#include "naxel/xform/NaxelPrefixXformSm.h"
 #include "naxel/xform/NaxelRangeSplitSm.h"
 #include "support/Vocabulary.h"
 #include "support/World.h"
@@ -160,7 +162,7 @@ TEST(Transform, RangesAreCutAtTheirEnds) {
   EXPECT_EQ(split->rangePointInfo()[1].point(), 7u);
 }
 
-TEST(Transform, TheReasonOfARefusalSaysHowManyPiecesAreNeeded) {
+TEST(Transform, TheReasonOfARefusalSaysHowMuchIsNeeded) {
   Failures const quiet;
   ::Test::SeededDice dice(1);
   ::Test::Vocabulary words(dice);
@@ -174,28 +176,41 @@ TEST(Transform, TheReasonOfARefusalSaysHowManyPiecesAreNeeded) {
       w.rules("a " + std::to_string(i) + " r" + std::to_string(i) + " src " +
               words.list(Lumox::ipv4()) + " dst " + words.list(Lumox::ipv4()) + " sport " +
               words.ranges(65535));
-    // The wide chip first, which tells the number; then the widest one that is too narrow for it.
-    auto const expectNumber = [&](auto widthIs, auto labels) {
+    auto const expectRefusal = [&](size_t needed, char const* what) {
+      EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedFail);
+      std::string const number = ": " + std::to_string(needed) + what;
+      EXPECT_NE(w.failureText().find(number), std::string::npos) << number << w.failureText();
+      ++refused;
+    };
+    // The wide chip first, which tells the numbers; then the widest one that is too narrow, and limits.
+    auto const expectNumbers = [&](auto widthIs, auto labels, XformSmBase& sm) {
       widthIs(16);
       ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << w.failureText();
       std::set<PlainLabel> pieces;
       for (auto const& [item, label] : labels()) pieces.insert(label);
       if (pieces.size() < 2) return;
+      size_t memberships = 0;
+      for (auto const& [set, list] : sm.xformStatus()->plainLabelListMap()->plainLabelList())
+        memberships += list->label().size();
+      sm.membershipLimitIs(memberships - 1);
+      expectRefusal(memberships, " labels needed");
+      sm.membershipLimitIs(memberships);
+      EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << w.failureText();
       widthIs(static_cast<uint32_t>(std::bit_width(pieces.size())) - 1);
-      EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedFail);
-      std::string const number = ": " + std::to_string(pieces.size()) + " disjoint pieces needed";
-      EXPECT_NE(w.failureText().find(number), std::string::npos) << number << w.failureText();
+      expectRefusal(pieces.size(), " disjoint pieces needed");
       widthIs(16);
-      ++refused;
     };
-    expectNumber([&](uint32_t n) { w.capability->prefixXformWidthIs(key, n); },
-                 [&] { return w.root->prefixXformStatus(key)->prefixToLabelMap(); });
-    expectNumber([&](uint32_t n) { w.capability->rangeXformWidthIs(ports, n); },
-                 [&] { return w.root->rangeSplitStatus(ports)->rangeToPlainLabelMap(); });
-    expectNumber([&](uint32_t n) { w.capability->comboXformWidthIs(pairs, n); },
-                 [&] { return w.root->comboLabelSplitStatus(pairs)->comboToPlainLabelMap(); });
+    expectNumbers([&](uint32_t n) { w.capability->prefixXformWidthIs(key, n); },
+                  [&] { return w.root->prefixXformStatus(key)->prefixToLabelMap(); },
+                  *w.root->prefixXformSm(key));
+    expectNumbers([&](uint32_t n) { w.capability->rangeXformWidthIs(ports, n); },
+                  [&] { return w.root->rangeSplitStatus(ports)->rangeToPlainLabelMap(); },
+                  *w.root->rangeSplitSm(ports));
+    expectNumbers([&](uint32_t n) { w.capability->comboXformWidthIs(pairs, n); },
+                  [&] { return w.root->comboLabelSplitStatus(pairs)->comboToPlainLabelMap(); },
+                  *w.root->comboLabelSplitSm(pairs));
   }
-  EXPECT_GT(refused, 150);
+  EXPECT_GT(refused, 300);
 }
 
 TEST(Transform, EqualProductsAndRepeatedPairsShareOneCombination) {

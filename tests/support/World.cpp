@@ -148,6 +148,10 @@ void copyAcls(AclConfigColl const& from, AclConfigColl& to) {
     for (auto const& [ruleName, rule] : acl->ruleByName())
       copyRule(*rule, *copy->ruleByNameIs(ruleName));
     for (auto const& [index, rule] : acl->ruleById()) {
+      if (!rule) {
+        copy->ruleByIdIs(index, nullptr);
+        continue;
+      }
       if (acl->ruleByName(rule->name()) == rule) {
         copy->ruleByIdIs(index, copy->ruleByName(rule->name()));
         continue;

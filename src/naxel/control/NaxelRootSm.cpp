@@ -319,10 +319,11 @@ void NaxelRootSm::handleProgress() {
   silenceTimer_.earliestExpiryIs(silence_ > 0 ? progressAt_ + silence_ : -1);
 }
 
-bool NaxelRootSm::isShakingHands() const { return loaderSm() && !loaderSm()->waitingFor().empty(); }
+bool NaxelRootSm::isShakingHands() const { return loaderSm() && loaderSm()->isWaiting(); }
 
 void NaxelRootSm::handleSilence() {
-  if (waitingFor().empty()) return;
+  // Whether and when to look again must not depend on memory for the words.
+  if (rootStatus_->kickProgress() != NaxelProgress::naxelRunning && !isShakingHands()) return;
   Mox::Seconds const now = timerWheel_->now();
   Mox::Seconds const silent = now - progressAt_;
   // Less than the clock can tell from none would be due again at once.

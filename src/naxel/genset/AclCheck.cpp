@@ -61,10 +61,30 @@ std::optional<std::string> checkFilter(AclConfig const& acl, RuleConfig const& r
   return reason;
 }
 
+Lumox::AddressFamily otherThan(Lumox::AddressFamily af) {
+  return af == Lumox::ipv4() ? Lumox::ipv6() : Lumox::ipv4();
+}
+
+/// The first list of the ACL that holds a prefix of the family; there must be one.
+std::string holderOf(AclConfig const& acl, Lumox::AddressFamily af) {
+  Lumox::AddressFamily const other = otherThan(af);
+  auto const holds = [&](auto const& list) { return list && !list->families().only(other); };
+  for (auto const& [name, rule] : acl.ruleByName()) {
+    RuleFilter const* filter = rule->ruleFilter().get();
+    if (filter && holds(filter->source())) return "the source of rule '" + name + "'";
+    if (filter && holds(filter->destination())) return "the destination of rule '" + name + "'";
+  }
+  MOX_ASSERT(false && "no prefix of the family");
+  return {};
+}
+
 std::string familyReason(AclConfig const& acl) {
-  return "ACL '" + acl.name() + "': " +
-         (acl.af() ? "prefix of another family than the ACL's " + Mox::stringValue(*acl.af())
-                   : std::string("IPv4 and IPv6 prefixes in one ACL"));
+  std::string const reason = "ACL '" + acl.name() + "': ";
+  if (!acl.af())
+    return reason + "IPv4 and IPv6 prefixes in one ACL: IPv4 in " + holderOf(acl, Lumox::ipv4()) +
+           ", IPv6 in " + holderOf(acl, Lumox::ipv6());
+  return reason + holderOf(acl, otherThan(*acl.af())) +
+         " holds a prefix of another family than the ACL's " + Mox::stringValue(*acl.af());
 }
 
 std::optional<std::string> checkAcl(AclWalk const& walk) {

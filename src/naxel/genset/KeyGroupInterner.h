@@ -26,6 +26,8 @@ class KeyGroupInterner {
 
   /// Number of distinct groups so far.
   size_t size() const { return groups_.size(); }
+  /// Keys in all of them together.
+  size_t memberships() const { return memberships_; }
   /// Makes room for this many groups.
   void reserve(size_t n) { groups_.reserve(n); }
 
@@ -40,6 +42,7 @@ class KeyGroupInterner {
     bool operator==(Entry const& o) const { return hash == o.hash && keys() == o.keys(); }
   };
   Mox::HashSet<Entry> groups_;
+  size_t memberships_ = 0;
 };
 
 inline Mox::Ptr<GenSetKeyGroup> KeyGroupInterner::intern(Keys const& keys,
@@ -48,6 +51,7 @@ inline Mox::Ptr<GenSetKeyGroup> KeyGroupInterner::intern(Keys const& keys,
   auto group = genSetKeyGroupFactory();
   group->keyGroupIs(keys);
   groups_.insert(Entry{hash.value(), nullptr, group});
+  memberships_ += keys.size();
   return group;
 }
 

@@ -473,10 +473,13 @@ bool LoaderSm::isAnswered(PDTable table) const {
   return false;
 }
 
+bool LoaderSm::isWaiting() const noexcept {
+  return requested_ && status_->status() == StageStatusType::inProgress &&
+         smState_ != LoaderSmState::initial;
+}
+
 std::string LoaderSm::waitingFor() const {
-  if (!requested_ || status_->status() != StageStatusType::inProgress ||
-      smState_ == LoaderSmState::initial)
-    return {};
+  if (!isWaiting()) return {};
   ResourceConfig const& current = pdConfig_->pdResourceConfig();
   std::string const request =
       Mox::stringValue(current.requestState()) + " of id " + valueToStrep(current.requestId());

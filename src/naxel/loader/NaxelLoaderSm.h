@@ -54,8 +54,10 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   Mox::Ptr<PDStatus> const& pdStatus() const { return pdStatus_; }
   /// The output that was last asked to be loaded; an empty one before the first load.
   Mox::Ptr<PDData const> const& inForce() const { return inForce_; }
-  /// What the handshake waits for, in words: which request, which tables have answered what, which
-  /// policy. Empty while it waits for nothing.
+  /// True while the handshake waits for the driver.
+  bool isWaiting() const noexcept;
+  /// What it waits for, in words: which request, which tables have answered what, which
+  /// policy. Empty while it does not wait.
   std::string waitingFor() const;
 
   void doStartKick() override;

@@ -1,7 +1,6 @@
 #include "naxel/xform/NaxelComboLabelSplitSm.h"
 
 #include "naxel/genset/FieldNames.h"
-#include "naxel/xform/PieceCounter.h"
 
 #include <algorithm>
 #include <span>
@@ -137,31 +136,39 @@ void ComboLabelSplitSm::doBuildSetGroup() {
       uint32_t const id = std::exchange(groupOf[dst], GroupChains::root);
       if (!materialised[id]) materialised[id] = interner.intern(chains.keys(id));
       groups.emplace_back(GenCombo(src, PlainLabel(dst)), materialised[id]);
+      // Beyond the limits the result is unusable anyway, and its size would have no bound.
+      if (isTooMuch(interner)) return overflowIs(true);
     }
     dsts.clear();
-    // Beyond the limit the result is unusable anyway, and its size would have no bound.
-    if (interner.size() > groupLimit()) return overflowIs(true);
   }
   comboLabelToGenSetGrpMap_.adopt(std::move(groups));
 }
 
-size_t ComboLabelSplitSm::doCountGroups() {
+PieceCount ComboLabelSplitSm::doCountGroups() {
   comboLabelToGenSetGrpMap_ = {};
   std::vector<Run> const runs =
       runsOf(workingSet()->keyGroup().items(), *comboLabelConfig().comboLabelInfo());
   PieceCounter pieces;
-  std::vector<uint64_t> groupOf(size_t{lastDstOf(runs)} + 1, 0);  // by destination label
+  struct Group {
+    uint64_t hash = 0;
+    size_t sets = 0;
+  };
+  std::vector<Group> groupOf(size_t{lastDstOf(runs)} + 1);  // by destination label
   for (size_t from = 0, to = 0; from < runs.size(); from = to) {
     for (; to < runs.size() && runs[to].src == runs[from].src; ++to) {
       Mox::KeyedSetHash set;
       set.add(runs[to].key);
-      for (GenCombo const& combo : runs[to].combos)
-        groupOf[combo.dstLabel().value()] += set.value();
+      for (GenCombo const& combo : runs[to].combos) {
+        Group& group = groupOf[combo.dstLabel().value()];
+        group.hash += set.value();
+        ++group.sets;
+      }
     }
     for (size_t i = from; i < to; ++i)
       for (GenCombo const& combo : runs[i].combos)
-        if (uint64_t const group = std::exchange(groupOf[combo.dstLabel().value()], 0))
-          pieces.add(group);
+        if (Group const group = std::exchange(groupOf[combo.dstLabel().value()], {});
+            group.sets > 0)
+          pieces.add(group.hash, group.sets);
   }
   return pieces.distinct();
 }

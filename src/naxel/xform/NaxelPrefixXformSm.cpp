@@ -3,7 +3,6 @@
 #include "mox/Assert.h"
 #include "naxel/genset/FieldNames.h"
 #include "naxel/types/NaxelTrace.h"
-#include "naxel/xform/PieceCounter.h"
 
 #include <algorithm>
 #include <iterator>
@@ -107,7 +106,7 @@ void NaxelPrefixXformSm::doInitSetGroup() {
   prefixToGenSetGrp_.adopt(std::move(nodes));
 }
 
-size_t NaxelPrefixXformSm::doCountGroups() {
+PieceCount NaxelPrefixXformSm::doCountGroups() {
   prefixToGenSetGrp_ = prefixToExceptGrp_ = {};
   trieDel();
   Naming members;
@@ -134,12 +133,13 @@ size_t NaxelPrefixXformSm::doCountGroups() {
   };
   std::vector<OnPath> onPath(workingSet()->keyGroups());
   Mox::KeyedSetHash group;
+  size_t sets = 0;
   auto const step = [&](Event const& e, uint32_t by) {
     OnPath& set = onPath[e.set];
     bool const before = set.inGroup();
     (e.excepts ? set.excepting : set.naming) += by;
-    if (set.inGroup() && !before) group.add(e.set);
-    if (!set.inGroup() && before) group.remove(e.set);
+    if (set.inGroup() && !before) group.add(e.set), ++sets;
+    if (!set.inGroup() && before) group.remove(e.set), --sets;
   };
   PieceCounter pieces;
   std::vector<size_t> path;  // where the events of the ancestors begin
@@ -154,7 +154,7 @@ size_t NaxelPrefixXformSm::doCountGroups() {
     while (!path.empty() && !events[path.back()].prefix.contains(prefix)) leave();
     for (; to < events.size() && events[to].prefix == prefix; ++to) step(events[to], 1);
     path.push_back(from);
-    pieces.add(group);
+    pieces.add(group, sets);
   }
   return pieces.distinct();
 }
@@ -181,90 +181,96 @@ void NaxelPrefixXformSm::doClearOutput() {
 }
 
 void PrefixGroupStep::placeWords(Mox::KeyedHash& h) const noexcept {
-  for (GenSetKeyGroup const* g : {parent, own, exceptHere, exceptAbove}) Mox::placeWords(h, g);
+  for (GenSetKeyGroup const* g : {base, more, less}) Mox::placeWords(h, g);
+}
+
+UpdatePrefixSetListCallback::UpdatePrefixSetListCallback(NaxelPrefixXformSm& sm) : sm_(sm) {
+  if (sm_.prefixToExceptGrp_.empty()) return;
+  std::vector<GenSetKey> keys = keysOf(sm_.prefixAggregatorInfo().prefixSetColl());
+  excepting_.resize(keys.size());
+  places_ = KeyPlaces(std::move(keys));
+}
+
+void UpdatePrefixSetListCallback::exceptedBy(GenSetKeyGroup const* sets, uint32_t by) {
+  if (!sets) return;
+  for (GenSetKey key : sets->keyGroup()) excepting_[places_.at(key)] += by;
 }
 
 int UpdatePrefixSetListCallback::handlePrefix(Lumox::IpGenPrefix const& prefix) {
   if (sm_.overflow()) return 1;
-  while (!path_.empty() && !path_.back().prefix.contains(prefix)) path_.pop_back();
+  for (; !path_.empty() && !path_.back().prefix.contains(prefix); path_.pop_back())
+    exceptedBy(path_.back().excepting, ~uint32_t{0});
   if (auto line = sm_.traceStep(9, "handlePrefix"))
     line << " prefix " << prefix << " ...parent " << sm_.trie()->findParent(prefix);
   // The walk meets the prefixes in the order in which the groups stand.
-  Mox::Ptr<GenSetKeyGroup>& setList = sm_.prefixToGenSetGrp_.valueAt(at_);
+  Group& setList = sm_.prefixToGenSetGrp_.valueAt(at_);
   MOX_ASSERT(sm_.prefixToGenSetGrp_[at_].first == prefix && setList);
   ++at_;
 
-  Step step{nullptr, setList.get(), nullptr, nullptr};
-  if (!path_.empty()) {
-    step.parent = path_.back().group;
-    step.exceptAbove = path_.back().excepted;
-  }
-  if (auto const* except = sm_.prefixToExceptGrp_.get(prefix)) step.exceptHere = except->get();
-  GenSetKeyGroup const* excepted = nullptr;
-  if (step.exceptHere || step.exceptAbove) {
-    Outcome const* outcome = known_.get(step);
-    if (!outcome) {
-      known_.set(step, combine(step));
-      outcome = known_.get(step);
-    }
-    setList = outcome->group;
-    excepted = outcome->excepted.get();
-  } else if (step.parent) {
-    setList = unite(step);
-  }
+  auto const* except = sm_.prefixToExceptGrp_.get(prefix);
+  GenSetKeyGroup* const here = except ? except->get() : nullptr;
+  exceptedBy(here, 1);
+  GenSetKeyGroup* const parent = path_.empty() ? nullptr : path_.back().group;
+  auto const isAbove = [&](GenSetKey key) {
+    return parent && std::ranges::binary_search(parent->keyGroup(), key);
+  };
+  auto const isNew = [&](GenSetKey key) {
+    return !isAbove(key) && (excepting_.empty() || excepting_[places_.at(key)] == 0);
+  };
+  Step const step{parent, part(setList.get(), isNew), part(here, isAbove)};
+  if (here)
+    if (auto line = sm_.traceStep(9, "handlePrefix"))
+      line << (step.less ? " ......hit exceptPrefix" : " ......did not hit exceptPrefix");
+  setList = changed(step);
   countGroup(setList);
-  path_.push_back({prefix, setList.get(), excepted});
+  path_.push_back({prefix, setList.get(), here});
   return 1;
 }
 
-void UpdatePrefixSetListCallback::countGroup(Group const& group) {
-  // Groups are interned, so there are not more distinct ones than the interner has made.
-  if (sm_.interner_.size() <= sm_.groupLimit()) return;
-  if (distinct_.empty())
-    for (size_t i = 0; i < at_; ++i) distinct_.insert(sm_.prefixToGenSetGrp_[i].second.get());
-  distinct_.insert(group.get());
-  if (distinct_.size() > sm_.groupLimit()) sm_.overflowIs(true);
+template <class F>
+GenSetKeyGroup* UpdatePrefixSetListCallback::part(GenSetKeyGroup* group, F holds) {
+  if (!group) return nullptr;
+  part_.clear();
+  std::ranges::copy_if(group->keyGroup(), std::back_inserter(part_), holds);
+  if (part_.empty()) return nullptr;
+  return part_.size() == group->keyGroups() ? group : sm_.interner_.intern(part_).get();
 }
 
-UpdatePrefixSetListCallback::Group UpdatePrefixSetListCallback::unite(Step const& step) {
-  auto const& own = step.own->keyGroup();
-  auto const& parent = step.parent->keyGroup();
-  auto const fresh = [&] {
-    united_.clear();
-    std::set_union(parent.begin(), parent.end(), own.begin(), own.end(),
-                   std::back_inserter(united_));
-    return sm_.interner_.intern(united_);
-  };
-  // Lists that have a short prefix in common: what is below it brings no other set.
-  auto const isAbove = [&](GenSetKey key) { return std::ranges::binary_search(parent, key); };
-  if (std::ranges::all_of(own, isAbove)) return Group(const_cast<GenSetKeyGroup*>(step.parent));
-  // A group that no other node has (the interner holds it, and this node) occurs in no other step.
-  if (step.own->references() == 2) return fresh();
-  if (Outcome const* outcome = known_.get(step)) return outcome->group;
-  known_.set(step, {fresh(), nullptr});
-  return known_.get(step)->group;
-}
-
-UpdatePrefixSetListCallback::Outcome UpdatePrefixSetListCallback::combine(Step const& step) {
-  using Keys = std::vector<GenSetKey>;
+UpdatePrefixSetListCallback::Group UpdatePrefixSetListCallback::changed(Step const& step) {
   static Keys const none;
   auto const keysOf = [](GenSetKeyGroup const* g) -> Keys const& {
     return g ? g->keyGroup().items() : none;
   };
-  auto const unite = [](Keys const& a, Keys const& b) {
-    Keys out;
-    std::set_union(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(out));
-    return out;
+  if (!step.more && !step.less) return step.base ? Group(step.base) : sm_.interner_.intern(none);
+  if (!step.base) return Group(step.more);
+  // A group that no other node has (the interner holds it, and this node) occurs in no other step.
+  bool const isRare = step.more && step.more->references() == 2;
+  if (!isRare)
+    if (Group const* known = known_.get(step)) return *known;
+  Keys const* base = &keysOf(step.base);
+  if (step.less) {
+    kept_.clear();
+    std::ranges::set_difference(*base, keysOf(step.less), std::back_inserter(kept_));
+    base = &kept_;
+  }
+  united_.clear();
+  std::ranges::set_union(*base, keysOf(step.more), std::back_inserter(united_));
+  Group group = sm_.interner_.intern(united_);
+  if (!isRare) known_.set(step, group);
+  return group;
+}
+
+void UpdatePrefixSetListCallback::countGroup(Group const& group) {
+  // Groups are interned, so the interner has made at least all that are in use.
+  if (!sm_.isTooMuch(sm_.interner_)) return;
+  auto const add = [&](GenSetKeyGroup const* g) {
+    if (distinct_.insert(g)) memberships_ += g->keyGroups();
   };
-  Keys const excepted = unite(keysOf(step.exceptAbove), keysOf(step.exceptHere));
-  Keys const all = unite(keysOf(step.parent), keysOf(step.own));
-  Keys kept;
-  std::set_difference(all.begin(), all.end(), excepted.begin(), excepted.end(),
-                      std::back_inserter(kept));
-  if (auto line = sm_.traceStep(9, "handlePrefix"))
-    line << (kept.size() == all.size() ? " ......did not hit exceptPrefix"
-                                       : " ......hit exceptPrefix");
-  return {sm_.interner_.intern(kept), excepted.empty() ? nullptr : sm_.interner_.intern(excepted)};
+  if (distinct_.empty())
+    for (size_t i = 0; i < at_; ++i) add(sm_.prefixToGenSetGrp_[i].second.get());
+  add(group.get());
+  if (distinct_.size() > sm_.groupLimit() || memberships_ > sm_.membershipLimit())
+    sm_.overflowIs(true);
 }
 
 int DumpWalkCallback::handlePrefix(Lumox::IpGenPrefix const& prefix) {

@@ -3,7 +3,6 @@
 #include "mox/Assert.h"
 #include "naxel/genset/FieldNames.h"
 #include "naxel/types/NaxelTrace.h"
-#include "naxel/xform/PieceCounter.h"
 
 #include <algorithm>
 
@@ -17,16 +16,14 @@ class ActiveSets {
   bool empty() const { return keys_.empty(); }
   size_t keyGroups() const { return keys_.size(); }
   void add(std::span<GenSetKey const> keys) {
-    for (GenSetKey key : keys) {
-      keys_.insert(std::lower_bound(keys_.begin(), keys_.end(), key), key);
-      hash_.add(key);
-    }
+    auto const old = static_cast<std::ptrdiff_t>(keys_.size());
+    keys_.insert(keys_.end(), keys.begin(), keys.end());
+    std::inplace_merge(keys_.begin(), keys_.begin() + old, keys_.end());
+    for (GenSetKey key : keys) hash_.add(key);
   }
   void remove(std::span<GenSetKey const> keys) {
-    for (GenSetKey key : keys) {
-      keys_.erase(std::lower_bound(keys_.begin(), keys_.end(), key));
-      hash_.remove(key);
-    }
+    std::erase_if(keys_, [&](GenSetKey key) { return std::ranges::binary_search(keys, key); });
+    for (GenSetKey key : keys) hash_.remove(key);
   }
   Mox::Ptr<GenSetKeyGroup> intern(KeyGroupInterner& interner) const {
     return interner.intern(keys_, hash_);
@@ -148,13 +145,13 @@ void RangeSplitSm::doBuildSetGroup() {
       openStart = point + 1;
       currentGenSetKeyGrp.remove(p.end());
     }
-    // Beyond the limit the result is unusable anyway, and its size would have no bound.
-    if (interner.size() > groupLimit()) return overflowIs(true);
+    // Beyond the limits the result is unusable anyway, and its size would have no bound.
+    if (isTooMuch(interner)) return overflowIs(true);
   }
   MOX_ASSERT_TEXT(currentGenSetKeyGrp.keyGroups() == 0, "currentGenSetKeyGrp->keyGroups() == 0");
 }
 
-size_t RangeSplitSm::doCountGroups() {
+PieceCount RangeSplitSm::doCountGroups() {
   rangeElemToGenSetGrp_ = {};
   PieceCounter pieces;
   Mox::KeyedSetHash group;
@@ -163,13 +160,13 @@ size_t RangeSplitSm::doCountGroups() {
   for (RangePointInfo const& p : rangePointInfo_) {
     uint32_t const point = p.point();
     if (!p.start().empty()) {
-      if (active > 0 && point > openStart) pieces.add(group);
+      if (active > 0 && point > openStart) pieces.add(group, active);
       openStart = point;
       for (GenSetKey key : p.start()) group.add(key);
       active += p.start().size();
     }
     if (!p.end().empty()) {
-      if (active > 0 && point >= openStart) pieces.add(group);
+      if (active > 0 && point >= openStart) pieces.add(group, active);
       openStart = point + 1;
       for (GenSetKey key : p.end()) group.remove(key);
       active -= p.end().size();

@@ -75,7 +75,7 @@ class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
 
   void doBuildWorkingSet() override;
   void doBuildSetGroup() override;
-  size_t doCountGroups() override;
+  PieceCount doCountGroups() override;
   void doAllocLabels() override;
   uint32_t xformWidth() const override;
   std::string traceStr() const override;

@@ -7,33 +7,49 @@
 #include "mox/KeyedHash.h"
 
 #include <algorithm>
+#include <compare>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace Naxel {
 
-/// Takes eight bytes for each piece that differs, and at most as many again meanwhile.
+/// Distinct pieces, and the sets that they lie in, counted for each piece.
+struct PieceCount {
+  size_t pieces = 0;
+  size_t memberships = 0;
+};
+
+/// Takes 16 bytes for each piece that differs, and at most as many again meanwhile.
 class PieceCounter {
  public:
-  void add(Mox::KeyedSetHash const& group) { add(group.value()); }
-  void add(uint64_t group) {
+  /// A piece that lies in `sets` many sets.
+  void add(uint64_t group, size_t sets) {
     if (seen_.size() == seen_.capacity()) settle();
-    seen_.push_back(group);
+    seen_.push_back({group, sets});
   }
-  /// Number of distinct pieces so far.
-  size_t distinct() {
+  void add(Mox::KeyedSetHash const& group, size_t sets) { add(group.value(), sets); }
+  /// Distinct pieces so far.
+  PieceCount distinct() {
     settle();
-    return seen_.size();
+    PieceCount count{seen_.size(), 0};
+    for (Piece const& p : seen_) count.memberships += p.sets;
+    return count;
   }
 
  private:
+  struct Piece {
+    uint64_t group;
+    uint64_t sets;
+    auto operator<=>(Piece const&) const = default;
+  };
   void settle() {
     std::sort(seen_.begin(), seen_.end());
     seen_.erase(std::unique(seen_.begin(), seen_.end()), seen_.end());
     if (seen_.size() * 2 > seen_.capacity()) seen_.reserve(seen_.size() * 2 + 1024);
   }
 
-  std::vector<uint64_t> seen_;
+  std::vector<Piece> seen_;
 };
 
 }  // namespace Naxel

@@ -60,19 +60,31 @@ void XformSmBase::doStartKick() {
   doUpdatePlainLabelMap();
   xformSetGroupDeduperIs()->settle();
   size_t const groups = xformSetGroupDeduper_->dedupedGenSetKeyGroup().size();
-  if (groups > groupLimit()) return doRefuse(groups);
+  if (groups > groupLimit()) return doRefuse({groups, 0});
   xformStatus_->outputUnusableIs(false);
   lastComputedKickTimeIs(config()->kickTime());
   doSetStatus(StageStatusType::finishedSuccess);
 }
 
-void XformSmBase::doRefuse(size_t needed) {
-  traceStep(0, "doStartKick") << ": Generated too many disjoint sets : " << groupLimit();
-  std::string reason = subject() + ": " + Mox::withCommas(needed) +
-                       " disjoint pieces needed, label width " + std::to_string(xformWidth()) +
-                       " has labels for " + Mox::withCommas(groupLimit());
+void XformSmBase::doRefuse(PieceCount const& needed) {
+  std::string reason = subject() + ": ";
+  if (needed.pieces > groupLimit()) {
+    traceStep(0, "doStartKick") << ": Generated too many disjoint sets : " << groupLimit();
+    reason += Mox::withCommas(needed.pieces) + " disjoint pieces needed, label width " +
+              std::to_string(xformWidth()) + " has labels for " + Mox::withCommas(groupLimit());
+  } else {
+    reason += Mox::withCommas(needed.memberships) + " labels needed by " +
+              Mox::withCommas(workingSet_->keyGroups()) + " lists that overlap in " +
+              Mox::withCommas(needed.pieces) + " disjoint pieces, at most " +
+              Mox::withCommas(membershipLimit_) + " are built";
+  }
   xformStatus_->unusableReasonIs(reason);
   doFail(std::move(reason));
+}
+
+void XformSmBase::membershipLimitIs(size_t v) {
+  membershipLimit_ = v;
+  doForget();
 }
 
 bool XformSmBase::hasWorkingSetChanged() {

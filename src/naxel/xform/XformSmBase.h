@@ -10,8 +10,9 @@
 ///          remembered before the work, so that a run that failed for too many pieces is followed,
 ///          on an unchanged input, by a skip; the output stays marked as unusable, and every later
 ///          stage refuses it.
-/// Fails    when there are more than 2^width - 1 distinct groups. Beyond that number they are only
-///          counted, so that the reason can say how many labels it would take.
+/// Fails    when there are more than 2^width - 1 distinct groups, or when the sets have more labels
+///          together than membershipLimit(). Beyond either they are only counted, so that the reason
+///          can say how many it would take.
 /// Off      where the chip gives the transform no width; then nothing is published.
 /// Order    groups are numbered in the natural order of the items: plain labels depend on the
 ///          content of the sets alone, not on earlier kicks.
@@ -25,6 +26,7 @@
 #include "naxel/genset/NaxelDedup.h"
 #include "naxel/loader/HwCapability.h"
 #include "naxel/xform/NaxelXformTypes.h"
+#include "naxel/xform/PieceCounter.h"
 
 namespace Naxel {
 
@@ -51,13 +53,19 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
   Mox::Seconds lastComputedKickTime() const { return lastComputedKickTime_; }
   void lastComputedKickTimeIs(Mox::Seconds v) { lastComputedKickTime_ = v; }
 
+  /// Most labels that the sets may have together, about 20 bytes each: few lists that each leave out
+  /// something else of the same whole would take memory with the square of their number.
+  size_t membershipLimit() const { return membershipLimit_; }
+  void membershipLimitIs(size_t v);
+
   void doStartKick() final;
   virtual void doBuildWorkingSet() {}
-  /// Computes the group of every elementary item, or sets overflow() once there are too many.
+  /// Computes the group of every elementary item, or sets overflow() once they are too many or too
+  /// large.
   virtual void doBuildSetGroup() {}
-  /// Number of distinct groups, found without keeping them. Called after an overflow, whose groups are
-  /// of no use any more.
-  virtual size_t doCountGroups() { return 0; }
+  /// Number and size of the distinct groups, found without keeping them. Called after an overflow,
+  /// whose groups are of no use any more.
+  virtual PieceCount doCountGroups() { return {}; }
   /// Gives the groups their labels and publishes the map from item to label.
   virtual void doAllocLabels() {}
   /// Bits of a label; 0 when the transform is not enabled on this chip.
@@ -104,7 +112,11 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
 
   /// Most distinct groups that the width of this run allows.
   size_t groupLimit() const { return groupLimit_; }
-  /// Set by doBuildSetGroup() where it stopped early because the limit is exceeded.
+  /// True where a run that has made these groups so far cannot come to an end within the limits.
+  bool isTooMuch(KeyGroupInterner const& made) const {
+    return made.size() > groupLimit_ || made.memberships() > membershipLimit_;
+  }
+  /// Set by doBuildSetGroup() where it stopped early because a limit is exceeded.
   void overflowIs(bool v) { overflow_ = v; }
   bool overflow() const { return overflow_; }
 
@@ -112,7 +124,7 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
 
  private:
   void handleInitialized();
-  void doRefuse(size_t needed);
+  void doRefuse(PieceCount const& needed);
 
   Mox::Ptr<ChipHwCapability const> hwCapability_;
   Mox::Ptr<GenSetKeyGroupDeduper> xformSetGroupDeduper_;
@@ -122,6 +134,7 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
   XformStatus* xformStatus_;
   uint32_t previousWidth_ = 0;
   size_t groupLimit_ = 0;
+  size_t membershipLimit_ = size_t{1} << 26;
   bool overflow_ = false;
 };
 NAXEL_EXPORT Mox::Ptr<XformSmBase> xformSmBaseFactory(
