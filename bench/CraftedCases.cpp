@@ -27,14 +27,15 @@ Prefixes drawHosts(size_t count, bool ofOneHash) {
   return out;
 }
 
-/// The source of a rule of its own at each index.
-class Sources {
+/// A rule of its own at each index.
+class Rules {
  public:
-  Naxel::IpPrefixList& operator[](uint32_t index) {
+  Naxel::RuleFilter& filter(uint32_t index) {
     auto const rule = acl_->ruleByNameIs(std::to_string(index));
     acl_->ruleByIdIs(Naxel::AceIndex(index), rule);
-    return *rule->ruleFilterIs()->sourceIs();
+    return *rule->ruleFilterIs();
   }
+  Naxel::IpPrefixList& source(uint32_t index) { return *filter(index).sourceIs(); }
   /// Seconds since it was made, those of a first kick over the rules included.
   double compileSeconds() {
     double const filled = threadSeconds() - start_;
@@ -50,31 +51,41 @@ class Sources {
 
 /// Seconds to write the prefixes into rules of that many each, and to compile them for the first time.
 double compileSeconds(Prefixes const& prefixes, size_t perRule) {
-  Sources sources;
+  Rules rules;
   for (size_t i = 0; i < prefixes.size(); ++i)
-    sources[static_cast<uint32_t>(i / perRule)].addrIs(prefixes[i]);
-  return sources.compileSeconds();
+    rules.source(static_cast<uint32_t>(i / perRule)).addrIs(prefixes[i]);
+  return rules.compileSeconds();
 }
 
-/// The same for lists that all have a half of the addresses in common, so that what lies in it is in all of
-/// them, and as many that name or except one host there, each together with one that all of them name.
-double nestedSeconds(uint32_t lists, bool excepting) {
-  Sources sources;
+/// The same for lists that all have half of the field in common, so that what lies in it is in all of them,
+/// and for what comes and goes there.
+enum class Nesting : uint8_t { hosts, exceptions, ports };
+double nestedSeconds(uint32_t lists, Nesting nesting) {
+  Rules rules;
   auto const host = [](uint32_t net, uint32_t i) {
     return Lumox::IpGenPrefix::v4(net << 24 | i, 32);
   };
-  for (uint32_t i = 0; i < lists; ++i) {
-    sources[i].addrIs(Lumox::IpGenPrefix::v4(0, 1));
-    sources[i].addrIs(host(200, i));
-    if (excepting) {
-      sources[lists + i].addrIs(host(201, i));
-      sources[lists + i].exceptAddrIs(host(10, i));
-    } else {
-      sources[i].addrIs(host(10, i));
-      sources[lists].addrIs(host(10, i));
+  for (uint32_t i = 0; i < lists; ++i) switch (nesting) {
+      case Nesting::hosts:  // each in a list of its own and all in one
+        rules.source(i).addrIs(Lumox::IpGenPrefix::v4(0, 1));
+        rules.source(i).addrIs(host(200, i));
+        rules.source(i).addrIs(host(10, i));
+        rules.source(lists).addrIs(host(10, i));
+        break;
+      case Nesting::exceptions:  // each of a list that has nothing there
+        rules.source(i).addrIs(Lumox::IpGenPrefix::v4(0, 1));
+        rules.source(i).addrIs(host(200, i));
+        rules.source(lists + i).addrIs(host(201, i));
+        rules.source(lists + i).exceptAddrIs(host(10, i));
+        break;
+      case Nesting::ports:  // every second one, in one list
+        rules.filter(i).dportRangeIs({0, 49999});
+        for (uint32_t bit = 0; bit < 15; ++bit)
+          if (i >> bit & 1) rules.filter(i).dportRangeIs({60000 + 2 * bit, 60000 + 2 * bit});
+        rules.filter(lists).dportRangeIs({2 * i, 2 * i});
+        break;
     }
-  }
-  return sources.compileSeconds();
+  return rules.compileSeconds();
 }
 
 /// Seconds to delete rules where they stand at no index: every one, from the first or the second on; else
@@ -122,11 +133,12 @@ void addCraftedCases() {
     addRatioCase(
         "crafted", set, size, [=] { return compile(true); }, [=] { return compile(false); });
   }
-  for (bool excepting : {false, true})
+  for (auto const& [set, nesting] : {std::pair("20k lists and one of 20k", Nesting::hosts),
+                                     std::pair("20k lists and exceptions", Nesting::exceptions),
+                                     std::pair("20k lists of ports and one", Nesting::ports)})
     addRatioCase(
-        "nested", excepting ? "20k lists and 20k exceptions" : "20k lists and one of 20k", 20000,
-        [=] { return nestedSeconds(20000, excepting); },
-        [=] { return 10 * nestedSeconds(2000, excepting); });
+        "nested", set, 20000, [=, n = nesting] { return nestedSeconds(20000, n); },
+        [=, n = nesting] { return 10 * nestedSeconds(2000, n); });
   for (auto const& [set, removal] : {std::pair("100k, the first", Removal::first),
                                      std::pair("100k, the second", Removal::second),
                                      std::pair("every tenth of 100k", Removal::everyTenth)})

@@ -5,6 +5,7 @@
 #include "naxel/xform/NaxelComboLabelSplitSm.h"
 #include "naxel/xform/NaxelPrefixXformSm.h"
 #include "naxel/xform/NaxelRangeSplitSm.h"
+#include "naxel/xform/PieceGroups.h"
 #include "support/Vocabulary.h"
 #include "support/World.h"
 
@@ -160,6 +161,35 @@ TEST(Transform, RangesAreCutAtTheirEnds) {
   EXPECT_FALSE(split->rangePointInfoHas(9));
   ASSERT_EQ(split->rangePointInfo().size(), 2u);
   EXPECT_EQ(split->rangePointInfo()[1].point(), 7u);
+}
+
+TEST(Transform, AChangedGroupHasTheKeysOfTheChange) {
+  ::Test::SeededDice dice(1);
+  for (uint64_t common : {0, 3, 64, 65, 200}) {
+    PieceGroups groups;
+    std::set<GenSetKey> keys;
+    std::map<std::set<GenSetKey>, GenSetKeyGroup const*> known;
+    for (uint64_t i = 0; i < common; ++i) keys.insert(GenSetKey(10 * i));
+    PieceGroup group = groups.changed({}, {keys.begin(), keys.end()}, {});
+    // Few keys come and go, so that most changes recur.
+    for (int step = 0; step < 300; ++step) {
+      PieceGroups::Keys more;
+      PieceGroups::Keys less;
+      for (uint64_t i = 0; i < 5; ++i) {
+        GenSetKey const key(i < 3 ? 10 * i + 5 : 10 * i);
+        if (dice.between(0, 3) > 0) continue;
+        (keys.contains(key) ? less : more).push_back(key);
+      }
+      std::ranges::sort(more);
+      std::ranges::sort(less);
+      for (GenSetKey key : more) keys.insert(key);
+      for (GenSetKey key : less) keys.erase(key);
+      group = groups.changed(group, more, less);
+      ASSERT_TRUE(std::ranges::equal(group.group->keyGroup(), keys)) << common;
+      ASSERT_EQ(known.try_emplace(keys, group.group.get()).first->second, group.group.get());
+    }
+    EXPECT_GT(known.size(), 20u);
+  }
 }
 
 TEST(Transform, TheReasonOfARefusalSaysHowMuchIsNeeded) {

@@ -1,6 +1,7 @@
 #include "naxel/xform/NaxelComboLabelSplitSm.h"
 
 #include "naxel/genset/FieldNames.h"
+#include "naxel/genset/KeyGroupInterner.h"
 
 #include <algorithm>
 #include <span>
@@ -137,7 +138,7 @@ void ComboLabelSplitSm::doBuildSetGroup() {
       if (!materialised[id]) materialised[id] = interner.intern(chains.keys(id));
       groups.emplace_back(GenCombo(src, PlainLabel(dst)), materialised[id]);
       // Beyond the limits the result is unusable anyway, and its size would have no bound.
-      if (isTooMuch(interner)) return overflowIs(true);
+      if (exceeds({interner.size(), interner.memberships()}, limit())) return overflowIs(true);
     }
     dsts.clear();
   }

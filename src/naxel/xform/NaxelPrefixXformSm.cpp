@@ -59,7 +59,7 @@ void NaxelPrefixXformSm::doBuildSetGroup() {
   UpdatePrefixSetListCallback callback(*this);
   trie_->preOrderWalk(root, callback);
   dump("*** PrefixSetLists updated ***");
-  interner_ = KeyGroupInterner();  // and with it the seeds
+  groups_ = PieceGroups();  // and with it the seeds
 }
 
 NaxelPrefixXformSm::GroupMap NaxelPrefixXformSm::groupsOf(Naming naming) {
@@ -71,7 +71,7 @@ NaxelPrefixXformSm::GroupMap NaxelPrefixXformSm::groupsOf(Naming naming) {
     keys.clear();
     for (size_t j = i; j < naming.size() && naming[j].first == naming[i].first; ++j)
       keys.push_back(naming[j].second);
-    groups.emplace_back(naming[i].first, interner_.intern(keys));
+    groups.emplace_back(naming[i].first, groups_.interner().intern(keys));
   }
   GroupMap map;
   map.adopt(std::move(groups));
@@ -90,11 +90,11 @@ void NaxelPrefixXformSm::nameAll(Naming& members, Naming& exceptions) const {
 
 void NaxelPrefixXformSm::doInitSetGroup() {
   traceStep(8, "doInitSetGroup");
-  interner_ = KeyGroupInterner();
+  groups_ = PieceGroups(limit());
   Naming members;
   Naming exceptions;
   nameAll(members, exceptions);
-  interner_.reserve(members.size());
+  groups_.interner().reserve(members.size());
   prefixToGenSetGrp_ = groupsOf(std::move(members));
   prefixToExceptGrp_ = groupsOf(std::move(exceptions));
 
@@ -102,7 +102,8 @@ void NaxelPrefixXformSm::doInitSetGroup() {
   if (prefixToExceptGrp_.empty()) return;
   std::vector<GroupMap::value_type> nodes(prefixToGenSetGrp_.items());
   for (auto const& [prefix, group] : prefixToExceptGrp_)
-    if (!prefixToGenSetGrp_.contains(prefix)) nodes.emplace_back(prefix, interner_.intern({}));
+    if (!prefixToGenSetGrp_.contains(prefix))
+      nodes.emplace_back(prefix, groups_.interner().intern({}));
   prefixToGenSetGrp_.adopt(std::move(nodes));
 }
 
@@ -180,10 +181,6 @@ void NaxelPrefixXformSm::doClearOutput() {
   status_->prefixToLabelMapIs({});
 }
 
-void PrefixGroupStep::placeWords(Mox::KeyedHash& h) const noexcept {
-  for (GenSetKeyGroup const* g : {base, more, less}) Mox::placeWords(h, g);
-}
-
 UpdatePrefixSetListCallback::UpdatePrefixSetListCallback(NaxelPrefixXformSm& sm) : sm_(sm) {
   if (sm_.prefixToExceptGrp_.empty()) return;
   std::vector<GenSetKey> keys = keysOf(sm_.prefixAggregatorInfo().prefixSetColl());
@@ -203,74 +200,32 @@ int UpdatePrefixSetListCallback::handlePrefix(Lumox::IpGenPrefix const& prefix) 
   if (auto line = sm_.traceStep(9, "handlePrefix"))
     line << " prefix " << prefix << " ...parent " << sm_.trie()->findParent(prefix);
   // The walk meets the prefixes in the order in which the groups stand.
-  Group& setList = sm_.prefixToGenSetGrp_.valueAt(at_);
+  Mox::Ptr<GenSetKeyGroup>& setList = sm_.prefixToGenSetGrp_.valueAt(at_);
   MOX_ASSERT(sm_.prefixToGenSetGrp_[at_].first == prefix && setList);
   ++at_;
 
   auto const* except = sm_.prefixToExceptGrp_.get(prefix);
-  GenSetKeyGroup* const here = except ? except->get() : nullptr;
+  GenSetKeyGroup const* const here = except ? except->get() : nullptr;
   exceptedBy(here, 1);
-  GenSetKeyGroup* const parent = path_.empty() ? nullptr : path_.back().group;
+  PieceGroup const none;
+  PieceGroup const& parent = path_.empty() ? none : path_.back().group;
   auto const isAbove = [&](GenSetKey key) {
-    return parent && std::ranges::binary_search(parent->keyGroup(), key);
+    return parent.group && std::ranges::binary_search(parent.group->keyGroup(), key);
   };
-  auto const isNew = [&](GenSetKey key) {
-    return !isAbove(key) && (excepting_.empty() || excepting_[places_.at(key)] == 0);
-  };
-  Step const step{parent, part(setList.get(), isNew), part(here, isAbove)};
+  more_.clear();
+  for (GenSetKey key : setList->keyGroup())
+    if (!isAbove(key) && (excepting_.empty() || excepting_[places_.at(key)] == 0))
+      more_.push_back(key);
+  less_.clear();
+  if (here) std::ranges::copy_if(here->keyGroup(), std::back_inserter(less_), isAbove);
   if (here)
     if (auto line = sm_.traceStep(9, "handlePrefix"))
-      line << (step.less ? " ......hit exceptPrefix" : " ......did not hit exceptPrefix");
-  setList = changed(step);
-  countGroup(setList);
-  path_.push_back({prefix, setList.get(), here});
-  return 1;
-}
-
-template <class F>
-GenSetKeyGroup* UpdatePrefixSetListCallback::part(GenSetKeyGroup* group, F holds) {
-  if (!group) return nullptr;
-  part_.clear();
-  std::ranges::copy_if(group->keyGroup(), std::back_inserter(part_), holds);
-  if (part_.empty()) return nullptr;
-  return part_.size() == group->keyGroups() ? group : sm_.interner_.intern(part_).get();
-}
-
-UpdatePrefixSetListCallback::Group UpdatePrefixSetListCallback::changed(Step const& step) {
-  static Keys const none;
-  auto const keysOf = [](GenSetKeyGroup const* g) -> Keys const& {
-    return g ? g->keyGroup().items() : none;
-  };
-  if (!step.more && !step.less) return step.base ? Group(step.base) : sm_.interner_.intern(none);
-  if (!step.base) return Group(step.more);
-  // A group that no other node has (the interner holds it, and this node) occurs in no other step.
-  bool const isRare = step.more && step.more->references() == 2;
-  if (!isRare)
-    if (Group const* known = known_.get(step)) return *known;
-  Keys const* base = &keysOf(step.base);
-  if (step.less) {
-    kept_.clear();
-    std::ranges::set_difference(*base, keysOf(step.less), std::back_inserter(kept_));
-    base = &kept_;
-  }
-  united_.clear();
-  std::ranges::set_union(*base, keysOf(step.more), std::back_inserter(united_));
-  Group group = sm_.interner_.intern(united_);
-  if (!isRare) known_.set(step, group);
-  return group;
-}
-
-void UpdatePrefixSetListCallback::countGroup(Group const& group) {
-  // Groups are interned, so the interner has made at least all that are in use.
-  if (!sm_.isTooMuch(sm_.interner_)) return;
-  auto const add = [&](GenSetKeyGroup const* g) {
-    if (distinct_.insert(g)) memberships_ += g->keyGroups();
-  };
-  if (distinct_.empty())
-    for (size_t i = 0; i < at_; ++i) add(sm_.prefixToGenSetGrp_[i].second.get());
-  add(group.get());
-  if (distinct_.size() > sm_.groupLimit() || memberships_ > sm_.membershipLimit())
+      line << (less_.empty() ? " ......did not hit exceptPrefix" : " ......hit exceptPrefix");
+  path_.push_back({prefix, sm_.groups_.changed(parent, more_, less_), here});
+  setList = path_.back().group.group;
+  if (sm_.groups_.isExceededBy(std::span(std::as_const(sm_.prefixToGenSetGrp_.items())).first(at_)))
     sm_.overflowIs(true);
+  return 1;
 }
 
 int DumpWalkCallback::handlePrefix(Lumox::IpGenPrefix const& prefix) {

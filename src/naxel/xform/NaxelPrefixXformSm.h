@@ -17,10 +17,10 @@
 /// Example: A = {10.0.0.0/8 except 10.1.0.0/16}, B = {10.1.2.0/24} gives the nodes 10.0.0.0/8 {A},
 /// 10.1.0.0/16 {} and 10.1.2.0/24 {B}.
 ///
-/// Cost: groups are interned, and what becomes of a parent's group by the sets that a node adds to it and
-/// takes from it is remembered by the pointers involved. So a node costs as much as the sets that name
-/// or except it; the size of its group, only where that is a new one.
+/// Cost: a node costs as much as the sets that name or except it (PieceGroups.h).
 
+#include "naxel/genset/KeyPlaces.h"
+#include "naxel/xform/PieceGroups.h"
 #include "naxel/xform/XformSmBase.h"
 #include "routing/TrieGen.h"
 
@@ -83,21 +83,11 @@ class NAXEL_EXPORT NaxelPrefixXformSm : public XformSmBase {
   Mox::Ptr<Routing::TrieGen> trie_;
   GroupMap prefixToGenSetGrp_;
   GroupMap prefixToExceptGrp_;  // the sets that except a prefix
-  KeyGroupInterner interner_;
+  PieceGroups groups_;
 };
 NAXEL_EXPORT Mox::Ptr<NaxelPrefixXformSm> naxelPrefixXformSmFactory(
     Obel::ChipId chipId, Mox::Ptr<PrefixXformConfig> config, Mox::Ptr<PrefixXformStatus> status,
     Mox::Ptr<ChipHwCapability const> hwCapability);
-
-/// A step of the walk, by the identity of the groups; null stands for the empty one. `base` has none of
-/// `more` and all of `less`, so that different steps from one base have different results.
-struct PrefixGroupStep {
-  GenSetKeyGroup* base = nullptr;
-  GenSetKeyGroup* more = nullptr;
-  GenSetKeyGroup* less = nullptr;
-  bool operator==(PrefixGroupStep const&) const = default;
-  void placeWords(Mox::KeyedHash& h) const noexcept;
-};
 
 /// Completes the groups; sees every parent before its children, in the order of the prefixes.
 class UpdatePrefixSetListCallback : public Routing::TrieGenWalkCallback {
@@ -106,34 +96,21 @@ class UpdatePrefixSetListCallback : public Routing::TrieGenWalkCallback {
   int handlePrefix(Lumox::IpGenPrefix const& prefix) override;
 
  private:
-  using Group = Mox::Ptr<GenSetKeyGroup>;
-  using Step = PrefixGroupStep;
-  using Keys = std::vector<GenSetKey>;
   /// A node on the path from the root to the present one.
   struct Ancestor {
     Lumox::IpGenPrefix prefix;
-    GenSetKeyGroup* group;
+    PieceGroup group;
     GenSetKeyGroup const* excepting;  // the sets that except it; null for none
   };
   void exceptedBy(GenSetKeyGroup const* sets, uint32_t by);
-  /// The group of those keys of `group` for which it holds; null for none.
-  template <class F>
-  GenSetKeyGroup* part(GenSetKeyGroup* group, F holds);
-  Group changed(Step const& step);
-  /// Counts the distinct groups once there may be too many of them.
-  void countGroup(Group const& group);
 
   NaxelPrefixXformSm& sm_;
   size_t at_ = 0;  // position of the present node among all prefixes
   std::vector<Ancestor> path_;
   KeyPlaces places_;                 // of all sets, if any excepts anything
   std::vector<uint32_t> excepting_;  // for each set how many nodes of the path it excepts
-  Mox::HashMap<Step, Group> known_;
-  Mox::HashSet<GenSetKeyGroup const*> distinct_;
-  size_t memberships_ = 0;  // in distinct_
-  Keys part_;
-  Keys kept_;
-  Keys united_;
+  PieceGroups::Keys more_;
+  PieceGroups::Keys less_;
 };
 
 /// Writes the trie and its groups to the trace.

@@ -3,35 +3,40 @@
 #include "mox/Assert.h"
 #include "naxel/genset/FieldNames.h"
 #include "naxel/types/NaxelTrace.h"
+#include "naxel/xform/PieceGroups.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Naxel {
 
 namespace {
 
-/// The sets that are active at the position of the sweep.
-class ActiveSets {
+/// The sets that become active and those that cease to be, since the last element.
+class Changes {
  public:
-  bool empty() const { return keys_.empty(); }
-  size_t keyGroups() const { return keys_.size(); }
   void add(std::span<GenSetKey const> keys) {
-    auto const old = static_cast<std::ptrdiff_t>(keys_.size());
-    keys_.insert(keys_.end(), keys.begin(), keys.end());
-    std::inplace_merge(keys_.begin(), keys_.begin() + old, keys_.end());
-    for (GenSetKey key : keys) hash_.add(key);
+    for (GenSetKey key : keys) changes_.emplace_back(key, 1);
   }
   void remove(std::span<GenSetKey const> keys) {
-    std::erase_if(keys_, [&](GenSetKey key) { return std::ranges::binary_search(keys, key); });
-    for (GenSetKey key : keys) hash_.remove(key);
+    for (GenSetKey key : keys) changes_.emplace_back(key, -1);
   }
-  Mox::Ptr<GenSetKeyGroup> intern(KeyGroupInterner& interner) const {
-    return interner.intern(keys_, hash_);
+  /// What is left of them for each set, as `more` and `less`; then there are none.
+  void take(PieceGroups::Keys& more, PieceGroups::Keys& less) {
+    std::ranges::sort(changes_);
+    more.clear();
+    less.clear();
+    for (size_t from = 0, to = 0; from < changes_.size(); from = to) {
+      int sum = 0;
+      for (; to < changes_.size() && changes_[to].first == changes_[from].first; ++to)
+        sum += changes_[to].second;
+      if (sum != 0) (sum > 0 ? more : less).push_back(changes_[from].first);
+    }
+    changes_.clear();
   }
 
  private:
-  std::vector<GenSetKey> keys_;
-  Mox::KeyedSetHash hash_;
+  std::vector<std::pair<GenSetKey, int>> changes_;
 };
 
 }  // namespace
@@ -123,32 +128,41 @@ void RangeSplitSm::doBuildSetGroup() {
   traceStep(8, "doBuildSetGroup");
   doCreateRangePoints();
   rangeElemToGenSetGrpDelAll();
-  KeyGroupInterner interner;
-  ActiveSets currentGenSetKeyGrp;
-  uint32_t openStart = 0;  // may become 65536, behind the last point
+  PieceGroups groups(limit());
+  PieceGroup currentGenSetKeyGrp;  // of the last element
+  Changes since;
+  PieceGroups::Keys more;
+  PieceGroups::Keys less;
   auto const emit = [&](uint32_t first, uint32_t last) {
     if (auto line = traceStep(6, "doBuildSetGroup"))
       line << " Creating range: ( " << first << ", " << last << " )";
+    since.take(more, less);
+    currentGenSetKeyGrp = groups.changed(currentGenSetKeyGrp, more, less);
     rangeElemToGenSetGrpIs(RangeSetElem(static_cast<uint16_t>(first), static_cast<uint16_t>(last)),
-                           currentGenSetKeyGrp.intern(interner));
+                           currentGenSetKeyGrp.group);
   };
+  size_t active = 0;
+  uint32_t openStart = 0;  // may become 65536, behind the last point
   for (RangePointInfo const& p : rangePointInfo_) {
     uint32_t const point = p.point();
     if (auto line = traceStep(6, "doBuildSetGroup")) line << " RangePoint: " << point;
     if (!p.start().empty()) {
-      if (!currentGenSetKeyGrp.empty() && point > openStart) emit(openStart, point - 1);
+      if (active > 0 && point > openStart) emit(openStart, point - 1);
       openStart = point;
-      currentGenSetKeyGrp.add(p.start());
+      since.add(p.start());
+      active += p.start().size();
     }
     if (!p.end().empty()) {
-      if (!currentGenSetKeyGrp.empty() && point >= openStart) emit(openStart, point);
+      if (active > 0 && point >= openStart) emit(openStart, point);
       openStart = point + 1;
-      currentGenSetKeyGrp.remove(p.end());
+      since.remove(p.end());
+      active -= p.end().size();
     }
     // Beyond the limits the result is unusable anyway, and its size would have no bound.
-    if (isTooMuch(interner)) return overflowIs(true);
+    if (groups.isExceededBy(std::span(std::as_const(rangeElemToGenSetGrp_.items()))))
+      return overflowIs(true);
   }
-  MOX_ASSERT_TEXT(currentGenSetKeyGrp.keyGroups() == 0, "currentGenSetKeyGrp->keyGroups() == 0");
+  MOX_ASSERT_TEXT(active == 0, "currentGenSetKeyGrp->keyGroups() == 0");
 }
 
 PieceCount RangeSplitSm::doCountGroups() {

@@ -15,8 +15,7 @@
 /// or not: without that the end of the first would deactivate the second. Ranges that only touch
 /// stay apart.
 ///
-/// Cost: the active sets are one sorted array with a hash that is updated as sets come and go; its
-/// content is copied only for a group that has not occurred before.
+/// Cost: between two elements only the sets count that come and go (PieceGroups.h).
 
 #include "naxel/xform/XformSmBase.h"
 

@@ -20,6 +20,11 @@ struct PieceCount {
   size_t memberships = 0;
 };
 
+/// Whether either is more than allowed.
+inline bool exceeds(PieceCount const& needed, PieceCount const& limit) {
+  return needed.pieces > limit.pieces || needed.memberships > limit.memberships;
+}
+
 /// Takes 16 bytes for each piece that differs, and at most as many again meanwhile.
 class PieceCounter {
  public:

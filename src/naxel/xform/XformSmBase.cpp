@@ -60,7 +60,7 @@ void XformSmBase::doStartKick() {
   doUpdatePlainLabelMap();
   xformSetGroupDeduperIs()->settle();
   size_t const groups = xformSetGroupDeduper_->dedupedGenSetKeyGroup().size();
-  if (groups > groupLimit()) return doRefuse({groups, 0});
+  if (groups > groupLimit_) return doRefuse({groups, 0});
   xformStatus_->outputUnusableIs(false);
   lastComputedKickTimeIs(config()->kickTime());
   doSetStatus(StageStatusType::finishedSuccess);
@@ -68,10 +68,10 @@ void XformSmBase::doStartKick() {
 
 void XformSmBase::doRefuse(PieceCount const& needed) {
   std::string reason = subject() + ": ";
-  if (needed.pieces > groupLimit()) {
-    traceStep(0, "doStartKick") << ": Generated too many disjoint sets : " << groupLimit();
+  if (needed.pieces > groupLimit_) {
+    traceStep(0, "doStartKick") << ": Generated too many disjoint sets : " << groupLimit_;
     reason += Mox::withCommas(needed.pieces) + " disjoint pieces needed, label width " +
-              std::to_string(xformWidth()) + " has labels for " + Mox::withCommas(groupLimit());
+              std::to_string(xformWidth()) + " has labels for " + Mox::withCommas(groupLimit_);
   } else {
     reason += Mox::withCommas(needed.memberships) + " labels needed by " +
               Mox::withCommas(workingSet_->keyGroups()) + " lists that overlap in " +

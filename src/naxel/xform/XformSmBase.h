@@ -21,7 +21,6 @@
 
 #include "mox/Trace.h"
 #include "naxel/control/StageSm.h"
-#include "naxel/genset/KeyGroupInterner.h"
 #include "naxel/genset/KeyPlaces.h"
 #include "naxel/genset/NaxelDedup.h"
 #include "naxel/loader/HwCapability.h"
@@ -110,12 +109,8 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
     return labels;
   }
 
-  /// Most distinct groups that the width of this run allows.
-  size_t groupLimit() const { return groupLimit_; }
-  /// True where a run that has made these groups so far cannot come to an end within the limits.
-  bool isTooMuch(KeyGroupInterner const& made) const {
-    return made.size() > groupLimit_ || made.memberships() > membershipLimit_;
-  }
+  /// The most distinct groups, and sets in them, of a run.
+  PieceCount limit() const { return {groupLimit_, membershipLimit_}; }
   /// Set by doBuildSetGroup() where it stopped early because a limit is exceeded.
   void overflowIs(bool v) { overflow_ = v; }
   bool overflow() const { return overflow_; }
