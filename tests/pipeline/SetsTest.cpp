@@ -112,6 +112,19 @@ TEST(Sets, EqualContentIsEqualWhateverItsOrderAndKey) {
   expectSame(group({1, 4}), group({2, 3}), false);
   EXPECT_FALSE(rangeSet(1, {})->isEqual(comboSet(1, {})));
   EXPECT_FALSE(group({})->isEqual(rangeSet(1, {})));
+  // A record whose list has gone equals none, itself included.
+  auto const list = makePtr<IpPrefixList>();
+  auto const record = prefixListDedupFactory(list);
+  auto const gone = prefixListDedupFactory(nullptr);
+  expectSame(record, prefixListDedupFactory(list->copy()), true);
+  EXPECT_FALSE(record->isEqual(gone) || gone->isEqual(record) || gone->isEqual(gone));
+  EXPECT_FALSE(record->isEqual(group({})) || record->isEqual(nullptr));
+  EXPECT_EQ(gone->hash() + gone->place(), 0u);
+  EXPECT_FALSE(list->isEqual(Mox::Ptr<Dedupable const>(group({}))));
+
+  AclGenSetIpRuleList rules("a", Lumox::ipv4());
+  auto const rule = rules.genSetIpRuleIs("r");
+  EXPECT_EQ(rules.genSetIpRuleIs("r"), rule);
 
   auto const a = group<RangeSetKeyGroup>({1, 2});
   auto const b = group<RangeSetKeyGroup>({2, 1});

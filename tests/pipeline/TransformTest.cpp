@@ -125,6 +125,12 @@ TEST(Transform, PrefixesAreCutAlongTheirTree) {
   EXPECT_EQ(prefixPieces(v6, {Lumox::ipv6(), true}),
             "::/0=1 2001:db8::/32=2 2001:db8::1/128=3 | A:1 B:3");
   EXPECT_TRUE(v6.root->prefixXformStatus({Lumox::ipv4(), true})->prefixToLabelMap().empty());
+  auto const sm = v6.root->prefixXformSm({Lumox::ipv6(), true});
+  EXPECT_FALSE(sm->prefixToGenSetGrp(Mox::valueFromText<IpGenPrefix>("2001::/16")));
+  auto const trie = sm->trie();
+  EXPECT_EQ(sm->trieIs(trie->name(), Lumox::ipv6()), trie);
+  EXPECT_EQ(sm->trieIs("other", Lumox::ipv6())->size(), 0u);
+  EXPECT_EQ(sm->trieIs("other", Lumox::ipv4())->af(), Lumox::ipv4());
 }
 
 TEST(Transform, RangesAreCutAtTheirEnds) {
@@ -158,7 +164,9 @@ TEST(Transform, RangesAreCutAtTheirEnds) {
   EXPECT_EQ(split->rangePointInfoIs(5).start().size(), 1u);
   EXPECT_TRUE(split->rangePointInfoIs(7).start().empty());
   split->rangePointInfoDel(9);
+  split->rangePointInfoDel(6);
   EXPECT_FALSE(split->rangePointInfoHas(9));
+  EXPECT_FALSE(split->rangePointInfoHas(6));
   ASSERT_EQ(split->rangePointInfo().size(), 2u);
   EXPECT_EQ(split->rangePointInfo()[1].point(), 7u);
 }
@@ -265,6 +273,10 @@ TEST(Transform, EqualProductsAndRepeatedPairsShareOneCombination) {
   EXPECT_FALSE(comboOf("D"));
   EXPECT_EQ(status->genSetUsageInfo()->refCountValue(comboOf("A")), 3u);
   EXPECT_EQ(info->comboLabelSetColl().size(), 2u);
+  auto const split = w.root->comboLabelSplitSm(type);
+  for (auto const& [combo, label] : split->comboLabelStatus().comboToPlainLabelMap())
+    EXPECT_TRUE(split->comboLabelToGenSetGrpMap(combo));
+  EXPECT_FALSE(split->comboLabelToGenSetGrpMap(GenCombo(PlainLabel(99), PlainLabel(1))));
   GenSetKey const kept = comboOf("A");
   w.rules("b 1 A sport 1-20\n");
   w.kick();

@@ -287,10 +287,8 @@ void RuleExpanderSm::checkEntries(std::vector<Plan> const& plans) const {
             (*separator ? " for " : " entries needed for ") + ruleText(*c.acl, index, *rule);
     separator = ", ";
   }
-  text +=
-      "; " + Mox::withCommas(all) + " in all, at most " +
-      (all > limit ? Mox::withCommas(limit) : Mox::withCommas(indexSpace - 1) + " for one rule") +
-      " are made";
+  text += "; " + Mox::withCommas(all) + " in all, at most " +
+          Mox::withCommas(std::min(limit, indexSpace - 1)) + " are made";
   throw std::length_error(text);
 }
 
