@@ -239,6 +239,10 @@ void SimChip::rootUp(bool freshEntities) {
     rootStatus_ = Mox::makePtr<RootStatus>(chipId_);
   }
   stale_ = false;
+  GlobalAclControl const policy = pdConfig_->globalAclControl();
+  if (!ownPolicy_ && policy != GlobalAclControl::doNotApply &&
+      policy == pdStatus_->globalAclControl())
+    ownUnclear_ = true;
   root_ = naxelRootSmFactory(chipId_, capability_, rootConfig_, rootStatus_, acls_, params_,
                              pdConfig_, pdStatus_, wheel_);
   statusLast_ =
@@ -294,9 +298,10 @@ void SimChip::driverRestart(bool keepsAnswers, std::optional<GlobalAclControl> p
   if (policy) {
     ownPolicy_ = true;
     // What the status shows already tells the library nothing.
-    if (*policy != pdStatus_->globalAclControl())
+    if (*policy != pdStatus_->globalAclControl()) {
       ownDeny_ = root_ && policy == GlobalAclControl::denyAll;
-    ownLoaded_ = pdConfig_->pdResourceConfig().requestState() == RequestState::load;
+      ownLoaded_ = pdConfig_->pdResourceConfig().requestState() == RequestState::load;
+    }
     sinceLoad_ = !root_ || root_->loaderStatus()->status() != StageStatusType::inProgress;
   }
   buildDriver(options, true);
@@ -327,6 +332,7 @@ void SimChip::pdStatusReplace() {
       std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, pdStatus_.get(), nullptr);
   restarted_ = true;
   ownPolicy_ = false;
+  ownUnclear_ = pdConfig_->globalAclControl() != GlobalAclControl::doNotApply;
   buildDriver(options, true);
   rewiring_ = false;
 }
@@ -488,6 +494,7 @@ void SimChip::onRequest() {
       if (!restarted_ && !answered({ResponseState::hitless, ResponseState::hitful}))
         differ("load before every table has answered the acquire");
       inForce_.push_back(offered);
+      ownUnclear_ = false;
       return;
     case RequestState::revert: break;
   }
@@ -511,7 +518,7 @@ void SimChip::onPolicy() {
   if (policy == GlobalAclControl::doNotApply) return;
   if (policy == pdStatus_->globalAclControl()) return;  // a change of before is taken back
   if (policy != (permit_ ? GlobalAclControl::permitAll : GlobalAclControl::denyAll) &&
-      !(ownPolicy_ && policy == GlobalAclControl::denyAll))
+      !((ownPolicy_ || ownUnclear_) && policy == GlobalAclControl::denyAll))
     differ("another policy than the agent wants");
   ResourceStatus const answer = tableStatus(*pdStatus_, PDTable::aclEntries);
   if (!restarted_ &&
@@ -522,6 +529,8 @@ void SimChip::onPolicy() {
 void SimChip::onWrite(SoftChip::Write const& write) {
   ++figures_.writes;
   using Kind = SoftChip::Write::Kind;
+  if (write.kind == Kind::policyStatus && chip_->policy() == GlobalAclControl::doNotApply)
+    ownUnclear_ = false;
   if (write.kind == Kind::policyStatus && ownPolicy_) {
     GlobalAclControl const policy = chip_->policy();
     if (policy != GlobalAclControl::denyAll && std::exchange(ownDeny_, false) && !ownLoaded_)
@@ -666,7 +675,7 @@ void SimChip::checkFailure() {
     if (!restarted_ && !answered({ResponseState::reverted}))
       differ("failure before every table was reverted");
     // A lift that the pipeline of before has asked for may still be under way.
-    if (policy != ownPolicy_ && !(policy && !chip_->idle()))
+    if (policy != ownPolicy_ && !ownUnclear_ && !(policy && !chip_->idle()))
       differ("failure that leaves a policy, or lifts the driver's own");
     if (chip_->reservedFor() != 0) differ("failure while the chip keeps resources for a load");
     if (root_->loaderStatus()->lastFailedState().responseId() != lastId_)

@@ -157,9 +157,11 @@ class SimChip {
   uint64_t requestedAt_ = 0;
   bool awaited_ = false;  // a kick has been requested and has not been seen to end
   Mox::Seconds lastId_ = 0;
-  bool refused_ = false;        // the driver refused the present kick's acquire
-  bool stale_ = false;          // an entity has been replaced since the root was built
-  bool ownPolicy_ = false;      // the driver's own stands
+  bool refused_ = false;    // the driver refused the present kick's acquire
+  bool stale_ = false;      // an entity has been replaced since the root was built
+  bool ownPolicy_ = false;  // the driver's own stands
+  /// Or what stands may be an earlier pipeline's: one that takes over a pair cannot tell the two apart.
+  bool ownUnclear_ = false;
   bool ownDeny_ = false;        // it came under a pipeline, and denies
   bool ownLoaded_ = false;      // and an output has been loaded since
   bool sinceLoad_ = false;      // and came when the handshake was over

@@ -49,7 +49,9 @@ PolicyExchange::News PolicyExchange::handleReport() {
     return News::confirmed;
   }
   if (superseded_ == inForce) {
+    // And now the driver goes by what took its place.
     superseded_.reset();
+    outstanding_ = true;
     return News::late;
   }
   // It does not know of a change of ours any more.

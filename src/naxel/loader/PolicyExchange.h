@@ -71,7 +71,7 @@ class PolicyExchange {
   Mox::Ptr<PDConfig> config_;
   Mox::Ptr<PDStatus const> status_;
   bool permit_ = false;
-  bool outstanding_ = false;  // a change that this object has asked for is not confirmed
+  bool outstanding_ = false;  // a change that this object has asked for will be confirmed
   std::optional<GlobalAclControl> superseded_;  // a change that the one before it has asked for
   bool untilLoaded_ = false;
   bool down_ = false;
