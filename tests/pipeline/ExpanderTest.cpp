@@ -144,8 +144,8 @@ TEST(Expander, WhatCannotBeCompiledIsRefusedByName) {
 
 TEST(Expander, WhatMultipliesBeyondBoundsIsRefusedAndForgotten) {
   // 4100 labels on either side of a pair, and 2^71 raw entries: no two values of even parity join.
-  World labels, raw("a 10 r\na 20 s proto 6\na 30 t dport 1-65534");
-  auto const filter = raw.rule("a", "r")->ruleFilterIs();
+  World labels, unlabelled("a 10 r\na 20 s proto 6\na 30 t dport 1-65534");
+  auto const filter = unlabelled.rule("a", "r")->ruleFilterIs();
   for (uint32_t i = 0; i < 65536; ++i) {
     std::string const n = std::to_string(i);
     if (i < 4100) labels.rules("a " + n + " r" + n + " sport " + n + " dport " + n);
@@ -163,7 +163,7 @@ TEST(Expander, WhatMultipliesBeyondBoundsIsRefusedAndForgotten) {
   labels.capability->comboXformWidthIs(ComboLabelSetType::srcDstL4Port, 16);
   for (auto const& [world, reason] :
        {std::pair(&labels, "rule 5000 'all' of 'a' alone has 16,810,000"),
-        std::pair(&raw,
+        std::pair(&unlabelled,
                   "at least 18,446,744,073,709,551,615 entries needed for rule 10 'r' of 'a', "
                   "30 for rule 30 't' of 'a', 1 for rule 20 's' of 'a'")}) {
     EXPECT_EQ(world->kick(), NaxelProgress::naxelFinishedFail);
