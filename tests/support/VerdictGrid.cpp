@@ -267,20 +267,26 @@ class AclGrid {
                 Fill fill) const {
     uint8_t const width = layout_.combo[static_cast<size_t>(type)];
     bool const combined = labels && width > 0;
+    std::map<std::pair<Label, Label>, Label> combos;
+    if (combined)
+      for (auto const& e : data_.comboColl(type)->entry())
+        combos[{e.key().srcLabel().value(), e.key().dstLabel().value()}] = e.value().value();
+    std::map<Label, Class> passing;  // the entries that a label passes
     Axis axis;
     std::map<std::pair<std::vector<uint64_t>, Label>, size_t> seen;
     for (Class const& s : src)
       for (Class const& d : dst) {
         Label label;
         if (combined) {
-          for (auto const& e : data_.comboColl(type)->entry())
-            if (s.label == e.key().srcLabel().value() && d.label == e.key().dstLabel().value())
-              label = e.value().value();
-          if (!label) label = layout_.miss(width);
+          auto const known = combos.find({s.label, d.label});
+          label = known != combos.end() ? known->second : layout_.miss(width);
         }
-        Class c{std::vector<uint64_t>(words_), std::nullopt, s.example};
+        auto const [at, isNew] =
+            passing.try_emplace(label, Class{std::vector<uint64_t>(words_), std::nullopt, {}});
+        if (isNew) passEntries(at->second, field, label);
+        Class c = at->second;
+        c.example = s.example;
         fill(d.example, c.example);
-        passEntries(c, field, label);
         for (size_t w = 0; w < words_; ++w)
           c.bits[w] = (w < ruleWords_ ? ~uint64_t{0} : c.bits[w]) & s.bits[w] & d.bits[w];
         addClass(axis, seen, std::move(c));

@@ -101,13 +101,12 @@ Mox::Ptr<RuleConfig> AclConfig::ruleByNameIs(std::string const& name) {
 void AclConfig::ruleByNameDel(std::string const& name) {
   Mox::Ptr<RuleConfig> const rule = ruleByName(name);
   if (!rule) return;
-  std::string const kept = name;  // it may be the rule's own
   if (auto const* all = indexesOf().get(rule.get())) {
     auto const indexes = *all;
     for (AceIndex index : indexes) ruleByIdDel(index);
   }
   stamp_.renew();
-  itemDel(ruleByName_, kept, &Notifiee::onRuleByName);
+  itemDel(ruleByName_, rule->name(), &Notifiee::onRuleByName);  // `name` may be gone by now
 }
 
 void AclConfig::ruleByNameDelAll() {
