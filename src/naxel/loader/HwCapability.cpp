@@ -1,6 +1,8 @@
 #include "naxel/loader/HwCapability.h"
 
 #include <algorithm>
+#include <type_traits>
+#include <vector>
 
 namespace Naxel {
 
@@ -22,9 +24,10 @@ void ChipHwCapability::handleInitialized() {
 void ChipHwCapability::valuesIs(ChipHwCapability const& from) {
   if (hasValuesOf(from)) return;
   auto const takeOver = [](auto const& now, auto const& wanted, auto set, auto del) {
-    auto const before = now;
-    for (auto const& [key, width] : before)
-      if (!wanted.contains(key)) del(key);
+    std::vector<std::remove_cvref_t<decltype(now.begin()->first)>> gone;
+    for (auto const& [key, width] : now)
+      if (!wanted.contains(key)) gone.push_back(key);
+    for (auto const& key : gone) del(key);
     for (auto const& [key, width] : wanted) set(key, width);
   };
   takeOver(
