@@ -3,9 +3,9 @@
 /// as many: what grows with the square of its input shows in a ratio.
 
 #include "Cases.h"
-#include "ChipReader.h"
 #include "Pipeline.h"
-#include "softchip/Random.h"
+#include "input/ChipReader.h"
+#include "verify/Random.h"
 
 #include <functional>
 
@@ -17,7 +17,7 @@ using Prefixes = std::vector<Lumox::IpGenPrefix>;
 
 /// Host prefixes of IPv6, random ones or such that hash64() is the same for all.
 Prefixes drawHosts(size_t count, bool ofOneHash) {
-  SoftChip::Random random(count);
+  Verify::Random random(count);
   Prefixes out;
   for (size_t i = 0; i < count; ++i) {
     uint64_t const hi = random.next();

@@ -2,8 +2,8 @@
 /// single rule changed.
 
 #include "Cases.h"
-#include "ChipReader.h"
 #include "Pipeline.h"
+#include "input/ChipReader.h"
 
 namespace Bench {
 

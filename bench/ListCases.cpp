@@ -3,10 +3,10 @@
 /// ratio says something on any machine.
 
 #include "Cases.h"
-#include "ChipReader.h"
-#include "InputFile.h"
 #include "Pipeline.h"
-#include "softchip/Random.h"
+#include "input/ChipReader.h"
+#include "input/InputFile.h"
+#include "verify/Random.h"
 
 #include <algorithm>
 #include <set>
@@ -17,7 +17,7 @@ namespace Bench {
 namespace {
 
 using Naxel::NaxelActiveStage;
-using SoftChip::Random;
+using Verify::Random;
 
 Mox::Ptr<Naxel::RuleFilter> addRule(Naxel::AclConfig& acl, uint32_t index) {
   auto const rule = acl.ruleByNameIs("r" + std::to_string(index));

@@ -3,8 +3,8 @@
 
 #include "Apart.h"
 #include "Cases.h"
-#include "ChipReader.h"
 #include "Pipeline.h"
+#include "input/ChipReader.h"
 
 #include <cstdio>
 #include <fstream>

@@ -1,7 +1,7 @@
 #include "Report.h"
 
-#include "TextTable.h"
 #include "naxel/types/ControlEnums.h"
+#include "output/TextTable.h"
 
 #include <cmath>
 #include <iostream>

@@ -1,9 +1,9 @@
 #include "RuleSource.h"
 
-#include "ClassBenchReader.h"
-#include "Generate.h"
-#include "InputFile.h"
-#include "JsonConfigReader.h"
+#include "generate/Generate.h"
+#include "input/ClassBenchReader.h"
+#include "input/InputFile.h"
+#include "input/JsonConfigReader.h"
 
 #include <algorithm>
 #include <cstdlib>

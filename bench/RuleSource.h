@@ -3,7 +3,7 @@
 /// The rules that the benchmarks compile, as text from which a configuration can be built anew for
 /// every sample.
 
-#include "RuleSet.h"
+#include "input/RuleSet.h"
 
 #include <memory>
 #include <string>

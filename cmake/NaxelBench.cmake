@@ -18,7 +18,7 @@ naxel_own_target(bench_parts)
 # Only built when named: a build folder in which benchmarks were made serves the tests as well.
 function(add_bench_program target)
   add_executable(${target} EXCLUDE_FROM_ALL ${ARGN})
-  target_link_libraries(${target} PRIVATE bench_parts naxel_tool_core softchip naxel_objects)
+  target_link_libraries(${target} PRIVATE bench_parts naxel_tool_core softchip naxel_verify naxel_objects)
   naxel_own_target(${target})
 endfunction()
 

@@ -26,7 +26,7 @@ naxel_own_target(fuzz_parts)
 function(add_fuzz_program target)
   add_executable(${target} ${ARGN})
   target_link_libraries(${target} PRIVATE fuzz_parts $<TARGET_NAME_IF_EXISTS:test_support>
-    naxel_tool_core softchip naxel_objects)
+    naxel_tool_core softchip naxel_verify naxel_objects)
   naxel_own_target(${target})
 endfunction()
 

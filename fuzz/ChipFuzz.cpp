@@ -1,8 +1,8 @@
 /// Chip descriptions, and a few rules compiled for the chips that they describe.
 
-#include "ChipReader.h"
-#include "ClassBenchReader.h"
 #include "Readers.h"
+#include "input/ChipReader.h"
+#include "input/ClassBenchReader.h"
 
 using namespace NaxelTool;
 

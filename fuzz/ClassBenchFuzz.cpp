@@ -1,7 +1,7 @@
 /// ClassBench filter sets, read in both modes.
 
-#include "ClassBenchReader.h"
 #include "Readers.h"
+#include "input/ClassBenchReader.h"
 
 using namespace NaxelTool;
 

@@ -1,7 +1,7 @@
 /// Rule files as JSON.
 
-#include "JsonConfigReader.h"
 #include "Readers.h"
+#include "input/JsonConfigReader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   NaxelTool::RuleSet rules(Obel::ChipId(0));

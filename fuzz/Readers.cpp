@@ -1,12 +1,12 @@
 #include "Readers.h"
 
-#include "JsonConfigReader.h"
-#include "JsonDocument.h"
-#include "Session.h"
-#include "Summary.h"
-#include "TablesWriter.h"
-#include "Verify.h"
+#include "command/Verify.h"
+#include "input/JsonConfigReader.h"
+#include "input/JsonDocument.h"
 #include "naxel/types/NaxelTrace.h"
+#include "output/Summary.h"
+#include "output/TablesWriter.h"
+#include "session/Session.h"
 
 #include <algorithm>
 #include <sstream>

@@ -4,7 +4,7 @@
 /// InputError that is one line and names a place in the text.
 
 #include "Check.h"
-#include "Errors.h"
+#include "input/Errors.h"
 
 #include <string>
 

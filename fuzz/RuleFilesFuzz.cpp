@@ -1,9 +1,9 @@
 /// Rule files as they lie on the disk: plain or gzip, with or without a byte order mark, of a format
 /// that their first character tells.
 
-#include "InputFile.h"
 #include "Readers.h"
-#include "RuleFiles.h"
+#include "input/InputFile.h"
+#include "input/RuleFiles.h"
 
 #include <sstream>
 #include <sys/mman.h>

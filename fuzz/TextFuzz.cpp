@@ -2,8 +2,8 @@
 /// and read again as the equal value; where a value has only one form, the text itself must come back.
 
 #include "Check.h"
-#include "Classify.h"
-#include "RuleSet.h"
+#include "command/Classify.h"
+#include "input/RuleSet.h"
 #include "lumox/Ip6Addr.h"
 #include "naxel/expander/RuleExpanderTypes.h"
 #include "naxel/genset/NaxelAggregatorTypes.h"
@@ -89,7 +89,7 @@ void checkAddresses(std::string const& text) {
   if (takes([&] { prefix = NaxelTool::prefixFromText(text); }))
     Fuzz::expect(prefix == read<Lumox::IpGenPrefix>(text), "another prefix: " + text);
   // An address is a prefix without a length.
-  std::pair<Lumox::AddressFamily, SoftChip::Address> address;
+  std::pair<Lumox::AddressFamily, Verify::Address> address;
   if (!takes([&] { address = NaxelTool::addressFromText(text); })) return;
   bool const four = address.first == Lumox::ipv4();
   auto const host = read<Lumox::IpGenPrefix>(text + (four ? "/32" : "/128"));
@@ -106,7 +106,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
            Obel::ChipId>(text);
   checkAll<NaxelKickRequest, NaxelProgress, StageStatusType, NaxelActiveStage, NaxelActionType,
            RangeSetType, ComboLabelSetType, TcamFieldType, LoaderSmState, RequestState,
-           ResponseState, GlobalAclControl, SoftChip::Field, SoftChip::Table>(text);
+           ResponseState, GlobalAclControl, Verify::Field, SoftChip::Table>(text);
   checkAll<Range, L4PortRange, IcmpTypeRange, ProtoRange, LengthRange, FragmentRange, DscpRange>(
       text);
   checkAll<AceIndex, NaxelTrafficClass, NaxelActionValue, Constants>(text);

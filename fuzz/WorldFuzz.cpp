@@ -3,10 +3,10 @@
 
 #include "Check.h"
 #include "mox/Trace.h"
-#include "softchip/NaiveLookup.h"
 #include "support/VerdictGrid.h"
 #include "support/Vocabulary.h"
 #include "support/World.h"
+#include "verify/NaiveLookup.h"
 
 using namespace Naxel;
 
@@ -28,9 +28,9 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   // A packet is looked up in every entry.
   size_t const entries = tableEntries(world.tables(), PDTable::aclEntries);
   uint64_t const packets = 20000 / (1 + entries / 500);
-  for (auto miss : {SoftChip::MissYields::nothing, SoftChip::MissYields::highest}) {
-    auto const layout = SoftChip::KeyLayout::of(world.tables(), miss);
-    for (std::string const& breach : SoftChip::outputBreaches(world.tables(), layout))
+  for (auto miss : {Verify::MissYields::nothing, Verify::MissYields::highest}) {
+    auto const layout = Verify::KeyLayout::of(world.tables(), miss);
+    for (std::string const& breach : Verify::outputBreaches(world.tables(), layout))
       Fuzz::fail(breach);
     for (std::string const& difference :
          Test::compareVerdicts(*world.acls, world.tables(), layout, packets).differences)

@@ -6,12 +6,12 @@
 /// Without files: the sets of bench/RuleSource.h.
 
 #include "Apart.h"
-#include "ChipReader.h"
 #include "DpdkAcl.h"
 #include "Pipeline.h"
 #include "RuleSource.h"
-#include "TextTable.h"
+#include "input/ChipReader.h"
 #include "naxel/types/NaxelTrace.h"
+#include "output/TextTable.h"
 
 #include <algorithm>
 #include <cmath>

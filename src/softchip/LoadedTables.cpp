@@ -9,6 +9,9 @@ using Naxel::ComboLabelSetType;
 using Naxel::PDAclKey;
 using Naxel::PrefixXformKey;
 using Naxel::RangeSetType;
+using Verify::fieldOf;
+using Verify::Interval;
+using Verify::intervalOf;
 
 LoadedTables::LoadedTables(Mox::Ptr<Naxel::PDData const> data, KeyLayout const& layout)
     : data_(std::move(data)), layout_(layout) {

@@ -10,9 +10,9 @@
 /// one by one.
 
 #include "naxel/loader/PDData.h"
-#include "softchip/FirstMatchIndex.h"
-#include "softchip/MatchKey.h"
-#include "softchip/Packet.h"
+#include "verify/FirstMatchIndex.h"
+#include "verify/MatchKey.h"
+#include "verify/Packet.h"
 
 #include <array>
 #include <map>
@@ -20,6 +20,15 @@
 #include <vector>
 
 namespace SoftChip {
+
+using Verify::Address;
+using Verify::Field;
+using Verify::fieldCount;
+using Verify::FirstMatchIndex;
+using Verify::KeyLayout;
+using Verify::Labels;
+using Verify::Packet;
+using Verify::Verdict;
 
 /// Labels of the pieces of a number line. Each cut starts a piece that goes on to the next one.
 template <class Key>

@@ -1,6 +1,6 @@
 #include "softchip/SoftChip.h"
 
-#include "softchip/NaiveLookup.h"
+#include "verify/NaiveLookup.h"
 
 #include <algorithm>
 

@@ -37,6 +37,12 @@
 
 namespace SoftChip {
 
+using Verify::KeyLayout;
+using Verify::Labels;
+using Verify::MissYields;
+using Verify::Packet;
+using Verify::Verdict;
+
 enum class Pace : uint8_t { together, oneByOne };
 enum class AnswerOrder : uint8_t { standard, reversed, prefixTablesLast };
 /// Whether the table for TCP flags is answered for: in turn, behind every other answer, or not at

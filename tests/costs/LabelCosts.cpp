@@ -5,10 +5,10 @@
 /// Compiles each file for the default chip and prints, per field and in all, the sums of uses times
 /// value/mask pairs: the least, those of the two plain orders, and the one that was reached.
 
-#include "ChipReader.h"
-#include "InputFile.h"
-#include "RuleFiles.h"
-#include "Session.h"
+#include "input/ChipReader.h"
+#include "input/InputFile.h"
+#include "input/RuleFiles.h"
+#include "session/Session.h"
 #include "support/LabelSets.h"
 
 #include <cstdio>

@@ -1,17 +1,19 @@
 /// The driver's side of the handshake: requests written by hand, answers as the chip gives them.
 
-#include "Output.h"
-#include "softchip/NaiveLookup.h"
-#include "softchip/PacketSource.h"
-#include "softchip/RuleOracle.h"
 #include "softchip/SoftChip.h"
+#include "support/Output.h"
 #include "support/World.h"
+#include "verify/NaiveLookup.h"
+#include "verify/PacketSource.h"
+#include "verify/RuleOracle.h"
 
 #include <algorithm>
 
 #include <gtest/gtest.h>
 
 namespace SoftChip {
+
+using namespace Verify;
 namespace {
 
 using Naxel::GlobalAclControl;

@@ -1,10 +1,10 @@
 #include "support/SimChip.h"
 
-#include "softchip/NaiveLookup.h"
-#include "softchip/PacketSource.h"
-#include "softchip/RuleOracle.h"
 #include "support/AllocationFaults.h"
 #include "support/VerdictGrid.h"
+#include "verify/NaiveLookup.h"
+#include "verify/PacketSource.h"
+#include "verify/RuleOracle.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -12,9 +12,9 @@
 namespace Test {
 
 using namespace Naxel;
-using SoftChip::KeyLayout;
-using SoftChip::Packet;
-using SoftChip::Verdict;
+using Verify::KeyLayout;
+using Verify::Packet;
+using Verify::Verdict;
 
 Figures& Figures::operator+=(Figures const& more) {
   edits += more.edits;
@@ -59,7 +59,7 @@ bool isMistaken(AclConfigColl const& acls) {
             for (auto const& p : *prefixes) (p.af() == Lumox::ipv4() ? v4 : v6) = true;
       size_t type = 0;
       rule->ruleFilter()->forEachRangeColl([&](auto const& ranges) {
-        uint32_t const bound = SoftChip::fieldBound(allRangeSetTypes()[type++]);
+        uint32_t const bound = Verify::fieldBound(allRangeSetTypes()[type++]);
         for (auto const& r : ranges)
           range = range || r.rangeStart() > r.rangeEnd() || r.rangeEnd() > bound;
       });
@@ -442,7 +442,7 @@ void SimChip::drawProbes() {
   constexpr int perOutput = 5;
   probes_.clear();
   for (size_t i = outputs_.size() < 2 ? 0 : outputs_.size() - 2; i < outputs_.size(); ++i) {
-    SoftChip::PacketSource source(*outputs_[i].snapshot->acls, now_ + i);
+    Verify::PacketSource source(*outputs_[i].snapshot->acls, now_ + i);
     for (int n = 0; n < perOutput; ++n) {
       Packet const packet = source.next();
       for (auto const& [aclName, acl] : outputs_[i].snapshot->acls->acl())
@@ -454,8 +454,8 @@ void SimChip::drawProbes() {
     for (Output const& output : outputs_) {
       auto& rule = probe.rule[output.data.get()];
       auto const acl = output.snapshot->acls->acl(probe.key.aclName());
-      if (!acl || SoftChip::familyOf(*acl) != probe.key.af()) continue;
-      rule.first = SoftChip::firstMatch(*acl, probe.packet);
+      if (!acl || Verify::familyOf(*acl) != probe.key.af()) continue;
+      rule.first = Verify::firstMatch(*acl, probe.packet);
       if (rule.first) rule.second = acl->ruleById(*rule.first)->action();
     }
   }
@@ -563,8 +563,8 @@ void SimChip::onWrite(SoftChip::Write const& write) {
       right = std::any_of(inForce_.begin(), inForce_.end(), fits);
     }
     if (!right) {
-      differ("in flight, " + probe.key.aclName() + ": " + SoftChip::text(probe.packet) + " meets " +
-             SoftChip::text(verdict));
+      differ("in flight, " + probe.key.aclName() + ": " + Verify::text(probe.packet) + " meets " +
+             Verify::text(verdict));
       return;
     }
   }
@@ -615,8 +615,8 @@ void SimChip::checkSuccess() {
 
   if (isMistaken(*snapshot_->acls)) differ("success with rules that cannot be compiled");
   // The one reading of a miss in one kick, the other in the next.
-  KeyLayout const layout = KeyLayout::of(
-      *data, now_ % 2 ? SoftChip::MissYields::highest : SoftChip::MissYields::nothing);
+  KeyLayout const layout =
+      KeyLayout::of(*data, now_ % 2 ? Verify::MissYields::highest : Verify::MissYields::nothing);
   GridResult const grid = compareVerdicts(*snapshot_->acls, *data, layout, 3000, now_);
   figures_.packets += grid.packets;
   for (std::string const& d : grid.differences) differ(d + "\n" + dump(*data));

@@ -2,8 +2,8 @@
 
 #include "mox/Trace.h"
 #include "naxel/types/NaxelTrace.h"
-#include "softchip/RuleOracle.h"
 #include "support/AllocationFaults.h"
+#include "verify/RuleOracle.h"
 
 #include <algorithm>
 #include <stdexcept>

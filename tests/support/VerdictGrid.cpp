@@ -1,9 +1,9 @@
 #include "support/VerdictGrid.h"
 
-#include "softchip/AddressSet.h"
-#include "softchip/Packet.h"
-#include "softchip/Random.h"
-#include "softchip/RuleOracle.h"
+#include "verify/AddressSet.h"
+#include "verify/Packet.h"
+#include "verify/Random.h"
+#include "verify/RuleOracle.h"
 
 #include <algorithm>
 #include <bit>
@@ -13,11 +13,11 @@
 namespace Test {
 
 using namespace Naxel;
-using SoftChip::Address;
-using SoftChip::AddressSet;
-using SoftChip::Field;
-using SoftChip::KeyLayout;
-using SoftChip::Packet;
+using Verify::Address;
+using Verify::AddressSet;
+using Verify::Field;
+using Verify::KeyLayout;
+using Verify::Packet;
 using Label = std::optional<uint16_t>;
 
 namespace {
@@ -73,7 +73,7 @@ class AclGrid {
       return;
     }
     result_.complete = false;
-    SoftChip::Random random(seed);
+    Verify::Random random(seed);
     for (uint64_t i = 0; i < budget; ++i) {
       std::vector<uint64_t> bits(words_, ~uint64_t{0});
       for (size_t a = 0; a < axes_.size(); ++a) {
@@ -106,7 +106,7 @@ class AclGrid {
   /// Lets the entries through whose mask for a field is 0 or whose value agrees.
   void passEntries(Class& c, Field field, Label label) const {
     for (size_t i = 0; i < entries_.size(); ++i) {
-      auto const& match = SoftChip::fieldOf(*entries_[i].match, field);
+      auto const& match = Verify::fieldOf(*entries_[i].match, field);
       if (match.mask().value() == 0 || (label && match.matches(*label))) pass(c, ruleWords_, i);
     }
   }
@@ -117,18 +117,18 @@ class AclGrid {
 
   Axis addressAxis(bool source) const {
     auto const& table = *data_.pdPrefixXformEntryColl(PrefixXformKey(key_.af(), source));
-    unsigned const bits = SoftChip::addressBits(key_.af());
+    unsigned const bits = Verify::addressBits(key_.af());
     std::set<Address> cuts = {Address{}};
-    auto const cut = [&](SoftChip::Interval const& i) {
+    auto const cut = [&](Verify::Interval const& i) {
       cuts.insert(i.first);
-      cuts.insert(SoftChip::nextAddress(i.last & SoftChip::networkMask(bits), bits));
+      cuts.insert(Verify::nextAddress(i.last & Verify::networkMask(bits), bits));
     };
     for (Rule const& rule : rules_) {
       AddressSet const& list = source ? rule.source : rule.destination;
       for (auto const& i : list.addr()) cut(i);
       for (auto const& i : list.except()) cut(i);
     }
-    for (auto const& e : table.entry()) cut(SoftChip::intervalOf(e.key()));
+    for (auto const& e : table.entry()) cut(Verify::intervalOf(e.key()));
 
     Axis axis;
     std::map<std::pair<std::vector<uint64_t>, Label>, size_t> seen;
@@ -139,7 +139,7 @@ class AclGrid {
         if ((source ? rules_[r].source : rules_[r].destination).contains(a)) pass(c, 0, r);
       int longest = -1;
       for (auto const& e : table.entry())
-        if (SoftChip::intervalOf(e.key()).contains(a) && e.key().length() > longest) {
+        if (Verify::intervalOf(e.key()).contains(a) && e.key().length() > longest) {
           longest = e.key().length();
           c.label = e.value().value();
         }
@@ -152,7 +152,7 @@ class AclGrid {
 
   /// The values at which rules or entries can change their mind about a field.
   std::set<uint32_t> valueCuts(RangeSetType type) const {
-    uint32_t const bound = SoftChip::fieldBound(type);
+    uint32_t const bound = Verify::fieldBound(type);
     std::set<uint32_t> cuts = {0};
     auto const cut = [&](uint32_t first, uint32_t last) {
       cuts.insert(first);
@@ -164,7 +164,7 @@ class AclGrid {
       for (auto const& e : data_.rangeColl(type)->entry()) cut(e.key().first(), e.key().last());
     } else {
       for (Entry const& entry : entries_) {
-        auto const& match = SoftChip::fieldOf(*entry.match, SoftChip::fieldOf(type));
+        auto const& match = Verify::fieldOf(*entry.match, Verify::fieldOf(type));
         uint32_t const mask = match.mask().value();
         uint32_t const open = bound & ~mask;
         uint32_t const run = open & ~(open + 1);  // the open bits at the low end
@@ -208,7 +208,7 @@ class AclGrid {
         if (e.key().first() <= v && v <= e.key().last()) c.label = e.value().value();
       if (!c.label) c.label = layout_.miss(layout_.range[static_cast<size_t>(type)]);
     }
-    passEntries(c, SoftChip::fieldOf(type), c.label);
+    passEntries(c, Verify::fieldOf(type), c.label);
     return c;
   }
 
@@ -319,7 +319,7 @@ class AclGrid {
     if (right || result_.differences.size() >= mostDifferences) return;
     auto const name = [](AceIndex i) { return "rule " + std::to_string(i.value()); };
     result_.differences.push_back(
-        key_.aclName() + ": " + SoftChip::text(examplePacket()) + ": rules say " +
+        key_.aclName() + ": " + Verify::text(examplePacket()) + ": rules say " +
         (rule < rules_.size() ? name(rules_[rule].index) : "none") + ", tables say " +
         (entry < entries_.size() ? name(entries_[entry].rule) : "none"));
   }
@@ -374,7 +374,7 @@ GridResult compareVerdicts(AclConfigColl const& acls, PDData const& data, KeyLay
                            uint64_t budget, uint64_t seed) {
   GridResult result;
   for (auto const& [name, acl] : acls.acl()) {
-    auto const out = data.pdAclColl()->pdAcl(PDAclKey(SoftChip::familyOf(*acl), name));
+    auto const out = data.pdAclColl()->pdAcl(PDAclKey(Verify::familyOf(*acl), name));
     if (!out) {
       result.differences.push_back(name + ": the ACL is missing");
       continue;

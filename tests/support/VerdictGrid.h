@@ -14,7 +14,7 @@
 
 #include "naxel/loader/PDData.h"
 #include "naxel/types/AclConfig.h"
-#include "softchip/MatchKey.h"
+#include "verify/MatchKey.h"
 
 #include <string>
 #include <vector>
@@ -33,6 +33,6 @@ struct GridResult {
 /// Compares all ACLs of the configuration and the output: the same ACLs, rules, order and actions,
 /// and for every class of packets the same verdict. At most `budget` packets per ACL.
 GridResult compareVerdicts(Naxel::AclConfigColl const& acls, Naxel::PDData const& data,
-                           SoftChip::KeyLayout const& layout, uint64_t budget, uint64_t seed = 1);
+                           Verify::KeyLayout const& layout, uint64_t budget, uint64_t seed = 1);
 
 }  // namespace Test

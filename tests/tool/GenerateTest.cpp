@@ -1,13 +1,13 @@
 // The generator: what it makes can be read, compiled and verified, looks like what it is meant to look
 // like, and is the same everywhere.
 
-#include "ClassBenchReader.h"
-#include "Generate.h"
-#include "Intervals.h"
-#include "JsonConfigReader.h"
-#include "Session.h"
-#include "Verify.h"
+#include "command/Verify.h"
+#include "generate/Generate.h"
+#include "input/ClassBenchReader.h"
+#include "input/Intervals.h"
+#include "input/JsonConfigReader.h"
 #include "mox/Hash.h"
+#include "session/Session.h"
 
 #include <set>
 #include <sstream>

@@ -1,8 +1,8 @@
 // Sizes of minimal prefix covers and of cross products.
 
-#include "CrossProduct.h"
-#include "Intervals.h"
-#include "JsonConfigReader.h"
+#include "input/Intervals.h"
+#include "input/JsonConfigReader.h"
+#include "output/CrossProduct.h"
 
 #include <random>
 

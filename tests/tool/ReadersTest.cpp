@@ -1,8 +1,8 @@
 // What the readers make of rule files, and the errors they report.
 
-#include "ChipReader.h"
-#include "ClassBenchReader.h"
-#include "JsonConfigReader.h"
+#include "input/ChipReader.h"
+#include "input/ClassBenchReader.h"
+#include "input/JsonConfigReader.h"
 
 #include <sstream>
 
@@ -313,7 +313,7 @@ TEST(Chip, ReadsWidthsAndBehaviour) {
   EXPECT_TRUE(o.forceHitful);
   EXPECT_EQ(o.refuseTable, SoftChip::Table::icmp);
   EXPECT_EQ(o.refuseAcquires, 5u);
-  EXPECT_EQ(o.missYields, SoftChip::MissYields::highest);
+  EXPECT_EQ(o.missYields, Verify::MissYields::highest);
 }
 
 TEST(Chip, ReportsWhatIsWrongAndWhere) {

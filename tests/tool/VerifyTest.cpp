@@ -1,8 +1,8 @@
 // That verification notices when tables and rules differ: the rules are changed behind a finished kick.
 
-#include "Classify.h"
-#include "JsonConfigReader.h"
-#include "Verify.h"
+#include "command/Classify.h"
+#include "command/Verify.h"
+#include "input/JsonConfigReader.h"
 
 #include <functional>
 #include <sstream>
@@ -69,7 +69,7 @@ TEST(Classify, SaysWhereTablesAndRulesDiffer) {
   Session session(defaultChip(), rules.acls());
   ASSERT_TRUE(session.kick());
   rules.acls()->acl("a")->ruleByIdDel(Naxel::AceIndex(10));
-  SoftChip::Packet packet;
+  Verify::Packet packet;
   packet.dport = 80;
   std::ostringstream out;
   EXPECT_FALSE(classify(session, packet, "", out));

@@ -7,10 +7,10 @@
 
 #include "mox/Trace.h"
 #include "softchip/LoadedTables.h"
-#include "softchip/NaiveLookup.h"
-#include "softchip/RuleOracle.h"
 #include "support/VerdictGrid.h"
 #include "support/World.h"
+#include "verify/NaiveLookup.h"
+#include "verify/RuleOracle.h"
 
 #include <cstdlib>
 #include <set>
@@ -21,7 +21,7 @@ namespace Test {
 namespace {
 
 using namespace Naxel;
-using SoftChip::KeyLayout;
+using Verify::KeyLayout;
 
 uint64_t every(uint64_t ofSuite) {
   char const* const n = std::getenv("NAXEL_EVERY");
@@ -98,8 +98,7 @@ class Universe {
       ASSERT_EQ(success, must.value_or(success)) << rules << world->failureText();
       if (!success) continue;
       ++successes;
-      for (SoftChip::MissYields miss :
-           {SoftChip::MissYields::nothing, SoftChip::MissYields::highest}) {
+      for (Verify::MissYields miss : {Verify::MissYields::nothing, Verify::MissYields::highest}) {
         KeyLayout const layout = KeyLayout::of(world->tables(), miss);
         GridResult const grid = compareVerdicts(*acls_, world->tables(), layout, ~uint64_t{0} / 2);
         packets += grid.packets;
@@ -123,15 +122,15 @@ class Universe {
       for (uint64_t dst = 0; dst < 4; ++dst)
         for (uint16_t sport = 0; sport < 5; ++sport)
           for (uint16_t dport = 0; dport < 5; ++dport) {
-            SoftChip::Packet p;
+            Verify::Packet p;
             p.src = {src << 62, 0};
             p.dst = {dst << 62, 0};
             p.sport = sport;
             p.dport = dport;
-            auto const expected = SoftChip::firstMatch(*acl, p);
-            auto const naive = SoftChip::naiveLookup(tables, layout, key, p);
+            auto const expected = Verify::firstMatch(*acl, p);
+            auto const naive = Verify::naiveLookup(tables, layout, key, p);
             ASSERT_EQ(naive, loaded.lookup(key, p)) << p;
-            ASSERT_EQ(naive.kind == SoftChip::Verdict::Kind::rule, expected.has_value()) << p;
+            ASSERT_EQ(naive.kind == Verify::Verdict::Kind::rule, expected.has_value()) << p;
             ASSERT_EQ(naive.rule, expected.value_or(naive.rule)) << p;
           }
   }
@@ -168,7 +167,7 @@ std::optional<bool> fit(size_t pieces, uint8_t width, size_t spare) {
 std::function<bool(unsigned)> listPredicate(std::string const& text) {
   auto const filter = Mox::makePtr<RuleConfig>("r");
   fillFilter(*filter, "src " + text);
-  auto const set = SoftChip::AddressSet(filter->ruleFilter()->source().get(), Lumox::ipv4());
+  auto const set = Verify::AddressSet(filter->ruleFilter()->source().get(), Lumox::ipv4());
   return [set](unsigned point) { return set.contains({uint64_t{point} << 62, 0}); };
 }
 std::function<bool(unsigned)> rangePredicate(std::string const& text) {

@@ -1,16 +1,16 @@
 /// naxel: compiles rule files into the tables of a chip in software, and shows, checks and explains
 /// what came out.
 
-#include "Classify.h"
-#include "GenerateCommand.h"
-#include "InputFile.h"
-#include "OutputFile.h"
-#include "RuleFiles.h"
-#include "Session.h"
-#include "Summary.h"
-#include "TablesWriter.h"
-#include "Verify.h"
+#include "command/Classify.h"
+#include "command/GenerateCommand.h"
+#include "command/Verify.h"
+#include "input/InputFile.h"
+#include "input/RuleFiles.h"
 #include "naxel/types/NaxelTrace.h"
+#include "output/OutputFile.h"
+#include "output/Summary.h"
+#include "output/TablesWriter.h"
+#include "session/Session.h"
 
 #include <iostream>
 
@@ -43,7 +43,7 @@ struct Classification {
   std::string acl;
   std::string src;
   std::string dst;
-  SoftChip::Packet packet;
+  Verify::Packet packet;
   std::vector<std::string> tcp;
 };
 
@@ -89,7 +89,7 @@ ExitCode run(Common const& common, Verification const& options) {
 }
 
 ExitCode run(Common const& common, Classification const& options) {
-  SoftChip::Packet packet = options.packet;
+  Verify::Packet packet = options.packet;
   std::tie(packet.af, packet.src) = addressFromText(options.src);
   auto const [af, dst] = addressFromText(options.dst);
   if (af != packet.af) throw std::invalid_argument("the addresses are of different families");
@@ -127,14 +127,14 @@ void addCommon(CLI::App& command, Common& to) {
   command.add_option("rules", to.rules, "Rule files")->required()->type_name("RULES");
 }
 
-void addField(CLI::App& command, std::string const& name, SoftChip::Packet& packet,
+void addField(CLI::App& command, std::string const& name, Verify::Packet& packet,
               Naxel::RangeSetType type) {
   command
       .add_option_function<uint32_t>(
           name,
           [&packet, type](uint32_t const& v) { packet.valueIs(type, static_cast<uint16_t>(v)); },
           Naxel::stringValue(type) + " of the packet")
-      ->check(CLI::Range(0u, unsigned{SoftChip::fieldBound(type)}))
+      ->check(CLI::Range(0u, unsigned{Verify::fieldBound(type)}))
       ->type_name("NUMBER");
 }
 

@@ -1,6 +1,7 @@
 #include "naxel/expander/NaxelRuleExpanderSm.h"
 
 #include "mox/Assert.h"
+#include "mox/Bounded.h"
 #include "naxel/types/NaxelTrace.h"
 
 #include <algorithm>
@@ -15,15 +16,6 @@ namespace {
 constexpr uint64_t indexSpace = std::numeric_limits<uint32_t>::max();
 /// So many of the stamps are about other things than the pairs of the sets.
 constexpr std::ptrdiff_t otherStamps = 2;
-constexpr uint64_t beyondCounting = std::numeric_limits<uint64_t>::max();
-
-/// Neither wraps round.
-uint64_t boundedSum(uint64_t a, uint64_t b) {
-  return a > beyondCounting - b ? beyondCounting : a + b;
-}
-uint64_t boundedProduct(uint64_t a, uint64_t b) {
-  return b != 0 && a > beyondCounting / b ? beyondCounting : a * b;
-}
 
 /// The field that each range type is matched in, by type.
 constexpr TcamFieldType rangeFields[] = {
@@ -188,7 +180,7 @@ uint64_t RuleExpanderSm::Recipes::entriesOf(size_t rule) const {
   if (rules[rule].matchesNothing) return 0;
   uint64_t entries = 1;
   for (Factor const& f : factorsOf(rule))
-    entries = boundedProduct(entries, f->encLabelAndMask().size());
+    entries = Mox::boundedProduct(entries, f->encLabelAndMask().size());
   return entries;
 }
 
@@ -271,7 +263,7 @@ void RuleExpanderSm::checkEntries(std::vector<Plan> const& plans) const {
   for (Plan const& plan : plans)
     for (size_t place = 0; place < plan.recipes.rules.size(); ++place) {
       uint64_t const entries = plan.recipes.entriesOf(place);
-      all = boundedSum(all, entries);
+      all = Mox::boundedSum(all, entries);
       if (costliest.size() == shown && entries <= costliest.back().entries) continue;
       auto const at =
           std::ranges::find_if(costliest, [&](Costly const& c) { return c.entries < entries; });

@@ -1,0 +1,49 @@
+#pragma once
+
+/// A packet as the chip's parser hands it on. A field that the packet lacks is 0.
+
+#include "naxel/genset/GenSetTypes.h"
+#include "verify/Address.h"
+
+#include <ostream>
+#include <string>
+
+namespace Verify {
+
+struct Packet {
+  static constexpr uint8_t protoTcp = 6;
+
+  Lumox::AddressFamily af = Lumox::ipv4();
+  Address src;
+  Address dst;
+  uint16_t sport = 0;
+  uint16_t dport = 0;
+  uint8_t icmpType = 0;
+  uint8_t proto = 0;
+  uint16_t length = 0;
+  uint16_t fragment = 0;
+  uint8_t dscp = 0;
+  bool syn = false;
+  bool ack = false;
+  bool rst = false;
+
+  /// Opens a connection: SYN without ACK, in TCP only.
+  bool tcpInit() const { return proto == protoTcp && syn && !ack; }
+  /// Belongs to an established connection: ACK or RST, in TCP only.
+  bool tcpEstablished() const { return proto == protoTcp && (ack || rst); }
+
+  /// The fields of numbers by their type; `type` is a real one.
+  uint16_t value(Naxel::RangeSetType type) const;
+  /// Stores the low bits that the field has.
+  void valueIs(Naxel::RangeSetType type, uint16_t v);
+};
+
+/// Largest value of a field.
+uint16_t fieldBound(Naxel::RangeSetType type);
+
+/// One line, for messages: "ipv4 10.0.0.1 > 10.0.0.2 proto 6 ports 1024 > 80 SYN ...". Fields that
+/// are 0 are left out behind the ports.
+std::string text(Packet const& packet);
+inline std::ostream& operator<<(std::ostream& out, Packet const& p) { return out << text(p); }
+
+}  // namespace Verify

@@ -1,0 +1,162 @@
+#include "verify/RuleOracle.h"
+
+#include <algorithm>
+
+namespace Verify {
+
+using Naxel::AceIndex;
+using Naxel::AclConfig;
+using Naxel::IpPrefixList;
+using Naxel::RangeSetType;
+using Naxel::RuleConfig;
+using Naxel::RuleFilter;
+
+namespace {
+
+std::optional<Lumox::AddressFamily> familyOf(Mox::Ptr<IpPrefixList> const& list) {
+  if (!list) return std::nullopt;
+  for (auto const& p : list->addr()) return p.af();
+  for (auto const& p : list->exceptAddr()) return p.af();
+  return std::nullopt;
+}
+
+bool anyContains(IpPrefixList::PrefixColl const& prefixes, Lumox::AddressFamily af, Address a) {
+  return std::any_of(prefixes.begin(), prefixes.end(), [&](Lumox::IpGenPrefix const& p) {
+    return p.af() == af && intervalOf(p).contains(a);
+  });
+}
+
+bool matches(Mox::Ptr<IpPrefixList> const& list, Lumox::AddressFamily af, Address a) {
+  return !list || (anyContains(list->addr(), af, a) && !anyContains(list->exceptAddr(), af, a));
+}
+
+}  // namespace
+
+Lumox::AddressFamily familyOf(AclConfig const& acl) {
+  if (acl.af()) return *acl.af();
+  for (auto const& [name, rule] : acl.ruleByName()) {
+    if (!rule->ruleFilter()) continue;
+    if (auto const af = familyOf(rule->ruleFilter()->source())) return *af;
+    if (auto const af = familyOf(rule->ruleFilter()->destination())) return *af;
+  }
+  return Lumox::ipv4();
+}
+
+bool matches(RuleFilter const& filter, Packet const& packet) {
+  if (!matches(filter.source(), packet.af, packet.src)) return false;
+  if (!matches(filter.destination(), packet.af, packet.dst)) return false;
+  if (filter.matchTcpInit() && !packet.tcpInit()) return false;
+  if (filter.matchTcpEstablished() && !packet.tcpEstablished()) return false;
+  bool allHold = true;
+  size_t type = 0;
+  filter.forEachRangeColl([&](auto const& ranges) {
+    uint32_t const v = packet.value(static_cast<RangeSetType>(type++));
+    bool holds = ranges.empty();
+    for (auto const& r : ranges) holds = holds || (r.rangeStart() <= v && v <= r.rangeEnd());
+    allHold = allHold && holds;
+  });
+  return allHold;
+}
+
+std::optional<AceIndex> firstMatch(AclConfig const& acl, Packet const& packet) {
+  if (packet.af != familyOf(acl)) return std::nullopt;
+  for (auto const& [index, rule] : acl.ruleById())
+    if (!rule->ruleFilter() || matches(*rule->ruleFilter(), packet)) return index;
+  return std::nullopt;
+}
+
+RuleOracle::RuleOracle(AclConfig const& acl) : af_(familyOf(acl)) {
+  rule_.reserve(acl.ruleById().size());
+  for (auto const& [index, rule] : acl.ruleById()) rule_.push_back(compile(index, *rule, af_));
+
+  index_ = FirstMatchIndex(rule_.size(), 10);
+  for (size_t i = 0; i < rule_.size(); ++i) {
+    indexList(0, i, rule_[i].source);
+    indexList(4, i, rule_[i].destination);
+    indexRange(8, i, rule_[i].range[static_cast<size_t>(RangeSetType::proto)], 0);
+    indexRange(9, i, rule_[i].range[static_cast<size_t>(RangeSetType::dstPort)], 8);
+  }
+  index_.finish();
+}
+
+std::optional<AceIndex> RuleOracle::firstMatch(Packet const& packet) const {
+  if (packet.af != af_) return std::nullopt;
+  uint16_t query[10];
+  auto const bytes = indexedBytes();
+  for (size_t i = 0; i < 4; ++i) {
+    query[i] = packet.src.byte(bytes[i]);
+    query[4 + i] = packet.dst.byte(bytes[i]);
+  }
+  query[8] = packet.proto;
+  query[9] = static_cast<uint16_t>(packet.dport >> 8);
+  size_t const item = index_.first(query, [&](size_t i) { return rule_[i].matches(packet); });
+  if (item == FirstMatchIndex::noItem) return std::nullopt;
+  return rule_[item].index;
+}
+
+/// IPv6 prefixes tell networks apart behind the bytes that all of them share.
+std::array<unsigned, 4> RuleOracle::indexedBytes() const {
+  if (af_ == Lumox::ipv4()) return {0, 1, 2, 3};
+  return {2, 3, 5, 7};
+}
+
+void RuleOracle::indexList(size_t dimension, size_t item, AddressSet const& list) {
+  for (unsigned byte : indexedBytes()) {
+    bool all = list.any();
+    for (Interval const& i : list.addr()) {
+      // Prefixes: the byte is fixed, free, or, where the prefix ends in it, a run of values.
+      uint8_t const first = i.first.byte(byte);
+      uint8_t const last = i.last.byte(byte);
+      if (first == 0 && last == 255) {
+        all = true;
+        break;
+      }
+      for (unsigned v = first; v <= last; ++v)
+        index_.allow(dimension, item, static_cast<uint8_t>(v));
+    }
+    if (all) index_.allowAll(dimension, item);
+    ++dimension;
+  }
+}
+
+void RuleOracle::indexRange(size_t dimension, size_t item, std::vector<Range> const& ranges,
+                            unsigned shift) {
+  if (ranges.empty()) return index_.allowAll(dimension, item);
+  for (Range const& r : ranges)
+    for (uint32_t v = r.first >> shift; v <= std::min(r.last >> shift, 255u); ++v)
+      index_.allow(dimension, item, static_cast<uint8_t>(v));
+}
+
+RuleOracle::Rule RuleOracle::compile(AceIndex index, RuleConfig const& rule,
+                                     Lumox::AddressFamily af) {
+  Rule out;
+  out.index = index;
+  if (!rule.ruleFilter()) return out;
+  RuleFilter const& filter = *rule.ruleFilter();
+  out.source = AddressSet(filter.source().get(), af);
+  out.destination = AddressSet(filter.destination().get(), af);
+  out.tcpInit = filter.matchTcpInit();
+  out.tcpEstablished = filter.matchTcpEstablished();
+  size_t type = 0;
+  filter.forEachRangeColl([&](auto const& ranges) {
+    for (auto const& r : ranges) out.range[type].push_back({r.rangeStart(), r.rangeEnd()});
+    ++type;
+  });
+  return out;
+}
+
+bool RuleOracle::Rule::matches(Packet const& packet) const {
+  if (!source.contains(packet.src) || !destination.contains(packet.dst)) return false;
+  if (tcpInit && !packet.tcpInit()) return false;
+  if (tcpEstablished && !packet.tcpEstablished()) return false;
+  for (size_t type = 0; type < range.size(); ++type) {
+    if (range[type].empty()) continue;
+    uint32_t const v = packet.value(static_cast<RangeSetType>(type));
+    if (std::none_of(range[type].begin(), range[type].end(),
+                     [&](Range const& r) { return r.first <= v && v <= r.last; }))
+      return false;
+  }
+  return true;
+}
+
+}  // namespace Verify

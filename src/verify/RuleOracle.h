@@ -1,0 +1,68 @@
+#pragma once
+
+/// Which rule of an ACL a packet ought to hit, straight from the configuration. This is the
+/// reference that the chip's tables are held against; it shares nothing with the code that compiles
+/// them.
+
+#include "naxel/types/AclConfig.h"
+#include "verify/AddressSet.h"
+#include "verify/FirstMatchIndex.h"
+#include "verify/Packet.h"
+
+#include <array>
+#include <optional>
+#include <vector>
+
+namespace Verify {
+
+/// The family of an ACL: the configured one, else that of a prefix in any of its rules, else IPv4.
+Lumox::AddressFamily familyOf(Naxel::AclConfig const& acl);
+
+/// True if the packet fulfils every constraint of the filter. Reads the entities as they are; slow.
+bool matches(Naxel::RuleFilter const& filter, Packet const& packet);
+
+/// The first rule of the ACL that matches; none for a packet of the other family. Reads the
+/// entities as they are; for many packets use a RuleOracle.
+std::optional<Naxel::AceIndex> firstMatch(Naxel::AclConfig const& acl, Packet const& packet);
+
+/// The same over a copy of the rules, for many packets against many rules.
+///
+/// Every rule is checked constraint by constraint, as above. Which rules are checked at all is cut
+/// down by a few bytes of the packet: four of each address, the protocol and the high byte of the
+/// destination port. A rule is passed over only if none of its prefixes or ranges has that byte.
+class RuleOracle {
+ public:
+  /// Copies what it needs; later changes of `acl` go unnoticed.
+  explicit RuleOracle(Naxel::AclConfig const& acl);
+
+  Lumox::AddressFamily af() const { return af_; }
+  size_t rules() const { return rule_.size(); }
+  std::optional<Naxel::AceIndex> firstMatch(Packet const& packet) const;
+
+ private:
+  struct Range {
+    uint32_t first;
+    uint32_t last;
+  };
+  struct Rule {
+    Naxel::AceIndex index;
+    AddressSet source;
+    AddressSet destination;
+    std::array<std::vector<Range>, 7> range;
+    bool tcpInit = false;
+    bool tcpEstablished = false;
+    bool matches(Packet const& packet) const;
+  };
+
+  static Rule compile(Naxel::AceIndex index, Naxel::RuleConfig const& rule,
+                      Lumox::AddressFamily af);
+  std::array<unsigned, 4> indexedBytes() const;
+  void indexList(size_t dimension, size_t item, AddressSet const& list);
+  void indexRange(size_t dimension, size_t item, std::vector<Range> const& ranges, unsigned shift);
+
+  Lumox::AddressFamily af_;
+  std::vector<Rule> rule_;
+  FirstMatchIndex index_;
+};
+
+}  // namespace Verify

@@ -1,0 +1,229 @@
+/// The parts of a pipeline, each of which can be taken out, put back and replaced by itself.
+
+#include "naxel/encoder/NaxelLabelEncoderSm.h"
+#include "naxel/expander/NaxelRuleExpanderSm.h"
+#include "naxel/genset/NaxelAggregatorSm.h"
+#include "naxel/xform/NaxelComboLabelResolverSm.h"
+#include "naxel/xform/NaxelComboLabelSplitSm.h"
+#include "naxel/xform/NaxelPrefixXformSm.h"
+#include "naxel/xform/NaxelRangeSplitSm.h"
+#include "support/Handshake.h"
+
+namespace Test {
+namespace {
+
+using namespace Naxel;
+PrefixXformKey const v4Source(Lumox::ipv4(), true);
+
+/// A configuration that is bound no more starts nothing.
+void expectIdle(StageConfig& old, StageStatus const& status) {
+  auto const before = status.kickTime();
+  old.kickTimeIs(before + 1);
+  EXPECT_EQ(status.kickTime(), before);
+}
+
+TEST(PartsTest, AStageWorksFromTheConfigurationThatItIsBoundTo) {
+  World w("edge 10 r src 10.0.0.0/8");
+  kickOk(w);
+  // Other sets under the same keys.
+  auto const xform = w.root->prefixXformConfig(v4Source);
+  auto const sets = Mox::makePtr<PrefixAggregatorInfo>(v4Source);
+  for (auto const& [key, set] : xform->aggregatorInfo()->prefixSetColl())
+    sets->prefixSetCollIs(key)->prefixIs(Mox::valueFromText<Lumox::IpGenPrefix>("11.0.0.0/8"));
+  w.root->prefixXformConfigIs(v4Source, Mox::makePtr<PrefixXformConfig>(v4Source, sets));
+  EXPECT_EQ(w.kick(), success) << w.failureText();
+  EXPECT_EQ(w.root->prefixXformStatus(v4Source)->status(), StageStatusType::finishedSuccess);
+  EXPECT_NE(dump(w.tables()).find("ipv4 src: 11.0.0.0/8="), std::string::npos) << dump(w.tables());
+  expectIdle(*xform, *w.root->prefixXformStatus(v4Source));
+  w.root->prefixXformConfigIs(v4Source, xform);
+  kickOk(w);
+
+  auto const aggregator = w.root->aggregatorConfig();
+  auto const acls = aclConfigCollFactory(w.chipId);
+  addRules(*acls, "core 5 r dst 12.0.0.0/8 drop");
+  w.root->aggregatorConfigIs(aggregatorConfigFactory(acls));
+  w.acls = acls;
+  kickOk(w);
+  expectIdle(*aggregator, *w.root->aggregatorStatus());
+
+  auto const loader = w.root->loaderConfig();
+  auto const entries = Mox::makePtr<PDAclColl>();
+  entries->pdAclIs(PDAclKey(Lumox::ipv4(), "other"));
+  auto const config = Mox::makePtr<LoaderConfig>();
+  config->ruleExpanderLoaderInfoIs(entries);
+  w.root->loaderConfigIs(config);
+  EXPECT_EQ(w.kick(), success);
+  EXPECT_EQ(dump(w.tables()), "acl other ipv4\n");
+  auto const log = w.driver.log;
+  expectIdle(*loader, *w.root->loaderStatus());
+  EXPECT_EQ(w.driver.log, log);
+}
+
+TEST(PartsTest, WhatIsAnsweredAfterAPartHasBeenTakenAwayGoesNowhere) {
+  std::pair<void (*)(NaxelRootSm&), NaxelProgress> const cases[] = {
+      {[](NaxelRootSm& r) { r.loaderConfigDel(); }, running},
+      {[](NaxelRootSm& r) { r.loaderSmDel(); }, running},
+      {[](NaxelRootSm& r) { r.stageControllerConfigDel(); }, running},
+      {[](NaxelRootSm& r) { r.stageControllerSmDel(); }, running},
+      {[](NaxelRootSm& r) { r.stageControllerStatusDel(); }, running},
+      {[](NaxelRootSm& r) { r.loaderStatusDel(); }, success}};
+  for (size_t which = 0; which < std::size(cases); ++which)
+    for (size_t done = 0; done < 4; ++done) {
+      SCOPED_TRACE(testing::Message() << which << done);
+      auto const& [cut, end] = cases[which];
+      ByHand w;
+      w.kick();
+      std::function<void()> const steps[] = {
+          [&] { w.say(ResponseState::hitful); }, [&] { w.confirm(); },
+          [&] { w.say(ResponseState::loaded); }, [&] { w.confirm(); }};
+      for (size_t i = 0; i < done; ++i) steps[i]();
+      auto const log = w.driver.log;
+      cut(*w.root);
+      for (size_t i = done; i < 4; ++i) steps[i]();
+      EXPECT_EQ(w.tcpFlags(ResponseState::failed), end);
+      bool const loaderIsCut = !w.root->loaderConfig() || !w.root->loaderSm();
+      EXPECT_EQ(w.driver.log,
+                loaderIsCut ? log : (Log{"acquire", "denyAll", "load", "doNotApply"}));
+      w.kick();
+      w.driver.automatic = w.driver.confirms = true;
+      w.buildRoot();
+      kickOk(w);
+    }
+}
+
+TEST(PartsTest, ALoaderThatIsUnboundInAnyNotificationAsksForNothingMore) {
+  for (int at = 2; at <= 5; ++at) {
+    World w("edge 10 r src 10.0.0.0/8");
+    w.driver.acquireAnswer = ResponseState::hitful;
+    Log log;
+    At<PDConfig::Notifiee> const cutter(at, *w.pdConfig, [&] {
+      log = w.driver.log;
+      w.root->loaderConfigDel();
+    });
+    EXPECT_EQ(w.kick(), running);
+    EXPECT_EQ(cutter.left(), 0) << at;
+    EXPECT_EQ(w.driver.log, log);
+  }
+}
+
+// The operations differ in nothing but their names.
+#define CHECK_PART(NAME, ...)                             \
+  SCOPED_TRACE(#NAME);                                    \
+  World w, other;                                         \
+  NaxelRootSm& root = *w.root;                            \
+  auto const config = root.NAME##Config(__VA_ARGS__);     \
+  auto const status = root.NAME##Status(__VA_ARGS__);     \
+  auto const sm = root.NAME##Sm(__VA_ARGS__);             \
+  ASSERT_TRUE(config&& status&& sm);                      \
+  root.NAME##ConfigDel(__VA_ARGS__);                      \
+  EXPECT_FALSE(root.NAME##Config(__VA_ARGS__));           \
+  EXPECT_FALSE(sm->config());                             \
+  expectIdle(*config, *status);                           \
+  root.NAME##ConfigIs(__VA_ARGS__ __VA_OPT__(, ) config); \
+  EXPECT_EQ(root.NAME##Config(__VA_ARGS__), config);      \
+  config->kickTimeIs(7);                                  \
+  EXPECT_EQ(status->kickTime(), 7);                       \
+  root.NAME##StatusDel(__VA_ARGS__);                      \
+  EXPECT_FALSE(root.NAME##Status(__VA_ARGS__));           \
+  root.NAME##StatusIs(__VA_ARGS__ __VA_OPT__(, ) status); \
+  EXPECT_EQ(root.NAME##Status(__VA_ARGS__), status);      \
+  auto const newSm = other.root->NAME##Sm(__VA_ARGS__);   \
+  root.NAME##SmIs(__VA_ARGS__ __VA_OPT__(, ) newSm);      \
+  EXPECT_EQ(root.NAME##Sm(__VA_ARGS__), newSm);           \
+  expectIdle(*config, *status);                           \
+  root.NAME##SmDel(__VA_ARGS__);                          \
+  EXPECT_FALSE(root.NAME##Sm(__VA_ARGS__));               \
+  expectIdle(*newSm->config(), *newSm->status());         \
+  w.kick()
+
+#define CHECK_KEYED(NAME, KEY)                                                    \
+  {                                                                               \
+    CHECK_PART(NAME, KEY);                                                        \
+    NaxelRootSm& next = *other.root;                                              \
+    auto const sms = next.NAME##Sm();                                             \
+    EXPECT_EQ(root.NAME##Sm().size() + 1, sms.size());                            \
+    next.NAME##ConfigDelAll();                                                    \
+    EXPECT_TRUE(next.NAME##Config().empty());                                     \
+    for (auto const& [k, one] : sms) EXPECT_FALSE(one->config());                 \
+    root.NAME##StatusDelAll();                                                    \
+    EXPECT_TRUE(root.NAME##Status().empty());                                     \
+    auto const left = root.NAME##Sm();                                            \
+    root.NAME##SmDelAll();                                                        \
+    EXPECT_TRUE(root.NAME##Sm().empty());                                         \
+    for (auto const& [k, one] : left) expectIdle(*one->config(), *one->status()); \
+    w.kick();                                                                     \
+  }
+
+#define CHECK_STAGE(STAGE, NAME, ...)                                              \
+  {                                                                                \
+    SCOPED_TRACE(STAGE);                                                           \
+    Traced const quiet;                                                            \
+    World w("edge 10 r src 10.0.0.0/8"), other;                                    \
+    NaxelRootSm& root = *w.root;                                                   \
+    auto const own = root.NAME##Status(__VA_ARGS__);                               \
+    auto const silent = other.root->NAME##Status(__VA_ARGS__);                     \
+    root.NAME##StatusIs(__VA_ARGS__ __VA_OPT__(, ) silent);                        \
+    EXPECT_EQ(w.kick(), running);                                                  \
+    std::string const type(silent->fwkType());                                     \
+    EXPECT_EQ(root.waitingFor(), STAGE " has to end: " + type + " says init");     \
+    root.NAME##StatusIs(__VA_ARGS__ __VA_OPT__(, ) own);                           \
+    w.run();                                                                       \
+    EXPECT_EQ(w.progress(), success);                                              \
+    root.NAME##StatusIs(__VA_ARGS__ __VA_OPT__(, ) silent);                        \
+    EXPECT_EQ(w.kick(), running);                                                  \
+    silent->failureTextIs("broken");                                               \
+    silent->kickTimeIs(root.stageControllerConfig()->kickTime());                  \
+    silent->statusIs(StageStatusType::finishedFailed);                             \
+    w.run();                                                                       \
+    EXPECT_EQ(w.progress(), failure);                                              \
+    EXPECT_EQ(w.rootStatus->kickMessage(), "Naxel failed at " STAGE " on chip 0"); \
+    EXPECT_EQ(w.failureText(), "broken");                                          \
+    root.NAME##StatusIs(__VA_ARGS__ __VA_OPT__(, ) own);                           \
+    kickOk(w);                                                                     \
+  }
+
+TEST(PartsTest, AKickWaitsForTheStatusThatStandsAndFailsWithIt) {
+  auto const range = RangeSetType::dscp;
+  auto const combo = ComboLabelSetType::srcDstL4Port;
+  CHECK_STAGE("stageAggregator", aggregator)
+  CHECK_STAGE("stagePrefixXform", prefixXform, v4Source)
+  CHECK_STAGE("stageRangeSplit", rangeSplit, range)
+  CHECK_STAGE("stageComboLabelResolver", comboLabelResolver, combo)
+  CHECK_STAGE("stageComboLabelSplit", comboLabelSplit, combo)
+  CHECK_STAGE("stagePrefixEncoder", prefixEncoder, v4Source)
+  CHECK_STAGE("stageRangeEncoder", rangeEncoder, range)
+  CHECK_STAGE("stageComboLabelEncoder", comboLabelEncoder, combo)
+  CHECK_STAGE("stageRuleExpander", ruleExpander)
+  CHECK_STAGE("stageLoader", loader)
+}
+
+TEST(PartsTest, EveryPartCanBeTakenOutPutBackAndReplaced) {
+  { CHECK_PART(stageController); }
+  { CHECK_PART(aggregator); }
+  { CHECK_PART(ruleExpander); }
+  { CHECK_PART(loader); }
+  auto const range = RangeSetType::dscp;
+  auto const combo = ComboLabelSetType::srcDstL4Port;
+  CHECK_KEYED(prefixXform, v4Source)
+  CHECK_KEYED(prefixEncoder, v4Source)
+  CHECK_KEYED(rangeSplit, range)
+  CHECK_KEYED(rangeEncoder, range)
+  CHECK_KEYED(comboLabelResolver, combo)
+  CHECK_KEYED(comboLabelSplit, combo)
+  CHECK_KEYED(comboLabelEncoder, combo)
+
+  World const w;
+  NaxelRootSm& root = *w.root;
+  auto const info = root.comboLabelInfo(combo);
+  root.comboLabelInfoDel(combo);
+  EXPECT_FALSE(root.comboLabelInfo(combo));
+  root.comboLabelInfoIs(combo, info);
+  EXPECT_EQ(root.comboLabelInfo(combo), info);
+  root.comboLabelInfoDelAll();
+  EXPECT_TRUE(root.comboLabelInfo().empty());
+  root.genSetKeyGenDel();
+  EXPECT_FALSE(root.genSetKeyGen());
+}
+
+}  // namespace
+}  // namespace Test

@@ -1,0 +1,190 @@
+/// The root over the whole pipeline: what the agent sees of its requests, and what it may do from
+/// within a notification.
+
+#include "support/Handshake.h"
+
+#include <limits>
+
+namespace Test {
+namespace {
+
+using namespace Naxel;
+using Progress = NaxelProgress;
+
+constexpr char rules[] = "edge 10 r src 10.0.0.0/8 dst 20.0.0.0/8 dport 80\nedge 20 s proto 6";
+
+/// Notes the progress, and does something at chosen notifications.
+class Agent : public RootStatus::Notifiee {
+ public:
+  explicit Agent(World& world) { notifierIs(world.rootStatus.get()); }
+  std::vector<Progress> seen;
+  std::function<void(Progress)> onProgress = [](Progress) {};
+
+ private:
+  void onKickProgress() override {
+    Progress const p = static_cast<RootStatus const*>(notifier())->kickProgress();
+    seen.push_back(p);
+    onProgress(p);
+  }
+};
+
+TEST(RootTest, RequestsAreCountedAndTheirCourseIsReported) {
+  World w(rules, 3);
+  Agent agent(w);
+  EXPECT_EQ(w.progress(), Progress::naxelInitialized);
+  EXPECT_TRUE(w.root->initialized());
+  w.request();
+  EXPECT_EQ(w.progress(), Progress::naxelRunning);
+  w.run();
+  w.rootConfig->naxelKickTimeIs(w.rootConfig->naxelKickTime());  // no new value, no request
+  EXPECT_EQ(w.rootStatus->kickCount(), 1u);
+  EXPECT_EQ(w.rootStatus->kickTime(), w.rootConfig->naxelKickTime());
+  w.rules("edge 30 bad dport 2-1");
+  w.kick();
+  EXPECT_EQ(w.rootStatus->kickMessage(), "Naxel failed at stageAggregator on chip 3");
+  w.request(NaxelKickRequest::naxelCancel);
+  w.run();
+  // A cancel leaves the text of the last failure.
+  EXPECT_EQ(w.rootStatus->kickMessage(), "Naxel failed at stageAggregator on chip 3");
+  w.acls->acl("edge")->ruleByNameDel("bad");
+  w.rootConfig->naxelKickRequestIs(NaxelKickRequest::naxelStart);
+  w.rootConfig->naxelKickTimeIs(-5);  // the agent's own number
+  EXPECT_EQ(w.rootStatus->kickMessage(), "");
+  w.run();
+  EXPECT_EQ(w.rootStatus->kickCount(), 4u);
+  EXPECT_EQ(w.rootStatus->kickTime(), -5);
+  EXPECT_EQ(agent.seen,
+            (std::vector<Progress>{Progress::naxelRunning, Progress::naxelFinishedSuccess,
+                                   Progress::naxelRunning, Progress::naxelFinishedFail,
+                                   Progress::naxelRunning, Progress::naxelCancelled,
+                                   Progress::naxelRunning, Progress::naxelFinishedSuccess}));
+}
+
+TEST(RootTest, ACancelFromWithinANotificationIsTheNewerRequest) {
+  World w(rules);
+  Agent agent(w);
+  agent.onProgress = [&](Progress p) {
+    if (p == Progress::naxelRunning &&
+        w.rootConfig->naxelKickRequest() == NaxelKickRequest::naxelStart)
+      w.request(NaxelKickRequest::naxelCancel);
+  };
+  w.request();
+  EXPECT_EQ(w.run(), Progress::naxelCancelled);
+  EXPECT_TRUE(w.driver.log.empty());
+  agent.onProgress = [](Progress) {};
+  kickOk(w);
+}
+
+TEST(RootTest, EveryWriteOfAKickTimeThatIsNoNumberIsARequest) {
+  World w(rules);
+  for (unsigned kicks : {1u, 2u}) {
+    w.rootConfig->naxelKickTimeIs(std::numeric_limits<double>::quiet_NaN());
+    EXPECT_EQ(w.run(), success);
+    EXPECT_EQ(w.rootStatus->kickCount(), kicks);
+    EXPECT_EQ(w.driver.log.size(), 2 * kicks);
+  }
+}
+
+TEST(RootTest, AKickThatARootLeftRunningIsOverForTheNext) {
+  ByHand w(rules);
+  for (Progress left : {Progress::naxelRunning, Progress::naxelFinishedFail}) {
+    w.rootStatus->kickProgressIs(left);
+    w.buildRoot();
+    EXPECT_EQ(w.progress(), left == running ? Progress::naxelInitialized : left);
+    EXPECT_EQ(w.kick(), running);
+  }
+}
+
+TEST(RootTest, ARootThatIsLetGoOfInAnyNotificationReportsNothingMore) {
+  for (char const* more : {"edge 30 good dport 2", "edge 30 bad dport 2-1"})
+    for (int at = 1;; ++at) {
+      World w(rules);
+      // A message of the kick before, which the next start takes back.
+      w.rules("edge 30 bad dport 2-1");
+      w.kick();
+      w.acls->acl("edge")->ruleByNameDel("bad");
+      w.rules(more);
+      auto const aggregator = w.root->aggregatorStatus();
+      auto const before = aggregator->kickTime();
+      w.driver.log.clear();
+      At<RootStatus::Notifiee> const leaver(at, *w.rootStatus, [&] { w.root = nullptr; });
+      w.clock.nowInc(1);
+      w.request();
+      w.run();
+      ASSERT_LT(at, 9);
+      if (leaver.left() > 0) break;
+      EXPECT_EQ(leaver.left(), 0) << at;
+      if (at <= 4) {  // count, time, message and progress of the start
+        EXPECT_EQ(aggregator->kickTime(), before);
+        EXPECT_TRUE(w.driver.log.empty());
+      }
+      w.acls->acl("edge")->ruleByNameDel("bad");
+      w.buildRoot();
+      EXPECT_NE(w.progress(), running);
+      kickOk(w);
+    }
+}
+
+/// A world whose entities stand in the collections of an agent.
+struct Owned : World {
+  Owned() { take(); }
+  /// Makes what is missing, and a root and a driver over it.
+  void take() {
+    root = nullptr;
+    capability = capabilities->chipHwCapabilityIs(chipId);
+    acls = configs->aclConfigCollIs(chipId);
+    pdConfig = pdConfigs->pdConfigIs(chipId);
+    pdStatus = pdStatuses->pdStatusIs(chipId);
+    chip = std::make_unique<ScriptDriver>(*pdConfig, *pdStatus);
+    addRules(*acls, "edge 10 r src 10.0.0.0/8 dport 80");
+    buildRoot();
+  }
+  Mox::Ptr<HwCapabilityColl> capabilities = hwCapabilityCollFactory();
+  Mox::Ptr<GlobalAclConfig> configs = globalAclConfigFactory();
+  Mox::Ptr<GlobalPDConfig> pdConfigs = globalPDConfigFactory();
+  Mox::Ptr<GlobalPDStatus> pdStatuses = globalPDStatusFactory();
+  std::unique_ptr<ScriptDriver> chip;
+};
+
+TEST(RootTest, AnEntityThatIsDeletedFromItsCollectionFailsKicksUntilTheRootIsBuiltAnew) {
+  struct Case {
+    char const* what;
+    void (*del)(Owned&);
+  };
+  Case const cases[] = {
+      {"ChipHwCapability", [](Owned& w) { w.capabilities->chipHwCapabilityDel(w.chipId); }},
+      {"AclConfigColl", [](Owned& w) { w.configs->aclConfigCollDelAll(); }},
+      {"PDConfig", [](Owned& w) { w.pdConfigs->pdConfigDel(w.chipId); }},
+      {"PDStatus", [](Owned& w) { w.pdStatuses->pdStatusDelAll(); }}};
+  enum class When { idle, requested, inTheHandshake };
+  for (Case const& c : cases)
+    for (When when : {When::idle, When::requested, When::inTheHandshake}) {
+      SCOPED_TRACE(testing::Message() << c.what << static_cast<int>(when));
+      Owned w;
+      ASSERT_EQ(w.kick(), success);
+      Traced traced;
+      w.chip->automatic = false;
+      if (when != When::idle) w.request();
+      if (when == When::inTheHandshake) w.run();
+      c.del(w);
+      std::string const text = std::string(c.what) +
+                               " has been deleted from its collection: the root state machine has "
+                               "to be built anew, over the present one";
+      EXPECT_GT(traced.count(text), 0);
+      EXPECT_EQ(w.progress(), when == When::idle ? success : failure);
+      auto const requests = w.chip->log.size();
+      for (int kicks = 0; kicks < 2; ++kicks) {
+        EXPECT_EQ(w.failureText(), when == When::idle ? "" : text);
+        when = When::requested;
+        EXPECT_EQ(w.kick(), failure);
+        EXPECT_EQ(w.failureText(), text);
+        EXPECT_EQ(w.chip->log.size(), requests);
+      }
+      w.clock.nowInc(1);
+      w.take();
+      kickOk(w);
+    }
+}
+
+}  // namespace
+}  // namespace Test

@@ -1,0 +1,91 @@
+#pragma once
+
+/// Builds outputs by hand.
+
+#include "naxel/loader/PDData.h"
+#include "verify/MatchKey.h"
+#include "verify/Packet.h"
+
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Verify {
+
+/// One field of an entry; mask 0xffff unless given.
+struct Match {
+  Field field;
+  uint16_t label;
+  uint16_t mask = 0xffff;
+};
+
+inline void matchIs(Naxel::PDAclFilter& f, Match const& m) {
+  Naxel::EncodedLabelWithMask const v(m.label, m.mask);
+  switch (m.field) {
+    case Field::source: return f.sourceIs(v);
+    case Field::destination: return f.destinationIs(v);
+    case Field::prefixCombo: return f.prefixComboIs(v);
+    case Field::sport: return f.sportIs(v);
+    case Field::dport: return f.dportIs(v);
+    case Field::portCombo: return f.portComboIs(v);
+    case Field::icmpType: return f.icmpTypeIs(v);
+    case Field::proto: return f.protoIs(v);
+    case Field::length: return f.lengthIs(v);
+    case Field::fragment: return f.fragmentIs(v);
+    case Field::dscp: return f.dscpIs(v);
+    case Field::headFragment: return f.headFragmentIs(v);
+  }
+}
+
+inline Naxel::PDAclFilter entryOf(std::vector<Match> const& matches) {
+  Naxel::PDAclFilter f;
+  for (Match const& m : matches) matchIs(f, m);
+  return f;
+}
+
+class Output {
+ public:
+  Output& prefix(bool source, std::string_view text, uint16_t label) {
+    auto const p = Mox::valueFromText<Lumox::IpGenPrefix>(text);
+    data->pdPrefixXformEntryCollIs(Naxel::PrefixXformKey(p.af(), source))
+        .entryIs({p, Naxel::EncodedLabel(label)});
+    return *this;
+  }
+  Output& range(Naxel::RangeSetType type, uint16_t first, uint16_t last, uint16_t label) {
+    data->rangeCollIs(type).entryIs({Naxel::RangeSetElem(first, last), Naxel::EncodedLabel(label)});
+    return *this;
+  }
+  Output& combo(Naxel::ComboLabelSetType type, uint16_t src, uint16_t dst, uint16_t label) {
+    using Naxel::EncodedLabel;
+    data->comboCollIs(type).entryIs(
+        {Naxel::EncodedComboLabel(EncodedLabel(src), EncodedLabel(dst)), EncodedLabel(label)});
+    return *this;
+  }
+  Output& entry(Naxel::PDAclKey const& acl, uint32_t rule, Naxel::PDAclFilter const& filter) {
+    data->pdAclCollIs().pdAclIs(acl)->ruleIs(Naxel::AceIndex(rule))->filterIs(filter);
+    return *this;
+  }
+  Output& entry(Naxel::PDAclKey const& acl, uint32_t rule, std::vector<Match> const& matches) {
+    return entry(acl, rule, entryOf(matches));
+  }
+
+  /// Set before the output is handed on.
+  Mox::Ptr<Naxel::ChipHwCapability> widths = Mox::makePtr<Naxel::ChipHwCapability>(Obel::ChipId(0));
+  Mox::Ptr<Naxel::PDData> data = Naxel::pDDataFactory(widths);
+};
+
+inline Address addressOf(std::string_view text) {
+  auto const p = Mox::valueFromText<Lumox::IpGenPrefix>(
+      std::string(text) + (text.find(':') == text.npos ? "/32" : "/128"));
+  return {p.hi(), p.lo()};
+}
+inline Packet packetOf(std::string_view src, std::string_view dst = "") {
+  Packet p;
+  p.af = src.find(':') == src.npos ? Lumox::ipv4() : Lumox::ipv6();
+  p.src = addressOf(src);
+  if (!dst.empty()) p.dst = addressOf(dst);
+  return p;
+}
+
+}  // namespace Verify

@@ -1,0 +1,163 @@
+#include "input/ClassBenchReader.h"
+
+#include "input/InputFile.h"
+
+#include <charconv>
+#include <stdexcept>
+
+namespace NaxelTool {
+
+namespace {
+
+constexpr std::string_view blanks = " \t\r\v\f";
+
+/// One line, taken apart from left to right. Errors are std::invalid_argument.
+class Line {
+ public:
+  explicit Line(std::string_view text) : rest_(text) {
+    rest_ = rest_.substr(0, rest_.find_last_not_of(blanks) + 1);
+    skipBlanks();
+  }
+
+  bool atEnd() const { return rest_.empty(); }
+
+  void expect(char ch) {
+    if (atEnd() || rest_[0] != ch) failBefore(std::string("expected '") + ch + "'");
+    rest_.remove_prefix(1);
+    skipBlanks();
+  }
+  std::string_view word() {
+    std::string_view const out = rest_.substr(0, rest_.find_first_of(blanks));
+    if (out.empty()) failBefore("expected a prefix");
+    rest_.remove_prefix(out.size());
+    skipBlanks();
+    return out;
+  }
+  uint32_t decimal(uint32_t max) { return number(10, max); }
+  uint32_t hex(uint32_t max) {
+    if (!rest_.starts_with("0x") && !rest_.starts_with("0X"))
+      failBefore("expected a number that begins with 0x");
+    rest_.remove_prefix(2);
+    return number(16, max);
+  }
+  void expectEnd() {
+    if (!atEnd()) failBefore("expected the end of the line");
+  }
+
+ private:
+  void skipBlanks() {
+    rest_.remove_prefix(std::min(rest_.find_first_not_of(blanks), rest_.size()));
+  }
+
+  uint32_t number(int base, uint32_t max) {
+    uint64_t value = 0;
+    auto const [end, error] =
+        std::from_chars(rest_.data(), rest_.data() + rest_.size(), value, base);
+    if (end == rest_.data()) failBefore("expected a number");
+    if (error != std::errc() || value > max)
+      failBefore("the number must be at most " + std::to_string(max));
+    rest_.remove_prefix(static_cast<size_t>(end - rest_.data()));
+    skipBlanks();
+    return static_cast<uint32_t>(value);
+  }
+  [[noreturn]] void failBefore(std::string const& what) const {
+    throw std::invalid_argument(
+        what + (atEnd() ? " at the end of the line" : " before '" + std::string(rest_) + "'"));
+  }
+
+  std::string_view rest_;
+};
+
+struct ValueMask {
+  uint32_t value = 0;
+  uint32_t mask = 0;
+};
+
+ValueMask takeValueMask(Line& line, uint32_t max) {
+  ValueMask out;
+  out.value = line.hex(max);
+  line.expect('/');
+  out.mask = line.hex(max);
+  return out;
+}
+
+Lumox::IpGenPrefix takePrefix(Line& line) {
+  Lumox::IpGenPrefix const prefix = prefixFromText(line.word());
+  if (prefix.af() != Lumox::ipv4()) throw std::invalid_argument("the prefix is not of IPv4");
+  return prefix;
+}
+
+Naxel::L4PortRange takePorts(Line& line) {
+  uint32_t const first = line.decimal(Naxel::L4PortRange::bound);
+  line.expect(':');
+  uint32_t const last = line.decimal(Naxel::L4PortRange::bound);
+  if (first > last)
+    throw std::invalid_argument("the port range starts at " + std::to_string(first) +
+                                ", above its end " + std::to_string(last));
+  return {first, last};
+}
+
+/// Uses the flags if a rule can say them. TCP: SYN without ACK. ICMP: the high byte is the type.
+bool applyFlags(ValueMask const& proto, ValueMask const& flags, Naxel::RuleFilter& filter) {
+  constexpr uint32_t icmp = 1;
+  constexpr uint32_t tcp = 6;
+  if (proto.mask == 0) return false;
+  if (proto.value == tcp && flags.value == 0x0200 && flags.mask == 0x1200) {
+    filter.matchTcpInitIs(true);
+    return true;
+  }
+  if (proto.value == icmp && flags.mask == 0xff00 && (flags.value & 0xff) == 0) {
+    filter.icmpTypeIs({flags.value >> 8, flags.value >> 8});
+    return true;
+  }
+  return false;
+}
+
+/// Fills the filter from a line. Returns false if it carries flags that were not used.
+bool readRule(Line line, FlagsMode mode, Naxel::RuleFilter& filter) {
+  line.expect('@');
+  if (auto const p = takePrefix(line); p.length()) filter.sourceIs()->addrIs(p);
+  if (auto const p = takePrefix(line); p.length()) filter.destinationIs()->addrIs(p);
+  if (auto const r = takePorts(line); !r.isAny()) filter.sportRangeIs(r);
+  if (auto const r = takePorts(line); !r.isAny()) filter.dportRangeIs(r);
+  ValueMask const proto = takeValueMask(line, 0xff);
+  if (proto.mask != 0 && proto.mask != 0xff)
+    throw std::invalid_argument("the protocol mask must be 0x00 or 0xff");
+  if (proto.mask) filter.protoIs({proto.value, proto.value});
+  ValueMask flags;
+  if (!line.atEnd()) flags = takeValueMask(line, 0xffff);
+  line.expectEnd();
+  if (flags.mask == 0) return true;
+  if (mode == FlagsMode::ignore) return false;
+  if (!applyFlags(proto, flags, filter))
+    throw std::invalid_argument("a rule cannot say these flags");
+  return true;
+}
+
+}  // namespace
+
+size_t readClassBench(std::string const& path, std::string const& content, FlagsMode mode,
+                      RuleSet& out) {
+  auto const acl = out.aclIs(baseName(path), Lumox::ipv4(), path, {});
+  size_t unused = 0;
+  uint32_t index = 0;
+  size_t lineNumber = 0;
+  for (std::string_view rest = content; !rest.empty();) {
+    ++lineNumber;
+    size_t const newline = rest.find('\n');
+    std::string_view const text = rest.substr(0, newline);
+    rest.remove_prefix(newline == std::string_view::npos ? rest.size() : newline + 1);
+    if (text.find_first_not_of(blanks) == std::string_view::npos) continue;
+    auto const rule = acl->ruleByNameIs("r" + std::to_string(index));
+    try {
+      if (!readRule(Line(text), mode, *rule->ruleFilterIs())) ++unused;
+    } catch (std::invalid_argument const& e) {
+      throw InputError(path, {lineNumber, 0}, e.what());
+    }
+    acl->ruleByIdIs(Naxel::AceIndex(index), rule);
+    ++index;
+  }
+  return unused;
+}
+
+}  // namespace NaxelTool

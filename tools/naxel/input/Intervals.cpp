@@ -1,0 +1,92 @@
+#include "input/Intervals.h"
+
+#include <algorithm>
+
+namespace NaxelTool {
+
+namespace {
+
+Wide largest(unsigned bits) { return bits == 128 ? ~Wide{0} : (Wide{1} << bits) - 1; }
+
+Interval intervalOf(Lumox::IpGenPrefix const& p) {
+  unsigned const bits = bitsOf(p.af());
+  Wide const address = ((Wide{p.hi()} << 64) | p.lo()) >> (128 - bits);
+  // The longest prefix has no host bits, and a shift by all of 128 bits is undefined.
+  Wide const host = p.length() == bits ? Wide{0} : largest(bits) >> p.length();
+  return {address & ~host, address | host};
+}
+
+IntervalSet intervalsOf(Naxel::IpPrefixList::PrefixColl const& prefixes) {
+  std::vector<Interval> all;
+  all.reserve(prefixes.size());
+  for (Lumox::IpGenPrefix const& p : prefixes) all.push_back(intervalOf(p));
+  return united(std::move(all));
+}
+
+}  // namespace
+
+IntervalSet united(std::vector<Interval> all) {
+  std::sort(all.begin(), all.end(),
+            [](Interval const& a, Interval const& b) { return a.first < b.first; });
+  IntervalSet out;
+  for (Interval const& i : all) {
+    if (!out.empty() && (i.first <= out.back().last || i.first - 1 == out.back().last))
+      out.back().last = std::max(out.back().last, i.last);
+    else
+      out.push_back(i);
+  }
+  return out;
+}
+
+IntervalSet without(IntervalSet const& from, IntervalSet const& what) {
+  IntervalSet out;
+  auto hole = what.begin();
+  for (Interval rest : from) {
+    while (hole != what.end() && hole->last < rest.first) ++hole;
+    bool gone = false;
+    for (auto h = hole; h != what.end() && h->first <= rest.last; ++h) {
+      if (h->first > rest.first) out.push_back({rest.first, h->first - 1});
+      if (h->last >= rest.last) {
+        gone = true;
+        break;
+      }
+      rest.first = h->last + 1;
+      hole = h;
+    }
+    if (!gone) out.push_back(rest);
+  }
+  return out;
+}
+
+bool isEverything(IntervalSet const& set, unsigned bits) {
+  return set.size() == 1 && set[0] == Interval{0, largest(bits)};
+}
+
+uint64_t coverSize(IntervalSet const& set, unsigned bits) {
+  uint64_t count = 0;
+  for (auto [first, last] : set) {
+    for (;;) {
+      ++count;
+      // Grow the block at `first` while it stays aligned and inside.
+      unsigned size = 0;
+      Wide blockLast = first;
+      while (size < bits && !((first >> size) & 1)) {
+        Wide const grown = blockLast | (Wide{1} << size);
+        if (grown > last) break;
+        blockLast = grown;
+        ++size;
+      }
+      if (blockLast == last) break;
+      first = blockLast + 1;
+    }
+  }
+  return count;
+}
+
+IntervalSet addressesOf(Naxel::IpPrefixList const& list) {
+  return without(intervalsOf(list.addr()), intervalsOf(list.exceptAddr()));
+}
+
+unsigned bitsOf(Lumox::AddressFamily af) { return af == Lumox::ipv4() ? 32 : 128; }
+
+}  // namespace NaxelTool

@@ -1,0 +1,64 @@
+#pragma once
+
+/// Checked reading of the values of a JSON file: each function gives the value in the wanted type or
+/// throws an InputError at the value's place. `what` names the value in the error.
+
+#include "input/JsonDocument.h"
+#include "mox/Enum.h"
+
+#include <initializer_list>
+#include <limits>
+#include <string>
+#include <string_view>
+
+namespace NaxelTool {
+
+class JsonFile {
+ public:
+  /// Parses `text`, whose root must be an object with "schema": `schema` and "version": 1, and
+  /// otherwise the `fields`.
+  JsonFile(std::string path, std::string const& text, std::string_view schema,
+           std::initializer_list<std::string_view> fields);
+
+  std::string const& path() const { return path_; }
+  JsonNode const& root() const { return root_; }
+
+  [[noreturn]] void fail(Position at, std::string const& text) const;
+  [[noreturn]] void fail(JsonNode const& node, std::string const& text) const {
+    fail(node.at, text);
+  }
+
+  /// The members of an object that may hold only the named fields; any field if none is named.
+  JsonNode::Object const& object(JsonNode const& node, std::string_view what,
+                                 std::initializer_list<std::string_view> fields) const;
+  JsonNode::Array const& array(JsonNode const& node, std::string_view what) const;
+  /// As array(), but must have an element.
+  JsonNode::Array const& list(JsonNode const& node, std::string_view what) const;
+  /// Not empty.
+  std::string const& name(JsonNode const& node, std::string_view what) const;
+  uint64_t number(JsonNode const& node, std::string_view what, uint64_t min, uint64_t max) const;
+  bool flag(JsonNode const& node, std::string_view what) const;
+
+  /// A member that must be there.
+  JsonNode const& need(JsonNode const& object, std::string_view field) const;
+
+  /// Applies a setter to the member if it is there.
+  template <class Set>
+  void ifFlag(JsonNode const& object, std::string_view field, Set set) const {
+    if (JsonNode const* v = find(object, field)) set(flag(*v, field));
+  }
+  template <class Set>
+  void ifNumber(JsonNode const& object, std::string_view field, uint64_t min, uint64_t max,
+                Set set) const {
+    if (JsonNode const* v = find(object, field)) set(number(*v, field, min, max));
+  }
+
+  /// The member of that name, or null. `object` is one.
+  static JsonNode const* find(JsonNode const& object, std::string_view field);
+
+ private:
+  std::string path_;
+  JsonNode root_;
+};
+
+}  // namespace NaxelTool

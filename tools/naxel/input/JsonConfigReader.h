@@ -1,0 +1,16 @@
+#pragma once
+
+/// Reader of our own rule files, which can say everything that a rule can. The format is described in
+/// docs/formats.md and schema/naxel-rules.schema.json.
+
+#include "input/RuleSet.h"
+
+#include <string>
+
+namespace NaxelTool {
+
+/// Adds the ACLs of a file. A named prefix list becomes one entity, however many rules refer to it; a
+/// list or a set of ranges that matches everything is left out of the rule. Throws InputError.
+void readJsonConfig(std::string const& path, std::string const& content, RuleSet& out);
+
+}  // namespace NaxelTool
