@@ -19,14 +19,6 @@ function(naxel_own_target target)
   target_compile_options(${target} PRIVATE ${naxel_warnings})
 endfunction()
 
-# Precompiles headers that most sources of a target include, where NAXEL_PCH asks for quick builds. A
-# build without it shows what a source forgets to include.
-function(naxel_precompile target)
-  if(NAXEL_PCH)
-    target_precompile_headers(${target} PRIVATE ${ARGN})
-  endif()
-endfunction()
-
 set(naxel_instrumented OFF)
 if(NAXEL_SANITIZE)
   set(naxel_instrumented ON)

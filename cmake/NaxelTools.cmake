@@ -20,7 +20,6 @@ if(EXISTS ${tool_main})
     add_library(naxel_tool_core OBJECT ${tool_sources})
     target_link_libraries(naxel_tool_core PUBLIC naxel_tool_parts)
     naxel_own_target(naxel_tool_core)
-    naxel_precompile(naxel_tool_core <nlohmann/json.hpp> <naxel/control/NaxelRootSm.h>)
   endif()
 
   add_executable(naxel_tool ${tool_main})

@@ -58,10 +58,6 @@ Json listOf(Naxel::IpPrefixList const& list) {
   return out;
 }
 
-/// In the order of RuleFilter::forEachRangeColl().
-constexpr char const* rangeFields[] = {"sport",  "dport",    "icmpType", "proto",
-                                       "length", "fragment", "dscp"};
-
 Json ruleOf(Naxel::AceIndex index, Naxel::RuleConfig const& rule) {
   Json out;
   out["index"] = index.value();
@@ -69,9 +65,8 @@ Json ruleOf(Naxel::AceIndex index, Naxel::RuleConfig const& rule) {
   Naxel::RuleFilter const& filter = *rule.ruleFilter();
   if (filter.source()) out["source"] = listOf(*filter.source());
   if (filter.destination()) out["destination"] = listOf(*filter.destination());
-  size_t field = 0;
-  filter.forEachRangeColl([&](auto const& ranges) {
-    char const* const name = rangeFields[field++];
+  filter.forEachRangeColl([&](Naxel::RangeSetType type, auto const& ranges) {
+    std::string const name(Naxel::rangeField(type).name);
     if (!ranges.empty()) out[name] = rangesOf(ranges);
   });
   out["matchTcpInit"] = filter.matchTcpInit();

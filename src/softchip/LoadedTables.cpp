@@ -9,7 +9,7 @@ using Naxel::ComboLabelSetType;
 using Naxel::PDAclKey;
 using Naxel::PrefixXformKey;
 using Naxel::RangeSetType;
-using Verify::fieldOf;
+namespace Fields = Verify::Fields;
 using Verify::Interval;
 using Verify::intervalOf;
 
@@ -77,11 +77,13 @@ LoadedTables::Acl LoadedTables::aclOf(Naxel::PDAclRuleColl const& rules) {
     out.rule.push_back({rule.get(), static_cast<uint32_t>(out.entry.size())});
     for (Naxel::PDAclFilter const& filter : rule->filter()) {
       Entry& e = out.entry.emplace_back();
-      for (size_t i = 0; i < fieldCount; ++i) {
-        auto const& match = fieldOf(filter, static_cast<Field>(i));
+      for (Field field : Naxel::allLabelFields()) {
+        auto const& match = filter.labelField(field);
+        auto const i = static_cast<size_t>(field);
         e.mask[i] = match.mask().value();
         e.value[i] = match.label().value() & e.mask[i];
       }
+      e.never = Verify::matchesNothing(filter);
       e.tcpInit = filter.matchTcpInit();
       e.tcpEstablished = filter.matchTcpEstablished();
       e.rule = static_cast<uint32_t>(out.rule.size() - 1);
@@ -93,11 +95,11 @@ LoadedTables::Acl LoadedTables::aclOf(Naxel::PDAclRuleColl const& rules) {
 }
 
 void LoadedTables::buildIndex(Acl& acl) {
-  for (size_t i = 0; i < fieldCount; ++i) {
+  for (Field field : Naxel::allLabelFields()) {
     uint16_t used = 0;
-    for (Entry const& e : acl.entry) used |= e.mask[i];
+    for (Entry const& e : acl.entry) used |= e.mask[static_cast<size_t>(field)];
     for (uint8_t shift : {uint8_t{8}, uint8_t{0}})
-      if (used >> shift & 255) acl.keyByte.push_back({static_cast<Field>(i), shift});
+      if (used >> shift & 255) acl.keyByte.push_back({field, shift});
   }
   acl.index = FirstMatchIndex(acl.entry.size(), acl.keyByte.size());
   for (size_t d = 0; d < acl.keyByte.size(); ++d) {
@@ -107,8 +109,8 @@ void LoadedTables::buildIndex(Acl& acl) {
       Entry const& e = acl.entry[at];
       unsigned const mask = e.mask[i] >> shift & 255;
       unsigned const value = e.value[i] >> shift & 255;
-      if (mask ==
-          0) {  // a packet without label is turned away by the field's other byte, if at all
+      if (mask == 0) {
+        // A packet without label is turned away by the field's other byte, if at all.
         acl.index.allowAll(d, at);
         continue;
       }
@@ -126,14 +128,14 @@ void LoadedTables::buildIndex(Acl& acl) {
 Labels LoadedTables::labelsOf(Packet const& packet) const {
   Labels out;
   size_t const prefixes = packet.af == Lumox::ipv4() ? 0 : 2;
-  out[Field::source] = prefix_[prefixes].label(packet.src);
-  out[Field::destination] = prefix_[prefixes + 1].label(packet.dst);
-  if (!out[Field::source]) out[Field::source] = layout_.miss(layout_.prefix[prefixes]);
-  if (!out[Field::destination])
-    out[Field::destination] = layout_.miss(layout_.prefix[prefixes + 1]);
+  out[Fields::source] = prefix_[prefixes].label(packet.src);
+  out[Fields::destination] = prefix_[prefixes + 1].label(packet.dst);
+  if (!out[Fields::source]) out[Fields::source] = layout_.miss(layout_.prefix[prefixes]);
+  if (!out[Fields::destination])
+    out[Fields::destination] = layout_.miss(layout_.prefix[prefixes + 1]);
   for (size_t i = 0; i < range_.size(); ++i) {
     RangeSetType const type = static_cast<RangeSetType>(i);
-    auto& label = out[fieldOf(type)];
+    auto& label = out[Naxel::rangeField(type).tcamField];
     if (layout_.isRaw(type)) {
       label = packet.value(type);
       continue;
@@ -141,10 +143,10 @@ Labels LoadedTables::labelsOf(Packet const& packet) const {
     label = range_[i].label(packet.value(type));
     if (!label) label = layout_.miss(layout_.range[i]);
   }
-  combine(out, Field::prefixCombo, Naxel::prefixComboType(packet.af), Field::source,
-          Field::destination);
+  combine(out, Fields::prefixCombo, Naxel::prefixComboType(packet.af), Fields::source,
+          Fields::destination);
   if (!layout_.isRaw(RangeSetType::srcPort) && !layout_.isRaw(RangeSetType::dstPort))
-    combine(out, Field::portCombo, ComboLabelSetType::srcDstL4Port, Field::sport, Field::dport);
+    combine(out, Fields::portCombo, ComboLabelSetType::srcDstL4Port, Fields::sport, Fields::dport);
   return out;
 }
 
@@ -160,13 +162,18 @@ void LoadedTables::combine(Labels& labels, Field to, ComboLabelSetType type, Fie
   if (found != pairs.end() && found->first == key) labels[to] = found->second;
 }
 
+bool LoadedTables::Entry::flagsMatch(Packet const& packet) const {
+  return !never && (!tcpInit || packet.tcpInit()) && (!tcpEstablished || packet.tcpEstablished());
+}
+
 bool LoadedTables::matches(Entry const& entry, Labels const& labels, Packet const& packet) {
-  for (size_t i = 0; i < fieldCount; ++i) {
+  for (Field field : Naxel::allLabelFields()) {
+    auto const i = static_cast<size_t>(field);
     if (entry.mask[i] == 0) continue;
-    auto const& label = labels[static_cast<Field>(i)];
+    auto const& label = labels[field];
     if (!label || (*label & entry.mask[i]) != entry.value[i]) return false;
   }
-  return (!entry.tcpInit || packet.tcpInit()) && (!entry.tcpEstablished || packet.tcpEstablished());
+  return entry.flagsMatch(packet);
 }
 
 size_t LoadedTables::firstEntry(Acl const& acl, Labels const& labels, Packet const& packet) {
@@ -181,10 +188,7 @@ size_t LoadedTables::firstEntry(Acl const& acl, Labels const& labels, Packet con
     query[d] =
         label ? static_cast<uint16_t>(*label >> acl.keyByte[d].shift & 255) : FirstMatchIndex::none;
   }
-  return acl.index.first(query.data(), [&](size_t i) {
-    Entry const& e = acl.entry[i];
-    return (!e.tcpInit || packet.tcpInit()) && (!e.tcpEstablished || packet.tcpEstablished());
-  });
+  return acl.index.first(query.data(), [&](size_t i) { return acl.entry[i].flagsMatch(packet); });
 }
 
 Verdict LoadedTables::lookup(PDAclKey const& key, Packet const& packet) {

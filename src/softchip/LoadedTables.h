@@ -82,7 +82,9 @@ class LoadedTables {
     std::array<uint16_t, fieldCount> mask;
     bool tcpInit;
     bool tcpEstablished;
+    bool never;     // matches no packet at all
     uint32_t rule;  // position in Acl::rule
+    bool flagsMatch(Packet const& packet) const;
   };
   struct Rule {
     Naxel::PDAclRule const* rule;
@@ -117,7 +119,7 @@ class LoadedTables {
   Mox::Ptr<Naxel::PDData const> data_;
   KeyLayout layout_;
   std::array<Cuts<Address>, 4> prefix_;  // in the order of PrefixXformKey::all()
-  std::array<Cuts<uint16_t>, 7> range_;
+  std::array<Cuts<uint16_t>, Naxel::rangeFieldCount> range_;
   std::array<Pairs, 3> combo_;
   std::map<Naxel::PDAclKey, Acl> acl_;
 };

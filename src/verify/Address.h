@@ -36,7 +36,7 @@ constexpr Address operator^(Address a, Address b) { return {a.hi ^ b.hi, a.lo ^ 
 constexpr Address operator~(Address a) { return {~a.hi, ~a.lo}; }
 
 /// Number of address bits of a family.
-inline unsigned addressBits(Lumox::AddressFamily af) { return af == Lumox::ipv4() ? 32 : 128; }
+constexpr unsigned addressBits(Lumox::AddressFamily af) { return af == Lumox::ipv4() ? 32 : 128; }
 
 /// The neighbours of an address among the numbers of the first `bits` bits; they wrap around.
 constexpr Address nextAddress(Address a, unsigned bits = 128) {

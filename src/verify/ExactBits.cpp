@@ -1,22 +1,11 @@
 #include "verify/ExactBits.h"
 
 #include <algorithm>
-#include <array>
 
 namespace Verify::Exact {
 
 using Lumox::AddressFamily;
 using Naxel::RangeSetType;
-
-Bits bitsOf(RangeSetType type) {
-  static constexpr std::array<Bits, 7> bits = {
-      {{11, 16}, {27, 16}, {43, 8}, {0, 8}, {51, 16}, {67, 13}, {80, 6}}};
-  return bits[static_cast<size_t>(type)];
-}
-
-Bits bitsOf(AddressFamily af, bool source) {
-  return {source ? 214 : 86, static_cast<int>(addressBits(af))};
-}
 
 Packet packetOf(AddressFamily af, std::vector<int> const& ones) {
   Packet packet;

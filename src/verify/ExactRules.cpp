@@ -54,22 +54,19 @@ Bdd tree(Bits bits, int depth, std::span<Prefix const> all) {
 }  // namespace
 
 Bdd RuleFunctions::matched(Naxel::RuleFilter const& filter) {
-  std::array<Bdd, 7> values;
-  size_t i = 0;
-  filter.forEachRangeColl([&](auto const& ranges) {
-    Bits const bits = bitsOf(static_cast<RangeSetType>(i));
+  std::array<Bdd, Naxel::rangeFieldCount> values;
+  filter.forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+    Bits const bits = bitsOf(type);
     Bdd any(ranges.empty());
     for (auto const& r : ranges)
       any = any | (notBelow(bits, r.rangeStart()) & notAbove(bits, r.rangeEnd()));
-    values[i++] = any;
+    values[static_cast<size_t>(type)] = any;
   });
   // From the last variable up.
   Bdd all = list(filter.source().get(), true);
   all = list(filter.destination().get(), false) & all;
-  for (RangeSetType type :
-       {RangeSetType::dscp, RangeSetType::fragment, RangeSetType::length, RangeSetType::icmp,
-        RangeSetType::dstPort, RangeSetType::srcPort, RangeSetType::proto})
-    all = values[static_cast<size_t>(type)] & all;
+  for (size_t at = rangeOrder.size(); at-- > 0;)
+    all = values[static_cast<size_t>(rangeOrder[at])] & all;
   return flagsMatched(filter.matchTcpInit(), filter.matchTcpEstablished()) & all;
 }
 

@@ -15,10 +15,19 @@ using Label = std::optional<uint16_t>;
 
 namespace {
 
-constexpr std::array columns = {Field::proto,       Field::sport,    Field::dport,
-                                Field::portCombo,   Field::icmpType, Field::length,
-                                Field::fragment,    Field::dscp,     Field::headFragment,
-                                Field::destination, Field::source,   Field::prefixCombo};
+/// The fields in the order of their variables, combinations beside their destinations.
+constexpr auto columns = [] {
+  std::array<Field, Naxel::labelFieldCount> order{};
+  size_t at = 0;
+  for (RangeSetType type : rangeOrder) {
+    order[at++] = Naxel::rangeField(type).tcamField;
+    if (type == RangeSetType::dstPort) order[at++] = Fields::portCombo;
+  }
+  order[at++] = Fields::destination;
+  order[at++] = Fields::source;
+  order[at] = Fields::prefixCombo;
+  return order;
+}();
 
 /// The functions of one entry, by their nodes: of the TCP flags, then by column.
 using Row = std::array<int, columns.size() + 1>;
@@ -62,16 +71,10 @@ Bdd rawMatched(Bits bits, uint16_t value, uint16_t mask) {
   return f;
 }
 
-RangeSetType typeOf(Field field) {
-  for (RangeSetType type : Naxel::allRangeSetTypes())
-    if (fieldOf(type) == field) return type;
-  return RangeSetType::rangeSetMax;
-}
-
-bool isAddress(Field field) { return field == Field::source || field == Field::destination; }
+bool isAddress(Field field) { return field == Fields::source || field == Fields::destination; }
 
 ComboLabelSetType comboOf(Field field, AddressFamily af) {
-  return field == Field::portCombo ? ComboLabelSetType::srcDstL4Port : Naxel::prefixComboType(af);
+  return field == Fields::portCombo ? ComboLabelSetType::srcDstL4Port : Naxel::prefixComboType(af);
 }
 
 /// The bit behind the first `depth` ones.
@@ -181,10 +184,11 @@ Bdd EntryFunctions::matched(Naxel::PDAclRule const& rule) {
   std::vector<Row> rows;
   rows.reserve(rule.filters());
   for (PDAclFilter const& entry : rule.filter()) {
+    if (matchesNothing(entry)) continue;
     Row& row = rows.emplace_back();
     row[0] = flagsMatched(entry).node();
     for (size_t i = 0; i < columns.size(); ++i)
-      row[i + 1] = matched(columns[i], fieldOf(entry, columns[i])).node();
+      row[i + 1] = matched(columns[i], entry.labelField(columns[i])).node();
   }
   std::sort(rows.begin(), rows.end());
   return anyRow(rows, 0);
@@ -208,10 +212,10 @@ Bdd const& EntryFunctions::matched(Field field, Naxel::EncodedLabelWithMask cons
 
 Bdd EntryFunctions::made(Field field, uint16_t value, uint16_t mask) {
   if (mask == 0) return Bdd(true);
-  if (field == Field::headFragment) return Bdd(false);
-  if (field == Field::prefixCombo || field == Field::portCombo) return combined(field, value, mask);
-  if (!isAddress(field) && layout_.isRaw(typeOf(field)))
-    return rawMatched(bitsOf(typeOf(field)), value, mask);
+  if (field == Fields::prefixCombo || field == Fields::portCombo)
+    return combined(field, value, mask);
+  if (!isAddress(field) && layout_.isRaw(Naxel::rangeTypeOf(field)))
+    return rawMatched(bitsOf(Naxel::rangeTypeOf(field)), value, mask);
   return labelled(field, partition(field).matching(value, mask),
                   ((highestLabel(field) ^ value) & mask) == 0);
 }
@@ -228,7 +232,7 @@ Bdd EntryFunctions::combined(Field field, uint16_t value, uint16_t mask) {
   uint8_t const width = layout_.combo[static_cast<size_t>(comboOf(field, af_))];
   if (width == 0) return Bdd(false);
   // Raw ports are no labels, and there is nothing to look up by them.
-  if (field == Field::portCombo &&
+  if (field == Fields::portCombo &&
       (layout_.isRaw(RangeSetType::srcPort) || layout_.isRaw(RangeSetType::dstPort)))
     return Bdd(false);
   Bdd found = paired(field, pairs(field).matching(value, mask));
@@ -240,9 +244,9 @@ Bdd EntryFunctions::combined(Field field, uint16_t value, uint16_t mask) {
 
 /// The packets whose pair of labels has one of the labels of the combination.
 Bdd EntryFunctions::paired(Field field, LabelSet const& labels) {
-  bool const ports = field == Field::portCombo;
-  Field const source = ports ? Field::sport : Field::source;
-  Field const destination = ports ? Field::dport : Field::destination;
+  bool const ports = field == Fields::portCombo;
+  Field const source = ports ? Fields::sport : Fields::source;
+  Field const destination = ports ? Fields::dport : Fields::destination;
   std::map<uint16_t, LabelSet> destinations;
   for (uint16_t const label : labels)
     for (LabelPair const& p : *pairs(field).of(label))
@@ -264,13 +268,14 @@ Bdd EntryFunctions::paired(Field field, LabelSet const& labels) {
 Partition const& EntryFunctions::partition(Field field) {
   auto& slot = partition_[static_cast<size_t>(field)];
   if (slot) return *slot;
-  bool const source = field == Field::source;
+  bool const source = field == Fields::source;
   if (isAddress(field))
     slot = std::make_unique<Partition>(
         bitsOf(af_, source), *data_.pdPrefixXformEntryColl(Naxel::PrefixXformKey(af_, source)),
         af_);
   else
-    slot = std::make_unique<Partition>(bitsOf(typeOf(field)), *data_.rangeColl(typeOf(field)));
+    slot = std::make_unique<Partition>(bitsOf(Naxel::rangeTypeOf(field)),
+                                       *data_.rangeColl(Naxel::rangeTypeOf(field)));
   return *slot;
 }
 
@@ -284,9 +289,9 @@ auto EntryFunctions::pairs(Field field) -> ByLabel<LabelPair> const& {
 }
 
 uint16_t EntryFunctions::highestLabel(Field field) const {
-  return KeyLayout::highestLabel(isAddress(field)
-                                     ? layout_.prefixWidth(af_, field == Field::source)
-                                     : layout_.range[static_cast<size_t>(typeOf(field))]);
+  return KeyLayout::highestLabel(
+      isAddress(field) ? layout_.prefixWidth(af_, field == Fields::source)
+                       : layout_.range[static_cast<size_t>(Naxel::rangeTypeOf(field))]);
 }
 
 }  // namespace Verify::Exact

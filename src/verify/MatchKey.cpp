@@ -2,34 +2,12 @@
 
 namespace Verify {
 
-using Naxel::EncodedLabelWithMask;
-using Naxel::PDAclFilter;
-
-EncodedLabelWithMask const& fieldOf(PDAclFilter const& f, Field field) {
-  switch (field) {
-    case Field::source: return f.source();
-    case Field::destination: return f.destination();
-    case Field::prefixCombo: return f.prefixCombo();
-    case Field::sport: return f.sport();
-    case Field::dport: return f.dport();
-    case Field::portCombo: return f.portCombo();
-    case Field::icmpType: return f.icmpType();
-    case Field::proto: return f.proto();
-    case Field::length: return f.length();
-    case Field::fragment: return f.fragment();
-    case Field::dscp: return f.dscp();
-    case Field::headFragment: break;
-  }
-  return f.headFragment();
-}
-
 std::string text(Labels const& labels) {
   std::string out;
-  for (size_t i = 0; i < fieldCount; ++i) {
-    Field const field = static_cast<Field>(i);
+  for (Field field : Naxel::allLabelFields()) {
     if (!labels[field]) continue;
-    out +=
-        (out.empty() ? "" : " ") + Mox::stringValue(field) + " " + std::to_string(*labels[field]);
+    if (!out.empty()) out += " ";
+    out += std::string(Naxel::labelFieldName(field)) + " " + std::to_string(*labels[field]);
   }
   return out;
 }

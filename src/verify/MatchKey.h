@@ -13,30 +13,26 @@
 
 namespace Verify {
 
-/// The fields of one entry, in the order in which Naxel::PDAclFilter has them.
-enum class Field : uint8_t {
-  source,
-  destination,
-  prefixCombo,
-  sport,
-  dport,
-  portCombo,
-  icmpType,
-  proto,
-  length,
-  fragment,
-  dscp,
-  headFragment
-};
-inline constexpr size_t fieldCount = 12;
+/// The fields of one entry that carry labels.
+using Field = Naxel::TcamFieldType;
+/// The largest value of one, and one: for arrays by field.
+inline constexpr size_t fieldCount = Naxel::labelFieldCount + 1;
 
-constexpr Field fieldOf(Naxel::RangeSetType type) {
-  constexpr std::array<Field, 7> fields = {Field::sport, Field::dport,  Field::icmpType,
-                                           Field::proto, Field::length, Field::fragment,
-                                           Field::dscp};
-  return fields[static_cast<size_t>(type)];
+/// Some of them, by the names that an entry has for them.
+namespace Fields {
+inline constexpr Field source = Field::tcamFieldTypeSrcIp;
+inline constexpr Field destination = Field::tcamFieldTypeDstIp;
+inline constexpr Field prefixCombo = Field::tcamFieldTypeSrcDstIp;
+inline constexpr Field sport = Field::tcamFieldTypeSrcPort;
+inline constexpr Field dport = Field::tcamFieldTypeDstPort;
+inline constexpr Field portCombo = Field::tcamFieldTypeSrcDstPort;
+inline constexpr Field proto = Field::tcamFieldTypeProto;
+}  // namespace Fields
+
+/// An entry that looks at the field for head fragments, which nothing ever fills, matches no packet.
+inline bool matchesNothing(Naxel::PDAclFilter const& entry) {
+  return entry.headFragment().mask().value() != 0;
 }
-Naxel::EncodedLabelWithMask const& fieldOf(Naxel::PDAclFilter const& filter, Field field);
 
 /// What a packet has in each field of the match key: a label, a raw value, or nothing.
 class Labels {
@@ -63,7 +59,7 @@ enum class MissYields : uint8_t {
 /// width 0 has no label.
 struct KeyLayout {
   std::array<uint8_t, 4> prefix = {16, 16, 16, 16};  // in the order of PrefixXformKey::all()
-  std::array<uint8_t, 7> range = {};
+  std::array<uint8_t, Naxel::rangeFieldCount> range = {};
   std::array<uint8_t, 3> combo = {};
   MissYields missYields = MissYields::nothing;
 
@@ -104,10 +100,3 @@ std::string text(Verdict const& verdict);
 inline std::ostream& operator<<(std::ostream& out, Verdict const& v) { return out << text(v); }
 
 }  // namespace Verify
-
-template <>
-struct Mox::EnumNames<Verify::Field> {
-  static constexpr std::array<std::string_view, 12> value = {
-      "source",   "destination", "prefixCombo", "sport",    "dport", "portCombo",
-      "icmpType", "proto",       "length",      "fragment", "dscp",  "headFragment"};
-};

@@ -44,24 +44,22 @@ Label labelOf(PDComboEntryColl const& table, Label src, Label dst) {
 
 /// Width of a field for entries of one family; 0 for a field that cannot be matched.
 unsigned widthOf(KeyLayout const& layout, Lumox::AddressFamily af, Field field) {
-  if (field == Field::source) return layout.prefixWidth(af, true);
-  if (field == Field::destination) return layout.prefixWidth(af, false);
-  if (field == Field::prefixCombo)
-    return layout.combo[static_cast<size_t>(Naxel::prefixComboType(af))];
-  if (field == Field::portCombo)
-    return layout.combo[static_cast<size_t>(ComboLabelSetType::srcDstL4Port)];
-  for (RangeSetType type : Naxel::allRangeSetTypes()) {
-    if (field != fieldOf(type)) continue;
-    if (!layout.isRaw(type)) return layout.range[static_cast<size_t>(type)];
-    return static_cast<unsigned>(std::bit_width(uint32_t{fieldBound(type)}));
+  switch (field) {
+    case Fields::source: return layout.prefixWidth(af, true);
+    case Fields::destination: return layout.prefixWidth(af, false);
+    case Fields::prefixCombo: return layout.combo[static_cast<size_t>(Naxel::prefixComboType(af))];
+    case Fields::portCombo:
+      return layout.combo[static_cast<size_t>(ComboLabelSetType::srcDstL4Port)];
+    default: break;
   }
-  return 0;
+  RangeSetType const type = Naxel::rangeTypeOf(field);
+  return layout.isRaw(type) ? Naxel::rangeField(type).bits
+                            : layout.range[static_cast<size_t>(type)];
 }
 
 bool isRaw(KeyLayout const& layout, Field field) {
-  for (RangeSetType type : Naxel::allRangeSetTypes())
-    if (field == fieldOf(type)) return layout.isRaw(type);
-  return false;
+  RangeSetType const type = Naxel::rangeTypeOf(field);
+  return type != RangeSetType::rangeSetMax && layout.isRaw(type);
 }
 
 /// Collects sentences up to a number.
@@ -89,14 +87,18 @@ void checkLabels(auto const& table, unsigned width, std::string const& name, Fin
 template <class Name>
 void checkEntry(PDAclFilter const& entry, KeyLayout const& layout, Lumox::AddressFamily af,
                 Name name, Findings& to) {
-  for (size_t i = 0; i < fieldCount; ++i) {
-    Field const field = static_cast<Field>(i);
-    auto const& match = fieldOf(entry, field);
+  auto const describe = [&](std::string_view field, auto const& match, std::string const& what) {
+    to.add(name() + ": " + std::string(field) + " " + std::to_string(match.label().value()) + "/" +
+           std::to_string(match.mask().value()) + what);
+  };
+  if (matchesNothing(entry))
+    describe("headFragment", entry.headFragment(), " is a field that no packet has");
+  for (Field field : Naxel::allLabelFields()) {
+    auto const& match = entry.labelField(field);
     uint16_t const mask = match.mask().value();
     if (mask == 0) continue;
     auto const add = [&](std::string const& what) {
-      to.add(name() + ": " + Mox::stringValue(field) + " " + std::to_string(match.label().value()) +
-             "/" + std::to_string(mask) + what);
+      describe(Naxel::labelFieldName(field), match, what);
     };
     unsigned const width = widthOf(layout, af, field);
     if ((mask | match.label().value()) >> width)
@@ -117,30 +119,32 @@ Labels naiveLabels(PDData const& data, KeyLayout const& layout, Packet const& pa
 
   for (bool source : {true, false}) {
     auto const table = data.pdPrefixXformEntryColl(PrefixXformKey(packet.af, source));
-    out[source ? Field::source : Field::destination] = orMiss(
+    out[source ? Fields::source : Fields::destination] = orMiss(
         labelOf(*table, source ? packet.src : packet.dst), layout.prefixWidth(packet.af, source));
   }
   for (RangeSetType type : Naxel::allRangeSetTypes()) {
     uint16_t const v = packet.value(type);
-    out[fieldOf(type)] = layout.isRaw(type) ? Label(v)
-                                            : orMiss(labelOf(*data.rangeColl(type), v),
-                                                     layout.range[static_cast<size_t>(type)]);
+    out[Naxel::rangeField(type).tcamField] =
+        layout.isRaw(type)
+            ? Label(v)
+            : orMiss(labelOf(*data.rangeColl(type), v), layout.range[static_cast<size_t>(type)]);
   }
   auto const combine = [&](Field to, ComboLabelSetType type, Field src, Field dst) {
     uint8_t const width = layout.combo[static_cast<size_t>(type)];
     if (width > 0) out[to] = orMiss(labelOf(*data.comboColl(type), out[src], out[dst]), width);
   };
-  combine(Field::prefixCombo, Naxel::prefixComboType(packet.af), Field::source, Field::destination);
+  combine(Fields::prefixCombo, Naxel::prefixComboType(packet.af), Fields::source,
+          Fields::destination);
   // Two raw ports are no labels, and there is nothing to look up by them.
   if (!layout.isRaw(RangeSetType::srcPort) && !layout.isRaw(RangeSetType::dstPort))
-    combine(Field::portCombo, ComboLabelSetType::srcDstL4Port, Field::sport, Field::dport);
+    combine(Fields::portCombo, ComboLabelSetType::srcDstL4Port, Fields::sport, Fields::dport);
   return out;
 }
 
 bool matches(PDAclFilter const& entry, Labels const& labels, Packet const& packet) {
-  for (size_t i = 0; i < fieldCount; ++i) {
-    Field const field = static_cast<Field>(i);
-    auto const& match = fieldOf(entry, field);
+  if (matchesNothing(entry)) return false;
+  for (Field field : Naxel::allLabelFields()) {
+    auto const& match = entry.labelField(field);
     if (match.mask().value() == 0) continue;
     if (!labels[field] || !match.matches(*labels[field])) return false;
   }

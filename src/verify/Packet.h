@@ -5,24 +5,25 @@
 #include "naxel/genset/GenSetTypes.h"
 #include "verify/Address.h"
 
+#include <array>
 #include <ostream>
 #include <string>
 
 namespace Verify {
 
 struct Packet {
-  static constexpr uint8_t protoTcp = 6;
+  static constexpr uint16_t protoTcp = 6;
 
   Lumox::AddressFamily af = Lumox::ipv4();
   Address src;
   Address dst;
   uint16_t sport = 0;
   uint16_t dport = 0;
-  uint8_t icmpType = 0;
-  uint8_t proto = 0;
+  uint16_t icmpType = 0;
+  uint16_t proto = 0;
   uint16_t length = 0;
   uint16_t fragment = 0;
-  uint8_t dscp = 0;
+  uint16_t dscp = 0;
   bool syn = false;
   bool ack = false;
   bool rst = false;
@@ -33,13 +34,22 @@ struct Packet {
   bool tcpEstablished() const { return proto == protoTcp && (ack || rst); }
 
   /// The fields of numbers by their type; `type` is a real one.
-  uint16_t value(Naxel::RangeSetType type) const;
+  uint16_t value(Naxel::RangeSetType type) const { return this->*member(type); }
   /// Stores the low bits that the field has.
-  void valueIs(Naxel::RangeSetType type, uint16_t v);
+  void valueIs(Naxel::RangeSetType type, uint16_t v) {
+    this->*member(type) = v & static_cast<uint16_t>(Naxel::rangeField(type).bound());
+  }
+
+ private:
+  static constexpr uint16_t Packet::*member(Naxel::RangeSetType type);
 };
 
-/// Largest value of a field.
-uint16_t fieldBound(Naxel::RangeSetType type);
+constexpr uint16_t Packet::*Packet::member(Naxel::RangeSetType type) {
+  constexpr std::array<uint16_t Packet::*, Naxel::rangeFieldCount> members = {
+      &Packet::sport,  &Packet::dport,    &Packet::icmpType, &Packet::proto,
+      &Packet::length, &Packet::fragment, &Packet::dscp};
+  return members[static_cast<size_t>(type)];
+}
 
 /// One line, for messages: "ipv4 10.0.0.1 > 10.0.0.2 proto 6 ports 1024 > 80 SYN ...". Fields that
 /// are 0 are left out behind the ports.

@@ -42,14 +42,12 @@ void PacketSource::gather(Naxel::AclConfig const& acl) {
                     AddressSet(filter->destination().get(), af)};
     rule.tcpInit = filter->matchTcpInit();
     rule.tcpEstablished = filter->matchTcpEstablished();
-    size_t type = 0;
-    filter->forEachRangeColl([&](auto const& ranges) {
-      uint32_t const bound = fieldBound(static_cast<RangeSetType>(type));
+    filter->forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+      uint32_t const bound = Naxel::rangeField(type).bound();
       for (auto const& r : ranges)
         if (r.rangeStart() <= r.rangeEnd() && r.rangeEnd() <= bound)
-          rule.value[type].push_back(
+          rule.value[static_cast<size_t>(type)].push_back(
               {static_cast<uint16_t>(r.rangeStart()), static_cast<uint16_t>(r.rangeEnd())});
-      ++type;
     });
     gatherCorners(*filter, rule);
   }
@@ -72,10 +70,11 @@ void PacketSource::gatherCorners(Naxel::RuleFilter const& filter, Rule const& ru
     }
   }
   for (size_t type = 0; type < rule.value.size(); ++type) {
-    uint16_t const bound = fieldBound(static_cast<RangeSetType>(type));
+    uint32_t const bound = Naxel::rangeFields[type].bound();
     for (Span const& s : rule.value[type])
       for (int v : {s.first - 1, int{s.first}, int{s.last}, s.last + 1})
-        if (v >= 0 && v <= bound) to.value[type].push_back(static_cast<uint16_t>(v));
+        if (v >= 0 && v <= static_cast<int>(bound))
+          to.value[type].push_back(static_cast<uint16_t>(v));
   }
 }
 
@@ -197,7 +196,7 @@ uint16_t PacketSource::anyValue(Lumox::AddressFamily af, RangeSetType type) {
   static constexpr std::array<uint16_t, 4> common = {6, 17, 1, 58};
   if (type == RangeSetType::proto && !random_.oneIn(4)) return common[random_.below(4)];
   if (random_.oneIn(3)) return 0;  // as of a packet that lacks the field
-  return static_cast<uint16_t>(random_.next()) & fieldBound(type);
+  return static_cast<uint16_t>(random_.next() & Naxel::rangeField(type).bound());
 }
 
 /// Flags of any kind, on packets of other protocols too: there they mean nothing.
@@ -210,15 +209,16 @@ void PacketSource::flags(Packet& packet) {
 
 /// Gives one field another value: a corner, a random one or a neighbour of its own.
 void PacketSource::alterOne(Packet& packet) {
-  size_t const field = random_.below(10);
-  if (field == 9) return flags(packet);
-  if (field >= 7) {
-    Address& a = field == 7 ? packet.src : packet.dst;
+  size_t const sides = Naxel::rangeFieldCount;
+  size_t const field = random_.below(sides + 3);
+  if (field == sides + 2) return flags(packet);
+  if (field >= sides) {
+    Address& a = field == sides ? packet.src : packet.dst;
     unsigned const bits = addressBits(packet.af);
     if (random_.oneIn(3))
       a = random_.oneIn(2) ? previousAddress(a, bits) : nextAddress(a, bits);
     else
-      a = anyAddress(packet.af, field - 7);
+      a = anyAddress(packet.af, field - sides);
     return;
   }
   auto const type = static_cast<RangeSetType>(field);
@@ -241,7 +241,7 @@ Packet PacketSource::fromCorners(Lumox::AddressFamily af) {
 Packet PacketSource::fromSeveralRules() {
   Lumox::AddressFamily const af = random_.of(rule_).af;
   Packet packet = fromCorners(af);
-  for (size_t field = 0; field < 9; ++field) {
+  for (size_t field = 0; field < Naxel::rangeFieldCount + 2; ++field) {
     size_t const at = random_.below(rule_.size());
     if (rule_[at].af != af) continue;
     if (field < 2) {

@@ -48,13 +48,13 @@ class PacketSource {
   struct Rule {
     Lumox::AddressFamily af;
     std::array<AddressSet, 2> address;  // source, destination
-    std::array<std::vector<Span>, 7> value;
+    std::array<std::vector<Span>, Naxel::rangeFieldCount> value;
     bool tcpInit = false;
     bool tcpEstablished = false;
   };
   struct Pool {
     std::array<std::vector<Address>, 2> address;
-    std::array<std::vector<uint16_t>, 7> value;
+    std::array<std::vector<uint16_t>, Naxel::rangeFieldCount> value;
   };
 
   Pool& pool(Lumox::AddressFamily af) { return pool_[static_cast<size_t>(af)]; }

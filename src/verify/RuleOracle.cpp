@@ -48,9 +48,8 @@ bool matches(RuleFilter const& filter, Packet const& packet) {
   if (filter.matchTcpInit() && !packet.tcpInit()) return false;
   if (filter.matchTcpEstablished() && !packet.tcpEstablished()) return false;
   bool allHold = true;
-  size_t type = 0;
-  filter.forEachRangeColl([&](auto const& ranges) {
-    uint32_t const v = packet.value(static_cast<RangeSetType>(type++));
+  filter.forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+    uint32_t const v = packet.value(type);
     bool holds = ranges.empty();
     for (auto const& r : ranges) holds = holds || (r.rangeStart() <= v && v <= r.rangeEnd());
     allHold = allHold && holds;
@@ -137,10 +136,9 @@ RuleOracle::Rule RuleOracle::compile(AceIndex index, RuleConfig const& rule,
   out.destination = AddressSet(filter.destination().get(), af);
   out.tcpInit = filter.matchTcpInit();
   out.tcpEstablished = filter.matchTcpEstablished();
-  size_t type = 0;
-  filter.forEachRangeColl([&](auto const& ranges) {
-    for (auto const& r : ranges) out.range[type].push_back({r.rangeStart(), r.rangeEnd()});
-    ++type;
+  filter.forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+    for (auto const& r : ranges)
+      out.range[static_cast<size_t>(type)].push_back({r.rangeStart(), r.rangeEnd()});
   });
   return out;
 }

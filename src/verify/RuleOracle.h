@@ -48,7 +48,7 @@ class RuleOracle {
     Naxel::AceIndex index;
     AddressSet source;
     AddressSet destination;
-    std::array<std::vector<Range>, 7> range;
+    std::array<std::vector<Range>, Naxel::rangeFieldCount> range;
     bool tcpInit = false;
     bool tcpEstablished = false;
     bool matches(Packet const& packet) const;

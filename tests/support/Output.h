@@ -21,21 +21,7 @@ struct Match {
 };
 
 inline void matchIs(Naxel::PDAclFilter& f, Match const& m) {
-  Naxel::EncodedLabelWithMask const v(m.label, m.mask);
-  switch (m.field) {
-    case Field::source: return f.sourceIs(v);
-    case Field::destination: return f.destinationIs(v);
-    case Field::prefixCombo: return f.prefixComboIs(v);
-    case Field::sport: return f.sportIs(v);
-    case Field::dport: return f.dportIs(v);
-    case Field::portCombo: return f.portComboIs(v);
-    case Field::icmpType: return f.icmpTypeIs(v);
-    case Field::proto: return f.protoIs(v);
-    case Field::length: return f.lengthIs(v);
-    case Field::fragment: return f.fragmentIs(v);
-    case Field::dscp: return f.dscpIs(v);
-    case Field::headFragment: return f.headFragmentIs(v);
-  }
+  f.labelFieldIs(m.field, {m.label, m.mask});
 }
 
 inline Naxel::PDAclFilter entryOf(std::vector<Match> const& matches) {

@@ -57,9 +57,8 @@ bool isMistaken(AclConfigColl const& acls) {
              {list ? &list->addr() : nullptr, list ? &list->exceptAddr() : nullptr})
           if (prefixes)
             for (auto const& p : *prefixes) (p.af() == Lumox::ipv4() ? v4 : v6) = true;
-      size_t type = 0;
-      rule->ruleFilter()->forEachRangeColl([&](auto const& ranges) {
-        uint32_t const bound = Verify::fieldBound(allRangeSetTypes()[type++]);
+      rule->ruleFilter()->forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+        uint32_t const bound = rangeField(type).bound();
         for (auto const& r : ranges)
           range = range || r.rangeStart() > r.rangeEnd() || r.rangeEnd() > bound;
       });
@@ -157,19 +156,7 @@ class SimChip::DriverSide : public PDStatus::Notifiee, public PDConfig::Notifiee
   }
   void onGlobalAclControl() override { mark(); }
   void onPdResourceConfig() override { mark(); }
-  void onPdPrefixXformEntryStatus(PrefixXformKey const&) override { mark(); }
-  void onPdV4PrefixComboEntryStatus() override { mark(); }
-  void onPdV6PrefixComboEntryStatus() override { mark(); }
-  void onPdPortComboEntryStatus() override { mark(); }
-  void onPdSrcPortXformEntryStatus() override { mark(); }
-  void onPdDstPortXformEntryStatus() override { mark(); }
-  void onPdIcmpXformEntryStatus() override { mark(); }
-  void onPdProtocolXformEntryStatus() override { mark(); }
-  void onPdLengthXformEntryStatus() override { mark(); }
-  void onPdFragmentXformEntryStatus() override { mark(); }
-  void onPdDscpXformEntryStatus() override { mark(); }
-  void onPdTcpFlagsXformEntryStatus() override { mark(); }
-  void onPdAclRuleEntryStatus() override { mark(); }
+  void onTableStatus() override { mark(); }
 
  private:
   void mark() {

@@ -46,34 +46,6 @@ Mox::Ptr<RuleConfig> ruleOf(SimChip& chip, std::string const& acl, std::string c
   return config ? config->ruleByName(rule) : nullptr;
 }
 
-/// Calls `f(filter, add, del)` ... for the ranges of one field.
-template <class F>
-void onField(RuleFilter& r, std::string const& field, F f) {
-  if (field == "sport")
-    f(
-        L4PortRange(), [&](auto v) { r.sportRangeIs(v); }, [&](auto v) { r.sportRangeDel(v); });
-  else if (field == "dport")
-    f(
-        L4PortRange(), [&](auto v) { r.dportRangeIs(v); }, [&](auto v) { r.dportRangeDel(v); });
-  else if (field == "icmp")
-    f(
-        IcmpTypeRange(), [&](auto v) { r.icmpTypeIs(v); }, [&](auto v) { r.icmpTypeDel(v); });
-  else if (field == "proto")
-    f(
-        ProtoRange(), [&](auto v) { r.protoIs(v); }, [&](auto v) { r.protoDel(v); });
-  else if (field == "len")
-    f(
-        LengthRange(), [&](auto v) { r.lengthIs(v); }, [&](auto v) { r.lengthDel(v); });
-  else if (field == "frag")
-    f(
-        FragmentRange(), [&](auto v) { r.fragmentIs(v); }, [&](auto v) { r.fragmentDel(v); });
-  else if (field == "dscp")
-    f(
-        DscpRange(), [&](auto v) { r.dscpIs(v); }, [&](auto v) { r.dscpDel(v); });
-  else
-    unknown(field);
-}
-
 void editPrefix(RuleConfig& rule, bool source, std::string const& change) {
   if (!rule.ruleFilter()) return;
   auto const list = source ? rule.ruleFilter()->source() : rule.ruleFilter()->destination();
@@ -432,22 +404,22 @@ bool Simulator::edit(SimChip& chip, std::string const& verb, std::istringstream&
     if (list)
       to ? other->ruleFilterIs()->sourceIs(list) : other->ruleFilterIs()->destinationIs(list);
   } else if (verb == "range") {
-    std::string const field = word(in);
+    RangeField const* const field = rangeFieldOf(word(in));
     std::string const change = word(in);
+    if (!field) unknown(in.str());
     if (!rule || change.size() < 2) return true;
-    onField(*rule->ruleFilterIs(), field, [&](auto kind, auto add, auto del) {
-      std::istringstream numbers(change.substr(1));
-      uint32_t first = 0;
-      uint32_t last = 0;
-      char dash = 0;
-      if (!(numbers >> first >> dash >> last)) unknown(change);
-      try {
-        decltype(kind) const range(first, last);
-        change[0] == '+' ? add(range) : del(range);
-      } catch (Mox::RangeError const&) {
-        // Some types refuse such values themselves.
-      }
-    });
+    std::istringstream numbers(change.substr(1));
+    uint32_t first = 0;
+    uint32_t last = 0;
+    char dash = 0;
+    if (!(numbers >> first >> dash >> last)) unknown(change);
+    auto const filter = rule->ruleFilterIs();
+    try {
+      change[0] == '+' ? filter->rangeIs(field->type, first, last)
+                       : filter->rangeDel(field->type, first, last);
+    } catch (Mox::RangeError const&) {
+      // Some types refuse such values themselves.
+    }
   } else {
     return false;
   }

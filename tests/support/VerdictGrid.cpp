@@ -16,6 +16,7 @@ using namespace Naxel;
 using Verify::Address;
 using Verify::AddressSet;
 using Verify::Field;
+namespace Fields = Verify::Fields;
 using Verify::KeyLayout;
 using Verify::Packet;
 using Label = std::optional<uint16_t>;
@@ -54,11 +55,11 @@ class AclGrid {
   void compare(uint64_t budget, uint64_t seed) {
     bool const ports =
         !layout_.isRaw(RangeSetType::srcPort) && !layout_.isRaw(RangeSetType::dstPort);
-    axes_.push_back(pairAxis(addressAxis(true), addressAxis(false), Field::prefixCombo,
+    axes_.push_back(pairAxis(addressAxis(true), addressAxis(false), Fields::prefixCombo,
                              prefixComboType(key_.af()), true,
                              [](Packet const& from, Packet& to) { to.dst = from.dst; }));
     axes_.push_back(pairAxis(valueAxis(RangeSetType::srcPort), valueAxis(RangeSetType::dstPort),
-                             Field::portCombo, ComboLabelSetType::srcDstL4Port, ports,
+                             Fields::portCombo, ComboLabelSetType::srcDstL4Port, ports,
                              [](Packet const& from, Packet& to) { to.dport = from.dport; }));
     for (RangeSetType type : {RangeSetType::proto, RangeSetType::icmp, RangeSetType::length,
                               RangeSetType::fragment, RangeSetType::dscp})
@@ -106,7 +107,7 @@ class AclGrid {
   /// Lets the entries through whose mask for a field is 0 or whose value agrees.
   void passEntries(Class& c, Field field, Label label) const {
     for (size_t i = 0; i < entries_.size(); ++i) {
-      auto const& match = Verify::fieldOf(*entries_[i].match, field);
+      auto const& match = entries_[i].match->labelField(field);
       if (match.mask().value() == 0 || (label && match.matches(*label))) pass(c, ruleWords_, i);
     }
   }
@@ -144,7 +145,7 @@ class AclGrid {
           c.label = e.value().value();
         }
       if (!c.label) c.label = layout_.miss(layout_.prefixWidth(key_.af(), source));
-      passEntries(c, source ? Field::source : Field::destination, c.label);
+      passEntries(c, source ? Fields::source : Fields::destination, c.label);
       addClass(axis, seen, std::move(c));
     }
     return axis;
@@ -152,7 +153,7 @@ class AclGrid {
 
   /// The values at which rules or entries can change their mind about a field.
   std::set<uint32_t> valueCuts(RangeSetType type) const {
-    uint32_t const bound = Verify::fieldBound(type);
+    uint32_t const bound = rangeField(type).bound();
     std::set<uint32_t> cuts = {0};
     auto const cut = [&](uint32_t first, uint32_t last) {
       cuts.insert(first);
@@ -164,7 +165,7 @@ class AclGrid {
       for (auto const& e : data_.rangeColl(type)->entry()) cut(e.key().first(), e.key().last());
     } else {
       for (Entry const& entry : entries_) {
-        auto const& match = Verify::fieldOf(*entry.match, Verify::fieldOf(type));
+        auto const& match = entry.match->labelField(rangeField(type).tcamField);
         uint32_t const mask = match.mask().value();
         uint32_t const open = bound & ~mask;
         uint32_t const run = open & ~(open + 1);  // the open bits at the low end
@@ -181,9 +182,8 @@ class AclGrid {
   }
   template <class F>
   static void forRanges(RuleFilter const& filter, RangeSetType type, F f) {
-    size_t i = 0;
-    filter.forEachRangeColl([&](auto const& ranges) {
-      if (i++ == static_cast<size_t>(type))
+    filter.forEachRangeColl([&](RangeSetType t, auto const& ranges) {
+      if (t == type)
         for (auto const& r : ranges) f(r.rangeStart(), r.rangeEnd());
     });
   }
@@ -208,7 +208,7 @@ class AclGrid {
         if (e.key().first() <= v && v <= e.key().last()) c.label = e.value().value();
       if (!c.label) c.label = layout_.miss(layout_.range[static_cast<size_t>(type)]);
     }
-    passEntries(c, Verify::fieldOf(type), c.label);
+    passEntries(c, rangeField(type).tcamField, c.label);
     return c;
   }
 

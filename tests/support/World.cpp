@@ -31,16 +31,22 @@ void addPrefixes(IpPrefixList& list, std::string const& text) {
   }
 }
 
-template <class R, class Add>
-void addRanges(std::string const& text, Add add) {
+void addRanges(RuleFilter& filter, RangeSetType type, std::string const& text) {
   for (std::string const& part : split(text, ',')) {
     auto const ends = split(part, '-');
     auto const first = static_cast<uint32_t>(std::stoul(ends[0]));
-    add(R(first, ends.size() > 1 ? static_cast<uint32_t>(std::stoul(ends[1])) : first));
+    filter.rangeIs(type, first,
+                   ends.size() > 1 ? static_cast<uint32_t>(std::stoul(ends[1])) : first);
   }
 }
 
 }  // namespace
+
+RangeField const* rangeFieldOf(std::string_view word) {
+  for (RangeField const& field : rangeFields)
+    if (word.size() > 2 && field.name.starts_with(word)) return &field;
+  return nullptr;
+}
 
 void fillFilter(RuleConfig& rule, std::string_view text) {
   std::istringstream in{std::string(text)};
@@ -57,20 +63,8 @@ void fillFilter(RuleConfig& rule, std::string_view text) {
       addPrefixes(*filter->sourceIs(), value());
     else if (key == "dst")
       addPrefixes(*filter->destinationIs(), value());
-    else if (key == "sport")
-      addRanges<L4PortRange>(value(), [&](auto r) { filter->sportRangeIs(r); });
-    else if (key == "dport")
-      addRanges<L4PortRange>(value(), [&](auto r) { filter->dportRangeIs(r); });
-    else if (key == "icmp")
-      addRanges<IcmpTypeRange>(value(), [&](auto r) { filter->icmpTypeIs(r); });
-    else if (key == "proto")
-      addRanges<ProtoRange>(value(), [&](auto r) { filter->protoIs(r); });
-    else if (key == "len")
-      addRanges<LengthRange>(value(), [&](auto r) { filter->lengthIs(r); });
-    else if (key == "frag")
-      addRanges<FragmentRange>(value(), [&](auto r) { filter->fragmentIs(r); });
-    else if (key == "dscp")
-      addRanges<DscpRange>(value(), [&](auto r) { filter->dscpIs(r); });
+    else if (RangeField const* const field = rangeFieldOf(key))
+      addRanges(*filter, field->type, value());
     else if (key == "init")
       filter->matchTcpInitIs(true);
     else if (key == "est")
@@ -130,13 +124,9 @@ void copyRule(RuleConfig const& from, RuleConfig& to) {
 void copyFilter(RuleFilter const& from, RuleFilter& to) {
   to.sourceIs(copied(from.source()));
   to.destinationIs(copied(from.destination()));
-  for (auto const& r : from.sportRange()) to.sportRangeIs(r);
-  for (auto const& r : from.dportRange()) to.dportRangeIs(r);
-  for (auto const& r : from.icmpType()) to.icmpTypeIs(r);
-  for (auto const& r : from.proto()) to.protoIs(r);
-  for (auto const& r : from.length()) to.lengthIs(r);
-  for (auto const& r : from.fragment()) to.fragmentIs(r);
-  for (auto const& r : from.dscp()) to.dscpIs(r);
+  from.forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+    for (auto const& r : ranges) to.rangeIs(type, r.rangeStart(), r.rangeEnd());
+  });
   to.matchTcpInitIs(from.matchTcpInit());
   to.matchTcpEstablishedIs(from.matchTcpEstablished());
 }
@@ -241,15 +231,10 @@ void ScriptDriver::answer() {
 }
 
 void ScriptDriver::answerAll(ResourceStatus const& status, bool prefixLast) {
-  auto const prefixes = [&] {
-    for (PrefixXformKey const& key : PrefixXformKey::all())
-      status_.pdPrefixXformEntryStatusIs(key, status);
-  };
-  if (!prefixLast) prefixes();
-  for (ComboLabelSetType type : allComboLabelSetTypes()) status_.comboStatusIs(type, status);
-  for (RangeSetType type : allRangeSetTypes()) status_.rangeStatusIs(type, status);
-  status_.pdAclRuleEntryStatusIs(status);
-  if (prefixLast) prefixes();
+  for (bool prefixes : {!prefixLast, prefixLast})
+    for (PDTable table : allPDTables())
+      if (table != PDTable::tcpFlags && isPrefixTable(table) == prefixes)
+        tableStatusIs(status_, table, status);
 }
 
 World::World(std::string_view rules, uint8_t chip)
@@ -314,9 +299,6 @@ std::string dump(PDData const& data) {
   for (ComboLabelSetType type : allComboLabelSetTypes())
     table(Mox::stringValue(type), data.comboColl(type)->entry(),
           [&](auto const& e) { out << e.key().srcLabel() << "," << e.key().dstLabel(); });
-  auto const field = [&](char const* name, EncodedLabelWithMask const& e) {
-    if (e.mask().value()) out << " " << name << "=" << e.label() << "/" << e.mask();
-  };
   for (auto const& [key, acl] : data.pdAclColl()->pdAcl()) {
     if (acl->rule().empty()) out << "acl " << key.aclName() << " " << key.af() << "\n";
     for (auto const& [index, rule] : acl->rule()) {
@@ -324,17 +306,9 @@ std::string dump(PDData const& data) {
         out << "acl " << key.aclName() << " " << key.af() << " " << index << ": none\n";
       for (PDAclFilter const& f : rule->filter()) {
         out << "acl " << key.aclName() << " " << key.af() << " " << index << ":";
-        field("source", f.source());
-        field("destination", f.destination());
-        field("prefixCombo", f.prefixCombo());
-        field("sport", f.sport());
-        field("dport", f.dport());
-        field("portCombo", f.portCombo());
-        field("icmpType", f.icmpType());
-        field("proto", f.proto());
-        field("length", f.length());
-        field("fragment", f.fragment());
-        field("dscp", f.dscp());
+        for (TcamFieldType type : allLabelFields())
+          if (auto const& e = f.labelField(type); e.mask().value())
+            out << " " << labelFieldName(type) << "=" << e.label() << "/" << e.mask();
         if (f.matchTcpInit()) out << " init";
         if (f.matchTcpEstablished()) out << " est";
         if (rule->action().dropEnabled()) out << " drop";

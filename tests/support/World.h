@@ -14,15 +14,15 @@ namespace Test {
 
 /// Puts rules into a configuration. One rule per line:
 ///
-///   ACL INDEX NAME [src P,P,!P] [dst ...] [sport R,R] [dport R] [icmp R] [proto R] [len R] [frag
-///   R]
-///       [dscp R] [init] [est] [drop] [log] [tc=N]
+///   ACL INDEX NAME [src P,P,!P] [dst ...] [FIELD R,R] [init] [est] [drop] [log] [tc=N]
 ///
-/// P is a prefix, !P an except prefix, R a number or FIRST-LAST. A rule of a name that is there
+/// P is a prefix, !P an except prefix, FIELD the beginning of a range field's name, R a number or FIRST-LAST. A rule of a name that is there
 /// already is replaced. "af ACL ipv6" sets an ACL's family, "acl NAME" makes an ACL without rules.
 /// Aborts the test on anything else.
 void addRules(Naxel::AclConfigColl& coll, std::string_view text);
 
+/// The range field whose name begins with a word of three letters or more; null for none.
+Naxel::RangeField const* rangeFieldOf(std::string_view word);
 /// The filter of one rule in the form above, without ACL, index and name.
 void fillFilter(Naxel::RuleConfig& rule, std::string_view text);
 

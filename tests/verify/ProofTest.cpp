@@ -285,20 +285,13 @@ class Tampering {
   }
   template <class Change>
   bool changeField(PDAclFilter& f, Change change) {
-    using Setter = void (PDAclFilter::*)(EncodedLabelWithMask const&);
-    static constexpr Setter setters[] = {
-        &PDAclFilter::sourceIs,   &PDAclFilter::destinationIs, &PDAclFilter::prefixComboIs,
-        &PDAclFilter::sportIs,    &PDAclFilter::dportIs,       &PDAclFilter::portComboIs,
-        &PDAclFilter::icmpTypeIs, &PDAclFilter::protoIs,       &PDAclFilter::lengthIs,
-        &PDAclFilter::fragmentIs, &PDAclFilter::dscpIs};
-    std::vector<size_t> constrained;
-    for (size_t i = 0; i < std::size(setters); ++i)
-      if (Verify::fieldOf(f, static_cast<Verify::Field>(i)).mask().value() != 0)
-        constrained.push_back(i);
+    std::vector<TcamFieldType> constrained;
+    for (TcamFieldType field : allLabelFields())
+      if (f.labelField(field).mask().value() != 0) constrained.push_back(field);
     if (constrained.empty()) return false;
-    size_t const i = dice_.of(constrained);
-    auto const& match = Verify::fieldOf(f, static_cast<Verify::Field>(i));
-    (f.*setters[i])(change(match.label().value(), match.mask().value()));
+    TcamFieldType const field = dice_.of(constrained);
+    auto const& match = f.labelField(field);
+    f.labelFieldIs(field, change(match.label().value(), match.mask().value()));
     return true;
   }
   static uint16_t lowBit(uint16_t mask) { return static_cast<uint16_t>(mask & -mask); }

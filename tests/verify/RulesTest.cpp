@@ -151,11 +151,8 @@ std::vector<std::string> randomRules(Random& random, size_t count, bool six) {
     std::string rule;
     if (!random.oneIn(4)) rule += " src " + list();
     if (!random.oneIn(4)) rule += " dst " + list();
-    static char const* const fields[] = {"sport", "dport", "icmp", "proto", "len", "frag", "dscp"};
-    for (size_t f = 0; f < 7; ++f)
-      if (random.oneIn(5))
-        rule +=
-            std::string(" ") + fields[f] + " " + ranges(fieldBound(static_cast<RangeSetType>(f)));
+    for (Naxel::RangeField const& field : Naxel::rangeFields)
+      if (random.oneIn(5)) rule += " " + std::string(field.name) + " " + ranges(field.bound());
     if (random.oneIn(8)) rule += " init";
     if (random.oneIn(8)) rule += " est";
     rules.push_back(rule);

@@ -127,28 +127,29 @@ void addCommon(CLI::App& command, Common& to) {
   command.add_option("rules", to.rules, "Rule files")->required()->type_name("RULES");
 }
 
-void addField(CLI::App& command, std::string const& name, Verify::Packet& packet,
-              Naxel::RangeSetType type) {
-  command
-      .add_option_function<uint32_t>(
-          name,
-          [&packet, type](uint32_t const& v) { packet.valueIs(type, static_cast<uint16_t>(v)); },
-          Naxel::stringValue(type) + " of the packet")
-      ->check(CLI::Range(0u, unsigned{Verify::fieldBound(type)}))
-      ->type_name("NUMBER");
+/// "--icmp-type" for "icmpType".
+std::string optionOf(std::string_view name) {
+  std::string option = "--";
+  for (char const c : name) {
+    if (c >= 'A' && c <= 'Z') option += '-';
+    option += static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+  }
+  return option;
 }
 
 void addPacket(CLI::App& command, Classification& to) {
-  using enum Naxel::RangeSetType;
   command.add_option("--src", to.src, "Source address")->required();
   command.add_option("--dst", to.dst, "Destination address")->required();
-  addField(command, "--proto", to.packet, proto);
-  addField(command, "--sport", to.packet, srcPort);
-  addField(command, "--dport", to.packet, dstPort);
-  addField(command, "--icmp-type", to.packet, icmp);
-  addField(command, "--length", to.packet, length);
-  addField(command, "--fragment", to.packet, fragment);
-  addField(command, "--dscp", to.packet, dscp);
+  for (Naxel::RangeField const& field : Naxel::rangeFields)
+    command
+        .add_option_function<uint32_t>(
+            optionOf(field.name),
+            [&to, type = field.type](uint32_t const& v) {
+              to.packet.valueIs(type, static_cast<uint16_t>(v));
+            },
+            std::string(field.typeName) + " of the packet")
+        ->check(CLI::Range(0u, unsigned{field.bound()}))
+        ->type_name("NUMBER");
   command.add_option("--tcp", to.tcp, "TCP flags that are set, of syn, ack and rst")
       ->delimiter(',')
       ->check(CLI::IsMember({"syn", "ack", "rst"}))

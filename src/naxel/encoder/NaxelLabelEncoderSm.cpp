@@ -3,7 +3,6 @@
 #include "mox/Assert.h"
 #include "naxel/genset/FieldNames.h"
 #include "naxel/genset/KeyPlaces.h"
-#include "naxel/types/Action.h"
 #include "naxel/types/NaxelTrace.h"
 
 namespace Naxel {
@@ -53,18 +52,8 @@ std::vector<std::pair<Key, EncodedLabel>> encodedEntries(Mox::FlatMap<Key, Plain
 }  // namespace
 
 uint32_t naturalBitWidth(RangeSetType type) {
-  switch (type) {
-    case RangeSetType::srcPort:
-    case RangeSetType::dstPort: return Constants::l4PortBitWidth();
-    case RangeSetType::icmp: return Constants::icmpTypeBitWidth();
-    case RangeSetType::proto: return Constants::protoBitWidth();
-    case RangeSetType::length: return Constants::lengthBitWidth();
-    case RangeSetType::fragment: return Constants::fragmentBitWidth();
-    case RangeSetType::dscp: return Constants::dscpBitWidth();
-    case RangeSetType::rangeSetMax: break;
-  }
-  MOX_ASSERT(false && "Unknown rangeSet type");
-  return 0;
+  if (type >= RangeSetType::rangeSetMax) MOX_ASSERT(false && "Unknown rangeSet type");
+  return rangeField(type).bits;
 }
 
 LabelEncoderSm::LabelEncoderSm(Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config,

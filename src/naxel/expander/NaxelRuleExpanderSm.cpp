@@ -2,6 +2,7 @@
 
 #include "mox/Assert.h"
 #include "mox/Bounded.h"
+#include "naxel/genset/FieldNames.h"
 #include "naxel/types/NaxelTrace.h"
 
 #include <algorithm>
@@ -16,30 +17,6 @@ namespace {
 constexpr uint64_t indexSpace = std::numeric_limits<uint32_t>::max();
 /// So many of the stamps are about other things than the pairs of the sets.
 constexpr std::ptrdiff_t otherStamps = 2;
-
-/// The field that each range type is matched in, by type.
-constexpr TcamFieldType rangeFields[] = {
-    TcamFieldType::tcamFieldTypeSrcPort, TcamFieldType::tcamFieldTypeDstPort,
-    TcamFieldType::tcamFieldTypeIcmp,    TcamFieldType::tcamFieldTypeProto,
-    TcamFieldType::tcamFieldTypeLength,  TcamFieldType::tcamFieldTypeFragOffset,
-    TcamFieldType::tcamFieldTypeDscp};
-
-/// Each of them in words.
-char const* fieldTitle(TcamFieldType field) {
-  static constexpr char const* titles[] = {"",
-                                           "source address",
-                                           "destination address",
-                                           "the pair of addresses",
-                                           "source port",
-                                           "destination port",
-                                           "the pair of ports",
-                                           "ICMP type",
-                                           "protocol",
-                                           "length",
-                                           "fragment",
-                                           "DSCP"};
-  return titles[static_cast<size_t>(field)];
-}
 
 /// "rule 20 'web' of 'edge'".
 std::string ruleText(AclGenSetIpRuleList const& acl, AceIndex index, GenSetIpRule const& rule) {
@@ -75,23 +52,8 @@ void RuleFilterQueue::delAll() {
 }
 
 void setTcamField(PDAclFilter& filter, TcamFieldType type, EncodedLabelWithMask const& value) {
-  switch (type) {
-    case TcamFieldType::tcamFieldTypeSrcIp: return filter.sourceIs(value);
-    case TcamFieldType::tcamFieldTypeDstIp: return filter.destinationIs(value);
-    case TcamFieldType::tcamFieldTypeSrcDstIp: return filter.prefixComboIs(value);
-    case TcamFieldType::tcamFieldTypeSrcPort: return filter.sportIs(value);
-    case TcamFieldType::tcamFieldTypeDstPort: return filter.dportIs(value);
-    case TcamFieldType::tcamFieldTypeSrcDstPort: return filter.portComboIs(value);
-    case TcamFieldType::tcamFieldTypeIcmp: return filter.icmpTypeIs(value);
-    case TcamFieldType::tcamFieldTypeProto: return filter.protoIs(value);
-    case TcamFieldType::tcamFieldTypeLength: return filter.lengthIs(value);
-    case TcamFieldType::tcamFieldTypeFragOffset: return filter.fragmentIs(value);
-    case TcamFieldType::tcamFieldTypeDscp: return filter.dscpIs(value);
-    case TcamFieldType::tcamFieldTypeNone:
-    case TcamFieldType::tcamFieldTypeMatchTcpInit:
-    case TcamFieldType::tcamFieldTypeMmatchTcpEstablished: break;
-  }
-  MOX_ASSERT(false && "Invalid tcam field");
+  if (!carriesLabel(type)) MOX_ASSERT(false && "Invalid tcam field");
+  filter.labelFieldIs(type, value);
 }
 
 RuleExpanderSm::RuleExpanderSm(Obel::ChipId chipId, Mox::Ptr<RuleExpanderConfig> config,
@@ -144,8 +106,7 @@ void RuleExpanderSm::bindSources() {
     }
   rangeSources_.clear();
   for (RangeSetType type : allRangeSetTypes())
-    rangeSources_.push_back(source(rangeFields[static_cast<size_t>(type)],
-                                   *config.rangeEncoderStatus(type),
+    rangeSources_.push_back(source(rangeField(type).tcamField, *config.rangeEncoderStatus(type),
                                    *config.rangeSplitStatus(type)));
   comboSources_.clear();
   comboInfos_.clear();
@@ -339,7 +300,7 @@ void RuleExpanderSm::addFactor(Source const& source, GenSetKey key) {
     return;
   }
   if (!source.xform->answersForSets() || source.xform->plainLabelListMap()->plainLabelList(key))
-    throw std::logic_error(std::string(fieldTitle(source.field)) +
+    throw std::logic_error(fieldName(source.field) +
                            " is matched by labels on this chip, and there are none for its set");
   recipe_.matchesNothing = true;
 }

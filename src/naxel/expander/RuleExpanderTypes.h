@@ -4,28 +4,9 @@
 
 #include "naxel/encoder/EncoderTypes.h"
 #include "naxel/loader/PDData.h"
-
-#include <array>
+#include "naxel/types/MatchFields.h"
 
 namespace Naxel {
-
-/// The field of an entry that a label is written into. Only the values 1 to 11 carry labels.
-enum class TcamFieldType : uint8_t {
-  tcamFieldTypeNone,
-  tcamFieldTypeSrcIp,
-  tcamFieldTypeDstIp,
-  tcamFieldTypeSrcDstIp,
-  tcamFieldTypeSrcPort,
-  tcamFieldTypeDstPort,
-  tcamFieldTypeSrcDstPort,
-  tcamFieldTypeIcmp,
-  tcamFieldTypeProto,
-  tcamFieldTypeLength,
-  tcamFieldTypeFragOffset,
-  tcamFieldTypeDscp,
-  tcamFieldTypeMatchTcpInit,
-  tcamFieldTypeMmatchTcpEstablished
-};
 
 /// One field of an entry: the pair and whether it is compared.
 class TcamFieldData : public Mox::ValueType<TcamFieldData> {
@@ -126,15 +107,3 @@ class NAXEL_EXPORT RuleExpanderStatus : public StageStatus {
 };
 
 }  // namespace Naxel
-
-template <>
-struct Mox::EnumNames<Naxel::TcamFieldType> {
-  static constexpr std::array<std::string_view, 14> value = {
-      "tcamFieldTypeNone",         "tcamFieldTypeSrcIp",
-      "tcamFieldTypeDstIp",        "tcamFieldTypeSrcDstIp",
-      "tcamFieldTypeSrcPort",      "tcamFieldTypeDstPort",
-      "tcamFieldTypeSrcDstPort",   "tcamFieldTypeIcmp",
-      "tcamFieldTypeProto",        "tcamFieldTypeLength",
-      "tcamFieldTypeFragOffset",   "tcamFieldTypeDscp",
-      "tcamFieldTypeMatchTcpInit", "tcamFieldTypeMmatchTcpEstablished"};
-};

@@ -53,10 +53,8 @@ std::optional<std::string> checkFilter(AclConfig const& acl, RuleConfig const& r
                     ruleOf(acl, rule) + "the destination list has no member");
   if (filter.rangesValid()) return std::nullopt;
   std::optional<std::string> reason;
-  size_t field = 0;
-  filter.forEachRangeColl([&](auto const& ranges) {
-    if (!reason) reason = checkRanges(fieldName(allRangeSetTypes()[field]), ranges);
-    ++field;
+  filter.forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+    if (!reason) reason = checkRanges(fieldName(type), ranges);
   });
   return reason;
 }

@@ -15,10 +15,18 @@ std::string fieldName(PrefixXformKey const& key) {
 }
 
 std::string fieldName(RangeSetType type) {
-  static constexpr char const* names[] = {
-      "source port", "destination port", "ICMP type", "protocol", "length", "fragment", "DSCP"};
   MOX_ASSERT(type < RangeSetType::rangeSetMax);
-  return names[static_cast<size_t>(type)];
+  return rangeField(type).title;
+}
+
+std::string fieldName(TcamFieldType field) {
+  switch (field) {
+    case TcamFieldType::tcamFieldTypeSrcIp: return "source address";
+    case TcamFieldType::tcamFieldTypeDstIp: return "destination address";
+    case TcamFieldType::tcamFieldTypeSrcDstIp: return "the pair of addresses";
+    case TcamFieldType::tcamFieldTypeSrcDstPort: return "the pair of ports";
+    default: return fieldName(rangeTypeOf(field));
+  }
 }
 
 std::string fieldName(ComboLabelSetType type) {

@@ -14,5 +14,7 @@ std::string fieldName(PrefixXformKey const& key);
 std::string fieldName(RangeSetType type);
 /// "IPv4 source and destination address".
 std::string fieldName(ComboLabelSetType type);
+/// "destination port", "the pair of ports"; of a field that carries labels.
+std::string fieldName(TcamFieldType field);
 
 }  // namespace Naxel

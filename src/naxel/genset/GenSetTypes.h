@@ -6,6 +6,7 @@
 #include "mox/Enum.h"
 #include "mox/Value.h"
 #include "naxel/types/ControlEnums.h"
+#include "naxel/types/MatchFields.h"
 
 #include <array>
 #include <cstdint>
@@ -137,18 +138,6 @@ class GenCombo : public Mox::ValueType<GenCombo> {
   PlainLabel dstLabel_;
 };
 
-/// The packet field that a range set is about; one for each range filter of a rule.
-enum class RangeSetType : uint8_t {
-  srcPort,
-  dstPort,
-  icmp,
-  proto,
-  length,
-  fragment,
-  dscp,
-  rangeSetMax  ///< the count, never a real type
-};
-
 /// The kind of a combination set: source with destination prefixes of one family, or source with
 /// destination ports.
 enum class ComboLabelSetType : uint8_t {
@@ -159,12 +148,6 @@ enum class ComboLabelSetType : uint8_t {
 };
 
 /// The real types in order.
-inline std::array<RangeSetType, 7> const& allRangeSetTypes() {
-  static constexpr std::array<RangeSetType, 7> types = {
-      RangeSetType::srcPort, RangeSetType::dstPort,  RangeSetType::icmp, RangeSetType::proto,
-      RangeSetType::length,  RangeSetType::fragment, RangeSetType::dscp};
-  return types;
-}
 inline std::array<ComboLabelSetType, 3> const& allComboLabelSetTypes() {
   static constexpr std::array<ComboLabelSetType, 3> types = {ComboLabelSetType::ipv4SrcDstPrefix,
                                                              ComboLabelSetType::ipv6SrcDstPrefix,
@@ -179,11 +162,6 @@ constexpr ComboLabelSetType prefixComboType(Lumox::AddressFamily af) {
 
 }  // namespace Naxel
 
-template <>
-struct Mox::EnumNames<Naxel::RangeSetType> {
-  static constexpr std::array<std::string_view, 8> value = {
-      "srcPort", "dstPort", "icmp", "proto", "length", "fragment", "dscp", "rangeSetMax"};
-};
 template <>
 struct Mox::EnumNames<Naxel::ComboLabelSetType> {
   static constexpr std::array<std::string_view, 4> value = {"ipv4SrcDstPrefix", "ipv6SrcDstPrefix",

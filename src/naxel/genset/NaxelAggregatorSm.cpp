@@ -229,15 +229,13 @@ bool AggregatorSm::saysTheSame(RuleConfig const& config, Lumox::AddressFamily af
       !saysTheSame(filter.destination().get(), PrefixXformKey(af, false), rule.destination()))
     return false;
   bool same = true;
-  size_t type = 0;
-  filter.forEachRangeColl([&](auto const& ranges) {
-    RangeSetType const setType = allRangeSetTypes()[type++];
-    GenSetKey const key = rule.range(setType);
+  filter.forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+    GenSetKey const key = rule.range(type);
     if (ranges.empty() || !key) {
       same = same && ranges.empty() && !key;
       return;
     }
-    auto const set = aggStatus_->rangeSplitInfo(setType)->rangeSetColl(key);
+    auto const set = aggStatus_->rangeSplitInfo(type)->rangeSetColl(key);
     same = same && set &&
            std::equal(ranges.begin(), ranges.end(), set->range().begin(), set->range().end(),
                       [](auto const& r, RangeSetElem const& e) {
@@ -369,10 +367,8 @@ void AggregatorSm::buildRuleSets(RuleFilter const& filter, Lumox::AddressFamily 
   if (filter.source()) rule.sourceIs(doBuildPrefixSet(PrefixXformKey(af, true), filter.source()));
   if (filter.destination())
     rule.destinationIs(doBuildPrefixSet(PrefixXformKey(af, false), filter.destination()));
-  size_t type = 0;
-  filter.forEachRangeColl([&](auto const& ranges) {
-    RangeSetType const setType = allRangeSetTypes()[type++];
-    if (!ranges.empty()) rule.rangeIs(setType, buildRangeSet(setType, ranges));
+  filter.forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+    if (!ranges.empty()) rule.rangeIs(type, buildRangeSet(type, ranges));
   });
   rule.matchTcpInitIs(filter.matchTcpInit());
   rule.matchTcpEstablishedIs(filter.matchTcpEstablished());

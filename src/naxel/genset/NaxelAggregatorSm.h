@@ -177,9 +177,9 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   Mox::OrderedMap<std::string, Built> built_;
 
   // For the run at hand.
-  std::array<PrefixDedupMarkAndSweeper*, 4> prefixDedupers_{};  // by family and side
-  std::array<RangeDedupMarkAndSweeper*, 7> rangeDedupers_{};    // by type
-  RangeSet::RangeColl ranges_;                                  // of the filter at hand
+  std::array<PrefixDedupMarkAndSweeper*, 4> prefixDedupers_{};              // by family and side
+  std::array<RangeDedupMarkAndSweeper*, rangeFieldCount> rangeDedupers_{};  // by type
+  RangeSet::RangeColl ranges_;                                              // of the filter at hand
 };
 NAXEL_EXPORT Mox::Ptr<AggregatorSm> aggregatorSmFactory(
     Obel::ChipId chipId, Mox::Ptr<AggregatorConfig> config, Mox::Ptr<AggregatorStatus> status,

@@ -7,10 +7,6 @@ namespace Naxel {
 
 namespace {
 
-constexpr char const* fieldTitles[] = {
-    "...source Port Ranges", "...destination Port Ranges", "...icmp Ranges", "...proto Ranges",
-    "...length Ranges",      "...fragment Ranges",         "...dscp Ranges"};
-
 template <class T>
 void dumpLine(char const* text, T const& v) {
   if (auto line = trace(9)) line << text << v;
@@ -52,11 +48,9 @@ void AggregatorSm::dumpAllFieldSetsInRules() const {
     for (auto const& [ruleName, rule] : acl->ruleByName()) {
       dumpLine("...Rule Name ", ruleName);
       if (!rule->ruleFilter()) continue;
-      size_t field = 0;
-      rule->ruleFilter()->forEachRangeColl([&](auto const& ranges) {
-        char const* const title = fieldTitles[field++];
+      rule->ruleFilter()->forEachRangeColl([](RangeSetType type, auto const& ranges) {
         if (ranges.empty()) return;
-        dumpLine(title, "");
+        dumpLine(rangeField(type).dumpTitle, "");
         for (auto const& r : ranges) dumpLine("......", r);
       });
     }

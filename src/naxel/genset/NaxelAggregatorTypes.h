@@ -84,20 +84,20 @@ class NAXEL_EXPORT GenSetIpRule : public Mox::Entity {
   void sourceIs(GenSetKey v) { source_ = v; }
   GenSetKey destination() const { return destination_; }
   void destinationIs(GenSetKey v) { destination_ = v; }
-  GenSetKey sport() const { return range_[0]; }
-  void sportIs(GenSetKey v) { range_[0] = v; }
-  GenSetKey dport() const { return range_[1]; }
-  void dportIs(GenSetKey v) { range_[1] = v; }
-  GenSetKey icmpType() const { return range_[2]; }
-  void icmpTypeIs(GenSetKey v) { range_[2] = v; }
-  GenSetKey proto() const { return range_[3]; }
-  void protoIs(GenSetKey v) { range_[3] = v; }
-  GenSetKey length() const { return range_[4]; }
-  void lengthIs(GenSetKey v) { range_[4] = v; }
-  GenSetKey fragment() const { return range_[5]; }
-  void fragmentIs(GenSetKey v) { range_[5] = v; }
-  GenSetKey dscp() const { return range_[6]; }
-  void dscpIs(GenSetKey v) { range_[6] = v; }
+  GenSetKey sport() const { return range(RangeSetType::srcPort); }
+  void sportIs(GenSetKey v) { rangeIs(RangeSetType::srcPort, v); }
+  GenSetKey dport() const { return range(RangeSetType::dstPort); }
+  void dportIs(GenSetKey v) { rangeIs(RangeSetType::dstPort, v); }
+  GenSetKey icmpType() const { return range(RangeSetType::icmp); }
+  void icmpTypeIs(GenSetKey v) { rangeIs(RangeSetType::icmp, v); }
+  GenSetKey proto() const { return range(RangeSetType::proto); }
+  void protoIs(GenSetKey v) { rangeIs(RangeSetType::proto, v); }
+  GenSetKey length() const { return range(RangeSetType::length); }
+  void lengthIs(GenSetKey v) { rangeIs(RangeSetType::length, v); }
+  GenSetKey fragment() const { return range(RangeSetType::fragment); }
+  void fragmentIs(GenSetKey v) { rangeIs(RangeSetType::fragment, v); }
+  GenSetKey dscp() const { return range(RangeSetType::dscp); }
+  void dscpIs(GenSetKey v) { rangeIs(RangeSetType::dscp, v); }
   /// The range set of a field; the accessors above by type.
   GenSetKey range(RangeSetType type) const { return range_[static_cast<size_t>(type)]; }
   void rangeIs(RangeSetType type, GenSetKey v) { range_[static_cast<size_t>(type)] = v; }
@@ -118,7 +118,7 @@ class NAXEL_EXPORT GenSetIpRule : public Mox::Entity {
   std::string name_;
   GenSetKey source_;
   GenSetKey destination_;
-  std::array<GenSetKey, 7> range_;
+  std::array<GenSetKey, rangeFieldCount> range_;
   bool matchTcpInit_ = false;
   bool matchTcpEstablished_ = false;
   NaxelActionValue action_;

@@ -56,7 +56,6 @@ void LoaderSm::doStartKick() {
   smStateIs(LoaderSmState::initial);
   advancing_ = turnWanted_ = false;  // a write that threw may have left the loop marked as running
   isHitless_ = true;
-  disagreementTold_ = false;
   refusals_.clear();
   policy_.kickBegins(paramConfig_->permitDuringUpdate());
   auto output = newOutput();
@@ -165,9 +164,10 @@ void LoaderSm::handleXformStatus() {
   auto const alive = Mox::keepAlive(this);
   traceStep(8, "handleXformStatus");
   if (requested_ && smState_ == LoaderSmState::pdLoadSuccess) {
-    assertLoadable();
+    Judgement const judgement = judged();
+    assertLoadable(judgement);
     // A driver that has restarted says again what it has said.
-    if (checkAllStatus())
+    if (judgement.complete)
       traceStep(1, "handleXformStatus") << ": the answers to the finished load are complete again";
     return;
   }
@@ -215,9 +215,8 @@ void LoaderSm::updateCaution() noexcept {
 }
 
 void LoaderSm::noteProgress() {
-  auto const answered = static_cast<size_t>(
-      std::ranges::count_if(allPDTables(), [this](PDTable table) { return isAnswered(table); }));
-  Stance const now{pdConfig_->pdResourceConfig(), answered, smState_};
+  ResourceConfig const& request = pdConfig_->pdResourceConfig();
+  Stance const now{request, judge(*pdStatus_, request).answered, smState_};
   if (std::exchange(stance_, now) != now) status_->progressInc();
 }
 
@@ -249,53 +248,48 @@ void LoaderSm::advanceLoop() {
   if (!down_) noteProgress();
 }
 
-void LoaderSm::assertLoadable() const {
-  ResourceConfig const& current = pdConfig_->pdResourceConfig();
-  if (current.requestState() != RequestState::load) return;
-  for (PDTable table : allPDTables()) {
-    ResourceStatus const answer = tableStatus(*pdStatus_, table);
-    bool const failed = table != PDTable::tcpFlags && answer.responseId() == current.requestId() &&
-                        answer.responseState() == ResponseState::failed;
-    MOX_ASSERT_DETAIL(!failed, "0 && \"Failed to load data into acquired resources\"",
-                      "chip " + valueToStrep(chipId()) + ", table " + tableTitle(table) +
-                          ": answer " + valueToStrep(answer) + " to " + valueToStrep(current));
-  }
+void LoaderSm::assertLoadable(Judgement const& judgement) const {
+  if (!judgement.failedLoad) return;
+  PDTable const table = *judgement.failedLoad;
+  MOX_ASSERT_DETAIL(false, "0 && \"Failed to load data into acquired resources\"",
+                    "chip " + valueToStrep(chipId()) + ", table " + tableTitle(table) +
+                        ": answer " + valueToStrep(tableStatus(*pdStatus_, table)) + " to " +
+                        valueToStrep(pdConfig_->pdResourceConfig()));
 }
 
 void LoaderSm::takeTurn() {
-  RequestState const requestState = pdConfig_->pdResourceConfig().requestState();
-  assertLoadable();
+  bool const acquiring = pdConfig_->pdResourceConfig().requestState() == RequestState::acquire;
+  Judgement const judgement = judged();
+  assertLoadable(judgement);
+  bool const acquired = smState_ == LoaderSmState::pdAcquireSuccess;
+  noteRefusals(judgement);
+  // Up to the request of the load, any table may still refuse.
+  if (acquired && smState_ == LoaderSmState::pdLocalFail) smStateIs(LoaderSmState::pdAcquireFail);
   switch (smState_) {
     case LoaderSmState::waitingForAcquire:
     case LoaderSmState::pdLocalFail:
-      if (!checkAllStatus()) return;
+      if (!judgement.complete) return;
+      isHitless_ = judgement.hitless;
+      tellDisagreement(judgement);
       smStateIs(smState_ == LoaderSmState::pdLocalFail ? LoaderSmState::pdAcquireFail
                                                        : LoaderSmState::pdAcquireSuccess);
-      checkAgreement();
       return handleLoaderState();
     case LoaderSmState::pdAcquireSuccess:
-      if (requestState == RequestState::acquire) {
-        // Waiting for the temporary policy. Of the tables only the one for TCP flags can still say
-        // something new, and only a refusal counts.
-        bool const hitless = isHitless_;
-        checkAllStatus();
-        isHitless_ = hitless;
-        if (smState_ == LoaderSmState::pdLocalFail) smStateIs(LoaderSmState::pdAcquireFail);
-        return handleLoaderState();
-      }
-      if (!checkAllStatus()) return;
+      // Waiting for the temporary policy. What else the tables say now does not count.
+      if (acquiring) return handleLoaderState();
+      if (!judgement.complete) return;
       policy_.settled();
       smStateIs(LoaderSmState::pdLoadSuccess);
       return handleLoaderState();
     case LoaderSmState::waitingForRevert:
-      if (!checkAllStatus()) return;
+      if (!judgement.complete) return;
       policy_.settled();
       smStateIs(LoaderSmState::pdRevertSuccess);
       return handleLoaderState();
+    case LoaderSmState::pdAcquireFail:
     case LoaderSmState::pdLoadSuccess:
     case LoaderSmState::pdRevertSuccess: return handleLoaderState();
     case LoaderSmState::initial: return;  // unbound from within the write before
-    case LoaderSmState::pdAcquireFail: break;
   }
   MOX_ASSERT(0 && "reached invalid state for handleXformStatus");
 }
@@ -360,117 +354,53 @@ bool LoaderSm::policyIs(GlobalAclControl wanted) {
   return done;
 }
 
-void LoaderSm::refuse(PDTable table, char const* text) {
-  smStateIs(LoaderSmState::pdLocalFail);
-  failedResponseId_ = pdConfig_->pdResourceConfig().requestId();
-  bool const known =
-      std::ranges::any_of(refusals_, [&](Refusal const& r) { return r.table == table; });
-  if (known) return;
-  refusals_.push_back({table, pdStatus_->refusalReason(table)});
-  if (auto line = traceStep(0, "checkXformStatus"))
-    line << text << ": " << tableTitle(table)
-         << (refusals_.back().reason.empty() ? "" : ": " + refusals_.back().reason);
-}
-
-bool LoaderSm::checkXformStatus(PDTable table) {
-  ResourceConfig const& current = pdConfig_->pdResourceConfig();
-  ResourceStatus const answer = tableStatus(*pdStatus_, table);
-  if (answer.responseId() != current.requestId()) return false;
-  ResponseState const response = answer.responseState();
-  switch (current.requestState()) {
-    case RequestState::acquire:
-      if (response == ResponseState::failed) {
-        refuse(table, ": Failed resource acquisition");
-        return true;
+Judgement LoaderSm::judged() const {
+  ResourceConfig const& request = pdConfig_->pdResourceConfig();
+  if (naxelTrace().on(1)) {
+    struct Kind {
+      char const* step;
+      char const* name;
+      bool (*has)(PDTable);
+    };
+    for (Kind const& kind : {Kind{"checkPrefixStatus", "prefix", isPrefixTable},
+                             Kind{"checkComboStatus", "combo", isComboTable},
+                             Kind{"checkRangeStatus", "range", isRangeTable}}) {
+      bool all = true;
+      for (PDTable table : allPDTables()) {
+        if (!kind.has(table)) continue;
+        traceStep(8, kind.step) << "Check xform status for " << kind.name << ": " << table;
+        bool const answered = answers(tableStatus(*pdStatus_, table), request);
+        if (answered && request.requestState() == RequestState::revert)
+          traceStep(2, "checkXformStatus") << ": Unused resources have been released";
+        all = all && answered;
       }
-      if (response != ResponseState::hitless && response != ResponseState::hitful) return false;
-      isHitless_ = response == ResponseState::hitless;
-      return true;
-    case RequestState::load: return response == ResponseState::loaded;
-    case RequestState::revert:
-      if (response != ResponseState::reverted) return false;
-      traceStep(2, "checkXformStatus") << ": Unused resources have been released";
-      return true;
+      if (!all)
+        traceStep(1, kind.step) << ": Not all " << kind.name << " entry status have been updated";
+    }
   }
-  MOX_ASSERT(0 && "RequestState not implemented");
-  return false;
+  return judge(*pdStatus_, request);
 }
 
-bool LoaderSm::checkPrefixStatus() {
-  bool all = true;
-  for (PDTable table :
-       {PDTable::v4Source, PDTable::v4Destination, PDTable::v6Source, PDTable::v6Destination}) {
-    traceStep(8, "checkPrefixStatus") << "Check xform status for prefix: " << table;
-    all = checkXformStatus(table) && all;
+void LoaderSm::noteRefusals(Judgement const& judgement) {
+  for (PDTable table : judgement.refusedBy) {
+    failedResponseId_ = pdConfig_->pdResourceConfig().requestId();
+    smStateIs(LoaderSmState::pdLocalFail);
+    if (std::ranges::any_of(refusals_, [&](Refusal const& r) { return r.table == table; }))
+      continue;
+    refusals_.push_back({table, pdStatus_->refusalReason(table)});
+    if (auto line = traceStep(0, "checkXformStatus"))
+      line << ": Failed resource acquisition: " << tableTitle(table)
+           << (refusals_.back().reason.empty() ? "" : ": " + refusals_.back().reason);
   }
-  if (!all) traceStep(1, "checkPrefixStatus") << ": Not all prefix entry status have been updated";
-  return all;
 }
 
-bool LoaderSm::checkComboStatus() {
-  bool all = true;
-  for (PDTable table : {PDTable::v4PrefixCombo, PDTable::v6PrefixCombo, PDTable::portCombo}) {
-    traceStep(8, "checkComboStatus") << "Check xform status for combo: " << table;
-    all = checkXformStatus(table) && all;
-  }
-  if (!all) traceStep(1, "checkComboStatus") << ": Not all combo entry status have been updated";
-  return all;
-}
-
-bool LoaderSm::checkRangeStatus() {
-  bool all = true;
-  for (PDTable table : {PDTable::srcPort, PDTable::dstPort, PDTable::icmp, PDTable::proto,
-                        PDTable::length, PDTable::fragment, PDTable::dscp}) {
-    traceStep(8, "checkRangeStatus") << "Check xform status for range: " << table;
-    all = checkXformStatus(table) && all;
-  }
-  if (!all) traceStep(1, "checkRangeStatus") << ": Not all range entry status have been updated";
-  return all;
-}
-
-bool LoaderSm::checkAllStatus() {
-  if (pdConfig_->pdResourceConfig().requestState() == RequestState::acquire &&
-      tableStatus(*pdStatus_, PDTable::tcpFlags).responseState() == ResponseState::failed)
-    checkXformStatus(PDTable::tcpFlags);
-  // All of them, and in this order: the table examined last decides between hitless and hitful.
-  bool const prefixes = checkPrefixStatus();
-  bool const combos = checkComboStatus();
-  bool const ranges = checkRangeStatus();
-  bool const acls = checkXformStatus(PDTable::aclEntries);
-  return prefixes && combos && ranges && acls;
-}
-
-void LoaderSm::checkAgreement() {
-  if (disagreementTold_) return;
-  std::optional<PDTable> hitless;
-  std::optional<PDTable> hitful;
-  for (PDTable table : allPDTables()) {
-    if (table == PDTable::tcpFlags) continue;
-    ResponseState const answer = tableStatus(*pdStatus_, table).responseState();
-    if (answer == ResponseState::hitless) hitless = table;
-    if (answer == ResponseState::hitful) hitful = table;
-  }
-  if (!hitless || !hitful) return;
-  disagreementTold_ = true;
+void LoaderSm::tellDisagreement(Judgement const& judgement) const {
+  if (!judgement.isMixed()) return;
   if (auto line = traceStep(0, "checkXformStatus"))
-    line << ": the driver answers hitful for " << tableTitle(*hitful) << " and hitless for "
-         << tableTitle(*hitless) << "; the table examined last, " << tableTitle(PDTable::aclEntries)
-         << ", decides: "
+    line << ": the driver answers hitful for " << tableTitle(*judgement.hitfulTable)
+         << " and hitless for " << tableTitle(*judgement.hitlessTable)
+         << "; the table examined last, " << tableTitle(PDTable::aclEntries) << ", decides: "
          << (isHitless_ ? "traffic may be disturbed without a policy" : "a policy stands in");
-}
-
-bool LoaderSm::isAnswered(PDTable table) const {
-  ResourceConfig const& current = pdConfig_->pdResourceConfig();
-  ResourceStatus const answer = tableStatus(*pdStatus_, table);
-  if (answer.responseId() != current.requestId()) return false;
-  switch (current.requestState()) {
-    case RequestState::acquire:
-      return answer.responseState() != ResponseState::loaded &&
-             answer.responseState() != ResponseState::reverted;
-    case RequestState::load: return answer.responseState() == ResponseState::loaded;
-    case RequestState::revert: return answer.responseState() == ResponseState::reverted;
-  }
-  return false;
 }
 
 bool LoaderSm::isWaiting() const noexcept {
@@ -496,7 +426,7 @@ std::string LoaderSm::waitingFor() const {
   for (PDTable table : allPDTables()) {
     ResourceStatus const answer = tableStatus(*pdStatus_, table);
     std::string const said = Mox::stringValue(answer.responseState());
-    if (isAnswered(table))
+    if (answers(answer, current))
       append(answered, tableTitle(table) + " " + said);
     else if (table != PDTable::tcpFlags)
       append(missing,

@@ -31,6 +31,7 @@
 #include "mox/Trace.h"
 #include "naxel/control/StageSm.h"
 #include "naxel/loader/HwCapability.h"
+#include "naxel/loader/Judgement.h"
 #include "naxel/loader/NaxelLoaderTypes.h"
 #include "naxel/loader/PolicyExchange.h"
 
@@ -72,19 +73,8 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
    public:
     explicit DriverReactor(LoaderSm& sm) : sm_(sm) {}
     void onGlobalAclControl() override { sm_.handleGlobalAclControl(); }
-    void onPdPrefixXformEntryStatus(PrefixXformKey const&) override { sm_.handleXformStatus(); }
-    void onPdV4PrefixComboEntryStatus() override { sm_.handleXformStatus(); }
-    void onPdV6PrefixComboEntryStatus() override { sm_.handleXformStatus(); }
-    void onPdPortComboEntryStatus() override { sm_.handleXformStatus(); }
-    void onPdSrcPortXformEntryStatus() override { sm_.handleXformStatus(); }
-    void onPdDstPortXformEntryStatus() override { sm_.handleXformStatus(); }
-    void onPdIcmpXformEntryStatus() override { sm_.handleXformStatus(); }
-    void onPdProtocolXformEntryStatus() override { sm_.handleXformStatus(); }
-    void onPdLengthXformEntryStatus() override { sm_.handleXformStatus(); }
-    void onPdFragmentXformEntryStatus() override { sm_.handleXformStatus(); }
-    void onPdDscpXformEntryStatus() override { sm_.handleXformStatus(); }
+    void onTableStatus() override { sm_.handleXformStatus(); }
     void onPdTcpFlagsXformEntryStatus() override { sm_.handleTcpFlagsStatus(); }
-    void onPdAclRuleEntryStatus() override { sm_.handleXformStatus(); }
 
    private:
     LoaderSm& sm_;
@@ -123,18 +113,14 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   /// What changes nothing, such as an answer to another request, is no progress.
   void noteProgress();
   void takeTurn();
-  /// Judges the answer of one table against the current request; false while it is not an answer to it.
-  bool checkXformStatus(PDTable table);
-  void refuse(PDTable table, char const* text);
-  bool checkPrefixStatus();
-  bool checkComboStatus();
-  bool checkRangeStatus();
-  bool checkAllStatus();
+  /// What the present answers come to. Traces which tables are missing.
+  Judgement judged() const;
+  /// Takes note of tables that refuse.
+  void noteRefusals(Judgement const& judgement);
   /// Says so where the tables do not agree whether the change is hitless.
-  void checkAgreement();
-  bool isAnswered(PDTable table) const;
+  void tellDisagreement(Judgement const& judgement) const;
   /// Ends the process where a table fails to load what it has acquired.
-  void assertLoadable() const;
+  void assertLoadable(Judgement const& judgement) const;
   void smStateIs(LoaderSmState v) { smState_ = v; }
   void request(RequestState state);
   /// The same with another output.
@@ -157,7 +143,6 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   std::string traceKey_;
   LoaderSmState smState_ = LoaderSmState::initial;
   bool isHitless_ = true;
-  bool disagreementTold_ = false;
   Mox::Seconds failedResponseId_ = 0;
   std::vector<Refusal> refusals_;
   Mox::Ptr<PDData const> inForce_;

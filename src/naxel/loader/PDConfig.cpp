@@ -78,27 +78,25 @@ Mox::AttributeTable const& PDStatus::attributeTable() const {
 Mox::Ptr<PDStatus> pDStatusFactory(Obel::ChipId chipId) { return Mox::makePtr<PDStatus>(chipId); }
 
 void PDStatus::rangeStatusIs(RangeSetType type, ResourceStatus const& v) {
-  switch (type) {
-    case RangeSetType::srcPort: return pdSrcPortXformEntryStatusIs(v);
-    case RangeSetType::dstPort: return pdDstPortXformEntryStatusIs(v);
-    case RangeSetType::icmp: return pdIcmpXformEntryStatusIs(v);
-    case RangeSetType::proto: return pdProtocolXformEntryStatusIs(v);
-    case RangeSetType::length: return pdLengthXformEntryStatusIs(v);
-    case RangeSetType::fragment: return pdFragmentXformEntryStatusIs(v);
-    case RangeSetType::dscp: return pdDscpXformEntryStatusIs(v);
-    case RangeSetType::rangeSetMax: break;
-  }
-  MOX_ASSERT(false && "Unknown rangeSet type");
+  using N = Notifiee;
+  static constexpr std::array<void (N::*)(), rangeFieldCount + 1> handlers = {
+      &N::onPdSrcPortXformEntryStatus, &N::onPdDstPortXformEntryStatus,
+      &N::onPdIcmpXformEntryStatus,    &N::onPdProtocolXformEntryStatus,
+      &N::onPdLengthXformEntryStatus,  &N::onPdFragmentXformEntryStatus,
+      &N::onPdDscpXformEntryStatus,    &N::onPdTcpFlagsXformEntryStatus};
+  auto const at = static_cast<size_t>(type);
+  if (at >= handlers.size()) MOX_ASSERT(false && "Unknown rangeSet type");
+  attrIs(range_[at], v, handlers[at]);
 }
 
 void PDStatus::comboStatusIs(ComboLabelSetType type, ResourceStatus const& v) {
-  switch (type) {
-    case ComboLabelSetType::ipv4SrcDstPrefix: return pdV4PrefixComboEntryStatusIs(v);
-    case ComboLabelSetType::ipv6SrcDstPrefix: return pdV6PrefixComboEntryStatusIs(v);
-    case ComboLabelSetType::srcDstL4Port: return pdPortComboEntryStatusIs(v);
-    case ComboLabelSetType::comboLabelSetMax: break;
-  }
-  MOX_ASSERT(false && "Unknown comboSet type");
+  using N = Notifiee;
+  static constexpr std::array<void (N::*)(), 3> handlers = {&N::onPdV4PrefixComboEntryStatus,
+                                                            &N::onPdV6PrefixComboEntryStatus,
+                                                            &N::onPdPortComboEntryStatus};
+  auto const at = static_cast<size_t>(type);
+  if (at >= handlers.size()) MOX_ASSERT(false && "Unknown comboSet type");
+  attrIs(combo_[at], v, handlers[at]);
 }
 
 Mox::AttributeTable const& GlobalPDConfig::attributeTable() const {

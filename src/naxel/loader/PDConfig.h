@@ -110,19 +110,21 @@ class NAXEL_EXPORT PDStatus : public Mox::Entity {
   class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
    public:
     virtual void onGlobalAclControl() {}
-    virtual void onPdPrefixXformEntryStatus(PrefixXformKey const&) {}
-    virtual void onPdV4PrefixComboEntryStatus() {}
-    virtual void onPdV6PrefixComboEntryStatus() {}
-    virtual void onPdPortComboEntryStatus() {}
-    virtual void onPdSrcPortXformEntryStatus() {}
-    virtual void onPdDstPortXformEntryStatus() {}
-    virtual void onPdIcmpXformEntryStatus() {}
-    virtual void onPdProtocolXformEntryStatus() {}
-    virtual void onPdLengthXformEntryStatus() {}
-    virtual void onPdFragmentXformEntryStatus() {}
-    virtual void onPdDscpXformEntryStatus() {}
-    virtual void onPdTcpFlagsXformEntryStatus() {}
-    virtual void onPdAclRuleEntryStatus() {}
+    virtual void onPdPrefixXformEntryStatus(PrefixXformKey const&) { onTableStatus(); }
+    virtual void onPdV4PrefixComboEntryStatus() { onTableStatus(); }
+    virtual void onPdV6PrefixComboEntryStatus() { onTableStatus(); }
+    virtual void onPdPortComboEntryStatus() { onTableStatus(); }
+    virtual void onPdSrcPortXformEntryStatus() { onTableStatus(); }
+    virtual void onPdDstPortXformEntryStatus() { onTableStatus(); }
+    virtual void onPdIcmpXformEntryStatus() { onTableStatus(); }
+    virtual void onPdProtocolXformEntryStatus() { onTableStatus(); }
+    virtual void onPdLengthXformEntryStatus() { onTableStatus(); }
+    virtual void onPdFragmentXformEntryStatus() { onTableStatus(); }
+    virtual void onPdDscpXformEntryStatus() { onTableStatus(); }
+    virtual void onPdTcpFlagsXformEntryStatus() { onTableStatus(); }
+    virtual void onPdAclRuleEntryStatus() { onTableStatus(); }
+    /// The answer of any table, unless the handler for that table is overridden.
+    virtual void onTableStatus() {}
     virtual void onRefusalReason(PDTable const&) {}
   };
 
@@ -147,49 +149,63 @@ class NAXEL_EXPORT PDStatus : public Mox::Entity {
     itemDel(prefix_, key, &Notifiee::onPdPrefixXformEntryStatus);
   }
 
-  ResourceStatus const& pdV4PrefixComboEntryStatus() const { return combo_[0]; }
+  ResourceStatus const& pdV4PrefixComboEntryStatus() const {
+    return comboStatus(ComboLabelSetType::ipv4SrcDstPrefix);
+  }
   void pdV4PrefixComboEntryStatusIs(ResourceStatus const& v) {
-    attrIs(combo_[0], v, &Notifiee::onPdV4PrefixComboEntryStatus);
+    comboStatusIs(ComboLabelSetType::ipv4SrcDstPrefix, v);
   }
-  ResourceStatus const& pdV6PrefixComboEntryStatus() const { return combo_[1]; }
+  ResourceStatus const& pdV6PrefixComboEntryStatus() const {
+    return comboStatus(ComboLabelSetType::ipv6SrcDstPrefix);
+  }
   void pdV6PrefixComboEntryStatusIs(ResourceStatus const& v) {
-    attrIs(combo_[1], v, &Notifiee::onPdV6PrefixComboEntryStatus);
+    comboStatusIs(ComboLabelSetType::ipv6SrcDstPrefix, v);
   }
-  ResourceStatus const& pdPortComboEntryStatus() const { return combo_[2]; }
+  ResourceStatus const& pdPortComboEntryStatus() const {
+    return comboStatus(ComboLabelSetType::srcDstL4Port);
+  }
   void pdPortComboEntryStatusIs(ResourceStatus const& v) {
-    attrIs(combo_[2], v, &Notifiee::onPdPortComboEntryStatus);
+    comboStatusIs(ComboLabelSetType::srcDstL4Port, v);
   }
-  ResourceStatus const& pdSrcPortXformEntryStatus() const { return range_[0]; }
+  ResourceStatus const& pdSrcPortXformEntryStatus() const {
+    return rangeStatus(RangeSetType::srcPort);
+  }
   void pdSrcPortXformEntryStatusIs(ResourceStatus const& v) {
-    attrIs(range_[0], v, &Notifiee::onPdSrcPortXformEntryStatus);
+    rangeStatusIs(RangeSetType::srcPort, v);
   }
-  ResourceStatus const& pdDstPortXformEntryStatus() const { return range_[1]; }
+  ResourceStatus const& pdDstPortXformEntryStatus() const {
+    return rangeStatus(RangeSetType::dstPort);
+  }
   void pdDstPortXformEntryStatusIs(ResourceStatus const& v) {
-    attrIs(range_[1], v, &Notifiee::onPdDstPortXformEntryStatus);
+    rangeStatusIs(RangeSetType::dstPort, v);
   }
-  ResourceStatus const& pdIcmpXformEntryStatus() const { return range_[2]; }
-  void pdIcmpXformEntryStatusIs(ResourceStatus const& v) {
-    attrIs(range_[2], v, &Notifiee::onPdIcmpXformEntryStatus);
+  ResourceStatus const& pdIcmpXformEntryStatus() const { return rangeStatus(RangeSetType::icmp); }
+  void pdIcmpXformEntryStatusIs(ResourceStatus const& v) { rangeStatusIs(RangeSetType::icmp, v); }
+  ResourceStatus const& pdProtocolXformEntryStatus() const {
+    return rangeStatus(RangeSetType::proto);
   }
-  ResourceStatus const& pdProtocolXformEntryStatus() const { return range_[3]; }
   void pdProtocolXformEntryStatusIs(ResourceStatus const& v) {
-    attrIs(range_[3], v, &Notifiee::onPdProtocolXformEntryStatus);
+    rangeStatusIs(RangeSetType::proto, v);
   }
-  ResourceStatus const& pdLengthXformEntryStatus() const { return range_[4]; }
+  ResourceStatus const& pdLengthXformEntryStatus() const {
+    return rangeStatus(RangeSetType::length);
+  }
   void pdLengthXformEntryStatusIs(ResourceStatus const& v) {
-    attrIs(range_[4], v, &Notifiee::onPdLengthXformEntryStatus);
+    rangeStatusIs(RangeSetType::length, v);
   }
-  ResourceStatus const& pdFragmentXformEntryStatus() const { return range_[5]; }
+  ResourceStatus const& pdFragmentXformEntryStatus() const {
+    return rangeStatus(RangeSetType::fragment);
+  }
   void pdFragmentXformEntryStatusIs(ResourceStatus const& v) {
-    attrIs(range_[5], v, &Notifiee::onPdFragmentXformEntryStatus);
+    rangeStatusIs(RangeSetType::fragment, v);
   }
-  ResourceStatus const& pdDscpXformEntryStatus() const { return range_[6]; }
-  void pdDscpXformEntryStatusIs(ResourceStatus const& v) {
-    attrIs(range_[6], v, &Notifiee::onPdDscpXformEntryStatus);
+  ResourceStatus const& pdDscpXformEntryStatus() const { return rangeStatus(RangeSetType::dscp); }
+  void pdDscpXformEntryStatusIs(ResourceStatus const& v) { rangeStatusIs(RangeSetType::dscp, v); }
+  ResourceStatus const& pdTcpFlagsXformEntryStatus() const {
+    return rangeStatus(RangeSetType::rangeSetMax);
   }
-  ResourceStatus const& pdTcpFlagsXformEntryStatus() const { return range_[7]; }
   void pdTcpFlagsXformEntryStatusIs(ResourceStatus const& v) {
-    attrIs(range_[7], v, &Notifiee::onPdTcpFlagsXformEntryStatus);
+    rangeStatusIs(RangeSetType::rangeSetMax, v);
   }
   ResourceStatus const& pdAclRuleEntryStatus() const { return acl_; }
   void pdAclRuleEntryStatusIs(ResourceStatus const& v) {
@@ -211,7 +227,7 @@ class NAXEL_EXPORT PDStatus : public Mox::Entity {
   }
   void refusalReasonDelAll() { collDelAll(refusalReason_, &Notifiee::onRefusalReason); }
 
-  /// The same statuses by the type of the field.
+  /// The same statuses by the type of the field; the table for TCP flags stands behind the real types.
   ResourceStatus const& rangeStatus(RangeSetType type) const {
     return range_[static_cast<size_t>(type)];
   }
@@ -226,7 +242,7 @@ class NAXEL_EXPORT PDStatus : public Mox::Entity {
   GlobalAclControl globalAclControl_ = GlobalAclControl::doNotApply;
   Mox::OrderedMap<PrefixXformKey, ResourceStatus> prefix_;
   std::array<ResourceStatus, 3> combo_;
-  std::array<ResourceStatus, 8> range_;
+  std::array<ResourceStatus, rangeFieldCount + 1> range_;
   ResourceStatus acl_;
   Mox::OrderedMap<PDTable, std::string> refusalReason_;
 };

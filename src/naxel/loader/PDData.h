@@ -160,18 +160,22 @@ class NAXEL_EXPORT PDData : public Mox::Entity {
   ConstComboColl const& pdV4PrefixComboEntryColl() const { return combo_[0]; }
   ConstComboColl const& pdV6PrefixComboEntryColl() const { return combo_[1]; }
   ConstComboColl const& pdPortComboEntryColl() const { return combo_[2]; }
-  ConstRangeColl const& pdSrcPortXformEntryColl() const { return range_[0]; }
-  ConstRangeColl const& pdDstPortXformEntryColl() const { return range_[1]; }
-  ConstRangeColl const& pdIcmpXformEntryColl() const { return range_[2]; }
-  ConstRangeColl const& pdProtocolXformEntryColl() const { return range_[3]; }
-  ConstRangeColl const& pdLengthXformEntryColl() const { return range_[4]; }
-  ConstRangeColl const& pdFragmentXformEntryColl() const { return range_[5]; }
-  ConstRangeColl const& pdDscpXformEntryColl() const { return range_[6]; }
+  ConstRangeColl const& pdSrcPortXformEntryColl() const { return rangeColl(RangeSetType::srcPort); }
+  ConstRangeColl const& pdDstPortXformEntryColl() const { return rangeColl(RangeSetType::dstPort); }
+  ConstRangeColl const& pdIcmpXformEntryColl() const { return rangeColl(RangeSetType::icmp); }
+  ConstRangeColl const& pdProtocolXformEntryColl() const { return rangeColl(RangeSetType::proto); }
+  ConstRangeColl const& pdLengthXformEntryColl() const { return rangeColl(RangeSetType::length); }
+  ConstRangeColl const& pdFragmentXformEntryColl() const {
+    return rangeColl(RangeSetType::fragment);
+  }
+  ConstRangeColl const& pdDscpXformEntryColl() const { return rangeColl(RangeSetType::dscp); }
   /// Never filled.
-  ConstRangeColl const& pdTcpFlagsXformEntryColl() const { return range_[7]; }
+  ConstRangeColl const& pdTcpFlagsXformEntryColl() const {
+    return rangeColl(RangeSetType::rangeSetMax);
+  }
   Mox::Ptr<PDAclColl const> pdAclColl() const { return pdAclColl_; }
 
-  /// The same tables by the type of the field.
+  /// The same tables by the type of the field; the one for TCP flags stands behind the real types.
   ConstRangeColl const& rangeColl(RangeSetType type) const {
     return range_[static_cast<size_t>(type)];
   }
@@ -190,7 +194,7 @@ class NAXEL_EXPORT PDData : public Mox::Entity {
   Mox::Ptr<ChipHwCapability const> hwCapability_;
   PrefixColls prefix_;
   std::array<ConstComboColl, 3> combo_;
-  std::array<ConstRangeColl, 8> range_;
+  std::array<ConstRangeColl, rangeFieldCount + 1> range_;
   Mox::Ptr<PDAclColl> pdAclColl_;
 };
 /// An empty output for the widths that a chip has by default.

@@ -7,8 +7,6 @@ namespace Naxel {
 
 namespace {
 
-bool isPrefix(PDTable t) { return t <= PDTable::v6Destination; }
-bool isCombo(PDTable t) { return t >= PDTable::v4PrefixCombo && t <= PDTable::portCombo; }
 PrefixXformKey const& prefixKey(PDTable t) { return PrefixXformKey::all()[static_cast<size_t>(t)]; }
 ComboLabelSetType comboType(PDTable t) {
   return static_cast<ComboLabelSetType>(static_cast<size_t>(t) -
@@ -31,48 +29,43 @@ std::array<PDTable, pdTableCount> const& allPDTables() {
 }
 
 std::string tableTitle(PDTable table) {
-  static constexpr char const* titles[] = {"IPv4 source prefixes",
-                                           "IPv4 destination prefixes",
-                                           "IPv6 source prefixes",
-                                           "IPv6 destination prefixes",
-                                           "IPv4 address combinations",
-                                           "IPv6 address combinations",
-                                           "port combinations",
-                                           "source ports",
-                                           "destination ports",
-                                           "ICMP types",
-                                           "protocols",
-                                           "lengths",
-                                           "fragment offsets",
-                                           "DSCP values",
-                                           "TCP flags",
-                                           "ACL entries"};
-  return titles[static_cast<size_t>(table)];
+  if (isRangeTable(table)) return rangeField(rangeType(table)).values;
+  switch (table) {
+    case PDTable::v4Source: return "IPv4 source prefixes";
+    case PDTable::v4Destination: return "IPv4 destination prefixes";
+    case PDTable::v6Source: return "IPv6 source prefixes";
+    case PDTable::v6Destination: return "IPv6 destination prefixes";
+    case PDTable::v4PrefixCombo: return "IPv4 address combinations";
+    case PDTable::v6PrefixCombo: return "IPv6 address combinations";
+    case PDTable::portCombo: return "port combinations";
+    case PDTable::tcpFlags: return "TCP flags";
+    default: return "ACL entries";
+  }
 }
 
 ResourceStatus tableStatus(PDStatus const& status, PDTable t) {
   if (t == PDTable::aclEntries) return status.pdAclRuleEntryStatus();
   if (t == PDTable::tcpFlags) return status.pdTcpFlagsXformEntryStatus();
-  if (isPrefix(t)) {
+  if (isPrefixTable(t)) {
     ResourceStatus const* const answer = status.pdPrefixXformEntryStatus().get(prefixKey(t));
     return answer ? *answer : ResourceStatus();
   }
-  if (isCombo(t)) return status.comboStatus(comboType(t));
+  if (isComboTable(t)) return status.comboStatus(comboType(t));
   return status.rangeStatus(rangeType(t));
 }
 
 void tableStatusIs(PDStatus& status, PDTable t, ResourceStatus const& answer) {
   if (t == PDTable::aclEntries) return status.pdAclRuleEntryStatusIs(answer);
   if (t == PDTable::tcpFlags) return status.pdTcpFlagsXformEntryStatusIs(answer);
-  if (isPrefix(t)) return status.pdPrefixXformEntryStatusIs(prefixKey(t), answer);
-  if (isCombo(t)) return status.comboStatusIs(comboType(t), answer);
+  if (isPrefixTable(t)) return status.pdPrefixXformEntryStatusIs(prefixKey(t), answer);
+  if (isComboTable(t)) return status.comboStatusIs(comboType(t), answer);
   status.rangeStatusIs(rangeType(t), answer);
 }
 
 size_t tableEntries(PDData const& data, PDTable t) {
   if (t == PDTable::aclEntries) return data.pdAclColl()->numFilters();
-  if (isPrefix(t)) return data.pdPrefixXformEntryColl(prefixKey(t))->entry().size();
-  if (isCombo(t)) return data.comboColl(comboType(t))->entry().size();
+  if (isPrefixTable(t)) return data.pdPrefixXformEntryColl(prefixKey(t))->entry().size();
+  if (isComboTable(t)) return data.comboColl(comboType(t))->entry().size();
   return data.rangeColl(rangeType(t))->entry().size();
 }
 

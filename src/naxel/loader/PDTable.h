@@ -4,6 +4,7 @@
 
 #include "mox/Enum.h"
 #include "mox/Export.h"
+#include "naxel/types/MatchFields.h"
 
 #include <array>
 #include <cstdint>
@@ -33,10 +34,17 @@ enum class PDTable : uint8_t {
   tcpFlags,  ///< never filled; whether it is answered for does not matter
   aclEntries
 };
-inline constexpr size_t pdTableCount = 16;
+inline constexpr size_t pdTableCount = rangeFieldCount + 9;
+static_assert(static_cast<size_t>(PDTable::aclEntries) + 1 == pdTableCount);
 
 /// In the order above.
 NAXEL_EXPORT std::array<PDTable, pdTableCount> const& allPDTables();
+/// What kind of table one is; those for TCP flags and for the entries are of none.
+constexpr bool isPrefixTable(PDTable t) { return t <= PDTable::v6Destination; }
+constexpr bool isComboTable(PDTable t) {
+  return t >= PDTable::v4PrefixCombo && t <= PDTable::portCombo;
+}
+constexpr bool isRangeTable(PDTable t) { return t >= PDTable::srcPort && t < PDTable::tcpFlags; }
 /// The table in words, "destination ports".
 NAXEL_EXPORT std::string tableTitle(PDTable table);
 
@@ -50,8 +58,14 @@ NAXEL_EXPORT size_t tableEntries(PDData const& data, PDTable table);
 
 template <>
 struct Mox::EnumNames<Naxel::PDTable> {
-  static constexpr std::array<std::string_view, 16> value = {
-      "v4Source",  "v4Destination", "v6Source", "v6Destination", "v4PrefixCombo", "v6PrefixCombo",
-      "portCombo", "srcPort",       "dstPort",  "icmp",          "proto",         "length",
-      "fragment",  "dscp",          "tcpFlags", "aclEntries"};
+  static constexpr auto value = [] {
+    std::array<std::string_view, Naxel::pdTableCount> names = {
+        "v4Source",      "v4Destination", "v6Source", "v6Destination",
+        "v4PrefixCombo", "v6PrefixCombo", "portCombo"};
+    size_t at = static_cast<size_t>(Naxel::PDTable::srcPort);
+    for (Naxel::RangeField const& f : Naxel::rangeFields) names[at++] = f.typeName;
+    names[at++] = "tcpFlags";
+    names[at] = "aclEntries";
+    return names;
+  }();
 };

@@ -5,6 +5,7 @@
 
 #include "lumox/IpGenPrefix.h"
 #include "naxel/encoder/LabelTypes.h"
+#include "naxel/types/MatchFields.h"
 
 #include <array>
 #include <cstdint>
@@ -179,6 +180,10 @@ class PDAclFilter : public Mox::ValueType<PDAclFilter> {
   bool matchTcpEstablished() const { return matchTcpEstablished_; }
   void matchTcpEstablishedIs(bool v) { matchTcpEstablished_ = v; }
 
+  /// The fields that carry labels by their type, which must be one of those.
+  E const& labelField(TcamFieldType field) const { return this->*labelMember(field); }
+  void labelFieldIs(TcamFieldType field, E const& v) { this->*labelMember(field) = v; }
+
   /// True when all fields have their defaults: the entry that matches every packet.
   bool empty() const { return *this == PDAclFilter(); }
 
@@ -198,6 +203,8 @@ class PDAclFilter : public Mox::ValueType<PDAclFilter> {
   }
 
  private:
+  static constexpr E PDAclFilter::*labelMember(TcamFieldType field);
+
   E source_;
   E destination_;
   E prefixCombo_;
@@ -213,6 +220,15 @@ class PDAclFilter : public Mox::ValueType<PDAclFilter> {
   bool matchTcpInit_ = false;
   bool matchTcpEstablished_ = false;
 };
+
+constexpr PDAclFilter::E PDAclFilter::*PDAclFilter::labelMember(TcamFieldType field) {
+  constexpr std::array<E PDAclFilter::*, labelFieldCount> members = {
+      &PDAclFilter::source_,   &PDAclFilter::destination_, &PDAclFilter::prefixCombo_,
+      &PDAclFilter::sport_,    &PDAclFilter::dport_,       &PDAclFilter::portCombo_,
+      &PDAclFilter::icmpType_, &PDAclFilter::proto_,       &PDAclFilter::length_,
+      &PDAclFilter::fragment_, &PDAclFilter::dscp_};
+  return members[static_cast<size_t>(field) - 1];
+}
 
 }  // namespace Naxel
 

@@ -109,23 +109,6 @@ class NaxelActionValue : public Mox::ValueType<NaxelActionValue> {
   bool sflowEnabled_ = false;
 };
 
-/// The fixed widths, in bits, of the match fields. A value without state.
-class Constants : public Mox::ValueType<Constants> {
- public:
-  static constexpr std::string_view typeName = "Naxel::Constants";
-  Constants() = default;
-  explicit Constants(Mox::TextCursor& c) { Mox::TextForm<Constants>::read(c, *this); }
-
-  static constexpr uint32_t l4PortBitWidth() { return 16; }
-  static constexpr uint32_t icmpTypeBitWidth() { return 8; }
-  static constexpr uint32_t protoBitWidth() { return 8; }
-  static constexpr uint32_t lengthBitWidth() { return 16; }
-  static constexpr uint32_t fragmentBitWidth() { return 13; }
-  static constexpr uint32_t dscpBitWidth() { return 6; }
-
-  static constexpr auto fields() { return std::tuple<>(); }
-};
-
 }  // namespace Naxel
 
 template <>

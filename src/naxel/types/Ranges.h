@@ -7,6 +7,7 @@
 
 #include "mox/Errors.h"
 #include "mox/Value.h"
+#include "naxel/types/MatchFields.h"
 
 #include <cstdint>
 #include <string_view>
@@ -61,18 +62,18 @@ class Range : public RangeValue<Range> {
 };
 
 /// A range of one match field, whose values go from 0 to `bound`.
-template <class T, uint32_t Bound>
+template <class T, RangeSetType Field>
 class TypedRange : public RangeValue<T> {
  public:
-  static constexpr uint32_t bound = Bound;
+  static constexpr uint32_t bound = rangeField(Field).bound();
   using RangeValue<T>::RangeValue;
 
   /// True for exactly 0..bound.
-  bool isAny() const { return this->rangeStart() == 0 && this->rangeEnd() == Bound; }
+  bool isAny() const { return this->rangeStart() == 0 && this->rangeEnd() == bound; }
 };
 
 /// Source or destination L4 port.
-class L4PortRange : public TypedRange<L4PortRange, 65535> {
+class L4PortRange : public TypedRange<L4PortRange, RangeSetType::srcPort> {
  public:
   static constexpr std::string_view typeName = "Naxel::L4PortRange";
   using TypedRange::TypedRange;
@@ -80,7 +81,7 @@ class L4PortRange : public TypedRange<L4PortRange, 65535> {
 };
 
 /// ICMP type (RFC 792, RFC 4443).
-class IcmpTypeRange : public TypedRange<IcmpTypeRange, 255> {
+class IcmpTypeRange : public TypedRange<IcmpTypeRange, RangeSetType::icmp> {
  public:
   static constexpr std::string_view typeName = "Naxel::IcmpTypeRange";
   using TypedRange::TypedRange;
@@ -88,7 +89,7 @@ class IcmpTypeRange : public TypedRange<IcmpTypeRange, 255> {
 };
 
 /// IP protocol or next header (IANA assigned internet protocol numbers).
-class ProtoRange : public TypedRange<ProtoRange, 255> {
+class ProtoRange : public TypedRange<ProtoRange, RangeSetType::proto> {
  public:
   static constexpr std::string_view typeName = "Naxel::ProtoRange";
   using TypedRange::TypedRange;
@@ -96,7 +97,7 @@ class ProtoRange : public TypedRange<ProtoRange, 255> {
 };
 
 /// Packet length in bytes.
-class LengthRange : public TypedRange<LengthRange, 65535> {
+class LengthRange : public TypedRange<LengthRange, RangeSetType::length> {
  public:
   static constexpr std::string_view typeName = "Naxel::LengthRange";
   using TypedRange::TypedRange;
@@ -104,7 +105,7 @@ class LengthRange : public TypedRange<LengthRange, 65535> {
 };
 
 /// Fragment offset in units of 8 bytes (RFC 791). Its setters check the bound.
-class FragmentRange : public TypedRange<FragmentRange, 8191> {
+class FragmentRange : public TypedRange<FragmentRange, RangeSetType::fragment> {
  public:
   static constexpr std::string_view typeName = "Naxel::FragmentRange";
   using TypedRange::TypedRange;
@@ -122,7 +123,7 @@ class FragmentRange : public TypedRange<FragmentRange, 8191> {
 };
 
 /// Differentiated services code point (RFC 2474). Its setters check the bound.
-class DscpRange : public TypedRange<DscpRange, 63> {
+class DscpRange : public TypedRange<DscpRange, RangeSetType::dscp> {
  public:
   static constexpr std::string_view typeName = "Naxel::DscpRange";
   using TypedRange::TypedRange;

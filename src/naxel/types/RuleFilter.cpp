@@ -29,6 +29,30 @@ Mox::Ptr<IpPrefixList> RuleFilter::destinationIs() {
   return destination_;
 }
 
+template <class F>
+void RuleFilter::withRangeMember(RangeSetType type, F f) {
+  std::apply(
+      [&](auto const&... member) {
+        size_t at = 0;
+        ((rangeFields[at++].type == type ? f(member) : void()), ...);
+      },
+      rangeMembers());
+}
+
+void RuleFilter::rangeIs(RangeSetType type, uint32_t start, uint32_t end) {
+  withRangeMember(type, [&](auto const& member) {
+    using R = typename std::remove_cvref_t<decltype(member)>::Range;
+    addRange(this->*member.coll, R(start, end), member.on);
+  });
+}
+
+void RuleFilter::rangeDel(RangeSetType type, uint32_t start, uint32_t end) {
+  withRangeMember(type, [&](auto const& member) {
+    using R = typename std::remove_cvref_t<decltype(member)>::Range;
+    removeRange(this->*member.coll, R(start, end), member.on);
+  });
+}
+
 namespace {
 
 enum : uint64_t { sourceSalt = 1, destinationSalt, firstRangeSalt };
@@ -36,17 +60,16 @@ enum : uint64_t { sourceSalt = 1, destinationSalt, firstRangeSalt };
 }  // namespace
 
 RuleFilter::OwnDigest RuleFilter::computeOwnDigest() const {
-  uint64_t salt = firstRangeSalt;
   uint64_t hash = (matchTcpInit_ ? 1u : 0u) | (matchTcpEstablished_ ? 2u : 0u);
   bool valid = true;
-  forEachRangeColl([&](auto const& ranges) {
+  forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+    uint64_t const salt = firstRangeSalt + static_cast<uint64_t>(type);
     using R = typename std::remove_cvref_t<decltype(ranges)>::value_type;
     if (!ranges.empty()) hash = Mox::hashCombine(hash, Mox::hashCombine(salt, ranges.size()));
     ranges.forEach([&](R const& r) {
       hash = Mox::hashCombine(hash, r.orderKey());
       valid = valid && r.rangeStart() <= r.rangeEnd() && r.rangeEnd() <= R::bound;
     });
-    ++salt;
   });
   return {hash, valid};
 }

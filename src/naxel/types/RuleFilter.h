@@ -4,9 +4,11 @@
 
 #include "mox/Chunked.h"
 #include "naxel/types/IpPrefixList.h"
+#include "naxel/types/MatchFields.h"
 #include "naxel/types/Ranges.h"
 
 #include <optional>
+#include <tuple>
 
 namespace Naxel {
 
@@ -57,27 +59,27 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
 
   RangeColl<L4PortRange> const& sportRange() const { return sportRange_; }
   bool sportRangeHas(L4PortRange const& r) const { return sportRange_.contains(r); }
-  void sportRangeIs(L4PortRange const& r) { rangeIs(sportRange_, r, &Notifiee::onSportRange); }
-  void sportRangeDel(L4PortRange const& r) { rangeDel(sportRange_, r, &Notifiee::onSportRange); }
-  void sportRangeDelAll() { rangeDelAll(sportRange_, &Notifiee::onSportRange); }
+  void sportRangeIs(L4PortRange const& r) { addRange(sportRange_, r, &Notifiee::onSportRange); }
+  void sportRangeDel(L4PortRange const& r) { removeRange(sportRange_, r, &Notifiee::onSportRange); }
+  void sportRangeDelAll() { removeRanges(sportRange_, &Notifiee::onSportRange); }
 
   RangeColl<L4PortRange> const& dportRange() const { return dportRange_; }
   bool dportRangeHas(L4PortRange const& r) const { return dportRange_.contains(r); }
-  void dportRangeIs(L4PortRange const& r) { rangeIs(dportRange_, r, &Notifiee::onDportRange); }
-  void dportRangeDel(L4PortRange const& r) { rangeDel(dportRange_, r, &Notifiee::onDportRange); }
-  void dportRangeDelAll() { rangeDelAll(dportRange_, &Notifiee::onDportRange); }
+  void dportRangeIs(L4PortRange const& r) { addRange(dportRange_, r, &Notifiee::onDportRange); }
+  void dportRangeDel(L4PortRange const& r) { removeRange(dportRange_, r, &Notifiee::onDportRange); }
+  void dportRangeDelAll() { removeRanges(dportRange_, &Notifiee::onDportRange); }
 
   RangeColl<IcmpTypeRange> const& icmpType() const { return icmpType_; }
   bool icmpTypeHas(IcmpTypeRange const& r) const { return icmpType_.contains(r); }
-  void icmpTypeIs(IcmpTypeRange const& r) { rangeIs(icmpType_, r, &Notifiee::onIcmpType); }
-  void icmpTypeDel(IcmpTypeRange const& r) { rangeDel(icmpType_, r, &Notifiee::onIcmpType); }
-  void icmpTypeDelAll() { rangeDelAll(icmpType_, &Notifiee::onIcmpType); }
+  void icmpTypeIs(IcmpTypeRange const& r) { addRange(icmpType_, r, &Notifiee::onIcmpType); }
+  void icmpTypeDel(IcmpTypeRange const& r) { removeRange(icmpType_, r, &Notifiee::onIcmpType); }
+  void icmpTypeDelAll() { removeRanges(icmpType_, &Notifiee::onIcmpType); }
 
   RangeColl<ProtoRange> const& proto() const { return proto_; }
   bool protoHas(ProtoRange const& r) const { return proto_.contains(r); }
-  void protoIs(ProtoRange const& r) { rangeIs(proto_, r, &Notifiee::onProto); }
-  void protoDel(ProtoRange const& r) { rangeDel(proto_, r, &Notifiee::onProto); }
-  void protoDelAll() { rangeDelAll(proto_, &Notifiee::onProto); }
+  void protoIs(ProtoRange const& r) { addRange(proto_, r, &Notifiee::onProto); }
+  void protoDel(ProtoRange const& r) { removeRange(proto_, r, &Notifiee::onProto); }
+  void protoDelAll() { removeRanges(proto_, &Notifiee::onProto); }
 
   /// Match TCP packets that open a connection: SYN without ACK (RFC 9293).
   bool matchTcpInit() const { return matchTcpInit_; }
@@ -90,34 +92,29 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
 
   RangeColl<LengthRange> const& length() const { return length_; }
   bool lengthHas(LengthRange const& r) const { return length_.contains(r); }
-  void lengthIs(LengthRange const& r) { rangeIs(length_, r, &Notifiee::onLength); }
-  void lengthDel(LengthRange const& r) { rangeDel(length_, r, &Notifiee::onLength); }
-  void lengthDelAll() { rangeDelAll(length_, &Notifiee::onLength); }
+  void lengthIs(LengthRange const& r) { addRange(length_, r, &Notifiee::onLength); }
+  void lengthDel(LengthRange const& r) { removeRange(length_, r, &Notifiee::onLength); }
+  void lengthDelAll() { removeRanges(length_, &Notifiee::onLength); }
 
   RangeColl<FragmentRange> const& fragment() const { return fragment_; }
   bool fragmentHas(FragmentRange const& r) const { return fragment_.contains(r); }
-  void fragmentIs(FragmentRange const& r) { rangeIs(fragment_, r, &Notifiee::onFragment); }
-  void fragmentDel(FragmentRange const& r) { rangeDel(fragment_, r, &Notifiee::onFragment); }
-  void fragmentDelAll() { rangeDelAll(fragment_, &Notifiee::onFragment); }
+  void fragmentIs(FragmentRange const& r) { addRange(fragment_, r, &Notifiee::onFragment); }
+  void fragmentDel(FragmentRange const& r) { removeRange(fragment_, r, &Notifiee::onFragment); }
+  void fragmentDelAll() { removeRanges(fragment_, &Notifiee::onFragment); }
 
   RangeColl<DscpRange> const& dscp() const { return dscp_; }
   bool dscpHas(DscpRange const& r) const { return dscp_.contains(r); }
-  void dscpIs(DscpRange const& r) { rangeIs(dscp_, r, &Notifiee::onDscp); }
-  void dscpDel(DscpRange const& r) { rangeDel(dscp_, r, &Notifiee::onDscp); }
-  void dscpDelAll() { rangeDelAll(dscp_, &Notifiee::onDscp); }
+  void dscpIs(DscpRange const& r) { addRange(dscp_, r, &Notifiee::onDscp); }
+  void dscpDel(DscpRange const& r) { removeRange(dscp_, r, &Notifiee::onDscp); }
+  void dscpDelAll() { removeRanges(dscp_, &Notifiee::onDscp); }
 
-  /// Calls `f(RangeSetColl const&)` for the seven range sets in the order of RangeSetType: source
-  /// ports, destination ports, ICMP type, protocol, length, fragment, DSCP.
+  /// Calls `f(RangeSetType, RangeColl<R> const&)` for the range sets of all fields, in the order of the types.
   template <class F>
-  void forEachRangeColl(F f) const {
-    f(sportRange_);
-    f(dportRange_);
-    f(icmpType_);
-    f(proto_);
-    f(length_);
-    f(fragment_);
-    f(dscp_);
-  }
+  void forEachRangeColl(F f) const;
+  /// The range set of one field by its type: adds or deletes a range. Ends beyond the bound raise
+  /// Mox::RangeError for the fields whose ranges check it.
+  void rangeIs(RangeSetType type, uint32_t start, uint32_t end);
+  void rangeDel(RangeSetType type, uint32_t start, uint32_t end);
 
   /// Stamp of what the filter holds itself: ranges, flags, and which lists; not what the lists hold.
   Mox::Stamp stamp() const { return stamp_.get(); }
@@ -130,6 +127,18 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   uint32_t hash() const { return Mox::foldHash(contentHash()); }
 
  private:
+  template <class R>
+  struct RangeMember {
+    using Range = R;
+    RangeColl<R> RuleFilter::*coll;
+    void (Notifiee::*on)(R const&);
+  };
+  /// Where the filter has its fields, in the order of RangeSetType.
+  static constexpr auto rangeMembers();
+  /// Calls `f(member)` for the field of a type.
+  template <class F>
+  static void withRangeMember(RangeSetType type, F f);
+
   /// What is remembered of the ranges and flags.
   struct OwnDigest {
     uint64_t hash;
@@ -147,19 +156,19 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
     attrIs(slot, std::move(v), on);
   }
   template <class R, class On>
-  void rangeIs(RangeColl<R>& ranges, R const& r, On on) {
+  void addRange(RangeColl<R>& ranges, R const& r, On on) {
     if (ranges.contains(r)) return;
     change();
     memberIs(ranges, r, on);
   }
   template <class R, class On>
-  void rangeDel(RangeColl<R>& ranges, R const& r, On on) {
+  void removeRange(RangeColl<R>& ranges, R const& r, On on) {
     if (!ranges.contains(r)) return;
     change();
     itemDel(ranges, r, on);
   }
   template <class R, class On>
-  void rangeDelAll(RangeColl<R>& ranges, On on) {
+  void removeRanges(RangeColl<R>& ranges, On on) {
     if (ranges.empty()) return;
     change();
     collDelAll(ranges, on);
@@ -184,5 +193,26 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   RangeColl<FragmentRange> fragment_;
   RangeColl<DscpRange> dscp_;
 };
+
+constexpr auto RuleFilter::rangeMembers() {
+  return std::make_tuple(
+      RangeMember<L4PortRange>{&RuleFilter::sportRange_, &Notifiee::onSportRange},
+      RangeMember<L4PortRange>{&RuleFilter::dportRange_, &Notifiee::onDportRange},
+      RangeMember<IcmpTypeRange>{&RuleFilter::icmpType_, &Notifiee::onIcmpType},
+      RangeMember<ProtoRange>{&RuleFilter::proto_, &Notifiee::onProto},
+      RangeMember<LengthRange>{&RuleFilter::length_, &Notifiee::onLength},
+      RangeMember<FragmentRange>{&RuleFilter::fragment_, &Notifiee::onFragment},
+      RangeMember<DscpRange>{&RuleFilter::dscp_, &Notifiee::onDscp});
+}
+
+template <class F>
+void RuleFilter::forEachRangeColl(F f) const {
+  std::apply(
+      [&](auto const&... member) {
+        size_t at = 0;
+        (f(rangeFields[at++].type, this->*member.coll), ...);
+      },
+      rangeMembers());
+}
 
 }  // namespace Naxel

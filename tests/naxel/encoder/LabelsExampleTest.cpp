@@ -181,8 +181,8 @@ class Example {
     auto const show = [&](Field field) {
       return labels[field] ? std::to_string(*labels[field]) : std::string("none");
     };
-    return "source " + show(Field::source) + ", dport " + show(Field::dport) + ", rule " +
-           Mox::valueToStrep(verdict.rule);
+    return "source " + show(Verify::Fields::source) + ", dport " + show(Verify::Fields::dport) +
+           ", rule " + Mox::valueToStrep(verdict.rule);
   }
 
   std::vector<Side> sides() const {

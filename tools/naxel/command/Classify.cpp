@@ -18,9 +18,8 @@ class Reasons {
   std::vector<std::string> of(Naxel::RuleFilter const& filter) {
     side("source", filter.source(), packet_.src);
     side("destination", filter.destination(), packet_.dst);
-    size_t type = 0;
     filter.forEachRangeColl(
-        [&](auto const& ranges) { field(static_cast<Naxel::RangeSetType>(type++), ranges); });
+        [&](Naxel::RangeSetType type, auto const& ranges) { field(type, ranges); });
     if (filter.matchTcpInit()) out_.push_back("it opens a TCP connection");
     if (filter.matchTcpEstablished()) out_.push_back("it belongs to a TCP connection");
     if (out_.empty()) out_.push_back("the rule matches every packet");
@@ -48,7 +47,7 @@ class Reasons {
     uint16_t const value = packet_.value(type);
     for (auto const& r : ranges) {
       if (value < r.rangeStart() || value > r.rangeEnd()) continue;
-      std::string text = Mox::stringValue(Verify::fieldOf(type)) + " " + std::to_string(value);
+      std::string text = std::string(Naxel::rangeField(type).name) + " " + std::to_string(value);
       if (r.rangeStart() != r.rangeEnd())
         text += " lies in " + std::to_string(r.rangeStart()) + "-" + std::to_string(r.rangeEnd());
       out_.push_back(std::move(text));

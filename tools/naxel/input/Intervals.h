@@ -42,12 +42,6 @@ IntervalSet addressesOf(Naxel::IpPrefixList const& list);
 /// 32 or 128.
 unsigned bitsOf(Lumox::AddressFamily af);
 
-/// Bits of the field that a range type is about.
-template <class Range>
-constexpr unsigned rangeBits() {
-  return static_cast<unsigned>(std::bit_width(Range::bound));
-}
-
 /// The values that a set of ranges contains.
 template <class Ranges>
 IntervalSet valuesOf(Ranges const& ranges) {

@@ -25,7 +25,7 @@ void JsonFile::fail(Position at, std::string const& text) const {
 }
 
 JsonNode::Object const& JsonFile::object(JsonNode const& node, std::string_view what,
-                                         std::initializer_list<std::string_view> fields) const {
+                                         std::span<std::string_view const> fields) const {
   auto const* const members = std::get_if<JsonNode::Object>(&node.value);
   if (!members) fail(node, std::string(what) + " must be an object");
   for (JsonMember const& m : *members)

@@ -8,6 +8,7 @@
 
 #include <initializer_list>
 #include <limits>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -30,7 +31,11 @@ class JsonFile {
 
   /// The members of an object that may hold only the named fields; any field if none is named.
   JsonNode::Object const& object(JsonNode const& node, std::string_view what,
-                                 std::initializer_list<std::string_view> fields) const;
+                                 std::span<std::string_view const> fields) const;
+  JsonNode::Object const& object(JsonNode const& node, std::string_view what,
+                                 std::initializer_list<std::string_view> fields) const {
+    return object(node, what, std::span(fields.begin(), fields.size()));
+  }
   JsonNode::Array const& array(JsonNode const& node, std::string_view what) const;
   /// As array(), but must have an element.
   JsonNode::Array const& list(JsonNode const& node, std::string_view what) const;

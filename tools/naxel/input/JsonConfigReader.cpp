@@ -47,10 +47,14 @@ class RulesReader {
   }
 
   void readRule(JsonNode const& node, Naxel::AclConfig& acl) {
-    file_.object(
-        node, "a rule",
-        {"index", "name", "source", "destination", "sport", "dport", "icmpType", "proto", "length",
-         "fragment", "dscp", "matchTcpInit", "matchTcpEstablished", "continueRule", "action"});
+    static std::vector<std::string_view> const fields = [] {
+      std::vector<std::string_view> all = {"index",        "name",         "source",
+                                           "destination",  "matchTcpInit", "matchTcpEstablished",
+                                           "continueRule", "action"};
+      for (Naxel::RangeField const& field : Naxel::rangeFields) all.push_back(field.name);
+      return all;
+    }();
+    file_.object(node, "a rule", fields);
     JsonNode const& indexNode = file_.need(node, "index");
     Naxel::AceIndex const index(
         static_cast<uint32_t>(file_.number(indexNode, "index", 0, Naxel::AceIndex::null)));
@@ -71,13 +75,9 @@ class RulesReader {
   void readFilter(JsonNode const& node, Naxel::RuleFilter& f) {
     if (auto const list = readSide(node, "source")) f.sourceIs(list);
     if (auto const list = readSide(node, "destination")) f.destinationIs(list);
-    readRanges(node, "sport", f.sportRange(), [&](auto const& r) { f.sportRangeIs(r); });
-    readRanges(node, "dport", f.dportRange(), [&](auto const& r) { f.dportRangeIs(r); });
-    readRanges(node, "icmpType", f.icmpType(), [&](auto const& r) { f.icmpTypeIs(r); });
-    readRanges(node, "proto", f.proto(), [&](auto const& r) { f.protoIs(r); });
-    readRanges(node, "length", f.length(), [&](auto const& r) { f.lengthIs(r); });
-    readRanges(node, "fragment", f.fragment(), [&](auto const& r) { f.fragmentIs(r); });
-    readRanges(node, "dscp", f.dscp(), [&](auto const& r) { f.dscpIs(r); });
+    for (Naxel::RangeField const& field : Naxel::rangeFields)
+      for (Naxel::Range const& r : readRanges(node, field))
+        f.rangeIs(field.type, r.rangeStart(), r.rangeEnd());
     file_.ifFlag(node, "matchTcpInit", [&](bool v) { f.matchTcpInitIs(v); });
     file_.ifFlag(node, "matchTcpEstablished", [&](bool v) { f.matchTcpEstablishedIs(v); });
   }
@@ -156,27 +156,24 @@ class RulesReader {
     }
   }
 
-  /// One range or an array of them. Adds nothing when together they contain every value.
-  template <class Range, class Add>
-  void readRanges(JsonNode const& rule, std::string_view field,
-                  Naxel::RuleFilter::RangeColl<Range> const&, Add add) {
-    JsonNode const* const node = JsonFile::find(rule, field);
-    if (!node) return;
-    std::vector<Range> ranges;
+  /// One range or an array of them; none where together they contain every value.
+  std::vector<Naxel::Range> readRanges(JsonNode const& rule, Naxel::RangeField const& field) {
+    JsonNode const* const node = JsonFile::find(rule, field.name);
+    if (!node) return {};
+    std::vector<Naxel::Range> ranges;
     if (std::holds_alternative<JsonNode::Array>(node->value)) {
-      for (JsonNode const& item : file_.list(*node, field))
-        ranges.push_back(readRange<Range>(item, field));
+      for (JsonNode const& item : file_.list(*node, field.name))
+        ranges.push_back(readRange(item, field));
     } else {
-      ranges.push_back(readRange<Range>(*node, field));
+      ranges.push_back(readRange(*node, field));
     }
-    if (isEverything(valuesOf(ranges), rangeBits<Range>())) return;
-    for (Range const& r : ranges) add(r);
+    if (isEverything(valuesOf(ranges), field.bits)) return {};
+    return ranges;
   }
 
   /// A number, or a text "first-last".
-  template <class Range>
-  Range readRange(JsonNode const& node, std::string_view field) {
-    std::string const quoted = "'" + std::string(field) + "'";
+  Naxel::Range readRange(JsonNode const& node, Naxel::RangeField const& field) {
+    std::string const quoted = "'" + std::string(field.name) + "'";
     uint64_t first = 0;
     uint64_t last = 0;
     if (auto const* const number = std::get_if<uint64_t>(&node.value)) {
@@ -189,8 +186,8 @@ class RulesReader {
     if (first > last)
       file_.fail(node, quoted + ": the range starts at " + std::to_string(first) +
                            ", above its end " + std::to_string(last));
-    if (last > Range::bound)
-      file_.fail(node, quoted + " goes from 0 to " + std::to_string(Range::bound));
+    if (last > field.bound())
+      file_.fail(node, quoted + " goes from 0 to " + std::to_string(field.bound()));
     return {static_cast<uint32_t>(first), static_cast<uint32_t>(last)};
   }
 

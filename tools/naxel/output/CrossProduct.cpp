@@ -3,8 +3,6 @@
 #include "input/Intervals.h"
 #include "mox/Bounded.h"
 
-#include <type_traits>
-
 namespace NaxelTool {
 
 using Mox::boundedProduct;
@@ -15,9 +13,9 @@ uint64_t CrossProduct::entries(Naxel::RuleConfig const& rule) {
   uint64_t out = 1;
   for (Mox::Ptr<Naxel::IpPrefixList> const& list : {filter->source(), filter->destination()})
     if (list) out = boundedProduct(out, listSize(*list));
-  filter->forEachRangeColl([&](auto const& ranges) {
-    using Range = typename std::remove_cvref_t<decltype(ranges)>::value_type;
-    if (!ranges.empty()) out = boundedProduct(out, coverSize(valuesOf(ranges), rangeBits<Range>()));
+  filter->forEachRangeColl([&](Naxel::RangeSetType type, auto const& ranges) {
+    if (!ranges.empty())
+      out = boundedProduct(out, coverSize(valuesOf(ranges), Naxel::rangeField(type).bits));
   });
   return out;
 }

@@ -8,6 +8,7 @@
 namespace NaxelTool {
 
 using Verify::Field;
+namespace Fields = Verify::Fields;
 
 namespace {
 
@@ -37,22 +38,21 @@ KeyBits::KeyBits(Naxel::PDData const& data) {
     bits_[family][static_cast<size_t>(field)] = bitsFor(table, width);
   };
   for (Naxel::PrefixXformKey const& key : Naxel::PrefixXformKey::all())
-    set(familyOf(key.af()), key.src() ? Field::source : Field::destination,
+    set(familyOf(key.af()), key.src() ? Fields::source : Fields::destination,
         capability.prefixXformWidth(key), *data.pdPrefixXformEntryColl(key));
   auto const combo = [&](size_t family, Field field, Naxel::ComboLabelSetType type) {
     set(family, field, capability.comboXformWidth(type), *data.comboColl(type));
   };
-  combo(0, Field::prefixCombo, Naxel::ComboLabelSetType::ipv4SrcDstPrefix);
-  combo(1, Field::prefixCombo, Naxel::ComboLabelSetType::ipv6SrcDstPrefix);
+  combo(0, Fields::prefixCombo, Naxel::ComboLabelSetType::ipv4SrcDstPrefix);
+  combo(1, Fields::prefixCombo, Naxel::ComboLabelSetType::ipv6SrcDstPrefix);
   for (size_t const family : {0, 1}) {
-    combo(family, Field::portCombo, Naxel::ComboLabelSetType::srcDstL4Port);
+    combo(family, Fields::portCombo, Naxel::ComboLabelSetType::srcDstL4Port);
     for (Naxel::RangeSetType const type : Naxel::allRangeSetTypes()) {
-      Field const field = Verify::fieldOf(type);
+      Field const field = Naxel::rangeField(type).tcamField;
       if (unsigned const width = capability.rangeXformWidth(type))
         set(family, field, width, *data.rangeColl(type));
       else
-        bits_[family][static_cast<size_t>(field)] =
-            static_cast<unsigned>(std::bit_width(Verify::fieldBound(type)));
+        bits_[family][static_cast<size_t>(field)] = Naxel::rangeField(type).bits;
     }
   }
   for (auto const& [key, acl] : data.pdAclColl()->pdAcl()) {
@@ -63,8 +63,9 @@ KeyBits::KeyBits(Naxel::PDData const& data) {
 
 /// A value/mask pair may cover more labels than are in use, but not the one that means none.
 void KeyBits::widen(size_t family, Naxel::PDAclFilter const& filter) {
-  for (size_t i = 0; i < Verify::fieldCount; ++i) {
-    Naxel::EncodedLabelWithMask const& pair = Verify::fieldOf(filter, static_cast<Field>(i));
+  for (Field field : Naxel::allLabelFields()) {
+    Naxel::EncodedLabelWithMask const& pair = filter.labelField(field);
+    auto const i = static_cast<size_t>(field);
     unsigned& bits = bits_[family][i];
     auto const coversAllOnes = [&] {
       uint32_t const ones = (1u << bits) - 1;
@@ -80,8 +81,8 @@ unsigned KeyBits::of(Naxel::PDAclRuleColl const& acl) const {
   bool init = false;
   bool established = false;
   forEachFilter(acl, [&](Naxel::PDAclFilter const& filter) {
-    for (size_t i = 0; i < Verify::fieldCount; ++i)
-      if (Verify::fieldOf(filter, static_cast<Field>(i)).mask().value()) occurs[i] = true;
+    for (Field field : Naxel::allLabelFields())
+      if (filter.labelField(field).mask().value()) occurs[static_cast<size_t>(field)] = true;
     init |= filter.matchTcpInit();
     established |= filter.matchTcpEstablished();
   });
