@@ -3,12 +3,10 @@
 /// One chip's pipeline as the benchmarks time it, with a driver that answers at once and copies
 /// nothing.
 
-#include "acl/ParamConfig.h"
-#include "naxel/control/NaxelRootSm.h"
-
-#include <array>
-#include <memory>
-#include <vector>
+#include "naxel/agent/Pipeline.h"
+#include "naxel/driver/Driver.h"
+#include "obel/TimerWheel.h"
+#include "session/StageTimes.h"
 
 namespace Bench {
 
@@ -16,65 +14,41 @@ namespace Bench {
 /// little disturbed by other programs on a busy one.
 double threadSeconds();
 
-/// Answers every request from within the write: resources are there, hitless, loaded.
-class AtOnceDriver : private Naxel::PDConfig::Notifiee {
+/// Has room for everything.
+class AtOnceDriver final : public Naxel::Driver {
  public:
-  AtOnceDriver(Naxel::PDConfig& config, Naxel::PDStatus& status);
+  using Driver::Driver;
 
  private:
-  void onPdResourceConfig() override;
-  void onGlobalAclControl() override;
-
-  Naxel::PDConfig& config_;
-  Naxel::PDStatus& status_;
+  void acquire(Offer const&) override { answerAll(Naxel::ResponseState::hitless); }
+  void load(Offer const&) override { answerAll(Naxel::ResponseState::loaded); }
+  void revert(Offer const&) override { answerAll(Naxel::ResponseState::reverted); }
+  void policy(Naxel::GlobalAclControl) override { confirmPolicy(); }
 };
 
 class Pipeline {
  public:
-  static constexpr size_t stages = 11;  ///< as many as NaxelActiveStage has values
+  static constexpr size_t stages = NaxelTool::StageTimes::stages;
 
-  Pipeline(Mox::Ptr<Naxel::AclConfigColl const> acls,
-           Mox::Ptr<Naxel::ChipHwCapability const> capability);
+  Pipeline(Mox::Ptr<Naxel::AclConfigColl> acls, Mox::Ptr<Naxel::ChipHwCapability> capability);
 
-  /// Writes a new kick time and runs the activity until the kick has ended. Returns its seconds.
-  /// Throws std::runtime_error, with the reason, where it did not succeed.
+  /// Kicks and runs the activity until the kick has ended. Returns its seconds. Throws
+  /// std::runtime_error, with the reason, where it did not succeed.
   double kick();
 
   /// Seconds of a stage in the last kick, all its keys together.
-  double stageSeconds(Naxel::NaxelActiveStage stage) const {
-    return seconds_[static_cast<size_t>(stage)];
-  }
+  double stageSeconds(Naxel::NaxelActiveStage stage) const { return times_.stage(stage).seconds; }
   /// TCAM entries of all ACLs.
-  size_t entries() const { return pdConfig_->currPDData()->pdAclColl()->numFilters(); }
+  size_t entries() const { return pipeline_.output().pdAclColl()->numFilters(); }
 
  private:
-  class StageWatch : public Naxel::StageStatus::Notifiee {
-   public:
-    StageWatch(Naxel::StageStatus& status, double& seconds) : status_(status), seconds_(seconds) {
-      notifierIs(&status);
-    }
-    void onStatus() override;
-
-   private:
-    Naxel::StageStatus& status_;
-    double& seconds_;
-    double started_ = 0;
-  };
-
-  void watch(Naxel::NaxelActiveStage stage, Naxel::StageStatus& status);
-  void watchStages();
-
   Mox::ManualClock clock_;
   Mox::Activity activity_{clock_};
   Mox::Ptr<Obel::TimerWheel> wheel_;
-  Mox::Ptr<Naxel::RootConfig> rootConfig_;
-  Mox::Ptr<Naxel::RootStatus> rootStatus_;
-  Mox::Ptr<Naxel::PDConfig> pdConfig_;
-  Mox::Ptr<Naxel::PDStatus> pdStatus_;
+  Naxel::ChipEntities entities_;
   AtOnceDriver driver_;
-  Mox::Ptr<Naxel::NaxelRootSm> root_;
-  std::array<double, stages> seconds_{};
-  std::vector<std::unique_ptr<StageWatch>> watches_;
+  Naxel::Pipeline pipeline_;
+  NaxelTool::StageTimes times_;
 };
 
 }  // namespace Bench

@@ -93,7 +93,7 @@ struct SimChip::Probe {
 
 class SimChip::ProgressWatcher : public RootStatus::Notifiee {
  public:
-  explicit ProgressWatcher(SimChip& chip) : chip_(chip) { notifierIs(chip.rootStatus_.get()); }
+  explicit ProgressWatcher(SimChip& chip) : chip_(chip) { notifierIs(chip.e_.rootStatus.get()); }
   void onKickProgress() override {
     AllocationFaults::Scope const uncounted(false);
     chip_.onProgress();
@@ -120,7 +120,7 @@ class SimChip::AggregatorWatcher : public StageStatus::Notifiee {
 
 class SimChip::ConfigWatcher : public PDConfig::Notifiee {
  public:
-  explicit ConfigWatcher(SimChip& chip) : chip_(chip) { notifierIs(chip.pdConfig_.get()); }
+  explicit ConfigWatcher(SimChip& chip) : chip_(chip) { notifierIs(chip.e_.pdConfig.get()); }
   void onPrevPDData() override {
     AllocationFaults::Scope const uncounted(false);
     chip_.onPrevious();
@@ -199,19 +199,14 @@ SimChip::SimChip(uint8_t number, Mox::Ptr<Obel::TimerWheel> wheel, Figures& figu
       wheel_(std::move(wheel)),
       figures_(figures),
       differences_(differences),
-      chipId_(number),
-      acls_(Mox::makePtr<AclConfigColl>(chipId_)),
+      e_(Obel::ChipId(number)),
       capabilities_(Mox::makePtr<HwCapabilityColl>()),
-      capability_(capabilities_->chipHwCapabilityIs(chipId_)),
-      params_(Acl::paramConfigFactory()),
-      rootConfig_(Mox::makePtr<RootConfig>(chipId_)),
-      rootStatus_(Mox::makePtr<RootStatus>(chipId_)),
-      pdConfig_(pDConfigFactory(chipId_)),
       pdStatuses_(globalPDStatusFactory()),
-      pdStatus_(pdStatuses_->pdStatusIs(chipId_)),
       inForce_{nullptr} {
+  e_.capability = capabilities_->chipHwCapabilityIs(e_.chipId);
+  e_.pdStatus = pdStatuses_->pdStatusIs(e_.chipId);
   statusFirst_ =
-      std::make_unique<DriverSide>(*this, DriverSide::Ends::no, pdStatus_.get(), nullptr);
+      std::make_unique<DriverSide>(*this, DriverSide::Ends::no, e_.pdStatus.get(), nullptr);
   configWatcher_ = std::make_unique<ConfigWatcher>(*this);
   buildDriver({}, false);
   rootUp(false);
@@ -222,18 +217,17 @@ SimChip::~SimChip() = default;
 void SimChip::rootUp(bool freshEntities) {
   rootDown();
   if (freshEntities) {
-    rootConfig_ = Mox::makePtr<RootConfig>(chipId_);
-    rootStatus_ = Mox::makePtr<RootStatus>(chipId_);
+    e_.rootConfig = Mox::makePtr<RootConfig>(e_.chipId);
+    e_.rootStatus = Mox::makePtr<RootStatus>(e_.chipId);
   }
   stale_ = false;
-  GlobalAclControl const policy = pdConfig_->globalAclControl();
+  GlobalAclControl const policy = e_.pdConfig->globalAclControl();
   if (!ownPolicy_ && policy != GlobalAclControl::doNotApply &&
-      policy == pdStatus_->globalAclControl())
+      policy == e_.pdStatus->globalAclControl())
     ownUnclear_ = true;
-  root_ = naxelRootSmFactory(chipId_, capability_, rootConfig_, rootStatus_, acls_, params_,
-                             pdConfig_, pdStatus_, wheel_);
+  root_ = buildRoot(e_, wheel_);
   statusLast_ =
-      std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, pdStatus_.get(), nullptr);
+      std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, e_.pdStatus.get(), nullptr);
   progressWatcher_ = std::make_unique<ProgressWatcher>(*this);
   aggregatorWatcher_ = std::make_unique<AggregatorWatcher>(*this);
   ++figures_.roots;
@@ -257,12 +251,12 @@ void SimChip::buildDriver(SoftChip::Options options, bool settled) {
     first.answerAfterTicks = std::max(first.answerAfterTicks, 1u);
     first.confirmPolicyAfterTicks = std::max(first.confirmPolicyAfterTicks, 1u);
   }
-  chip_ = std::make_unique<SoftChip::Chip>(pdConfig_, pdStatus_, nullptr, first);
+  chip_ = std::make_unique<SoftChip::Chip>(e_.pdConfig, e_.pdStatus, nullptr, first);
   options.bootPolicy.reset();
   chip_->options() = options;
   chip_->observerIs([this](SoftChip::Write const& w) { onWrite(w); });
   configLast_ =
-      std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, nullptr, pdConfig_.get());
+      std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, nullptr, e_.pdConfig.get());
   breachesSeen_ = 0;
   auto const at = std::find(inForce_.begin(), inForce_.end(), chip_->inForce().get());
   if (at != inForce_.end()) inForce_.erase(inForce_.begin(), at);
@@ -276,18 +270,18 @@ void SimChip::driverRestart(bool keepsAnswers, std::optional<GlobalAclControl> p
   chip_.reset();
   std::array<ResourceStatus, pdTableCount> said;
   for (PDTable table : allPDTables()) {
-    said[static_cast<size_t>(table)] = tableStatus(*pdStatus_, table);
-    if (policy || !keepsAnswers) tableStatusIs(*pdStatus_, table, ResourceStatus());
+    said[static_cast<size_t>(table)] = tableStatus(*e_.pdStatus, table);
+    if (policy || !keepsAnswers) tableStatusIs(*e_.pdStatus, table, ResourceStatus());
   }
   for (PDTable table : allPDTables())
-    if (keepsAnswers) tableStatusIs(*pdStatus_, table, said[static_cast<size_t>(table)]);
+    if (keepsAnswers) tableStatusIs(*e_.pdStatus, table, said[static_cast<size_t>(table)]);
   restarted_ = true;
   if (policy) {
     ownPolicy_ = true;
     // What the status shows already tells the library nothing.
-    if (*policy != pdStatus_->globalAclControl()) {
+    if (*policy != e_.pdStatus->globalAclControl()) {
       ownDeny_ = root_ && policy == GlobalAclControl::denyAll;
-      ownLoaded_ = pdConfig_->pdResourceConfig().requestState() == RequestState::load;
+      ownLoaded_ = e_.pdConfig->pdResourceConfig().requestState() == RequestState::load;
     }
     sinceLoad_ = !root_ || root_->loaderStatus()->status() != StageStatusType::inProgress;
   }
@@ -296,11 +290,11 @@ void SimChip::driverRestart(bool keepsAnswers, std::optional<GlobalAclControl> p
 }
 
 void SimChip::capabilityReplace() {
-  auto const before = capability_;
+  auto const before = e_.capability;
   stale_ = isUp();
-  capabilities_->chipHwCapabilityDel(chipId_);
-  capability_ = capabilities_->chipHwCapabilityIs(chipId_);
-  copyWidths(*before, *capability_);
+  capabilities_->chipHwCapabilityDel(e_.chipId);
+  e_.capability = capabilities_->chipHwCapabilityIs(e_.chipId);
+  copyWidths(*before, *e_.capability);
 }
 
 void SimChip::pdStatusReplace() {
@@ -311,29 +305,29 @@ void SimChip::pdStatusReplace() {
   statusLast_.reset();
   statusFirst_.reset();
   stale_ = isUp();
-  pdStatuses_->pdStatusDel(chipId_);
-  pdStatus_ = pdStatuses_->pdStatusIs(chipId_);
+  pdStatuses_->pdStatusDel(e_.chipId);
+  e_.pdStatus = pdStatuses_->pdStatusIs(e_.chipId);
   statusFirst_ =
-      std::make_unique<DriverSide>(*this, DriverSide::Ends::no, pdStatus_.get(), nullptr);
+      std::make_unique<DriverSide>(*this, DriverSide::Ends::no, e_.pdStatus.get(), nullptr);
   statusLast_ =
-      std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, pdStatus_.get(), nullptr);
+      std::make_unique<DriverSide>(*this, DriverSide::Ends::yes, e_.pdStatus.get(), nullptr);
   restarted_ = true;
   ownPolicy_ = false;
-  ownUnclear_ = pdConfig_->globalAclControl() != GlobalAclControl::doNotApply;
+  ownUnclear_ = e_.pdConfig->globalAclControl() != GlobalAclControl::doNotApply;
   buildDriver(options, true);
   rewiring_ = false;
 }
 
 void SimChip::undo(size_t kicksBefore) {
-  if (kicksBefore < read_.size()) restoreAcls(*read_[kicksBefore]->acls, *acls_);
+  if (kicksBefore < read_.size()) restoreAcls(*read_[kicksBefore]->acls, *e_.acls);
 }
 
 void SimChip::throwingIs(bool on) {
   throwers_.clear();
   if (!on) return;
-  throwers_.push_back(std::make_unique<Thrower<RootStatus::Notifiee>>(rootStatus_.get()));
-  throwers_.push_back(std::make_unique<Thrower<PDConfig::Notifiee>>(pdConfig_.get()));
-  throwers_.push_back(std::make_unique<Thrower<PDStatus::Notifiee>>(pdStatus_.get()));
+  throwers_.push_back(std::make_unique<Thrower<RootStatus::Notifiee>>(e_.rootStatus.get()));
+  throwers_.push_back(std::make_unique<Thrower<PDConfig::Notifiee>>(e_.pdConfig.get()));
+  throwers_.push_back(std::make_unique<Thrower<PDStatus::Notifiee>>(e_.pdStatus.get()));
   if (root_) {
     throwers_.push_back(
         std::make_unique<Thrower<StageStatus::Notifiee>>(root_->aggregatorStatus().get()));
@@ -343,7 +337,7 @@ void SimChip::throwingIs(bool on) {
 }
 
 bool SimChip::running() const {
-  return root_ && rootStatus_->kickProgress() == NaxelProgress::naxelRunning;
+  return root_ && e_.rootStatus->kickProgress() == NaxelProgress::naxelRunning;
 }
 
 NaxelActiveStage SimChip::activeStage() const {
@@ -358,10 +352,10 @@ void SimChip::request(NaxelKickRequest what) {
     ++figures_.kicks;
     awaited_ = true;
   }
-  if (what == NaxelKickRequest::naxelStart) permitNext_ = params_->permitDuringUpdate();
-  rootConfig_->naxelKickRequestIs(what);
+  if (what == NaxelKickRequest::naxelStart) permitNext_ = e_.params->permitDuringUpdate();
+  e_.rootConfig->naxelKickRequestIs(what);
   AllocationFaults::Scope const counted(true);
-  rootConfig_->naxelKickTimeIs(rootConfig_->naxelKickTime() + 1);
+  e_.rootConfig->naxelKickTimeIs(e_.rootConfig->naxelKickTime() + 1);
 }
 
 bool SimChip::tick() {
@@ -375,10 +369,10 @@ void SimChip::differ(std::string const& what) {
 }
 
 void SimChip::takeSnapshot() {
-  auto const acls = Mox::makePtr<AclConfigColl>(chipId_);
-  auto const capability = Mox::makePtr<ChipHwCapability>(chipId_);
-  copyAcls(*acls_, *acls);
-  copyWidths(*capability_, *capability);
+  auto const acls = Mox::makePtr<AclConfigColl>(e_.chipId);
+  auto const capability = Mox::makePtr<ChipHwCapability>(e_.chipId);
+  copyAcls(*e_.acls, *acls);
+  copyWidths(*e_.capability, *capability);
   snapshot_ = std::make_shared<Snapshot>(Snapshot{acls, capability, ++now_});
   read_.push_front(snapshot_);
   if (read_.size() > 3) read_.pop_back();
@@ -398,7 +392,7 @@ void SimChip::onPrevious() {
 }
 
 void SimChip::onOutput() {
-  auto const& data = pdConfig_->currPDData();
+  auto const& data = e_.pdConfig->currPDData();
   if (downAtOutput_) {
     downAtOutput_ = false;
     goingDown_ = true;
@@ -409,7 +403,7 @@ void SimChip::onOutput() {
   if (dump(*data).empty()) {
     // What is brought back before anything has been loaded.
     snapshot = std::make_shared<Snapshot>(
-        Snapshot{Mox::makePtr<AclConfigColl>(chipId_), capability_, now_});
+        Snapshot{Mox::makePtr<AclConfigColl>(e_.chipId), e_.capability, now_});
   } else if (!snapshot) {
     return differ("an output is offered that no configuration was read for");
   }
@@ -450,16 +444,16 @@ void SimChip::drawProbes() {
 
 bool SimChip::answered(std::initializer_list<ResponseState> states) const {
   return std::all_of(allPDTables().begin(), allPDTables().end(), [&](SoftChip::Table t) {
-    ResourceStatus const status = tableStatus(*pdStatus_, t);
+    ResourceStatus const status = tableStatus(*e_.pdStatus, t);
     return t == SoftChip::Table::tcpFlags ||
-           (status.responseId() == pdConfig_->pdResourceConfig().requestId() &&
+           (status.responseId() == e_.pdConfig->pdResourceConfig().requestId() &&
             std::find(states.begin(), states.end(), status.responseState()) != states.end());
   });
 }
 
 void SimChip::onRequest() {
-  ResourceConfig const request = pdConfig_->pdResourceConfig();
-  PDData const* const offered = pdConfig_->currPDData().get();
+  ResourceConfig const request = e_.pdConfig->pdResourceConfig();
+  PDData const* const offered = e_.pdConfig->currPDData().get();
   if (!isUp() && !std::exchange(goingDown_, false))
     differ("a pipeline that is down makes a request");
   if (downAtRequest_ == request.requestState()) {
@@ -469,7 +463,7 @@ void SimChip::onRequest() {
   switch (request.requestState()) {
     case RequestState::acquire:
       // An empty one stands for none.
-      if (auto const& previous = pdConfig_->prevPDData();
+      if (auto const& previous = e_.pdConfig->prevPDData();
           previous.get() != inForce_.back() && (inForce_.back() || !full(*previous).empty()))
         differ("the previous output is not the one last asked to be loaded");
       if (request.requestId() <= lastId_) differ("a request with the id of an earlier one");
@@ -489,7 +483,7 @@ void SimChip::onRequest() {
   refused_ = true;
   bool const failed =
       std::any_of(allPDTables().begin(), allPDTables().end(), [&](SoftChip::Table t) {
-        return tableStatus(*pdStatus_, t) ==
+        return tableStatus(*e_.pdStatus, t) ==
                ResourceStatus(request.requestId(), ResponseState::failed);
       });
   if (!failed && !restarted_) differ("revert although the driver refused nothing");
@@ -501,15 +495,15 @@ void SimChip::onRequest() {
 }
 
 void SimChip::onPolicy() {
-  GlobalAclControl const policy = pdConfig_->globalAclControl();
+  GlobalAclControl const policy = e_.pdConfig->globalAclControl();
   if (policy == GlobalAclControl::doNotApply) return;
-  if (policy == pdStatus_->globalAclControl()) return;  // a change of before is taken back
+  if (policy == e_.pdStatus->globalAclControl()) return;  // a change of before is taken back
   if (policy != (permit_ ? GlobalAclControl::permitAll : GlobalAclControl::denyAll) &&
       !((ownPolicy_ || ownUnclear_) && policy == GlobalAclControl::denyAll))
     differ("another policy than the agent wants");
-  ResourceStatus const answer = tableStatus(*pdStatus_, PDTable::aclEntries);
+  ResourceStatus const answer = tableStatus(*e_.pdStatus, PDTable::aclEntries);
   if (!restarted_ &&
-      answer != ResourceStatus(pdConfig_->pdResourceConfig().requestId(), ResponseState::hitful))
+      answer != ResourceStatus(e_.pdConfig->pdResourceConfig().requestId(), ResponseState::hitful))
     differ("a policy for a change that nobody called hitful");
 }
 
@@ -528,7 +522,7 @@ void SimChip::onWrite(SoftChip::Write const& write) {
   if (write.kind == Kind::switched || write.kind == Kind::rewritten) {
     auto const at = std::find(inForce_.begin(), inForce_.end(), now);
     if (at == inForce_.end()) return differ("an output is in force that nobody asked for");
-    if (pdConfig_->pdResourceConfig().requestState() == RequestState::load) ownLoaded_ = true;
+    if (e_.pdConfig->pdResourceConfig().requestState() == RequestState::load) ownLoaded_ = true;
     inForce_.erase(inForce_.begin(), at);
   }
   for (std::string const& breach : chip_->breaches())
@@ -558,7 +552,7 @@ void SimChip::onWrite(SoftChip::Write const& write) {
 }
 
 void SimChip::onProgress() {
-  NaxelProgress const progress = rootStatus_->kickProgress();
+  NaxelProgress const progress = e_.rootStatus->kickProgress();
   if (!root_ && progress != NaxelProgress::naxelInitialized)
     return differ("a pipeline that is down reports " + Mox::stringValue(progress));
   switch (progress) {
@@ -587,17 +581,18 @@ void SimChip::onProgress() {
 void SimChip::checkSuccess() {
   if (!snapshot_ || snapshot_->at < requestedAt_)
     return differ("success without having read the configuration since the request");
-  auto const data = pdConfig_->currPDData();
+  auto const data = e_.pdConfig->currPDData();
   if (!data || chip_->inForce() != data) return differ("success without the new output in force");
   // A change that a pipeline of before has asked for may be carried out after it was taken back.
   bool const lifted = chip_->policy() == GlobalAclControl::doNotApply ||
                       (chip_->options().finishesSuperseded && !chip_->idle());
   if (!(ownPolicy_ && sinceLoad_) &&
-      !(lifted && pdConfig_->globalAclControl() == GlobalAclControl::doNotApply))
+      !(lifted && e_.pdConfig->globalAclControl() == GlobalAclControl::doNotApply))
     return differ("success under a policy");
   if (chip_->reservedFor() != 0)
     return differ("success while the chip keeps resources for another load");
-  if (!root_->stageControllerStatus()->failureText().empty() || !rootStatus_->kickMessage().empty())
+  if (!root_->stageControllerStatus()->failureText().empty() ||
+      !e_.rootStatus->kickMessage().empty())
     differ("success with a reason for failure");
 
   if (isMistaken(*snapshot_->acls)) differ("success with rules that cannot be compiled");
@@ -641,11 +636,11 @@ void SimChip::checkFailure() {
     return;  // even the reason may be what there was no memory for
   std::string const message = "Naxel failed at " + Mox::stringValue(status.lastFailedStage()) +
                               " on chip " + std::to_string(number_);
-  if (rootStatus_->kickMessage() != message)
-    differ("failure with the message " + rootStatus_->kickMessage());
+  if (e_.rootStatus->kickMessage() != message)
+    differ("failure with the message " + e_.rootStatus->kickMessage());
   if (status.failureText().empty()) return differ("failure without a reason");
-  bool const policy = pdStatus_->globalAclControl() != GlobalAclControl::doNotApply ||
-                      pdConfig_->globalAclControl() != GlobalAclControl::doNotApply;
+  bool const policy = e_.pdStatus->globalAclControl() != GlobalAclControl::doNotApply ||
+                      e_.pdConfig->globalAclControl() != GlobalAclControl::doNotApply;
   if (!stale_ && policy != (status.failureText().find("in force") != std::string::npos))
     differ(std::string("failure ") + (policy ? "under" : "without") +
            " a policy, and the reason is " + status.failureText());
@@ -693,14 +688,14 @@ void SimChip::checkAtRest() {
     differ("a kick hangs at " + Mox::stringValue(activeStage()) + ": " + root_->waitingFor());
     awaited_ = false;
   }
-  if (rootStatus_->kickProgress() == NaxelProgress::naxelFinishedSuccess && !ownPolicy_ &&
+  if (e_.rootStatus->kickProgress() == NaxelProgress::naxelFinishedSuccess && !ownPolicy_ &&
       chip_->policy() != GlobalAclControl::doNotApply)
     differ("a policy stands when all is done");
-  ResourceConfig const request = pdConfig_->pdResourceConfig();
+  ResourceConfig const request = e_.pdConfig->pdResourceConfig();
   if (chip_->reservedFor() != 0 && (request.requestState() != RequestState::acquire ||
                                     chip_->reservedFor() != request.requestId()))
     differ("the chip keeps resources for a load that will never be");
-  NaxelProgress const progress = rootStatus_->kickProgress();
+  NaxelProgress const progress = e_.rootStatus->kickProgress();
   if ((progress == NaxelProgress::naxelFinishedSuccess ||
        progress == NaxelProgress::naxelFinishedFail) &&
       activeStage() != NaxelActiveStage::stageInit)

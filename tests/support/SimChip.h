@@ -54,9 +54,9 @@ class SimChip {
           std::vector<std::string>& differences);
   ~SimChip();
 
-  Naxel::AclConfigColl& acls() { return *acls_; }
-  Naxel::ChipHwCapability& capability() { return *capability_; }
-  Acl::ParamConfig& params() { return *params_; }
+  Naxel::AclConfigColl& acls() { return *e_.acls; }
+  Naxel::ChipHwCapability& capability() { return *e_.capability; }
+  Acl::ParamConfig& params() { return *e_.params; }
   SoftChip::Chip& driver() { return *chip_; }
 
   /// Builds the root over what there is, or takes it down. With `freshEntities` the agent has lost
@@ -129,16 +129,9 @@ class SimChip {
   Figures& figures_;
   std::vector<std::string>& differences_;
 
-  Obel::ChipId chipId_;
-  Mox::Ptr<Naxel::AclConfigColl> acls_;
+  Naxel::ChipEntities e_;
   Mox::Ptr<Naxel::HwCapabilityColl> capabilities_;
-  Mox::Ptr<Naxel::ChipHwCapability> capability_;
-  Mox::Ptr<Acl::ParamConfig> params_;
-  Mox::Ptr<Naxel::RootConfig> rootConfig_;
-  Mox::Ptr<Naxel::RootStatus> rootStatus_;
-  Mox::Ptr<Naxel::PDConfig> pdConfig_;
   Mox::Ptr<Naxel::GlobalPDStatus> pdStatuses_;
-  Mox::Ptr<Naxel::PDStatus> pdStatus_;
 
   // In the order in which they must be told: see DriverSide.
   std::unique_ptr<DriverSide> statusFirst_;

@@ -238,15 +238,8 @@ void ScriptDriver::answerAll(ResourceStatus const& status, bool prefixLast) {
 }
 
 World::World(std::string_view rules, uint8_t chip)
-    : wheel(Mox::makePtr<Obel::TimerWheel>(activity)),
-      chipId(chip),
-      acls(Mox::makePtr<AclConfigColl>(chipId)),
-      capability(Mox::makePtr<ChipHwCapability>(chipId)),
-      params(Acl::paramConfigFactory()),
-      rootConfig(Mox::makePtr<RootConfig>(chipId)),
-      rootStatus(Mox::makePtr<RootStatus>(chipId)),
-      pdConfig(pDConfigFactory(chipId)),
-      pdStatus(Mox::makePtr<PDStatus>(chipId)),
+    : ChipEntities(Obel::ChipId(chip)),
+      wheel(Mox::makePtr<Obel::TimerWheel>(activity)),
       driver(*pdConfig, *pdStatus) {
   addRules(*acls, rules);
   buildRoot();
@@ -254,8 +247,7 @@ World::World(std::string_view rules, uint8_t chip)
 
 void World::buildRoot() {
   root = nullptr;
-  root = naxelRootSmFactory(chipId, capability, rootConfig, rootStatus, acls, params, pdConfig,
-                            pdStatus, wheel);
+  root = Naxel::buildRoot(*this, wheel);
 }
 
 void World::request(NaxelKickRequest what) {

@@ -3,7 +3,7 @@
 /// One chip's pipeline with a hand-set clock, its configuration as text, and a driver that the test
 /// commands.
 
-#include "acl/ParamConfig.h"
+#include "naxel/agent/Pipeline.h"
 #include "naxel/control/NaxelRootSm.h"
 
 #include <string>
@@ -68,7 +68,7 @@ class ScriptDriver : private Naxel::PDConfig::Notifiee {
 };
 
 /// Everything for one chip. Members are public: tests reach into all of it.
-class World {
+class World : public Naxel::ChipEntities {
  public:
   /// `rules` as in addRules().
   explicit World(std::string_view rules = {}, uint8_t chip = 0);
@@ -94,14 +94,6 @@ class World {
   Mox::ManualClock clock;
   Mox::Activity activity{clock};
   Mox::Ptr<Obel::TimerWheel> wheel;
-  Obel::ChipId chipId;
-  Mox::Ptr<Naxel::AclConfigColl> acls;
-  Mox::Ptr<Naxel::ChipHwCapability> capability;
-  Mox::Ptr<Acl::ParamConfig> params;
-  Mox::Ptr<Naxel::RootConfig> rootConfig;
-  Mox::Ptr<Naxel::RootStatus> rootStatus;
-  Mox::Ptr<Naxel::PDConfig> pdConfig;
-  Mox::Ptr<Naxel::PDStatus> pdStatus;
   ScriptDriver driver;
   Mox::Ptr<Naxel::NaxelRootSm> root;
 };

@@ -10,6 +10,8 @@
 #include "naxel/control/StageTypes.h"
 #include "naxel/genset/GenSetTypes.h"
 
+#include <variant>
+
 namespace Naxel {
 
 class NAXEL_EXPORT StageSmConfig : public Mox::Entity {
@@ -368,11 +370,17 @@ class NAXEL_EXPORT StageSmStatus : public Mox::Entity {
   /// Calls `f(StageStatus&)` for every member of a stage, in the order in which they were added.
   template <class F>
   void forEach(NaxelActiveStage stage, F f) const {
+    forEachKeyed(stage, [&](auto const&, Mox::Ptr<StageStatus> const& m) { f(*m); });
+  }
+  /// Calls `f(key, Mox::Ptr<StageStatus>)`; the key is a std::monostate for a stage of one member.
+  template <class F>
+  void forEachKeyed(NaxelActiveStage stage, F f) const {
     auto const one = [&](Mox::Ptr<StageStatus> const& m) {
-      if (m) f(*m);
+      if (m) f(std::monostate(), m);
     };
     auto const all = [&](auto const& coll) {
-      for (auto const& [key, m] : coll) one(m);
+      for (auto const& [key, m] : coll)
+        if (m) f(key, m);
     };
     switch (stage) {
       case NaxelActiveStage::stageInit: break;

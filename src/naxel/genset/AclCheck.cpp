@@ -29,34 +29,45 @@ std::string ruleOf(AclConfig const& acl, RuleConfig const& rule) {
   return "ACL '" + acl.name() + "', rule '" + rule.name() + "': ";
 }
 
-template <class Coll>
-std::optional<std::string> checkRanges(std::string const& field, Coll const& ranges) {
-  using R = typename Coll::value_type;
-  for (R const& r : ranges) {
-    if (r.rangeStart() <= r.rangeEnd() && r.rangeEnd() <= R::bound) continue;
-    std::string const text =
-        field + " range " + std::to_string(r.rangeStart()) + "-" + std::to_string(r.rangeEnd());
-    if (r.rangeStart() > r.rangeEnd()) return text + " starts above its end";
-    return text + " exceeds the field's maximum " + std::to_string(R::bound);
-  }
-  return std::nullopt;
+std::string rangeReason(std::string const& field, uint32_t start, uint32_t end, uint32_t bound) {
+  std::string const text = field + " range " + std::to_string(start) + "-" + std::to_string(end);
+  if (start > end) return text + " starts above its end";
+  return text + " exceeds the field's maximum " + std::to_string(bound);
 }
 
-std::optional<std::string> checkFilter(AclConfig const& acl, RuleConfig const& rule) {
+/// Hands errors on until nobody wants any more.
+class Report {
+ public:
+  explicit Report(std::function<bool(ConfigError)> const& tell) : tell_(tell) {}
+  bool isWanted() const { return wanted_; }
+  void add(ConfigError error) { wanted_ = wanted_ && tell_(std::move(error)); }
+  void add(AclConfig const& acl, RuleConfig const& rule, std::string const& text,
+           ConfigError::Kind kind = ConfigError::Kind::unusable) {
+    add({kind, acl.name(), rule.name(), ruleOf(acl, rule) + text});
+  }
+  void add(AclConfig const& acl, std::string const& text) {
+    add({ConfigError::Kind::unusable, acl.name(), {}, "ACL '" + acl.name() + "'" + text});
+  }
+
+ private:
+  std::function<bool(ConfigError)> const& tell_;
+  bool wanted_ = true;
+};
+
+void checkFilter(AclConfig const& acl, RuleConfig const& rule, Report& report) {
   RuleFilter const& filter = *rule.ruleFilter();
-  IpPrefixList const* source = filter.source().get();
-  MOX_ASSERT_DETAIL(!source || source->families().any(), "source->addrs() || source->exceptAddrs()",
-                    ruleOf(acl, rule) + "the source list has no member");
-  IpPrefixList const* destination = filter.destination().get();
-  MOX_ASSERT_DETAIL(!destination || destination->families().any(),
-                    "destination->addrs() || destination->exceptAddrs()",
-                    ruleOf(acl, rule) + "the destination list has no member");
-  if (filter.rangesValid()) return std::nullopt;
-  std::optional<std::string> reason;
+  if (filter.source() && !filter.source()->families().any())
+    report.add(acl, rule, "the source list has no member", ConfigError::Kind::emptySource);
+  if (filter.destination() && !filter.destination()->families().any())
+    report.add(acl, rule, "the destination list has no member",
+               ConfigError::Kind::emptyDestination);
+  if (filter.rangesValid()) return;
   filter.forEachRangeColl([&](RangeSetType type, auto const& ranges) {
-    if (!reason) reason = checkRanges(fieldName(type), ranges);
+    uint32_t const bound = rangeField(type).bound();
+    for (auto const& r : ranges)
+      if (report.isWanted() && (r.rangeStart() > r.rangeEnd() || r.rangeEnd() > bound))
+        report.add(acl, rule, rangeReason(fieldName(type), r.rangeStart(), r.rangeEnd(), bound));
   });
-  return reason;
 }
 
 Lumox::AddressFamily otherThan(Lumox::AddressFamily af) {
@@ -77,33 +88,11 @@ std::string holderOf(AclConfig const& acl, Lumox::AddressFamily af) {
 }
 
 std::string familyReason(AclConfig const& acl) {
-  std::string const reason = "ACL '" + acl.name() + "': ";
   if (!acl.af())
-    return reason + "IPv4 and IPv6 prefixes in one ACL: IPv4 in " + holderOf(acl, Lumox::ipv4()) +
+    return ": IPv4 and IPv6 prefixes in one ACL: IPv4 in " + holderOf(acl, Lumox::ipv4()) +
            ", IPv6 in " + holderOf(acl, Lumox::ipv6());
-  return reason + holderOf(acl, otherThan(*acl.af())) +
+  return ": " + holderOf(acl, otherThan(*acl.af())) +
          " holds a prefix of another family than the ACL's " + Mox::stringValue(*acl.af());
-}
-
-std::optional<std::string> checkAcl(AclWalk const& walk) {
-  AclConfig const& acl = walk.acl();
-  std::optional<Lumox::AddressFamily> const named = namedFamily(acl);
-  Lumox::AddressFamily const af = acl.af() ? *acl.af() : named.value_or(Lumox::ipv4());
-  bool pure = true;
-  for (RuleConfig const* rule : walk.named()) {
-    RuleFilter const* filter = rule->ruleFilter().get();
-    if (!filter) continue;
-    if (auto reason = checkFilter(acl, *rule)) return ruleOf(acl, *rule) + *reason;
-    pure = pure && onlyOf(*filter, af);
-  }
-  for (AclWalk::Indexed const& i : walk.indexed())
-    if (i.place == AclWalk::none)
-      return "ACL '" + acl.name() + "', index " + std::to_string(i.index.value()) +
-             " refers to a rule that the ACL does not hold";
-  if (!pure) return familyReason(acl);
-  if (!acl.af() && !named)
-    if (auto line = trace(1)) line << "ACL '" << acl.name() << "' names no address, assuming ipv4";
-  return std::nullopt;
 }
 
 }  // namespace
@@ -112,9 +101,43 @@ Lumox::AddressFamily aclFamily(AclConfig const& acl) {
   return acl.af() ? *acl.af() : namedFamily(acl).value_or(Lumox::ipv4());
 }
 
+void findErrors(AclWalk const& walk, std::function<bool(ConfigError)> const& tell) {
+  AclConfig const& acl = walk.acl();
+  Report report(tell);
+  std::optional<Lumox::AddressFamily> const named = namedFamily(acl);
+  Lumox::AddressFamily const af = acl.af() ? *acl.af() : named.value_or(Lumox::ipv4());
+  bool pure = true;
+  for (RuleConfig const* rule : walk.named()) {
+    RuleFilter const* filter = rule->ruleFilter().get();
+    if (!filter) continue;
+    checkFilter(acl, *rule, report);
+    if (!report.isWanted()) return;
+    pure = pure && onlyOf(*filter, af);
+  }
+  for (AclWalk::Indexed const& i : walk.indexed())
+    if (i.place == AclWalk::none && report.isWanted())
+      report.add(acl, ", index " + std::to_string(i.index.value()) +
+                          " refers to a rule that the ACL does not hold");
+  if (!pure && report.isWanted()) report.add(acl, familyReason(acl));
+}
+
 std::optional<std::string> checkAcls(std::vector<AclWalk> const& acls) {
-  for (AclWalk const& walk : acls)
-    if (auto reason = checkAcl(walk)) return reason;
+  std::optional<std::string> reason;
+  for (AclWalk const& walk : acls) {
+    findErrors(walk, [&](ConfigError const& error) {
+      MOX_ASSERT_DETAIL(error.kind != ConfigError::Kind::emptySource,
+                        "source->addrs() || source->exceptAddrs()", error.text);
+      MOX_ASSERT_DETAIL(error.kind != ConfigError::Kind::emptyDestination,
+                        "destination->addrs() || destination->exceptAddrs()", error.text);
+      reason = error.text;
+      return false;
+    });
+    if (reason) return reason;
+    AclConfig const& acl = walk.acl();
+    if (!acl.af() && !namedFamily(acl))
+      if (auto line = trace(1))
+        line << "ACL '" << acl.name() << "' names no address, assuming ipv4";
+  }
   return std::nullopt;
 }
 

@@ -49,7 +49,7 @@ std::string lists(World const& w, XformStatus const& status, KeyOf keyOf) {
   return text;
 }
 
-struct Example {
+struct Cut {
   char const* rules;
   char const* wanted;
 };
@@ -87,7 +87,7 @@ class Failures {
 }  // namespace
 
 TEST(Transform, PrefixesAreCutAlongTheirTree) {
-  Example const cases[] = {
+  Cut const cases[] = {
       {"a 1 A src 10.0.0.0/8", "10.0.0.0/8=1 | A:1"},
       {"a 1 A src 10.0.0.0/8\na 2 B src 10.1.0.0/16", "10.0.0.0/8=1 10.1.0.0/16=2 | A:1,2 B:2"},
       {"a 1 A src 10.0.0.0/8,!10.1.0.0/16", "10.0.0.0/8=1 10.1.0.0/16=2 | A:1"},
@@ -134,7 +134,7 @@ TEST(Transform, PrefixesAreCutAlongTheirTree) {
 }
 
 TEST(Transform, RangesAreCutAtTheirEnds) {
-  Example const cases[] = {
+  Cut const cases[] = {
       {"a 1 A sport 1-10\na 2 B sport 5-20", "1-4=1 5-10=2 11-20=3 | A:1,2 B:2,3"},
       {"a 1 A sport 1-10\na 2 B sport 11-20", "1-10=1 11-20=2 | A:1 B:2"},
       {"a 1 A sport 1-10\na 2 B sport 10-20", "1-9=1 10-10=2 11-20=3 | A:1,2 B:2,3"},

@@ -11,7 +11,7 @@
 namespace NaxelTool {
 
 struct ChipSetup {
-  Mox::Ptr<Naxel::ChipHwCapability const> capability;
+  Mox::Ptr<Naxel::ChipHwCapability> capability;
   /// The agent's choice of the policy that stands while a hitful change is loaded.
   bool permitDuringUpdate = false;
   SoftChip::Options softChip;

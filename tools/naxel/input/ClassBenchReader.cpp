@@ -99,14 +99,14 @@ Naxel::L4PortRange takePorts(Line& line) {
 
 /// Uses the flags if a rule can say them. TCP: SYN without ACK. ICMP: the high byte is the type.
 bool applyFlags(ValueMask const& proto, ValueMask const& flags, Naxel::RuleFilter& filter) {
-  constexpr uint32_t icmp = 1;
-  constexpr uint32_t tcp = 6;
+  constexpr uint32_t icmpProtocol = 1;
+  constexpr uint32_t tcpProtocol = 6;
   if (proto.mask == 0) return false;
-  if (proto.value == tcp && flags.value == 0x0200 && flags.mask == 0x1200) {
+  if (proto.value == tcpProtocol && flags.value == 0x0200 && flags.mask == 0x1200) {
     filter.matchTcpInitIs(true);
     return true;
   }
-  if (proto.value == icmp && flags.mask == 0xff00 && (flags.value & 0xff) == 0) {
+  if (proto.value == icmpProtocol && flags.mask == 0xff00 && (flags.value & 0xff) == 0) {
     filter.icmpTypeIs({flags.value >> 8, flags.value >> 8});
     return true;
   }

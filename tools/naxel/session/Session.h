@@ -4,8 +4,8 @@
 
 #include "input/ChipReader.h"
 #include "mox/Activity.h"
+#include "naxel/agent/Pipeline.h"
 #include "naxel/control/NaxelRootSm.h"
-#include "naxel/loader/PDConfig.h"
 #include "session/StageTimes.h"
 #include "softchip/SoftChip.h"
 
@@ -26,7 +26,7 @@ struct LabelUse {
 class Session {
  public:
   /// `acls` must not change while a kick runs.
-  Session(ChipSetup const& setup, Mox::Ptr<Naxel::AclConfigColl const> acls);
+  Session(ChipSetup const& setup, Mox::Ptr<Naxel::AclConfigColl> acls);
   Session(Session const&) = delete;
   Session& operator=(Session const&) = delete;
   ~Session();
@@ -34,16 +34,16 @@ class Session {
   /// Requests a kick and runs the activity until its end. Returns true on success.
   bool kick();
 
-  Naxel::RootStatus const& rootStatus() const { return *rootStatus_; }
-  Mox::Ptr<Naxel::AclConfigColl const> const& acls() const { return acls_; }
+  Naxel::RootStatus const& rootStatus() const { return *pipeline_->rootStatus(); }
+  Mox::Ptr<Naxel::AclConfigColl> const& acls() const { return pipeline_->acls(); }
   /// The output in force, after a kick that succeeded.
-  Naxel::PDData const& data() const { return *pdConfig_->currPDData(); }
+  Naxel::PDData const& data() const { return pipeline_->output(); }
   SoftChip::Chip& softChip() { return *softChip_; }
-  Naxel::NaxelRootSm const& root() const { return *root_; }
+  Naxel::NaxelRootSm const& root() const { return pipeline_->root(); }
 
   /// Wall time of the last kick, in seconds.
   double kickSeconds() const { return kickSeconds_; }
-  StageTimes const& stageTimes() const { return stageTimes_; }
+  StageTimes const& stageTimes() const { return *stageTimes_; }
   /// One for each key of the prefix, range and combination encoders, in this order. Combinations that
   /// the chip does not make are left out.
   std::vector<LabelUse> labelUse() const;
@@ -59,30 +59,13 @@ class Session {
     void onGlobalAclControl() override;
     std::optional<Naxel::GlobalAclControl> temporary;
   };
-  struct Status {
-    Naxel::NaxelActiveStage stage;
-    std::string key;  // empty for a stage without keys
-    Mox::Ptr<Naxel::StageStatus const> status;
-  };
 
-  template <class P>
-  void watch(Naxel::NaxelActiveStage stage, P const& status, std::string key = "");
-  void watchStages();
-
-  Obel::ChipId chip_;
   Mox::WallClock clock_;
   Mox::Activity activity_{clock_};
   Mox::Ptr<Obel::TimerWheel> wheel_;
-  Mox::Ptr<Naxel::ChipHwCapability const> capability_;
-  Mox::Ptr<Naxel::AclConfigColl const> acls_;
-  Mox::Ptr<Naxel::RootConfig> rootConfig_;
-  Mox::Ptr<Naxel::RootStatus> rootStatus_;
-  Mox::Ptr<Naxel::PDConfig> pdConfig_;
-  Mox::Ptr<Naxel::PDStatus> pdStatus_;
   std::unique_ptr<SoftChip::Chip> softChip_;
-  Mox::Ptr<Naxel::NaxelRootSm> root_;
-  std::vector<Status> statuses_;
-  StageTimes stageTimes_;
+  std::unique_ptr<Naxel::Pipeline> pipeline_;
+  std::optional<StageTimes> stageTimes_;
   PolicyReactor policy_;
   double kickSeconds_ = 0;
 };

@@ -2,48 +2,43 @@
 
 /// Measures the stages of a kick from outside, by the statuses that they publish.
 
-#include "naxel/control/StageTypes.h"
+#include "naxel/control/StageSmColl.h"
 
 #include <array>
-#include <chrono>
 #include <map>
 #include <memory>
 #include <vector>
 
 namespace NaxelTool {
 
-/// Watches any number of statuses per stage; a stage that has one per key is summed up.
+/// The keys of a stage are summed up.
 class StageTimes {
  public:
   struct Stage {
     double seconds = 0;
     std::map<Naxel::StageStatusType, size_t> outcome;  ///< how many statuses ended how
   };
+  static constexpr size_t stages = Mox::EnumNames<Naxel::NaxelActiveStage>::value.size();
 
-  /// Must go before the status.
-  void watch(Naxel::NaxelActiveStage stage, Naxel::StageStatus& status);
+  /// Seconds of the machine's steady clock.
+  static double wallSeconds();
+
+  /// Watches the statuses that there are, from now on. `now` says what is measured, in seconds.
+  explicit StageTimes(Naxel::StageSmStatus const& statuses, double (*now)() = wallSeconds);
+  StageTimes(StageTimes const&) = delete;
+  StageTimes& operator=(StageTimes const&) = delete;
+  ~StageTimes();
 
   Stage const& stage(Naxel::NaxelActiveStage stage) const {
     return stages_[static_cast<size_t>(stage)];
   }
+  /// Forgets what has been measured.
+  void clear() { stages_ = {}; }
 
  private:
-  using Clock = std::chrono::steady_clock;
+  class Reactor;
 
-  class Reactor : public Naxel::StageStatus::Notifiee {
-   public:
-    Reactor(Naxel::StageStatus& status, Stage& stage) : status_(status), stage_(stage) {
-      notifierIs(&status);
-    }
-    void onStatus() override;
-
-   private:
-    Naxel::StageStatus& status_;
-    Stage& stage_;
-    Clock::time_point started_;
-  };
-
-  std::array<Stage, 11> stages_;
+  std::array<Stage, stages> stages_;
   std::vector<std::unique_ptr<Reactor>> reactors_;
 };
 

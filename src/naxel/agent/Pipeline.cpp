@@ -1,0 +1,147 @@
+#include "naxel/agent/Pipeline.h"
+
+#include "naxel/control/NaxelRootSm.h"
+#include "naxel/genset/AclCheck.h"
+#include "naxel/genset/FieldNames.h"
+
+#include <cmath>
+#include <limits>
+#include <utility>
+
+namespace Naxel {
+
+class Pipeline::ProgressWatch : public RootStatus::Notifiee {
+ public:
+  ProgressWatch(Pipeline& pipeline, RootStatus& status) : pipeline_(pipeline) {
+    notifierIs(&status);
+  }
+  void onKickProgress() override { pipeline_.handleProgress(); }
+
+ private:
+  Pipeline& pipeline_;
+};
+
+ChipEntities::ChipEntities(Obel::ChipId chip)
+    : chipId(chip),
+      capability(chipHwCapabilityFactory(chip)),
+      acls(aclConfigCollFactory(chip)),
+      params(Acl::paramConfigFactory()),
+      rootConfig(rootConfigFactory(chip)),
+      rootStatus(rootStatusFactory(chip)),
+      pdConfig(pDConfigFactory(chip)),
+      pdStatus(pDStatusFactory(chip)) {}
+
+Mox::Ptr<NaxelRootSm> buildRoot(ChipEntities const& e, Mox::Ptr<Obel::TimerWheel> wheel) {
+  return naxelRootSmFactory(e.chipId, e.capability, e.rootConfig, e.rootStatus, e.acls, e.params,
+                            e.pdConfig, e.pdStatus, std::move(wheel));
+}
+
+std::string text(KickResult const& result) {
+  switch (result.end) {
+    case KickEnd::success: return "success";
+    case KickEnd::cancelled: return "cancelled";
+    case KickEnd::superseded: return "superseded";
+    case KickEnd::failure: break;
+  }
+  return result.message + (result.reason.empty() ? "" : ": " + result.reason);
+}
+
+Pipeline::Pipeline(ChipEntities entities, Mox::Ptr<Obel::TimerWheel> wheel)
+    : entities_(std::move(entities)), wheel_(std::move(wheel)) {
+  build();
+}
+
+Pipeline::~Pipeline() {
+  watch_.reset();
+  root_ = nullptr;
+  end(KickEnd::superseded);
+}
+
+void Pipeline::build() {
+  // The one before writes nothing any more when the next begins.
+  watch_.reset();
+  root_ = nullptr;
+  root_ = buildRoot(entities_, wheel_);
+  watch_ = std::make_unique<ProgressWatch>(*this, *entities_.rootStatus);
+}
+
+void Pipeline::entitiesIs(ChipEntities entities) {
+  entities_ = std::move(entities);
+  build();
+  end(KickEnd::superseded);
+}
+
+void Pipeline::request(NaxelKickRequest what) {
+  RootConfig& config = *entities_.rootConfig;
+  Mox::Seconds const last = config.naxelKickTime();
+  config.naxelKickRequestIs(what);
+  // A request is any other value; next to a very large one, adding 1 gives the same.
+  config.naxelKickTimeIs(
+      std::max(last + 1, std::nextafter(last, std::numeric_limits<double>::infinity())));
+}
+
+void Pipeline::kick(Done done) {
+  end(KickEnd::superseded);
+  done_ = std::move(done);
+  running_ = true;
+  request(NaxelKickRequest::naxelStart);
+}
+
+void Pipeline::cancel() {
+  if (isRunning()) request(NaxelKickRequest::naxelCancel);
+}
+
+bool Pipeline::isRunning() const { return running_; }
+
+std::string Pipeline::waitingFor() const { return root_->waitingFor(); }
+
+void Pipeline::handleProgress() {
+  switch (entities_.rootStatus->kickProgress()) {
+    case NaxelProgress::naxelFinishedSuccess: return end(KickEnd::success);
+    case NaxelProgress::naxelFinishedFail: return end(KickEnd::failure);
+    case NaxelProgress::naxelCancelled: return end(KickEnd::cancelled);
+    case NaxelProgress::naxelInitialized:
+    case NaxelProgress::naxelRunning: return;
+  }
+}
+
+void Pipeline::end(KickEnd how) {
+  if (!std::exchange(running_, false)) return;
+  // Taken out first: the callback may kick again, or destroy this object.
+  Done const done = std::exchange(done_, {});
+  if (!done) return;
+  KickResult result;
+  result.end = how;
+  if (how == KickEnd::failure) {
+    result.message = entities_.rootStatus->kickMessage();
+    result.reason = root_->stageControllerStatus()->failureText();
+  }
+  done(result);
+}
+
+std::vector<ConfigError> Pipeline::validate() const {
+  std::vector<ConfigError> errors;
+  auto const checkWidth = [&](std::string const& field, unsigned width, unsigned least) {
+    if (width < least || width > 16)
+      errors.push_back({ConfigError::Kind::unusable,
+                        {},
+                        {},
+                        "label width " + std::to_string(width) + " of the " + field +
+                            ": it goes from " + std::to_string(least) + " to 16"});
+  };
+  ChipHwCapability const& widths = *entities_.capability;
+  for (PrefixXformKey const& key : PrefixXformKey::all())
+    checkWidth(fieldName(key), widths.prefixXformWidth(key), 1);
+  for (RangeSetType type : allRangeSetTypes())
+    checkWidth(fieldName(type), widths.rangeXformWidth(type), 0);
+  for (ComboLabelSetType type : allComboLabelSetTypes())
+    checkWidth(fieldName(type), widths.comboXformWidth(type), 0);
+  for (AclWalk const& walk : walkAcls(*entities_.acls))
+    findErrors(walk, [&](ConfigError error) {
+      errors.push_back(std::move(error));
+      return true;
+    });
+  return errors;
+}
+
+}  // namespace Naxel

@@ -1,0 +1,134 @@
+#include "naxel/driver/Driver.h"
+
+#include "mox/Assert.h"
+#include "naxel/loader/Judgement.h"
+
+namespace Naxel {
+
+/// Marks calls and writes as under way, for as long as it lives; what they bring is left to the outermost one.
+class Driver::Working {
+ public:
+  explicit Working(Driver& driver) : driver_(driver), outermost_(!driver.working_) {
+    driver_.working_ = true;
+  }
+  ~Working() {
+    if (outermost_) driver_.working_ = false;
+  }
+  Working(Working const&) = delete;
+  Working& operator=(Working const&) = delete;
+  /// Works off what has come meanwhile.
+  void finish() {
+    if (!outermost_ || !driver_.watch_) return;
+    while (driver_.policyStep() || driver_.requestStep()) {
+    }
+  }
+
+ private:
+  Driver& driver_;
+  bool outermost_;
+};
+
+class Driver::Watch : public PDConfig::Notifiee {
+ public:
+  Watch(Driver& driver, PDConfig& config) : driver_(driver) { notifierIs(&config); }
+  void onPdResourceConfig() override { driver_.handleChange(); }
+  void onGlobalAclControl() override { driver_.handleChange(); }
+
+ private:
+  Driver& driver_;
+};
+
+Driver::Driver(Mox::Ptr<PDConfig> config, Mox::Ptr<PDStatus> status)
+    : config_(std::move(config)), status_(std::move(status)) {
+  MOX_ASSERT(config_ && status_);
+}
+
+Driver::~Driver() = default;
+
+void Driver::start() {
+  MOX_ASSERT(!watch_);
+  watch_ = std::make_unique<Watch>(*this, *config_);
+  if (config_->pdResourceConfig().requestId() != 0) takeOver();
+  handleChange();
+}
+
+void Driver::takeOver() {
+  ResourceConfig const request = config_->pdResourceConfig();
+  bool const acquiring = request.requestState() == RequestState::acquire;
+  Working const working(*this);
+  restore(acquiring ? config_->prevPDData() : config_->currPDData());
+  if (judge(*status_, request).complete) {
+    answered_ = request;
+  } else {
+    // Half an answer is taken back: old answers and new ones must not be taken for one.
+    for (PDTable table : allPDTables())
+      if (tableStatus(*status_, table).responseId() == request.requestId())
+        tableStatusIs(*status_, table, ResourceStatus());
+  }
+}
+
+void Driver::handleChange() { Working(*this).finish(); }
+
+bool Driver::policyStep() {
+  GlobalAclControl const asked = config_->globalAclControl();
+  // A change that cannot be stopped any more is finished first, also one that has been taken back.
+  if (wanted_ || asked == status_->globalAclControl()) return false;
+  wanted_ = asked;
+  policy(asked);
+  return true;
+}
+
+bool Driver::requestStep() {
+  ResourceConfig const request = config_->pdResourceConfig();
+  if (request.requestId() == 0 || request == answered_ || asked_ == request) return false;
+  if (asked_ && asked_->requestState() == RequestState::load) return false;  // is not abandoned
+  if (request.requestState() != RequestState::acquire && wanted_) return false;
+  asked_ = request;
+  Offer const offer{request.requestId(), config_->currPDData(), config_->prevPDData()};
+  switch (request.requestState()) {
+    case RequestState::acquire: acquire(offer); break;
+    case RequestState::load: load(offer); break;
+    case RequestState::revert: revert(offer); break;
+  }
+  return true;
+}
+
+bool Driver::answerAll(ResponseState outcome, std::string const& reason, PDTable table) {
+  if (!asked_) return false;
+  ResourceConfig const request = *asked_;
+  bool const present = config_->pdResourceConfig() == request;
+  Working working(*this);
+  // Own state first: each write below may bring the next request.
+  asked_.reset();
+  answered_ = request;
+  bool all = present;
+  if (present) {
+    bool const failed = outcome == ResponseState::failed;
+    if (failed)
+      status_->refusalReasonIs(table, reason);
+    else
+      status_->refusalReasonDelAll();
+    for (PDTable t : allPDTables()) {
+      ResponseState const said = failed && t != table ? ResponseState::hitless : outcome;
+      tableStatusIs(*status_, t, ResourceStatus(request.requestId(), said));
+      all = config_->pdResourceConfig() == request || t == PDTable::aclEntries;
+      if (!all) break;
+    }
+  }
+  working.finish();
+  return all;
+}
+
+void Driver::confirmPolicy() {
+  if (!wanted_) return;
+  reportPolicy(*wanted_);
+}
+
+void Driver::reportPolicy(GlobalAclControl policy) {
+  Working working(*this);
+  wanted_.reset();  // a change that is not confirmed is dropped
+  status_->globalAclControlIs(policy);
+  working.finish();
+}
+
+}  // namespace Naxel

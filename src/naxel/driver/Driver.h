@@ -1,0 +1,94 @@
+#pragma once
+
+/// What every driver of a chip needs: the order in which requests and policies are worked off, what a newer
+/// request does to an older one, taking over a pair that is in use, and writes that may bring the next
+/// request while they are made. The contract stands at the head of loader/PDConfig.h.
+///
+/// A driver derives from this class and overrides what touches the chip. Each of these calls may answer at
+/// once, by answerAll() and confirmPolicy(), or later, when the chip is through; none is made from within
+/// another one. Until a load has been answered no other request comes; an acquire or a revert may be superseded
+/// by a newer request, and what is answered for it then is dropped. No load and no revert begins while a
+/// policy is unconfirmed.
+///
+///     class MyDriver : public Naxel::Driver {
+///       void acquire(Offer const& offer) override {
+///         answerAll(fits(*offer.next) ? Naxel::ResponseState::hitless : Naxel::ResponseState::failed, "full");
+///       }
+///       void load(Offer const& offer) override { ...; answerAll(Naxel::ResponseState::loaded); }
+///       void revert(Offer const& offer) override { ...; answerAll(Naxel::ResponseState::reverted); }
+///       void policy(Naxel::GlobalAclControl wanted) override { ...; confirmPolicy(); }
+///     };
+
+#include "naxel/loader/PDConfig.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace Naxel {
+
+class NAXEL_EXPORT Driver {
+ public:
+  /// Neither may be null. Nothing is done before start().
+  Driver(Mox::Ptr<PDConfig> config, Mox::Ptr<PDStatus> status);
+  Driver(Driver const&) = delete;
+  Driver& operator=(Driver const&) = delete;
+  virtual ~Driver();
+
+  /// Begins: calls restore() where the pair has been in use, then works off what is not confirmed or answered. To
+  /// be called once, when the derived object is complete; a driver that starts with a policy of its own
+  /// calls reportPolicy() before.
+  void start();
+
+  PDConfig const& config() const { return *config_; }
+  PDStatus const& status() const { return *status_; }
+  /// The request that has been passed on and is not answered; none while there is nothing to do.
+  std::optional<ResourceConfig> const& request() const { return asked_; }
+
+ protected:
+  struct Offer {
+    Mox::Seconds id;
+    Mox::Ptr<PDData const> next;     ///< what is offered, to be loaded, or to be in force again
+    Mox::Ptr<PDData const> current;  ///< what was last asked to be loaded
+  };
+
+  /// Find resources for the whole of `next`: answer hitless, hitful or failed. What an earlier acquire has
+  /// reserved and no load has used is free again.
+  virtual void acquire(Offer const& offer) = 0;
+  /// Put `next` in force: answer loaded. It must not fail.
+  virtual void load(Offer const& offer) = 0;
+  /// See to it that `next`, the output of before, is completely in force: answer reverted.
+  virtual void revert(Offer const& offer) = 0;
+  /// Put a policy in force, or lift it (`doNotApply`): confirm it.
+  virtual void policy(GlobalAclControl wanted) = 0;
+  /// Over a pair in use: put in force what should be, before anything else is worked off.
+  virtual void restore(Mox::Ptr<PDData const> const& inForce) { static_cast<void>(inForce); }
+
+  /// Answers the present request for all tables. `failed` refuses an acquire, for `table` and with the reason in
+  /// words; the other tables then say that they would be hitless. Returns false where the request has been
+  /// superseded, before or while the tables were written, or where there is none.
+  bool answerAll(ResponseState outcome, std::string const& reason = {},
+                 PDTable table = PDTable::aclEntries);
+  /// The policy that policy() was called for is in force.
+  void confirmPolicy();
+  /// A policy that nobody asked for is in force.
+  void reportPolicy(GlobalAclControl policy);
+
+ private:
+  class Watch;
+  class Working;
+  void handleChange();
+  bool policyStep();
+  bool requestStep();
+  void takeOver();
+
+  Mox::Ptr<PDConfig> config_;
+  Mox::Ptr<PDStatus> status_;
+  std::unique_ptr<Watch> watch_;
+  std::optional<ResourceConfig> asked_;     // passed on and not answered
+  ResourceConfig answered_;                 // the last one
+  std::optional<GlobalAclControl> wanted_;  // passed on and not confirmed
+  bool working_ = false;                    // calls and writes are under way
+};
+
+}  // namespace Naxel
