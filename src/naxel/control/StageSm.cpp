@@ -37,6 +37,24 @@ void StageSm::handleKickTime() {
   }
 }
 
+void StageSm::doRunStage() {
+  Look look = doLook();
+  switch (look.at) {
+    case Look::At::off:
+      doForget();
+      doClearOutput();
+      return doSetStatus(StageStatusType::finishedNotEnabled);
+    case Look::At::unchanged: return doSetStatus(StageStatusType::finishedSkipped);
+    case Look::At::refused: return doFail(std::move(look.reason));
+    case Look::At::unusable: doForget(); return doFail(std::move(look.reason));
+    case Look::At::work: break;
+  }
+  doForget();
+  if (auto reason = doWork()) return doFail(std::move(*reason));
+  doRemember();
+  doSetStatus(StageStatusType::finishedSuccess);
+}
+
 void StageSm::doSetStatus(StageStatusType s) {
   if (!config_) return;
   if (s != StageStatusType::finishedFailed) status_->failureTextIs(std::string());

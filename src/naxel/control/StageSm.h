@@ -19,6 +19,9 @@
 #include "naxel/control/StageTypes.h"
 #include "obel/ChipId.h"
 
+#include <optional>
+#include <string>
+
 namespace Naxel {
 
 class NAXEL_EXPORT StageSm : public Mox::RefCounted {
@@ -56,6 +59,30 @@ class NAXEL_EXPORT StageSm : public Mox::RefCounted {
     MOX_ASSERT(typed);
     return *typed;
   }
+  /// What a stage finds before it works.
+  struct Look {
+    enum class At : uint8_t {
+      off,        ///< this chip does without the stage
+      unchanged,  ///< what the last run has made stands
+      refused,  ///< the input is wrong, and nothing has been touched: what is remembered stays true
+      unusable,  ///< a stage before has left nothing to work from
+      work
+    };
+    At at = At::work;
+    std::string reason = {};  // where it is refused or unusable
+  };
+  /// Looks at the input and leaves everything as it is.
+  virtual Look doLook() { return {}; }
+  /// The work itself. Returns the reason where it fails.
+  virtual std::optional<std::string> doWork() { return std::nullopt; }
+  /// What was worked from becomes what is remembered. Called after work that did not fail.
+  virtual void doRemember() noexcept {}
+  /// Publishes that there is nothing, in the place of what an earlier width made.
+  virtual void doClearOutput() {}
+  /// The run of a stage that works at once: skips, fails, forgets and remembers, for all of them alike. What is
+  /// remembered is dropped before the work and whenever it does not end in success, so that no later kick can
+  /// take for done what was not; and it is set before the status, whose watchers may start the next kick.
+  void doRunStage();
   /// Ends the kick with the reason in words.
   void doFail(std::string text);
   /// Ends the kick after an exception: forgets, traces, fails. For work that does not run below

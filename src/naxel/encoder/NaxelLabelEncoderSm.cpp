@@ -79,42 +79,49 @@ Mox::Ptr<EncodedLabelWithMaskList> const& LabelEncoderSm::eLabelMaskIs(GenSetKey
 void LabelEncoderSm::doStartKick() {
   traceStep(8, "doStartKick");
   encodeBitWidthIs(currentBitWidth());
-  XformStatus const& xform = *encoderConfig().xformStatus();
+  doRunStage();
+}
+
+StageSm::Look LabelEncoderSm::doLook() {
   if (encodeBitWidth_ == 0) {
     traceStep(6, "doStartKick") << ": Not enabled";
-    // What an earlier width made must not be taken for an answer.
-    doForget();
-    eLabelMaskDelAll();
-    status_->plainToEncodedLabelDelAll();
-    status_->encodedLabelListDelAll();
-    doClearLoaderInfo();
-    return doSetStatus(StageStatusType::finishedNotEnabled);
+    return {Look::At::off};
   }
-  if (xform.outputUnusable()) {
-    doForget();
-    return doFail(xform.unusableReason());
-  }
+  XformStatus const& xform = *encoderConfig().xformStatus();
+  if (xform.outputUnusable()) return {Look::At::unusable, xform.unusableReason()};
   bool const xformIdle = xform.status() == StageStatusType::finishedSkipped ||
                          xform.status() == StageStatusType::finishedNotEnabled;
-  Input now = inputWithoutUses();
-  if (xformIdle && isUnchanged(now)) {
+  now_ = inputWithoutUses();
+  if (xformIdle && isUnchanged(now_)) {
     traceStep(6, "doStartKick") << ": Unchanged working set, skipping";
-    return doSetStatus(StageStatusType::finishedSkipped);
+    return {Look::At::unchanged};
   }
-  // Taken down before the work: whoever is told of the outcome may change it already.
-  workingSetHash_.reset();
-  now.uses = uses(now);
+  return {Look::At::work};
+}
+
+void LabelEncoderSm::doClearOutput() {
+  eLabelMaskDelAll();
+  status_->plainToEncodedLabelDelAll();
+  status_->encodedLabelListDelAll();
+  doClearLoaderInfo();
+}
+
+std::optional<std::string> LabelEncoderSm::doWork() {
+  now_.uses = uses(now_);
   rememberMore();
-  uint64_t const hash = doBuildWorkingSetHash();
+  workHash_ = doBuildWorkingSetHash();
   if (!doEncode()) {
     traceStep(0, "doStartKick") << ": Generated too many encodedLabels";
-    return doFail(failure_);
+    return failure_;
   }
   doMerge();
   doUpdateLoaderInfo();
-  builtFrom_ = std::move(now);
-  workingSetHash_ = hash;
-  doSetStatus(StageStatusType::finishedSuccess);
+  return std::nullopt;
+}
+
+void LabelEncoderSm::doRemember() noexcept {
+  builtFrom_ = std::move(now_);
+  workingSetHash_ = workHash_;
 }
 
 LabelEncoderSm::Input LabelEncoderSm::inputWithoutUses() const {

@@ -71,6 +71,10 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   virtual bool isMoreUnchanged() const { return true; }
   virtual void rememberMore() {}
   void doForget() noexcept override { workingSetHash_.reset(); }
+  Look doLook() final;
+  std::optional<std::string> doWork() final;
+  void doRemember() noexcept final;
+  void doClearOutput() final;
   void traceKeyIs(std::string v) { traceKey_ = std::move(v); }
   void encodeBitWidthIs(uint32_t v) { encodeBitWidth_ = v; }
 
@@ -112,6 +116,8 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   uint32_t encodeBitWidth_ = 0;
   std::string traceKey_;
   std::optional<uint64_t> workingSetHash_;
+  Input now_;  // of the run at hand, as is the next
+  uint64_t workHash_ = 0;
   Input builtFrom_;  // of the last run that succeeded; means nothing without the digest
   EncoderStatus::MaskListMap eLabelMask_;
   std::string failure_;

@@ -98,21 +98,30 @@ Mox::Ptr<RangeDedupMarkAndSweeper> AggregatorSm::rangeDeduperIs(
 
 void AggregatorSm::doStartKick() {
   if (auto line = trace(8)) line << "AggregatorSm(" << chipId() << ")::doStartKick";
+  doRunStage();
+}
+
+StageSm::Look AggregatorSm::doLook() {
   if (isUnchanged()) {
     if (auto line = trace(6))
       line << "AggregatorSm(" << chipId() << ")::doStartKick"
            << ": Unchanged working set, skipping";
-    return doSetStatus(StageStatusType::finishedSkipped);
+    return {Look::At::unchanged};
   }
-  Walks walks = walkAcls(*aggConfig().aclConfigColl());
-  // Nothing has been touched yet, so a refused configuration leaves the last good state usable.
-  if (auto reason = checkAcls(walks)) {
+  walks_ = walkAcls(*aggConfig().aclConfigColl());
+  if (auto reason = checkAcls(walks_)) {
     if (auto line = trace(0)) line << "AggregatorSm(" << chipId() << ")::doStartKick: " << *reason;
-    return doFail(*reason);
+    walks_.clear();
+    return {Look::At::refused, std::move(*reason)};
   }
+  return {Look::At::work};
+}
+
+std::optional<std::string> AggregatorSm::doWork() {
+  // They refer to the configuration as it is now, so they must not outlive the run, however it ends.
+  Walks walks = std::move(walks_);
   auto contents = contentsOf(walks);
-  AggregatorWorkingSet const workingSet = digestAcls(walks, contents, enabledCombos());
-  aggWorkingSet_.reset();
+  workingSet_ = digestAcls(walks, contents, enabledCombos());
   cleanSm();
   brokenOff_ = true;
   buildFieldSets(walks);
@@ -128,9 +137,10 @@ void AggregatorSm::doStartKick() {
   doDeleteUnusedSets();
   builtCombos_ = enabledCombos();
   brokenOff_ = false;
-  aggWorkingSet_ = workingSet;
-  doSetStatus(StageStatusType::finishedSuccess);
+  return std::nullopt;
 }
+
+void AggregatorSm::doRemember() noexcept { aggWorkingSet_ = workingSet_; }
 
 AggregatorWorkingSet AggregatorSm::doBuildWorkingSet() const {
   Walks const walks = walkAcls(*aggConfig().aclConfigColl());

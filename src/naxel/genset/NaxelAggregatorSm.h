@@ -115,6 +115,9 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
 
  protected:
   void doForget() noexcept override { aggWorkingSet_.reset(); }
+  Look doLook() override;
+  std::optional<std::string> doWork() override;
+  void doRemember() noexcept override;
 
  private:
   using Walks = std::vector<AclWalk>;
@@ -177,6 +180,8 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   Mox::OrderedMap<std::string, Built> built_;
 
   // For the run at hand.
+  Walks walks_;  // between look and work only
+  AggregatorWorkingSet workingSet_;
   std::array<PrefixDedupMarkAndSweeper*, 4> prefixDedupers_{};              // by family and side
   std::array<RangeDedupMarkAndSweeper*, rangeFieldCount> rangeDedupers_{};  // by type
   RangeSet::RangeColl ranges_;                                              // of the filter at hand

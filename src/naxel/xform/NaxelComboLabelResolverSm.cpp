@@ -61,34 +61,40 @@ Mox::TraceLine ComboLabelResolverSm::traceStep(int level, char const* step) cons
 
 void ComboLabelResolverSm::doStartKick() {
   traceStep(8, "doStartKick");
+  doRunStage();
+}
+
+StageSm::Look ComboLabelResolverSm::doLook() {
   XformStatus const& src = *comboLabelConfig().srcXform();
   XformStatus const& dst = *comboLabelConfig().dstXform();
   bool const sideOff = src.status() == StageStatusType::finishedNotEnabled ||
                        dst.status() == StageStatusType::finishedNotEnabled;
   if (width() == 0 || sideOff) {
     traceStep(2, "doStartKick") << ": Combo not enabled for: " << type_;
-    doClearOutput();
-    return doSetStatus(StageStatusType::finishedNotEnabled);
+    return {Look::At::off};
   }
   for (XformStatus const* side : {&src, &dst})
-    if (side->outputUnusable()) {
-      doForget();
-      return doFail(side->unusableReason());
-    }
-  Input now = input();
+    if (side->outputUnusable()) return {Look::At::unusable, side->unusableReason()};
+  now_ = input();
   if (src.status() == StageStatusType::finishedSkipped &&
-      dst.status() == StageStatusType::finishedSkipped && workingSetHash_ && builtFrom_ == now) {
+      dst.status() == StageStatusType::finishedSkipped && workingSetHash_ && builtFrom_ == now_) {
     traceStep(2, "doStartKick") << ": Working set has not changed, skipping";
-    return doSetStatus(StageStatusType::finishedSkipped);
+    return {Look::At::unchanged};
   }
-  workingSetHash_.reset();
-  doSetStatus(StageStatusType::inProgress);
+  return {Look::At::work};
+}
+
+std::optional<std::string> ComboLabelResolverSm::doWork() {
   doCleanSm();
   checkRulesForSrcDstSets();
   doDeleteUnusedSets();
-  workingSetHash_ = doComputeComboHash();
-  builtFrom_ = std::move(now);
-  doSetStatus(StageStatusType::finishedSuccess);
+  workHash_ = doComputeComboHash();
+  return std::nullopt;
+}
+
+void ComboLabelResolverSm::doRemember() noexcept {
+  workingSetHash_ = workHash_;
+  builtFrom_ = std::move(now_);
 }
 
 ComboLabelResolverSm::Input ComboLabelResolverSm::input() const {
@@ -142,7 +148,6 @@ uint64_t ComboLabelResolverSm::doComputeComboHash() const {
 }
 
 void ComboLabelResolverSm::doClearOutput() {
-  doForget();
   doCleanSm();
   doDeleteUnusedSets();
 }

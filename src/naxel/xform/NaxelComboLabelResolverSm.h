@@ -71,6 +71,10 @@ class NAXEL_EXPORT ComboLabelResolverSm : public StageSm {
 
  protected:
   void doForget() noexcept override { workingSetHash_.reset(); }
+  Look doLook() override;
+  std::optional<std::string> doWork() override;
+  void doRemember() noexcept override;
+  void doClearOutput() override;
 
  private:
   /// What a run works from.
@@ -89,7 +93,6 @@ class NAXEL_EXPORT ComboLabelResolverSm : public StageSm {
   /// Calls `f(src, dst)` for the pair of every rule that has both sides.
   template <class F>
   void forEachPair(F f) const;
-  void doClearOutput();
   /// Throws where the product does not fit under the cap.
   void countProduct(GenSetKey src, GenSetKey dst, uint64_t combos);
 
@@ -99,6 +102,8 @@ class NAXEL_EXPORT ComboLabelResolverSm : public StageSm {
   Mox::Ptr<GenSetKeyGenerator> genSetKeyGenerator_;
   Mox::Ptr<ComboLabelDedupMarkAndSweeper> comboLabelDeduper_;
   std::optional<uint64_t> workingSetHash_;
+  Input now_;  // of the run at hand, as is the next
+  uint64_t workHash_ = 0;
   Input builtFrom_;      // of the last run that succeeded; means nothing without the digest
   uint64_t combos_ = 0;  // combinations built in this run
 };

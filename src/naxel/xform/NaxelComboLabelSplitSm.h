@@ -1,21 +1,16 @@
 #pragma once
 
-/// The combo label split: cuts overlapping combination sets into disjoint groups of combinations.
-/// The frame (reads, writes, skips, fails, order) is that of XformSmBase.
-///
-/// Every combination that occurs gets the group of sets that contain it. Groups are found by
-/// refinement, one source label after another: the sets that have combinations with it are taken in
-/// ascending order of their keys, and a destination label that is in the next set moves from its group
-/// to that group extended by the set, the same for all that come from there. So a combination costs a
-/// few steps in an array per set that holds it, and a group its own size once.
+/// The combo label split: cuts overlapping combination sets into disjoint groups of combinations
+/// (PairCut.h). The frame (reads, writes, skips, fails, order) is that of XformSmBase.
 
+#include "naxel/xform/PairCut.h"
 #include "naxel/xform/XformSmBase.h"
 
 namespace Naxel {
 
 class NAXEL_EXPORT ComboLabelSplitSm : public XformSmBase {
  public:
-  using GroupMap = Mox::FlatMap<GenCombo, Mox::Ptr<GenSetKeyGroup>>;
+  using GroupMap = PairPieces;
 
   ComboLabelSplitSm(Obel::ChipId chipId, Mox::Ptr<ComboLabelSplitConfig> config,
                     Mox::Ptr<ComboLabelSplitStatus> status,
@@ -49,9 +44,12 @@ class NAXEL_EXPORT ComboLabelSplitSm : public XformSmBase {
   std::string subject() const override;
 
  protected:
-  void doClearOutput() override;
+  void doClearGroups() override { comboLabelToGenSetGrpMap_ = {}; }
+  void doClearLabels() override { status_->comboToPlainLabelMapIs({}); }
 
  private:
+  PairSetViews sets() const;
+
   Mox::Ptr<ComboLabelSplitStatus> status_;
   GroupMap comboLabelToGenSetGrpMap_;
 };

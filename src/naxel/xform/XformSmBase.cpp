@@ -32,54 +32,71 @@ Mox::TraceLine XformSmBase::traceStep(int level, char const* step) const {
 
 void XformSmBase::doStartKick() {
   traceStep(8, "doStartKick");
+  doRunStage();
+}
+
+StageSm::Look XformSmBase::doLook() {
   if (xformWidth() == 0) {
     traceStep(2, "doStartKick") << ": Xform not enabled";
-    // What an earlier width made must not be taken for an answer.
-    if (xformStatus_) {
-      doClearOutput();
-      if (!xformStatus_->plainLabelListMap()->plainLabelList().empty())
-        xformStatus_->plainLabelListMapIs(Mox::makePtr<PlainLabelListMap>());
-      xformStatus_->outputUnusableIs(false);
-    }
-    previousWorkingSet_ = nullptr;
-    return doSetStatus(StageStatusType::finishedNotEnabled);
+    return {Look::At::off};
   }
   if (!hasWorkingSetChanged()) {
     traceStep(6, "doStartKick") << ": Unchanged working set, skipping";
-    return doSetStatus(StageStatusType::finishedSkipped);
+    return {Look::At::unchanged};
   }
+  return {Look::At::work};
+}
+
+void XformSmBase::doClearOutput() {
+  if (!xformStatus_) return;
+  doClearGroups();
+  doClearLabels();
+  if (!xformStatus_->plainLabelListMap()->plainLabelList().empty())
+    xformStatus_->plainLabelListMapIs(Mox::makePtr<PlainLabelListMap>());
+  xformStatus_->outputUnusableIs(false);
+}
+
+std::optional<std::string> XformSmBase::doWork() {
   MOX_ASSERT(xformWidth() <= 16);
   MOX_ASSERT(xformStatus_);
+  // Remembered before the work, other than by the stages behind: a run that fails for too many pieces is
+  // followed, on the same input, by a skip. The mark on the output keeps everybody from reading it.
+  previousWorkingSet_ = workingSet_;
   xformStatus_->outputUnusableIs(true);
   xformStatus_->unusableReasonIs(subject() + ": the last run did not finish");
   groupLimit_ = (size_t{1} << xformWidth()) - 1;
   overflow_ = false;
   doBuildSetGroup();
-  if (overflow_) return doRefuse(doCountGroups());
-  doAllocLabels();
-  doUpdatePlainLabelMap();
-  xformSetGroupDeduperIs()->settle();
-  size_t const groups = xformSetGroupDeduper_->dedupedGenSetKeyGroup().size();
-  if (groups > groupLimit_) return doRefuse({groups, 0});
+  PieceCount needed;
+  if (overflow_) {
+    doClearGroups();
+    needed = doCountGroups();
+  } else {
+    doAllocLabels();
+    doUpdatePlainLabelMap();
+    xformSetGroupDeduperIs()->settle();
+    needed.pieces = xformSetGroupDeduper_->dedupedGenSetKeyGroup().size();
+  }
+  if (overflow_ || needed.pieces > groupLimit_) {
+    std::string const reason = refusal(needed);
+    xformStatus_->unusableReasonIs(reason);
+    return reason;
+  }
   xformStatus_->outputUnusableIs(false);
-  lastComputedKickTimeIs(config()->kickTime());
-  doSetStatus(StageStatusType::finishedSuccess);
+  return std::nullopt;
 }
 
-void XformSmBase::doRefuse(PieceCount const& needed) {
-  std::string reason = subject() + ": ";
+std::string XformSmBase::refusal(PieceCount const& needed) const {
   if (needed.pieces > groupLimit_) {
     traceStep(0, "doStartKick") << ": Generated too many disjoint sets : " << groupLimit_;
-    reason += Mox::withCommas(needed.pieces) + " disjoint pieces needed, label width " +
-              std::to_string(xformWidth()) + " has labels for " + Mox::withCommas(groupLimit_);
-  } else {
-    reason += Mox::withCommas(needed.memberships) + " labels needed by " +
-              Mox::withCommas(workingSet_->keyGroups()) + " lists that overlap in " +
-              Mox::withCommas(needed.pieces) + " disjoint pieces, at most " +
-              Mox::withCommas(membershipLimit_) + " are built";
+    return subject() + ": " + Mox::withCommas(needed.pieces) +
+           " disjoint pieces needed, label width " + std::to_string(xformWidth()) +
+           " has labels for " + Mox::withCommas(groupLimit_);
   }
-  xformStatus_->unusableReasonIs(reason);
-  doFail(std::move(reason));
+  return subject() + ": " + Mox::withCommas(needed.memberships) + " labels needed by " +
+         Mox::withCommas(workingSet_->keyGroups()) + " lists that overlap in " +
+         Mox::withCommas(needed.pieces) + " disjoint pieces, at most " +
+         Mox::withCommas(membershipLimit_) + " are built";
 }
 
 void XformSmBase::membershipLimitIs(size_t v) {

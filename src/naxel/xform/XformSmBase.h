@@ -63,7 +63,7 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
   /// large.
   virtual void doBuildSetGroup() {}
   /// Number and size of the distinct groups, found without keeping them. Called after an overflow,
-  /// whose groups are of no use any more.
+  /// whose groups are of no use any more and have been cleared.
   virtual PieceCount doCountGroups() { return {}; }
   /// Gives the groups their labels and publishes the map from item to label.
   virtual void doAllocLabels() {}
@@ -80,10 +80,22 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
   void doUpdatePlainLabelMap();
 
  protected:
+  /// Drops the groups that a run has built.
+  virtual void doClearGroups() {}
   /// Empties the map from item to label.
-  virtual void doClearOutput() {}
+  virtual void doClearLabels() {}
   void doForget() noexcept override { previousWorkingSet_ = nullptr; }
+  Look doLook() final;
+  std::optional<std::string> doWork() final;
+  void doRemember() noexcept final { lastComputedKickTimeIs(config()->kickTime()); }
+  void doClearOutput() final;
 
+  /// Takes the pieces of a run over, or notes that they were too many.
+  template <class Pieces>
+  void groupsAre(Pieces& groups, std::optional<Pieces> pieces) {
+    overflowIs(!pieces);
+    groups = pieces ? std::move(*pieces) : Pieces();
+  }
   /// Makes the keys of a collection of sets the working set.
   template <class Coll>
   void workingSetIsKeysOf(Coll const& coll) {
@@ -119,7 +131,7 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
 
  private:
   void handleInitialized();
-  void doRefuse(PieceCount const& needed);
+  std::string refusal(PieceCount const& needed) const;
 
   Mox::Ptr<ChipHwCapability const> hwCapability_;
   Mox::Ptr<GenSetKeyGroupDeduper> xformSetGroupDeduper_;
