@@ -2,35 +2,23 @@
 
 /// The allocator of encoded labels.
 ///
-/// Problem. Every plain label of an encoder needs a value of `encodeBitWidth` bits, such that each
-/// set, the union of its labels, can be matched by few value/mask pairs.
-///
-/// Idea. Sets are taken in cost order. The labels of a set that no earlier set has brought are
-/// placed in the largest aligned power-of-two block that holds them all, their count filled up to a
-/// power of two while the budget of spare values lasts; only where no such block is free they are
-/// split over smaller aligned blocks, scanning from the lowest free value. A block costs one pair.
-/// Labels that an earlier set brought stay where they are and enter as single values. Which of the
-/// new labels gets which value of the blocks is for LabelLayout to say.
+/// Every plain label of an encoder needs a value of `encodeBitWidth` bits, such that each set, the union of
+/// its labels, can be matched by few value/mask pairs. Sets are taken in cost order. The labels of a set that no
+/// earlier set has brought go into blocks (LabelBlocks.h); labels that an earlier set brought stay where they
+/// are and enter as single values. Which of the new labels gets which value of the blocks is for LabelLayout
+/// to say.
 ///
 /// Example, width 4, sets A = {1, 2, 3} and then B = {3, 4, 5}: three new labels of A take the
 /// block 0-3 (one spare value, 3), B keeps 2 for label 3 and takes the block 4-5 for its new ones.
 /// A is one pair (0/1100), B two: (2/1111) and (4/1110).
 ///
-/// Invariants. A value that is taken never becomes free again; the spare budget only falls; the
-/// values of a block beyond the labels of its set are carried by no piece, so the set's masks may
+/// The values of a block beyond the labels of its set are carried by no piece, so the set's masks may
 /// match them.
-///
-/// Cost. Finding a free block is a scan over words of the bitmap. The lowest free value only rises,
-/// and so does, for each block size, the place before which no whole block of that size is free;
-/// both are remembered.
 
 #include "mox/HashMap.h"
 #include "naxel/encoder/CostModel.h"
 #include "naxel/encoder/EncoderTypes.h"
-#include "naxel/encoder/LabelLayout.h"
-#include "obel/Bitmap.h"
-
-#include <array>
+#include "naxel/encoder/LabelBlocks.h"
 
 namespace Naxel {
 
@@ -69,34 +57,22 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
 
   uint32_t encodeBitWidth() const { return encodeBitWidth_; }
   /// Taken values.
-  Obel::Bitmap const& encLabelBitMap() const { return *encLabelBitMap_; }
+  Obel::Bitmap const& encLabelBitMap() const { return *blocks_.bitmap(); }
   /// Values that may still be spent on filling blocks up to a power of two.
-  uint32_t extraLabelCnt() const { return extraLabelCnt_; }
-  void extraLabelCntIs(uint32_t n) { extraLabelCnt_ = n; }
-  void extraLabelCntDec(uint32_t n) { extraLabelCnt_ -= n; }
+  uint32_t extraLabelCnt() const { return blocks_.spare(); }
+  void extraLabelCntIs(uint32_t n) { blocks_.spareIs(n); }
+  void extraLabelCntDec(uint32_t n) { blocks_.spareIs(blocks_.spare() - n); }
   /// Number of different plain labels of all sets.
   uint64_t labelsNeeded() const { return labelsNeeded_; }
 
  private:
   using Block = LabelLayout::Block;
-  /// How many values the next block takes and how many of them are spare; none to try smaller
-  /// blocks.
-  struct Portion {
-    uint32_t toAllocate;
-    uint32_t extra;
-  };
-
   void handleInitialized();
   /// Allocates the labels of the set at a place of the visit order that no earlier set has, of which
   /// there are `allocLabelCnt`. Returns its list of ranges, which holds the blocks.
   EncodedLabelRangeList& doAllocateLabels(size_t place, uint32_t allocLabelCnt,
                                           LabelLayout& layout);
-  std::vector<Block> allocateBlocks(GenSetKey key, uint32_t allocLabelCnt);
-  Portion nextPortion(uint32_t remaining, uint32_t blockSize) const;
-  /// First start from `start` on, in steps of the block size, with `count` free values; the size of
-  /// the bitmap if there is none.
-  uint32_t findFree(uint32_t start, uint32_t range, Portion const& portion);
-  uint32_t lowestClear(uint32_t from);
+  Mox::Ptr<Obel::Bitmap> const& bitmap() const { return blocks_.bitmap(); }
   /// Adds the values of its other labels to the ranges of that set.
   void addPlacedLabels(size_t place, LabelLayout const& layout, EncodedLabelRangeList& rangeList);
   void publish(LabelLayout const& layout, uint32_t largest);
@@ -107,11 +83,8 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
   Mox::Ptr<EncoderStatus> encoderStatus_;
   Mox::Ptr<EncodedLabelAllocStatus> encLabelAllocStatus_;
   uint32_t reservedAtTop_;
-  Mox::Ptr<Obel::Bitmap> encLabelBitMap_;
-  uint32_t extraLabelCnt_ = 0;
+  LabelBlocks blocks_;
   uint64_t labelsNeeded_ = 0;
-  uint32_t lowestClear_ = 0;                       // no clear bit lies before it
-  std::array<uint32_t, 17> noWholeBlockBefore_{};  // by logarithm of the block size
 };
 NAXEL_EXPORT Mox::Ptr<EncodedLabelAllocator> encodedLabelAllocatorFactory(
     uint32_t encodeBitWidth, Mox::Ptr<EncoderConfig const> encoderConfig,

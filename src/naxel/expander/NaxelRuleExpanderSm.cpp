@@ -14,7 +14,6 @@ namespace Naxel {
 
 namespace {
 
-constexpr uint64_t indexSpace = std::numeric_limits<uint32_t>::max();
 /// So many of the stamps are about other things than the pairs of the sets.
 constexpr std::ptrdiff_t otherStamps = 2;
 
@@ -28,33 +27,6 @@ size_t placeOf(Lumox::AddressFamily af, bool src) {
 }
 
 }  // namespace
-
-void RuleFilterQueue::enq(PDAclFilter const& f) {
-  if (nextIndex_ == indexSpace) throw std::length_error("linkqueue index space full");
-  items_.push_back(f);
-  ++nextIndex_;
-}
-
-PDAclFilter RuleFilterQueue::deq() {
-  PDAclFilter const f = items_[head_++];
-  // Dropping the consumed half now and then keeps the cost of a removal constant on average.
-  if (head_ * 2 > items_.size() && head_ >= 64) {
-    items_.erase(items_.begin(), items_.begin() + static_cast<std::ptrdiff_t>(head_));
-    head_ = 0;
-  }
-  return f;
-}
-
-void RuleFilterQueue::delAll() {
-  items_.clear();
-  head_ = 0;
-  nextIndex_ = 0;
-}
-
-void setTcamField(PDAclFilter& filter, TcamFieldType type, EncodedLabelWithMask const& value) {
-  if (!carriesLabel(type)) MOX_ASSERT(false && "Invalid tcam field");
-  filter.labelFieldIs(type, value);
-}
 
 RuleExpanderSm::RuleExpanderSm(Obel::ChipId chipId, Mox::Ptr<RuleExpanderConfig> config,
                                Mox::Ptr<RuleExpanderStatus> status,
@@ -117,32 +89,6 @@ void RuleExpanderSm::bindSources() {
                                                        : TcamFieldType::tcamFieldTypeSrcDstIp,
                *config.comboLabelEncoderStatus(type), *config.comboLabelSplitStatus(type)));
   }
-}
-
-bool RuleExpanderSm::Recipes::isSame(size_t rule, Recipes const& others, size_t other) const {
-  Recipe const& a = rules[rule];
-  Recipe const& b = others.rules[other];
-  return a.fields == b.fields && a.tcpInit == b.tcpInit && a.tcpEstablished == b.tcpEstablished &&
-         a.matchesNothing == b.matchesNothing &&
-         std::ranges::equal(factorsOf(rule), others.factorsOf(other),
-                            [](Factor const& f, Factor const& g) {
-                              return f == g || f->encLabelAndMask() == g->encLabelAndMask();
-                            });
-}
-
-void RuleExpanderSm::Recipes::add(Recipes const& others, size_t other) {
-  auto const from = others.factorsOf(other);
-  factors.insert(factors.end(), from.begin(), from.end());
-  rules.push_back(others.rules[other]);
-  rules.back().factorsEnd = static_cast<uint32_t>(factors.size());
-}
-
-uint64_t RuleExpanderSm::Recipes::entriesOf(size_t rule) const {
-  if (rules[rule].matchesNothing) return 0;
-  uint64_t entries = 1;
-  for (Factor const& f : factorsOf(rule))
-    entries = Mox::boundedProduct(entries, f->encLabelAndMask().size());
-  return entries;
 }
 
 void RuleExpanderSm::doBuildExpandedRules() {
@@ -231,7 +177,9 @@ void RuleExpanderSm::checkEntries(std::vector<Plan> const& plans) const {
       costliest.insert(at, {entries, plan.list, place});
       if (costliest.size() > shown) costliest.pop_back();
     }
-  if (all <= limit && (costliest.empty() || costliest.front().entries < indexSpace)) return;
+  if (all <= limit &&
+      (costliest.empty() || costliest.front().entries < RuleFilterQueue::indexSpace))
+    return;
   std::string text = "at least ";
   char const* separator = "";
   for (Costly const& c : costliest) {
@@ -241,7 +189,7 @@ void RuleExpanderSm::checkEntries(std::vector<Plan> const& plans) const {
     separator = ", ";
   }
   text += "; " + Mox::withCommas(all) + " in all, at most " +
-          Mox::withCommas(std::min(limit, indexSpace - 1)) + " are made";
+          Mox::withCommas(std::min(limit, RuleFilterQueue::indexSpace - 1)) + " are made";
   throw std::length_error(text);
 }
 
@@ -334,41 +282,22 @@ Mox::Ptr<PDAclRule> RuleExpanderSm::expandRule(AceIndex index, GenSetIpRule cons
   auto out = Mox::makePtr<PDAclRule>(index);
   out->actionIs(rule.action());
   if (recipes.rules[place].matchesNothing) return out;
-  ruleFilterDelAll();
-  ruleFilterEnq(PDAclFilter());
-  unsigned fields = recipes.rules[place].fields;
-  for (Factor const& f : recipes.factorsOf(place)) {
+  ruleFilter_.delAll();
+  ruleFilter_.enq(PDAclFilter());
+  Recipe const& recipe = recipes.rules[place];
+  unsigned fields = recipe.fields;
+  for (RuleFactor const& f : recipes.factorsOf(place)) {
     auto const field = static_cast<TcamFieldType>(std::countr_zero(fields));
     fields &= fields - 1;
-    if (ruleFilters()) buildTcamEntry(field, *f);
+    if (!ruleFilter_.empty()) buildTcamEntry(field, *f);
   }
-  out->filterIs(collectFilters(recipes.rules[place]));
+  out->filterIs(takeDistinct(
+      ruleFilter_, recipe.tcpInit, recipe.tcpEstablished, [this](PDAclFilter const& filter) {
+        if (auto line = trace(6))
+          line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
+               << " Deduping filter with key: " << filter.hash() << ", filter: " << filter;
+      }));
   return out;
-}
-
-std::vector<PDAclFilter> RuleExpanderSm::collectFilters(Recipe const& recipe) {
-  std::vector<PDAclFilter> filters;
-  filters.reserve(ruleFilters());
-  ruleFilterDeduper_.clear();
-  bool ascending = true;
-  while (ruleFilters()) {
-    PDAclFilter filter = ruleFilterDeq();
-    filter.matchTcpInitIs(recipe.tcpInit);
-    filter.matchTcpEstablishedIs(recipe.tcpEstablished);
-    // The lists are ascending, and so are their products: as long as that holds, none occurs twice.
-    if (ascending && !filters.empty() && !(filters.back() < filter)) {
-      ascending = false;
-      for (PDAclFilter const& f : filters) ruleFilterDeduper_.insert(f);
-    }
-    if (!ascending && !ruleFilterDeduper_.insert(filter)) {
-      if (auto line = trace(6))
-        line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
-             << " Deduping filter with key: " << filter.hash() << ", filter: " << filter;
-      continue;
-    }
-    filters.push_back(filter);
-  }
-  return filters;
 }
 
 void RuleExpanderSm::buildTcamEntry(TcamFieldType fieldType,
@@ -376,19 +305,8 @@ void RuleExpanderSm::buildTcamEntry(TcamFieldType fieldType,
   if (auto line = trace(8))
     line << "RuleExpanderSm(" << chipId() << ")::buildTcamEntry"
          << ", fieldType:" << fieldType;
-  MOX_ASSERT(ruleFilters());
-  auto const& pairs = encLabelList.encLabelAndMask();
-  size_t const n = ruleFilters();
-  if (pairs.size() == 1)
-    return ruleFilter_.replaceAll(
-        [&](PDAclFilter& filter) { setTcamField(filter, fieldType, pairs.front()); });
-  for (size_t i = 0; i < n; ++i) {
-    PDAclFilter filter = ruleFilterDeq();
-    for (EncodedLabelWithMask const& e : pairs) {
-      setTcamField(filter, fieldType, e);
-      ruleFilterEnq(filter);
-    }
-  }
+  MOX_ASSERT_TEXT(ruleFilter_.size(), "ruleFilters()");
+  multiply(ruleFilter_, fieldType, encLabelList);
 }
 
 void RuleExpanderSm::dumpRuleExpanderConfig() const {

@@ -22,34 +22,10 @@
 #include "mox/HashMap.h"
 #include "naxel/control/StageSm.h"
 #include "naxel/expander/RuleExpanderTypes.h"
+#include "naxel/expander/RuleProduct.h"
 #include "naxel/genset/KeyPlaces.h"
 
-#include <span>
-
 namespace Naxel {
-
-/// First-in first-out queue of partially built entries under rising 32-bit indexes.
-class RuleFilterQueue {
- public:
-  size_t size() const { return items_.size() - head_; }
-  bool empty() const { return size() == 0; }
-  /// Appends at the next index. Throws when the index space is exhausted.
-  void enq(PDAclFilter const& f);
-  /// Removes and returns the head.
-  PDAclFilter deq();
-  /// Puts `change(entry)` in the place of every entry.
-  template <class Change>
-  void replaceAll(Change change) {
-    for (size_t i = head_; i < items_.size(); ++i) change(items_[i]);
-  }
-  /// Empties the queue and starts again with index 0.
-  void delAll();
-
- private:
-  std::vector<PDAclFilter> items_;
-  size_t head_ = 0;
-  uint32_t nextIndex_ = 0;
-};
 
 class NAXEL_EXPORT RuleExpanderSm : public StageSm {
  public:
@@ -82,42 +58,13 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
     XformStatus const* xform;
     KeyPlaces places;  // of the keys in the encoder's lists
   };
-  /// The pairs that one field of a rule multiplies with; one of `lists_`.
-  using Factor = EncodedLabelWithMaskList const*;
-  /// What a rule is built from besides its action.
-  struct Recipe {
-    Mox::Ptr<GenSetIpRule const> rule;
-    uint32_t factorsEnd = 0;  // they begin where those of the rule before end
-    uint16_t fields = 0;      // a bit for the field of each factor, in their order
-    bool tcpInit = false;
-    bool tcpEstablished = false;
-    bool matchesNothing = false;  // one of the sets covers nothing
-  };
-  /// The recipes of the rules of an ACL, in their order.
-  struct Recipes {
-    std::vector<Factor> factors;
-    std::vector<Recipe> rules;
-    std::span<Factor const> factorsOf(size_t rule) const {
-      size_t const from = rule == 0 ? 0 : rules[rule - 1].factorsEnd;
-      return std::span(factors).subspan(from, rules[rule].factorsEnd - from);
-    }
-    /// Whether a rule here is built from the same as one of others.
-    bool isSame(size_t rule, Recipes const& others, size_t other) const;
-    /// Adds the recipe of a rule from others.
-    void add(Recipes const& others, size_t other);
-    /// Entries of a rule; the largest number where there are even more.
-    uint64_t entriesOf(size_t rule) const;
-  };
+  using Recipe = RuleRecipe;
+  using Recipes = RuleRecipes;
   /// An ACL and what its rules are to be built from.
   struct Plan {
     AclGenSetIpRuleList const* list;
     Recipes recipes;
   };
-
-  size_t ruleFilters() const { return ruleFilter_.size(); }
-  void ruleFilterEnq(PDAclFilter const& f) { ruleFilter_.enq(f); }
-  PDAclFilter ruleFilterDeq() { return ruleFilter_.deq(); }
-  void ruleFilterDelAll() { ruleFilter_.delAll(); }
 
   uint64_t entryLimit() const;
   /// The stamps of everything that is read.
@@ -136,12 +83,10 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
   bool addCombo(ComboLabelSetType type, GenSetKey src, GenSetKey dst);
   Mox::Ptr<PDAclRule> expandRule(AceIndex index, GenSetIpRule const& rule, Recipes const& recipes,
                                  size_t place);
-  std::vector<PDAclFilter> collectFilters(Recipe const& recipe);
 
   Mox::Ptr<Acl::ParamConfig const> paramConfig_;
   Mox::Ptr<RuleExpanderStatus> ruleExStatus_;
   RuleFilterQueue ruleFilter_;
-  Mox::HashSet<PDAclFilter> ruleFilterDeduper_;
 
   std::vector<Source> prefixSources_;  // by family, source side first
   std::vector<Source> rangeSources_;   // by type, as are the next
@@ -156,9 +101,5 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
 NAXEL_EXPORT Mox::Ptr<RuleExpanderSm> ruleExpanderSmFactory(
     Obel::ChipId chipId, Mox::Ptr<RuleExpanderConfig> config, Mox::Ptr<RuleExpanderStatus> status,
     Mox::Ptr<Acl::ParamConfig const> paramConfig = nullptr);
-
-/// Sets the field of that type; any type that carries no label ends the process.
-NAXEL_EXPORT void setTcamField(PDAclFilter& filter, TcamFieldType type,
-                               EncodedLabelWithMask const& value);
 
 }  // namespace Naxel
