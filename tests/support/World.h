@@ -3,8 +3,13 @@
 /// One chip's pipeline with a hand-set clock, its configuration as text, and a driver that the test
 /// commands.
 
-#include "naxel/agent/Pipeline.h"
+#include "naxel/agent/Agent.h"
 #include "naxel/control/NaxelRootSm.h"
+#include "naxel/control/NaxelStageControllerSm.h"
+#include "naxel/encoder/EncoderTypes.h"
+#include "naxel/expander/RuleExpanderTypes.h"
+#include "naxel/loader/NaxelLoaderTypes.h"
+#include "naxel/xform/NaxelXformTypes.h"
 
 #include <string>
 #include <string_view>

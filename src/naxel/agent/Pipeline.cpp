@@ -1,11 +1,16 @@
 #include "naxel/agent/Pipeline.h"
 
 #include "naxel/control/NaxelRootSm.h"
+#include "naxel/control/StageControllerTypes.h"
 #include "naxel/genset/AclCheck.h"
 #include "naxel/genset/FieldNames.h"
+#include "naxel/loader/PDConfig.h"
+#include "obel/TimerWheel.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <ostream>
 #include <utility>
 
 namespace Naxel {
@@ -31,6 +36,10 @@ ChipEntities::ChipEntities(Obel::ChipId chip)
       pdConfig(pDConfigFactory(chip)),
       pdStatus(pDStatusFactory(chip)) {}
 
+ChipEntities::ChipEntities(ChipEntities const&) = default;
+ChipEntities& ChipEntities::operator=(ChipEntities const&) = default;
+ChipEntities::~ChipEntities() = default;
+
 Mox::Ptr<NaxelRootSm> buildRoot(ChipEntities const& e, Mox::Ptr<Obel::TimerWheel> wheel) {
   return naxelRootSmFactory(e.chipId, e.capability, e.rootConfig, e.rootStatus, e.acls, e.params,
                             e.pdConfig, e.pdStatus, std::move(wheel));
@@ -45,6 +54,13 @@ std::string text(KickResult const& result) {
   }
   return result.message + (result.reason.empty() ? "" : ": " + result.reason);
 }
+
+std::ostream& operator<<(std::ostream& out, KickResult const& result) {
+  return out << text(result);
+}
+
+Pipeline::Pipeline(Obel::ChipId chip, Mox::Ptr<Obel::TimerWheel> wheel)
+    : Pipeline(ChipEntities(chip), std::move(wheel)) {}
 
 Pipeline::Pipeline(ChipEntities entities, Mox::Ptr<Obel::TimerWheel> wheel)
     : entities_(std::move(entities)), wheel_(std::move(wheel)) {
@@ -70,6 +86,10 @@ void Pipeline::entitiesIs(ChipEntities entities) {
   build();
   end(KickEnd::superseded);
 }
+
+void Pipeline::restart() { entitiesIs(entities_); }
+
+PDData const& Pipeline::output() const { return *entities_.pdConfig->currPDData(); }
 
 void Pipeline::request(NaxelKickRequest what) {
   RootConfig& config = *entities_.rootConfig;

@@ -7,6 +7,9 @@
 /// widths, ACLs and parameters, and kicks. Whatever it does beyond that it does by the entities, which stay
 /// within reach.
 ///
+/// Who looks at an output includes naxel/loader/PDConfig.h, who looks into the stages
+/// naxel/control/NaxelRootSm.h.
+///
 ///     Naxel::Pipeline pipeline(Obel::ChipId(0), wheel);
 ///     MyDriver driver(pipeline.pdConfig(), pipeline.pdStatus());
 ///     pipeline.acls()->aclIs("edge") ...
@@ -17,12 +20,11 @@
 #include "acl/ParamConfig.h"
 #include "naxel/control/RootTypes.h"
 #include "naxel/loader/HwCapability.h"
-#include "naxel/loader/PDConfig.h"
 #include "naxel/types/AclConfig.h"
 
 #include <functional>
+#include <iosfwd>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -33,12 +35,17 @@ class TimerWheel;
 namespace Naxel {
 
 class NaxelRootSm;
-struct ConfigError;
+class PDConfig;
+class PDData;
+class PDStatus;
 
 /// The entities of one chip. None may be null once a pipeline stands over them.
 struct NAXEL_EXPORT ChipEntities {
   /// New ones, with the values that a chip has by default.
   explicit ChipEntities(Obel::ChipId chip);
+  ChipEntities(ChipEntities const& other);
+  ChipEntities& operator=(ChipEntities const& other);
+  ~ChipEntities();
 
   Obel::ChipId chipId;
   Mox::Ptr<ChipHwCapability> capability;  ///< written by the agent, as are the next two
@@ -73,15 +80,14 @@ struct KickResult {
 };
 /// "success", "Naxel failed at stageLoader on chip 0: ...".
 NAXEL_EXPORT std::string text(KickResult const& result);
-inline std::ostream& operator<<(std::ostream& out, KickResult const& r) { return out << text(r); }
+NAXEL_EXPORT std::ostream& operator<<(std::ostream& out, KickResult const& result);
 
 class NAXEL_EXPORT Pipeline {
  public:
   using Done = std::function<void(KickResult const&)>;
 
   /// Over new entities.
-  Pipeline(Obel::ChipId chip, Mox::Ptr<Obel::TimerWheel> wheel)
-      : Pipeline(ChipEntities(chip), std::move(wheel)) {}
+  Pipeline(Obel::ChipId chip, Mox::Ptr<Obel::TimerWheel> wheel);
   /// Over entities that are there: those of the agent's own collections, or a pair of PDConfig and PDStatus
   /// that an earlier pipeline has used, whose output in force and outstanding request are taken over.
   Pipeline(ChipEntities entities, Mox::Ptr<Obel::TimerWheel> wheel);
@@ -100,7 +106,7 @@ class NAXEL_EXPORT Pipeline {
   Mox::Ptr<PDConfig> const& pdConfig() const { return entities_.pdConfig; }
   Mox::Ptr<PDStatus> const& pdStatus() const { return entities_.pdStatus; }
   /// The output that was last offered to the driver; after a kick that succeeded the one in force.
-  PDData const& output() const { return *entities_.pdConfig->currPDData(); }
+  PDData const& output() const;
   /// The stages, for whoever looks into them. Another one after entitiesIs() and restart().
   NaxelRootSm& root() const { return *root_; }
 
@@ -123,7 +129,7 @@ class NAXEL_EXPORT Pipeline {
   /// anew: the library keeps to those that it was given.
   void entitiesIs(ChipEntities entities);
   /// The same over the present ones.
-  void restart() { entitiesIs(entities_); }
+  void restart();
 
  private:
   class ProgressWatch;

@@ -1,6 +1,8 @@
 #include "naxel/control/NaxelRootSm.h"
 
+#include "acl/ParamConfig.h"
 #include "mox/Assert.h"
+#include "naxel/control/NaxelStageControllerSm.h"
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
 #include "naxel/expander/NaxelRuleExpanderSm.h"
 #include "naxel/genset/NaxelAggregatorSm.h"

@@ -23,17 +23,25 @@
 /// Silence. A kick without any progress for as long as `ParamConfig::silenceLimit` is traced at level 0
 /// together with what it waits for; again after each doubling of that time.
 
-#include "acl/ParamConfig.h"
 #include "mox/KeepAlive.h"
 #include "naxel/control/PipelineParts.h"
 #include "naxel/control/RootTypes.h"
-#include "naxel/loader/HwCapability.h"
+#include "obel/TimerWheel.h"
 
 #include <memory>
 #include <string>
 #include <vector>
 
+namespace Acl {
+class ParamConfig;
+}
+
 namespace Naxel {
+
+class AclConfigColl;
+class ChipHwCapability;
+class PDConfig;
+class PDStatus;
 
 class NAXEL_EXPORT NaxelRootSm : public PipelineParts {
  public:

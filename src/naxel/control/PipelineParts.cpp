@@ -1,5 +1,6 @@
 #include "naxel/control/PipelineParts.h"
 
+#include "naxel/control/NaxelStageControllerSm.h"
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
 #include "naxel/expander/NaxelRuleExpanderSm.h"
 #include "naxel/genset/NaxelAggregatorSm.h"
@@ -307,5 +308,95 @@ void PipelineParts::comboLabelEncoderSmDel(ComboLabelSetType const& key) {
   replace(comboLabelEncoderSm_, key, nullptr);
 }
 void PipelineParts::comboLabelEncoderSmDelAll() { removeAll(comboLabelEncoderSm_); }
+
+Mox::Ptr<PrefixXformConfig> PipelineParts::prefixXformConfig(PrefixXformKey const& key) const {
+  return Mox::dynamicPtrCast<PrefixXformConfig>(stageSmConfig_->prefixXformConfig(key));
+}
+Mox::Ptr<PrefixXformStatus> PipelineParts::prefixXformStatus(PrefixXformKey const& key) const {
+  return Mox::dynamicPtrCast<PrefixXformStatus>(stageSmStatus_->prefixXformStatus(key));
+}
+void PipelineParts::prefixXformStatusIs(PrefixXformKey const& key, Mox::Ptr<PrefixXformStatus> v) {
+  stageSmStatus_->prefixXformStatusIs(key, std::move(v));
+}
+Mox::Ptr<EncoderConfig> PipelineParts::prefixEncoderConfig(PrefixXformKey const& key) const {
+  return Mox::dynamicPtrCast<EncoderConfig>(stageSmConfig_->prefixEncoderConfig(key));
+}
+Mox::Ptr<PrefixEncoderStatus> PipelineParts::prefixEncoderStatus(PrefixXformKey const& key) const {
+  return Mox::dynamicPtrCast<PrefixEncoderStatus>(stageSmStatus_->prefixEncoderStatus(key));
+}
+void PipelineParts::prefixEncoderStatusIs(PrefixXformKey const& key,
+                                          Mox::Ptr<PrefixEncoderStatus> v) {
+  stageSmStatus_->prefixEncoderStatusIs(key, std::move(v));
+}
+Mox::Ptr<RangeSplitConfig> PipelineParts::rangeSplitConfig(RangeSetType const& key) const {
+  return Mox::dynamicPtrCast<RangeSplitConfig>(stageSmConfig_->rangeSplitConfig(key));
+}
+Mox::Ptr<RangeSplitStatus> PipelineParts::rangeSplitStatus(RangeSetType const& key) const {
+  return Mox::dynamicPtrCast<RangeSplitStatus>(stageSmStatus_->rangeSplitStatus(key));
+}
+void PipelineParts::rangeSplitStatusIs(RangeSetType const& key, Mox::Ptr<RangeSplitStatus> v) {
+  stageSmStatus_->rangeSplitStatusIs(key, std::move(v));
+}
+Mox::Ptr<RangeEncoderConfig> PipelineParts::rangeEncoderConfig(RangeSetType const& key) const {
+  return Mox::dynamicPtrCast<RangeEncoderConfig>(stageSmConfig_->rangeEncoderConfig(key));
+}
+Mox::Ptr<RangeEncoderStatus> PipelineParts::rangeEncoderStatus(RangeSetType const& key) const {
+  return Mox::dynamicPtrCast<RangeEncoderStatus>(stageSmStatus_->rangeEncoderStatus(key));
+}
+void PipelineParts::rangeEncoderStatusIs(RangeSetType const& key, Mox::Ptr<RangeEncoderStatus> v) {
+  stageSmStatus_->rangeEncoderStatusIs(key, std::move(v));
+}
+void PipelineParts::comboLabelInfoIs(ComboLabelSetType type, Mox::Ptr<ComboLabelInfo> v) {
+  comboLabelInfo_.set(type, std::move(v));
+}
+Mox::Ptr<ComboLabelResolverConfig> PipelineParts::comboLabelResolverConfig(
+    ComboLabelSetType const& key) const {
+  return Mox::dynamicPtrCast<ComboLabelResolverConfig>(
+      stageSmConfig_->comboLabelResolverConfig(key));
+}
+Mox::Ptr<ComboLabelResolverStatus> PipelineParts::comboLabelResolverStatus(
+    ComboLabelSetType const& key) const {
+  return Mox::dynamicPtrCast<ComboLabelResolverStatus>(
+      stageSmStatus_->comboLabelResolverStatus(key));
+}
+void PipelineParts::comboLabelResolverStatusIs(ComboLabelSetType const& key,
+                                               Mox::Ptr<ComboLabelResolverStatus> v) {
+  stageSmStatus_->comboLabelResolverStatusIs(key, std::move(v));
+}
+Mox::Ptr<ComboLabelSplitConfig> PipelineParts::comboLabelSplitConfig(
+    ComboLabelSetType const& key) const {
+  return Mox::dynamicPtrCast<ComboLabelSplitConfig>(stageSmConfig_->comboLabelSplitConfig(key));
+}
+Mox::Ptr<ComboLabelSplitStatus> PipelineParts::comboLabelSplitStatus(
+    ComboLabelSetType const& key) const {
+  return Mox::dynamicPtrCast<ComboLabelSplitStatus>(stageSmStatus_->comboLabelSplitStatus(key));
+}
+void PipelineParts::comboLabelSplitStatusIs(ComboLabelSetType const& key,
+                                            Mox::Ptr<ComboLabelSplitStatus> v) {
+  stageSmStatus_->comboLabelSplitStatusIs(key, std::move(v));
+}
+Mox::Ptr<ComboLabelEncoderConfig> PipelineParts::comboLabelEncoderConfig(
+    ComboLabelSetType const& key) const {
+  return Mox::dynamicPtrCast<ComboLabelEncoderConfig>(stageSmConfig_->comboLabelEncoderConfig(key));
+}
+Mox::Ptr<ComboLabelEncoderStatus> PipelineParts::comboLabelEncoderStatus(
+    ComboLabelSetType const& key) const {
+  return Mox::dynamicPtrCast<ComboLabelEncoderStatus>(stageSmStatus_->comboLabelEncoderStatus(key));
+}
+void PipelineParts::comboLabelEncoderStatusIs(ComboLabelSetType const& key,
+                                              Mox::Ptr<ComboLabelEncoderStatus> v) {
+  stageSmStatus_->comboLabelEncoderStatusIs(key, std::move(v));
+}
+
+void PipelineParts::stageControllerConfigDel() { stageControllerConfigIs(nullptr); }
+void PipelineParts::stageControllerStatusDel() { stageControllerStatusIs(nullptr); }
+void PipelineParts::stageControllerSmDel() { stageControllerSmIs(nullptr); }
+void PipelineParts::genSetKeyGenDel() { genSetKeyGenIs(nullptr); }
+void PipelineParts::genSetKeyGenIs(Mox::Ptr<GenSetKeyGenerator> v) { genSetKeyGen_ = std::move(v); }
+void PipelineParts::comboLabelInfoDel(ComboLabelSetType type) { comboLabelInfo_.erase(type); }
+void PipelineParts::comboLabelInfoDelAll() { comboLabelInfo_.clear(); }
+Mox::Ptr<ComboLabelInfo> PipelineParts::comboLabelInfo(ComboLabelSetType type) const {
+  return Mox::lookup(comboLabelInfo_, type);
+}
 
 }  // namespace Naxel

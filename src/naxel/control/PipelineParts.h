@@ -14,14 +14,35 @@
 ///
 /// The parts refer to each other as they were made: what one reads of another is in its configuration.
 
-#include "naxel/control/NaxelStageControllerSm.h"
-#include "naxel/encoder/EncoderTypes.h"
-#include "naxel/expander/RuleExpanderTypes.h"
-#include "naxel/loader/NaxelLoaderTypes.h"
-#include "naxel/xform/NaxelXformTypes.h"
+#include "naxel/control/StageSmColl.h"
 
 namespace Naxel {
 
+class AggregatorConfig;
+class AggregatorStatus;
+class ComboLabelEncoderConfig;
+class ComboLabelEncoderStatus;
+class ComboLabelInfo;
+class ComboLabelResolverConfig;
+class ComboLabelResolverStatus;
+class ComboLabelSplitConfig;
+class ComboLabelSplitStatus;
+class EncoderConfig;
+class GenSetKeyGenerator;
+class LoaderConfig;
+class LoaderStatus;
+class NaxelStageControllerSm;
+class PrefixEncoderStatus;
+class PrefixXformConfig;
+class PrefixXformStatus;
+class RangeEncoderConfig;
+class RangeEncoderStatus;
+class RangeSplitConfig;
+class RangeSplitStatus;
+class RuleExpanderConfig;
+class RuleExpanderStatus;
+class StageControllerConfig;
+class StageControllerStatus;
 class AggregatorSm;
 class NaxelPrefixXformSm;
 class PrefixLabelEncoderSm;
@@ -48,22 +69,22 @@ class NAXEL_EXPORT PipelineParts : public Mox::RefCounted {
     return stageControllerConfig_;
   }
   void stageControllerConfigIs(Mox::Ptr<StageControllerConfig> v);
-  void stageControllerConfigDel() { stageControllerConfigIs(nullptr); }
+  void stageControllerConfigDel();
   Mox::Ptr<StageControllerStatus> const& stageControllerStatus() const {
     return stageControllerStatus_;
   }
   void stageControllerStatusIs(Mox::Ptr<StageControllerStatus> v);
-  void stageControllerStatusDel() { stageControllerStatusIs(nullptr); }
+  void stageControllerStatusDel();
   Mox::Ptr<NaxelStageControllerSm> const& stageControllerSm() const { return stageControllerSm_; }
   void stageControllerSmIs(Mox::Ptr<NaxelStageControllerSm> v);
-  void stageControllerSmDel() { stageControllerSmIs(nullptr); }
+  void stageControllerSmDel();
 
   /// Never null, as is the next.
   Mox::Ptr<StageSmConfig> const& stageSmConfig() const { return stageSmConfig_; }
   Mox::Ptr<StageSmStatus> const& stageSmStatus() const { return stageSmStatus_; }
   Mox::Ptr<GenSetKeyGenerator> const& genSetKeyGen() const { return genSetKeyGen_; }
-  void genSetKeyGenIs(Mox::Ptr<GenSetKeyGenerator> v) { genSetKeyGen_ = std::move(v); }
-  void genSetKeyGenDel() { genSetKeyGenIs(nullptr); }
+  void genSetKeyGenIs(Mox::Ptr<GenSetKeyGenerator> v);
+  void genSetKeyGenDel();
 
   Mox::Ptr<AggregatorConfig> aggregatorConfig() const;
   void aggregatorConfigIs(Mox::Ptr<AggregatorConfig> v);
@@ -98,21 +119,15 @@ class NAXEL_EXPORT PipelineParts : public Mox::RefCounted {
   Configs<PrefixXformKey> const& prefixXformConfig() const {
     return stageSmConfig_->prefixXformConfig();
   }
-  Mox::Ptr<PrefixXformConfig> prefixXformConfig(PrefixXformKey const& key) const {
-    return Mox::dynamicPtrCast<PrefixXformConfig>(stageSmConfig_->prefixXformConfig(key));
-  }
+  Mox::Ptr<PrefixXformConfig> prefixXformConfig(PrefixXformKey const& key) const;
   void prefixXformConfigIs(PrefixXformKey const& key, Mox::Ptr<PrefixXformConfig> v);
   void prefixXformConfigDel(PrefixXformKey const& key);
   void prefixXformConfigDelAll();
   Statuses<PrefixXformKey> const& prefixXformStatus() const {
     return stageSmStatus_->prefixXformStatus();
   }
-  Mox::Ptr<PrefixXformStatus> prefixXformStatus(PrefixXformKey const& key) const {
-    return Mox::dynamicPtrCast<PrefixXformStatus>(stageSmStatus_->prefixXformStatus(key));
-  }
-  void prefixXformStatusIs(PrefixXformKey const& key, Mox::Ptr<PrefixXformStatus> v) {
-    stageSmStatus_->prefixXformStatusIs(key, std::move(v));
-  }
+  Mox::Ptr<PrefixXformStatus> prefixXformStatus(PrefixXformKey const& key) const;
+  void prefixXformStatusIs(PrefixXformKey const& key, Mox::Ptr<PrefixXformStatus> v);
   void prefixXformStatusDel(PrefixXformKey const& key) {
     stageSmStatus_->prefixXformStatusDel(key);
   }
@@ -126,21 +141,15 @@ class NAXEL_EXPORT PipelineParts : public Mox::RefCounted {
   Configs<PrefixXformKey> const& prefixEncoderConfig() const {
     return stageSmConfig_->prefixEncoderConfig();
   }
-  Mox::Ptr<EncoderConfig> prefixEncoderConfig(PrefixXformKey const& key) const {
-    return Mox::dynamicPtrCast<EncoderConfig>(stageSmConfig_->prefixEncoderConfig(key));
-  }
+  Mox::Ptr<EncoderConfig> prefixEncoderConfig(PrefixXformKey const& key) const;
   void prefixEncoderConfigIs(PrefixXformKey const& key, Mox::Ptr<EncoderConfig> v);
   void prefixEncoderConfigDel(PrefixXformKey const& key);
   void prefixEncoderConfigDelAll();
   Statuses<PrefixXformKey> const& prefixEncoderStatus() const {
     return stageSmStatus_->prefixEncoderStatus();
   }
-  Mox::Ptr<PrefixEncoderStatus> prefixEncoderStatus(PrefixXformKey const& key) const {
-    return Mox::dynamicPtrCast<PrefixEncoderStatus>(stageSmStatus_->prefixEncoderStatus(key));
-  }
-  void prefixEncoderStatusIs(PrefixXformKey const& key, Mox::Ptr<PrefixEncoderStatus> v) {
-    stageSmStatus_->prefixEncoderStatusIs(key, std::move(v));
-  }
+  Mox::Ptr<PrefixEncoderStatus> prefixEncoderStatus(PrefixXformKey const& key) const;
+  void prefixEncoderStatusIs(PrefixXformKey const& key, Mox::Ptr<PrefixEncoderStatus> v);
   void prefixEncoderStatusDel(PrefixXformKey const& key) {
     stageSmStatus_->prefixEncoderStatusDel(key);
   }
@@ -156,21 +165,15 @@ class NAXEL_EXPORT PipelineParts : public Mox::RefCounted {
   Configs<RangeSetType> const& rangeSplitConfig() const {
     return stageSmConfig_->rangeSplitConfig();
   }
-  Mox::Ptr<RangeSplitConfig> rangeSplitConfig(RangeSetType const& key) const {
-    return Mox::dynamicPtrCast<RangeSplitConfig>(stageSmConfig_->rangeSplitConfig(key));
-  }
+  Mox::Ptr<RangeSplitConfig> rangeSplitConfig(RangeSetType const& key) const;
   void rangeSplitConfigIs(RangeSetType const& key, Mox::Ptr<RangeSplitConfig> v);
   void rangeSplitConfigDel(RangeSetType const& key);
   void rangeSplitConfigDelAll();
   Statuses<RangeSetType> const& rangeSplitStatus() const {
     return stageSmStatus_->rangeSplitStatus();
   }
-  Mox::Ptr<RangeSplitStatus> rangeSplitStatus(RangeSetType const& key) const {
-    return Mox::dynamicPtrCast<RangeSplitStatus>(stageSmStatus_->rangeSplitStatus(key));
-  }
-  void rangeSplitStatusIs(RangeSetType const& key, Mox::Ptr<RangeSplitStatus> v) {
-    stageSmStatus_->rangeSplitStatusIs(key, std::move(v));
-  }
+  Mox::Ptr<RangeSplitStatus> rangeSplitStatus(RangeSetType const& key) const;
+  void rangeSplitStatusIs(RangeSetType const& key, Mox::Ptr<RangeSplitStatus> v);
   void rangeSplitStatusDel(RangeSetType const& key) { stageSmStatus_->rangeSplitStatusDel(key); }
   void rangeSplitStatusDelAll() { stageSmStatus_->rangeSplitStatusDelAll(); }
   Sms<RangeSetType, RangeSplitSm> const& rangeSplitSm() const { return rangeSplitSm_; }
@@ -182,21 +185,15 @@ class NAXEL_EXPORT PipelineParts : public Mox::RefCounted {
   Configs<RangeSetType> const& rangeEncoderConfig() const {
     return stageSmConfig_->rangeEncoderConfig();
   }
-  Mox::Ptr<RangeEncoderConfig> rangeEncoderConfig(RangeSetType const& key) const {
-    return Mox::dynamicPtrCast<RangeEncoderConfig>(stageSmConfig_->rangeEncoderConfig(key));
-  }
+  Mox::Ptr<RangeEncoderConfig> rangeEncoderConfig(RangeSetType const& key) const;
   void rangeEncoderConfigIs(RangeSetType const& key, Mox::Ptr<RangeEncoderConfig> v);
   void rangeEncoderConfigDel(RangeSetType const& key);
   void rangeEncoderConfigDelAll();
   Statuses<RangeSetType> const& rangeEncoderStatus() const {
     return stageSmStatus_->rangeEncoderStatus();
   }
-  Mox::Ptr<RangeEncoderStatus> rangeEncoderStatus(RangeSetType const& key) const {
-    return Mox::dynamicPtrCast<RangeEncoderStatus>(stageSmStatus_->rangeEncoderStatus(key));
-  }
-  void rangeEncoderStatusIs(RangeSetType const& key, Mox::Ptr<RangeEncoderStatus> v) {
-    stageSmStatus_->rangeEncoderStatusIs(key, std::move(v));
-  }
+  Mox::Ptr<RangeEncoderStatus> rangeEncoderStatus(RangeSetType const& key) const;
+  void rangeEncoderStatusIs(RangeSetType const& key, Mox::Ptr<RangeEncoderStatus> v);
   void rangeEncoderStatusDel(RangeSetType const& key) {
     stageSmStatus_->rangeEncoderStatusDel(key);
   }
@@ -210,22 +207,15 @@ class NAXEL_EXPORT PipelineParts : public Mox::RefCounted {
   Mox::OrderedMap<ComboLabelSetType, Mox::Ptr<ComboLabelInfo>> const& comboLabelInfo() const {
     return comboLabelInfo_;
   }
-  Mox::Ptr<ComboLabelInfo> comboLabelInfo(ComboLabelSetType type) const {
-    return Mox::lookup(comboLabelInfo_, type);
-  }
-  void comboLabelInfoIs(ComboLabelSetType type, Mox::Ptr<ComboLabelInfo> v) {
-    comboLabelInfo_.set(type, std::move(v));
-  }
-  void comboLabelInfoDel(ComboLabelSetType type) { comboLabelInfo_.erase(type); }
-  void comboLabelInfoDelAll() { comboLabelInfo_.clear(); }
+  Mox::Ptr<ComboLabelInfo> comboLabelInfo(ComboLabelSetType type) const;
+  void comboLabelInfoIs(ComboLabelSetType type, Mox::Ptr<ComboLabelInfo> v);
+  void comboLabelInfoDel(ComboLabelSetType type);
+  void comboLabelInfoDelAll();
 
   Configs<ComboLabelSetType> const& comboLabelResolverConfig() const {
     return stageSmConfig_->comboLabelResolverConfig();
   }
-  Mox::Ptr<ComboLabelResolverConfig> comboLabelResolverConfig(ComboLabelSetType const& key) const {
-    return Mox::dynamicPtrCast<ComboLabelResolverConfig>(
-        stageSmConfig_->comboLabelResolverConfig(key));
-  }
+  Mox::Ptr<ComboLabelResolverConfig> comboLabelResolverConfig(ComboLabelSetType const& key) const;
   void comboLabelResolverConfigIs(ComboLabelSetType const& key,
                                   Mox::Ptr<ComboLabelResolverConfig> v);
   void comboLabelResolverConfigDel(ComboLabelSetType const& key);
@@ -233,14 +223,9 @@ class NAXEL_EXPORT PipelineParts : public Mox::RefCounted {
   Statuses<ComboLabelSetType> const& comboLabelResolverStatus() const {
     return stageSmStatus_->comboLabelResolverStatus();
   }
-  Mox::Ptr<ComboLabelResolverStatus> comboLabelResolverStatus(ComboLabelSetType const& key) const {
-    return Mox::dynamicPtrCast<ComboLabelResolverStatus>(
-        stageSmStatus_->comboLabelResolverStatus(key));
-  }
+  Mox::Ptr<ComboLabelResolverStatus> comboLabelResolverStatus(ComboLabelSetType const& key) const;
   void comboLabelResolverStatusIs(ComboLabelSetType const& key,
-                                  Mox::Ptr<ComboLabelResolverStatus> v) {
-    stageSmStatus_->comboLabelResolverStatusIs(key, std::move(v));
-  }
+                                  Mox::Ptr<ComboLabelResolverStatus> v);
   void comboLabelResolverStatusDel(ComboLabelSetType const& key) {
     stageSmStatus_->comboLabelResolverStatusDel(key);
   }
@@ -256,21 +241,15 @@ class NAXEL_EXPORT PipelineParts : public Mox::RefCounted {
   Configs<ComboLabelSetType> const& comboLabelSplitConfig() const {
     return stageSmConfig_->comboLabelSplitConfig();
   }
-  Mox::Ptr<ComboLabelSplitConfig> comboLabelSplitConfig(ComboLabelSetType const& key) const {
-    return Mox::dynamicPtrCast<ComboLabelSplitConfig>(stageSmConfig_->comboLabelSplitConfig(key));
-  }
+  Mox::Ptr<ComboLabelSplitConfig> comboLabelSplitConfig(ComboLabelSetType const& key) const;
   void comboLabelSplitConfigIs(ComboLabelSetType const& key, Mox::Ptr<ComboLabelSplitConfig> v);
   void comboLabelSplitConfigDel(ComboLabelSetType const& key);
   void comboLabelSplitConfigDelAll();
   Statuses<ComboLabelSetType> const& comboLabelSplitStatus() const {
     return stageSmStatus_->comboLabelSplitStatus();
   }
-  Mox::Ptr<ComboLabelSplitStatus> comboLabelSplitStatus(ComboLabelSetType const& key) const {
-    return Mox::dynamicPtrCast<ComboLabelSplitStatus>(stageSmStatus_->comboLabelSplitStatus(key));
-  }
-  void comboLabelSplitStatusIs(ComboLabelSetType const& key, Mox::Ptr<ComboLabelSplitStatus> v) {
-    stageSmStatus_->comboLabelSplitStatusIs(key, std::move(v));
-  }
+  Mox::Ptr<ComboLabelSplitStatus> comboLabelSplitStatus(ComboLabelSetType const& key) const;
+  void comboLabelSplitStatusIs(ComboLabelSetType const& key, Mox::Ptr<ComboLabelSplitStatus> v);
   void comboLabelSplitStatusDel(ComboLabelSetType const& key) {
     stageSmStatus_->comboLabelSplitStatusDel(key);
   }
@@ -286,24 +265,15 @@ class NAXEL_EXPORT PipelineParts : public Mox::RefCounted {
   Configs<ComboLabelSetType> const& comboLabelEncoderConfig() const {
     return stageSmConfig_->comboLabelEncoderConfig();
   }
-  Mox::Ptr<ComboLabelEncoderConfig> comboLabelEncoderConfig(ComboLabelSetType const& key) const {
-    return Mox::dynamicPtrCast<ComboLabelEncoderConfig>(
-        stageSmConfig_->comboLabelEncoderConfig(key));
-  }
+  Mox::Ptr<ComboLabelEncoderConfig> comboLabelEncoderConfig(ComboLabelSetType const& key) const;
   void comboLabelEncoderConfigIs(ComboLabelSetType const& key, Mox::Ptr<ComboLabelEncoderConfig> v);
   void comboLabelEncoderConfigDel(ComboLabelSetType const& key);
   void comboLabelEncoderConfigDelAll();
   Statuses<ComboLabelSetType> const& comboLabelEncoderStatus() const {
     return stageSmStatus_->comboLabelEncoderStatus();
   }
-  Mox::Ptr<ComboLabelEncoderStatus> comboLabelEncoderStatus(ComboLabelSetType const& key) const {
-    return Mox::dynamicPtrCast<ComboLabelEncoderStatus>(
-        stageSmStatus_->comboLabelEncoderStatus(key));
-  }
-  void comboLabelEncoderStatusIs(ComboLabelSetType const& key,
-                                 Mox::Ptr<ComboLabelEncoderStatus> v) {
-    stageSmStatus_->comboLabelEncoderStatusIs(key, std::move(v));
-  }
+  Mox::Ptr<ComboLabelEncoderStatus> comboLabelEncoderStatus(ComboLabelSetType const& key) const;
+  void comboLabelEncoderStatusIs(ComboLabelSetType const& key, Mox::Ptr<ComboLabelEncoderStatus> v);
   void comboLabelEncoderStatusDel(ComboLabelSetType const& key) {
     stageSmStatus_->comboLabelEncoderStatusDel(key);
   }

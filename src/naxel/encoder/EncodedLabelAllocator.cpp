@@ -1,6 +1,7 @@
 #include "naxel/encoder/EncodedLabelAllocator.h"
 
 #include "mox/Assert.h"
+#include "naxel/encoder/LabelBlocks.h"
 #include "naxel/types/NaxelTrace.h"
 
 #include <algorithm>
@@ -32,9 +33,17 @@ EncodedLabelAllocator::EncodedLabelAllocator(uint32_t encodeBitWidth,
       encoderStatus_(std::move(encoderStatus)),
       encLabelAllocStatus_(std::move(encLabelAllocStatus)),
       reservedAtTop_(reservedAtTop),
-      blocks_(encodeBitWidth, reservedAtTop) {
+      blocks_(std::make_unique<LabelBlocks>(encodeBitWidth, reservedAtTop)) {
   handleInitialized();
 }
+
+EncodedLabelAllocator::~EncodedLabelAllocator() = default;
+
+Obel::Bitmap const& EncodedLabelAllocator::encLabelBitMap() const { return *blocks_->bitmap(); }
+Mox::Ptr<Obel::Bitmap> const& EncodedLabelAllocator::bitmap() const { return blocks_->bitmap(); }
+uint32_t EncodedLabelAllocator::extraLabelCnt() const { return blocks_->spare(); }
+void EncodedLabelAllocator::extraLabelCntIs(uint32_t n) { blocks_->spareIs(n); }
+void EncodedLabelAllocator::extraLabelCntDec(uint32_t n) { blocks_->spareIs(blocks_->spare() - n); }
 
 Mox::AttributeTable const& EncodedLabelAllocator::attributeTable() const {
   using A = EncodedLabelAllocator;
@@ -104,12 +113,12 @@ EncodedLabelRangeList& EncodedLabelAllocator::doAllocateLabels(size_t place, uin
   EncodedLabelRangeList& rangeList = encLabelAllocStatus_->keyToEncLabelListIs(key);
   uint32_t const numLabels = layout.newLabels(place);
   MOX_ASSERT(numLabels <= allocLabelCnt);
-  std::vector<Block> blocks;
-  if (allocLabelCnt > 0) blocks = blocks_.take(allocLabelCnt);
+  std::vector<LabelBlocks::Block> blocks;
+  if (allocLabelCnt > 0) blocks = blocks_->take(allocLabelCnt);
   layout.place(place, blocks);
   std::vector<EncodedLabelRange> ranges;
   ranges.reserve(blocks.size());
-  for (Block const& b : blocks)
+  for (LabelBlocks::Block const& b : blocks)
     ranges.emplace_back(EncodedLabel(static_cast<uint16_t>(b.start)),
                         EncodedLabel(static_cast<uint16_t>(b.end)));
   rangeList.encLabelRangeIs(std::move(ranges));

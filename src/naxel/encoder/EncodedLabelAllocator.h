@@ -18,7 +18,9 @@
 #include "mox/HashMap.h"
 #include "naxel/encoder/CostModel.h"
 #include "naxel/encoder/EncoderTypes.h"
-#include "naxel/encoder/LabelBlocks.h"
+#include "obel/Bitmap.h"
+
+#include <memory>
 
 namespace Naxel {
 
@@ -42,6 +44,9 @@ class NAXEL_EXPORT EncodedLabelAllocStatus : public Mox::Entity {
   RangeListMap keyToEncLabelList_;
 };
 
+class LabelBlocks;
+class LabelLayout;
+
 /// Does its whole work while it is constructed; read the results from the two statuses.
 class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
  public:
@@ -52,27 +57,27 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
                         Mox::Ptr<EncoderStatus> encoderStatus,
                         Mox::Ptr<EncodedLabelAllocStatus> encLabelAllocStatus,
                         uint32_t reservedAtTop = 0);
+  ~EncodedLabelAllocator() override;
   std::string_view fwkType() const override { return "Naxel::EncodedLabelAllocator"; }
   Mox::AttributeTable const& attributeTable() const override;
 
   uint32_t encodeBitWidth() const { return encodeBitWidth_; }
   /// Taken values.
-  Obel::Bitmap const& encLabelBitMap() const { return *blocks_.bitmap(); }
+  Obel::Bitmap const& encLabelBitMap() const;
   /// Values that may still be spent on filling blocks up to a power of two.
-  uint32_t extraLabelCnt() const { return blocks_.spare(); }
-  void extraLabelCntIs(uint32_t n) { blocks_.spareIs(n); }
-  void extraLabelCntDec(uint32_t n) { blocks_.spareIs(blocks_.spare() - n); }
+  uint32_t extraLabelCnt() const;
+  void extraLabelCntIs(uint32_t n);
+  void extraLabelCntDec(uint32_t n);
   /// Number of different plain labels of all sets.
   uint64_t labelsNeeded() const { return labelsNeeded_; }
 
  private:
-  using Block = LabelLayout::Block;
   void handleInitialized();
   /// Allocates the labels of the set at a place of the visit order that no earlier set has, of which
   /// there are `allocLabelCnt`. Returns its list of ranges, which holds the blocks.
   EncodedLabelRangeList& doAllocateLabels(size_t place, uint32_t allocLabelCnt,
                                           LabelLayout& layout);
-  Mox::Ptr<Obel::Bitmap> const& bitmap() const { return blocks_.bitmap(); }
+  Mox::Ptr<Obel::Bitmap> const& bitmap() const;
   /// Adds the values of its other labels to the ranges of that set.
   void addPlacedLabels(size_t place, LabelLayout const& layout, EncodedLabelRangeList& rangeList);
   void publish(LabelLayout const& layout, uint32_t largest);
@@ -83,7 +88,7 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
   Mox::Ptr<EncoderStatus> encoderStatus_;
   Mox::Ptr<EncodedLabelAllocStatus> encLabelAllocStatus_;
   uint32_t reservedAtTop_;
-  LabelBlocks blocks_;
+  std::unique_ptr<LabelBlocks> blocks_;
   uint64_t labelsNeeded_ = 0;
 };
 NAXEL_EXPORT Mox::Ptr<EncodedLabelAllocator> encodedLabelAllocatorFactory(

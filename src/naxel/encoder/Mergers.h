@@ -3,9 +3,10 @@
 /// From ranges of encoded labels to value/mask pairs, and from pairs to fewer pairs.
 
 #include "naxel/encoder/LabelTypes.h"
-#include "naxel/encoder/PairCounter.h"
 
 namespace Naxel {
+
+class PairCounter;
 
 /// Covers ranges of encoded labels by value/mask pairs.
 class NAXEL_EXPORT RangeMerger : public Mox::Entity {

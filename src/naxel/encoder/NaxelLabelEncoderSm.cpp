@@ -1,6 +1,7 @@
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
 
 #include "mox/Assert.h"
+#include "naxel/encoder/PairCounter.h"
 #include "naxel/genset/FieldNames.h"
 #include "naxel/genset/KeyPlaces.h"
 #include "naxel/types/NaxelTrace.h"

@@ -10,19 +10,6 @@
 
 namespace Naxel {
 
-/// Something in the configuration that cannot be compiled.
-struct ConfigError {
-  enum class Kind : uint8_t {
-    unusable,         ///< a kick fails
-    emptySource,      ///< a source list without any member: a kick ends the process
-    emptyDestination  ///< so too
-  };
-  Kind kind = Kind::unusable;
-  std::string acl;   ///< its name; empty for what is about the chip
-  std::string rule;  ///< its name; empty for what is about the whole ACL
-  std::string text;  ///< in words, with ACL and rule in front
-};
-
 /// Family of an ACL: the one that the agent set, else that of the prefixes of its rules (indexed or
 /// not), else IPv4. Only meaningful for an ACL that passes checkAcls().
 Lumox::AddressFamily aclFamily(AclConfig const& acl);

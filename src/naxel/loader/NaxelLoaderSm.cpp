@@ -2,6 +2,7 @@
 
 #include "mox/Assert.h"
 #include "mox/KeepAlive.h"
+#include "naxel/loader/Judgement.h"
 #include "naxel/types/NaxelTrace.h"
 
 #include <algorithm>

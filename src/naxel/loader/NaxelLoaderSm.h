@@ -31,7 +31,6 @@
 #include "mox/Trace.h"
 #include "naxel/control/StageSm.h"
 #include "naxel/loader/HwCapability.h"
-#include "naxel/loader/Judgement.h"
 #include "naxel/loader/NaxelLoaderTypes.h"
 #include "naxel/loader/PolicyExchange.h"
 
@@ -39,6 +38,8 @@
 #include <vector>
 
 namespace Naxel {
+
+struct Judgement;
 
 class NAXEL_EXPORT LoaderSm : public StageSm {
  public:

@@ -33,6 +33,19 @@ struct RuleStamps {
   friend bool operator==(RuleStamps const&, RuleStamps const&) = default;
 };
 
+/// Something in the configuration that cannot be compiled.
+struct ConfigError {
+  enum class Kind : uint8_t {
+    unusable,         ///< a kick fails
+    emptySource,      ///< a source list without any member: a kick ends the process
+    emptyDestination  ///< so too
+  };
+  Kind kind = Kind::unusable;
+  std::string acl;   ///< its name; empty for what is about the chip
+  std::string rule;  ///< its name; empty for what is about the whole ACL
+  std::string text;  ///< in words, with ACL and rule in front
+};
+
 /// One rule: what it matches and what it does then.
 class NAXEL_EXPORT RuleConfig : public Mox::Entity {
  public:

@@ -1,6 +1,7 @@
 #include "naxel/xform/NaxelComboLabelSplitSm.h"
 
 #include "naxel/genset/FieldNames.h"
+#include "naxel/xform/PairCut.h"
 
 namespace Naxel {
 
@@ -30,20 +31,26 @@ void ComboLabelSplitSm::doBuildWorkingSet() {
   workingSetIsKeysOf(comboLabelConfig().comboLabelInfo()->comboLabelSetColl());
 }
 
-PairSetViews ComboLabelSplitSm::sets() const {
-  ComboLabelInfo const& info = *comboLabelConfig().comboLabelInfo();
+namespace {
+
+PairSetViews viewsOf(ComboLabelInfo const& info, GenSetKeyGroup const& keys) {
   PairSetViews views;
-  for (GenSetKey key : workingSet()->keyGroup())
+  for (GenSetKey key : keys.keyGroup())
     views.push_back({key, &info.comboLabelSetColl(key)->comboLabel()});
   return views;
 }
 
+}  // namespace
+
 void ComboLabelSplitSm::doBuildSetGroup() {
   traceStep(8, "doBuildSetGroup");
-  groupsAre(comboLabelToGenSetGrpMap_, cutPairs(sets(), limit()));
+  groupsAre(comboLabelToGenSetGrpMap_,
+            cutPairs(viewsOf(*comboLabelConfig().comboLabelInfo(), *workingSet()), limit()));
 }
 
-PieceCount ComboLabelSplitSm::doCountGroups() { return countPairPieces(sets()); }
+PieceCount ComboLabelSplitSm::doCountGroups() {
+  return countPairPieces(viewsOf(*comboLabelConfig().comboLabelInfo(), *workingSet()));
+}
 
 void ComboLabelSplitSm::doAllocLabels() {
   traceStep(8, "doAllocLabels");

@@ -3,14 +3,13 @@
 /// The combo label split: cuts overlapping combination sets into disjoint groups of combinations
 /// (PairCut.h). The frame (reads, writes, skips, fails, order) is that of XformSmBase.
 
-#include "naxel/xform/PairCut.h"
 #include "naxel/xform/XformSmBase.h"
 
 namespace Naxel {
 
 class NAXEL_EXPORT ComboLabelSplitSm : public XformSmBase {
  public:
-  using GroupMap = PairPieces;
+  using GroupMap = Mox::FlatMap<GenCombo, Mox::Ptr<GenSetKeyGroup>>;
 
   ComboLabelSplitSm(Obel::ChipId chipId, Mox::Ptr<ComboLabelSplitConfig> config,
                     Mox::Ptr<ComboLabelSplitStatus> status,
@@ -48,8 +47,6 @@ class NAXEL_EXPORT ComboLabelSplitSm : public XformSmBase {
   void doClearLabels() override { status_->comboToPlainLabelMapIs({}); }
 
  private:
-  PairSetViews sets() const;
-
   Mox::Ptr<ComboLabelSplitStatus> status_;
   GroupMap comboLabelToGenSetGrpMap_;
 };

@@ -3,6 +3,7 @@
 #include "mox/Assert.h"
 #include "naxel/genset/FieldNames.h"
 #include "naxel/types/NaxelTrace.h"
+#include "naxel/xform/PrefixCut.h"
 
 namespace Naxel {
 
@@ -11,6 +12,8 @@ NaxelPrefixXformSm::NaxelPrefixXformSm(Obel::ChipId chipId, Mox::Ptr<PrefixXform
                                        Mox::Ptr<ChipHwCapability const> hwCapability)
     : XformSmBase(chipId, std::move(config), status, std::move(hwCapability)),
       status_(std::move(status)) {}
+
+NaxelPrefixXformSm::~NaxelPrefixXformSm() = default;
 
 uint32_t NaxelPrefixXformSm::xformWidth() const {
   return hwCapability()->prefixXformWidth(status_->key());
@@ -56,24 +59,30 @@ void NaxelPrefixXformSm::doBuildSetGroup() {
   UpdatePrefixSetListCallback callback(*this);
   trie_->preOrderWalk(root, callback);
   dump("*** PrefixSetLists updated ***");
-  cut_ = PrefixCut();
+  cut_.reset();
 }
 
-PrefixSetViews NaxelPrefixXformSm::sets() const {
+namespace {
+
+PrefixSetViews viewsOf(PrefixAggregatorInfo const& info) {
   PrefixSetViews views;
-  views.reserve(prefixAggregatorInfo().prefixSetColl().size());
-  for (auto const& [key, set] : prefixAggregatorInfo().prefixSetColl())
+  views.reserve(info.prefixSetColl().size());
+  for (auto const& [key, set] : info.prefixSetColl())
     views.push_back({key, &set->prefix(), &set->exceptPrefix()});
   return views;
 }
 
+}  // namespace
+
 void NaxelPrefixXformSm::doInitSetGroup() {
   traceStep(8, "doInitSetGroup");
-  cut_ = PrefixCut(sets(), limit());
-  prefixToGenSetGrp_ = cut_.takeSeeds();
+  cut_ = std::make_unique<PrefixCut>(viewsOf(prefixAggregatorInfo()), limit());
+  prefixToGenSetGrp_ = cut_->takeSeeds();
 }
 
-PieceCount NaxelPrefixXformSm::doCountGroups() { return countPrefixPieces(sets()); }
+PieceCount NaxelPrefixXformSm::doCountGroups() {
+  return countPrefixPieces(viewsOf(prefixAggregatorInfo()));
+}
 
 void NaxelPrefixXformSm::doBuildTrie() {
   traceStep(8, "doBuildTrie");
@@ -104,11 +113,11 @@ int UpdatePrefixSetListCallback::handlePrefix(Lumox::IpGenPrefix const& prefix) 
   Mox::Ptr<GenSetKeyGroup>& setList = sm_.prefixToGenSetGrp_.valueAt(at_);
   MOX_ASSERT(sm_.prefixToGenSetGrp_[at_].first == prefix && setList);
   ++at_;
-  setList = sm_.cut_.complete(prefix, *setList);
-  if (auto const hit = sm_.cut_.hitException())
+  setList = sm_.cut_->complete(prefix, *setList);
+  if (auto const hit = sm_.cut_->hitException())
     if (auto line = sm_.traceStep(9, "handlePrefix"))
       line << (*hit ? " ......hit exceptPrefix" : " ......did not hit exceptPrefix");
-  if (sm_.cut_.isExceededBy(sm_.prefixToGenSetGrp_, at_)) sm_.overflowIs(true);
+  if (sm_.cut_->isExceededBy(sm_.prefixToGenSetGrp_, at_)) sm_.overflowIs(true);
   return 1;
 }
 

@@ -5,19 +5,23 @@
 ///
 /// How they are cut is said in PrefixCut.h.
 
-#include "naxel/xform/PrefixCut.h"
 #include "naxel/xform/XformSmBase.h"
 #include "routing/TrieGen.h"
 
+#include <memory>
+
 namespace Naxel {
+
+class PrefixCut;
 
 class NAXEL_EXPORT NaxelPrefixXformSm : public XformSmBase {
  public:
-  using GroupMap = PrefixPieces;
+  using GroupMap = Mox::FlatMap<Lumox::IpGenPrefix, Mox::Ptr<GenSetKeyGroup>>;
 
   NaxelPrefixXformSm(Obel::ChipId chipId, Mox::Ptr<PrefixXformConfig> config,
                      Mox::Ptr<PrefixXformStatus> status,
                      Mox::Ptr<ChipHwCapability const> hwCapability);
+  ~NaxelPrefixXformSm() override;
 
   PrefixXformConfig const& prefixXformConfig() const { return configAs<PrefixXformConfig>(); }
   PrefixXformStatus& prefixXformStatus() const { return *status_; }
@@ -60,12 +64,10 @@ class NAXEL_EXPORT NaxelPrefixXformSm : public XformSmBase {
  private:
   friend class UpdatePrefixSetListCallback;
 
-  PrefixSetViews sets() const;
-
   Mox::Ptr<PrefixXformStatus> status_;
   Mox::Ptr<Routing::TrieGen> trie_;
   GroupMap prefixToGenSetGrp_;
-  PrefixCut cut_;  // of the run at hand
+  std::unique_ptr<PrefixCut> cut_;  // of the run at hand
 };
 NAXEL_EXPORT Mox::Ptr<NaxelPrefixXformSm> naxelPrefixXformSmFactory(
     Obel::ChipId chipId, Mox::Ptr<PrefixXformConfig> config, Mox::Ptr<PrefixXformStatus> status,

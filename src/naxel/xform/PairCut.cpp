@@ -1,6 +1,7 @@
 #include "naxel/xform/PairCut.h"
 
 #include "naxel/genset/KeyGroupInterner.h"
+#include "naxel/xform/PieceCounter.h"
 
 #include <algorithm>
 #include <span>

@@ -14,7 +14,7 @@
 /// pair, or its keys as a list, would cost their sum.
 
 #include "naxel/genset/GenSet.h"
-#include "naxel/xform/PieceCounter.h"
+#include "naxel/xform/PieceCount.h"
 
 #include <optional>
 #include <vector>

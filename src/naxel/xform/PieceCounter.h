@@ -5,6 +5,7 @@
 /// one too low once in some million million runs; nothing else depends on it.
 
 #include "mox/KeyedHash.h"
+#include "naxel/xform/PieceCount.h"
 
 #include <algorithm>
 #include <compare>
@@ -13,17 +14,6 @@
 #include <vector>
 
 namespace Naxel {
-
-/// Distinct pieces, and the sets that they lie in, counted for each piece.
-struct PieceCount {
-  size_t pieces = 0;
-  size_t memberships = 0;
-};
-
-/// Whether either is more than allowed.
-inline bool exceeds(PieceCount const& needed, PieceCount const& limit) {
-  return needed.pieces > limit.pieces || needed.memberships > limit.memberships;
-}
 
 /// Takes 16 bytes for each piece that differs, and at most as many again meanwhile.
 class PieceCounter {

@@ -29,6 +29,9 @@
 #include "naxel/genset/KeyPlaces.h"
 #include "naxel/xform/PieceGroups.h"
 
+#include <optional>
+#include <vector>
+
 namespace Naxel {
 
 /// A set as the cut reads it. Members and exceptions are masked.
@@ -46,7 +49,6 @@ using PrefixPieces = Mox::FlatMap<Lumox::IpGenPrefix, Mox::Ptr<GenSetKeyGroup>>;
 /// The cut step by step, for whoever shows the steps. cutPrefixes() takes them all.
 class PrefixCut {
  public:
-  PrefixCut() = default;
   /// Stops being of use once the pieces exceed the limit.
   PrefixCut(PrefixSetViews const& sets, PieceCount const& limit);
 

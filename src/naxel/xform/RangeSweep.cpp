@@ -1,6 +1,7 @@
 #include "naxel/xform/RangeSweep.h"
 
 #include "mox/Assert.h"
+#include "naxel/xform/PieceGroups.h"
 
 #include <algorithm>
 

@@ -16,9 +16,12 @@
 ///
 /// Cost. Sorting the points; between two elements only the sets count that come and go (PieceGroups.h).
 
-#include "naxel/xform/PieceGroups.h"
+#include "naxel/genset/GenSet.h"
+#include "naxel/xform/PieceCount.h"
 
 #include <functional>
+#include <optional>
+#include <span>
 
 namespace Naxel {
 

@@ -25,7 +25,7 @@
 #include "naxel/genset/NaxelDedup.h"
 #include "naxel/loader/HwCapability.h"
 #include "naxel/xform/NaxelXformTypes.h"
-#include "naxel/xform/PieceCounter.h"
+#include "naxel/xform/PieceCount.h"
 
 namespace Naxel {
 

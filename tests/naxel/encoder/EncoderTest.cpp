@@ -2,6 +2,7 @@
 /// plain, bit by bit forms of the same rules.
 
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
+#include "naxel/encoder/PairCounter.h"
 #include "naxel/types/NaxelTrace.h"
 #include "support/World.h"
 

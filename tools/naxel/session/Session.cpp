@@ -1,6 +1,8 @@
 #include "session/Session.h"
 
-#include "obel/TimerWheel.h"
+#include "naxel/control/StageControllerTypes.h"
+#include "naxel/encoder/EncoderTypes.h"
+#include "naxel/loader/NaxelLoaderTypes.h"
 
 namespace NaxelTool {
 

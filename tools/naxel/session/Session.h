@@ -4,7 +4,7 @@
 
 #include "input/ChipReader.h"
 #include "mox/Activity.h"
-#include "naxel/agent/Pipeline.h"
+#include "naxel/agent/Agent.h"
 #include "naxel/control/NaxelRootSm.h"
 #include "session/StageTimes.h"
 #include "softchip/SoftChip.h"
