@@ -14,6 +14,7 @@
 /// Cost. O(width * n log n); for disjoint aligned blocks, with a PairCounter at hand, without sorting, about
 /// twice the number of pairs where they form runs.
 
+#include "mox/AlignedBlocks.h"
 #include "naxel/encoder/LabelTypes.h"
 #include "naxel/encoder/PairCounter.h"
 
@@ -21,19 +22,14 @@
 
 namespace Naxel {
 
-/// Calls `add(pair)` for the maximal aligned blocks that cover exactly `start` to `end`, from the low end on: 5 to
-/// 12 gives 5, 6-7, 8-11 and 12. At most twice the width many.
+/// Calls `add(pair)` for the maximal aligned blocks that cover exactly `start` to `end`, from the low end on.
 template <class Add>
 void coverRange(uint32_t bitWidth, uint32_t start, uint32_t end, Add add) {
   uint32_t const full = (uint32_t{1} << bitWidth) - 1;
-  for (uint32_t at = start; at <= end;) {
-    uint32_t bits = 0;
-    // Grow while the block stays aligned and within the range.
-    while (bits < bitWidth && !(at >> bits & 1) && at + (uint32_t{2} << bits) - 1 <= end) ++bits;
-    add(EncodedLabelWithMask(static_cast<uint16_t>(at),
+  Mox::forEachAlignedBlock(start, end, bitWidth, [&](uint32_t first, unsigned bits) {
+    add(EncodedLabelWithMask(static_cast<uint16_t>(first),
                              static_cast<uint16_t>(full << bits & full)));
-    at += uint32_t{1} << bits;
-  }
+  });
 }
 
 /// Fewer pairs that match the same, in no particular order. `scratch` is a counter for that width, or null.

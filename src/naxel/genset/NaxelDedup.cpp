@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <utility>
 
 namespace Naxel {
 
@@ -27,7 +28,7 @@ void Deduper::clear() {
 
 Deduper::BucketMap Deduper::dedupedHash() const {
   BucketMap buckets;
-  if (slots_.empty()) return buckets;
+  if (last_.empty()) return buckets;
   for (Item const& item : items_) {
     uint32_t const hash = item.obj->hash();
     Mox::lookupOrMake(buckets, hash, [&] {
@@ -41,23 +42,24 @@ size_t Deduper::add(Mox::Ptr<Dedupable> const& obj) {
   uint64_t const place = obj->place();
   uint32_t const known = find(place, [&](Dedupable const& o) { return o.isEqual(obj); });
   if (known != none) return known;
-  if ((items_.size() + 1) * 2 > slots_.size()) rebuildIndex();
   items_.push_back({obj, place});
   enter(static_cast<uint32_t>(items_.size() - 1));
   return items_.size() - 1;
 }
 
 void Deduper::enter(uint32_t at) {
-  size_t const mask = slots_.size() - 1;
-  size_t slot = startOf(items_[at].place);
-  while (slots_[slot] != none) slot = (slot + 1) & mask;
-  slots_[slot] = at;
+  Item& item = items_[at];
+  if (uint32_t* last = last_.get(item.place)) {
+    item.before = std::exchange(*last, at);
+  } else {
+    item.before = none;
+    last_.insertAbsent({item.place, at});
+  }
 }
 
 void Deduper::rebuildIndex() {
-  size_t capacity = 16;
-  while (capacity < (items_.size() + 1) * 4) capacity *= 2;
-  slots_.assign(capacity, none);
+  last_.clear();
+  last_.reserve(items_.size());
   for (uint32_t at = 0; at < items_.size(); ++at) enter(at);
 }
 

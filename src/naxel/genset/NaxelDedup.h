@@ -38,8 +38,9 @@ class NAXEL_EXPORT DedupableList : public Mox::Entity {
   std::vector<Mox::Ptr<Dedupable>> dedupedObj_;
 };
 
-/// Index of objects by content: the objects and their places stand in arrays in the order in which
-/// they came, beside an open-addressing table of positions.
+/// Index of objects by content: the objects stand in an array in the order in which they came; a table
+/// leads from a place, a hash of content under the process's secret, to the last object of that place,
+/// and each object to the one before it.
 class NAXEL_EXPORT Deduper : public Mox::Entity {
  public:
   using BucketMap = Mox::OrderedMap<uint32_t, Mox::Ptr<DedupableList>>;
@@ -61,17 +62,15 @@ class NAXEL_EXPORT Deduper : public Mox::Entity {
   /// Position of the object of this place for which `same(object)` holds, or `none`.
   template <class Same>
   uint32_t find(uint64_t place, Same same) const {
-    if (slots_.empty()) return none;
-    size_t const mask = slots_.size() - 1;
-    for (size_t slot = startOf(place);; slot = (slot + 1) & mask) {
-      uint32_t const at = slots_[slot];
-      if (at == none || (items_[at].place == place && same(*items_[at].obj))) return at;
-    }
+    uint32_t const* last = last_.get(place);
+    for (uint32_t at = last ? *last : none; at != none; at = items_[at].before)
+      if (same(*items_[at].obj)) return at;
+    return none;
   }
   size_t objects() const { return items_.size(); }
   Mox::Ptr<Dedupable> const& object(size_t at) const { return items_[at].obj; }
   /// Forgets where the objects are, and keeps them.
-  void clearIndex() { slots_ = {}; }
+  void clearIndex() { last_.clear(); }
   /// Indexes the objects that are there.
   void rebuildIndex();
   /// Drops the objects for which `gone(position)` holds; the index must be empty.
@@ -90,12 +89,12 @@ class NAXEL_EXPORT Deduper : public Mox::Entity {
   struct Item {
     Mox::Ptr<Dedupable> obj;
     uint64_t place = 0;
+    uint32_t before = none;  // of the same place; means nothing while there is no index
   };
-  size_t startOf(uint64_t place) const { return static_cast<size_t>(place) & (slots_.size() - 1); }
   void enter(uint32_t at);
 
   std::vector<Item> items_;
-  std::vector<uint32_t> slots_;  // positions in items_; a power of two many, at most half in use
+  Mox::HashMap<uint64_t, uint32_t> last_;  // by place
 };
 
 /// Keeps objects while they are in use. Between kicks the index is empty; the objects stay.

@@ -1,5 +1,7 @@
 #include "input/Intervals.h"
 
+#include "mox/AlignedBlocks.h"
+
 #include <algorithm>
 
 namespace NaxelTool {
@@ -64,22 +66,8 @@ bool isEverything(IntervalSet const& set, unsigned bits) {
 
 uint64_t coverSize(IntervalSet const& set, unsigned bits) {
   uint64_t count = 0;
-  for (auto [first, last] : set) {
-    for (;;) {
-      ++count;
-      // Grow the block at `first` while it stays aligned and inside.
-      unsigned size = 0;
-      Wide blockLast = first;
-      while (size < bits && !((first >> size) & 1)) {
-        Wide const grown = blockLast | (Wide{1} << size);
-        if (grown > last) break;
-        blockLast = grown;
-        ++size;
-      }
-      if (blockLast == last) break;
-      first = blockLast + 1;
-    }
-  }
+  for (auto const& [first, last] : set)
+    Mox::forEachAlignedBlock(first, last, bits, [&](Wide, unsigned) { ++count; });
   return count;
 }
 
