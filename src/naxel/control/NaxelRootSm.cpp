@@ -252,11 +252,11 @@ void NaxelRootSm::handleNaxelKickTime() {
   if (auto line = trace(8))
     line << "handleNaxelKickTime"
          << " request " << kickRequest << " kick time " << agentKickTime;
-  Turn const turn(*this);
+  CallScope const call(*this);
   // A request that came from within one of these notifications is the newer one, and has been handled
   // by then.
   uint64_t const request = ++requests_;
-  auto const superseded = [&] { return turn.isLeft() || !rootConfig_ || requests_ != request; };
+  auto const superseded = [&] { return call.isLeft() || !rootConfig_ || requests_ != request; };
   rootStatus_->kickCountIs(rootStatus_->kickCount() + 1);
   if (superseded()) return;
   rootStatus_->kickTimeIs(agentKickTime);
@@ -286,7 +286,7 @@ void NaxelRootSm::handleStageStatus() {
     line << "handleStageStatus"
          << " stageStatus " << status.status();
   if (!stageControllerConfig() || status.kickTime() != stageControllerConfig()->kickTime()) return;
-  Turn const turn(*this);
+  CallScope const call(*this);
   // The handshake of a cancelled kick goes on.
   bool const goesOn = status.status() == StageStatusType::inProgress ||
                       (status.status() == StageStatusType::cancelled && isShakingHands());
@@ -306,7 +306,7 @@ void NaxelRootSm::handleStageStatus() {
       } catch (std::bad_alloc const&) {
         // The failure itself still has to be reported.
       }
-      if (turn.isLeft()) return;
+      if (call.isLeft()) return;
       return rootStatus_->kickProgressIs(NaxelProgress::naxelFinishedFail);
     case StageStatusType::finishedSkipped:
     case StageStatusType::finishedNotEnabled: break;
@@ -337,7 +337,7 @@ void NaxelRootSm::handleSilence() {
 }
 
 void NaxelRootSm::handleDeleted(char const* why) {
-  Turn const turn(*this);
+  CallScope const call(*this);
   if (auto line = trace(0)) line << "[" << chipId_ << "] " << why;
   if (auto const controller = stageControllerSm()) controller->obstacleIs(why);
 }

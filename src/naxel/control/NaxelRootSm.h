@@ -107,14 +107,14 @@ class NAXEL_EXPORT NaxelRootSm : public PipelineParts {
   class DeletionReactor;
   class LoaderInfoReactor;
   /// Keeps the root through a call in which handlers may let go of it.
-  class Turn {
+  class CallScope {
    public:
-    explicit Turn(NaxelRootSm& sm) : sm_(sm), alive_(Mox::keepAlive(&sm)) { ++sm_.turns_; }
-    ~Turn() { --sm_.turns_; }
-    Turn(Turn const&) = delete;
-    Turn& operator=(Turn const&) = delete;
+    explicit CallScope(NaxelRootSm& sm) : sm_(sm), alive_(Mox::keepAlive(&sm)) { ++sm_.calls_; }
+    ~CallScope() { --sm_.calls_; }
+    CallScope(CallScope const&) = delete;
+    CallScope& operator=(CallScope const&) = delete;
     /// Nobody but such calls has the root any more: it is as good as destroyed, and writes nothing.
-    bool isLeft() const { return alive_ && sm_.references() == sm_.turns_; }
+    bool isLeft() const { return alive_ && sm_.references() == sm_.calls_; }
 
    private:
     NaxelRootSm& sm_;
@@ -154,7 +154,7 @@ class NAXEL_EXPORT NaxelRootSm : public PipelineParts {
   Mox::Ptr<ChipHwCapability> kickCapability_;   // as of the last start
   Mox::Ptr<Acl::ParamConfig> kickParamConfig_;  // so too
   uint64_t requests_ = 0;
-  uint32_t turns_ = 0;
+  uint32_t calls_ = 0;
   Mox::Seconds progressAt_ = 0;
   Mox::Seconds silence_ = 0;  // after so long without progress it is told next
 

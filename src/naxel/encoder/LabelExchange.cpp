@@ -11,7 +11,7 @@ LabelExchange::LabelExchange(std::span<uint32_t const> owner, PairCounter& count
 void LabelExchange::add(uint32_t owned, std::span<uint16_t const> labels,
                         std::span<PairCounter::Pair const> blocks, uint64_t weight) {
   auto count = static_cast<uint32_t>(labels.size());
-  for (PairCounter::Pair const& block : blocks) count += 1u << std::popcount(block.stars);
+  for (PairCounter::Pair const& block : blocks) count += 1u << std::popcount(block.ignored);
   auto const least = static_cast<uint32_t>(std::popcount(count));
   sets_.push_back({owned, static_cast<uint32_t>(labels_.size()),
                    static_cast<uint32_t>(blocks_.size()), least, weight});
@@ -79,7 +79,7 @@ bool LabelExchange::improveSet(uint32_t set, std::vector<uint16_t>& values) {
     auto const found = counter_.merge(valuesOf(set, values), blocksOf(set));
     pairs.assign(found.begin(), found.end());
     std::sort(pairs.begin(), pairs.end(), [](auto const& a, auto const& b) {
-      return a.stars != b.stars ? a.stars < b.stars : a.lowest < b.lowest;
+      return a.ignored != b.ignored ? a.ignored < b.ignored : a.lowest < b.lowest;
     });
   };
   refresh();
@@ -98,13 +98,13 @@ bool LabelExchange::improvePair(uint32_t set, PairCounter::Pair moved,
                                 std::vector<uint16_t>& values) {
   uint32_t const label = labelAt_[moved.lowest];
   if (label == noLabel || owner_[label] == sets_[set].owned) return false;
-  auto const fewerStars = [](auto const& a, auto const& b) { return a.stars < b.stars; };
-  auto const [from, to] = std::equal_range(pairs.begin(), pairs.end(), moved, fewerStars);
+  auto const fewerIgnored = [](auto const& a, auto const& b) { return a.ignored < b.ignored; };
+  auto const [from, to] = std::equal_range(pairs.begin(), pairs.end(), moved, fewerIgnored);
   for (auto const& fixed : std::span(from, to)) {
     if (fixed.lowest == moved.lowest) continue;
     if (++steps_; exhausted()) return false;
     for (uint32_t bit = 1; bit < labelAt_.size(); bit <<= 1) {
-      if (moved.stars & bit) continue;
+      if (moved.ignored & bit) continue;
       auto const place = static_cast<uint16_t>(fixed.lowest ^ bit);
       uint32_t const other = labelAt_[place];
       if (other == noLabel || owner_[other] != owner_[label]) continue;
@@ -117,8 +117,8 @@ bool LabelExchange::improvePair(uint32_t set, PairCounter::Pair moved,
 bool LabelExchange::collectExchange(PairCounter::Pair pair, uint16_t difference) {
   moves_.clear();
   uint32_t const first = labelAt_[pair.lowest];
-  uint32_t const stars = pair.stars;
-  for (uint32_t bits = stars;; bits = (bits - 1) & stars) {
+  uint32_t const ignored = pair.ignored;
+  for (uint32_t bits = ignored;; bits = (bits - 1) & ignored) {
     uint32_t const a = labelAt_[pair.lowest | bits];
     uint32_t const b = labelAt_[(pair.lowest | bits) ^ difference];
     if (a == noLabel || b == noLabel || owner_[a] != owner_[first] || owner_[b] != owner_[first])

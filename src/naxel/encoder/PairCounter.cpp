@@ -4,10 +4,10 @@ namespace Naxel {
 
 size_t PairCounter::join(std::span<uint16_t const> values, std::span<Pair const> blocks) {
   pairs_.assign(values.begin(), values.end());
-  for (uint16_t v : values) stars_[v] = 0;
+  for (uint16_t v : values) ignored_[v] = 0;
   for (Pair const& block : blocks) {
     pairs_.push_back(block.lowest);
-    stars_[block.lowest] = block.stars;
+    ignored_[block.lowest] = block.ignored;
   }
   uint32_t differing = 0;
   for (uint16_t v : pairs_) differing |= static_cast<uint32_t>(v ^ pairs_[0]);
@@ -18,15 +18,15 @@ size_t PairCounter::join(std::span<uint16_t const> values, std::span<Pair const>
     size_t kept = 0;
     for (size_t i = 0; i < left; ++i) {
       uint16_t const v = pairs_[i];
-      uint16_t const stars = stars_[v];
-      if (stars == none) continue;
-      uint16_t& partner = stars_[v ^ bit];
-      bool const joins = partner == stars && !(stars & bit);
+      uint16_t const ignored = ignored_[v];
+      if (ignored == none) continue;
+      uint16_t& partner = ignored_[v ^ bit];
+      bool const joins = partner == ignored && !(ignored & bit);
       // The lower of the two does it, whichever comes first.
       if (joins && (v & bit)) continue;
       if (joins) {
         partner = none;
-        stars_[v] = static_cast<uint16_t>(stars | bit);
+        ignored_[v] = static_cast<uint16_t>(ignored | bit);
       }
       pairs_[kept++] = v;
     }
@@ -37,7 +37,7 @@ size_t PairCounter::join(std::span<uint16_t const> values, std::span<Pair const>
 
 uint32_t PairCounter::count(std::span<uint16_t const> values, std::span<Pair const> blocks) {
   size_t const left = join(values, blocks);
-  for (size_t i = 0; i < left; ++i) stars_[pairs_[i]] = none;
+  for (size_t i = 0; i < left; ++i) ignored_[pairs_[i]] = none;
   return static_cast<uint32_t>(left);
 }
 
@@ -46,8 +46,8 @@ std::span<PairCounter::Pair const> PairCounter::merge(std::span<uint16_t const> 
   size_t const left = join(values, blocks);
   merged_.clear();
   for (size_t i = 0; i < left; ++i) {
-    merged_.push_back({pairs_[i], stars_[pairs_[i]]});
-    stars_[pairs_[i]] = none;
+    merged_.push_back({pairs_[i], ignored_[pairs_[i]]});
+    ignored_[pairs_[i]] = none;
   }
   return merged_;
 }

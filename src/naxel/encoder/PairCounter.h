@@ -2,13 +2,12 @@
 
 /// Counts the value/mask pairs that LabelMerger makes of single values, without making them.
 ///
-/// Idea. A pair is known by the lowest of its values and by the set of bits that it ignores, its
-/// stars. Two pairs differ in one bit alone if their lowest values do and their stars are equal. So
-/// one word per value, the stars of the pair that begins there, holds the whole state: at each bit,
-/// from the lowest on, every pair looks at the word of its partner, and the upper one of two that
-/// join goes.
+/// Idea. A pair is known by the lowest of its values and by the bits that it ignores (its don't-care bits). Two
+/// pairs differ in one bit alone if their lowest values do and they ignore the same bits. So one word per value,
+/// the ignored bits of the pair that begins there, holds the whole state: at each bit, from the lowest on,
+/// every pair looks at the word of its partner, and the upper one of two that join goes.
 ///
-/// Cost. Values times bits at worst, about twice the values where they form aligned runs. One word
+/// Cost. Values times bits at worst, about twice the values where they form aligned blocks. One word
 /// for each value of the width.
 
 #include "mox/Export.h"
@@ -22,12 +21,12 @@ namespace Naxel {
 class NAXEL_EXPORT PairCounter {
  public:
   /// For values below 2^`bitWidth`, which is 0 to 16.
-  explicit PairCounter(uint32_t bitWidth) : stars_(size_t{1} << bitWidth, none) {}
+  explicit PairCounter(uint32_t bitWidth) : ignored_(size_t{1} << bitWidth, none) {}
 
   /// A pair: the lowest of its values, and the bits that it ignores.
   struct Pair {
     uint16_t lowest;
-    uint16_t stars;
+    uint16_t ignored;
   };
 
   /// The number of pairs for `values` and the pairs `blocks`, in any order. None may match what
@@ -40,13 +39,13 @@ class NAXEL_EXPORT PairCounter {
   uint64_t steps() const { return steps_; }
 
  private:
-  /// Stars where no pair begins. A pair with all sixteen stars has no partner to be told from.
+  /// Where no pair begins. A pair that ignores all sixteen bits has no partner to be told from.
   static constexpr uint16_t none = 0xffff;
 
-  /// Leaves the pairs in front of `pairs_` and their stars in place. Returns how many there are.
+  /// Leaves the pairs in front of `pairs_` and what they ignore in place. Returns how many there are.
   size_t join(std::span<uint16_t const> values, std::span<Pair const> blocks);
 
-  std::vector<uint16_t> stars_;
+  std::vector<uint16_t> ignored_;
   std::vector<uint16_t> pairs_;  // the lowest value of each
   std::vector<Pair> merged_;
   uint64_t steps_ = 0;

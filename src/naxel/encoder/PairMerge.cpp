@@ -84,7 +84,7 @@ std::vector<EncodedLabelWithMask> mergedPairs(uint32_t bitWidth,
     std::span<PairCounter::Pair const> const merged = scratch->merge({}, blocks);
     out.reserve(merged.size());
     for (PairCounter::Pair const& p : merged)
-      out.emplace_back(p.lowest, static_cast<uint16_t>(~p.stars & full));
+      out.emplace_back(p.lowest, static_cast<uint16_t>(~p.ignored & full));
     return out;
   }
   Pairs pairs;

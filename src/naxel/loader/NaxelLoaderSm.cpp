@@ -55,7 +55,7 @@ Mox::TraceLine LoaderSm::traceStep(int level, char const* step) const {
 void LoaderSm::doStartKick() {
   traceStep(8, "doStartKick");
   smStateIs(LoaderSmState::initial);
-  advancing_ = turnWanted_ = false;  // a write that threw may have left the loop marked as running
+  advancing_ = stepWanted_ = false;  // a write that threw may have left the loop marked as running
   isHitless_ = true;
   refusals_.clear();
   policy_.kickBegins(paramConfig_->permitDuringUpdate());
@@ -143,7 +143,7 @@ void LoaderSm::request(RequestState state, Mox::Ptr<PDData const> prev,
   advancing_ = true;  // what the driver answers from within the write waits for the loop
   pdConfig_->requestIs(std::move(prev), std::move(curr),
                        ResourceConfig(config()->kickTime(), state));
-  turnWanted_ = true;
+  stepWanted_ = true;
   if (outermost) advanceLoop();
 }
 
@@ -157,7 +157,7 @@ void LoaderSm::requestLoad() {
 void LoaderSm::doForget() noexcept {
   // Whatever was under way is left to the next kick, which supersedes it.
   smStateIs(LoaderSmState::initial);
-  turnWanted_ = false;
+  stepWanted_ = false;
 }
 
 void LoaderSm::handleXformStatus() {
@@ -228,7 +228,7 @@ void LoaderSm::advance() {
     traceStep(2, "advance") << ": ignored before the request";
     return;
   }
-  turnWanted_ = true;
+  stepWanted_ = true;
   if (!advancing_) advanceLoop();
 }
 
@@ -236,9 +236,9 @@ void LoaderSm::advanceLoop() {
   auto const alive = Mox::keepAlive(this);
   advancing_ = true;
   try {
-    while (turnWanted_ && !down_) {
-      turnWanted_ = false;
-      takeTurn();
+    while (stepWanted_ && !down_) {
+      stepWanted_ = false;
+      takeStep();
     }
   } catch (std::exception const& e) {
     doFailThrown(e.what());
@@ -258,7 +258,7 @@ void LoaderSm::assertLoadable(Judgement const& judgement) const {
                         valueToStrep(pdConfig_->pdResourceConfig()));
 }
 
-void LoaderSm::takeTurn() {
+void LoaderSm::takeStep() {
   bool const acquiring = pdConfig_->pdResourceConfig().requestState() == RequestState::acquire;
   Judgement const judgement = judged();
   assertLoadable(judgement);

@@ -19,8 +19,8 @@
 /// load and of a revert any policy that stands is lifted, whichever kick has set it, and the stage
 /// ends when that is confirmed. PolicyExchange knows how one is set and lifted, and which one stays.
 ///
-/// Re-entrancy. The driver may answer from within a write. Events only ask for another turn of one
-/// loop, which looks at the current state; every turn sets its state before it writes.
+/// Re-entrancy. The driver may answer from within a write. Events only ask for another step of one
+/// loop, which looks at the current state; every step sets its state before it writes.
 ///
 /// What is in force is what was last asked to be loaded: a load must not fail, so from the request
 /// on the driver will have it in force, whatever happens to the kick.
@@ -108,12 +108,12 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   void handleGlobalAclControl();
   void handleLoaderState();
 
-  /// Has the loop take another turn.
+  /// Has the loop take another step.
   void advance();
   void advanceLoop();
   /// What changes nothing, such as an answer to another request, is no progress.
   void noteProgress();
-  void takeTurn();
+  void takeStep();
   /// What the present answers come to. Traces which tables are missing.
   Judgement judged() const;
   /// Takes note of tables that refuse.
@@ -153,7 +153,7 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   bool down_ = false;        // the owner takes the pipeline down
   bool requested_ = false;   // a request of this loader stands
   bool advancing_ = false;   // the loop is running
-  bool turnWanted_ = false;  // something happened since its last look
+  bool stepWanted_ = false;  // something happened since its last look
   DriverReactor driverReactor_{*this};
 };
 NAXEL_EXPORT Mox::Ptr<LoaderSm> loaderSmFactory(Obel::ChipId chipId, Mox::Ptr<LoaderConfig> config,
