@@ -85,12 +85,16 @@ class Watcher : public Watched::Notifiee {
     if (auto const doNow = act) doNow();  // a copy, because it may destroy this watcher
   }
   void onPart(uint32_t const& key) override { log_ += name_ + std::to_string(key) + " "; }
-  virtual void onBeam() { log_ += name_ + ".beam "; }
   std::function<void()> act;
 
- private:
+ protected:
   std::string name_;
   std::string& log_;
+};
+
+struct TorchWatcher : Watcher<Torch> {
+  using Watcher::Watcher;
+  void onBeam() override { log_ += name_ + ".beam "; }
 };
 
 struct EntityTest : ::testing::Test {
@@ -207,7 +211,7 @@ TEST_F(EntityTest, AHandlerThatThrowsDoesNotStopTheRound) {
 TEST_F(EntityTest, ADerivedEntityHasTheAttributesAndWatchersOfItsBaseToo) {
   Ptr<Torch> const torch = makePtr<Torch>();
   a.notifierIs(torch.get());
-  Watcher<Torch> own("t", log, torch.get());
+  TorchWatcher own("t", log, torch.get());
   torch->levelIs(21);
   torch->beamIs(true);
   EXPECT_EQ(taken(), "a t t.beam ");

@@ -99,6 +99,7 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
   write("blank", " \n\n");
   write("text", "\n  permit ip any any\n");
   write("table", "old");
+  fs::create_hard_link(directory_ / "table", directory_ / "kept");
   std::string const line = "@1.0.0.0/8 2.0.0.0/8 0 : 65535 80 : 80 0x06/0xff ";
   write("set", line + "0x0200/0x1200\n" + line + "0x0000/0x0000\n" + line + "0x1000/0x1000\n");
   auto const files = [&] {
@@ -157,6 +158,7 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
   EXPECT_EQ(read("table"), "old");
   expectCall({"compile -o table three", 0, ""});
   EXPECT_TRUE(nlohmann::json::accept(read("table")));
+  EXPECT_EQ(read("kept"), "old") << "written over instead of replaced";
   EXPECT_EQ(files(), before + 2) << "more than .out and .err was left behind";
 }
 

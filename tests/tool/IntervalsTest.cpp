@@ -36,20 +36,24 @@ TEST(Intervals, UnionsDifferencesAndCoversOfEverySetOfFourBits) {
   IntervalSet other;
   for (unsigned mask = 0; mask < 1u << (1u << bits); ++mask) {
     std::vector<Interval> parts;
+    unsigned covered = 0;
     for (unsigned v = 0; v < 16; ++v) {
+      if (!(mask >> v & 1) || (v < covered && random() % 2)) continue;
       unsigned last = v;
       while (random() % 2 && mask >> (last + 1) & 1) ++last;
-      if (mask >> v & 1) parts.push_back({v, last});
+      parts.push_back({v, last});
+      covered = std::max(covered, last + 1);
     }
     std::shuffle(parts.begin(), parts.end(), random);
     IntervalSet const set = united(parts);
     ASSERT_EQ(maskOf(set), mask);
-    for (size_t i = 1; i < set.size(); ++i) ASSERT_LT(set[i - 1].last + 1, set[i].first) << mask;
     ASSERT_EQ(coverSize(set, bits), naiveCover(mask, 0, 16)) << mask;
     ASSERT_EQ(isEverything(set, bits), mask == 0xffff) << mask;
     IntervalSet const rest = without(set, other);
     ASSERT_EQ(maskOf(rest), mask & ~maskOf(other)) << mask << " without " << maskOf(other);
-    ASSERT_EQ(rest, united(rest)) << "not in normal form: " << mask;
+    for (IntervalSet const& s : {set, rest})
+      for (size_t i = 0; i < s.size(); ++i)
+        ASSERT_TRUE(s[i].first <= s[i].last && (i == 0 || s[i - 1].last + 1 < s[i].first)) << mask;
     if (random() % 3 == 0) other = set;
   }
 }
