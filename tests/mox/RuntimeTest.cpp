@@ -2,7 +2,7 @@
 
 #include "mox/Activity.h"
 #include "mox/Assert.h"
-#include "mox/Trace.h"
+#include "support/TraceLog.h"
 
 #include <algorithm>
 #include <memory>
@@ -15,19 +15,18 @@ namespace {
 /// Due once at a time of the clock; then does what the test asks of it.
 class Once : public ActivitySource {
  public:
-  Once(Activity& activity, Seconds due, std::function<void()> act = nullptr)
+  Once(Activity& activity, Seconds due, std::function<void()> act)
       : ActivitySource(activity), act_(std::move(act)), due_(due) {}
   bool runPass() override {
-    ++passes;
     if (due_ < 0 || activity().now() < due_) return false;
     due_ = -1;
-    if (auto const act = act_) act();  // a copy, because it may destroy this source
+    auto const act = act_;  // a copy, because it may destroy this source
+    act();
     return true;
   }
   Seconds untilDue() const override {
     return due_ < 0 ? -1 : std::max(0.0, due_ - activity().now());
   }
-  int passes = 0;
 
  private:
   std::function<void()> act_;
@@ -37,20 +36,20 @@ class Once : public ActivitySource {
 TEST(ActivityTest, SourcesMayComeAndGoInAPass) {
   ManualClock clock;
   Activity activity(clock);
-  std::unique_ptr<Once> first, second, third, late;
+  std::string log;
+  std::unique_ptr<Once> first, second, late;
   first = std::make_unique<Once>(activity, 0, [&] {
+    log += "first ";
     second.reset();
-    late = std::make_unique<Once>(activity, 0);
+    late = std::make_unique<Once>(activity, 0, [&] { log += "late "; });
     first.reset();
   });
   second = std::make_unique<Once>(activity, 0, [] { FAIL() << "gone before its turn"; });
-  third = std::make_unique<Once>(activity, 0);
+  Once const third(activity, 0, [&] { log += "third "; });
   EXPECT_TRUE(activity.runPass());
-  EXPECT_EQ(third->passes, 1);
-  EXPECT_EQ(late->passes, 0);  // starts with the next pass
+  EXPECT_EQ(log, "first third ");  // what comes starts with the next pass
   EXPECT_TRUE(activity.runPass());
-  EXPECT_EQ(third->passes, 2);
-  EXPECT_EQ(late->passes, 1);
+  EXPECT_EQ(log, "first third late ");
   EXPECT_FALSE(activity.runPass());
 }
 
@@ -70,46 +69,37 @@ TEST(ActivityTest, RunUntilEndsWhenDoneOrWhenNothingCanBecomeDue) {
   bool woken = false;
   Once soon(real, wall.now() + 0.005, [&] { woken = true; });
   EXPECT_TRUE(real.runUntil([&] { return woken; }, 60));
-  Once never(real, wall.now() + 1e6);
+  Once never(real, wall.now() + 1e6, nullptr);
   EXPECT_FALSE(real.runUntil([] { return false; }, 0.005));
 }
 
-struct TraceTest : ::testing::Test {
-  TraceTest() {
-    before = traceSinkIs([this](TraceFacility const& f, int level, std::string const& text) {
-      lines += f.name() + ":" + std::to_string(level) + ":" + text + "\n";
-    });
-  }
-  ~TraceTest() override { traceSinkIs(before); }
-  TraceSink before;
-  std::string lines;
+TEST(Trace, LevelsUpToThatOfTheFacilityAreWrittenAndOthersNotEvaluated) {
+  ::Test::TraceLog trace;
   TraceFacility facility{"Fac", 4};
-};
-
-TEST_F(TraceTest, LevelsUpToThatOfTheFacilityAreWrittenAndOthersNotEvaluated) {
   int evaluated = 0;
   auto const write = [&](int level) {
     if (auto line = facility.line(level)) line << "key:" << ++evaluated << ' ' << 0.5;
   };
   for (int level : {0, 4, 5, 9}) write(level);
-  EXPECT_EQ(lines, "Fac:0:key:1 0.5\nFac:4:key:2 0.5\n");
   facility.levelIs(-1);
   write(0);
+  EXPECT_EQ(trace.lines, "Fac:0:key:1 0.5\nFac:4:key:2 0.5\n");
   EXPECT_EQ(evaluated, 2);
 }
 
-TEST_F(TraceTest, ASinkMayThrowAndMayReplaceItself) {
+TEST(Trace, ASinkMayThrowAndMayReplaceItself) {
+  ::Test::TraceLog const before;
+  TraceFacility const facility{"Fac"};
   traceSinkIs([](auto const&...) { throw 1; });
   EXPECT_NO_THROW(facility.line(0) << "lost");
-  std::string second;
-  traceSinkIs([&, text = std::string("kept alive by the call")](auto const&...) {
-    traceSinkIs([&](TraceFacility const&, int, std::string const& t) { second += t; });
-    lines += text;
+  std::string log;
+  traceSinkIs([&, text = std::string("kept alive by the call ")](auto const&...) {
+    traceSinkIs([&](auto const&, int, std::string const& t) { log += t; });
+    log += text;
   });
   facility.line(0) << "one";
   facility.line(0) << "two";
-  EXPECT_EQ(lines, "kept alive by the call");
-  EXPECT_EQ(second, "two");
+  EXPECT_EQ(log, "kept alive by the call two");
   traceSinkIs(nullptr);
   EXPECT_NO_THROW(facility.line(0) << "dropped");
 }
