@@ -59,10 +59,9 @@ bool report(std::string const& path) {
   };
   for (PrefixXformKey const& key : PrefixXformKey::all())
     add(NaxelTool::prefixKeyName(key), *root.prefixXformStatus(key),
-        session.capability().prefixXformWidth(key));
+        chip.capability->prefixXformWidth(key));
   for (RangeSetType const type : allRangeSetTypes())
-    add(stringValue(type), *root.rangeSplitStatus(type),
-        session.capability().rangeXformWidth(type));
+    add(stringValue(type), *root.rangeSplitStatus(type), chip.capability->rangeXformWidth(type));
   if (least) print("all", least, reached);
   return true;
 }
