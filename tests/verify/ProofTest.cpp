@@ -269,6 +269,15 @@ TEST(Proof, SaysWhatIsMissingAndWhere) {
   }
   EXPECT_EQ(prove(*World(web + tcp + rest + "more 10 web").acls, world.tables(), layout).difference,
             "ACL more is not in the tables");
+  // An entry that matches nothing but the highest label.
+  PDAclFilter entry;
+  entry.dportIs({15, 15});
+  auto& tables = const_cast<PDData&>(world.tables());
+  tables.pdAclCollIs().pdAclIs({Lumox::ipv4(), "edge"})->ruleIs(AceIndex(10))->filterIs(entry);
+  EXPECT_EQ(
+      prove(*world.acls, tables, layout).difference,
+      "ACL edge rule 10 'web' " + wrong +
+          "ipv4 0.0.0.0 > 0.0.0.0 proto 0 ports 0 > 0 (where a miss yields the highest label)");
 }
 
 TEST(Proof, SaysWhenItRunsOutOfNodesAndCanBeRepeated) {
