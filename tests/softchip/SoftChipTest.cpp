@@ -38,8 +38,8 @@ class Bench : private Naxel::PDStatus::Notifiee {
   ///   ports N                      of the outputs from now on
   ///
   /// The record has the answers of the table of entries ("2:hitless"), what packets meet whenever it
-  /// changes ("rule10", "denyAll", "disturbed"), each tick ("|"), and in the end what is short and
-  /// what breaches the contract.
+  /// changes ("rule10", "denyAll", "disturbed"), each tick ("|"), and in the end whether a chip that
+  /// is at work reserves anything, what is short and what breaches the contract.
   std::string play(std::string const& script) {
     std::istringstream in(script);
     std::map<std::string, std::function<void(uint32_t)>> const numbers = {
@@ -88,6 +88,7 @@ class Bench : private Naxel::PDStatus::Notifiee {
       if (chip_->idle() && t != Table::tcpFlags && Naxel::tableStatus(*status_, t) != entries &&
           Naxel::tableStatus(*status_, t).responseState() != ResponseState::failed)
         out += " unlike " + Mox::stringValue(t);
+    if (!chip_->idle() && chip_->reservedFor() != 0) out += " reserves";
     for (Shortfall const& s : chip_->shortfalls()) out += " " + text(s);
     for (std::string const& breach : chip_->breaches()) out += " " + breach;
     return out.substr(out.empty() ? 0 : 1);
@@ -161,6 +162,8 @@ TEST(SoftChip, DoesWhatItsScriptSays) {
            // A load is finished before a newer acquire is answered, the newest of them alone.
            Case{"answer 3 acquire 1 10 tick 3 load 1 tick 1 acquire 2 20 acquire 3 30 tick 5",
                 "| | | 1:hitless | | | rule10 1:loaded | | | 3:hitless"},
+           // What a newer acquire supersedes is reserved no longer.
+           Case{"answer 1 acquire 1 10 run acquire 2 20", "1:hitless"},
            // What the library must not do.
            Case{"offer 10 load 1 run", "rule10 1:loaded load of an output that was not acquired"},
            Case{"refuse 1 acquire 1 10 run load 1 run",
