@@ -3,7 +3,7 @@
 ///   label_costs FILES...
 ///
 /// Compiles each file for the default chip and prints, per field and in all, the sums of uses times
-/// value/mask pairs: the least, those of the two plain orders, and the one that was reached.
+/// value/mask pairs: the least, and the one that was reached.
 
 #include "input/ChipReader.h"
 #include "input/InputFile.h"
@@ -21,22 +21,17 @@ using namespace Naxel;
 Test::LabelSets labelSetsOf(XformStatus const& xform, GenSetUsageInfo const& usage) {
   Test::LabelSets out;
   for (auto const& [key, list] : xform.plainLabelListMap()->plainLabelList()) {
-    Test::LabelSets::Set set;
+    Test::LabelSet& set = out.emplace_back();
     set.uses = usage.refCountValue(key);
     for (PlainLabel l : list->label()) set.labels.push_back(l.value());
-    out.sets.push_back(std::move(set));
   }
   return out;
 }
 
-void print(std::string const& field, Test::EncodedCost const& cost) {
-  auto const best = std::min(cost.ascending, cost.joined);
-  std::printf(
-      "%-10s %9llu %9llu %9llu %9llu %8.3f %8.3f\n", field.c_str(),
-      static_cast<unsigned long long>(cost.least), static_cast<unsigned long long>(cost.ascending),
-      static_cast<unsigned long long>(cost.joined), static_cast<unsigned long long>(cost.reached),
-      static_cast<double>(cost.reached) / static_cast<double>(cost.least),
-      static_cast<double>(cost.reached) / static_cast<double>(best));
+void print(std::string const& field, uint64_t least, uint64_t reached) {
+  std::printf("%-10s %9llu %9llu %8.3f\n", field.c_str(), static_cast<unsigned long long>(least),
+              static_cast<unsigned long long>(reached),
+              static_cast<double>(reached) / static_cast<double>(least));
 }
 
 bool report(std::string const& path) {
@@ -49,27 +44,25 @@ bool report(std::string const& path) {
     std::cerr << path << ": the rules do not fit\n";
     return false;
   }
-  std::printf("%s\n%-10s %9s %9s %9s %9s %8s %8s\n", NaxelTool::baseName(path).c_str(), "field",
-              "least", "ascending", "joined", "reached", "/ least", "/ best");
+  std::printf("%s\n%-10s %9s %9s %8s\n", NaxelTool::baseName(path).c_str(), "field", "least",
+              "reached", "/ least");
   NaxelRootSm const& root = session.root();
-  Test::EncodedCost all;
+  uint64_t least = 0;
+  uint64_t reached = 0;
   auto const add = [&](std::string const& field, XformStatus const& xform, uint32_t width) {
     Test::LabelSets const sets = labelSetsOf(xform, *root.aggregatorStatus()->genSetUsageInfo());
-    if (width == 0 || sets.sets.empty()) return;
-    Test::EncodedCost const cost = encodedCost(sets, width);
-    print(field, cost);
-    all.least += cost.least;
-    all.ascending += cost.ascending;
-    all.joined += cost.joined;
-    all.reached += cost.reached;
+    if (width == 0 || sets.empty()) return;
+    Test::EncodedSets const made = Test::encoded(sets, width);
+    print(field, made.least, made.cost);
+    least += made.least;
+    reached += made.cost;
   };
   for (PrefixXformKey const& key : PrefixXformKey::all())
     add(NaxelTool::prefixKeyName(key), *root.prefixXformStatus(key),
-        session.capability().prefixXformWidth(key));
+        chip.capability->prefixXformWidth(key));
   for (RangeSetType const type : allRangeSetTypes())
-    add(stringValue(type), *root.rangeSplitStatus(type),
-        session.capability().rangeXformWidth(type));
-  if (all.least) print("all", all);
+    add(stringValue(type), *root.rangeSplitStatus(type), chip.capability->rangeXformWidth(type));
+  if (least) print("all", least, reached);
   return true;
 }
 

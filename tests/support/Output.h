@@ -20,13 +20,9 @@ struct Match {
   uint16_t mask = 0xffff;
 };
 
-inline void matchIs(Naxel::PDAclFilter& f, Match const& m) {
-  f.labelFieldIs(m.field, {m.label, m.mask});
-}
-
 inline Naxel::PDAclFilter entryOf(std::vector<Match> const& matches) {
   Naxel::PDAclFilter f;
-  for (Match const& m : matches) matchIs(f, m);
+  for (Match const& m : matches) f.labelFieldIs(m.field, {m.label, m.mask});
   return f;
 }
 
