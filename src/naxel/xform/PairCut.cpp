@@ -64,10 +64,9 @@ std::vector<SourcePairs> bySource(PairSetViews const& sets) {
       out.push_back({src, set.key, std::span(all).subspan(from, to - from)});
     }
   }
-  std::stable_sort(
-      out.begin(), out.end(),
-      // Stable, so that the sets of a source label stay in ascending order of their keys.
-      [](SourcePairs const& x, SourcePairs const& y) { return x.src < y.src; });
+  // Stable, so that the sets of a source label stay in ascending order of their keys.
+  std::stable_sort(out.begin(), out.end(),
+                   [](SourcePairs const& x, SourcePairs const& y) { return x.src < y.src; });
   return out;
 }
 
