@@ -146,6 +146,8 @@ class NAXEL_EXPORT PDStatus : public Mox::Entity {
   Mox::OrderedMap<PrefixXformKey, ResourceStatus> const& pdPrefixXformEntryStatus() const {
     return prefix_;
   }
+  /// Writes wake the library within the call; when this one returns another request may stand, here as with
+  /// every other status.
   void pdPrefixXformEntryStatusIs(PrefixXformKey const& key, ResourceStatus const& v) {
     itemSet(prefix_, key, v, &Notifiee::onPdPrefixXformEntryStatus);
   }
