@@ -103,6 +103,7 @@ void writeIp4(std::string& out, uint32_t addr) {
 }  // namespace Lumox
 
 void Mox::TextForm<Lumox::Ip6Addr>::read(TextCursor& c, Lumox::Ip6Addr& v) {
+  // Errors are reported at the beginning of the address, which is read as a whole.
   TextCursor const before = c;
   std::string_view const text =
       c.takeWhile([](char ch) { return Lumox::isHex(ch) || ch == ':' || ch == '.'; });

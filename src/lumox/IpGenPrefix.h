@@ -74,6 +74,7 @@ class NAXEL_EXPORT IpGenPrefix {
 
   friend bool operator==(IpGenPrefix const&, IpGenPrefix const&) = default;
   friend std::strong_ordering operator<=>(IpGenPrefix const& a, IpGenPrefix const& b) {
+    // The length comes last, so that a prefix stands in front of the longer ones below it.
     if (auto const c = a.af_ <=> b.af_; c != 0) return c;
     if (auto const c = a.hi_ <=> b.hi_; c != 0) return c;
     if (auto const c = a.lo_ <=> b.lo_; c != 0) return c;
@@ -84,6 +85,7 @@ class NAXEL_EXPORT IpGenPrefix {
   IpGenPrefix(AddressFamily af, uint64_t hi, uint64_t lo, uint8_t length)
       : hi_(hi), lo_(lo), length_(length), af_(af) {}
   uint64_t maskHi() const {
+    // To shift by all 64 bits is undefined, so both ends of the scale are cases of their own.
     return length_ == 0 ? 0 : length_ >= 64 ? ~uint64_t{0} : ~uint64_t{0} << (64 - length_);
   }
   uint64_t maskLo() const {

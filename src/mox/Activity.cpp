@@ -61,8 +61,11 @@ bool Activity::runUntil(std::function<bool()> const& done, Seconds timeout) {
     for (ActivitySource const* source : sources_)
       if (source) wait = earlier(wait, source->untilDue());
     Seconds const elapsed = std::chrono::duration<double>(SteadyClock::now() - begin).count();
+    // A hand-set clock does not move while this thread sleeps.
     bool const canWait = dynamic_cast<ManualClock const*>(&clock_) == nullptr;
+    // Only what brings work on keeps the loop alive. A timer that merely watches would do so for ever.
     if (wait < 0 || elapsed >= timeout || (wait > 0 && !canWait)) return false;
+    // Sleeps no longer than until a watching timer is due, which has to run though nothing comes of it.
     wait = std::min(earlier(wait, untilTimer()), timeout - elapsed);
     std::this_thread::sleep_for(std::chrono::duration<double>(wait));
   }

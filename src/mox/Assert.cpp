@@ -30,6 +30,7 @@ void assertionFailed(char const* text, char const* file, int line, char const* f
   std::fprintf(stderr, "assertion failed: %s at %s:%d in %s%s%s\n", text, file, line, function,
                separator, detail.c_str());
   std::fflush(stderr);
+  // A handler that breaks an invariant itself must not call itself for ever.
   static std::atomic<bool> handling{false};
   if (!handling.exchange(true)) {
     try {

@@ -47,6 +47,7 @@ class Chunked {
           at_ = 0;
         }
       } else {
+        // The element has been deleted or has moved to another piece: the key says where to go on.
         std::tie(chunk_, at_) = coll_->placeBehind(key_);
       }
       settle();
@@ -114,6 +115,8 @@ class Chunked {
       return false;
     }
     size_t at = chunkOf(KeyOf::key(item));
+    // The common case of a collection that is filled in order: no piece is split, so that all but the last
+    // stay full.
     bool const behindAll = at == chunks();
     if (behindAll && at > 0) --at;
     Chunk* into = &chunk(at);
@@ -138,6 +141,7 @@ class Chunked {
     from.erase(item);
     --size_;
     if (!from.empty() || more_.empty()) return true;
+    // No piece may be empty, or a search by the last keys of the pieces would fail.
     if (at == 0) std::swap(head_, more_.front());
     more_.erase(more_.begin() + static_cast<std::ptrdiff_t>(at == 0 ? 0 : at - 1));
     return true;
@@ -181,6 +185,7 @@ class Chunked {
     Chunk& lower = chunk(at);
     Chunk& upper = chunk(at + 1);
     auto const middle = lower.begin() + chunkSize / 2;
+    // What may fail comes before any element is moved, and the new piece is taken out again.
     try {
       upper.reserve(chunkSize);
     } catch (...) {

@@ -22,7 +22,9 @@ class NotifieeRound {
 
   Notifiee* next() {
     Notifiee* const n = next_;
+    // Attachments are numbered in the order of the list, so everything behind this one came later, too.
     if (!n || n->attached_ > limit_) return nullptr;  // came after this round began
+    // The step is made before the call: the notifiee may detach or destroy itself within it.
     next_ = n->next_;
     return n;
   }
@@ -43,6 +45,7 @@ Notifiee::~Notifiee() { notifierIs(nullptr); }
 
 void Notifiee::notifierIs(Entity* entity) {
   if (entity == notifier_) return;
+  // What may fail for want of memory comes before anything is changed.
   if (entity && !entity->notifiees_) entity->notifiees_ = std::make_unique<Entity::List>();
   if (notifier_) {
     Entity::List& list = *notifier_->notifiees_;
@@ -63,6 +66,7 @@ void Notifiee::notifierIs(Entity* entity) {
 
 Entity::~Entity() {
   if (!notifiees_) return;
+  // Whoever watches is left detached, and not with a reference to what is gone.
   while (notifiees_->first) notifiees_->first->notifierIs(nullptr);
 }
 

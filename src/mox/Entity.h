@@ -100,6 +100,7 @@ class NAXEL_EXPORT Entity : public RefCounted {
   template <class N, class T, class V>
   void attrIs(T& slot, V&& value, void (N::*on)()) {
     if (slot == value) return;
+    // The value stands before anybody is told: handlers read the entity and not an argument.
     slot = std::forward<V>(value);
     notify(on);
   }
@@ -107,6 +108,7 @@ class NAXEL_EXPORT Entity : public RefCounted {
   template <class N, class Map, class K, class Make>
   auto itemIs(Map& map, K const& key, void (N::*on)(K const&), Make make) {
     if (auto* item = map.get(key)) return *item;
+    // Made before the map is touched, so that an exception leaves no null under the key.
     auto item = make();
     map.set(key, item);
     notify(on, key);
@@ -117,6 +119,8 @@ class NAXEL_EXPORT Entity : public RefCounted {
   void itemDel(Coll& coll, K const& key, void (N::*on)(K const&)) {
     // The caller's key may live in what is deleted.
     K const copy = key;  // NOLINT(performance-unnecessary-copy-initialization): see above
+    // Held beyond its deletion, so that those who watch the member can be told behind those who watch the
+    // collection.
     auto const deleted = memberOf(coll, copy);
     if (!coll.erase(copy)) return;
     notify(on, copy);
@@ -139,6 +143,8 @@ class NAXEL_EXPORT Entity : public RefCounted {
   /// Empties a collection and tells every key that was there.
   template <class N, class Coll, class K>
   void collDelAll(Coll& coll, void (N::*on)(K const&)) {
+    // Gathered before the collection is emptied: a handler may fill it again, and must not be told of what
+    // it has added.
     std::vector<K> keys;
     std::vector<decltype(memberOf(coll, std::declval<K const&>()))> deleted;
     for (auto const& item : coll) {
@@ -155,6 +161,8 @@ class NAXEL_EXPORT Entity : public RefCounted {
   void notify(void (N::*on)(A...), std::type_identity_t<A>... args) {
     if (!notifiees_) return;
     notifyAll([&](Notifiee& n) {
+      // A notifiee of a base type watches the attributes of the base alone, and so does one that only waits
+      // for the deletion.
       if (auto* typed = dynamic_cast<N*>(&n)) (typed->*on)(args...);
     });
   }
@@ -205,6 +213,7 @@ class NAXEL_EXPORT Entity : public RefCounted {
   }
   void notifyAll(std::function<void(Notifiee&)> const& call);
 
+  // Most entities are never watched, and pay one pointer for it.
   std::unique_ptr<List> notifiees_;  // null until the first notifiee comes
 };
 

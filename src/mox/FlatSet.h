@@ -71,7 +71,9 @@ class SortedVector {
   void adopt(std::vector<T> items) {
     auto const less = [](T const& a, T const& b) { return KeyOf::key(a) < KeyOf::key(b); };
     auto const notLess = [&](T const& a, T const& b) { return !less(a, b); };
+    // What comes in order already, as it mostly does, is taken over without sorting.
     if (std::adjacent_find(items.begin(), items.end(), notLess) != items.end()) {
+      // Stable, so that it is decided which one of equal keys stays.
       std::stable_sort(items.begin(), items.end(), less);
       items.erase(std::unique(items.begin(), items.end(), notLess), items.end());
     }

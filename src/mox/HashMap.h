@@ -99,8 +99,10 @@ class HashTable {
   T& insertAbsent(T item) {
     if (size_ == 0 && !items_.empty()) clear();  // only now: iterators live through deletions
     size_t const places = items_.size() + 1;
+    // Gaps count as places here, since nothing but a rebuild closes them.
     if (index_.empty() ? places > smallSize : places * 4 > index_.size() * 3) rebuild(size_ + 1);
     bool const gaps = !gaps_.empty();
+    // First, so that the two arrays agree again whichever of the two insertions runs out of memory.
     if (gaps) gaps_.push_back(static_cast<uint32_t>(items_.size()));
     try {
       items_.push_back(std::move(item));
@@ -126,7 +128,9 @@ class HashTable {
       gaps_.resize(items_.size());
       std::iota(gaps_.begin(), gaps_.end(), uint32_t{0});
     }
+    // Not vacant: a search for a key that has been placed behind this slot must go on.
     if (!index_.empty()) index_[slotOf(key)] = deleted;
+    // What the element owns is given back now and not with the next insertion.
     items_[at] = T();
     --size_;
     openGap(at);
@@ -189,6 +193,7 @@ class HashTable {
     size_t capacity = 0;
     if (n > smallSize)
       for (capacity = 2 * smallSize; capacity < n * 2;) capacity *= 2;
+    // Allocated before anything is moved, so that an exception leaves the table as it is.
     std::vector<uint32_t> index(capacity, vacant);
     if (!gaps_.empty()) {
       size_t to = 0;

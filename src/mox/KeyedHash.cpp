@@ -38,6 +38,7 @@ std::optional<HashSecret>& fixed() noexcept {
 
 HashSecret const& hashSecret() noexcept {
   static HashSecret const secret = [] {
+    // Before the secret is drawn: from here on a fixed one would come too late.
     used = true;
     return fixed() ? *fixed() : drawn();
   }();

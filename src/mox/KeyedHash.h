@@ -55,6 +55,7 @@ class KeyedHash {
   KeyedHash& text(std::string_view s) noexcept {
     size_t at = 0;
     for (; at + 8 <= s.size(); at += 8) word(bytes(s.data() + at, 8));
+    // The length tells texts apart that differ in trailing zero bytes alone.
     return word(bytes(s.data() + at, s.size() - at) | uint64_t{s.size()} << 56);
   }
   uint64_t finish() const noexcept {

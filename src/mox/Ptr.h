@@ -62,6 +62,8 @@ class Ptr {
   template <class U>
   requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& o)
   noexcept : p_(o.release()) {}
+  // The old object is let go of at the end, when this pointer has its new value: a destructor may come back
+  // here.
   Ptr& operator=(Ptr o) noexcept {
     std::swap(p_, o.p_);
     return *this;

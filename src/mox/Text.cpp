@@ -22,6 +22,7 @@ void TextCursor::fail(std::string const& what) const {
 uint64_t TextCursor::takeNumber(uint64_t max) {
   std::string_view const digits = takeWhile([](char ch) { return ch >= '0' && ch <= '9'; });
   if (digits.empty() || (digits.size() > 1 && digits[0] == '0')) {
+    // The offset in the message is that of the number.
     at_ -= digits.size();
     fail("expected a decimal number");
   }

@@ -77,6 +77,7 @@ class ValueType {
     if constexpr (requires { a.orderKey(); }) {
       return a.orderKey() <=> b.orderKey();
     } else {
+      // Partial, because a field may be a floating-point number.
       std::partial_ordering order = std::partial_ordering::equivalent;
       std::apply(
           [&](auto const&... f) {

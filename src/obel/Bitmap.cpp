@@ -18,6 +18,7 @@ void Bitmap::forEachWord(uint32_t first, uint32_t last, F f) const {
   for (uint32_t w = first / 64; w <= lastWord; ++w) {
     uint64_t mask = ~uint64_t{0};
     if (w == first / 64) mask &= ~uint64_t{0} << (first % 64);
+    // Both ends may lie in one word.
     if (w == lastWord) mask &= ~uint64_t{0} >> (63 - last % 64);
     f(w, mask);
   }
@@ -30,6 +31,7 @@ bool Bitmap::bitIsSet(uint32_t i) const {
 
 void Bitmap::setBitsInRange(uint32_t first, uint32_t last) {
   forEachWord(first, last, [this](uint32_t w, uint64_t mask) {
+    // Only bits that were clear count.
     set_ += static_cast<uint32_t>(std::popcount(mask & ~words_[w]));
     words_[w] |= mask;
   });

@@ -19,6 +19,7 @@ TimerNotifiee::~TimerNotifiee() {
 }
 
 void TimerNotifiee::timerWheelIs(Mox::Ptr<TimerWheel> wheel) {
+  // The new wheel first: it may lack the memory, and then the timer stays armed where it is.
   if (wheel) wheel->join();
   Mox::Seconds const expiry = earliestExpiry();
   earliestExpiryDel();
@@ -28,6 +29,7 @@ void TimerNotifiee::timerWheelIs(Mox::Ptr<TimerWheel> wheel) {
 }
 
 void TimerNotifiee::earliestExpiryIs(Mox::Seconds expiry) {
+  // Written so that a time that is no number disarms as well.
   if (!(expiry >= 0)) return earliestExpiryDel();
   MOX_ASSERT(wheel_);
   // So that a clock that steps back cannot delay an expiry set to its present reading.
@@ -83,6 +85,8 @@ void TimerWheel::join() {
 }
 
 void TimerWheel::arm(TimerNotifiee& t) {
+  // A timer that is armed anew stands behind the others of its time, as one that is armed for the first
+  // time does.
   t.order_ = ++armings_;
   Heap& heap = heapOf(t);
   heap.push_back(&t);
@@ -93,6 +97,7 @@ void TimerWheel::arm(TimerNotifiee& t) {
 void TimerWheel::disarm(TimerNotifiee& t) {
   size_t const place = t.place_;
   t.place_ = TimerNotifiee::notArmed;
+  // The pass that is running finds the empty place and calls nobody, also where the timer is destroyed.
   if (t.due_) {
     due_[place] = nullptr;
     t.due_ = false;
@@ -103,6 +108,7 @@ void TimerWheel::disarm(TimerNotifiee& t) {
   heap.pop_back();
   if (last == &t) return;
   put(heap, place, last);
+  // The last timer may belong above or below the place that has become free.
   siftUp(heap, place);
   siftDown(heap, last->place_);
 }
@@ -118,6 +124,8 @@ bool TimerWheel::runPass() {
   auto const alive = Mox::keepAlive(this);
   Mox::Seconds const present = now();
   try {
+    // Room for everything that can be due, before any timer leaves its heap: one that was taken out and not
+    // written down would never expire.
     due_.reserve(due_.size() + heap_[0].size() + heap_[1].size());
   } catch (std::bad_alloc const&) {
     return true;  // the next pass finds everything as it is
@@ -129,9 +137,12 @@ bool TimerWheel::runPass() {
     due_.push_back(t);
   }
   bool const worked = nextDue_ < due_.size();
+  // The position belongs to the wheel and not to this call: a pass that a handler runs takes the rest, and
+  // this one then finds nothing.
   while (nextDue_ < due_.size()) {
     TimerNotifiee* const t = due_[nextDue_++];
     if (!t) continue;
+    // Before the call, so that the handler may arm it anew or destroy it.
     disarm(*t);
     try {
       t->handleExpiry();

@@ -103,6 +103,7 @@ class NAXEL_EXPORT TimerWheel : public Mox::RefCounted, public Mox::ActivitySour
   size_t nextDue_ = 0;
   size_t members_ = 0;  // timers that share this wheel, armed or not
   uint64_t armings_ = 0;
+  // Never falls, whatever the clock does.
   mutable Mox::Seconds now_ = 0;
 };
 

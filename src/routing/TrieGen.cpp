@@ -14,6 +14,8 @@ void TrieGen::settle() const {
   parents_.assign(prefixes_.size(), none);
   std::vector<uint32_t> ancestors;
   for (uint32_t i = 0; i < prefixes_.size(); ++i) {
+    // In natural order whatever contains a prefix stands before it, and what ends before it contains
+    // nothing that follows.
     while (!ancestors.empty() && !prefixes_[ancestors.back()].contains(prefixes_[i]))
       ancestors.pop_back();
     if (!ancestors.empty()) parents_[i] = ancestors.back();
@@ -42,6 +44,7 @@ void TrieGen::routeIs(Lumox::IpGenPrefix const& prefix, bool present) {
     if (at == prefixes_.size() || prefixes_[at] != prefix) return;
     prefixes_.erase(prefixes_.begin() + static_cast<std::ptrdiff_t>(at));
   }
+  // Put in order at the next question, so that many insertions are sorted once.
   settled_ = false;
 }
 
@@ -59,6 +62,7 @@ Lumox::IpGenPrefix TrieGen::findParent(Lumox::IpGenPrefix const& prefix) const {
   settle();
   Lumox::IpGenPrefix const sought = prefix.masked();
   size_t at = cursor_;
+  // The place of a walk is a guess that is mostly right, and is checked.
   if (at >= prefixes_.size() || prefixes_[at] != sought) at = position(sought);
   uint32_t parent = none;
   if (at < prefixes_.size() && prefixes_[at] == sought) {
@@ -74,6 +78,7 @@ Lumox::IpGenPrefix TrieGen::findParent(Lumox::IpGenPrefix const& prefix) const {
 void TrieGen::preOrderWalk(Lumox::IpGenPrefix const& root, TrieGenWalkCallback& callback) const {
   settle();
   for (size_t at = position(root.masked()); at < prefixes_.size(); ++at) {
+    // What lies under a prefix stands together, beginning with the prefix itself.
     if (!root.contains(prefixes_[at])) break;
     cursor_ = at;
     if (callback.handlePrefix(prefixes_[at]) == 0) break;

@@ -41,11 +41,13 @@ Cuts<Address> LoadedTables::cutsOf(Naxel::PDPrefixXformEntryColl const& table) {
   auto const closeOne = [&] {
     Address const last = open.back()->in.last;
     open.pop_back();
+    // Behind the last address there is nothing to cut; the next one wraps to 0.
     if (nextAddress(last) == Address{}) return;  // the end of the number line
     out.cut(nextAddress(last), open.empty() ? std::nullopt : std::optional(open.back()->label));
   };
   for (Piece const& p : pieces) {
     while (!open.empty() && open.back()->in.last < p.in.first) closeOne();
+    // Of equal prefixes the first counts, as in a search from the first entry on.
     if (!open.empty() && open.back()->in == p.in) continue;
     out.cut(p.in.first, p.label);
     open.push_back(&p);
@@ -58,6 +60,7 @@ Cuts<uint16_t> LoadedTables::cutsOf(Naxel::PDRangeXformEntryColl const& table) {
   Cuts<uint16_t> out;
   for (auto const& e : table.entry()) {
     out.cut(e.key().first(), e.value().value());
+    // A cut at the end says that no label holds from there on; a range that follows at once replaces it.
     if (e.key().last() < 65535) out.cut(static_cast<uint16_t>(e.key().last() + 1), std::nullopt);
   }
   return out;
@@ -81,6 +84,7 @@ LoadedTables::Acl LoadedTables::aclOf(Naxel::PDAclRuleColl const& rules) {
         auto const& match = filter.labelField(field);
         auto const i = static_cast<size_t>(field);
         e.mask[i] = match.mask().value();
+        // Bits that are not compared are cleared once, and need no mask in the index.
         e.value[i] = match.label().value() & e.mask[i];
       }
       e.never = Verify::matchesNothing(filter);
@@ -97,6 +101,7 @@ LoadedTables::Acl LoadedTables::aclOf(Naxel::PDAclRuleColl const& rules) {
 void LoadedTables::buildIndex(Acl& acl) {
   for (Field field : Naxel::allLabelFields()) {
     uint16_t used = 0;
+    // A byte that no entry looks at would cost every lookup one row and turn nobody away.
     for (Entry const& e : acl.entry) used |= e.mask[static_cast<size_t>(field)];
     for (uint8_t shift : {uint8_t{8}, uint8_t{0}})
       if (used >> shift & 255) acl.keyByte.push_back({field, shift});
@@ -158,6 +163,7 @@ void LoadedTables::combine(Labels& labels, Field to, ComboLabelSetType type, Fie
   if (!labels[src] || !labels[dst]) return;
   uint32_t const key = uint32_t{*labels[src]} << 16 | *labels[dst];
   Pairs const& pairs = combo_[static_cast<size_t>(type)];
+  // The pair of the key and the least label comes before every entry of that key.
   auto const found = std::lower_bound(pairs.begin(), pairs.end(), std::pair(key, uint16_t{0}));
   if (found != pairs.end() && found->first == key) labels[to] = found->second;
 }
@@ -193,6 +199,7 @@ size_t LoadedTables::firstEntry(Acl const& acl, Labels const& labels, Packet con
 
 Verdict LoadedTables::lookup(PDAclKey const& key, Packet const& packet) {
   auto const found = acl_.find(key);
+  // An ACL decides on packets of its family alone.
   if (found == acl_.end() || key.af() != packet.af) return {};
   Acl& acl = found->second;
   size_t const at = firstEntry(acl, labelsOf(packet), packet);

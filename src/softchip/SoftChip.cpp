@@ -33,6 +33,7 @@ Chip::~Chip() = default;
 
 void Chip::takeOver() {
   ResourceConfig const request = config_->pdResourceConfig();
+  // The pair is never null, so the id alone tells one that has been in use.
   bool const inUse = request.requestId() != 0;
   bool const answered = !inUse || isAnswered(request);
   if (inUse) {
@@ -41,6 +42,8 @@ void Chip::takeOver() {
     bank_ = std::make_unique<LoadedTables>(data, KeyLayout::of(*data, options_.missYields));
   }
   bool const outstanding = inUse && config_->globalAclControl() != policy_;
+  // After the tables are there: a policy that the library lifts in answer to this write must uncover the
+  // right ones.
   if (options_.bootPolicy) {
     policy_ = *options_.bootPolicy;
     status_->globalAclControlIs(policy_);
@@ -83,10 +86,14 @@ void Chip::handleRequest() {
   uint32_t const ticks = options_.answerAfterTicks;
   switch (request.requestState()) {
     case RequestState::acquire:
+      // First: what is left of an earlier acquire or revert must not run before this one, and what it has
+      // reserved is free.
       supersede();
       steps_.push_back({Step::What::decide, request, ticks, offer});
       break;
     case RequestState::load:
+      // Two steps, so that packets meet the chip between clearing and rewriting for as many ticks as the
+      // options say.
       steps_.push_back({Step::What::beginLoad, request, 0, offer});
       steps_.push_back({Step::What::finishLoad, request, ticks, offer});
       break;
@@ -100,6 +107,7 @@ void Chip::handleRequest() {
 /// Drops what is left of an acquire or revert, and what an acquire has reserved.
 void Chip::supersede() {
   if (!isLoading()) acquired_.reset();
+  // A load that has begun cannot be taken back, and nobody would know what the chip holds.
   std::erase_if(steps_, [&](Step const& step) {
     if (step.request.requestState() == RequestState::load) return false;
     return !(options_.staleAnswers && step.what == Step::What::answer);
@@ -110,6 +118,8 @@ void Chip::supersede() {
 void Chip::handlePolicy() {
   GlobalAclControl const wanted = config_->globalAclControl();
   if (policyPending_ && !policyTakenBack_ && wanted == policy_) {
+    // Taken back before it was confirmed: a driver may drop such a change or finish it, and the options say
+    // which this one does.
     if (options_.finishesSuperseded)
       policyTakenBack_ = loadsWait_ = true;
     else
@@ -119,6 +129,7 @@ void Chip::handlePolicy() {
   if (policyTakenBack_) return;  // goes by the last of them once it is through
   // The library may write down what the chip came up with.
   if (!policyPending_ && wanted == policy_) return;
+  // The library may have one change outstanding at a time.
   if (policyPending_) breach("a policy was changed before it had been confirmed");
   pendPolicy(wanted);
 }
@@ -134,14 +145,19 @@ void Chip::pendPolicy(GlobalAclControl wanted) {
 void Chip::confirmPolicy() {
   bool const takenBack = std::exchange(policyTakenBack_, false);
   policyPending_ = false;
+  // The chip before the status: the library goes on to load within the write below, and packets in flight
+  // then must meet the policy.
   policy_ = policyWanted_;
   written({Write::Kind::policy});
   status_->globalAclControlIs(policy_);
   written({Write::Kind::policyStatus});
+  // The library has asked for another policy within that write, and pumping goes on when that one is
+  // confirmed.
   if (policyPending_) return;
   if (takenBack && config_->globalAclControl() != policy_)
     return pendPolicy(config_->globalAclControl());
   loadsWait_ = false;
+  // Not from within a step, which goes on by itself.
   if (pumping_ == 0) pump();
 }
 
@@ -155,10 +171,13 @@ void Chip::tick() {
 
 void Chip::pump() {
   ++pumping_;
+  // The queue is looked at anew each time: a step writes answers, and the library may replace what is left
+  // within such a write.
   while (!steps_.empty() && steps_.front().ticks == 0) {
     bool const touches =
         steps_.front().what == Step::What::beginLoad || steps_.front().what == Step::What::restore;
     if (loadsWait_ && touches) break;
+    // Taken out before it is worked off, because the queue may be another one afterwards.
     Step const step = std::move(steps_.front());
     steps_.pop_front();
     run(step);
@@ -190,6 +209,7 @@ void Chip::run(Step const& step) {
     case Step::What::finishLoad: return finishLoad(step);
     case Step::What::restore: return restore(step);
     case Step::What::answer:
+      // Within this write the library may make the next request, which is worked off before it returns.
       Naxel::tableStatusIs(*status_, step.table, {step.request.requestId(), step.response});
       written({Write::Kind::answer, step.table});
   }
@@ -209,6 +229,7 @@ void Chip::decide(Step const& step) {
       shortfalls_.push_back({t, needed, options_.capacity[t]});
   }
   bool const hitless = fitsBeside(*step.offer.data);
+  // What an earlier acquire has reserved is free from here on, whatever becomes of this one.
   acquired_.reset();
   if (shortfalls_.empty())
     acquired_ = std::make_unique<Acquired>(Acquired{step.request.requestId(), step.offer, hitless});
@@ -232,6 +253,7 @@ void Chip::beginLoad(Step const& step) {
   if (!acquired_ || acquired_->id != step.request.requestId()) {
     // Acquired from the chip that this one took over from, or not at all. Whether that one called it
     // hitful shows in the policy.
+    // One that takes over while a load stands holds that output from the start.
     bool const held = bank_ && bank_->data() == step.offer.data;
     bool const takenOver = !acquired_ && shortfalls_.empty() && bank_ &&
                            (held || bank_->data() == config_->prevPDData());
@@ -245,6 +267,7 @@ void Chip::beginLoad(Step const& step) {
   if (acquired_->hitless) return;
   if (policy_ == GlobalAclControl::doNotApply)
     breach("load that disturbs traffic without a policy");
+  // From here on packets meet neither of the two outputs, until the new one is complete.
   rewriting_ = true;
   bank_.reset();
   written({Write::Kind::cleared});
@@ -266,6 +289,7 @@ void Chip::finishLoad(Step const& step) {
 
 void Chip::restore(Step const& step) {
   acquired_.reset();
+  // Mostly the previous output is still there, since nothing has been written for one that was refused.
   if (inForce() != step.offer.data) switchTo(step.offer);
   answerAll(step.request, [](Table) { return ResponseState::reverted; });
 }
@@ -288,6 +312,7 @@ void Chip::answerAll(ResourceConfig const& request,
     uint32_t const ticks = options_.pace == Pace::oneByOne && !answers.empty() ? 1 : 0;
     answers.push_back({Step::What::answer, request, ticks, {}, t, response(t)});
   }
+  // In front: what stands behind belongs to later requests.
   steps_.insert(steps_.begin(), answers.begin(), answers.end());
 }
 
@@ -307,12 +332,14 @@ bool Chip::hasShortfall(Table table) const {
 }
 
 void Chip::breach(std::string sentence) {
+  // A fault may repeat itself with every request of a long run; the first ones tell what it is.
   static constexpr size_t most = 100;
   if (breaches_.size() < most) breaches_.push_back(std::move(sentence));
 }
 
 Verdict Chip::lookup(Naxel::PDAclKey const& acl, Packet const& packet) {
   Verdict out;
+  // A policy stands in for all ACLs, also for those that are not there.
   if (policy_ != GlobalAclControl::doNotApply) {
     out.kind = Verdict::Kind::policy;
     out.policy = policy_;

@@ -121,6 +121,7 @@ class Chip {
   bool idle() const { return steps_.empty() && !policyPending_; }
 
   /// The output in force; null before the first load.
+  /// Null also while the tables are being rewritten.
   Mox::Ptr<Naxel::PDData const> inForce() const { return bank_ ? bank_->data() : nullptr; }
   Naxel::GlobalAclControl policy() const { return policy_; }
   /// The id of the acquire whose resources are kept until its load is requested; 0 while none are.
@@ -139,6 +140,8 @@ class Chip {
 
   /// The tables that failed in the last acquire.
   std::vector<Shortfall> const& shortfalls() const { return shortfalls_; }
+  /// What the library has done and must not do, a sentence each, at most 100; empty as long as it keeps the
+  /// contract.
   std::vector<std::string> const& breaches() const { return breaches_; }
 
  private:

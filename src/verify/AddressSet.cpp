@@ -11,6 +11,8 @@ std::vector<Interval> widestOf(Naxel::IpPrefixList::PrefixColl const& prefixes,
                                Lumox::AddressFamily af) {
   std::vector<Interval> all;
   for (auto const& p : prefixes)
+    // A prefix of the other family would be an interval of the same number line, and must not be taken for
+    // one of this family.
     if (p.af() == af) all.push_back(intervalOf(p));
   // Two prefixes are disjoint or one lies in the other, so the wider one comes first and covers
   // what follows it.

@@ -19,6 +19,7 @@ namespace {
 int reportedError = 0;
 
 void onError(int code) {
+  // The first one counts: those that follow are about its result.
   if (reportedError == 0) reportedError = code;
 }
 
@@ -41,6 +42,7 @@ BddTable::BddTable(int variables, int maxNodes) {
   if (bdd_isrunning()) throw std::logic_error("two proofs at a time");
   reportedError = 0;
   bdd_error_hook(onError);
+  // Small at first; the table doubles by itself.
   constexpr int nodes = 1 << 15;
   checked(bdd_init(nodes, nodes / 4));
   // It has set its own: they print and abort.
@@ -68,12 +70,14 @@ Bdd& Bdd::operator=(Bdd other) noexcept {
 }
 
 Bdd::~Bdd() {
+  // The two constants are not counted.
   if (node_ > 1) bdd_delref(node_);
 }
 
 Bdd Bdd::ofNode(int node) { return Bdd(Adopt(), node); }
 
 Bdd Bdd::choice(int v, Bdd const& high, Bdd const& low) {
+  // A diagram has no node whose two ways lead to the same place, and a call would find that out at a cost.
   if (high == low) return high;
   return Bdd(Adopt(), bdd_ite(bdd_ithvar(v), high.node_, low.node_));
 }
@@ -103,6 +107,8 @@ std::vector<int> Bdd::somePoint() const {
   std::vector<int> ones;
   // Every node but the constant false has a way to the constant true.
   for (int node = node_; node > 1;) {
+    // The low way where it can be taken, so that the packet found has zeros wherever it may: people read
+    // it.
     if (int const low = bdd_low(node)) {
       node = low;
     } else {

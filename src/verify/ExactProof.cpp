@@ -24,6 +24,7 @@ class Prover {
     std::map<PDAclKey, Naxel::AclConfig const*> wanted;
     for (auto const& [name, acl] : acls.acl())
       wanted.emplace(PDAclKey(familyOf(*acl), name), acl.get());
+    // What is in the tables and in no rule would not be seen by a walk over the rules.
     for (auto const& [key, tables] : data_.pdAclColl()->pdAcl())
       if (!wanted.contains(key)) return differs(key, "stands in the tables only");
     for (AddressFamily af : {Lumox::ipv4(), Lumox::ipv6()}) {
@@ -79,12 +80,14 @@ class Prover {
       Bdd have = entries_->matched(*found);
       if (claim_ == Claim::firstMatch) {
         Bdd const all = want | decidedByRules;
+        // What an earlier rule decides does not count for this one, on either side by its own order.
         want = want - decidedByRules;
         decidedByRules = all;
         Bdd const hit = have | decidedByTables;
         have = have - decidedByTables;
         decidedByTables = hit;
       }
+      // Equal functions are one node, so the comparison of all packets costs a comparison of two numbers.
       if (want == have) continue;
       Bdd const missing = want - have;
       Bdd const where = missing.isFalse() ? have - want : missing;

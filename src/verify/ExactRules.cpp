@@ -13,8 +13,10 @@ using Naxel::RangeSetType;
 namespace {
 
 Bdd notBelow(Bits bits, uint32_t limit) {
+  // No value of the field is as large.
   if (limit >> bits.count) return Bdd(false);
   Bdd f(true);
+  // From the last bit up, which adds one node on top of what is there.
   for (int i = bits.count - 1; i >= 0; --i, limit >>= 1)
     f = limit & 1 ? Bdd::choice(bits.first + i, f, Bdd(false))
                   : Bdd::choice(bits.first + i, Bdd(true), f);
@@ -40,6 +42,7 @@ struct Prefix {
 /// begin where all begin comes first.
 Bdd tree(Bits bits, int depth, std::span<Prefix const> all) {
   if (all.empty()) return Bdd(false);
+  // The shortest prefix covers all that are left.
   if (all.front().length <= depth) return Bdd(true);
   auto const isZero = [&](Prefix const& p) {
     return !(p.address.byte(static_cast<unsigned>(depth) / 8) >> (7 - depth % 8) & 1);

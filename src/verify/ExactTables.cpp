@@ -51,6 +51,7 @@ Bdd anyRow(std::span<Row const> rows, size_t column) {
     Group& group = groups[rest.node()];
     group.rest = rest;
     group.heads.push_back(Bdd::ofNode(head));
+    // Rows are sorted, so those of equal heads stand together.
     rows = rows.subspan(count);
   }
   std::vector<Bdd> all;
@@ -61,6 +62,7 @@ Bdd anyRow(std::span<Row const> rows, size_t column) {
 
 /// A value is compared bit by bit. A packet's has no bits above those of the field.
 Bdd rawMatched(Bits bits, uint16_t value, uint16_t mask) {
+  // The entry asks for a bit that no value of the field has.
   if ((value & mask) >> bits.count) return Bdd(false);
   Bdd f(true);
   for (int i = bits.count - 1; i >= 0; --i, value >>= 1, mask >>= 1) {
@@ -102,6 +104,7 @@ Partition::Partition(Bits bits, Naxel::PDPrefixXformEntryColl const& table, Addr
   Address next;                   // where the next piece begins
   bool full = false;              // it would begin behind the last address
   auto const write = [&](Address last, Label label) {
+    // Nothing is left of the prefix: those inside of it have taken it all.
     if (full || last < next) return;
     if (label)
       piece_.add(*label, {next, last});
@@ -128,6 +131,7 @@ Partition::Partition(Bits bits, Naxel::PDPrefixXformEntryColl const& table, Addr
 Partition::Partition(Bits bits, Naxel::PDRangeXformEntryColl const& table) : bits_(bits) {
   std::vector<Label> label(size_t{1} << bits.count);
   // Ranges of a table are disjoint; if not, the first one counts.
+  // From the last entry back, so that the first one has the last word.
   for (size_t i = table.entry().size(); i-- > 0;) {
     auto const& e = table.entry()[i];
     for (size_t v = e.key().first(); v <= e.key().last() && v < label.size(); ++v)
@@ -237,6 +241,7 @@ Bdd EntryFunctions::combined(Field field, uint16_t value, uint16_t mask) {
     return Bdd(false);
   Bdd found = paired(field, pairs(field).matching(value, mask));
   if (((KeyLayout::highestLabel(width) ^ value) & mask) != 0) return found;
+  // A pair that is not in the table is a miss as well; whether there is one is not looked into.
   missMatters_ = true;
   if (layout_.missYields == MissYields::nothing) return found;
   return found | (Bdd(true) - paired(field, pairs(field).matching(0, 0)));
@@ -251,6 +256,8 @@ Bdd EntryFunctions::paired(Field field, LabelSet const& labels) {
   for (uint16_t const label : labels)
     for (LabelPair const& p : *pairs(field).of(label))
       destinations[p.source].push_back(p.destination);
+  // Sources with the same destinations are one product: as many as there are sources would be multiplied
+  // otherwise.
   std::map<LabelSet, LabelSet> sources;
   for (auto& [s, d] : destinations) {
     std::sort(d.begin(), d.end());

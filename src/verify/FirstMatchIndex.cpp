@@ -24,6 +24,8 @@ void FirstMatchIndex::finish() {
     uint64_t const* const all = all_.data() + row / rows * words_;
     uint64_t* const bits = bits_.data() + row * words_;
     for (size_t w = 0; w < words_; ++w) {
+      // Items that allow everything are noted once for each dimension and spread over its rows only here:
+      // one by one they would cost 257 writes each.
       bits[w] |= all[w];
       if (bits[w]) summary_[row * summaryWords_ + w / 64] |= uint64_t{1} << w % 64;
     }

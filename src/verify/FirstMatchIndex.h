@@ -46,6 +46,7 @@ class FirstMatchIndex {
         words &= summary_[(d * rows + query[d]) * summaryWords_ + s];
       for (; words; words &= words - 1) {
         size_t const w = s * 64 + static_cast<size_t>(std::countr_zero(words));
+        // Without any dimension all bits of the summary are set, also those beyond the last word.
         if (w >= words_) break;
         uint64_t items = lastWord(w);
         for (size_t d = 0; d < dimensions_ && items; ++d)

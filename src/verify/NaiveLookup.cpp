@@ -35,6 +35,7 @@ Label labelOf(PDRangeXformEntryColl const& table, uint16_t v) {
 }
 
 Label labelOf(PDComboEntryColl const& table, Label src, Label dst) {
+  // A side without label is no key of the table.
   if (!src || !dst) return std::nullopt;
   for (auto const& e : table.entry())
     if (*src == e.key().srcLabel().value() && *dst == e.key().dstLabel().value())
@@ -101,6 +102,8 @@ void checkEntry(PDAclFilter const& entry, KeyLayout const& layout, Lumox::Addres
       describe(Naxel::labelFieldName(field), match, what);
     };
     unsigned const width = widthOf(layout, af, field);
+    // A label beyond the width is a fault also where the mask does not compare it: a chip has no room for
+    // it.
     if ((mask | match.label().value()) >> width)
       add(" is wider than " + std::to_string(width) + " bits");
     else if (!isRaw(layout, field) &&

@@ -45,6 +45,7 @@ void PacketSource::gather(Naxel::AclConfig const& acl) {
     filter->forEachRangeColl([&](RangeSetType type, auto const& ranges) {
       uint32_t const bound = Naxel::rangeField(type).bound();
       for (auto const& r : ranges)
+        // Rules that a kick refuses may stand here as well; what they name is no place to look for packets.
         if (r.rangeStart() <= r.rangeEnd() && r.rangeEnd() <= bound)
           rule.value[static_cast<size_t>(type)].push_back(
               {static_cast<uint16_t>(r.rangeStart()), static_cast<uint16_t>(r.rangeEnd())});
@@ -72,6 +73,7 @@ void PacketSource::gatherCorners(Naxel::RuleFilter const& filter, Rule const& ru
   for (size_t type = 0; type < rule.value.size(); ++type) {
     uint32_t const bound = Naxel::rangeFields[type].bound();
     for (Span const& s : rule.value[type])
+      // Tables go wrong by one: at the ends of ranges and right beside them.
       for (int v : {s.first - 1, int{s.first}, int{s.last}, s.last + 1})
         if (v >= 0 && v <= static_cast<int>(bound))
           to.value[type].push_back(static_cast<uint16_t>(v));
@@ -109,6 +111,7 @@ std::optional<Packet> PacketSource::inside(size_t at) {
   packet.af = rule.af;
   auto const src = addressInside(rule.af, 0, rule.address[0]);
   auto const dst = addressInside(rule.af, 1, rule.address[1]);
+  // A list may hold no address at all.
   if (!src || !dst) return std::nullopt;
   packet.src = *src;
   packet.dst = *dst;

@@ -15,6 +15,7 @@ class Random {
   explicit Random(uint64_t seed) : state_(seed) {}
 
   uint64_t next() {
+    // The mixer adds the constant of the sequence itself, so the state stands one step behind.
     uint64_t const x = Mox::mix64(state_);
     state_ += 0x9e3779b97f4a7c15u;
     return x;

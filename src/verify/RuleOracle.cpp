@@ -68,6 +68,7 @@ RuleOracle::RuleOracle(AclConfig const& acl) : af_(familyOf(acl)) {
   rule_.reserve(acl.ruleById().size());
   for (auto const& [index, rule] : acl.ruleById()) rule_.push_back(compile(index, *rule, af_));
 
+  // Four bytes of each address, the protocol, and the high byte of the destination port.
   index_ = FirstMatchIndex(rule_.size(), 10);
   for (size_t i = 0; i < rule_.size(); ++i) {
     indexList(0, i, rule_[i].source);
@@ -88,6 +89,7 @@ std::optional<AceIndex> RuleOracle::firstMatch(Packet const& packet) const {
   }
   query[8] = packet.proto;
   query[9] = static_cast<uint16_t>(packet.dport >> 8);
+  // The index only says which rules may match. Every one that it names is checked in full.
   size_t const item = index_.first(query, [&](size_t i) { return rule_[i].matches(packet); });
   if (item == FirstMatchIndex::noItem) return std::nullopt;
   return rule_[item].index;
@@ -106,6 +108,7 @@ void RuleOracle::indexList(size_t dimension, size_t item, AddressSet const& list
       // Prefixes: the byte is fixed, free, or, where the prefix ends in it, a run of values.
       uint8_t const first = i.first.byte(byte);
       uint8_t const last = i.last.byte(byte);
+      // The byte lies behind the prefix, so any value fits.
       if (first == 0 && last == 255) {
         all = true;
         break;

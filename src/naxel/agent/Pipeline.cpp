@@ -68,6 +68,8 @@ Pipeline::Pipeline(ChipEntities entities, Mox::Ptr<Obel::TimerWheel> wheel)
 }
 
 Pipeline::~Pipeline() {
+  // The watch goes first: what the root writes while it goes down is no outcome of a kick. The callback
+  // comes last, because it may do anything.
   watch_.reset();
   root_ = nullptr;
   end(KickEnd::superseded);
@@ -94,6 +96,7 @@ PDData const& Pipeline::output() const { return *entities_.pdConfig->currPDData(
 void Pipeline::request(NaxelKickRequest what) {
   RootConfig& config = *entities_.rootConfig;
   Mox::Seconds const last = config.naxelKickTime();
+  // The request comes before the time, whose write starts the kick.
   config.naxelKickRequestIs(what);
   // A request is any other value; next to a very large one, adding 1 gives the same.
   config.naxelKickTimeIs(
@@ -102,6 +105,7 @@ void Pipeline::request(NaxelKickRequest what) {
 
 void Pipeline::kick(Done done) {
   end(KickEnd::superseded);
+  // Own state before the request: a kick that cannot run at all ends within it.
   done_ = std::move(done);
   running_ = true;
   request(NaxelKickRequest::naxelStart);
@@ -133,6 +137,7 @@ void Pipeline::end(KickEnd how) {
   KickResult result;
   result.end = how;
   if (how == KickEnd::failure) {
+    // The words stand when the outcome is written, so they are complete here.
     result.message = entities_.rootStatus->kickMessage();
     result.reason = root_->stageControllerStatus()->failureText();
   }

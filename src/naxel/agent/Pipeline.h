@@ -116,6 +116,7 @@ class NAXEL_EXPORT Pipeline {
   void kick(Done done = {});
   /// Cancels the running kick; nothing happens where none runs.
   void cancel();
+  /// True from kick() until the callback is about to be called.
   bool isRunning() const;
   /// What the running kick, or the handshake of a cancelled one, waits for, in words; empty while nothing is.
   std::string waitingFor() const;

@@ -58,6 +58,8 @@ NaxelRootSm::NaxelRootSm(Obel::ChipId chipId, Mox::Ptr<ChipHwCapability const> h
       silenceTimer_(*this, std::move(timerWheel)) {
   MOX_ASSERT(hwCapability_ && rootConfig_ && rootStatus_ && aclConfigColl_ && paramConfig_ &&
              pdConfig_ && pdStatus_ && timerWheel_);
+  // The stages keep these copies for life; every start of a kick writes the agent's present values into
+  // them.
   kickCapability_ = Mox::makePtr<ChipHwCapability>(chipId_);
   kickCapability_->valuesIs(*hwCapability_);
   kickParamConfig_ = Acl::paramConfigFactory();
@@ -85,6 +87,8 @@ void NaxelRootSm::handleInitialized() {
   stageControllerConfigIs(Mox::makePtr<StageControllerConfig>());
   stageControllerStatusIs(Mox::makePtr<StageControllerStatus>());
 
+  // Configurations and statuses come before the state machines, which are made over them and refer to each
+  // other's statuses.
   auto const aggregator = Mox::makePtr<AggregatorStatus>();
   aggregatorConfigIs(aggregatorConfigFactory(aclConfigColl_));
   aggregatorStatusIs(aggregator);
@@ -95,11 +99,14 @@ void NaxelRootSm::handleInitialized() {
   auto const expander = Mox::makePtr<RuleExpanderStatus>();
   ruleExpanderConfigIs(Mox::makePtr<RuleExpanderConfig>(aggregator));
   ruleExpanderStatusIs(expander);
+  // The expander has one collection for life and replaces its members, so this is passed on once; the
+  // loader infos of the encoders are new objects in every run, and are watched.
   loaderConfig()->ruleExpanderLoaderInfoIs(expander->ruleExpanderLoaderInfo());
 
   genSetKeyGenIs(Mox::makePtr<GenSetKeyGenerator>());
   buildPrefixSide();
   buildRangeSide();
+  // After the two others, whose statuses it reads.
   buildComboSide();
   loaderConfig()->initializedIs(true);
 
@@ -109,6 +116,7 @@ void NaxelRootSm::handleInitialized() {
       ruleExpanderSmFactory(chipId_, ruleExpanderConfig(), expander, kickParamConfig_));
   loaderSmIs(loaderSmFactory(chipId_, loaderConfig(), loader, pdConfig_, pdStatus_, kickCapability_,
                              kickParamConfig_));
+  // The controller comes last: it binds to all statuses that there are.
   stageControllerSmIs(Mox::makePtr<NaxelStageControllerSm>(chipId_, stageControllerConfig(),
                                                            stageControllerStatus(), stageSmConfig(),
                                                            stageSmStatus(), timerWheel_));
@@ -158,6 +166,8 @@ void NaxelRootSm::buildPrefixSide() {
     prefixEncoderConfigIs(key, encConfig);
     prefixEncoderStatusIs(key, encStatus);
     ruleExpanderConfig()->prefixEncoderStatusIs(key, encStatus, status);
+    // A null info is passed on like any other. It says that the field has no table any more, and whoever
+    // kept the old one would load it for ever.
     watchLoaderInfo(encStatus, [this, key](auto const& info) {
       if (auto const loader = loaderConfig()) loader->prefixXformLoaderInfoIs(key, info);
     });
@@ -201,6 +211,8 @@ void NaxelRootSm::buildComboSide() {
     Mox::Ptr<XformStatus const> dstXform = prefixXformStatus(dstKey);
     Mox::Ptr<EncoderStatus const> srcEnc = prefixEncoderStatus(srcKey);
     Mox::Ptr<EncoderStatus const> dstEnc = prefixEncoderStatus(dstKey);
+    // The resolver and the encoder of ports read range stages, those of addresses prefix stages; what they
+    // do is the same.
     if (ports) {
       srcXform = rangeSplitStatus(RangeSetType::srcPort);
       dstXform = rangeSplitStatus(RangeSetType::dstPort);
@@ -241,7 +253,9 @@ void NaxelRootSm::buildComboSide() {
 Mox::Seconds NaxelRootSm::nextKickTime() const {
   // Statuses and driver answers are told apart by their kick time, so none may ever occur twice.
   Mox::Seconds const last =
+      // An earlier root over the same pair has left its last kick time as the id of the request.
       std::max(stageControllerConfig()->kickTime(), pdConfig_->pdResourceConfig().requestId());
+  // The clock alone will not do: two requests may come at one reading of it, and it may step back.
   Mox::Seconds const next = std::nextafter(last, std::numeric_limits<double>::infinity());
   return std::max(timerWheel_->activity().now(), next);
 }
@@ -268,9 +282,12 @@ void NaxelRootSm::handleNaxelKickTime() {
     if (superseded()) return;
   }
   if (!stageControllerConfig()) return;
+  // Before the write that starts the kick, because a kick may end within it, and then the timer is
+  // disarmed.
   silence_ = paramConfig_->silenceLimit();
   progressAt_ = timerWheel_->now();
   silenceTimer_.earliestExpiryIs(silence_ > 0 ? progressAt_ + silence_ : -1);
+  // The controller wakes at the kick time and reads the request then.
   stageControllerConfig()->kickRequestIs(kickRequest);
   stageControllerConfig()->kickTimeIs(nextKickTime());
 }
@@ -285,6 +302,7 @@ void NaxelRootSm::handleStageStatus() {
   if (auto line = trace(8))
     line << "handleStageStatus"
          << " stageStatus " << status.status();
+  // A controller that has been bound anew may still report the kick before.
   if (!stageControllerConfig() || status.kickTime() != stageControllerConfig()->kickTime()) return;
   CallScope const call(*this);
   // The handshake of a cancelled kick goes on.
@@ -301,6 +319,7 @@ void NaxelRootSm::handleStageStatus() {
       return rootStatus_->kickProgressIs(NaxelProgress::naxelCancelled);
     case StageStatusType::finishedFailed:
       try {
+        // The words come before the outcome: whoever waits for the outcome reads them then.
         rootStatus_->kickMessageIs("Naxel failed at " + Mox::stringValue(status.lastFailedStage()) +
                                    " on chip " + valueToStrep(chipId_));
       } catch (std::bad_alloc const&) {
@@ -315,6 +334,7 @@ void NaxelRootSm::handleStageStatus() {
 }
 
 void NaxelRootSm::handleProgress() {
+  // Progress does not arm what is not armed: either no kick runs, or silence is not to be told.
   if (silenceTimer_.earliestExpiry() < 0) return;
   progressAt_ = timerWheel_->now();
   silence_ = kickParamConfig_->silenceLimit();
@@ -339,6 +359,8 @@ void NaxelRootSm::handleSilence() {
 void NaxelRootSm::handleDeleted(char const* why) {
   CallScope const call(*this);
   if (auto line = trace(0)) line << "[" << chipId_ << "] " << why;
+  // Later kicks fail, too: with the present entity out of its place, success would be reported for a
+  // configuration or a driver that nobody looks at.
   if (auto const controller = stageControllerSm()) controller->obstacleIs(why);
 }
 

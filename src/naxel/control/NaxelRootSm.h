@@ -56,12 +56,14 @@ class NAXEL_EXPORT NaxelRootSm : public PipelineParts {
   ~NaxelRootSm() override;
 
   Obel::ChipId chipId() const { return chipId_; }
+  /// The configuration whose requests are followed; null while none is bound.
   Mox::Ptr<RootConfig> const& rootConfig() const { return rootConfig_; }
   /// Binds another configuration; what stands there is no request.
   void rootConfigIs(Mox::Ptr<RootConfig> v);
   /// Unbinds the configuration: no further request is seen.
   void rootConfigDel() { rootConfigIs(nullptr); }
   Mox::Ptr<RootStatus> const& rootStatus() const { return rootStatus_; }
+  /// True from the end of construction on.
   bool initialized() const { return initialized_; }
 
   /// What the running kick waits for, in words for the operator: which request to the driver, which
@@ -163,6 +165,8 @@ class NAXEL_EXPORT NaxelRootSm : public PipelineParts {
   bool initialized_ = false;
   RootConfigReactor rootConfigReactor_{*this};
   StageStatusReactor stageStatusReactor_{*this};
+  // The loader's progress is watched apart from the controller's: the handshake of a cancelled kick goes on
+  // while the controller rests.
   LoaderStatusReactor loaderStatusReactor_{*this};
   SilenceTimer silenceTimer_;
 };

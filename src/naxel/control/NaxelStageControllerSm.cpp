@@ -28,6 +28,8 @@ int severity(StageStatusType s) {
 void NaxelStageControllerSm::StatusReactor::handleStatus() {
   if (auto line = trace(8))
     line << "handleStatus " << static_cast<StageStatus const*>(notifier())->status();
+  // Deferred to the timer: a stage reports from within the write that starts it. To review here would nest
+  // all stages in one call, and would judge a keyed stage before all of its members have started.
   sm_.scheduleReview();
 }
 
@@ -76,10 +78,12 @@ void NaxelStageControllerSm::doStartKick() {
   if (!initialized_) return;
   if (kickRequest() == NaxelKickRequest::naxelStart) {
     activeStage_ = NaxelActiveStage::stageInit;
+    // Before the inputs are taken, which are those of an entity that may be out of its place.
     if (obstacle_) return doFailKick(obstacle_);
     try {
       if (prepare_) prepare_();
     } catch (...) {
+      // The frame reports the failure; that no stage has caused it is said here.
       status_->lastFailedStageIs(activeStage_);
       throw;
     }
@@ -94,6 +98,7 @@ void NaxelStageControllerSm::transitStage() {
   if (auto line = trace(8)) line << "transitStage";
   if (!initialized_ || !config()) return;
   status_->progressInc();
+  // Whoever is told of the progress may cancel.
   if (kickRequest() == NaxelKickRequest::naxelCancel) {
     if (auto line = trace(4)) line << "This round of naxel kick is cancelled";
     return doSetStatus(StageStatusType::cancelled);
@@ -113,6 +118,8 @@ void NaxelStageControllerSm::transitStage() {
   scheduleReview();
   Mox::Seconds const kickTime = config()->kickTime();
   stageConfig_->forEach(activeStage_, [&](StageConfig& c) {
+    // A member may start another kick or unbind this controller from within. The rest of the stage belongs
+    // to that kick then, and is not started for this one.
     if (config() && config()->kickTime() == kickTime) c.kickTimeIs(kickTime);
   });
 }
@@ -123,11 +130,14 @@ void NaxelStageControllerSm::scheduleReview() {
 }
 
 StageStatusType NaxelStageControllerSm::doCheckStageStatus(StageStatus const& status) const {
+  // A stage that has not started yet still shows how it ended in an earlier kick, and so does a loader that
+  // answers an old one late.
   bool const present = config() && status.kickTime() == config()->kickTime();
   return present ? status.status() : StageStatusType::init;
 }
 
 StageStatusType NaxelStageControllerSm::doCheckKeyed(NaxelActiveStage stage) const {
+  // A stage without members is passed at once.
   StageStatusType worst = StageStatusType::finishedSuccess;
   stageStatus_->forEach(stage, [&](StageStatus const& status) {
     StageStatusType const s = doCheckStageStatus(status);
@@ -169,6 +179,7 @@ std::string NaxelStageControllerSm::failureTextOf(NaxelActiveStage stage) const 
 
 void NaxelStageControllerSm::doEndFailed(NaxelActiveStage stage,
                                          std::function<std::string()> const& text) {
+  // Everything that explains the failure is written before the status, whose watchers read it.
   status_->lastFailedStageIs(stage);
   try {
     std::string reason = text();
@@ -178,6 +189,7 @@ void NaxelStageControllerSm::doEndFailed(NaxelActiveStage stage,
   } catch (std::bad_alloc const&) {
     // The failure itself still has to be reported.
   }
+  // Before the status as well: a watcher may start the next kick, which must begin with the first stage.
   activeStage_ = NaxelActiveStage::stageInit;
   doSetStatus(StageStatusType::finishedFailed);
 }
@@ -197,6 +209,7 @@ void NaxelStageControllerSm::obstacleIs(char const* why) {
 
 std::string NaxelStageControllerSm::waitingFor() const {
   if (!config() || status_->status() != StageStatusType::inProgress) return {};
+  // A review is due, so what the stages say now is about to be acted on.
   if (timer_.earliestExpiry() >= 0) return "the next pass of the timer wheel";
   std::string missing;
   stageStatus_->forEach(activeStage_, [&](StageStatus const& status) {
@@ -210,6 +223,7 @@ std::string NaxelStageControllerSm::waitingFor() const {
 
 StageStatusType NaxelStageControllerSm::checkActiveStage() const {
   auto const single = [&](Mox::Ptr<StageStatus> const& status) {
+    // What has been taken out of the pipeline is not waited for.
     return status ? doCheckStageStatus(*status) : StageStatusType::finishedSuccess;
   };
   switch (activeStage_) {
@@ -240,6 +254,7 @@ void NaxelStageControllerSm::doReview() {
     if (auto line = trace(4)) line << "[" << chipId() << "] This round of naxel kick is cancelled";
     return doSetStatus(StageStatusType::cancelled);
   }
+  // No stage of this kick has been started yet.
   if (activeStage_ == NaxelActiveStage::stageInit) return transitStage();
   switch (checkActiveStage()) {
     case StageStatusType::finishedFailed:

@@ -17,6 +17,7 @@ namespace {
 /// Binds a configuration to the state machine, if there is one.
 template <class Sm>
 void bind(Mox::Ptr<Sm> const& sm, Mox::Ptr<StageConfig> config) {
+  // Binding anew makes a stage forget its last input, so the same configuration again is left alone.
   if (sm && sm->config() != config) sm->configIs(std::move(config));
 }
 
@@ -29,6 +30,7 @@ void takeDownOne(Mox::Ptr<Sm> const& sm) {
 template <class Sm>
 void replace(Mox::Ptr<Sm>& place, Mox::Ptr<Sm> sm) {
   if (place == sm) return;
+  // Somebody else may still hold the old one, and it must not answer beside the new one.
   takeDownOne(place);
   place = std::move(sm);
 }

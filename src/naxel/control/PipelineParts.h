@@ -82,6 +82,7 @@ class NAXEL_EXPORT PipelineParts : public Mox::RefCounted {
   /// Never null, as is the next.
   Mox::Ptr<StageSmConfig> const& stageSmConfig() const { return stageSmConfig_; }
   Mox::Ptr<StageSmStatus> const& stageSmStatus() const { return stageSmStatus_; }
+  /// One for all kinds of sets of the chip, so that a key names one set and is never given twice.
   Mox::Ptr<GenSetKeyGenerator> const& genSetKeyGen() const { return genSetKeyGen_; }
   void genSetKeyGenIs(Mox::Ptr<GenSetKeyGenerator> v);
   void genSetKeyGenDel();

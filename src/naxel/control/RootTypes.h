@@ -24,6 +24,7 @@ class NAXEL_EXPORT RootConfig : public Mox::Entity {
   Mox::AttributeTable const& attributeTable() const override;
 
   Obel::ChipId chipId() const { return chipId_; }
+  /// What the next kick time asks for; writing it alone requests nothing.
   NaxelKickRequest naxelKickRequest() const { return naxelKickRequest_; }
   void naxelKickRequestIs(NaxelKickRequest v) {
     attrIs(naxelKickRequest_, v, &Notifiee::onNaxelKickRequest);
@@ -63,6 +64,8 @@ class NAXEL_EXPORT RootStatus : public Mox::Entity {
   /// The `naxelKickTime` of the last request handled.
   Mox::Seconds kickTime() const { return kickTime_; }
   void kickTimeIs(Mox::Seconds v) { attrIs(kickTime_, v, &Notifiee::onKickTime); }
+  /// Where the last request stands. It is written after everything that explains it, so a reaction to it
+  /// finds `kickMessage` in place.
   NaxelProgress kickProgress() const { return kickProgress_; }
   void kickProgressIs(NaxelProgress v) { attrIs(kickProgress_, v, &Notifiee::onKickProgress); }
   /// Which stage failed on which chip; empty from the next start on.

@@ -28,6 +28,7 @@ void StageSm::handleKickTime() {
   // Reactors of the statuses below may take the owner of this stage down.
   auto const alive = Mox::keepAlive(this);
   try {
+    // Inside the frame as well: its watchers run within this write.
     doSetStatus(StageStatusType::inProgress);
     doStartKick();
   } catch (std::exception const& e) {
@@ -41,14 +42,19 @@ void StageSm::doRunStage() {
   Look look = doLook();
   switch (look.at) {
     case Look::At::off:
+      // Forgotten first, so that an output which could be cleared only in part is not taken for a result by
+      // the next kick.
       doForget();
       doClearOutput();
       return doSetStatus(StageStatusType::finishedNotEnabled);
+    // What is remembered stays: it describes the output that stands.
     case Look::At::unchanged: return doSetStatus(StageStatusType::finishedSkipped);
     case Look::At::refused: return doFail(std::move(look.reason));
     case Look::At::unusable: doForget(); return doFail(std::move(look.reason));
     case Look::At::work: break;
   }
+  // From here on the output is neither that of the last run nor that of this one, and whatever ends the work
+  // early must leave it to be done again.
   doForget();
   if (auto reason = doWork()) return doFail(std::move(*reason));
   doRemember();
@@ -57,6 +63,8 @@ void StageSm::doRunStage() {
 
 void StageSm::doSetStatus(StageStatusType s) {
   if (!config_) return;
+  // An old reason must not stand beside a new outcome. The kick time comes before the status, because a
+  // status with an older one counts as not answered.
   if (s != StageStatusType::finishedFailed) status_->failureTextIs(std::string());
   status_->kickTimeIs(config_->kickTime());
   status_->statusIs(s);
@@ -68,6 +76,7 @@ void StageSm::doFail(std::string text) {
 }
 
 void StageSm::doFailThrown(char const* what) noexcept {
+  // First of all, and without allocating: the report below may fail where memory is short.
   doForget();
   try {
     if (auto line = trace(0)) line << status_->fwkType() << ": stage failed: " << what;

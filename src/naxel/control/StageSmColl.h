@@ -16,6 +16,8 @@ namespace Naxel {
 
 class NAXEL_EXPORT StageSmConfig : public Mox::Entity {
  public:
+  // A hash table is iterated in the order of insertion, which is that of the root and the same in every
+  // process.
   template <class K>
   using Coll = Mox::HashMap<K, Mox::Ptr<StageConfig>>;
 

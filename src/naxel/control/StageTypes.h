@@ -45,6 +45,8 @@ class NAXEL_EXPORT StageStatus : public Mox::Entity {
   /// The kick that this status answers.
   Mox::Seconds kickTime() const { return kickTime_; }
   void kickTimeIs(Mox::Seconds v) { attrIs(kickTime_, v, &Notifiee::onKickTime); }
+  /// How far the kick of `kickTime` has come in this stage. Written last, so that whoever reacts to it
+  /// finds everything else that the stage has published.
   StageStatusType status() const { return status_; }
   void statusIs(StageStatusType v) { attrIs(status_, v, &Notifiee::onStatus); }
   /// Why the stage failed: what is too many or refused, how many are needed and how many there are.

@@ -19,6 +19,9 @@ class Driver::Working {
   /// Works off what has come meanwhile.
   void finish() {
     if (!outermost_ || !driver_.watch_) return;
+    // A loop and not a call from the notification: the library answers each write with the next one, and
+    // the calls would nest without bound. The policy is looked at first, because no load begins before it
+    // is in force.
     while (driver_.policyStep() || driver_.requestStep()) {
     }
   }
@@ -47,6 +50,8 @@ Driver::~Driver() = default;
 
 void Driver::start() {
   MOX_ASSERT(!watch_);
+  // Attached first, so that what the library writes while the pair is taken over is not missed. It is
+  // worked off behind takeOver().
   watch_ = std::make_unique<Watch>(*this, *config_);
   if (config_->pdResourceConfig().requestId() != 0) takeOver();
   handleChange();
@@ -55,8 +60,10 @@ void Driver::start() {
 void Driver::takeOver() {
   ResourceConfig const request = config_->pdResourceConfig();
   bool const acquiring = request.requestState() == RequestState::acquire;
+  // What restore() and the writes below bring waits for start() to go on.
   Working const working(*this);
   restore(acquiring ? config_->prevPDData() : config_->currPDData());
+  // All tables have been answered for, so there is nothing left to do for this request.
   if (judge(*status_, request).complete) {
     answered_ = request;
   } else {
@@ -82,6 +89,7 @@ bool Driver::requestStep() {
   ResourceConfig const request = config_->pdResourceConfig();
   if (request.requestId() == 0 || request == answered_ || asked_ == request) return false;
   if (asked_ && asked_->requestState() == RequestState::load) return false;  // is not abandoned
+  // Tables are rewritten only under a policy that is in force.
   if (request.requestState() != RequestState::acquire && wanted_) return false;
   asked_ = request;
   Offer const offer{request.requestId(), config_->currPDData(), config_->prevPDData()};
@@ -96,6 +104,8 @@ bool Driver::requestStep() {
 bool Driver::answerAll(ResponseState outcome, std::string const& reason, PDTable table) {
   if (!asked_) return false;
   ResourceConfig const request = *asked_;
+  // An answer to a request that is not the present one any more says nothing to the library; it only frees
+  // this driver for the next one.
   bool const present = config_->pdResourceConfig() == request;
   Working working(*this);
   // Own state first: each write below may bring the next request.
@@ -104,6 +114,8 @@ bool Driver::answerAll(ResponseState outcome, std::string const& reason, PDTable
   bool all = present;
   if (present) {
     bool const failed = outcome == ResponseState::failed;
+    // The reason comes before the answer, within whose write the library reads it. An old one is cleared,
+    // because it would stand beside a new refusal.
     if (failed)
       status_->refusalReasonIs(table, reason);
     else
@@ -111,6 +123,8 @@ bool Driver::answerAll(ResponseState outcome, std::string const& reason, PDTable
     for (PDTable t : allPDTables()) {
       ResponseState const said = failed && t != table ? ResponseState::hitless : outcome;
       tableStatusIs(*status_, t, ResourceStatus(request.requestId(), said));
+      // The answers of the last table complete the request, so a newer one that comes with it does not
+      // supersede this one.
       all = config_->pdResourceConfig() == request || t == PDTable::aclEntries;
       if (!all) break;
     }

@@ -58,6 +58,7 @@ AclChanges aclChanges(PDAclKey const& key, PDAclRuleColl const* before, PDAclRul
       [&](auto const& item) { out.del.push_back(item.second.get()); },
       [&](auto const& item) { out.add.push_back(item.second.get()); },
       [&](auto const& a, auto const& b) {
+        // Rules are replaced and never edited, so the same object says the same.
         if (a.second == b.second && !all) return;
         RuleChange change = ruleChange(*a.second, *b.second);
         if (all || change.newAction || !change.add.empty() || !change.del.empty())
@@ -105,6 +106,7 @@ size_t TableDiff::rows() const {
     for (auto const* rules : {&a.add, &a.del})
       for (PDAclRule const* rule : *rules) n += rule->filters();
     for (RuleChange const& c : a.change)
+      // Where the action or the meaning of the numbers changes, every entry of the rule is written anew.
       n += c.newAction || otherWidths ? c.before->filters() + c.after->filters()
                                       : c.add.size() + c.del.size();
   }

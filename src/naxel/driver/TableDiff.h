@@ -23,6 +23,7 @@ struct RowChanges {
   std::vector<Row const*> del;                            ///< of the output before
   std::vector<std::pair<Row const*, Row const*>> change;  ///< before, after; of equal keys
 
+  /// A changed row counts once.
   size_t size() const { return add.size() + del.size() + change.size(); }
 };
 

@@ -31,6 +31,8 @@ void RefCntCostModel::handleInitialized(EncoderConfig const& config, GenSetUsage
   if (auto line = trace(8))
     line << "RefCntCostModel::"
          << "handleInitialized";
+  // What decides most comparisons stands in the element itself, so that sorting seldom follows the pointer
+  // to the labels.
   struct Place {
     Visit visit;
     uint32_t labels;
@@ -42,6 +44,8 @@ void RefCntCostModel::handleInitialized(EncoderConfig const& config, GenSetUsage
   for (auto const& [key, list] : lists) {
     auto const labels = static_cast<uint32_t>(list->label().size());
     uint32_t const uses = usage.refCountValue(key);
+    // The product may wrap round where uses times labels exceed four thousand million. That costs
+    // compactness and never correctness.
     places.push_back(
         {{list.get(), ~(uses * labels), uses}, labels, labels ? list->label().front().value() : 0});
   }
@@ -51,6 +55,7 @@ void RefCntCostModel::handleInitialized(EncoderConfig const& config, GenSetUsage
     if (a.first != b.first) return a.first < b.first;
     auto const& labelsA = a.visit.list->label();
     auto const& labelsB = b.visit.list->label();
+    // The lists are of equal size here, so neither ends before the other.
     auto const [i, j] = std::mismatch(labelsA.begin(), labelsA.end(), labelsB.begin());
     if (i != labelsA.end()) return *i < *j;
     return a.visit.list->key() < b.visit.list->key();

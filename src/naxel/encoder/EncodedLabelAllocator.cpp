@@ -82,6 +82,8 @@ void EncodedLabelAllocator::handleInitialized() {
     counts.push_back(count);
     labelsNeeded_ += count;
   }
+  // Counted before anything is placed, so that a failure can say how many labels it takes and has changed
+  // nothing.
   uint32_t const usable = size - reservedAtTop_;
   if (labelsNeeded_ > usable) {
     encLabelAllocStatus_->statusIs(StageStatusType::finishedFailed);
@@ -128,6 +130,7 @@ EncodedLabelRangeList& EncodedLabelAllocator::doAllocateLabels(size_t place, uin
 void EncodedLabelAllocator::addPlacedLabels(size_t place, LabelLayout const& layout,
                                             EncodedLabelRangeList& rangeList) {
   std::span<PlainLabel const> const labels = layout.labels(place);
+  // The blocks hold all labels of the set.
   if (layout.newLabels(place) == labels.size()) return;
   std::vector<EncodedLabelRange> ranges = rangeList.encLabelRange().items();
   ranges.reserve(ranges.size() + labels.size());

@@ -41,9 +41,11 @@ std::vector<LabelLayout::Block> LabelBlocks::take(uint32_t count) {
   uint32_t numAllocated = 0;
   for (uint32_t range = bitsFor(count) + 1; range-- > 0 && numAllocated < count;) {
     uint32_t const blockSize = uint32_t{1} << range;
+    // Nothing is free before it, and a block begins at a multiple of its size.
     uint32_t start = lowestClear(0) & ~(blockSize - 1);
     while (start < size && numAllocated < count) {
       Portion const portion = nextPortion(count - numAllocated, blockSize);
+      // The spare values that are left do not fill up a block of this size; smaller ones need fewer.
       if (portion.toAllocate == 0) break;
       start = findFree(start, range, portion);
       if (start >= size) break;
@@ -68,6 +70,8 @@ std::vector<LabelLayout::Block> LabelBlocks::take(uint32_t count) {
 
 LabelBlocks::Portion LabelBlocks::nextPortion(uint32_t remaining, uint32_t blockSize) const {
   if (remaining >= blockSize) return {blockSize, 0};
+  // With nothing to spare a block is taken in part. The rest of it stays free for other sets, and this one
+  // needs more than one pair.
   if (spare_ == 0 || remaining == 1) return {remaining, 0};
   uint32_t const filled = std::bit_ceil(remaining);
   if (filled - remaining > spare_) return {0, 0};
@@ -102,9 +106,12 @@ uint32_t LabelBlocks::findFree(uint32_t start, uint32_t range, Portion const& po
            << ", bitsInSetState: " << set;
     });
     if (set == 0) break;
+    // Behind a block that is full the scan goes on at the next free value. Block by block it would cost the
+    // square where most of the space is taken.
     start = set == blockSize ? lowestClear(end) & ~(blockSize - 1) : start + blockSize;
   }
   start = std::min(start, size);
+  // A scan that began further up has not seen what lies before it.
   if (whole && from <= noWholeBlockBefore_[range]) noWholeBlockBefore_[range] = start;
   return start;
 }

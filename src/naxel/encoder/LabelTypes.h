@@ -148,6 +148,7 @@ class NAXEL_EXPORT PlainLabelListMap : public Mox::Entity {
   }
   /// The list of a set, or null.
   PlainLabelList const* plainLabelList(GenSetKey key) const;
+  /// The list of a set, made without labels if absent.
   PlainLabelList& plainLabelListIs(GenSetKey key);
   /// Takes over all lists at once.
   void plainLabelListIs(Mox::FlatMap<GenSetKey, Mox::Ptr<PlainLabelList>> all) {

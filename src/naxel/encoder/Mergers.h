@@ -44,6 +44,7 @@ class NAXEL_EXPORT LabelMerger : public Mox::Entity {
 
   uint32_t bitWidth() const { return bitWidth_; }
   Mox::Ptr<EncodedLabelWithMaskList const> const& inLabelMask() const { return inLabelMask_; }
+  /// The merged pairs, complete once this object is made.
   Mox::Ptr<EncodedLabelWithMaskList> const& outLabelMask() const { return outLabelMask_; }
 
  private:

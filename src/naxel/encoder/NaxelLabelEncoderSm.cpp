@@ -79,6 +79,8 @@ Mox::Ptr<EncodedLabelWithMaskList> const& LabelEncoderSm::eLabelMaskIs(GenSetKey
 
 void LabelEncoderSm::doStartKick() {
   traceStep(8, "doStartKick");
+  // Read anew by every kick: the agent may write the widths after this stage has been made, and change them
+  // later.
   encodeBitWidthIs(currentBitWidth());
   doRunStage();
 }
@@ -90,6 +92,8 @@ StageSm::Look LabelEncoderSm::doLook() {
   }
   XformStatus const& xform = *encoderConfig().xformStatus();
   if (xform.outputUnusable()) return {Look::At::unusable, xform.unusableReason()};
+  // A further condition and never enough: a kick that was cancelled behind the transform has swallowed the
+  // word that something changed.
   bool const xformIdle = xform.status() == StageStatusType::finishedSkipped ||
                          xform.status() == StageStatusType::finishedNotEnabled;
   now_ = inputWithoutUses();
@@ -108,9 +112,12 @@ void LabelEncoderSm::doClearOutput() {
 }
 
 std::optional<std::string> LabelEncoderSm::doWork() {
+  // Not earlier: a kick that skips on equal stamps needs none of the counts.
   now_.uses = uses(now_);
   rememberMore();
   workHash_ = doBuildWorkingSetHash();
+  // A failure here is repeated by the next kick on the same input: what was remembered is gone, so it
+  // cannot turn into a skip and let the expander work from old pairs.
   if (!doEncode()) {
     traceStep(0, "doStartKick") << ": Generated too many encodedLabels";
     return failure_;
@@ -130,6 +137,7 @@ LabelEncoderSm::Input LabelEncoderSm::inputWithoutUses() const {
   now.labelWidth = labelWidth();
   now.encodeBitWidth = encodeBitWidth_;
   now.rawSets = rawSets();
+  // In raw mode the transform has no part in the pairs, whatever it has published.
   bool const raw = now.labelWidth == 0;
   now.xform = raw ? 0 : encoderConfig().xformStatus()->stamp();
   now.usage = usage_->stamp();
@@ -154,6 +162,7 @@ bool LabelEncoderSm::isUnchanged(Input const& now) {
     return false;
   // Counted again, the sets may be used as often as before.
   if (now.usage != then.usage && uses(now) != then.uses) return false;
+  // Learnt, so that the next kick sees equal stamps and does not count again.
   builtFrom_.usage = now.usage;
   return isMoreUnchanged();
 }
@@ -222,6 +231,7 @@ void LabelEncoderSm::doMerge() {
   traceStep(8, "doMerge");
   EncoderStatus::MaskListMap lists;
   lists.reserve(eLabelMask_.size());
+  // One for all lists: it holds a word for each value of the width, which is more than most lists need.
   PairCounter scratch(encodeBitWidth_);
   for (auto const& [key, pairs] : eLabelMask_) {
     if (pairs->encLabelAndMask().size() <= 1) {
@@ -261,6 +271,7 @@ PrefixXformStatus const& PrefixLabelEncoderSm::xform() const {
 
 uint64_t PrefixLabelEncoderSm::doBuildWorkingSetHash() const {
   // A set that covers nothing has no list, and still brings prefixes into the table.
+  // The digest decides nothing; it is for whoever reads the attribute.
   WordHash prefixes;
   for (auto const& [prefix, label] : xform().prefixToLabelMap())
     prefixes.add(prefix.hash64() ^ label.value());
@@ -329,10 +340,13 @@ std::vector<GenSetKey> RangeEncoderSm::rawSets() const {
 bool RangeEncoderSm::doEncode() {
   if (labelWidth()) return LabelEncoderSm::doEncode();
   traceStep(8, "doEncode");
+  // Every packet has a value in the field, so none has to be kept free for a miss, and a set may well match
+  // all of them.
   eLabelMaskDelAll();
   encoderStatus().plainToEncodedLabelDelAll();
   for (auto const& [key, set] : rangeConfig().aggregatorInfo()->rangeSetColl()) {
     RangeMerger merger(encodeBitWidth(), eLabelMaskIs(key));
+    // Ranges of one set may overlap. Their pairs then have values in common, which merging allows for.
     for (RangeSetElem const& e : set->range()) merger.doMergeRange(e.first(), e.last());
   }
   return true;
@@ -340,6 +354,7 @@ bool RangeEncoderSm::doEncode() {
 
 void RangeEncoderSm::doUpdateLoaderInfo() {
   traceStep(8, "doUpdateLoaderInfo");
+  // There is no table, and one of an earlier width must not be loaded.
   if (!labelWidth()) return doClearLoaderInfo();
   auto const& xform = static_cast<RangeSplitStatus const&>(*encoderConfig().xformStatus());
   auto info = Mox::makePtr<RangeSplitLoaderInfo>();
@@ -396,6 +411,9 @@ void ComboLabelEncoderSm::rememberMore() {
 
 void ComboLabelEncoderSm::doUpdateLoaderInfo() {
   traceStep(8, "doUpdateLoaderInfo");
+  // The pieces of a pair are labels that both sides have encoded in this kick or kept from an earlier one.
+  // An input that has changed since then would have been noticed, so a label without a value is a fault in
+  // here.
   std::vector<ComboLabelLoaderInfo::LabelMap::value_type> entries;
   entries.reserve(xform().comboToPlainLabelMap().size());
   for (auto const& [comboLabel, label] : xform().comboToPlainLabelMap()) {

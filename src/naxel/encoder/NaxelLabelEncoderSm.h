@@ -52,6 +52,7 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   void doStartKick() final;
   virtual uint64_t doBuildWorkingSetHash() const;
   /// Fills eLabelMask; false when the labels do not fit.
+  /// Where it returns false the reason is kept for the status, and what is published is not to be used.
   virtual bool doEncode();
   virtual void doUpdateLoaderInfo() {}
   void doMerge();

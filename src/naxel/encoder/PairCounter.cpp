@@ -9,6 +9,7 @@ size_t PairCounter::join(std::span<uint16_t const> values, std::span<Pair const>
     pairs_.push_back(block.lowest);
     ignored_[block.lowest] = block.ignored;
   }
+  // A bit in which all pairs agree can join no two of them.
   uint32_t differing = 0;
   for (uint16_t v : pairs_) differing |= static_cast<uint32_t>(v ^ pairs_[0]);
   size_t left = pairs_.size();
@@ -21,6 +22,8 @@ size_t PairCounter::join(std::span<uint16_t const> values, std::span<Pair const>
       uint16_t const ignored = ignored_[v];
       if (ignored == none) continue;
       uint16_t& partner = ignored_[v ^ bit];
+      // Read from the table as it is at this moment: a pair that has joined at this bit says so by the
+      // ignored bit, and a pair that is gone by having none.
       bool const joins = partner == ignored && !(ignored & bit);
       // The lower of the two does it, whichever comes first.
       if (joins && (v & bit)) continue;
@@ -37,6 +40,7 @@ size_t PairCounter::join(std::span<uint16_t const> values, std::span<Pair const>
 
 uint32_t PairCounter::count(std::span<uint16_t const> values, std::span<Pair const> blocks) {
   size_t const left = join(values, blocks);
+  // Only the words in use are set back. To clear the table would cost every call the size of the width.
   for (size_t i = 0; i < left; ++i) ignored_[pairs_[i]] = none;
   return static_cast<uint32_t>(left);
 }

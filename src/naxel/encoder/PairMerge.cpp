@@ -30,6 +30,7 @@ Pairs mergePairs(uint32_t bitWidth, Pairs in) {
     Pair const reduced{static_cast<uint16_t>(p.label >> 1), static_cast<uint16_t>(p.mask >> 1)};
     (!(p.mask & 1) ? x : p.label & 1 ? one : zero).push_back(reduced);
   }
+  // Given back before the recursion, which would keep the input of every level otherwise.
   Pairs(std::move(in)).clear();
   for (Pairs* list : {&one, &zero}) sortUnique(*list);
   // What stands in both differs in bit 0 alone.
@@ -57,6 +58,8 @@ Pairs mergePairs(uint32_t bitWidth, Pairs in) {
 uint32_t fullMask(uint32_t bitWidth) { return (uint32_t{1} << bitWidth) - 1; }
 
 /// Whether the pairs, in the order of their labels, are aligned blocks that do not overlap.
+/// A pair with other ignored bits than the lowest, or two pairs that overlap, are not told apart by their
+/// lowest value.
 bool areDisjointBlocks(uint32_t bitWidth, Mox::FlatSet<EncodedLabelWithMask> const& pairs) {
   uint32_t free = 0;  // the first value behind the pairs so far
   for (EncodedLabelWithMask const& e : pairs) {

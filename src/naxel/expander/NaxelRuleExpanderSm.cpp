@@ -47,8 +47,11 @@ uint64_t RuleExpanderSm::entryLimit() const {
 
 std::vector<Mox::Stamp> RuleExpanderSm::inputStamps() const {
   RuleExpanderConfig const& config = ruleExConfig();
+  // The limit is no stamp, but a lower one has to have the same entries counted again.
   std::vector<Mox::Stamp> all = {config.aggregatorStatus()->stamp(), entryLimit()};
   auto const add = [&](EncoderStatus const& encoder, XformStatus const& xform) {
+    // What the transform answers decides whether a set without pairs covers nothing or is a fault, so it is
+    // part of the input as well.
     all.insert(all.end(), {encoder.stamp(), xform.stamp(), xform.answersForSets()});
   };
   for (PrefixXformKey const& key : PrefixXformKey::all())
@@ -98,12 +101,16 @@ void RuleExpanderSm::doBuildExpandedRules() {
     bool const sameLabels =
         !builtFrom_.empty() &&
         std::equal(stamps.begin() + otherStamps, stamps.end(), builtFrom_.begin() + otherStamps);
+    // Nothing counts as built until all of it is: an exception below leaves some ACLs of the last run and
+    // some of this one.
     builtFrom_.clear();
     bindSources();
     deleteGoneAcls();
     std::vector<Plan> plans;
     for (auto const& [name, list] : ruleExConfig().aggregatorStatus()->aclGenSetIpRuleList())
       plans.push_back(planOf(*list, sameLabels));
+    // All rules of all ACLs are counted before any entry is made: the product of crossing lists can exceed
+    // any memory.
     checkEntries(plans);
     // Old and new recipes stand side by side until the last of the old ones is gone.
     size_t const oldLists = lists_.size();
@@ -111,6 +118,8 @@ void RuleExpanderSm::doBuildExpandedRules() {
       for (auto const* sources : {&prefixSources_, &rangeSources_, &comboSources_})
         for (Source const& source : *sources)
           for (auto const& [key, list] : source.encoder->encodedLabelList()) lists_.push_back(list);
+    // They refer to what the encoders have published by plain pointers, which the next run of an encoder
+    // ends.
     for (auto* sources : {&prefixSources_, &rangeSources_, &comboSources_}) sources->clear();
     for (Plan& plan : plans) buildAcl(std::move(plan));
     if (!sameLabels)
@@ -125,6 +134,8 @@ void RuleExpanderSm::deleteGoneAcls() {
   std::vector<PDAclKey> gone;
   for (auto const& [key, acl] : out.pdAcl()) {
     auto const list = ruleExConfig().aggregatorStatus()->aclGenSetIpRuleList(key.aclName());
+    // An ACL that has changed its family stands under another key now. The old one would stay in the chip
+    // for ever, over labels that mean something else.
     if (!list || list->af() != key.af()) gone.push_back(key);
   }
   for (PDAclKey const& key : gone) {
@@ -143,6 +154,8 @@ RuleExpanderSm::Plan RuleExpanderSm::planOf(AclGenSetIpRuleList const& list, boo
   size_t place = 0;
   for (auto const& [index, rule] : list.genSetIpRuleById()) {
     // Rules are replaced when they change, and mostly stand where they stood.
+    // With equal labels the same rule object has the same pairs, and its recipe is copied without a search
+    // for its sets.
     if (known && place < known->rules.size() && known->rules[place].rule == rule) {
       recipes_.add(*known, place++);
       continue;
@@ -170,6 +183,7 @@ void RuleExpanderSm::checkEntries(std::vector<Plan> const& plans) const {
   for (Plan const& plan : plans)
     for (size_t place = 0; place < plan.recipes.rules.size(); ++place) {
       uint64_t const entries = plan.recipes.entriesOf(place);
+      // It stays at the largest number: a sum that wraps would let an absurd configuration through.
       all = Mox::boundedSum(all, entries);
       if (costliest.size() == shown && entries <= costliest.back().entries) continue;
       auto const at =
@@ -197,6 +211,7 @@ void RuleExpanderSm::buildAcl(Plan plan) {
   AclGenSetIpRuleList const& list = *plan.list;
   PDAclKey const key(list.af(), list.name());
   auto const acl = ruleExStatus_->ruleExpanderLoaderInfo()->pdAclIs(key);
+  // Rules and recipes of an ACL are always written together, so the same places belong together.
   Recipes& oldRecipes = builtRecipes_.at(key);
   auto const& oldRules = acl->rule();
   MOX_ASSERT(oldRules.size() == oldRecipes.rules.size());
@@ -207,6 +222,8 @@ void RuleExpanderSm::buildAcl(Plan plan) {
   size_t place = 0;
   for (auto const& [index, rule] : list.genSetIpRuleById()) {
     while (old < oldRules.size() && oldRules[old].first < index) ++old;
+    // The object is kept where nothing about it has changed: a driver tells by the pointer that it need not
+    // write the rule again.
     bool const same = old < oldRules.size() && oldRules[old].first == index &&
                       oldRules[old].second->action() == rule->action() &&
                       plan.recipes.isSame(place, oldRecipes, old);
@@ -247,6 +264,8 @@ void RuleExpanderSm::addFactor(Source const& source, GenSetKey key) {
         static_cast<uint16_t>(recipe_.fields | 1u << static_cast<unsigned>(source.field));
     return;
   }
+  // A set without pairs covers nothing if its transform has looked at it and found no piece. In any other
+  // case something is missing, and to leave the field out would have the rule match everything.
   if (!source.xform->answersForSets() || source.xform->plainLabelListMap()->plainLabelList(key))
     throw std::logic_error(fieldName(source.field) +
                            " is matched by labels on this chip, and there are none for its set");
@@ -287,8 +306,11 @@ Mox::Ptr<PDAclRule> RuleExpanderSm::expandRule(AceIndex index, GenSetIpRule cons
   Recipe const& recipe = recipes.rules[place];
   unsigned fields = recipe.fields;
   for (RuleFactor const& f : recipes.factorsOf(place)) {
+    // The factors of a rule are gathered in ascending order of their fields, so the lowest bit belongs to
+    // the next one.
     auto const field = static_cast<TcamFieldType>(std::countr_zero(fields));
     fields &= fields - 1;
+    // A list without pairs empties the queue, and the rule then has no entries.
     if (!ruleFilter_.empty()) buildTcamEntry(field, *f);
   }
   out->filterIs(takeDistinct(

@@ -40,6 +40,7 @@ void multiply(RuleFilterQueue& queue, TcamFieldType field, EncodedLabelWithMaskL
   // Most fields have one pair, and then nothing moves.
   if (pairs.size() == 1)
     return queue.replaceAll([&](PDAclFilter& f) { setTcamField(f, field, pairs.front()); });
+  // Only those that are there now: what is appended is complete in this field.
   for (size_t n = queue.size(); n > 0; --n) {
     PDAclFilter filter = queue.deq();
     for (EncodedLabelWithMask const& e : pairs) {
@@ -62,6 +63,7 @@ std::vector<PDAclFilter> takeDistinct(RuleFilterQueue& queue, bool tcpInit, bool
     // The lists are ascending, and so are their products: as long as that holds, none occurs twice.
     if (ascending && !filters.empty() && !(filters.back() < filter)) {
       ascending = false;
+      // A table of all entries is made only from the first one on that is out of order.
       for (PDAclFilter const& f : filters) seen.insert(f);
     }
     if (!ascending && !seen.insert(filter)) {
@@ -80,6 +82,8 @@ bool RuleRecipes::isSame(size_t rule, RuleRecipes const& others, size_t other) c
          a.matchesNothing == b.matchesNothing &&
          std::ranges::equal(factorsOf(rule), others.factorsOf(other),
                             [](RuleFactor const& f, RuleFactor const& g) {
+                              // Every run of an encoder makes new lists, most of which say what the old
+                              // ones said.
                               return f == g || f->encLabelAndMask() == g->encLabelAndMask();
                             });
 }
@@ -88,6 +92,7 @@ void RuleRecipes::add(RuleRecipes const& others, size_t other) {
   auto const from = others.factorsOf(other);
   factors.insert(factors.end(), from.begin(), from.end());
   rules.push_back(others.rules[other]);
+  // The end is a position among the factors here, and not where the recipe comes from.
   rules.back().factorsEnd = static_cast<uint32_t>(factors.size());
 }
 

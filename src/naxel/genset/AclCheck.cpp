@@ -19,6 +19,7 @@ std::optional<Lumox::AddressFamily> namedFamily(AclConfig const& acl) {
   for (auto const& [name, rule] : acl.ruleByName()) {
     RuleFilter const* filter = rule->ruleFilter().get();
     if (!filter) continue;
+    // A list of both families gives IPv4 here, and is found by the check of all rules against that.
     if (!onlyOf(*filter, Lumox::ipv6())) return Lumox::ipv4();
     if (!onlyOf(*filter, Lumox::ipv4())) return Lumox::ipv6();
   }
@@ -61,6 +62,8 @@ void checkFilter(AclConfig const& acl, RuleConfig const& rule, Report& report) {
   if (filter.destination() && !filter.destination()->families().any())
     report.add(acl, rule, "the destination list has no member",
                ConfigError::Kind::emptyDestination);
+  // A filter remembers whether its ranges are in order, so a kick walks over the ranges only of one that is
+  // to be refused.
   if (filter.rangesValid()) return;
   filter.forEachRangeColl([&](RangeSetType type, auto const& ranges) {
     uint32_t const bound = rangeField(type).bound();
@@ -112,6 +115,8 @@ void findErrors(AclWalk const& walk, std::function<bool(ConfigError)> const& tel
     if (!filter) continue;
     checkFilter(acl, *rule, report);
     if (!report.isWanted()) return;
+    // One error for the ACL, and not one for each rule: which family is the wrong one only the operator
+    // knows.
     pure = pure && onlyOf(*filter, af);
   }
   for (AclWalk::Indexed const& i : walk.indexed())

@@ -30,6 +30,8 @@ class Accumulator {
 AggregatorWorkingSet digestAcls(std::vector<AclWalk> const& acls,
                                 std::vector<std::vector<uint64_t>> const& contents,
                                 uint32_t enabledCombos) {
+  // Each kind of part is mixed with a number of its own, so that parts of different kinds with the same
+  // content do not cancel in the exclusive or.
   enum : uint64_t { combos = 1, wholeAcl, namedRule, indexedRule, strayRule };
   Accumulator sum;
   size_t rules = 0;

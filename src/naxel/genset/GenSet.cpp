@@ -11,6 +11,8 @@ namespace {
 
 /// Members enter a content hash only as a sum, so their order does not matter.
 template <class Coll>
+// This is a public function, so different members of equal sums can be computed. It serves the hash
+// attributes alone; whoever shares sets goes by place() and compares the content.
 uint64_t sumOfHashes(Coll const& members) {
   uint64_t sum = 0;
   for (auto const& m : members) sum += m.hash();
@@ -23,6 +25,7 @@ uint32_t typedHash(uint32_t type, uint64_t sum) {
 
 /// Place of members that stand in order.
 template <class Coll>
+// The members are sorted arrays, so equal content gives equal words in equal order.
 uint64_t placeOfAll(Coll const& members) {
   Mox::KeyedHash h;
   for (auto const& m : members) Mox::placeWords(h, m);
@@ -198,6 +201,7 @@ uint32_t GenSetUsageInfo::refCountValue(GenSetKey key) const {
 }
 
 GenSetRefCount& GenSetUsageInfo::refCountIs(GenSetKey key) {
+  // Whoever takes the count may write it, so the stamp is given up here already.
   stamp_.renew();
   return *Mox::lookupOrMake(refCount_, key, [&] { return Mox::makePtr<GenSetRefCount>(key); });
 }

@@ -47,6 +47,8 @@ class KeyGroupInterner {
 
 inline Mox::Ptr<GenSetKeyGroup> KeyGroupInterner::intern(Keys const& keys,
                                                          Mox::KeyedSetHash const& hash) {
+  // A search compares the content, whatever the hash says: groups of equal hash that differ must not become
+  // one.
   if (Entry const* known = groups_.find(Entry{hash.value(), &keys, nullptr})) return known->group;
   auto group = genSetKeyGroupFactory();
   group->keyGroupIs(keys);

@@ -20,6 +20,8 @@ class KeyPlaces {
   KeyPlaces() = default;
   /// `keys` are ascending.
   explicit KeyPlaces(std::vector<GenSetKey> keys) : keys_(std::move(keys)) {
+    // The table has a word for every key between the first and the last. It is made only where that is in
+    // proportion to the keys that are there.
     if (keys_.empty() || span() > 16 * uint64_t{keys_.size()} + 64) return;
     table_.assign(static_cast<size_t>(span()), none);
     for (uint32_t i = 0; i < keys_.size(); ++i) table_[keys_[i].value() - first()] = i;
@@ -28,6 +30,7 @@ class KeyPlaces {
   /// Place of a key; `none` if it is not among them.
   uint32_t of(GenSetKey key) const {
     if (!table_.empty()) {
+      // A key below the first wraps around and is beyond the table as well.
       uint64_t const at = key.value() - first();
       return at < table_.size() ? table_[at] : none;
     }

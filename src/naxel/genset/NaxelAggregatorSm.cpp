@@ -120,11 +120,14 @@ StageSm::Look AggregatorSm::doLook() {
 std::optional<std::string> AggregatorSm::doWork() {
   // They refer to the configuration as it is now, so they must not outlive the run, however it ends.
   Walks walks = std::move(walks_);
+  // Before anything is touched, so that an exception up to here costs no more than this kick.
   auto contents = contentsOf(walks);
   workingSet_ = digestAcls(walks, contents, enabledCombos());
   cleanSm();
+  // Behind cleanSm(), which looks at how the run before has ended.
   brokenOff_ = true;
   buildFieldSets(walks);
+  // What the last run has built is read until here.
   built_.clear();
   for (size_t a = 0; a < walks.size(); ++a) {
     AclWalk& walk = walks[a];
@@ -134,6 +137,8 @@ std::optional<std::string> AggregatorSm::doWork() {
     built_.set(name, {walk.acl().stamp(), aggStatus_->aclGenSetIpRuleList(name), walk.takeStamps(),
                       std::move(contents[a]), std::move(rules)});
   }
+  // Last, when every rule has marked its sets: a set whose last user goes while another one comes keeps its
+  // key, and the transforms see no change.
   doDeleteUnusedSets();
   builtCombos_ = enabledCombos();
   brokenOff_ = false;
@@ -155,6 +160,8 @@ std::vector<std::vector<uint64_t>> AggregatorSm::contentsOf(Walks const& walks) 
     std::vector<uint64_t>& contents = all.emplace_back();
     contents.reserve(walk.named().size());
     for (size_t place = 0; place < walk.named().size(); ++place) {
+      // The stamps are those of the same place. Rules that have moved are hashed again, which costs time
+      // and never a wrong digest.
       bool const known =
           built && place < built->stamps.size() && built->stamps[place] == walk.stamps()[place];
       contents.push_back(known ? built->contents[place] : walk.named()[place]->contentHash());
@@ -171,6 +178,7 @@ uint32_t AggregatorSm::enabledCombos() const {
 }
 
 bool AggregatorSm::isUnchanged() {
+  // Which combinations are matched through one label decides which uses count, so it is part of the input.
   if (!aggWorkingSet_ || builtCombos_ != enabledCombos()) return false;
   auto const& acls = aggConfig().aclConfigColl()->acl();
   if (acls.size() != built_.size()) return false;
@@ -184,6 +192,8 @@ bool AggregatorSm::isUnchanged() {
 bool AggregatorSm::isUnchanged(AclConfig const& acl, Built& built) const {
   if (acl.ruleByName().size() != built.rules.size()) return false;
   Lumox::AddressFamily const af = built.list->af();
+  // The stamp of the ACL covers which rules it has and under which indexes, not what the rules say: a rule
+  // is told by stamps of its own.
   bool const sameRules = acl.stamp() == built.acl;
   if (!sameRules) {
     if (aclFamily(acl) != af) return false;
@@ -211,6 +221,8 @@ bool AggregatorSm::isUnchanged(AclConfig const& acl, Built& built) const {
     RuleStamps const stamps = rule->stamps();
     if (stamps != built.stamps[place]) {
       if (!saysTheSame(*rule, af, *built.rules[place])) return false;
+      // What is learnt here is true whatever the rest of the look comes to, so it is kept where a later
+      // rule differs, too.
       built.stamps[place] = stamps;
       built.contents[place] = rule->contentHash();
     }
@@ -224,6 +236,7 @@ bool AggregatorSm::saysTheSame(IpPrefixList const* list, PrefixXformKey const& k
                                GenSetKey set) const {
   if (!list || !set) return !list && !set;
   auto const known = aggStatus_->prefixInfo(key)->prefixSetColl(set);
+  // The list as it stood when the set was built: the configuration's own one may have been edited since.
   return known && known->prefixList() && known->prefixList()->isEqual(*list);
 }
 
@@ -262,6 +275,7 @@ void AggregatorSm::doCleanSm() {
 }
 
 void AggregatorSm::cleanSm() {
+  // Before the sets without a record are deleted: it drops the records that never got a set.
   for (auto const& [key, deduper] : prefixDeduper_) deduper->unmarkAll();
   for (auto const& [type, deduper] : rangeDeduper_) deduper->unmarkAll();
   if (brokenOff_) {
@@ -348,6 +362,7 @@ void AggregatorSm::rebuildList(AclWalk const& walk, Built const& built) {
     }
     auto changed = Mox::makePtr<GenSetIpRule>(rule.name());
     buildRule(config, list->af(), *changed);
+    // Replaced and not edited, because the expander tells by the object whether a rule has changed.
     list->genSetIpRuleReplace(std::move(changed));
   }
   list->genSetIpRuleByIdDelAll();
@@ -389,6 +404,8 @@ void AggregatorSm::buildRuleSets(RuleFilter const& filter, Lumox::AddressFamily 
 void AggregatorSm::countUses() {
   GenSetUsageInfo& usage = *aggStatus_->genSetUsageInfo();
   auto const publish = [&](GenSetKey key, uint32_t uses) {
+    // The pairs have been taken off before, so a count may have passed below zero meanwhile. The arithmetic
+    // wraps, and the sum is right.
     if (uses) usage.refCountIs(key).valueInc(uses);
   };
   size_t sets = 0;
@@ -401,6 +418,8 @@ void AggregatorSm::countUses() {
 
 void AggregatorSm::uncountPair(ComboLabelSetType type, GenSetIpRule const& rule) {
   GenSetKeyPair const pair = rule.comboPair(type);
+  // A rule that matches both sides through one label does not use the pairs of either side, and must not
+  // make them look expensive.
   if (!pair.src() || !pair.dst() || !hwCapability_->comboEnabled(type)) return;
   aggStatus_->genSetUsageInfo()->refCountIs(pair.src()).valueDec(1);
   aggStatus_->genSetUsageInfo()->refCountIs(pair.dst()).valueDec(1);
@@ -426,6 +445,8 @@ GenSetKey AggregatorSm::doBuildPrefixSet(PrefixXformKey const& key,
 
   GenSetKey const setKey = genSetKeyGen_->newKey();
   auto const set = deduper.prefixAggInfo()->prefixSetCollIs(setKey);
+  // Host bits are cleared here: the trie holds prefixes without them, and two prefixes that differ in them
+  // alone are one node.
   set->prefixIs(masked(list->addr()));
   set->exceptPrefixIs(masked(list->exceptAddr()));
   auto const record = prefixListDedupFactory(list);

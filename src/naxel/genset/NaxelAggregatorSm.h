@@ -95,6 +95,7 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
 
   void doStartKick() override;
   /// Digest of the configuration as it is now.
+  /// O(rules), of which those that stand as they did cost no hashing.
   AggregatorWorkingSet doBuildWorkingSet() const;
   /// The steps of a run by themselves, in this order; the configuration must be one that can be
   /// compiled. The kick after them does the work again. First: unmarks every set and empties what is

@@ -42,6 +42,7 @@ class NAXEL_EXPORT PrefixAggregatorInfo : public Mox::Entity {
   Mox::Ptr<PrefixSet> prefixSetColl(GenSetKey key) const {
     return Mox::lookup(prefixSetColl_, key);
   }
+  /// The set of that key, made without members if absent.
   Mox::Ptr<PrefixSet> prefixSetCollIs(GenSetKey key);
   bool prefixSetCollHas(GenSetKey key) const { return prefixSetColl_.contains(key); }
   void prefixSetCollDel(GenSetKey key) { prefixSetColl_.erase(key); }
@@ -62,6 +63,7 @@ class NAXEL_EXPORT RangeSplitAggregatorInfo : public Mox::Entity {
   RangeSetType setType() const { return setType_; }
   Mox::HashMap<GenSetKey, Mox::Ptr<RangeSet>> const& rangeSetColl() const { return rangeSetColl_; }
   Mox::Ptr<RangeSet> rangeSetColl(GenSetKey key) const { return Mox::lookup(rangeSetColl_, key); }
+  /// The set of that key, made without members if absent.
   Mox::Ptr<RangeSet> rangeSetCollIs(GenSetKey key, RangeSetType type);
   bool rangeSetCollHas(GenSetKey key) const { return rangeSetColl_.contains(key); }
   void rangeSetCollDel(GenSetKey key) { rangeSetColl_.erase(key); }
@@ -145,6 +147,7 @@ class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
     auto const* rule = genSetIpRule_.find(name);
     return rule ? *rule : nullptr;
   }
+  /// The rule of that name, made if absent.
   Mox::Ptr<GenSetIpRule> genSetIpRuleIs(std::string const& name);
   /// In rule order.
   Mox::FlatMap<AceIndex, Mox::Ptr<GenSetIpRule>> const& genSetIpRuleById() const {
@@ -201,6 +204,7 @@ class NAXEL_EXPORT AggregatorStatus : public StageStatus {
   Mox::Ptr<AclGenSetIpRuleList> aclGenSetIpRuleListIs(std::string const& name,
                                                       Lumox::AddressFamily af);
   void aclGenSetIpRuleListIs(Mox::Ptr<AclGenSetIpRuleList> list) {
+    // No stamp is drawn: a run deletes all lists first, which draws one for everything that it adds.
     std::string const name = list->name();
     aclGenSetIpRuleList_.set(name, std::move(list));
   }

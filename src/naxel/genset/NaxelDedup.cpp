@@ -28,6 +28,7 @@ void Deduper::clear() {
 
 Deduper::BucketMap Deduper::dedupedHash() const {
   BucketMap buckets;
+  // Between kicks there is no index, and so nothing to show, though the objects are there.
   if (last_.empty()) return buckets;
   for (Item const& item : items_) {
     uint32_t const hash = item.obj->hash();
@@ -42,6 +43,7 @@ size_t Deduper::add(Mox::Ptr<Dedupable> const& obj) {
   uint64_t const place = obj->place();
   uint32_t const known = find(place, [&](Dedupable const& o) { return o.isEqual(obj); });
   if (known != none) return known;
+  // At the end, so that a position stays what it is until objects are dropped.
   items_.push_back({obj, place});
   enter(static_cast<uint32_t>(items_.size() - 1));
   return items_.size() - 1;
@@ -73,6 +75,7 @@ Mox::AttributeTable const& DedupMarkAndSweeper::attributeTable() const {
 }
 
 GenSetKey DedupMarkAndSweeper::mark(size_t at) {
+  // Objects come by add() without a mark; all that are missing are made at once.
   if (marks_.size() <= at) marks_.resize(objects());
   Mark& m = marks_[at];
   m.key = keyOf(at);
@@ -86,9 +89,12 @@ void DedupMarkAndSweeper::markKey(GenSetKey key) { ++marks_[byPlace_[places_.at(
 void DedupMarkAndSweeper::unmarkAll() {
   clearIndex();
   marks_.resize(objects());
+  // A record that was added and never marked is left over from a run that an exception has ended. It stands
+  // for no set.
   dropMarked([](Mark const& m) { return !m.deduped; });
   rebuildIndex();
   for (size_t at = 0; at < marks_.size(); ++at) {
+    // Noted once for all: to ask an object costs a virtual call and a cast.
     marks_[at].uses = 0;
     marks_[at].key = keyOf(at);
   }
@@ -106,6 +112,7 @@ void DedupMarkAndSweeper::unmarkAll() {
 }
 
 void DedupMarkAndSweeper::sweepUnmarked() {
+  // The index refers to positions, which are about to change; and the next run makes it anew in any case.
   clear();
   places_ = KeyPlaces();
   byPlace_ = {};
@@ -136,6 +143,8 @@ Mox::AttributeTable const& PrefixListDedup::attributeTable() const {
 }
 
 void PrefixListDedup::prefixSetIs(Mox::Ptr<PrefixSet> set) {
+  // The copy shares its members with the list until one of the two is written, so this costs no memory as
+  // long as the agent leaves the list alone.
   prefixList_ = prefixList_->copy();
   prefixSet_ = std::move(set);
 }
@@ -162,6 +171,8 @@ Mox::AttributeTable const& GenSetKeyGroupDeduper::attributeTable() const {
 PlainLabel GenSetKeyGroupDeduper::addGroup(Mox::Ptr<GenSetKeyGroup> const& group) {
   // The same object again, which is what sharing transforms mostly bring, needs no content hash.
   if (PlainLabel const* known = dedupedGenSetKeyGroup_.get(group)) return *known;
+  // Another object may hold the same keys: equal groups must get one label, or the pieces would need more
+  // labels than they differ in.
   Mox::Ptr<Dedupable> const canonical = addObj(group);
   if (PlainLabel const* known = dedupedGenSetKeyGroup_.get(canonical)) return *known;
   PlainLabel const label(plainLabelInc(1));

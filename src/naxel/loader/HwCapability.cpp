@@ -24,6 +24,7 @@ void ChipHwCapability::handleInitialized() {
 void ChipHwCapability::valuesIs(ChipHwCapability const& from) {
   if (hasValuesOf(from)) return;
   auto const takeOver = [](auto const& now, auto const& wanted, auto set, auto del) {
+    // Gathered first, because deleting ends the iterators of the walk.
     std::vector<std::remove_cvref_t<decltype(now.begin()->first)>> gone;
     for (auto const& [key, width] : now)
       if (!wanted.contains(key)) gone.push_back(key);
@@ -57,6 +58,8 @@ bool ChipHwCapability::hasValuesOf(ChipHwCapability const& other) const {
 bool ChipHwCapability::comboEnabled(ComboLabelSetType type) const {
   if (comboXformWidth(type) == 0) return false;
   if (type == ComboLabelSetType::srcDstL4Port)
+    // A side without labels has nothing to combine. If one label were expected all the same, every pair
+    // would be an empty set, and the rules that constrain both sides would vanish.
     return rangeXformWidth(RangeSetType::srcPort) && rangeXformWidth(RangeSetType::dstPort);
   auto const af = type == ComboLabelSetType::ipv4SrcDstPrefix ? Lumox::ipv4() : Lumox::ipv6();
   return prefixXformWidth(PrefixXformKey(af, true)) && prefixXformWidth(PrefixXformKey(af, false));

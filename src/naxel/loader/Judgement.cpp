@@ -5,7 +5,10 @@
 namespace Naxel {
 
 bool answers(ResourceStatus const& answer, ResourceConfig const& request) {
+  // A table that has never been answered for has the id 0, which no request has.
   if (answer.responseId() != request.requestId()) return false;
+  // The requests of one kick share an id, so the state has to tell them apart: right after the load has
+  // been requested every table still shows its answer to the acquire.
   ResponseState const state = answer.responseState();
   switch (request.requestState()) {
     case RequestState::acquire:
@@ -24,6 +27,8 @@ Judgement judge(PDStatus const& status, ResourceConfig const& request) {
     ResourceStatus const answer = tableStatus(status, table);
     if (!answers(answer, request)) {
       all.complete = all.complete && tcpFlags;
+      // The state `failed` does not answer a load, and so this is noted beside the tables that are missing:
+      // what a chip does that has lost resources which it had acquired nobody knows.
       if (request.requestState() == RequestState::load && !tcpFlags &&
           answer == ResourceStatus(request.requestId(), ResponseState::failed))
         all.failedLoad = table;
@@ -36,6 +41,8 @@ Judgement judge(PDStatus const& status, ResourceConfig const& request) {
     all.hitless = answer.responseState() == ResponseState::hitless;
     (all.hitless ? all.hitlessTable : all.hitfulTable) = table;
   };
+  // First, so that the table that nobody has to answer for is never the one that decides whether the change
+  // is hitless.
   examine(PDTable::tcpFlags);
   for (PDTable table : allPDTables())
     if (table != PDTable::tcpFlags) examine(table);

@@ -35,6 +35,8 @@ struct Judgement {
   bool isMixed() const { return hitlessTable && hitfulTable; }
 };
 
+/// Looks at the answers of all tables as they stand now. It has no memory: the same statuses and request
+/// give the same result.
 Judgement judge(PDStatus const& status, ResourceConfig const& request);
 
 }  // namespace Naxel

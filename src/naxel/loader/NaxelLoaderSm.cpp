@@ -35,6 +35,8 @@ LoaderSm::LoaderSm(Obel::ChipId chipId, Mox::Ptr<LoaderConfig> config,
   // output on offer has not been asked to be loaded.
   bool const acquiring = pdConfig_->pdResourceConfig().requestState() == RequestState::acquire;
   inForce_ = acquiring ? pdConfig_->prevPDData() : pdConfig_->currPDData();
+  // A policy that stands over a used pair is a caution from the first kick on, also of one that fails
+  // before it comes to this stage.
   updateCaution();
   driverReactor_.notifierIs(pdStatus_.get());
 }
@@ -54,13 +56,18 @@ Mox::TraceLine LoaderSm::traceStep(int level, char const* step) const {
 
 void LoaderSm::doStartKick() {
   traceStep(8, "doStartKick");
+  // Nothing is an answer yet: kickBegins() may write the policy, and a driver that reacts within that write
+  // is ignored in this state.
   smStateIs(LoaderSmState::initial);
   advancing_ = stepWanted_ = false;  // a write that threw may have left the loop marked as running
   isHitless_ = true;
   refusals_.clear();
   policy_.kickBegins(paramConfig_->permitDuringUpdate());
+  // The output is complete before anything is asked for, so where memory runs out in building it the
+  // request and both outputs stay as they are.
   auto output = newOutput();
   requested_ = true;
+  // The state comes before the request, because the driver may answer within that write.
   smStateIs(LoaderSmState::waitingForAcquire);
   request(RequestState::acquire, inForce_, std::move(output));
 }
@@ -73,6 +80,8 @@ void LoaderSm::doPDLoad() {
 
 Mox::Ptr<PDData const> LoaderSm::newOutput() {
   if (!widths_ || !widths_->hasValuesOf(*hwCapability_)) {
+    // A copy of its own: the widths of the next kick are written into the same entity while the driver
+    // still reads this output. Outputs of equal widths have one copy in common.
     auto const widths = Mox::makePtr<ChipHwCapability>(chipId());
     widths->valuesIs(*hwCapability_);
     widths_ = widths;
@@ -124,6 +133,8 @@ void LoaderSm::loadComboInfo(PDData& pdData) const {
 
 void LoaderSm::loadAclRuleInfo(PDData& pdData) const {
   auto const info = loaderConfig().ruleExpanderLoaderInfo();
+  // An output without ACLs would be loaded without complaint and take them all out of the chip, so a
+  // missing input fails the kick.
   if (!info) throw std::logic_error("the rule expander has left no entries for the chip");
   // The expander replaces its rules and does not edit them, so that the driver can keep the same
   // ones.
@@ -139,6 +150,7 @@ void LoaderSm::request(RequestState state, Mox::Ptr<PDData const> prev,
                        Mox::Ptr<PDData const> curr) {
   // Whoever was told of the write before this one may have taken the pipeline down.
   if (down_ || !config()) return;
+  // A step of the loop makes requests, too; it goes on by itself once this call has returned.
   bool const outermost = !advancing_;
   advancing_ = true;  // what the driver answers from within the write waits for the loop
   pdConfig_->requestIs(std::move(prev), std::move(curr),
@@ -149,6 +161,8 @@ void LoaderSm::request(RequestState state, Mox::Ptr<PDData const> prev,
 
 void LoaderSm::requestLoad() {
   if (down_) return;
+  // A load must not fail, so from its request on this is what a revert goes back to, whether or not the
+  // kick lives to see the answer.
   inForce_ = pdConfig_->currPDData();
   policy_.loadBegins();
   request(RequestState::load);
@@ -164,6 +178,7 @@ void LoaderSm::handleXformStatus() {
   // Reactors of the status may take the owner of this stage down, here and below.
   auto const alive = Mox::keepAlive(this);
   traceStep(8, "handleXformStatus");
+  // All that this state waits for is a policy, so no answer of a table brings it on.
   if (requested_ && smState_ == LoaderSmState::pdLoadSuccess) {
     Judgement const judgement = judged();
     assertLoadable(judgement);
@@ -190,16 +205,19 @@ void LoaderSm::handleTcpFlagsStatus() {
 void LoaderSm::handleGlobalAclControl() {
   auto const alive = Mox::keepAlive(this);
   traceStep(8, "handleGlobalAclControl");
+  // Read before the report is evaluated, which writes a policy of the driver's own over it.
   GlobalAclControl const asked = pdConfig_->globalAclControl();
   PolicyExchange::News const news = policy_.handleReport();
   updateCaution();
   if (down_) return;
+  // What took the place of that change is still outstanding, so there is nothing to go on with.
   if (news == PolicyExchange::News::late) {
     if (auto line = traceStep(1, "handleGlobalAclControl"))
       line << ": late confirmation of " << pdStatus_->globalAclControl()
            << ", which was asked for before this pipeline";
     return;
   }
+  // Before the first request a driver fills in what it has started with, which is no news to an operator.
   if (news == PolicyExchange::News::ownPolicy && requested_)
     if (auto line = traceStep(0, "handleGlobalAclControl"))
       line << ": the driver reports policy " << pdStatus_->globalAclControl()
@@ -217,6 +235,8 @@ void LoaderSm::updateCaution() noexcept {
 
 void LoaderSm::noteProgress() {
   ResourceConfig const& request = pdConfig_->pdResourceConfig();
+  // Progress arms the silence timer anew. If every write of the driver counted, one that repeats the same
+  // answers for ever would never be reported as silent.
   Stance const now{request, judge(*pdStatus_, request).answered, smState_};
   if (std::exchange(stance_, now) != now) status_->progressInc();
 }
@@ -240,6 +260,8 @@ void LoaderSm::advanceLoop() {
       stepWanted_ = false;
       takeStep();
     }
+    // This loop runs below a write of the driver and not below the frame of the stage, so nobody else would
+    // turn an exception into a failed kick.
   } catch (std::exception const& e) {
     doFailThrown(e.what());
   } catch (...) {
@@ -262,6 +284,7 @@ void LoaderSm::takeStep() {
   bool const acquiring = pdConfig_->pdResourceConfig().requestState() == RequestState::acquire;
   Judgement const judgement = judged();
   assertLoadable(judgement);
+  // Kept, because noteRefusals() moves the state on.
   bool const acquired = smState_ == LoaderSmState::pdAcquireSuccess;
   noteRefusals(judgement);
   // Up to the request of the load, any table may still refuse.
@@ -303,6 +326,8 @@ void LoaderSm::handleLoaderState() {
     case LoaderSmState::pdLocalFail:
     case LoaderSmState::waitingForRevert: return;
     case LoaderSmState::pdAcquireSuccess:
+      // The tables are rewritten only once the driver reports the policy as in force. Until then every
+      // event comes here again.
       if (isHitless_ || policyIs(policy_.temporary())) return requestLoad();
       if (policy_.isContested()) doAcquireFail();
       return;
@@ -328,12 +353,15 @@ void LoaderSm::handleLoaderState() {
 }
 
 void LoaderSm::doAcquireFail() {
+  // The refused output is kept before the request puts the previous one in its place, and the state is set
+  // before the driver can answer that request from within the write.
   status_->lastFailedStateIs(FailureData(pdConfig_->currPDData(), failedResponseId_));
   smStateIs(LoaderSmState::waitingForRevert);
   request(RequestState::revert, pdConfig_->prevPDData(), pdConfig_->prevPDData());
 }
 
 std::string LoaderSm::refusalText() const {
+  // Without a refusal this is reached only with a driver that contests the temporary policy.
   if (refusals_.empty())
     return "the driver puts another policy in force whenever one is asked for: " +
            std::to_string(policy_.ownPolicies()) + " times in this kick";
@@ -345,6 +373,8 @@ std::string LoaderSm::refusalText() const {
 }
 
 bool LoaderSm::policyIs(GlobalAclControl wanted) {
+  // Both sides as they stand now: the driver may confirm within the write, and the trace is about what has
+  // changed.
   GlobalAclControl const before = pdStatus_->globalAclControl();
   GlobalAclControl const asked = pdConfig_->globalAclControl();
   bool const done = policy_.policyIs(wanted);
@@ -357,6 +387,7 @@ bool LoaderSm::policyIs(GlobalAclControl wanted) {
 
 Judgement LoaderSm::judged() const {
   ResourceConfig const& request = pdConfig_->pdResourceConfig();
+  // The walks by kind are for the trace alone; judge() looks at all tables by itself.
   if (naxelTrace().on(1)) {
     struct Kind {
       char const* step;
@@ -384,6 +415,8 @@ Judgement LoaderSm::judged() const {
 
 void LoaderSm::noteRefusals(Judgement const& judgement) {
   for (PDTable table : judgement.refusedBy) {
+    // The answer stands, and every further step sees it again: a table is traced and listed once, with the
+    // reason that it gave first.
     failedResponseId_ = pdConfig_->pdResourceConfig().requestId();
     smStateIs(LoaderSmState::pdLocalFail);
     if (std::ranges::any_of(refusals_, [&](Refusal const& r) { return r.table == table; }))
@@ -414,6 +447,8 @@ std::string LoaderSm::waitingFor() const {
   ResourceConfig const& current = pdConfig_->pdResourceConfig();
   std::string const request =
       Mox::stringValue(current.requestState()) + " of id " + valueToStrep(current.requestId());
+  // In pdAcquireSuccess the request tells two waits apart: as long as it is the acquire, which has been
+  // answered, the temporary policy is waited for.
   bool const policy = smState_ == LoaderSmState::pdLoadSuccess ||
                       smState_ == LoaderSmState::pdRevertSuccess ||
                       (smState_ == LoaderSmState::pdAcquireSuccess &&

@@ -48,8 +48,13 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
            Mox::Ptr<ChipHwCapability const> hwCapability,
            Mox::Ptr<Acl::ParamConfig const> paramConfig);
 
+  /// Where the handshake stands. It says `initial` before the first kick, and after a kick that has failed
+  /// by an exception.
   LoaderSmState smState() const { return smState_; }
+  /// Whether the driver has called the output of this kick hitless; true until it has answered the acquire
+  /// completely.
   bool isHitless() const { return isHitless_; }
+  /// The id of the last request that a table has refused; 0 if there was none.
   Mox::Seconds failedResponseId() const { return failedResponseId_; }
   std::string const& traceKey() const { return traceKey_; }
   Mox::Ptr<PDConfig> const& pdConfig() const { return pdConfig_; }
@@ -154,6 +159,7 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   bool requested_ = false;   // a request of this loader stands
   bool advancing_ = false;   // the loop is running
   bool stepWanted_ = false;  // something happened since its last look
+  // The last member: it is made when everything that it calls is there, and destroyed first.
   DriverReactor driverReactor_{*this};
 };
 NAXEL_EXPORT Mox::Ptr<LoaderSm> loaderSmFactory(Obel::ChipId chipId, Mox::Ptr<LoaderConfig> config,

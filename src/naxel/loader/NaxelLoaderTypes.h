@@ -87,6 +87,7 @@ class NAXEL_EXPORT LoaderConfig : public StageConfig {
   void ruleExpanderLoaderInfoIs(Mox::Ptr<PDAclColl const> v) {
     ruleExpanderLoaderInfo_ = std::move(v);
   }
+  /// True once the root has made all encoders whose loader infos come here.
   bool initialized() const { return initialized_; }
   void initializedIs(bool v) { initialized_ = v; }
 

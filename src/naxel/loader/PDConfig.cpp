@@ -37,6 +37,7 @@ void PDConfig::currPDDataIs(Mox::Ptr<PDData const> v) {
 void PDConfig::requestIs(Mox::Ptr<PDData const> prev, Mox::Ptr<PDData const> curr,
                          ResourceConfig const& request) {
   MOX_ASSERT(prev && curr);
+  // Whoever is told below may drop the last reference to this entity.
   auto const alive = Mox::keepAlive(this);
   bool const newPrev = prevPDData_ != prev;
   bool const newCurr = currPDData_ != curr;
@@ -44,6 +45,8 @@ void PDConfig::requestIs(Mox::Ptr<PDData const> prev, Mox::Ptr<PDData const> cur
   prevPDData_ = prev;
   currPDData_ = curr;
   pdResourceConfig_ = request;
+  // A handler that writes a newer request has told everybody of it by the time it returns. To go on with
+  // this one would have the others hear the older request last.
   auto const stands = [&] {
     return prevPDData_ == prev && currPDData_ == curr && pdResourceConfig_ == request;
   };
@@ -85,6 +88,7 @@ void PDStatus::rangeStatusIs(RangeSetType type, ResourceStatus const& v) {
       &N::onPdLengthXformEntryStatus,  &N::onPdFragmentXformEntryStatus,
       &N::onPdDscpXformEntryStatus,    &N::onPdTcpFlagsXformEntryStatus};
   auto const at = static_cast<size_t>(type);
+  // The handlers stand in the order of the types, and that of the table for TCP flags behind them.
   if (at >= handlers.size()) MOX_ASSERT(false && "Unknown rangeSet type");
   attrIs(range_[at], v, handlers[at]);
 }

@@ -76,6 +76,8 @@ class NAXEL_EXPORT PDConfig : public Mox::Entity {
   Mox::Ptr<PDData const> const& currPDData() const { return currPDData_; }
   void currPDDataIs(Mox::Ptr<PDData const> v);
   void currPDDataDel() { currPDDataIs(emptyOutput()); }
+  /// The policy that is asked for, or that the driver has put in force by itself. It is confirmed once
+  /// PDStatus names the same.
   GlobalAclControl globalAclControl() const { return globalAclControl_; }
   void globalAclControlIs(GlobalAclControl v) {
     attrIs(globalAclControl_, v, &Notifiee::onGlobalAclControl);
@@ -139,9 +141,13 @@ class NAXEL_EXPORT PDStatus : public Mox::Entity {
     attrIs(globalAclControl_, v, &Notifiee::onGlobalAclControl);
   }
 
+  /// The answers of the prefix tables. A key that is absent has not been answered; the other tables have an
+  /// answer from the start, whose id 0 answers nothing.
   Mox::OrderedMap<PrefixXformKey, ResourceStatus> const& pdPrefixXformEntryStatus() const {
     return prefix_;
   }
+  /// Writes wake the library within the call; when this one returns another request may stand, here as with
+  /// every other status.
   void pdPrefixXformEntryStatusIs(PrefixXformKey const& key, ResourceStatus const& v) {
     itemSet(prefix_, key, v, &Notifiee::onPdPrefixXformEntryStatus);
   }
@@ -261,6 +267,7 @@ class NAXEL_EXPORT GlobalPDConfig : public Mox::Entity {
   Mox::OrderedMap<Obel::ChipId, Mox::Ptr<PDConfig>> const& pdConfig() const { return pdConfig_; }
   Mox::Ptr<PDConfig> pdConfig(Obel::ChipId chip) const { return Mox::lookup(pdConfig_, chip); }
   bool pdConfigHas(Obel::ChipId chip) const { return pdConfig_.contains(chip); }
+  /// The chip's entity, made if absent.
   Mox::Ptr<PDConfig> pdConfigIs(Obel::ChipId chip) {
     return itemIs(pdConfig_, chip, &Notifiee::onPdConfig, [&] { return pDConfigFactory(chip); });
   }
@@ -285,6 +292,7 @@ class NAXEL_EXPORT GlobalPDStatus : public Mox::Entity {
   Mox::OrderedMap<Obel::ChipId, Mox::Ptr<PDStatus>> const& pdStatus() const { return pdStatus_; }
   Mox::Ptr<PDStatus> pdStatus(Obel::ChipId chip) const { return Mox::lookup(pdStatus_, chip); }
   bool pdStatusHas(Obel::ChipId chip) const { return pdStatus_.contains(chip); }
+  /// The chip's entity, made if absent.
   Mox::Ptr<PDStatus> pdStatusIs(Obel::ChipId chip) {
     return itemIs(pdStatus_, chip, &Notifiee::onPdStatus, [&] { return pDStatusFactory(chip); });
   }

@@ -38,6 +38,7 @@ PDAclRule const* PDAclRuleColl::rule(AceIndex index) const {
 }
 
 Mox::Ptr<PDAclRule> PDAclRuleColl::ruleIs(AceIndex index) {
+  // For an output that is still being filled: a rule that others may already read is replaced, never edited.
   if (auto const* item = rule_.get(index)) return written(*item);
   auto made = Mox::makePtr<PDAclRule>(index);
   rule_.set(index, made);

@@ -7,6 +7,7 @@ namespace Naxel {
 
 namespace {
 
+// The first tables stand in the order of PrefixXformKey::all().
 PrefixXformKey const& prefixKey(PDTable t) { return PrefixXformKey::all()[static_cast<size_t>(t)]; }
 ComboLabelSetType comboType(PDTable t) {
   return static_cast<ComboLabelSetType>(static_cast<size_t>(t) -

@@ -50,6 +50,8 @@ NAXEL_EXPORT std::string tableTitle(PDTable table);
 
 /// The answer of a table; the default one for a prefix table that has none yet.
 NAXEL_EXPORT ResourceStatus tableStatus(PDStatus const& status, PDTable table);
+/// Writes the answer of a table, which wakes the library if it differs: when this returns, another request
+/// may stand.
 NAXEL_EXPORT void tableStatusIs(PDStatus& status, PDTable table, ResourceStatus const& answer);
 /// How many entries of a table an output takes.
 NAXEL_EXPORT size_t tableEntries(PDData const& data, PDTable table);

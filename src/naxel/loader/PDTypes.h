@@ -227,6 +227,7 @@ constexpr PDAclFilter::E PDAclFilter::*PDAclFilter::labelMember(TcamFieldType fi
       &PDAclFilter::sport_,    &PDAclFilter::dport_,       &PDAclFilter::portCombo_,
       &PDAclFilter::icmpType_, &PDAclFilter::proto_,       &PDAclFilter::length_,
       &PDAclFilter::fragment_, &PDAclFilter::dscp_};
+  // The fields that carry labels begin at 1; 0 is the field that is none.
   return members[static_cast<size_t>(field) - 1];
 }
 

@@ -7,6 +7,7 @@ PolicyExchange::PolicyExchange(Mox::Ptr<PDConfig> config, Mox::Ptr<PDStatus cons
   ResourceConfig const& request = config_->pdResourceConfig();
   bool const stands = status_->globalAclControl() != GlobalAclControl::doNotApply;
   if (config_->globalAclControl() != status_->globalAclControl()) {
+    // Without a request nobody has asked for anything yet, and what the driver reports is its own.
     if (request.requestId() != 0) superseded_ = config_->globalAclControl();
     untilLoaded_ = stands;
   } else {
@@ -18,6 +19,8 @@ bool PolicyExchange::isOfInterruptedLoad() const {
   ResourceConfig const& request = config_->pdResourceConfig();
   ResourceStatus const hitful(request.requestId(), ResponseState::hitful);
   switch (request.requestState()) {
+    // A finished load lifts every policy, so one that stands is taken for that of a load that has not come
+    // to its end.
     case RequestState::load: return true;
     case RequestState::acquire:
       // The tables of before take its place where the load is not made; there must be some.
@@ -36,6 +39,8 @@ void PolicyExchange::kickBegins(bool permit) {
   permit_ = permit;
   ownPolicies_ = 0;
   bool const stands = status_->globalAclControl() != GlobalAclControl::doNotApply;
+  // What PDConfig names and PDStatus does not counts as an outstanding change. One that nobody waits for is
+  // taken back here, and a policy that the driver has started with is written down.
   if (!outstanding_ && !(superseded_ && stands)) adopt();
 }
 
@@ -45,6 +50,7 @@ PolicyExchange::News PolicyExchange::handleReport() {
   if (inForce == asked) {
     outstanding_ = false;
     superseded_.reset();
+    // Nothing stands that would have to stay.
     if (inForce == GlobalAclControl::doNotApply) untilLoaded_ = false;
     return News::confirmed;
   }
@@ -67,17 +73,22 @@ bool PolicyExchange::policyIs(GlobalAclControl wanted) {
   GlobalAclControl const inForce = status_->globalAclControl();
   GlobalAclControl const asked = config_->globalAclControl();
   if (inForce == wanted && asked == wanted) return true;
+  // With two changes outstanding the confirmation of the first could be taken for that of the second, and
+  // tables would be rewritten without a policy.
   if ((outstanding_ && inForce != asked) || isContested()) return false;
   // What was asked for and is not in force is taken back first; and where it is what is wanted, only a
   // change is heard.
   config_->globalAclControlIs(inForce);
   if (down_) return false;
+  // Before the write, because the driver may confirm within it; set afterwards this would wait for a
+  // confirmation that has come.
   outstanding_ = inForce != wanted;
   config_->globalAclControlIs(wanted);
   return !down_ && !outstanding_ && status_->globalAclControl() == wanted;
 }
 
 GlobalAclControl PolicyExchange::temporary() const {
+  // A driver that has closed by itself may have empty tables: to permit all would open them.
   bool const closed = untilLoaded_ && status_->globalAclControl() == GlobalAclControl::denyAll;
   return permit_ && !closed ? GlobalAclControl::permitAll : GlobalAclControl::denyAll;
 }

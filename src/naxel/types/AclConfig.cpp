@@ -15,6 +15,7 @@ Mox::AttributeTable const& RuleConfig::attributeTable() const {
 
 Mox::Ptr<RuleFilter> RuleConfig::ruleFilterIs() {
   if (ruleFilter_) return ruleFilter_;
+  // Made before the stamp is given up, so that a failure leaves the rule as it is.
   auto filter = Mox::makePtr<RuleFilter>();
   stamp_.renew();
   attrIs(ruleFilter_, std::move(filter), &Notifiee::onRuleFilter);
@@ -65,6 +66,7 @@ void AclConfig::optionalAfIs(std::optional<Lumox::AddressFamily> af) {
 }
 
 AclConfig::IndexesOf& AclConfig::indexesOf() {
+  // Made at the first deletion of a rule: most agents never delete one, and pay nothing for it.
   if (indexesOf_) return *indexesOf_;
   IndexesOf all;
   all.reserve(ruleById_.size());
@@ -102,6 +104,7 @@ void AclConfig::ruleByNameDel(std::string const& name) {
   Mox::Ptr<RuleConfig> const rule = ruleByName(name);
   if (!rule) return;
   if (auto const* all = indexesOf().get(rule.get())) {
+    // A copy, because every deletion below changes the set.
     auto const indexes = *all;
     for (AceIndex index : indexes) ruleByIdDel(index);
   }
@@ -110,6 +113,7 @@ void AclConfig::ruleByNameDel(std::string const& name) {
 }
 
 void AclConfig::ruleByNameDelAll() {
+  // The indexes first, so that nobody finds one that refers to a rule which the ACL does not hold.
   ruleByIdDelAll();
   stamp_.renew();
   collDelAll(ruleByName_, &Notifiee::onRuleByName);
@@ -131,6 +135,7 @@ void AclConfig::ruleByIdDelAll() {
   indexesOf_.reset();
   stamp_.renew();
   ruleById_.clear();
+  // Told when all of them are gone: handlers read the present state.
   for (AceIndex index : indexes) notify(&Notifiee::onRuleById, index);
 }
 

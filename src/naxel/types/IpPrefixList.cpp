@@ -15,6 +15,8 @@ Mox::AttributeTable const& IpPrefixList::attributeTable() const {
 IpPrefixList::IpPrefixList() : content_(Mox::makePtr<Content>()) {}
 
 IpPrefixList::Content& IpPrefixList::ownContent() {
+  // Copied only for a change to what somebody else holds as well: mostly the frozen copy that a set was
+  // built from.
   if (content_->references() > 1) content_ = Mox::makePtr<Content>(*content_);
   stamp_.renew();
   digest_.reset();
@@ -25,12 +27,14 @@ Mox::Ptr<IpPrefixList> IpPrefixList::copy() const {
   auto list = Mox::makePtr<IpPrefixList>();
   static_cast<void>(stamp());  // so that both have it
   list->stamp_ = stamp_;
+  // Computed before it is handed on, so that it is computed once for both.
   list->digest_ = digest();
   list->content_ = content_;
   return list;
 }
 
 void IpPrefixList::insert(PrefixColl Content::*coll, Lumox::IpGenPrefix const& p, On on) {
+  // Asked first: to write what is there already is no change, and must not cost the list its stamp.
   if (((*content_).*coll).contains(p)) return;
   (ownContent().*coll).insertAbsent(p);
   notify(on, p);
@@ -68,7 +72,9 @@ IpPrefixList::Digest IpPrefixList::computeDigest() const {
       total += p.hash64();
       Mox::KeyedHash h;
       p.placeWords(h);
+      // A prefix that is excepted must not count like one that is a member.
       if (excepted) h.word(1);
+      // A sum, because both sets are unordered.
       place += h.finish();
       (p.af() == Lumox::ipv4() ? families.ipv4 : families.ipv6) = true;
     }
@@ -95,6 +101,7 @@ bool IpPrefixList::isEqual(IpPrefixList const& other) const {
            std::all_of(a.begin(), a.end(),
                        [&](Lumox::IpGenPrefix const& p) { return b.contains(p); });
   };
+  // The place is cached and mostly tells lists apart; that they are equal only their members say.
   bool const equal = place() == other.place() && same(addr(), other.addr()) &&
                      same(exceptAddr(), other.exceptAddr());
   // Else every rule that shares one of them would have its members compared again.

@@ -55,6 +55,8 @@ void RuleFilter::rangeDel(RangeSetType type, uint32_t start, uint32_t end) {
 
 namespace {
 
+// Every field is mixed with a number of its own, so that content which moves from one field to another
+// changes the hash.
 enum : uint64_t { sourceSalt = 1, destinationSalt, firstRangeSalt };
 
 }  // namespace
@@ -65,6 +67,8 @@ RuleFilter::OwnDigest RuleFilter::computeOwnDigest() const {
   forEachRangeColl([&](RangeSetType type, auto const& ranges) {
     uint64_t const salt = firstRangeSalt + static_cast<uint64_t>(type);
     using R = typename std::remove_cvref_t<decltype(ranges)>::value_type;
+    // The number of ranges is part of it, so that no range of one field can be read as the beginning of the
+    // next.
     if (!ranges.empty()) hash = Mox::hashCombine(hash, Mox::hashCombine(salt, ranges.size()));
     ranges.forEach([&](R const& r) {
       hash = Mox::hashCombine(hash, r.orderKey());

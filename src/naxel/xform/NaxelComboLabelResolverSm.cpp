@@ -67,6 +67,8 @@ void ComboLabelResolverSm::doStartKick() {
 StageSm::Look ComboLabelResolverSm::doLook() {
   XformStatus const& src = *comboLabelConfig().srcXform();
   XformStatus const& dst = *comboLabelConfig().dstXform();
+  // Every pair would be a product of empty lists, and the rules that constrain both sides would lose their
+  // entries. Off, they match the two fields separately.
   bool const sideOff = src.status() == StageStatusType::finishedNotEnabled ||
                        dst.status() == StageStatusType::finishedNotEnabled;
   if (width() == 0 || sideOff) {
@@ -75,7 +77,10 @@ StageSm::Look ComboLabelResolverSm::doLook() {
   }
   for (XformStatus const* side : {&src, &dst})
     if (side->outputUnusable()) return {Look::At::unusable, side->unusableReason()};
+  // Behind the checks, because the label lists of a side that is off or unusable mean nothing.
   now_ = input();
+  // That both sides have skipped is not enough: the kick before may have ended between them and this stage,
+  // with labels numbered anew.
   if (src.status() == StageStatusType::finishedSkipped &&
       dst.status() == StageStatusType::finishedSkipped && workingSetHash_ && builtFrom_ == now_) {
     traceStep(2, "doStartKick") << ": Working set has not changed, skipping";
@@ -88,6 +93,7 @@ std::optional<std::string> ComboLabelResolverSm::doWork() {
   doCleanSm();
   checkRulesForSrcDstSets();
   doDeleteUnusedSets();
+  // Published for whoever asks; whether the input has changed is told by the input itself.
   workHash_ = doComputeComboHash();
   return std::nullopt;
 }
@@ -159,6 +165,7 @@ void ComboLabelResolverSm::doCleanSm() {
   // A run that was broken off by an exception may leave sets that no record stands for.
   Mox::HashSet<GenSetKey> named;
   comboLabelDeduper_->forEachKey([&](GenSetKey key) { named.insert(key); });
+  // Gathered before deleting, which would end the walk.
   std::vector<GenSetKey> unnamed;
   for (auto const& [key, set] : info.comboLabelSetColl())
     if (!named.contains(key)) unnamed.push_back(key);
@@ -182,6 +189,7 @@ void ComboLabelResolverSm::countProduct(GenSetKey src, GenSetKey dst, uint64_t c
       if (which.empty() && rule->comboPair(type_) == GenSetKeyPair(src, dst))
         which = "; rule " + valueToStrep(index) + " '" + rule->name() + "' of '" + name +
                 "' alone has " + Mox::withCommas(combos);
+  // Thrown from within the walk over the rules; the frame of the stage turns it into the failure.
   throw std::length_error(fieldName(type_) + ": at least " + Mox::withCommas(combos_) +
                           " pairs of labels needed, at most " + Mox::withCommas(comboCap) +
                           " are built" + which);
@@ -198,6 +206,7 @@ void ComboLabelResolverSm::doBuildComboLabelSet(GenSetKey src, GenSetKey dst) {
   }
   auto const& srcLabels = labelsOf(*comboLabelConfig().srcXform(), src);
   auto const& dstLabels = labelsOf(*comboLabelConfig().dstXform(), dst);
+  // Before anything is made for the pair: a product has no bound, and memory has.
   countProduct(src, dst, uint64_t{srcLabels.size()} * dstLabels.size());
 
   GenSetKey key = genSetKeyGenerator_->newKey();
@@ -216,6 +225,7 @@ void ComboLabelResolverSm::doBuildComboLabelSet(GenSetKey src, GenSetKey dst) {
     if (auto line = traceStep(6, "doBuildComboLabelSet"))
       line << "Creating comboSet : " << set->stringValue();
   } else {
+    // An equal set exists already. The new one has served to be compared, and its key is spent.
     info.comboLabelSetCollDel(key);
     traceStep(6, "doBuildComboLabelSet") << "Reusing comboSet with key: " << canonical;
     key = canonical;

@@ -55,10 +55,12 @@ void NaxelPrefixXformSm::doBuildSetGroup() {
     DumpWalkCallback callback(*this);
     trie_->preOrderWalk(root, callback);
   };
+  // The trie drives the walk in the order of its nodes; the groups themselves are found by the cut.
   dump("*** Trie built ***");
   UpdatePrefixSetListCallback callback(*this);
   trie_->preOrderWalk(root, callback);
   dump("*** PrefixSetLists updated ***");
+  // It takes memory in proportion to the sets, and nothing behind this needs it.
   cut_.reset();
 }
 

@@ -153,6 +153,7 @@ class NAXEL_EXPORT ComboLabelInfo : public Mox::Entity {
     return srcDstToComboMap_;
   }
   /// The combination set of a pair; key 0 when there is none.
+  /// O(1) on average.
   GenSetKey srcDstToComboMap(GenSetKeyPair const& pair) const;
   void srcDstToComboMapIs(GenSetKeyPair const& pair, GenSetKey key) {
     srcDstToComboMap_.set(pair, key);

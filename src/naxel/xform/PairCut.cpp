@@ -64,6 +64,7 @@ std::vector<SourcePairs> bySource(PairSetViews const& sets) {
       out.push_back({src, set.key, std::span(all).subspan(from, to - from)});
     }
   }
+  // Stable, so that the sets of a source label stay in ascending order of their keys.
   std::stable_sort(out.begin(), out.end(),
                    [](SourcePairs const& x, SourcePairs const& y) { return x.src < y.src; });
   return out;
@@ -84,6 +85,7 @@ std::optional<PairPieces> cutPairs(PairSetViews const& sets, PieceCount const& l
   KeyGroupInterner interner;
   std::vector<Mox::Ptr<GenSetKeyGroup>> materialised;  // by chain
   std::vector<PairPieces::value_type> pieces;
+  // One array for all source labels: only the places that are used are set back.
   std::vector<uint32_t> groupOf(size_t{lastDestination(all)} + 1,
                                 GroupChains::root);  // by destination label
   std::vector<uint32_t> dsts;                        // those with a group
@@ -132,10 +134,12 @@ PieceCount countPairPieces(PairSetViews const& sets) {
       set.add(all[to].key);
       for (GenCombo const& pair : all[to].pairs) {
         Group& group = groupOf[pair.dstLabel().value()];
+        // The hash of a set of keys is a sum over its keys, so it can follow one set at a time.
         group.hash += set.value();
         ++group.sets;
       }
     }
+    // The first visit to a destination takes its group away, so a pair of several sets is counted once.
     for (size_t i = from; i < to; ++i)
       for (GenCombo const& pair : all[i].pairs)
         if (Group const group = std::exchange(groupOf[pair.dstLabel().value()], {}); group.sets > 0)

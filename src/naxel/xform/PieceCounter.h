@@ -41,6 +41,7 @@ class PieceCounter {
   void settle() {
     std::sort(seen_.begin(), seen_.end());
     seen_.erase(std::unique(seen_.begin(), seen_.end()), seen_.end());
+    // At least half is left free, so that the next sort comes only after as many new pieces.
     if (seen_.size() * 2 > seen_.capacity()) seen_.reserve(seen_.size() * 2 + 1024);
   }
 

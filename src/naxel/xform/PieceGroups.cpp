@@ -6,6 +6,7 @@
 namespace Naxel {
 
 PieceGroup PieceGroups::changed(PieceGroup const& base, Keys const& more, Keys const& less) {
+  // The same sets as the piece before: the object stays the same, which is what makes labels cheap.
   if (base.group && more.empty() && less.empty()) return base;
   PieceGroup result{nullptr, base.hash};
   for (GenSetKey key : more) result.hash.add(key);
@@ -13,6 +14,7 @@ PieceGroup PieceGroups::changed(PieceGroup const& base, Keys const& more, Keys c
   bool const large = base.group && base.group->keyGroups() > smallSize;
   PieceGroupStep step;
   if (large) {
+    // The interner keeps every group that it has made, so pointers are names that stay valid for the run.
     auto const identity = [&](Keys const& keys) {
       return keys.empty() ? nullptr : interner_.intern(keys).get();
     };
@@ -32,6 +34,7 @@ PieceGroup PieceGroups::changed(PieceGroup const& base, Keys const& more, Keys c
   united_.clear();
   std::ranges::set_union(*kept, more, std::back_inserter(united_));
   result.group = interner_.intern(united_, result.hash);
+  // Without this, a piece of a large group would cost the size of the group each time that it recurs.
   if (large) known_.set(step, result.group);
   return result;
 }

@@ -54,6 +54,8 @@ PrefixCut::PrefixCut(PrefixSetViews const& sets, PieceCount const& limit) : grou
   groups_.interner().reserve(members.size());
   seeds_ = grouped(std::move(members), groups_.interner());
   exceptions_ = grouped(naming(sets, &PrefixSetView::exceptions), groups_.interner());
+  // Without except prefixes no set ever has to be looked up by its key, and the tables for that are not
+  // made.
   if (exceptions_.empty()) return;
   // An except prefix is a node also where nobody names it.
   std::vector<PrefixPieces::value_type> nodes(seeds_.items());
@@ -72,11 +74,13 @@ void PrefixCut::exceptedBy(GenSetKeyGroup const* sets, uint32_t by) {
 Mox::Ptr<GenSetKeyGroup> PrefixCut::complete(IpGenPrefix const& node,
                                              GenSetKeyGroup const& naming) {
   for (; !path_.empty() && !path_.back().prefix.contains(node); path_.pop_back())
+    // Adding the largest number takes 1 away: arithmetic wraps.
     exceptedBy(path_.back().excepting, ~uint32_t{0});
   auto const* except = exceptions_.get(node);
   GenSetKeyGroup const* const here = except ? except->get() : nullptr;
   exceptedBy(here, 1);
   PieceGroup const none;
+  // This refers into the path, so the new node is appended only when its group is complete.
   PieceGroup const& parent = path_.empty() ? none : path_.back().group;
   auto const isAbove = [&](GenSetKey key) {
     return parent.group && std::ranges::binary_search(parent.group->keyGroup(), key);
@@ -114,9 +118,12 @@ PieceCount countPrefixPieces(PrefixSetViews const& sets) {
   };
   std::vector<Event> events;
   for (uint32_t i = 0; i < sets.size(); ++i) {
+    // A set may name a prefix as a member and except it as well. Both are counted, and both are taken back
+    // when the node is left.
     for (IpGenPrefix const& p : *sets[i].members) events.push_back({p, i, false});
     for (IpGenPrefix const& p : *sets[i].exceptions) events.push_back({p, i, true});
   }
+  // Only the prefix matters: all events of a node are applied before its piece is counted.
   std::sort(events.begin(), events.end(),
             [](Event const& a, Event const& b) { return a.prefix < b.prefix; });
   struct OnPath {

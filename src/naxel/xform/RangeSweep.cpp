@@ -49,6 +49,8 @@ size_t sweep(std::vector<RangePointInfo> const& points, Visit visit, Piece piece
     uint32_t const point = p.point();
     if (!visit(p)) return 0;
     if (!p.start().empty()) {
+      // What lies before the point is closed with the sets as they are, before those that begin here come
+      // in.
       if (active > 0 && point > openStart) piece(openStart, point - 1);
       openStart = point;
       starts(p);
@@ -56,6 +58,7 @@ size_t sweep(std::vector<RangePointInfo> const& points, Visit visit, Piece piece
     }
     if (!p.end().empty()) {
       if (active > 0 && point >= openStart) piece(openStart, point);
+      // The end is inclusive, so the next piece begins behind it.
       openStart = point + 1;
       ends(p);
       active -= p.end().size();
@@ -69,6 +72,7 @@ size_t sweep(std::vector<RangePointInfo> const& points, Visit visit, Piece piece
 std::vector<RangeSetElem> mergeOverlapping(Mox::FlatSet<RangeSetElem> const& ranges) {
   std::vector<RangeSetElem> merged;
   for (RangeSetElem const& r : ranges) {
+    // The ranges come ascending by their first value, so one that overlaps any before it overlaps the last.
     if (!merged.empty() && r.first() <= merged.back().last())
       merged.back() = RangeSetElem(merged.back().first(), std::max(merged.back().last(), r.last()));
     else
@@ -85,6 +89,7 @@ RangePoints rangePoints(RangeSetViews const& sets) {
   std::vector<Boundary> boundaries;
   for (RangeSetView const& set : sets)
     for (RangeSetElem const& r : mergeOverlapping(*set.ranges)) {
+      // The lowest bit puts the starts at a point before the ends there.
       boundaries.push_back({uint32_t{r.first()} << 1, set.key});
       boundaries.push_back({uint32_t{r.last()} << 1 | 1, set.key});
     }
@@ -134,6 +139,7 @@ std::optional<RangePieces> sweepRanges(std::vector<RangePointInfo> const& points
       },
       [&](RangePointInfo const& p) { since.add(p.start()); },
       [&](RangePointInfo const& p) { since.remove(p.end()); });
+  // Every start has its end, so anything else means that the points are not those of ranges.
   MOX_ASSERT_TEXT(active == 0, "currentGenSetKeyGrp->keyGroups() == 0");
   if (exceeded || groups.isExceededBy(std::span(std::as_const(pieces).items())))
     return std::nullopt;

@@ -57,6 +57,7 @@ void XformSmBase::doClearOutput() {
 }
 
 std::optional<std::string> XformSmBase::doWork() {
+  // A label has 16 bits.
   MOX_ASSERT(xformWidth() <= 16);
   MOX_ASSERT(xformStatus_);
   // Remembered before the work, other than by the stages behind: a run that fails for too many pieces is
@@ -64,11 +65,13 @@ std::optional<std::string> XformSmBase::doWork() {
   previousWorkingSet_ = workingSet_;
   xformStatus_->outputUnusableIs(true);
   xformStatus_->unusableReasonIs(subject() + ": the last run did not finish");
+  // The highest value of the width is nobody's: it is what a chip yields on a miss.
   groupLimit_ = (size_t{1} << xformWidth()) - 1;
   overflow_ = false;
   doBuildSetGroup();
   PieceCount needed;
   if (overflow_) {
+    // The memory is given back before the count, which needs some itself.
     doClearGroups();
     needed = doCountGroups();
   } else {
@@ -100,6 +103,7 @@ std::string XformSmBase::refusal(PieceCount const& needed) const {
 }
 
 void XformSmBase::membershipLimitIs(size_t v) {
+  // What failed under the old limit may pass under the new one, so an unchanged input is no reason to skip.
   membershipLimit_ = v;
   doForget();
 }
@@ -109,6 +113,8 @@ bool XformSmBase::hasWorkingSetChanged() {
   doBuildWorkingSet();
   bool const same = previousWorkingSet_ && previousWidth_ == xformWidth() &&
                     previousWorkingSet_->isEqual(workingSet_);
+  // The same sets under another width are another task: what was too many may fit now, or the other way
+  // round.
   previousWidth_ = xformWidth();
   if (!same) previousWorkingSet_ = workingSet_;
   return !same;
@@ -125,6 +131,8 @@ void XformSmBase::doUpdatePlainLabelMap() {
       for (GenSetKey key : static_cast<GenSetKeyGroup const&>(*obj).keyGroup())
         f(places.at(key), label);
   };
+  // Counted first, so that every list is allocated once and at its size: together the lists are the largest
+  // thing that a transform publishes.
   std::vector<uint32_t> sizes(keys.size());
   forEachMember([&](size_t place, PlainLabel) { ++sizes[place]; });
   std::vector<std::vector<PlainLabel>> lists(keys.size());
@@ -133,6 +141,7 @@ void XformSmBase::doUpdatePlainLabelMap() {
   Mox::FlatMap<GenSetKey, Mox::Ptr<PlainLabelList>> all;
   all.reserve(keys.size());
   for (size_t i = 0; i < keys.size(); ++i) {
+    // Absence is how a set that covers nothing is told from one that has labels.
     if (lists[i].empty()) continue;
     auto list = Mox::makePtr<PlainLabelList>(keys[i]);
     list->labelIs(std::move(lists[i]));

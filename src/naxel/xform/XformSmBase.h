@@ -76,6 +76,8 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
 
   /// The status, or null if it is of another type.
   XformStatus* xformStatus() const { return xformStatus_; }
+  /// Reads the present set keys and compares them with those of the last run. Remembers the present ones
+  /// where they differ, so a second call says false.
   bool hasWorkingSetChanged();
   void doUpdatePlainLabelMap();
 
@@ -114,6 +116,7 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
     GenSetKeyGroup const* last = nullptr;
     PlainLabel label;
     for (auto const& [item, group] : groups) {
+      // Neighbours are often of one group, and groups are interned: equal content is the same object.
       if (group.get() != last) label = deduper.addGroup(group);
       last = group.get();
       labels.set(item, label);
