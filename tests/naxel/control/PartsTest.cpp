@@ -154,49 +154,6 @@ TEST(PartsTest, ALoaderThatIsUnboundInAnyNotificationAsksForNothingMore) {
     w.kick();                                                                     \
   }
 
-#define CHECK_STAGE(STAGE, NAME, ...)                                              \
-  {                                                                                \
-    SCOPED_TRACE(STAGE);                                                           \
-    Traced const quiet;                                                            \
-    World w("edge 10 r src 10.0.0.0/8"), other;                                    \
-    NaxelRootSm& root = *w.root;                                                   \
-    auto const own = root.NAME##Status(__VA_ARGS__);                               \
-    auto const silent = other.root->NAME##Status(__VA_ARGS__);                     \
-    root.NAME##StatusIs(__VA_ARGS__ __VA_OPT__(, ) silent);                        \
-    EXPECT_EQ(w.kick(), running);                                                  \
-    std::string const type(silent->fwkType());                                     \
-    EXPECT_EQ(root.waitingFor(), STAGE " has to end: " + type + " says init");     \
-    root.NAME##StatusIs(__VA_ARGS__ __VA_OPT__(, ) own);                           \
-    w.run();                                                                       \
-    EXPECT_EQ(w.progress(), success);                                              \
-    root.NAME##StatusIs(__VA_ARGS__ __VA_OPT__(, ) silent);                        \
-    EXPECT_EQ(w.kick(), running);                                                  \
-    silent->failureTextIs("broken");                                               \
-    silent->kickTimeIs(root.stageControllerConfig()->kickTime());                  \
-    silent->statusIs(StageStatusType::finishedFailed);                             \
-    w.run();                                                                       \
-    EXPECT_EQ(w.progress(), failure);                                              \
-    EXPECT_EQ(w.rootStatus->kickMessage(), "Naxel failed at " STAGE " on chip 0"); \
-    EXPECT_EQ(w.failureText(), "broken");                                          \
-    root.NAME##StatusIs(__VA_ARGS__ __VA_OPT__(, ) own);                           \
-    kickOk(w);                                                                     \
-  }
-
-TEST(PartsTest, AKickWaitsForTheStatusThatStandsAndFailsWithIt) {
-  auto const range = RangeSetType::dscp;
-  auto const combo = ComboLabelSetType::srcDstL4Port;
-  CHECK_STAGE("stageAggregator", aggregator)
-  CHECK_STAGE("stagePrefixXform", prefixXform, v4Source)
-  CHECK_STAGE("stageRangeSplit", rangeSplit, range)
-  CHECK_STAGE("stageComboLabelResolver", comboLabelResolver, combo)
-  CHECK_STAGE("stageComboLabelSplit", comboLabelSplit, combo)
-  CHECK_STAGE("stagePrefixEncoder", prefixEncoder, v4Source)
-  CHECK_STAGE("stageRangeEncoder", rangeEncoder, range)
-  CHECK_STAGE("stageComboLabelEncoder", comboLabelEncoder, combo)
-  CHECK_STAGE("stageRuleExpander", ruleExpander)
-  CHECK_STAGE("stageLoader", loader)
-}
-
 TEST(PartsTest, EveryPartCanBeTakenOutPutBackAndReplaced) {
   { CHECK_PART(stageController); }
   { CHECK_PART(aggregator); }
