@@ -2,10 +2,6 @@
 /// skips must be what it would have made again.
 
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
-#include "naxel/genset/NaxelAggregatorSm.h"
-#include "naxel/xform/NaxelComboLabelSplitSm.h"
-#include "naxel/xform/NaxelPrefixXformSm.h"
-#include "naxel/xform/NaxelRangeSplitSm.h"
 #include "support/AllocationFaults.h"
 #include "support/Fresh.h"
 #include "support/Thinning.h"
@@ -246,36 +242,6 @@ TEST(SkipTest, AnEditThatIsUndoneAfterAKickBrokeOffIsNotTakenForMade) {
     ASSERT_EQ(full(w.tables()), tables) << n;
   }
   Mox::traceSinkIs(sink);
-}
-
-TEST(SkipTest, AKickAfterStepsTakenByHandDoesTheWorkAgain) {
-  PrefixXformKey const key(Lumox::ipv4(), true);
-  for (bool kicked : {false, true}) {
-    World w(twoRules);
-    setWidths(w, Chip::combos);
-    if (kicked) kickOk(w);
-    auto const sets = [&] {
-      return w.root->aggregatorStatus()->prefixInfo(key)->prefixSetColl().size();
-    };
-    w.rule("edge", "two")->actionIs(NaxelActionValue());
-    w.root->aggregatorSm()->doCleanSm();
-    w.root->aggregatorSm()->doBuildSets();
-    w.root->aggregatorSm()->doDeleteUnusedSets();
-    EXPECT_EQ(sets(), 3u);
-    w.rules(twoRules);
-    w.root->prefixXformSm(key)->xformSetGroupDeduperDel();
-    w.root->rangeSplitSm(RangeSetType::srcPort)->xformSetGroupDeduperDel();
-    w.root->comboLabelSplitSm(ComboLabelSetType::srcDstL4Port)->xformSetGroupDeduperDel();
-    kickOk(w);
-    EXPECT_EQ(sets(), 3u);
-  }
-  // A frame by itself has no width, and makes nothing that a plain status could not hold.
-  auto const config = Mox::makePtr<StageConfig>();
-  auto const status = Mox::makePtr<StageStatus>();
-  auto const frame =
-      xformSmBaseFactory(Obel::ChipId(0), config, status, chipHwCapabilityFactory(Obel::ChipId(0)));
-  config->kickTimeIs(1);
-  EXPECT_EQ(status->status(), StageStatusType::finishedNotEnabled);
 }
 
 }  // namespace
