@@ -45,7 +45,7 @@ constexpr char deleted[] =
     "collection: "
     "the root state machine has to be built anew, over the present one";
 
-std::string const atOnce = std::string(deleted).replace(16, 15, "stageInit");
+std::string const failsAtOnce = std::string(deleted).replace(16, 15, "stageInit");
 
 TEST(PipelineTest, EveryKickEndsOnceWhateverIsDoneFromWithinTheEndOfAnother) {
   struct Case {
@@ -63,7 +63,7 @@ TEST(PipelineTest, EveryKickEndsOnceWhateverIsDoneFromWithinTheEndOfAnother) {
       {"superseded", [](Owner& a) { a.kick("other"); }, "success"},
       {"superseded", [](Owner& a) { a.run(), a.pipeline->restart(); }, "success"},
       {"superseded", [](Owner& a) { a.pipeline.reset(); }, ""},
-      {deleted, [](Owner& a) { a.capabilities->chipHwCapabilityDel(a.chipId); }, atOnce}};
+      {deleted, [](Owner& a) { a.capabilities->chipHwCapabilityDel(a.chipId); }, failsAtOnce}};
   enum Act { nothing, kickAgain, restartAndKick, destroy };
   for (Case const& c : cases)
     for (Act act : {nothing, kickAgain, restartAndKick, destroy}) {
@@ -85,7 +85,8 @@ TEST(PipelineTest, EveryKickEndsOnceWhateverIsDoneFromWithinTheEndOfAnother) {
       EXPECT_EQ(a.ended["first"], Log{c.end});
       bool const kicks = (act == kickAgain || act == restartAndKick) && !c.inner.empty();
       // What the root is built over anew counts as present.
-      std::string const inner = act == restartAndKick && c.inner == atOnce ? "success" : c.inner;
+      std::string const inner =
+          act == restartAndKick && c.inner == failsAtOnce ? "success" : c.inner;
       EXPECT_EQ(a.ended["inner"], kicks ? Log{inner} : Log{});
       Log const other{act == nothing ? "success" : "superseded"};
       EXPECT_EQ(a.ended["other"], &c == &cases[4] ? other : Log{});
