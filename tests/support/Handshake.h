@@ -8,6 +8,7 @@
 #include "support/Fresh.h"
 
 #include <algorithm>
+#include <sstream>
 
 namespace Test {
 
@@ -134,6 +135,33 @@ struct ByHand : World {
   void cancel() {
     request(Naxel::NaxelKickRequest::naxelCancel);
     EXPECT_EQ(run(), Naxel::NaxelProgress::naxelCancelled);
+  }
+  /// Plays words one after the other: "kick", "cancel"; "hitful" is the answer of all tables, "hitful-1" to the id before,
+  /// "acl:hitful" and "tcp:hitful" that of one; "confirm", "own:denyAll" are about the policy.
+  Naxel::NaxelProgress play(std::string const& script) {
+    std::istringstream words(script);
+    for (std::string word; words >> word;) {
+      auto const colon = word.find(':') + 1;
+      auto const sign = word.find_first_of("+-");
+      std::string const what = word.substr(colon, sign - colon);
+      auto const answer = Mox::instanceFromText<Naxel::ResponseState>(what);
+      auto const policy = Mox::instanceFromText<Naxel::GlobalAclControl>(what);
+      if (word == "kick")
+        kick();
+      else if (word == "cancel")
+        cancel();
+      else if (word == "confirm")
+        confirm();
+      else if (policy)
+        report(*policy);
+      else if (!answer)
+        ADD_FAILURE() << word;
+      else if (colon)
+        one(word[0] == 't' ? Naxel::PDTable::tcpFlags : Naxel::PDTable::aclEntries, *answer);
+      else
+        say(*answer, sign == word.npos ? 0 : id() + (word[sign] == '+' ? 1 : -1));
+    }
+    return run();
   }
   Naxel::LoaderStatus const& loader() const { return *root->loaderStatus(); }
 };

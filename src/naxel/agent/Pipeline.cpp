@@ -68,17 +68,21 @@ Pipeline::Pipeline(ChipEntities entities, Mox::Ptr<Obel::TimerWheel> wheel)
 }
 
 Pipeline::~Pipeline() {
-  // The watch goes first: what the root writes while it goes down is no outcome of a kick. The callback
-  // comes last, because it may do anything.
-  watch_.reset();
-  root_ = nullptr;
+  // The callback comes last, because it may do anything.
+  takeDown();
   end(KickEnd::superseded);
+}
+
+void Pipeline::takeDown() {
+  watch_.reset();
+  // From within a notification of the root's it lives on until that returns; it must hear of nothing.
+  if (root_) root_->rootConfigDel();
+  root_ = nullptr;
 }
 
 void Pipeline::build() {
   // The one before writes nothing any more when the next begins.
-  watch_.reset();
-  root_ = nullptr;
+  takeDown();
   root_ = buildRoot(entities_, wheel_);
   watch_ = std::make_unique<ProgressWatch>(*this, *entities_.rootStatus);
 }
@@ -94,21 +98,25 @@ void Pipeline::restart() { entitiesIs(entities_); }
 PDData const& Pipeline::output() const { return *entities_.pdConfig->currPDData(); }
 
 void Pipeline::request(NaxelKickRequest what) {
-  RootConfig& config = *entities_.rootConfig;
-  Mox::Seconds const last = config.naxelKickTime();
+  // Whoever is told may destroy this object.
+  auto const config = entities_.rootConfig;
+  Mox::Seconds const last = config->naxelKickTime();
   // The request comes before the time, whose write starts the kick.
-  config.naxelKickRequestIs(what);
-  // A request is any other value; next to a very large one, adding 1 gives the same.
-  config.naxelKickTimeIs(
-      std::max(last + 1, std::nextafter(last, std::numeric_limits<double>::infinity())));
+  config->naxelKickRequestIs(what);
+  // A request is any other value; next to a very large one, adding 1 gives the same, and behind the largest
+  // it begins anew.
+  Mox::Seconds const next =
+      std::max(last + 1, std::nextafter(last, std::numeric_limits<double>::infinity()));
+  config->naxelKickTimeIs(next == last ? 0 : next);
 }
 
 void Pipeline::kick(Done done) {
-  end(KickEnd::superseded);
   // Own state before the request: a kick that cannot run at all ends within it.
-  done_ = std::move(done);
-  running_ = true;
+  bool const another = std::exchange(running_, true);
+  std::swap(done_, done);
   request(NaxelKickRequest::naxelStart);
+  // Told last, and by what is not part of this object: it may kick again, or destroy it.
+  if (another && done) done(KickResult{});
 }
 
 void Pipeline::cancel() {
@@ -117,7 +125,9 @@ void Pipeline::cancel() {
 
 bool Pipeline::isRunning() const { return running_; }
 
-std::string Pipeline::waitingFor() const { return root_->waitingFor(); }
+std::string Pipeline::waitingFor() const {
+  return root_ ? root_->waitingFor() : std::string();  // none while it is taken down
+}
 
 void Pipeline::handleProgress() {
   switch (entities_.rootStatus->kickProgress()) {

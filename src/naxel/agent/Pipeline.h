@@ -93,7 +93,7 @@ class NAXEL_EXPORT Pipeline {
   Pipeline(ChipEntities entities, Mox::Ptr<Obel::TimerWheel> wheel);
   Pipeline(Pipeline const&) = delete;
   Pipeline& operator=(Pipeline const&) = delete;
-  /// A kick that is running ends as superseded, and its callback is told.
+  /// A kick that is running ends as superseded, and its callback is told; what that one kicks is never heard of.
   ~Pipeline();
 
   Obel::ChipId chipId() const { return entities_.chipId; }
@@ -112,7 +112,7 @@ class NAXEL_EXPORT Pipeline {
 
   /// Requests a kick. `done` is called once, at its end, from within a pass of the activity, or from within
   /// kick() where no kick can run at all; it may kick again, or destroy the pipeline. A kick that is running is
-  /// superseded.
+  /// superseded, and its callback is told once the new one has been requested.
   void kick(Done done = {});
   /// Cancels the running kick; nothing happens where none runs.
   void cancel();
@@ -136,6 +136,7 @@ class NAXEL_EXPORT Pipeline {
   class ProgressWatch;
 
   void build();
+  void takeDown();
   void end(KickEnd how);
   void request(NaxelKickRequest what);
   void handleProgress();

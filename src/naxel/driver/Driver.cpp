@@ -3,6 +3,8 @@
 #include "mox/Assert.h"
 #include "naxel/loader/Judgement.h"
 
+#include <utility>
+
 namespace Naxel {
 
 /// Marks calls and writes as under way, for as long as it lives; what they bring is left to the outermost one.
@@ -18,7 +20,7 @@ class Driver::Working {
   Working& operator=(Working const&) = delete;
   /// Works off what has come meanwhile.
   void finish() {
-    if (!outermost_ || !driver_.watch_) return;
+    if (!outermost_ || !driver_.started_) return;
     // A loop and not a call from the notification: the library answers each write with the next one, and
     // the calls would nest without bound. The policy is looked at first, because no load begins before it
     // is in force.
@@ -34,8 +36,11 @@ class Driver::Working {
 class Driver::Watch : public PDConfig::Notifiee {
  public:
   Watch(Driver& driver, PDConfig& config) : driver_(driver) { notifierIs(&config); }
-  void onPdResourceConfig() override { driver_.handleChange(); }
-  void onGlobalAclControl() override { driver_.handleChange(); }
+  void onPdResourceConfig() override { driver_.handleRequest(); }
+  void onGlobalAclControl() override {
+    driver_.overruled_.reset();
+    driver_.handleChange();
+  }
 
  private:
   Driver& driver_;
@@ -44,21 +49,20 @@ class Driver::Watch : public PDConfig::Notifiee {
 Driver::Driver(Mox::Ptr<PDConfig> config, Mox::Ptr<PDStatus> status)
     : config_(std::move(config)), status_(std::move(status)) {
   MOX_ASSERT(config_ && status_);
+  watch_ = std::make_unique<Watch>(*this, *config_);
 }
 
 Driver::~Driver() = default;
 
 void Driver::start() {
-  MOX_ASSERT(!watch_);
-  // Attached first, so that what the library writes while the pair is taken over is not missed. It is
-  // worked off behind takeOver().
-  watch_ = std::make_unique<Watch>(*this, *config_);
+  MOX_ASSERT(!started_);
   if (config_->pdResourceConfig().requestId() != 0) takeOver();
-  handleChange();
+  started_ = true;
+  handleRequest();
 }
 
 void Driver::takeOver() {
-  ResourceConfig const request = config_->pdResourceConfig();
+  ResourceConfig const request = takenOver_ = config_->pdResourceConfig();
   bool const acquiring = request.requestState() == RequestState::acquire;
   // What restore() and the writes below bring waits for start() to go on.
   Working const working(*this);
@@ -74,30 +78,52 @@ void Driver::takeOver() {
   }
 }
 
+Driver::Offer Driver::present() const {
+  ResourceConfig const request = config_->pdResourceConfig();
+  // Where a load has been taken over, its output has been restored already.
+  bool const restored = request == takenOver_ && request.requestState() != RequestState::acquire;
+  return {request.requestId(), config_->currPDData(),
+          restored ? config_->currPDData() : config_->prevPDData()};
+}
+
+void Driver::handleRequest() {
+  if (!started_) return;
+  ResourceConfig const request = config_->pdResourceConfig();
+  // Kept, because it is not abandoned either where it has to wait and a newer request comes.
+  if (request.requestState() == RequestState::load && request != answered_ && request != asked_)
+    load_ = {request, present()};
+  handleChange();
+}
+
 void Driver::handleChange() { Working(*this).finish(); }
 
 bool Driver::policyStep() {
   GlobalAclControl const asked = config_->globalAclControl();
   // A change that cannot be stopped any more is finished first, also one that has been taken back.
-  if (wanted_ || asked == status_->globalAclControl()) return false;
+  if (wanted_ || asked == status_->globalAclControl() || asked == overruled_) return false;
   wanted_ = asked;
   policy(asked);
   return true;
 }
 
 bool Driver::requestStep() {
+  if (asked_ && asked_->requestState() == RequestState::load) return false;  // is not abandoned
+  if (load_) return loadStep();
   ResourceConfig const request = config_->pdResourceConfig();
   if (request.requestId() == 0 || request == answered_ || asked_ == request) return false;
-  if (asked_ && asked_->requestState() == RequestState::load) return false;  // is not abandoned
+  bool const acquiring = request.requestState() == RequestState::acquire;
   // Tables are rewritten only under a policy that is in force.
-  if (request.requestState() != RequestState::acquire && wanted_) return false;
+  if (!acquiring && wanted_) return false;
   asked_ = request;
-  Offer const offer{request.requestId(), config_->currPDData(), config_->prevPDData()};
-  switch (request.requestState()) {
-    case RequestState::acquire: acquire(offer); break;
-    case RequestState::load: load(offer); break;
-    case RequestState::revert: revert(offer); break;
-  }
+  acquiring ? acquire(present()) : revert(present());
+  return true;
+}
+
+bool Driver::loadStep() {
+  if (wanted_) return false;
+  Load const next = *std::exchange(load_, std::nullopt);
+  asked_ = next.request;
+  load(next.offer);
   return true;
 }
 
@@ -134,11 +160,16 @@ bool Driver::answerAll(ResponseState outcome, std::string const& reason, PDTable
 }
 
 void Driver::confirmPolicy() {
-  if (!wanted_) return;
-  reportPolicy(*wanted_);
+  if (wanted_) inForceIs(*wanted_);
 }
 
 void Driver::reportPolicy(GlobalAclControl policy) {
+  // Over a new pair nobody has asked for what stands there. A library over one in use may wait for it.
+  if (config_->pdResourceConfig().requestId() == 0) overruled_ = config_->globalAclControl();
+  inForceIs(policy);
+}
+
+void Driver::inForceIs(GlobalAclControl policy) {
   Working working(*this);
   wanted_.reset();  // a change that is not confirmed is dropped
   status_->globalAclControlIs(policy);

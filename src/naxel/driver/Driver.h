@@ -6,9 +6,10 @@
 ///
 /// A driver derives from this class and overrides what touches the chip. Each of these calls may answer at
 /// once, by answerAll() and confirmPolicy(), or later, when the chip is through; none is made from within
-/// another one. Until a load has been answered no other request comes; an acquire or a revert may be superseded
-/// by a newer request, and what is answered for it then is dropped. No load and no revert begins while a
-/// policy is unconfirmed.
+/// another one. Until a load has been answered no other request comes, whatever the library asks for meanwhile;
+/// an acquire or a revert may be superseded by a newer request. A driver that answers later says by its id which
+/// request it answers: what comes for a superseded one is dropped. No load and no revert begins while a policy is
+/// unconfirmed.
 ///
 ///     class MyDriver : public Naxel::Driver {
 ///       void acquire(Offer const& offer) override {
@@ -48,8 +49,9 @@ class NAXEL_EXPORT Driver {
  protected:
   struct Offer {
     Mox::Seconds id;
-    Mox::Ptr<PDData const> next;     ///< what is offered, to be loaded, or to be in force again
-    Mox::Ptr<PDData const> current;  ///< what was last asked to be loaded
+    Mox::Ptr<PDData const> next;  ///< what is offered, to be loaded, or to be in force again
+    /// What the chip holds: what was last asked to be loaded, or to be restored.
+    Mox::Ptr<PDData const> current;
   };
 
   /// Find resources for the whole of `next`: answer hitless, hitful or failed. What an earlier acquire has
@@ -69,26 +71,46 @@ class NAXEL_EXPORT Driver {
   /// superseded, before or while the tables were written, or where there is none.
   bool answerAll(ResponseState outcome, std::string const& reason = {},
                  PDTable table = PDTable::aclEntries);
+  /// The same where the present request has this id; otherwise nothing is answered.
+  bool answerAll(Mox::Seconds id, ResponseState outcome, std::string const& reason = {},
+                 PDTable table = PDTable::aclEntries) {
+    return asked_ && asked_->requestId() == id && answerAll(outcome, reason, table);
+  }
   /// The policy that policy() was called for is in force.
   void confirmPolicy();
-  /// A policy that nobody asked for is in force.
+  /// A policy that nobody asked for is in force; a change that is not confirmed is dropped. The library takes the
+  /// policy over. Where none is there to do so, what stands in PDConfig is put in force again, but not over a pair
+  /// that has never been in use: there the policy waits for a library.
   void reportPolicy(GlobalAclControl policy);
 
  private:
   class Watch;
   class Working;
+  struct Load {
+    ResourceConfig request;
+    Offer offer;
+  };
+  void handleRequest();
   void handleChange();
   bool policyStep();
   bool requestStep();
+  bool loadStep();
   void takeOver();
+  Offer present() const;
+  void inForceIs(GlobalAclControl policy);
 
   Mox::Ptr<PDConfig> config_;
   Mox::Ptr<PDStatus> status_;
   std::unique_ptr<Watch> watch_;
   std::optional<ResourceConfig> asked_;     // passed on and not answered
   ResourceConfig answered_;                 // the last one
+  std::optional<Load> load_;                // requested, and not passed on yet
+  ResourceConfig takenOver_;                // what stood at the start
   std::optional<GlobalAclControl> wanted_;  // passed on and not confirmed
-  bool working_ = false;                    // calls and writes are under way
+  // What stood in a new PDConfig when the driver put a policy in force by itself, until that changes.
+  std::optional<GlobalAclControl> overruled_;
+  bool started_ = false;
+  bool working_ = false;  // calls and writes are under way
 };
 
 }  // namespace Naxel

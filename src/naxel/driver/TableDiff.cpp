@@ -106,9 +106,7 @@ size_t TableDiff::rows() const {
     for (auto const* rules : {&a.add, &a.del})
       for (PDAclRule const* rule : *rules) n += rule->filters();
     for (RuleChange const& c : a.change)
-      // Where the action or the meaning of the numbers changes, every entry of the rule is written anew.
-      n += c.newAction || otherWidths ? c.before->filters() + c.after->filters()
-                                      : c.add.size() + c.del.size();
+      n += c.del.size() + (c.newAction || otherWidths ? c.after->filters() : c.add.size());
   }
   return n;
 }

@@ -17,9 +17,6 @@ using namespace Naxel;
 using Stage = NaxelActiveStage;
 using Status = StageStatusType;
 
-PrefixXformKey const v4src(Lumox::ipv4(), true);
-PrefixXformKey const v4dst(Lumox::ipv4(), false);
-
 /// A stage that notes its start and does what it is told.
 class FakeStage : public StageSm {
  public:
@@ -58,71 +55,45 @@ struct Bench {
   Mox::Ptr<NaxelStageControllerSm> sm = Mox::makePtr<NaxelStageControllerSm>(
       Obel::ChipId(0), config, status, stageConfig, stageStatus, wheel);
   std::vector<std::string> log;
+  std::vector<Mox::Ptr<FakeStage>> stages;
+
+  using C = StageSmConfig;
+  using S = StageSmStatus;
 
   /// Puts a stage in, under the first or the second key of a keyed one.
   Mox::Ptr<FakeStage> add(Stage stage, bool second = false) {
     auto const s = Mox::makePtr<FakeStage>(Mox::stringValue(stage) + (second ? "2" : ""), log);
-    PrefixXformKey const& key = second ? v4dst : v4src;
+    auto const put = [&](auto configIs, auto statusIs, auto del, auto const&... key) {
+      ((*stageConfig).*configIs)(key..., s->config());
+      ((*stageStatus).*statusIs)(key..., s->status());
+      takeAway = [this, del] { ((*stageStatus).*del)(); };
+      return stages.emplace_back(s);
+    };
+    PrefixXformKey const prefix(Lumox::ipv4(), second);
     auto const range = second ? RangeSetType::dscp : RangeSetType::srcPort;
     auto const combo =
         second ? ComboLabelSetType::srcDstL4Port : ComboLabelSetType::ipv4SrcDstPrefix;
+#define SINGLE(NAME) return put(&C::NAME##ConfigIs, &S::NAME##StatusIs, &S::NAME##StatusDel)
+#define KEYED(NAME, KEY) \
+  return put(&C::NAME##ConfigIs, &S::NAME##StatusIs, &S::NAME##StatusDelAll, KEY)
     switch (stage) {
       case Stage::stageInit: break;
-      case Stage::stageAggregator:
-        stageConfig->aggregatorConfigIs(s->config());
-        stageStatus->aggregatorStatusIs(s->status());
-        break;
-      case Stage::stagePrefixXform:
-        stageConfig->prefixXformConfigIs(key, s->config());
-        stageStatus->prefixXformStatusIs(key, s->status());
-        break;
-      case Stage::stageRangeSplit:
-        stageConfig->rangeSplitConfigIs(range, s->config());
-        stageStatus->rangeSplitStatusIs(range, s->status());
-        break;
-      case Stage::stageComboLabelResolver:
-        stageConfig->comboLabelResolverConfigIs(combo, s->config());
-        stageStatus->comboLabelResolverStatusIs(combo, s->status());
-        break;
-      case Stage::stageComboLabelSplit:
-        stageConfig->comboLabelSplitConfigIs(combo, s->config());
-        stageStatus->comboLabelSplitStatusIs(combo, s->status());
-        break;
-      case Stage::stagePrefixEncoder:
-        stageConfig->prefixEncoderConfigIs(key, s->config());
-        stageStatus->prefixEncoderStatusIs(key, s->status());
-        break;
-      case Stage::stageRangeEncoder:
-        stageConfig->rangeEncoderConfigIs(range, s->config());
-        stageStatus->rangeEncoderStatusIs(range, s->status());
-        break;
-      case Stage::stageComboLabelEncoder:
-        stageConfig->comboLabelEncoderConfigIs(combo, s->config());
-        stageStatus->comboLabelEncoderStatusIs(combo, s->status());
-        break;
-      case Stage::stageRuleExpander:
-        stageConfig->ruleExpanderConfigIs(s->config());
-        stageStatus->ruleExpanderStatusIs(s->status());
-        break;
-      case Stage::stageLoader:
-        stageConfig->loaderConfigIs(s->config());
-        stageStatus->loaderStatusIs(s->status());
-        break;
+      case Stage::stageAggregator: SINGLE(aggregator);
+      case Stage::stagePrefixXform: KEYED(prefixXform, prefix);
+      case Stage::stageRangeSplit: KEYED(rangeSplit, range);
+      case Stage::stageComboLabelResolver: KEYED(comboLabelResolver, combo);
+      case Stage::stageComboLabelSplit: KEYED(comboLabelSplit, combo);
+      case Stage::stagePrefixEncoder: KEYED(prefixEncoder, prefix);
+      case Stage::stageRangeEncoder: KEYED(rangeEncoder, range);
+      case Stage::stageComboLabelEncoder: KEYED(comboLabelEncoder, combo);
+      case Stage::stageRuleExpander: SINGLE(ruleExpander);
+      case Stage::stageLoader: SINGLE(loader);
     }
-    return s;
+#undef SINGLE
+#undef KEYED
+    return nullptr;
   }
-  std::vector<Mox::Ptr<FakeStage>> addAll() {
-    std::vector<Mox::Ptr<FakeStage>> stages;
-    for (Stage s : all()) stages.push_back(add(s));
-    return stages;
-  }
-  static std::vector<Stage> all() {
-    std::vector<Stage> stages;
-    for (unsigned s = 1; s <= static_cast<unsigned>(Stage::stageLoader); ++s)
-      stages.push_back(static_cast<Stage>(s));
-    return stages;
-  }
-  static bool keyed(Stage s) { return s > Stage::stageAggregator && s < Stage::stageRuleExpander; }
+  std::function<void()> takeAway;  // the status of the stage that was put in last
   void request(NaxelKickRequest what = NaxelKickRequest::naxelStart) {
     config->kickRequestIs(what);
     config->kickTimeIs(config->kickTime() + 1);
@@ -137,98 +108,111 @@ struct Bench {
   }
 };
 
+/// For each stage a bench of all of them.
+void forEachStage(std::function<void(Bench&, FakeStage&, Stage)> const& test) {
+  for (Stage stage = Stage::stageAggregator; stage <= Stage::stageLoader;
+       stage = static_cast<Stage>(static_cast<unsigned>(stage) + 1)) {
+    SCOPED_TRACE(stage);
+    Bench b;
+    for (unsigned s = 1; s <= static_cast<unsigned>(Stage::stageLoader); ++s)
+      if (static_cast<Stage>(s) != stage) b.add(static_cast<Stage>(s));
+    test(b, *b.add(stage), stage);
+  }
+}
+
+void succeed(FakeStage& s) { s.end(Status::finishedSuccess); }
+void wait(FakeStage&) {}
+
 TEST(ControllerTest, StagesWithoutMembersPassAtOnce) {
   Bench b;
   EXPECT_EQ(b.kick(), Status::finishedSuccess);
-  auto const aggregator = b.add(Stage::stageAggregator);
-  auto const loader = b.add(Stage::stageLoader);
+  b.add(Stage::stageAggregator);
+  b.add(Stage::stageLoader);
   EXPECT_EQ(b.kick(), Status::finishedSuccess);
   EXPECT_EQ(b.log, (std::vector<std::string>{"stageAggregator", "stageLoader"}));
 }
 
-TEST(ControllerTest, AStageThatHasNotAnsweredThisKickIsWaitedFor) {
-  for (Stage stage : Bench::all()) {
-    SCOPED_TRACE(stage);
-    Bench b;
-    auto const s = b.add(stage);
+TEST(ControllerTest, AStageThatHasNotAnsweredThisKickIsWaitedForWhileItsStatusStands) {
+  forEachStage([](Bench& b, FakeStage& s, Stage stage) {
     ASSERT_EQ(b.kick(), Status::finishedSuccess);
-    s->work = [](FakeStage&) {};
+    s.work = wait;
     EXPECT_EQ(b.kick(), Status::inProgress);
     EXPECT_EQ(b.sm->activeStage(), stage);
-    s->end(Status::init);
+    EXPECT_EQ(b.sm->waitingFor(),
+              Mox::stringValue(stage) + " has to end: Naxel::StageStatus says inProgress");
+    s.end(Status::init);
     EXPECT_EQ(b.run(), Status::inProgress);
     // An answer to the kick before this one, of either kind.
     for (Status late : {Status::finishedSuccess, Status::finishedFailed}) {
-      s->status()->kickTimeIs(b.config->kickTime() - 1);
-      s->status()->statusIs(late);
+      s.status()->kickTimeIs(b.config->kickTime() - 1);
+      s.status()->statusIs(late);
       EXPECT_EQ(b.run(), Status::inProgress);
       EXPECT_EQ(b.sm->activeStage(), stage);
     }
-    s->status()->statusIs(Status::inProgress);
-    s->end(Status::cancelled);  // of a stage this is no end of the kick
+    s.status()->statusIs(Status::inProgress);
+    s.end(Status::cancelled);  // of a stage this is no end of the kick
     EXPECT_EQ(b.run(), Status::finishedSuccess);
-  }
+
+    EXPECT_EQ(b.kick(), Status::inProgress);
+    b.takeAway();
+    EXPECT_EQ(b.run(), Status::finishedSuccess);
+    EXPECT_EQ(b.log.size(), 30u);
+    s.end(Status::finishedFailed);
+    EXPECT_EQ(b.run(), Status::finishedSuccess);
+    s.configDel();
+    s.end(Status::finishedSuccess);
+    EXPECT_EQ(s.status()->status(), Status::finishedFailed);
+  });
 }
 
 TEST(ControllerTest, AFailedStageEndsTheKickAndTheNextOneStartsOver) {
-  for (Stage stage : Bench::all()) {
-    SCOPED_TRACE(stage);
-    Bench b;
-    auto const stages = b.addAll();
-    auto const& failing = stages[static_cast<size_t>(stage) - 1];
-    failing->work = [](FakeStage& s) { s.fail("too many"); };
-    EXPECT_EQ(b.kick(), Status::finishedFailed);
-    EXPECT_EQ(b.status->lastFailedStage(), stage);
-    EXPECT_EQ(b.status->failureText(), "too many");
-    EXPECT_EQ(b.sm->activeStage(), Stage::stageInit);
-    EXPECT_EQ(b.log.size(), static_cast<size_t>(stage));
-    // Whatever the stages say after the end starts nothing.
-    stages[0]->end(Status::inProgress);
-    stages[0]->end(Status::finishedSuccess);
-    failing->end(Status::finishedSuccess);
-    EXPECT_EQ(b.run(), Status::finishedFailed);
-    EXPECT_EQ(b.sm->activeStage(), Stage::stageInit);
-    EXPECT_EQ(b.log.size(), static_cast<size_t>(stage));
-    failing->work = [](FakeStage&) { throw std::runtime_error("no such thing"); };
-    EXPECT_EQ(b.kick(), Status::finishedFailed);
-    EXPECT_EQ(b.status->failureText(), "no such thing");
-    failing->work = [](FakeStage&) { throw 1; };
-    EXPECT_EQ(b.kick(), Status::finishedFailed);
-    failing->work = [](FakeStage& s) { s.end(Status::finishedSuccess); };
+  forEachStage([](Bench& b, FakeStage& s, Stage stage) {
+    std::pair<void (*)(FakeStage&), std::string> const failures[] = {
+        {[](FakeStage& f) { f.fail("too many"); }, "too many"},
+        {[](FakeStage&) { throw std::runtime_error("no such thing"); }, "no such thing"},
+        {[](FakeStage&) { throw 1; }, "unknown exception"}};
+    for (auto const& [work, text] : failures) {
+      b.log.clear();
+      s.work = work;
+      EXPECT_EQ(b.kick(), Status::finishedFailed);
+      EXPECT_EQ(b.status->lastFailedStage(), stage);
+      EXPECT_EQ(b.status->failureText(), text);
+      // Whatever the stages say after the end starts nothing.
+      s.end(Status::inProgress);
+      s.end(Status::finishedSuccess);
+      EXPECT_EQ(b.run(), Status::finishedFailed);
+      EXPECT_EQ(b.sm->activeStage(), Stage::stageInit);
+      EXPECT_EQ(b.log.size(), static_cast<size_t>(stage));
+    }
+    s.work = succeed;
     EXPECT_EQ(b.kick(), Status::finishedSuccess);
     EXPECT_EQ(b.status->failureText(), "");
-  }
+  });
 }
 
 TEST(ControllerTest, OneMemberThatFailsOrRunsHidesBehindNoOther) {
   // From the worst to the best.
   std::vector<Status> const order = {Status::finishedFailed, Status::init, Status::inProgress,
                                      Status::finishedSkipped, Status::finishedSuccess};
-  for (Stage stage : Bench::all()) {
-    if (!Bench::keyed(stage)) continue;
+  forEachStage([&](Bench& b, FakeStage& one, Stage stage) {
+    if (stage == Stage::stageAggregator || stage >= Stage::stageRuleExpander) return;
+    auto const two = b.add(stage, true);
     for (size_t i = 0; i < order.size(); ++i)
       for (size_t j = 0; j < order.size(); ++j) {
-        SCOPED_TRACE(testing::Message() << stage << " " << order[i] << " " << order[j]);
-        Bench b;
-        auto const one = b.add(stage), two = b.add(stage, true);
-        one->work = [&](FakeStage& s) { s.end(order[i]); };
+        one.work = [&](FakeStage& s) { s.end(order[i]); };
         two->work = [&](FakeStage& s) { s.end(order[j]); };
         size_t const worst = std::min(i, j);
-        Status const expected = worst == 0  ? Status::finishedFailed
-                                : worst > 2 ? Status::finishedSuccess
-                                            : Status::inProgress;
-        EXPECT_EQ(b.kick(), expected);
+        EXPECT_EQ(b.kick(), worst == 0  ? Status::finishedFailed
+                            : worst > 2 ? Status::finishedSuccess
+                                        : Status::inProgress)
+            << order[i] << order[j];
       }
-  }
+  });
 }
 
 TEST(ControllerTest, ACancelEndsTheKickInWhateverStageItIs) {
-  for (Stage stage : Bench::all()) {
-    SCOPED_TRACE(stage);
-    Bench b;
-    auto const stages = b.addAll();
-    auto const& slow = stages[static_cast<size_t>(stage) - 1];
-    slow->work = [](FakeStage&) {};
+  forEachStage([](Bench& b, FakeStage& s, Stage stage) {
+    s.work = wait;
     b.kick();
     b.request(NaxelKickRequest::naxelCancel);
     EXPECT_EQ(b.status->status(), Status::inProgress);
@@ -236,51 +220,31 @@ TEST(ControllerTest, ACancelEndsTheKickInWhateverStageItIs) {
     EXPECT_EQ(b.sm->activeStage(), stage);
     EXPECT_EQ(b.status->kickTime(), b.config->kickTime());
     // The stage was not told; what it says now is of no interest.
-    slow->end(Status::finishedFailed);
+    s.end(Status::finishedFailed);
     EXPECT_EQ(b.run(), Status::cancelled);
     EXPECT_EQ(b.log.size(), static_cast<size_t>(stage));
-    slow->work = [](FakeStage& s) { s.end(Status::finishedSuccess); };
-    b.log.clear();
+    s.work = succeed;
     EXPECT_EQ(b.kick(), Status::finishedSuccess);
-    EXPECT_EQ(b.log.size(), stages.size());
-  }
+    EXPECT_EQ(b.log.size(), static_cast<size_t>(stage) + 10);
+  });
 }
 
-TEST(ControllerTest, AStageWhoseStatusIsTakenAwayIsNotWaitedForAnyMore) {
-  using S = StageSmStatus;
-  std::pair<Stage, void (S::*)()> const cases[] = {
-      {Stage::stageAggregator, &S::aggregatorStatusDel},
-      {Stage::stagePrefixXform, &S::prefixXformStatusDelAll},
-      {Stage::stageRangeSplit, &S::rangeSplitStatusDelAll},
-      {Stage::stageComboLabelResolver, &S::comboLabelResolverStatusDelAll},
-      {Stage::stageComboLabelSplit, &S::comboLabelSplitStatusDelAll},
-      {Stage::stagePrefixEncoder, &S::prefixEncoderStatusDelAll},
-      {Stage::stageRangeEncoder, &S::rangeEncoderStatusDelAll},
-      {Stage::stageComboLabelEncoder, &S::comboLabelEncoderStatusDelAll},
-      {Stage::stageRuleExpander, &S::ruleExpanderStatusDel},
-      {Stage::stageLoader, &S::loaderStatusDel}};
-  for (auto const& [stage, del] : cases) {
-    SCOPED_TRACE(stage);
-    Bench b;
-    auto const stages = b.addAll();
-    auto const& gone = stages[static_cast<size_t>(stage) - 1];
-    gone->work = [](FakeStage&) {};
-    EXPECT_EQ(b.kick(), Status::inProgress);
-    ((*b.stageStatus).*del)();
-    EXPECT_EQ(b.run(), Status::finishedSuccess);
-    EXPECT_EQ(b.log.size(), stages.size());
-    gone->end(Status::finishedFailed);
-    EXPECT_EQ(b.run(), Status::finishedSuccess);
-    gone->configDel();
-    gone->end(Status::finishedSuccess);
-    EXPECT_EQ(gone->status()->status(), Status::finishedFailed);
-  }
+TEST(ControllerTest, AKickFromWithinAStageStartsNoFurtherMemberOfTheOneBefore) {
+  Bench b;
+  auto const one = b.add(Stage::stageRangeSplit), two = b.add(Stage::stageRangeSplit, true);
+  for (auto const& s : {one, two})
+    s->work = [&](FakeStage& self) {
+      if (b.log.size() == 1) b.request();
+      succeed(self);
+    };
+  EXPECT_EQ(b.kick(), Status::finishedSuccess);
+  EXPECT_EQ(b.log.size(), 3u) << b.log[1];
 }
 
 TEST(ControllerTest, AnObstacleFailsTheRunningKickAndAllThatCome) {
   Bench b;
   auto const slow = b.add(Stage::stageRangeSplit);
-  slow->work = [](FakeStage&) {};
+  slow->work = wait;
   b.kick();
   b.sm->configDel();
   b.sm->obstacleIs("nothing is bound");
@@ -288,13 +252,13 @@ TEST(ControllerTest, AnObstacleFailsTheRunningKickAndAllThatCome) {
   b.sm->configIs(b.config);
   b.sm->obstacleIs("no chip");
   EXPECT_EQ(b.status->lastFailedStage(), Stage::stageRangeSplit);
-  slow->end(Status::finishedSuccess);
+  succeed(*slow);
   EXPECT_EQ(b.run(), Status::finishedFailed);
   EXPECT_EQ(b.kick(), Status::finishedFailed);
   EXPECT_EQ(b.status->failureText(), "no chip");
   EXPECT_EQ(b.log.size(), 1u);
   b.sm->obstacleDel();
-  slow->work = [](FakeStage& s) { s.end(Status::finishedSuccess); };
+  slow->work = succeed;
   EXPECT_EQ(b.kick(), Status::finishedSuccess);
 }
 

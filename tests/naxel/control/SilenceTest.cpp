@@ -41,57 +41,42 @@ TEST(SilenceTest, IsToldAfterTheLimitAndAfterEachDoubling) {
   EXPECT_EQ(w.activity.untilTimer(), 10);
   EXPECT_FALSE(w.activity.runUntil([] { return false; }));
   EXPECT_EQ(w.after(9.9), 0u);
-  w.say(ResponseState::hitless, w.id() - 1);  // what answers nothing is no progress
+  w.play("hitless-1");  // what answers nothing is no progress
   EXPECT_EQ(w.after(10), 1u);
   EXPECT_TRUE(has(w.traced.lines[0], "No progress for 10 s: " + w.root->waitingFor()));
   EXPECT_FALSE(has(w.traced.lines[0], "TCP flags"));
-  EXPECT_EQ(w.after(19.9), 1u);
-  EXPECT_EQ(w.after(20), 2u);
-  EXPECT_EQ(w.after(39.9), 2u);
-  EXPECT_EQ(w.after(40), 3u);
-  EXPECT_EQ(w.after(500), 4u);  // one line, however much has been missed
-  EXPECT_EQ(w.after(639), 4u);
+  // One line each time, however much has been missed.
+  for (auto const& [seconds, lines] :
+       {std::pair(19.9, 1u), {20, 2}, {39.9, 2}, {40, 3}, {500, 4}, {639, 4}})
+    EXPECT_EQ(w.after(seconds), lines) << seconds;
 
-  std::string const id = " of id " + valueToStrep(w.id());
-  struct Step {
-    std::function<void()> bring;
-    std::vector<std::string> said;
-  };
-  Step const steps[] = {
-      {[&] { w.one(PDTable::dscp, ResponseState::hitful); },
-       {"answer the acquire" + id, "lengths (hitless to id", "; answered: DSCP values hitful"}},
-      {[&] { w.say(ResponseState::hitful); },
+  std::string const id = " of id " + valueToStrep(w.id()), to = "to" + id.substr(3);
+  std::pair<char const*, Log> const steps[] = {
+      {"tcp:hitless",
+       {"answer the acquire" + id, "lengths (hitless to id", "; answered: TCP flags hitless"}},
+      {"hitful",
        {"answered the acquire" + id, "put policy denyAll in force: it reports doNotApply"}},
-      {[&] { w.confirm(); },
-       {"answer the load" + id,
-        "DSCP values (hitful to" + id.substr(3) + "), ACL entries (hitful"}},
-      {[&] { w.acl(ResponseState::loaded); }, {"; answered: ACL entries loaded"}},
-      {[&] { w.say(ResponseState::loaded); },
-       {"answered the load" + id, "put policy doNotApply in force: it reports denyAll"}}};
-  for (Step const& step : steps) {
-    w.progress(step.bring);
+      {"confirm", {"answer the load" + id, "DSCP values (hitful " + to + "), ACL entries (hitful"}},
+      {"acl:loaded", {"; answered: ACL entries loaded"}},
+      {"loaded", {"answered the load" + id, "put policy doNotApply in force: it reports denyAll"}}};
+  for (auto const& [word, said] : steps) {
+    w.progress([&] { w.play(word); });
     EXPECT_EQ(w.after(9.9), 0u);
     EXPECT_EQ(w.after(10), 1u);
-    for (std::string const& text : step.said)
+    for (std::string const& text : said)
       EXPECT_TRUE(has(w.traced.lines[0], text)) << text << "\n" << w.traced.lines[0];
   }
   w.progress([&] { EXPECT_EQ(w.confirm(), success); });
   EXPECT_EQ(w.root->waitingFor(), "");
   // Whatever the driver says now is no progress of a kick.
-  w.report(denyAll);
-  w.traced.lines.clear();
+  w.progress([&] { w.report(denyAll); });
   EXPECT_EQ(w.after(1000), 0u);
   EXPECT_LT(w.activity.untilTimer(), 0);
-
   // The handshake of a cancelled kick goes on.
-  w.kick();
-  w.progress([&] { w.say(ResponseState::failed); });
-  w.cancel();
-  w.traced.lines.clear();
+  w.progress([&] { w.play("kick failed cancel"); });
   EXPECT_EQ(w.after(10), 1u);
   EXPECT_TRUE(has(w.traced.lines[0], "answer the revert of id " + valueToStrep(w.id())));
-  w.say(ResponseState::reverted);
-  w.traced.lines.clear();
+  w.progress([&] { w.play("reverted"); });
   EXPECT_EQ(w.after(1000), 0u);
 }
 

@@ -1,10 +1,7 @@
 /// Kicks one after another over a configuration that changes little or not at all: what a stage
 /// skips must be what it would have made again.
 
-#include "naxel/genset/NaxelAggregatorSm.h"
-#include "naxel/xform/NaxelComboLabelSplitSm.h"
-#include "naxel/xform/NaxelPrefixXformSm.h"
-#include "naxel/xform/NaxelRangeSplitSm.h"
+#include "naxel/encoder/NaxelLabelEncoderSm.h"
 #include "support/AllocationFaults.h"
 #include "support/Fresh.h"
 #include "support/Thinning.h"
@@ -45,60 +42,88 @@ TEST(SkipTest, TooManyPiecesFailEveryTimeAndThenWorkAgain) {
   struct Case {
     char const* rules;
     char const* less;
-    Stage stage;
-    void (*narrow)(World&);
+    Stage first,
+        again;  // work on pieces is skipped on repetition, so a later stage names the failure
+    uint8_t prefix, range, combo;  // widths
   };
   Case const cases[] = {
       {"edge 10 a src 10.0.0.0/8\nedge 20 b src 11.0.0.0/8\nedge 30 c src 12.0.0.0/8",
        "edge 10 a src 10.0.0.0/8\nedge 20 b src 10.0.0.0/8\nedge 30 c src 10.0.0.0/8",
-       Stage::stagePrefixXform,
-       [](World& w) { w.capability->prefixXformWidthIs(PrefixXformKey(Lumox::ipv4(), true), 1); }},
+       Stage::stagePrefixXform, Stage::stagePrefixEncoder, 1, 0, 0},
       // Two labels, which a width of 1 could hold were not one value kept for misses.
       {"edge 10 a src 10.0.0.0/8,11.0.0.0/8\nedge 20 b src 11.0.0.0/8",
        "edge 10 a src 10.0.0.0/8,11.0.0.0/8\nedge 20 b src 10.0.0.0/8,11.0.0.0/8",
-       Stage::stagePrefixXform,
-       [](World& w) { w.capability->prefixXformWidthIs(PrefixXformKey(Lumox::ipv4(), true), 1); }},
+       Stage::stagePrefixXform, Stage::stagePrefixEncoder, 1, 0, 0},
       {"edge 10 a dport 1\nedge 20 b dport 2", "edge 10 a dport 1\nedge 20 b dport 1",
-       Stage::stageRangeSplit,
-       [](World& w) { w.capability->rangeXformWidthIs(RangeSetType::dstPort, 1); }},
+       Stage::stageRangeSplit, Stage::stageRangeEncoder, 8, 1, 0},
       {"edge 10 a src 10.0.0.0/8 dst 20.0.0.0/8\nedge 20 b src 11.0.0.0/8 dst 20.0.0.0/8",
        "edge 10 a src 10.0.0.0/8 dst 20.0.0.0/8\nedge 20 b src 10.0.0.0/8 dst 20.0.0.0/8",
-       Stage::stageComboLabelSplit,
-       [](World& w) { w.capability->comboXformWidthIs(ComboLabelSetType::ipv4SrcDstPrefix, 1); }}};
-  for (Case const& c : cases) {
-    SCOPED_TRACE(c.rules);
+       Stage::stageComboLabelSplit, Stage::stageComboLabelEncoder, 8, 0, 1},
+      {"edge 10 a src 10.0.0.0/8 dst 20.0.0.0/8\nedge 20 b src 11.0.0.0/8 dst 20.0.0.0/8",
+       "edge 10 a src 10.0.0.0/8 dst 20.0.0.0/8\nedge 20 b src 10.0.0.0/8 dst 20.0.0.0/8",
+       Stage::stagePrefixXform, Stage::stageComboLabelResolver, 1, 0, 8}};
+  for (Case const& c : cases)
     for (bool workedBefore : {false, true}) {
+      SCOPED_TRACE(&c - cases);
       World w(workedBefore ? c.less : c.rules);
-      c.narrow(w);
-      if (workedBefore) {
-        kickOk(w);
-        w.rules(c.rules);
-      }
-      std::string text;
-      for (int i = 0; i < 5; ++i) {
-        SCOPED_TRACE(i);
-        ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedFail);
-        // The piece work is skipped on repetition, so a later stage names the failure.
-        if (i == 0)
-          EXPECT_EQ(w.root->stageControllerStatus()->lastFailedStage(), c.stage);
-        else
-          EXPECT_EQ(w.failureText(), text);
-        text = w.failureText();
-        EXPECT_NE(text, "");
-      }
+      w.capability->prefixXformWidthIs(PrefixXformKey(Lumox::ipv4(), true), c.prefix);
+      w.capability->rangeXformWidthIs(RangeSetType::dstPort, c.range);
+      w.capability->comboXformWidthIs(ComboLabelSetType::ipv4SrcDstPrefix, c.combo);
+      if (workedBefore) kickOk(w);
+      w.rules(c.rules);
+      kickFails(w, c.first);
+      std::string const text = w.failureText();
+      for (int i = 0; i < 2; ++i) kickFails(w, c.again, text);
       w.rules(c.less);
       kickOk(w);
       w.rules(c.rules);
       EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedFail);
       // A wider chip makes room for the very same rules.
+      setWidths(w, c.combo ? Chip::combos : Chip::labels);
       w.capability->prefixXformWidthIs(PrefixXformKey(Lumox::ipv4(), true), 4);
-      if (w.capability->rangeXformWidth(RangeSetType::dstPort))
-        w.capability->rangeXformWidthIs(RangeSetType::dstPort, 4);
-      if (w.capability->comboXformWidth(ComboLabelSetType::ipv4SrcDstPrefix))
-        w.capability->comboXformWidthIs(ComboLabelSetType::ipv4SrcDstPrefix, 4);
       kickOk(w);
     }
+}
+
+// Rules that only one side of a combination belongs to change the labels of that side alone.
+TEST(SkipTest, ACombinationFollowsTheLabelsOfBothItsSides) {
+  for (std::string const side : {"src", "dst"}) {
+    std::string const other = side == "src" ? "dst" : "src";
+    World w("edge 1 a " + side + " 10.0.0.0/8 " + other + " 1.0.0.0/8\nedge 2 b " + side +
+            " 11.0.0.0/8 " + other + " 1.0.0.0/8");
+    setWidths(w, Chip::combos);
+    kickOk(w);
+    auto const before = dump(w.tables());
+    for (int i = 3; i < 9; ++i)
+      w.rules("edge " + std::to_string(i) + " r" + std::to_string(i) + " " + side + " 11.0.0.0/8");
+    kickOk(w);
+    auto const split = w.root->comboLabelSplitStatus(ComboLabelSetType::ipv4SrcDstPrefix);
+    EXPECT_EQ(split->status(), StageStatusType::finishedSkipped);
+    EXPECT_FALSE(dump(w.tables()).starts_with(before.substr(0, before.find("acl")))) << before;
   }
+}
+
+// In a pipeline a transform refuses first what an encoder has no labels for.
+TEST(SkipTest, AnEncoderThatHasFailedWorksAgainFromTheInputBefore) {
+  auto const xform = Mox::makePtr<PrefixXformStatus>(PrefixXformKey(Lumox::ipv4(), true));
+  auto const lists = Mox::makePtr<PlainLabelListMap>();
+  for (uint32_t i = 1; i <= 3; ++i) lists->plainLabelListIs(GenSetKey(i)).labelIs(PlainLabel(i));
+  xform->plainLabelListMapIs(lists);
+  xform->statusIs(StageStatusType::finishedSkipped);
+  auto const widths = chipHwCapabilityFactory(Obel::ChipId(0));
+  auto const config = encoderConfigFactory(xform);
+  auto const status = Mox::makePtr<PrefixEncoderStatus>(PrefixXformKey(Lumox::ipv4(), true));
+  auto const encoder = prefixLabelEncoderSmFactory(Obel::ChipId(0), config, status,
+                                                   Mox::makePtr<GenSetUsageInfo>(), widths);
+  std::vector<StageStatusType> seen;
+  for (uint8_t width : {2, 2, 1, 2}) {
+    widths->prefixXformWidthIs(PrefixXformKey(Lumox::ipv4(), true), width);
+    config->kickTimeIs(config->kickTime() + 1);
+    seen.push_back(status->status());
+  }
+  using enum StageStatusType;
+  EXPECT_EQ(seen, (std::vector{finishedSuccess, finishedSkipped, finishedFailed, finishedSuccess}));
+  EXPECT_EQ(status->plainToEncodedLabel().size(), 3u);
 }
 
 /// Does something whenever a stage has succeeded.
@@ -217,36 +242,6 @@ TEST(SkipTest, AnEditThatIsUndoneAfterAKickBrokeOffIsNotTakenForMade) {
     ASSERT_EQ(full(w.tables()), tables) << n;
   }
   Mox::traceSinkIs(sink);
-}
-
-TEST(SkipTest, AKickAfterStepsTakenByHandDoesTheWorkAgain) {
-  PrefixXformKey const key(Lumox::ipv4(), true);
-  for (bool kicked : {false, true}) {
-    World w(twoRules);
-    setWidths(w, Chip::combos);
-    if (kicked) kickOk(w);
-    auto const sets = [&] {
-      return w.root->aggregatorStatus()->prefixInfo(key)->prefixSetColl().size();
-    };
-    w.rule("edge", "two")->actionIs(NaxelActionValue());
-    w.root->aggregatorSm()->doCleanSm();
-    w.root->aggregatorSm()->doBuildSets();
-    w.root->aggregatorSm()->doDeleteUnusedSets();
-    EXPECT_EQ(sets(), 3u);
-    w.rules(twoRules);
-    w.root->prefixXformSm(key)->xformSetGroupDeduperDel();
-    w.root->rangeSplitSm(RangeSetType::srcPort)->xformSetGroupDeduperDel();
-    w.root->comboLabelSplitSm(ComboLabelSetType::srcDstL4Port)->xformSetGroupDeduperDel();
-    kickOk(w);
-    EXPECT_EQ(sets(), 3u);
-  }
-  // A frame by itself has no width, and makes nothing that a plain status could not hold.
-  auto const config = Mox::makePtr<StageConfig>();
-  auto const status = Mox::makePtr<StageStatus>();
-  auto const frame =
-      xformSmBaseFactory(Obel::ChipId(0), config, status, chipHwCapabilityFactory(Obel::ChipId(0)));
-  config->kickTimeIs(1);
-  EXPECT_EQ(status->status(), StageStatusType::finishedNotEnabled);
 }
 
 }  // namespace

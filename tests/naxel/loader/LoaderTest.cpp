@@ -78,97 +78,50 @@ TEST(LoaderTest, TheTableExaminedLastDecidesBetweenAnswersThatDiffer) {
     }
 }
 
-TEST(LoaderTest, NothingIsLoadedBeforeThePolicyIsConfirmed) {
-  ByHand w;
-  w.kick();
-  w.say(ResponseState::hitful);
-  w.kick();  // which changes nothing of what is outstanding
-  w.say(ResponseState::hitful);
-  Log const waiting{"acquire", "denyAll", "acquire"};
-  EXPECT_EQ(w.driver.log, waiting);
-  PrefixXformKey const key(Lumox::ipv4(), true);
-  w.tcpFlags(ResponseState::hitful);
-  w.acl(ResponseState::hitless);
-  w.acl(ResponseState::hitful);
-  w.pdStatus->pdPrefixXformEntryStatusDel(key);
-  w.pdStatus->pdPrefixXformEntryStatusIs(key, ResourceStatus(w.id(), ResponseState::hitful));
-  EXPECT_EQ(w.run(), running);
-  EXPECT_EQ(w.driver.log, waiting);
-  w.confirm();
-  EXPECT_EQ(w.driver.log.back(), "load");
-  EXPECT_EQ(w.say(ResponseState::loaded), running);
-  EXPECT_EQ(w.driver.log.back(), "doNotApply");
-  EXPECT_EQ(w.confirm(), success);
-  EXPECT_EQ(w.driver.log.size(), 5u);
-}
-
-TEST(LoaderTest, ATableCountsOnlyWithTheAnswerToTheStandingRequest) {
-  ByHand w;
-  auto const before = w.id();
-  w.kick();
-  for (Mox::Seconds other : {before, w.id() - 1, w.id() + 1})
-    for (ResponseState state : {ResponseState::failed, ResponseState::hitless})
-      EXPECT_EQ(w.say(state, other ? other : 0.5), running);
-  for (ResponseState state : {ResponseState::loaded, ResponseState::reverted})
-    EXPECT_EQ(w.say(state), running);
-  EXPECT_EQ(w.driver.log, (Log{"acquire"}));
-  w.say(ResponseState::hitless);
-  EXPECT_EQ(w.driver.log, (Log{"acquire", "load"}));
-  // The answers to the acquire still stand, under the same id.
-  EXPECT_EQ(w.acl(ResponseState::hitful), running);
-  EXPECT_EQ(w.acl(ResponseState::loaded), running);
-  EXPECT_EQ(w.say(ResponseState::loaded, w.id() - 1), running);
-  w.say(ResponseState::loaded);
-  EXPECT_EQ(w.progress(), success);
-}
-
-TEST(LoaderTest, TheTableForTcpFlagsIsNotWaitedForButMayRefuse) {
-  for (ResponseState late : {ResponseState::hitless, ResponseState::loaded, ResponseState::failed,
-                             ResponseState::reverted}) {
+TEST(LoaderTest, EachStepWaitsForTheAnswersToItsOwnRequest) {
+  struct Case {
+    char const* script;
+    char const* log;
+    NaxelProgress end;
+  };
+  Case const cases[] = {
+      // Nothing is loaded before the policy is confirmed; a newer kick changes nothing of what is outstanding.
+      {"kick hitful kick hitful tcp:hitful acl:hitless acl:hitful", "acquire denyAll acquire",
+       running},
+      {"kick hitful kick hitful confirm loaded", "acquire denyAll acquire load doNotApply",
+       running},
+      {"kick hitful confirm loaded confirm", "acquire denyAll load doNotApply", success},
+      // A table counts only with the answer to the standing request; those to the acquire have the id of the load.
+      {"kick hitless-1 failed-1 hitless+1 failed+1 loaded reverted", "acquire", running},
+      {"kick hitless acl:hitful acl:loaded loaded-1", "acquire load", running},
+      {"kick hitless loaded hitless loaded-1 reverted", "acquire load", success},
+      // The table for TCP flags is not waited for, but may refuse, even where the policy is on its way.
+      {"kick hitless tcp:hitless loaded tcp:hitful tcp:failed", "acquire load", success},
+      {"kick hitless tcp:failed loaded tcp:reverted tcp:loaded", "acquire load", success},
+      {"kick tcp:failed hitless tcp:reverted reverted tcp:hitless", "acquire revert", failure},
+      {"kick hitful tcp:failed tcp:reverted reverted", "acquire denyAll revert", running},
+      {"kick hitful tcp:failed reverted confirm", "acquire denyAll revert doNotApply", running},
+      {"kick hitful tcp:failed reverted confirm confirm", "acquire denyAll revert doNotApply",
+       failure}};
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.script);
+    Traced const quiet;
     ByHand w;
-    w.kick();
-    w.say(ResponseState::hitless);
-    w.tcpFlags(late);
-    EXPECT_EQ(w.driver.log, (Log{"acquire", "load"}));
-    EXPECT_EQ(w.say(ResponseState::loaded), success);
-    w.tcpFlags(ResponseState::hitful);
-    EXPECT_EQ(w.tcpFlags(late), success);
-    EXPECT_EQ(w.driver.log, (Log{"acquire", "load"}));
-  }
-  for (bool hitful : {false, true}) {
-    ByHand w;
-    w.kick();
-    if (hitful) {  // the policy is already on its way
-      w.say(ResponseState::hitful);
-      w.tcpFlags(ResponseState::failed);
-    } else {
-      w.tcpFlags(ResponseState::failed);
-      w.say(ResponseState::hitless);
-    }
-    EXPECT_EQ(w.driver.log.back(), "revert");
-    w.tcpFlags(ResponseState::reverted);
-    if (hitful) {
-      EXPECT_EQ(w.say(ResponseState::reverted), running);
-      EXPECT_EQ(w.confirm(), running);
-      EXPECT_EQ(w.driver.log, (Log{"acquire", "denyAll", "revert", "doNotApply"}));
-      EXPECT_EQ(w.confirm(), failure);
-    } else {
-      EXPECT_EQ(w.say(ResponseState::reverted), failure);
-    }
-    EXPECT_NE(w.failureText().find("TCP flags"), std::string::npos);
-    EXPECT_EQ(w.tcpFlags(ResponseState::hitless), failure);
+    EXPECT_EQ(w.play(c.script), c.end);
+    std::istringstream words(c.log);
+    EXPECT_EQ(w.driver.log, Log(std::istream_iterator<std::string>(words), {}));
+    EXPECT_EQ(w.failureText(),
+              c.end == failure ? "the driver refused resources for TCP flags" : "");
   }
 }
 
 TEST(LoaderTest, ADriverThatSaysAgainWhatItHasLoadedIsHeardAndNotAnswered) {
   ByHand w;
-  w.kick();
-  w.finish(ResponseState::hitless);
+  w.play("kick hitless loaded");
   auto const log = w.driver.log;
   Traced traced(1);
-  PrefixXformKey const key(Lumox::ipv4(), true);
-  w.pdStatus->pdPrefixXformEntryStatusDel(key);
-  for (auto state : {ResponseState::hitless, ResponseState::reverted}) w.acl(state);
+  w.pdStatus->pdPrefixXformEntryStatusDel(PrefixXformKey(Lumox::ipv4(), true));
+  w.play("acl:hitless acl:reverted");
   EXPECT_EQ(traced.count("complete again"), 0);
   w.one(PDTable::v4Source, ResponseState::loaded);
   EXPECT_EQ(w.acl(ResponseState::loaded), success);
@@ -205,18 +158,12 @@ TEST(LoaderTest, WithoutEntriesOfTheExpanderTheKickFailsInWords) {
 
 TEST(LoaderDeathTest, ADriverThatBreaksTheContractEndsTheProcess) {
   ByHand w;
-  w.kick();
-  w.say(ResponseState::hitless);
-  EXPECT_DEATH(w.say(ResponseState::failed), "Failed to load data into acquired resources");
-  EXPECT_DEATH(
-      {
-        w.acl(ResponseState::failed);  // one table, before the others have answered
-        w.say(ResponseState::loaded);
-        w.acl(ResponseState::failed);
-      },
-      "Failed to load data into acquired resources");
-  w.say(ResponseState::loaded);
-  EXPECT_DEATH(w.acl(ResponseState::failed), "ACL entries: answer .*failed.* to .*load");
+  w.play("kick hitless");
+  // Even one table, before the others have answered.
+  for (char const* script : {"failed", "acl:failed loaded acl:failed"})
+    EXPECT_DEATH(w.play(script), "Failed to load data into acquired resources");
+  w.play("loaded");
+  EXPECT_DEATH(w.play("acl:failed"), "ACL entries: answer .*failed.* to .*load");
 }
 
 }  // namespace
