@@ -100,7 +100,7 @@ void renameRule(AclConfig& acl, Mox::Ptr<RuleConfig> const& from, std::string co
   acl.ruleByNameDel(from->name());
   acl.ruleByNameDel(to);
   auto const rule = acl.ruleByNameIs(to);
-  if (filter) copyFilter(*filter, *rule->ruleFilterIs());
+  if (filter) Verify::copyFilter(*filter, *rule->ruleFilterIs());
   rule->actionIs(action);
   for (AceIndex index : indexes) acl.ruleByIdIs(index, rule);
 }
@@ -110,8 +110,8 @@ void swapFilters(RuleConfig& a, RuleConfig& b) {
   auto const ofB = b.ruleFilter();
   a.ruleFilterDel();
   b.ruleFilterDel();
-  if (ofB) copyFilter(*ofB, *a.ruleFilterIs());
-  if (ofA) copyFilter(*ofA, *b.ruleFilterIs());
+  if (ofB) Verify::copyFilter(*ofB, *a.ruleFilterIs());
+  if (ofA) Verify::copyFilter(*ofA, *b.ruleFilterIs());
 }
 
 void widthIs(SimChip& chip, std::string const& table, unsigned bits) {
@@ -314,7 +314,7 @@ bool Simulator::edit(SimChip& chip, std::string const& verb, std::istringstream&
     for (auto const& [index, rule] : from->ruleById()) {
       auto const r = copy->ruleByNameIs(rule->name());
       if (rule->ruleFilter() && !r->ruleFilter())
-        copyFilter(*rule->ruleFilter(), *r->ruleFilterIs());
+        Verify::copyFilter(*rule->ruleFilter(), *r->ruleFilterIs());
       r->actionIs(rule->action());
       copy->ruleByIdIs(index, r);
     }
