@@ -1,6 +1,7 @@
 #include "verify/HandshakeCheck.h"
 
 #include "naxel/control/NaxelRootSm.h"
+#include "verify/Agreement.h"
 #include "verify/ConfigCopy.h"
 #include "verify/OutputText.h"
 #include "verify/PacketSource.h"
@@ -289,6 +290,8 @@ void HandshakeCheck::checkSuccess() {
       !e_.rootStatus->kickMessage().empty())
     breach("success with a reason for failure");
   if (isMistaken(*read_.front().acls)) breach("success with rules that cannot be compiled");
+  std::string const difference = firstDifference(*read_.front().acls, *data, ++draws_);
+  if (!difference.empty()) breach(difference + "\n" + dump(*data));
 }
 
 void HandshakeCheck::checkFailure() {

