@@ -42,13 +42,21 @@ BddTable::BddTable(int variables, int maxNodes) {
   if (bdd_isrunning()) throw std::logic_error("two proofs at a time");
   reportedError = 0;
   bdd_error_hook(onError);
-  // Small at first; the table doubles by itself.
-  constexpr int nodes = 1 << 15;
+  int const nodes =
+      8 * variables;  // no more than that: a small proof takes less time than its table
   checked(bdd_init(nodes, nodes / 4));
   // It has set its own: they print and abort.
   bdd_error_hook(onError);
   bdd_gbc_hook(nullptr);
   bdd_setvarnum(variables);
+  // Builds of the library are about whose collection of garbage, within an operation, takes places of its
+  // stack for nodes that nothing has been written to yet. This writes to all of them, as no other operation
+  // goes deeper, and the table has room for it without a collection.
+  if (reportedError == 0) {
+    Bdd all(true);
+    for (int v = variables; v-- > 0;) all = Bdd::choice(v, all, Bdd(false));
+    static_cast<void>(all & Bdd::variable(variables - 1));
+  }
   bdd_setmaxincrease(1 << 23);
   bdd_setminfreenodes(30);
   bdd_setcacheratio(8);

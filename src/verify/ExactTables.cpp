@@ -129,24 +129,22 @@ Partition::Partition(Bits bits, Naxel::PDPrefixXformEntryColl const& table, Addr
 }
 
 Partition::Partition(Bits bits, Naxel::PDRangeXformEntryColl const& table) : bits_(bits) {
-  std::vector<Label> label(size_t{1} << bits.count);
-  // Ranges of a table are disjoint; if not, the first one counts.
-  // From the last entry back, so that the first one has the last word.
-  for (size_t i = table.entry().size(); i-- > 0;) {
-    auto const& e = table.entry()[i];
-    for (size_t v = e.key().first(); v <= e.key().last() && v < label.size(); ++v)
-      label[v] = e.value().value();
-  }
   int const shift = 64 - bits.count;
-  for (uint64_t first = 0, end = 1; end <= label.size(); ++end) {
-    if (end < label.size() && label[end] == label[first]) continue;
-    Interval const in{{first << shift, 0}, {(end << shift) - 1, ~uint64_t{0}}};
-    if (label[first])
-      piece_.add(*label[first], in);
-    else
-      miss_.push_back(in);
-    first = end;
+  uint64_t const end = uint64_t{1} << bits.count;
+  auto const values = [&](uint64_t first, uint64_t behind) {
+    return Interval{{first << shift, 0}, {(behind << shift) - 1, ~uint64_t{0}}};
+  };
+  // In the order of their first values. Ranges of a table are disjoint; if not, the first one counts.
+  uint64_t next = 0;
+  for (auto const& e : table.entry()) {
+    uint64_t const first = std::max<uint64_t>(e.key().first(), next);
+    uint64_t const behind = std::min<uint64_t>(uint64_t{e.key().last()} + 1, end);
+    if (first >= behind) continue;
+    if (first > next) miss_.push_back(values(next, first));
+    piece_.add(e.value().value(), values(first, behind));
+    next = behind;
   }
+  if (next < end) miss_.push_back(values(next, end));
 }
 
 Bdd Partition::of(LabelSet const& labels, bool misses) const {

@@ -64,6 +64,31 @@ std::optional<AceIndex> firstMatch(AclConfig const& acl, Packet const& packet) {
   return std::nullopt;
 }
 
+bool isMistaken(Naxel::AclConfigColl const& acls) {
+  for (auto const& [name, acl] : acls.acl()) {
+    for (auto const& [index, rule] : acl->ruleById())
+      if (acl->ruleByName(rule->name()) != rule) return true;
+    bool v4 = acl->af() == Lumox::ipv4();
+    bool v6 = acl->af() == Lumox::ipv6();
+    bool range = false;
+    for (auto const& [ruleName, rule] : acl->ruleByName()) {
+      if (!rule->ruleFilter()) continue;
+      for (auto const& list : {rule->ruleFilter()->source(), rule->ruleFilter()->destination()})
+        for (auto const* prefixes :
+             {list ? &list->addr() : nullptr, list ? &list->exceptAddr() : nullptr})
+          if (prefixes)
+            for (auto const& p : *prefixes) (p.af() == Lumox::ipv4() ? v4 : v6) = true;
+      rule->ruleFilter()->forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+        uint32_t const bound = Naxel::rangeField(type).bound();
+        for (auto const& r : ranges)
+          range = range || r.rangeStart() > r.rangeEnd() || r.rangeEnd() > bound;
+      });
+    }
+    if (range || (v4 && v6)) return true;
+  }
+  return false;
+}
+
 RuleOracle::RuleOracle(AclConfig const& acl) : af_(familyOf(acl)) {
   rule_.reserve(acl.ruleById().size());
   for (auto const& [index, rule] : acl.ruleById()) rule_.push_back(compile(index, *rule, af_));

@@ -7,7 +7,7 @@ using namespace Naxel;
 std::string freshTables(World const& world) {
   World fresh;
   copyAcls(*world.acls, *fresh.acls);
-  copyWidths(*world.capability, *fresh.capability);
+  fresh.capability->valuesIs(*world.capability);
   if (fresh.kick() != NaxelProgress::naxelFinishedSuccess) return {};
   return full(fresh.tables());
 }

@@ -2,6 +2,7 @@
 
 #include "support/AllocationFaults.h"
 #include "support/Simulator.h"
+#include "support/Verbs.h"
 
 #include <algorithm>
 #include <map>
@@ -12,307 +13,202 @@ namespace Test {
 
 namespace {
 
+/// Courses of several events, behind those of single ones in Verbs.cpp. A step is an event or, with a @, one of
+/// a group; "0..2*" before it says how often. A <kind.name> is the same one throughout a course.
+struct Course {
+  char const* group;
+  unsigned weight;
+  char const* steps;
+};
+constexpr Course courses[] = {
+    {"world", 11, "@widths; 0..3*@driver; 1..3*@new-acl"},
+    {"world", 1, "@widths; restart kept denyAll|permitAll; 0..3*@driver; 1..3*@new-acl"},
+
+    {"event", 2, "@driver"},
+    {"event", 1, "@upheaval"},
+    {"event", 1, "@fault"},
+    {"event", 4, "@kick"},
+    {"event", 7, "@edit"},
+
+    {"new-acl", 1, "0..5*set <acl.a> <index> <rule> <filter>"},
+    {"new-acl", 1, "af <acl.a> <family>; 0..5*set <acl.a> <index> <rule> <filter>"},
+    {"edit", 4, "@new-acl"},
+    {"edit", 3, "oversize <acl.a> 3..40; 1..3*@kick; shrink <acl.a>"},
+    {"edit", 1, "oversize <acl.a> 3..40; 1..3*@kick"},
+    // Something that an agent ought not to configure, a kick or two, and the correction.
+    {"edit", 3,
+     "range <acl.a> <rule.r> <field.f> +<wrong.w>; 1..2*@kick; "
+     "range <acl.a> <rule.r> <field.f> -<wrong.w>"},
+    {"edit", 1, "stray <acl.a> <index.i> <rule>; 1..2*@kick; del-index <acl.a> <index.i>"},
+    {"edit", 2, "@some-widths"},
+    // A table is turned off and on again, over the same rules.
+    {"edit", 2,
+     "width <table.t> <bits.b>; @kick; width <table.t> 0; @kick; width <table.t> <bits.b>; @kick"},
+
+    {"kick", 15, "kick"},
+    // What a kick leaves half done is for the next one to find.
+    {"kick", 2, "cancel-at <stage>; kick"},
+    {"kick", 1, "cancel-at <stage>; @edit; kick"},
+    {"kick", 3, "request; pass 0..19"},
+    {"kick", 3, "request; request"},
+    {"kick", 2, "request; pass 0..39; cancel|request|request"},
+    {"kick", 1, "request; pass 0..39; driver refuse <pdTable>; cancel|request|request"},
+    {"kick", 3, "rekick-at <progress>; kick"},
+    {"kick", 3, "clock -600|1; kick"},
+    {"kick", 3, "cancel; request; run"},
+
+    {"upheaval", 12, "@fall; 0..1*pass 0..4; up|up|up-fresh"},
+    {"fall", 2, "down-at-output; @kick"},
+    {"fall", 3, "down-at <progress>; @kick"},
+    {"fall", 3, "down-at-request acquire|load|revert; @kick"},
+    {"fall", 16, "request; pass 0..39; down"},
+    // The driver starts anew while something is under way or at rest, perhaps together with the agent.
+    {"upheaval", 5, "@busy; @restart; 0..1*pass 0..4; 0..1*undo 0"},
+    {"upheaval", 3, "@busy; down; @restart; 0..1*pass 0..4; up|up|up-fresh; 0..1*undo 0"},
+    {"busy", 1, "@kick"},
+    {"busy", 2, "request; pass 0..39"},
+    {"restart", 1, "restart kept|lost"},
+    {"restart", 1, "restart kept|lost denyAll|denyAll|permitAll"},
+    {"upheaval", 1, "0..1*@busy; replace capability|status; 0..2*@kick; up-fresh"},
+};
+
 class Author {
  public:
-  Author(Dice& dice, size_t events) : dice_(dice), words_(dice), left_(events) {}
+  explicit Author(Dice& dice) : dice_(dice), words_(dice) {
+    for (Verb const& verb : allVerbs())
+      if (verb.weight > 0) groups_[verb.group].push_back({verb.group, verb.weight, verb.pattern});
+    for (Course const& course : courses) groups_[course.group].push_back(course);
+  }
 
-  Script write() {
-    for (chip_ = 0; chip_ < 2; ++chip_) {
-      widths(true);
-      if (dice_.oneIn(12)) on(dice_.oneIn(2) ? "restart kept denyAll" : "restart kept permitAll");
-      for (uint64_t i = 0, n = dice_.below(4); i < n; ++i) driver();
-      for (uint64_t i = 0, n = dice_.between(1, 3); i < n; ++i) newAcl();
-    }
+  Script write(size_t events) {
+    for (chip_ = 0; chip_ < 2; ++chip_) group("world");
     // One in eight scripts has everything at once; the others leave the faults out, which would
     // hide what goes wrong without them.
-    faults_ = dice_.oneIn(8);
-    if (dice_.oneIn(100)) script_.push_back("trace 9");
-    while (left_ > 0) event();
+    if (!dice_.oneIn(8)) groups_["fault"] = groups_["kick"];
+    if (dice_.oneIn(100)) line("trace 9");
+    for (; events > 0; --events) {
+      chip_ = dice_.oneIn(4) ? 1 : 0;
+      group("event");
+    }
     return std::move(script_);
   }
 
  private:
-  void on(std::string const& event) { script_.push_back(std::to_string(chip_) + " " + event); }
-  void all(std::string event) { script_.push_back(std::move(event)); }
+  using Names = std::map<std::string, std::string>;
 
-  std::string acl() { return "a" + std::to_string(dice_.below(3)); }
-  std::string rule() { return "r" + std::to_string(dice_.below(5)); }
-  std::string aclRule() { return acl() + " " + rule(); }
-  std::string index() { return std::to_string(dice_.below(10)); }
-  std::string side() { return dice_.oneIn(2) ? "src" : "dst"; }
+  void group(std::string const& name) {
+    if (name.ends_with("widths")) return widths(name == "widths");
+    auto const& all = groups_.at(name);
+    uint64_t sum = 0;
+    for (Course const& course : all) sum += course.weight;
+    uint64_t at = dice_.below(sum);
+    auto course = all.begin();
+    for (; at >= course->weight; ++course) at -= course->weight;
+    play(course->steps);
+  }
+
+  void play(std::string const& steps) {
+    Names names;
+    for (size_t from = 0; from < steps.size();) {
+      size_t const end = std::min(steps.find(';', from), steps.size());
+      std::string step = steps.substr(from, end - from);
+      from = end + 2;
+      uint64_t times = 1;
+      if (size_t const star = step.find('*'); star != step.npos) {
+        times = std::stoul(drawn(step.substr(0, star)));
+        step.erase(0, star + 1);
+      }
+      for (; times > 0; --times) step[0] == '@' ? group(step.substr(1)) : line(filled(step, names));
+    }
+  }
+
+  void line(std::string const& text) {
+    bool const forAll = verbOf(text)->forAll;
+    script_.push_back(forAll ? text : std::to_string(chip_) + " " + text);
+  }
+
+  /// Draws the words of a pattern that are not fixed.
+  std::string filled(std::string const& pattern, Names& names) {
+    std::istringstream in(pattern);
+    std::string out;
+    for (std::string word; in >> word;) {
+      word = drawn(word);
+      size_t const open = word.find('<');
+      if (size_t const close = word.find('>'); open != word.npos) {
+        std::string const kind = word.substr(open + 1, close - open - 1);
+        std::string& value = names[kind];
+        if (value.empty() || kind.find('.') == kind.npos) value = some(kind);
+        if (kind.starts_with("acl")) v6_ = value == "a2";
+        word.replace(open, close + 1 - open, value);
+      }
+      out += (out.empty() ? "" : " ") + word;
+    }
+    return out;
+  }
+
+  /// One of the words between bars; a number, if that is two with dots between.
+  std::string drawn(std::string const& word) {
+    std::vector<std::string> parts;
+    std::istringstream in(word);
+    for (std::string part; std::getline(in, part, '|');) parts.push_back(part);
+    std::string const part = parts.size() == 1 ? word : dice_.of(parts);
+    size_t const dots = part.find("..");
+    if (dots == part.npos) return part;
+    return std::to_string(dice_.between(std::stoul(part), std::stoul(part.substr(dots + 2))));
+  }
+
   /// Which family an ACL mostly has; a prefix of the other one makes a kick fail.
   Lumox::AddressFamily family() { return dice_.oneIn(60) != v6_ ? Lumox::ipv6() : Lumox::ipv4(); }
 
-  void newAcl() {
-    std::string const name = acl();
-    v6_ = name == "a2";
-    if (dice_.oneIn(2)) on("af " + name + (v6_ ? " ipv6" : " ipv4"));
-    for (uint64_t i = 0, n = dice_.below(6); i < n; ++i) set(name);
+  std::string some(std::string const& kind) {
+    std::string const k = kind.substr(0, kind.find('.'));
+    if (k == "acl") return "a" + std::to_string(dice_.below(3));
+    if (k == "rule") return "r" + std::to_string(dice_.below(5));
+    if (k == "index") return std::to_string(dice_.below(10));
+    if (k == "family") return v6_ ? "ipv6" : "ipv4";
+    if (k == "filter") return words_.filter(family());
+    if (k == "prefix") return words_.prefix(family());
+    if (k == "field") return std::string(someField().name);
+    if (k == "wrong") return drawn("90-80|3-300|256-256|70000-70001|0-65536|2-1|1-65536|9-8");
+    if (k == "range") {
+      auto const& field = someField();
+      std::string const one = words_.ranges(field.bound());
+      return std::string(field.name) + drawn(" -| +| +") + one.substr(0, one.find(','));
+    }
+    if (k == "stage") return nameOfOne<Naxel::NaxelActiveStage>(1, 10);
+    if (k == "progress") return nameOfOne<Naxel::NaxelProgress>(1, 4);
+    if (k == "pdTable") return nameOfOne<Naxel::PDTable>(0, Naxel::pdTableCount - 1);
+    if (k == "table")
+      return dice_.oneIn(3) ? nameOfOne<Naxel::ComboLabelSetType>(0, 2)
+                            : nameOfOne<Naxel::RangeSetType>(0, Naxel::rangeFieldCount - 1);
+    return drawn("1..4|6..16");  // bits
   }
-  void set(std::string const& name) {
-    v6_ = name == "a2";
-    on("set " + name + " " + index() + " " + rule() + " " + words_.filter(family()));
+  Naxel::RangeField const& someField() {
+    return Naxel::rangeFields[dice_.below(Naxel::rangeFieldCount)];
   }
+  template <class E>
+  std::string nameOfOne(uint64_t first, uint64_t last) {
+    return Mox::stringValue(static_cast<E>(dice_.between(first, last)));
+  }
+
   void widths(bool every) {
-    static std::vector<std::string> const prefixes = {"v4src", "v4dst", "v6src", "v6dst"};
-    static std::vector<std::string> const ranges = {"srcPort", "dstPort",  "icmp", "proto",
-                                                    "length",  "fragment", "dscp"};
-    static std::vector<std::string> const combos = {"ipv4SrcDstPrefix", "ipv6SrcDstPrefix",
-                                                    "srcDstL4Port"};
     // Narrow spaces are full or overfull most of the time; half of the worlds have room.
-    bool const roomy = dice_.oneIn(2);
-    auto const bits = [&] {
-      return std::to_string(roomy ? dice_.between(6, 16) : dice_.between(1, 4));
+    std::string const bits = dice_.oneIn(2) ? "6..16" : "1..4";
+    auto const width = [&](std::string const& table, bool mayBeNone) {
+      if (every || dice_.oneIn(4))
+        line("width " + table + " " + (mayBeNone && dice_.oneIn(2) ? "0" : drawn(bits)));
     };
-    for (auto const& table : prefixes)
-      if (every || dice_.oneIn(4)) on("width " + table + " " + bits());
-    for (auto const* group : {&ranges, &combos})
-      for (auto const& table : *group)
-        if (every || dice_.oneIn(4)) {
-          std::string const width = dice_.oneIn(2) ? bits() : "0";
-          width_[chip_][table] = width;
-          on("width " + table + " " + width);
-        }
-  }
-
-  /// A table is turned off and on again, over the same rules.
-  void offAndOn() {
-    auto const& widths = width_[chip_];
-    auto const table =
-        std::next(widths.begin(), static_cast<std::ptrdiff_t>(dice_.below(widths.size())));
-    on("width " + table->first + " 0");
-    kick();
-    on("width " + table->first + " " + table->second);
-    kick();
-  }
-
-  void driver() {
-    auto const number = [&](uint64_t n) { return " " + std::to_string(dice_.below(n)); };
-    auto const onOff = [&] { return dice_.oneIn(2) ? " on" : " off"; };
-    switch (dice_.below(12)) {
-      case 0: return on("driver delay" + number(4));
-      case 1: return on("driver policy-delay" + number(dice_.oneIn(3) ? 30 : 3));
-      case 2: return on(dice_.oneIn(2) ? "driver pace together" : "driver pace one-by-one");
-      case 3:
-        return on("driver order " +
-                  dice_.of(std::vector<std::string>{"standard", "reversed", "prefixes-last"}));
-      case 4:
-        return on("driver tcp-flags " +
-                  dice_.of(std::vector<std::string>{"in-turn", "last", "never"}));
-      case 5: return on(std::string("driver stale") + onOff());
-      case 6:
-      case 7: return on(std::string("driver hitful") + onOff());
-      case 8: return on(dice_.oneIn(2) ? "driver miss nothing" : "driver miss highest");
-      case 9: return on("driver refuse " + table());
-      case 10:
-        return on(dice_.oneIn(2) ? "driver superseded dropped" : "driver superseded finished");
-      default:
-        return on("driver capacity " + table() +
-                  (dice_.oneIn(3) ? number(40) : std::string(" 1000000")));
-    }
-  }
-  std::string table() {
-    return Mox::stringValue(Naxel::allPDTables()[dice_.below(Naxel::pdTableCount)]);
-  }
-
-  void edit() {
-    switch (dice_.below(25)) {
-      case 0: return newAcl();
-      case 1: return on("del-acl " + acl());
-      case 2: return on("rename-acl " + acl() + " " + acl());
-      case 3:
-        return on("af " + acl() + " " +
-                  dice_.of(std::vector<std::string>{"ipv4", "ipv6", "none", "none"}));
-      case 4: return on("del-rule " + aclRule());
-      case 5: return on("rename-rule " + aclRule() + " " + rule());
-      case 6: return on("recreate " + aclRule());
-      case 7: return on("swap " + aclRule() + " " + rule());
-      case 8: return on("index " + acl() + " " + index() + " " + rule());
-      case 9: return on("swap-index " + acl() + " " + index() + " " + index());
-      case 10: return on("del-index " + acl() + " " + index());
-      case 11:
-      case 12: {
-        std::string const name = acl();
-        v6_ = name == "a2";
-        if (dice_.oneIn(4))
-          return on("prefix " + name + " " + rule() + " " + side() + " -#" + index());
-        return on("prefix " + name + " " + rule() + " " + side() + (dice_.oneIn(3) ? " -" : " +") +
-                  (dice_.oneIn(3) ? "!" : "") + words_.prefix(family()));
-      }
-      case 13: return on("share " + aclRule() + " " + side() + " " + aclRule() + " " + side());
-      case 14:
-      case 15: return range();
-      case 16:
-      case 17:
-        return on("toggle " + aclRule() + " " +
-                  dice_.of(std::vector<std::string>{"drop", "log", "tc", "init", "est"}));
-      case 18:
-        if (dice_.oneIn(4)) on("empty");
-        return;
-      case 19: return oversize();
-      case 20: return mistake();
-      case 21: return dice_.oneIn(2) ? offAndOn() : widths(false);
-      case 22: return on("undo" + std::string(dice_.oneIn(2) ? " 0" : " 1"));
-      default: return set(acl());
-    }
-  }
-  void range() {
-    struct Field {
-      char const* name;
-      uint32_t bound;
-    };
-    static std::vector<Field> const fields = {{"sport", 65535}, {"dport", 65535}, {"icmp", 255},
-                                              {"proto", 255},   {"len", 65535},   {"frag", 8191},
-                                              {"dscp", 63}};
-    Field const& field = dice_.of(fields);
-    std::string const one = words_.ranges(field.bound);
-    on("range " + aclRule() + " " + field.name + (dice_.oneIn(3) ? " -" : " +") +
-       one.substr(0, one.find(',')));
-  }
-  void oversize() {
-    std::string const name = acl();
-    on("oversize " + name + " " + std::to_string(dice_.between(3, 40)));
-    for (uint64_t i = 0, n = dice_.between(1, 3); i < n; ++i) kick();
-    if (!dice_.oneIn(8)) on("shrink " + name);
-  }
-  /// Something that an agent ought not to configure, a kick or two, and the correction.
-  void mistake() {
-    std::string const at = aclRule();
-    std::string const wrong = dice_.of(std::vector<std::string>{
-        "dport 90-80", "proto 3-300", "icmp 256-256", "len 70000-70001", "sport 0-65536",
-        "sport 2-1", "dport 1-65536", "icmp 9-8", "proto 9-8", "len 9-8", "frag 9-8", "dscp 9-8"});
-    bool const stray = dice_.oneIn(4);
-    std::string const name = acl();
-    std::string const where = index();
-    if (stray)
-      on("stray " + name + " " + where + " " + rule());
-    else
-      on("range " + at + " " + wrong.substr(0, wrong.find(' ')) + " +" +
-         wrong.substr(wrong.find(' ') + 1));
-    for (uint64_t i = 0, n = dice_.between(1, 2); i < n; ++i) kick();
-    if (stray)
-      on("del-index " + name + " " + where);
-    else
-      on("range " + at + " " + wrong.substr(0, wrong.find(' ')) + " -" +
-         wrong.substr(wrong.find(' ') + 1));
-  }
-
-  std::string stage() {
-    return Mox::stringValue(static_cast<Naxel::NaxelActiveStage>(dice_.between(1, 10)));
-  }
-  std::string progress() {
-    return Mox::stringValue(static_cast<Naxel::NaxelProgress>(dice_.between(1, 4)));
-  }
-  void kick() {
-    switch (dice_.below(12)) {
-      case 0:
-        // What a kick leaves half done is for the next one to find.
-        on("cancel-at " + stage());
-        if (dice_.oneIn(3)) edit();
-        return on("kick");
-      case 1:
-        on("request");
-        all("pass " + std::to_string(dice_.below(20)));
-        return;
-      case 2:
-        on("request");
-        on("request");
-        return;
-      case 3:
-        on("request");
-        all("pass " + std::to_string(dice_.below(40)));
-        if (dice_.oneIn(4)) on("driver refuse " + table());
-        on(dice_.oneIn(3) ? "cancel" : "request");
-        return;
-      case 4: on("rekick-at " + progress()); return on("kick");
-      case 5: all(dice_.oneIn(2) ? "clock -600" : "clock 1"); return on("kick");
-      case 6:
-        on("cancel");
-        on("request");
-        return all("run");
-      default: return on("kick");
-    }
-  }
-  void restart() {
-    if (dice_.oneIn(3)) {
-      static std::vector<std::string> const requests = {"acquire", "load", "revert"};
-      on(dice_.oneIn(4)   ? "down-at-output"
-         : dice_.oneIn(2) ? "down-at " + progress()
-                          : "down-at-request " + dice_.of(requests));
-      kick();
-    } else {
-      on("request");
-      all("pass " + std::to_string(dice_.below(40)));
-      on("down");
-    }
-    if (dice_.oneIn(3)) all("pass " + std::to_string(dice_.below(5)));
-    on(dice_.oneIn(3) ? "up-fresh" : "up");
-  }
-  /// The driver starts anew while something is under way or at rest, perhaps together with the agent.
-  void driverRestart() {
-    bool const both = dice_.oneIn(3);
-    if (dice_.oneIn(3)) {
-      kick();
-    } else {
-      on("request");
-      all("pass " + std::to_string(dice_.below(40)));
-    }
-    if (both) on("down");
-    std::string const answers = dice_.oneIn(2) ? "restart kept" : "restart lost";
-    on(answers + (dice_.oneIn(2) ? "" : dice_.oneIn(3) ? " permitAll" : " denyAll"));
-    if (dice_.oneIn(3)) all("pass " + std::to_string(dice_.below(5)));
-    if (both) on(dice_.oneIn(3) ? "up-fresh" : "up");
-    if (dice_.oneIn(2)) on("undo 0");
-  }
-  void replaced() {
-    if (dice_.oneIn(2)) {
-      on("request");
-      all("pass " + std::to_string(dice_.below(40)));
-    }
-    on(dice_.oneIn(2) ? "replace capability" : "replace status");
-    for (uint64_t i = 0, n = dice_.below(3); i < n; ++i) kick();
-    on("up-fresh");
-  }
-  void fault() {
-    if (dice_.oneIn(2))
-      all(dice_.oneIn(2) ? "throwing on" : "throwing off");
-    else
-      all("alloc " + std::to_string(dice_.between(1, dice_.oneIn(3) ? 30 : 1200)));
-  }
-
-  void event() {
-    --left_;
-    chip_ = dice_.oneIn(4) ? 1 : 0;
-    switch (dice_.below(16)) {
-      case 0: return driver();
-      case 1:
-        if (dice_.oneIn(4)) on(dice_.oneIn(2) ? "permit on" : "permit off");
-        return driver();
-      case 2: return all("pass " + std::to_string(dice_.below(30)));
-      case 3:
-        if (dice_.oneIn(3)) return restart();
-        if (dice_.oneIn(3)) return driverRestart();
-        if (dice_.oneIn(12)) return replaced();
-        return all("run");
-      case 4:
-        if (faults_) return fault();
-        return kick();
-      case 5:
-      case 6:
-      case 7:
-      case 8: return kick();
-      default: return edit();
-    }
+    for (char const* table : {"v4src", "v4dst", "v6src", "v6dst"}) width(table, false);
+    for (auto type : Naxel::allRangeSetTypes()) width(Mox::stringValue(type), true);
+    for (auto type : Naxel::allComboLabelSetTypes()) width(Mox::stringValue(type), true);
   }
 
   Dice& dice_;
   Vocabulary words_;
-  size_t left_;
+  std::map<std::string, std::vector<Course>> groups_;
   Script script_;
   unsigned chip_ = 0;
   bool v6_ = false;
-  bool faults_ = false;
-  std::array<std::map<std::string, std::string>, 2> width_;  // of ranges and combinations
 };
 
 /// True if the script fails, in whatever way. Runs it in a child process.
@@ -335,7 +231,7 @@ bool fails(Script const& script) {
 
 }  // namespace
 
-Script randomScript(Dice& dice, size_t events) { return Author(dice, events).write(); }
+Script randomScript(Dice& dice, size_t events) { return Author(dice).write(events); }
 
 ScriptRun runScript(Script const& script) {
   ScriptRun run;
@@ -390,9 +286,10 @@ std::vector<Script> scriptsOf(std::string const& text) {
   std::vector<Script> scripts(1);
   std::istringstream in(text);
   for (std::string line; std::getline(in, line);) {
+    line.erase(0, std::min(line.find_first_not_of(" \t\r"), line.size()));
     if (line == "---")
       scripts.emplace_back();
-    else if (line.find_first_not_of(" \t\r") != std::string::npos && line[0] != '#')
+    else if (!line.empty() && line[0] != '#')
       scripts.back().push_back(line);
   }
   return scripts;

@@ -4,37 +4,26 @@
 /// two chips and kicks their pipelines, the drivers of both, the clock, and faults. The same script
 /// always does the same. SimChip.h says what is checked on the way.
 ///
-/// A script has one event per line. Lines that begin with the number of a chip, 0 or 1, are about
-/// that chip. An event that makes no sense where it stands, such as an edit of a rule that is not
-/// there, does nothing, so that a script stays valid when lines are taken out of it.
+/// A script has one event per line; Verbs.cpp lists them. Lines that begin with the number of a chip, 0 or 1,
+/// are about that chip. An event that makes no sense where it stands, such as an edit of a rule that is not
+/// there, does nothing, so that a script stays valid when lines are taken out of it. Some that do not explain
+/// themselves:
 ///
 ///   set ACL INDEX RULE FILTER      the rule as in addRules(), under this index
-///   acl ACL / del-acl ACL / rename-acl ACL ACL / af ACL ipv4|ipv6|none
-///   del-rule ACL RULE / rename-rule ACL RULE RULE / recreate ACL RULE / swap ACL RULE RULE
-///   index ACL INDEX RULE / del-index ACL INDEX / swap-index ACL INDEX INDEX / stray ACL INDEX RULE
-///   prefix ACL RULE src|dst +P|-P|+!P|-!P|-#N   one member of a list, in place; #N is the N-th
-///   share ACL RULE src|dst ACL RULE src|dst  the second side gets the list object of the first
-///   range ACL RULE FIELD +A-B|-A-B
-///   toggle ACL RULE drop|log|tc|init|est
-///   empty                          all ACLs are deleted
+///   recreate, swap                 the rule is another object; two rules change filters
+///   index, stray                   an index for a rule of the ACL; for one that it does not have
+///   prefix ... +P|-P|+!P|-!P|-#N   one member of a list, in place; #N is the N-th
+///   share ... ...                  the second side gets the list object of the first
 ///   oversize ACL N / shrink ACL    N rules of one port each
-///   width TABLE BITS
 ///   undo N                         back to what the last kick but N has read
-///
-///   kick / request / cancel / cancel-at STAGE
-///   rekick-at PROGRESS / down-at PROGRESS / down-at-request REQUEST / down-at-output
-///                                  from within the notification
-///   down / up / up-fresh           the root; up-fresh over a new RootConfig and RootStatus
-///   driver KEY VALUE               see Simulator.cpp
+///   kick / request                 runs until everything rests, or does not
+///   rekick-at, down-at...          from within the notification
+///   up-fresh                       over a new RootConfig and RootStatus
 ///   restart kept|lost [POLICY]     the driver, with its answers or without, with a policy of its own
 ///   replace capability|status      the agent's entity
-///   permit on|off
-///
-///   pass N                         N steps of all
-///   run                            until everything rests
+///   pass N / run                   N steps of all; until everything rests
 ///   clock SECONDS                  forth or back
 ///   throwing on|off                watchers and a trace sink that throw
-///   trace LEVEL
 ///   alloc N                        the N-th allocation of the library from now on fails
 
 #include "mox/Trace.h"
@@ -63,13 +52,16 @@ class Simulator {
   std::vector<std::string> const& differences() const { return differences_; }
   Figures const& figures() const { return figures_; }
 
- private:
-  void executeOn(SimChip& chip, std::string const& verb, std::istringstream& in);
-  bool edit(SimChip& chip, std::string const& verb, std::istringstream& in);
+  /// One step of pipelines and drivers; false if there was nothing to do.
   bool step();
+  /// Steps until everything rests, and looks whether that is as it should be.
   void settle();
+  void checkRunning();
   void throwingIs(bool on);
+  Mox::ManualClock& clock() { return clock_; }
+  void differ(std::string const& what) { differences_.push_back(what); }
 
+ private:
   Figures figures_;
   uint64_t strikesBefore_ = 0;
   std::vector<std::string> differences_;
@@ -95,7 +87,7 @@ ScriptRun runScript(Script const& script);
 Script shrink(Script const& script);
 
 /// The scripts of a text, one event per line; empty lines and comments behind a # at the start of a line
-/// are left out, and a line of three dashes begins another script.
+/// are left out, as are blanks before an event, and a line of three dashes begins another script.
 std::vector<Script> scriptsOf(std::string const& text);
 std::string textOf(Script const& script);
 

@@ -10,12 +10,18 @@
 #include "naxel/expander/RuleExpanderTypes.h"
 #include "naxel/loader/NaxelLoaderTypes.h"
 #include "naxel/xform/NaxelXformTypes.h"
+#include "verify/ConfigCopy.h"
+#include "verify/OutputText.h"
 
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace Test {
+
+using Verify::copyAcls;
+using Verify::dump;
+using Verify::full;
 
 /// Puts rules into a configuration. One rule per line:
 ///
@@ -30,14 +36,6 @@ void addRules(Naxel::AclConfigColl& coll, std::string_view text);
 Naxel::RangeField const* rangeFieldOf(std::string_view word);
 /// The filter of one rule in the form above, without ACL, index and name.
 void fillFilter(Naxel::RuleConfig& rule, std::string_view text);
-
-/// Makes `to` say what `from` says, lists and rules copied down to the last value; also what an agent
-/// ought not to do, such as an index that refers to a rule of no name.
-void copyAcls(Naxel::AclConfigColl const& from, Naxel::AclConfigColl& to);
-/// Makes `to` say again what `from` says, and writes only what differs.
-void restoreAcls(Naxel::AclConfigColl const& from, Naxel::AclConfigColl& to);
-void copyFilter(Naxel::RuleFilter const& from, Naxel::RuleFilter& to);
-void copyWidths(Naxel::ChipHwCapability const& from, Naxel::ChipHwCapability& to);
 
 /// Answers the library's requests, at once unless told to hold.
 class ScriptDriver : private Naxel::PDConfig::Notifiee {
@@ -102,13 +100,5 @@ class World : public Naxel::ChipEntities {
   ScriptDriver driver;
   Mox::Ptr<Naxel::NaxelRootSm> root;
 };
-
-/// Terse dump of an output: per table its entries, per ACL its rules with their entries, e.g.
-///   ipv4 src: 10.0.0.0/8=0 10.1.0.0/16=65535
-///   dstPort: 80-443=0
-///   acl edge ipv4 10: source=0/65535 dport=0/4095
-std::string dump(Naxel::PDData const& data);
-/// Everything that an output says: its dump, and the action of every rule.
-std::string full(Naxel::PDData const& data);
 
 }  // namespace Test

@@ -237,7 +237,7 @@ TEST(SkipTest, AnEditThatIsUndoneAfterAKickBrokeOffIsNotTakenForMade) {
     w.driver.automatic = true;
     if (w.progress() == NaxelProgress::naxelRunning) w.driver.answer();
     w.run();
-    restoreAcls(*before.acls, *w.acls);
+    copyAcls(*before.acls, *w.acls);
     ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << n << ": " << w.failureText();
     ASSERT_EQ(full(w.tables()), tables) << n;
   }
