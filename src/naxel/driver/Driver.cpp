@@ -140,6 +140,7 @@ void Driver::confirmPolicy() {
 
 void Driver::reportPolicy(GlobalAclControl policy) {
   Working working(*this);
+  // Before the write: the library may ask for the next policy within it.
   wanted_.reset();  // a change that is not confirmed is dropped
   status_->globalAclControlIs(policy);
   working.finish();
