@@ -29,6 +29,7 @@ class NAXEL_EXPORT ManualClock : public Clock {
  public:
   explicit ManualClock(Seconds now = 1000.0) : now_(now) {}
   Seconds now() const override { return now_; }
+  /// May go back, as a machine's clock can.
   void nowIs(Seconds now) { now_ = now; }
   void nowInc(Seconds by) { now_ += by; }
 

@@ -24,6 +24,7 @@ class NAXEL_EXPORT Bitmap : public Mox::RefCounted {
   std::string_view fwkType() const { return "Obel::Bitmap"; }
 
   uint32_t size() const { return size_; }
+  /// O(1); operations on a range cost its words.
   bool bitIsSet(uint32_t i) const;
   void setBitsInRange(uint32_t first, uint32_t last);
   void clearBitsInRange(uint32_t first, uint32_t last);

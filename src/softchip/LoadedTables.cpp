@@ -87,6 +87,7 @@ LoadedTables::Acl LoadedTables::aclOf(Naxel::PDAclRuleColl const& rules) {
         // Bits that are not compared are cleared once, and need no mask in the index.
         e.value[i] = match.label().value() & e.mask[i];
       }
+      // Kept among the entries, so that hits are counted under the numbers that the output gives.
       e.never = Verify::matchesNothing(filter);
       e.tcpInit = filter.matchTcpInit();
       e.tcpEstablished = filter.matchTcpEstablished();
@@ -203,6 +204,7 @@ Verdict LoadedTables::lookup(PDAclKey const& key, Packet const& packet) {
   if (found == acl_.end() || key.af() != packet.af) return {};
   Acl& acl = found->second;
   size_t const at = firstEntry(acl, labelsOf(packet), packet);
+  // No entry of the ACL matches, and what becomes of the packet then is for the agent to say.
   if (at == FirstMatchIndex::noItem) return {};
   ++acl.hits[at];
   Rule const& rule = acl.rule[acl.entry[at].rule];
@@ -222,6 +224,7 @@ uint64_t LoadedTables::hits(PDAclKey const& key, AceIndex index, uint32_t entry)
       std::lower_bound(acl.rule.begin(), acl.rule.end(), index,
                        [](Rule const& r, AceIndex i) { return r.rule->aceIndex() < i; });
   if (rule == acl.rule.end() || rule->rule->aceIndex() != index) return 0;
+  // Behind the entries of the rule stand those of the next one.
   if (entry >= rule->rule->filters()) return 0;
   return acl.hits[rule->firstEntry + entry];
 }

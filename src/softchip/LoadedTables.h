@@ -65,6 +65,8 @@ class Cuts {
 
 class LoadedTables {
  public:
+  /// `data` must not be null; it is kept, and must be one that is not written any more, as every output is
+  /// that PDConfig has seen.
   LoadedTables(Mox::Ptr<Naxel::PDData const> data, KeyLayout const& layout);
 
   Mox::Ptr<Naxel::PDData const> const& data() const { return data_; }
@@ -104,6 +106,8 @@ class LoadedTables {
   };
   using Pairs = std::vector<std::pair<uint32_t, uint16_t>>;  // (source << 16 | destination, label)
 
+  // One word of an index row: with no more entries than that, comparing them one by one is quick enough and
+  // takes no memory.
   static constexpr size_t fewEntries = 64;
   static constexpr size_t maxKeyBytes = 2 * fieldCount;
 

@@ -62,6 +62,7 @@ class Prover {
       return false;
     }
     for (auto const& [index, rule] : tables->rule()) {
+      // The number of a rule is what its hits are counted under.
       if (acl.ruleByIdHas(index) && rule->aceIndex() == index) continue;
       differs(key, "stands in the tables only", index);
       return false;
@@ -89,6 +90,8 @@ class Prover {
       }
       // Equal functions are one node, so the comparison of all packets costs a comparison of two numbers.
       if (want == have) continue;
+      // A packet that a rule should match and does not is shown in preference to one that it matches and
+      // should not.
       Bdd const missing = want - have;
       Bdd const where = missing.isFalse() ? have - want : missing;
       proof_.packet = Exact::packetOf(key.af(), where.somePoint());
@@ -122,6 +125,7 @@ class Prover {
 
 Proof prove(Naxel::AclConfigColl const& acls, Naxel::PDData const& data, KeyLayout const& layout,
             Claim claim, int maxNodes) {
+  // It outlives the functions of the proof, which give their nodes back to it.
   BddTable const table(Exact::variables, maxNodes);
   return Prover(data, layout, claim).run(acls);
 }

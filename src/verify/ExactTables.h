@@ -54,6 +54,7 @@ class Partition {
   Partition(Bits bits, Naxel::PDPrefixXformEntryColl const& table, Lumox::AddressFamily af);
   Partition(Bits bits, Naxel::PDRangeXformEntryColl const& table);
 
+  /// The labels that occur in the table and that a pair matches.
   LabelSet matching(uint16_t value, uint16_t mask) const { return piece_.matching(value, mask); }
   bool hasMisses() const { return !miss_.empty(); }
   /// The values that have one of the labels, and those without label if `misses` is true.

@@ -27,6 +27,7 @@ class FirstMatchIndex {
   static constexpr size_t noItem = ~size_t{0};
 
   FirstMatchIndex() = default;
+  /// No item fits anything yet. Takes about 32 bytes for each item and dimension.
   FirstMatchIndex(size_t items, size_t dimensions);
 
   /// The item fits every value, `none` included.

@@ -63,6 +63,7 @@ struct KeyLayout {
   std::array<uint8_t, 3> combo = {};
   MissYields missYields = MissYields::nothing;
 
+  /// The widths that the output itself was compiled for; those of the agent may have changed since.
   static KeyLayout of(Naxel::PDData const& data, MissYields missYields = MissYields::nothing);
 
   bool isRaw(Naxel::RangeSetType type) const { return range[static_cast<size_t>(type)] == 0; }

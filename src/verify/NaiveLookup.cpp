@@ -30,6 +30,7 @@ Label labelOf(PDPrefixXformEntryColl const& table, Address a) {
 
 Label labelOf(PDRangeXformEntryColl const& table, uint16_t v) {
   for (auto const& e : table.entry())
+    // Ranges of one table are disjoint, so the first that holds the value is the only one.
     if (e.key().first() <= v && v <= e.key().last()) return e.value().value();
   return std::nullopt;
 }
@@ -149,6 +150,7 @@ bool matches(PDAclFilter const& entry, Labels const& labels, Packet const& packe
   for (Field field : Naxel::allLabelFields()) {
     auto const& match = entry.labelField(field);
     if (match.mask().value() == 0) continue;
+    // What has no label is matched by mask 0 alone.
     if (!labels[field] || !match.matches(*labels[field])) return false;
   }
   if (entry.matchTcpInit() && !packet.tcpInit()) return false;

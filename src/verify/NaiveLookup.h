@@ -19,6 +19,8 @@ Labels naiveLabels(Naxel::PDData const& data, KeyLayout const& layout, Packet co
 bool matches(Naxel::PDAclFilter const& entry, Labels const& labels, Packet const& packet);
 
 /// The first matching entry of the ACL.
+/// None where the ACL is not there or is of the other family. Policies are no part of an output, and not
+/// looked at.
 Verdict naiveLookup(Naxel::PDData const& data, KeyLayout const& layout, Naxel::PDAclKey const& acl,
                     Packet const& packet);
 

@@ -144,6 +144,7 @@ bool PacketSource::flagsInside(Rule const& rule, Packet& packet) {
   if (rule.tcpInit) {
     packet.syn = true;
     packet.ack = false;
+    // SYN without ACK opens a connection, so a rule that wants both kinds is met with RST alone.
     packet.rst = packet.rst || rule.tcpEstablished;
   } else if (!packet.tcpEstablished()) {
     (random_.oneIn(2) ? packet.ack : packet.rst) = true;
@@ -156,6 +157,8 @@ std::optional<Address> PacketSource::addressInside(Lumox::AddressFamily af, size
   if (list.any()) return anyAddress(af, side);
   if (list.addr().empty()) return std::nullopt;
   unsigned const bits = addressBits(af);
+  // Most lists hold most of what their prefixes cover. Where chance does not meet an address the ends are
+  // tried one by one below, so that none is a proof that there is none.
   for (int attempt = 0; attempt < 8; ++attempt) {
     Interval const& in = random_.of(list.addr());
     uint64_t const where = random_.below(4);
@@ -246,6 +249,7 @@ Packet PacketSource::fromSeveralRules() {
   Packet packet = fromCorners(af);
   for (size_t field = 0; field < Naxel::rangeFieldCount + 2; ++field) {
     size_t const at = random_.below(rule_.size());
+    // The field keeps the corner that it has.
     if (rule_[at].af != af) continue;
     if (field < 2) {
       if (auto const a = addressInside(af, field, rule_[at].address[field]))

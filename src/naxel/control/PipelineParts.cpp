@@ -147,6 +147,8 @@ void PipelineParts::prefixXformConfigIs(PrefixXformKey const& key, Mox::Ptr<Pref
   stageSmConfig_->prefixXformConfigIs(key, std::move(v));
 }
 void PipelineParts::prefixXformConfigDel(PrefixXformKey const& key) {
+  // As with every key below: a stage that stayed bound would take part in no kick and still react to its
+  // configuration.
   bind(prefixXformSm(key), nullptr);
   stageSmConfig_->prefixXformConfigDel(key);
 }

@@ -36,8 +36,8 @@ class NAXEL_EXPORT StageSm : public Mox::RefCounted {
 
   /// Binds a configuration in place of the present one, with everything that it points to; a null one
   /// unbinds. It must be of the type that the stage is made for.
-  /// Binding makes a stage forget what it has worked from. It starts nothing: the kick time that stands in
-  /// the new configuration is no request.
+  /// Another one makes the stage forget what it has worked from. Binding starts nothing: the kick time that
+  /// stands in the new configuration is no request.
   void newConfig(Mox::Ptr<StageConfig> config) { configIs(std::move(config)); }
   virtual void configIs(Mox::Ptr<StageConfig> config);
   virtual void configDel() { configIs(nullptr); }

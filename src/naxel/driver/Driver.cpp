@@ -171,6 +171,7 @@ void Driver::reportPolicy(GlobalAclControl policy) {
 
 void Driver::inForceIs(GlobalAclControl policy) {
   Working working(*this);
+  // Before the write: the library may ask for the next policy within it.
   wanted_.reset();  // a change that is not confirmed is dropped
   status_->globalAclControlIs(policy);
   working.finish();

@@ -55,6 +55,7 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   /// Where it returns false the reason is kept for the status, and what is published is not to be used.
   virtual bool doEncode();
   virtual void doUpdateLoaderInfo() {}
+  /// Joins the pairs of every set and publishes them.
   void doMerge();
 
  protected:

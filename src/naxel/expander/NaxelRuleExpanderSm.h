@@ -38,6 +38,8 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
   RuleExpanderStatus& ruleExStatus() const { return *ruleExStatus_; }
 
   void doStartKick() override;
+  /// Brings the entries of all rules up to date. Throws std::length_error where they are too many and
+  /// std::logic_error where the pairs of a set are missing, in words for the operator.
   void doBuildExpandedRules();
   /// Multiplies the work list with the pairs of one field.
   void buildTcamEntry(TcamFieldType fieldType, EncodedLabelWithMaskList const& encLabelList);

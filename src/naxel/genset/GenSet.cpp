@@ -10,9 +10,9 @@ namespace Naxel {
 namespace {
 
 /// Members enter a content hash only as a sum, so their order does not matter.
+/// This is a public function, so different members of equal sums can be computed. It serves the hash
+/// attributes alone; whoever shares sets goes by place() and compares the content.
 template <class Coll>
-// This is a public function, so different members of equal sums can be computed. It serves the hash
-// attributes alone; whoever shares sets goes by place() and compares the content.
 uint64_t sumOfHashes(Coll const& members) {
   uint64_t sum = 0;
   for (auto const& m : members) sum += m.hash();
@@ -24,8 +24,8 @@ uint32_t typedHash(uint32_t type, uint64_t sum) {
 }
 
 /// Place of members that stand in order.
+/// They are sorted arrays, so equal content gives equal words in equal order.
 template <class Coll>
-// The members are sorted arrays, so equal content gives equal words in equal order.
 uint64_t placeOfAll(Coll const& members) {
   Mox::KeyedHash h;
   for (auto const& m : members) Mox::placeWords(h, m);

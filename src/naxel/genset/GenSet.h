@@ -151,6 +151,7 @@ class NAXEL_EXPORT GenSetKeyGroup : public Dedupable {
   void keyGroupIs(std::vector<GenSetKey> all) { keyGroup_.adopt(std::move(all)); }
   void keyGroupDel(GenSetKey key) { keyGroup_.erase(key); }
   void keyGroupDelAll() { keyGroup_.clear(); }
+  /// Unites this group with another one, or takes the other one's keys out of it. O(keys of both).
   void addToKeyGroup(GenSetKeyGroup const& other);
   void removeFromKeyGroup(GenSetKeyGroup const& other);
 

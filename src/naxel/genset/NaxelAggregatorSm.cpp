@@ -275,7 +275,8 @@ void AggregatorSm::doCleanSm() {
 }
 
 void AggregatorSm::cleanSm() {
-  // Before the sets without a record are deleted: it drops the records that never got a set.
+  // Before the sets without a record are deleted: it drops the records that were never marked, and what they
+  // stand for goes with the others.
   for (auto const& [key, deduper] : prefixDeduper_) deduper->unmarkAll();
   for (auto const& [type, deduper] : rangeDeduper_) deduper->unmarkAll();
   if (brokenOff_) {

@@ -105,10 +105,12 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   void doBuildSets();
   void doBuildFieldSets();
   void doBuildAclGenSetRuleById();
+  /// Deletes the sets that no rule has marked since doCleanSm().
   void doDeleteUnusedSets();
   /// The key of the shared set of a list.
   GenSetKey doBuildPrefixSet(PrefixXformKey const& key, Mox::Ptr<IpPrefixList const> const& list);
 
+  /// Write rules and sets to the trace; nothing happens where level 9 is off.
   void dumpAllPrefixListsInRules() const;
   void dumpAllPrefixSets() const;
   void dumpAllFieldSetsInRules() const;

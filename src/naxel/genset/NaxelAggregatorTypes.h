@@ -201,6 +201,7 @@ class NAXEL_EXPORT AggregatorStatus : public StageStatus {
   Mox::Ptr<AclGenSetIpRuleList> aclGenSetIpRuleList(std::string const& name) const {
     return Mox::lookup(aclGenSetIpRuleList_, name);
   }
+  /// The list of that ACL, made without rules if absent. One that is there keeps its family.
   Mox::Ptr<AclGenSetIpRuleList> aclGenSetIpRuleListIs(std::string const& name,
                                                       Lumox::AddressFamily af);
   void aclGenSetIpRuleListIs(Mox::Ptr<AclGenSetIpRuleList> list) {

@@ -89,13 +89,13 @@ void DedupMarkAndSweeper::markKey(GenSetKey key) { ++marks_[byPlace_[places_.at(
 void DedupMarkAndSweeper::unmarkAll() {
   clearIndex();
   marks_.resize(objects());
-  // A record that was added and never marked is left over from a run that an exception has ended. It stands
-  // for no set.
+  // A record that was added and never marked is left over from a run that an exception has ended. If it has a
+  // set, that one goes with those that no record stands for.
   dropMarked([](Mark const& m) { return !m.deduped; });
   rebuildIndex();
   for (size_t at = 0; at < marks_.size(); ++at) {
-    // Noted once for all: to ask an object costs a virtual call and a cast.
     marks_[at].uses = 0;
+    // Noted once for all: to ask an object costs a virtual call and a cast.
     marks_[at].key = keyOf(at);
   }
   // Keys mostly rise as objects come, but after a run that was broken off an older object may have got

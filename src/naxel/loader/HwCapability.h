@@ -49,6 +49,7 @@ class NAXEL_EXPORT ChipHwCapability : public Mox::Entity {
 
   /// Label width for the range sets of a type; none by default.
   Mox::OrderedMap<RangeSetType, uint8_t> const& rangeXformWidth() const { return rangeXformWidth_; }
+  /// The width of a type; 0 where there is none.
   uint8_t rangeXformWidth(RangeSetType type) const { return width(rangeXformWidth_, type); }
   void rangeXformWidthIs(RangeSetType type, uint32_t width) {
     itemSet(rangeXformWidth_, type, checked(width), &Notifiee::onRangeXformWidth);

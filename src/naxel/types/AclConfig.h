@@ -118,6 +118,7 @@ class NAXEL_EXPORT AclConfig : public Mox::Entity {
   /// Deletes the rule together with the indexes that refer to it. O(1) on average; the first deletion
   /// looks through all indexes.
   void ruleByNameDel(std::string const& name);
+  /// Deletes all rules, and all indexes before them.
   void ruleByNameDelAll();
 
   /// The rules in evaluation order.
@@ -167,6 +168,7 @@ class NAXEL_EXPORT AclConfigColl : public Mox::Entity {
   Mox::ChunkedMap<std::string, Mox::Ptr<AclConfig>> const& acl() const { return acl_; }
   Mox::Ptr<AclConfig> acl(std::string const& name) const { return Mox::lookup(acl_, name); }
   bool aclHas(std::string const& name) const { return acl_.contains(name); }
+  /// Creates the ACL, or returns the one of that name.
   Mox::Ptr<AclConfig> aclIs(std::string const& name);
   void aclDel(std::string const& name) { itemDel(acl_, name, &Notifiee::onAcl); }
   void aclDelAll() { collDelAll(acl_, &Notifiee::onAcl); }

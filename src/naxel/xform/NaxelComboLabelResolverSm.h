@@ -63,9 +63,15 @@ class NAXEL_EXPORT ComboLabelResolverSm : public StageSm {
   std::optional<uint64_t> workingSetHash() const { return workingSetHash_; }
 
   void doStartKick() override;
+  /// Digest of the width, the pairs and the labels of both sides; a public function of them, which decides
+  /// nothing.
   uint64_t doComputeComboHash() const;
+  /// The steps of a run by themselves, in this order. First: unmarks every set and withdraws which set
+  /// serves which pair.
   void doCleanSm();
   void checkRulesForSrcDstSets();
+  /// Makes the product of two sets, or finds the one that is there, and counts the use. Costs the product
+  /// where the pair is new to this run. Throws std::length_error beyond `comboCap`.
   void doBuildComboLabelSet(GenSetKey src, GenSetKey dst);
   void doDeleteUnusedSets();
 

@@ -41,6 +41,7 @@ class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
   uint32_t xformWidth() const override;
   std::string traceStr() const override;
   std::string subject() const override;
+  /// Takes the boundary points of all sets, with overlapping ranges of one set merged before.
   void doCreateRangePoints();
 
  protected:

@@ -58,6 +58,8 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
   void membershipLimitIs(size_t v);
 
   void doStartKick() final;
+  /// Makes the keys of the present sets the working set. It reads keys only: sets are frozen, so a key says
+  /// everything about its members.
   virtual void doBuildWorkingSet() {}
   /// Computes the group of every elementary item, or sets overflow() once they are too many or too
   /// large.
@@ -79,6 +81,8 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
   /// Reads the present set keys and compares them with those of the last run. Remembers the present ones
   /// where they differ, so a second call says false.
   bool hasWorkingSetChanged();
+  /// Publishes the label list of every set, from the groups that have been labelled. Costs the memberships
+  /// of all groups.
   void doUpdatePlainLabelMap();
 
  protected:
