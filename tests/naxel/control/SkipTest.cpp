@@ -190,31 +190,27 @@ TEST(SkipTest, ASetCountsTheRulesThatUseItAndAPairCountsInstead) {
   World w(
       "edge 10 one src 10.0.0.0/8 dport 80\nedge 20 two src 10.0.0.0/8 dport 80\n"
       "edge 30 three src 10.0.0.0/8 dst 20.0.0.0/8");
-  auto const counts = [&] {
+  auto const expectCounts = [&](std::vector<uint32_t> const& counts) {
+    kickOk(w);
     auto const status = w.root->aggregatorStatus();
     auto const acl = status->aclGenSetIpRuleList("edge");
-    auto const usage = status->genSetUsageInfo();
-    auto const three = acl->genSetIpRule("three");
-    return std::vector<uint32_t>{usage->refCountValue(three->source()),
-                                 usage->refCountValue(three->destination()),
-                                 usage->refCountValue(acl->genSetIpRule("one")->dport())};
+    auto const three = acl->genSetIpRule("three"), one = acl->genSetIpRule("one");
+    std::vector<uint32_t> found;
+    for (GenSetKey key : {three->source(), three->destination(), one->dport()})
+      found.push_back(status->genSetUsageInfo()->refCountValue(key));
+    EXPECT_EQ(found, counts);
   };
-  kickOk(w);
-  EXPECT_EQ(counts(), (std::vector<uint32_t>{3, 1, 2}));
-  kickOk(w);
-  EXPECT_EQ(counts(), (std::vector<uint32_t>{3, 1, 2}));
+  expectCounts({3, 1, 2});
+  expectCounts({3, 1, 2});
   w.capability->comboXformWidthIs(ComboLabelSetType::ipv4SrcDstPrefix, 8);
-  kickOk(w);
-  EXPECT_EQ(counts(), (std::vector<uint32_t>{2, 0, 2}));
+  expectCounts({2, 0, 2});
   // A side without labels makes no pairs.
   w.rules("edge 40 four sport 7 dport 80");
   w.capability->comboXformWidthIs(ComboLabelSetType::srcDstL4Port, 8);
   w.capability->rangeXformWidthIs(RangeSetType::dstPort, 8);
-  kickOk(w);
-  EXPECT_EQ(counts(), (std::vector<uint32_t>{2, 0, 3}));
+  expectCounts({2, 0, 3});
   w.capability->rangeXformWidthIs(RangeSetType::srcPort, 8);
-  kickOk(w);
-  EXPECT_EQ(counts(), (std::vector<uint32_t>{2, 0, 2}));
+  expectCounts({2, 0, 2});
 }
 
 TEST(SkipTest, AnEditThatIsUndoneAfterAKickBrokeOffIsNotTakenForMade) {
