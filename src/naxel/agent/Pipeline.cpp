@@ -4,8 +4,6 @@
 #include "naxel/genset/AclCheck.h"
 #include "naxel/genset/FieldNames.h"
 
-#include <cmath>
-#include <limits>
 #include <utility>
 
 namespace Naxel {
@@ -81,11 +79,8 @@ void Pipeline::request(NaxelKickRequest what) {
   auto const config = entities_.rootConfig;
   Mox::Seconds const last = config->naxelKickTime();
   config->naxelKickRequestIs(what);
-  // A request is any other value; next to a very large one, adding 1 gives the same, and behind the largest
-  // it begins anew.
-  Mox::Seconds const next =
-      std::max(last + 1, std::nextafter(last, std::numeric_limits<double>::infinity()));
-  config->naxelKickTimeIs(next == last ? 0 : next);
+  // A request is any other value; next to a very large one, adding 1 gives the same.
+  config->naxelKickTimeIs(last + 1 == last ? 0 : last + 1);
 }
 
 void Pipeline::kick(Done done) {
