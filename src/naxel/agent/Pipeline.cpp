@@ -7,9 +7,6 @@
 #include "naxel/loader/PDConfig.h"
 #include "obel/TimerWheel.h"
 
-#include <algorithm>
-#include <cmath>
-#include <limits>
 #include <ostream>
 #include <utility>
 
@@ -103,11 +100,8 @@ void Pipeline::request(NaxelKickRequest what) {
   Mox::Seconds const last = config->naxelKickTime();
   // The request comes before the time, whose write starts the kick.
   config->naxelKickRequestIs(what);
-  // A request is any other value; next to a very large one, adding 1 gives the same, and behind the largest
-  // it begins anew.
-  Mox::Seconds const next =
-      std::max(last + 1, std::nextafter(last, std::numeric_limits<double>::infinity()));
-  config->naxelKickTimeIs(next == last ? 0 : next);
+  // A request is any other value; next to a very large one, adding 1 gives the same.
+  config->naxelKickTimeIs(last + 1 == last ? 0 : last + 1);
 }
 
 void Pipeline::kick(Done done) {

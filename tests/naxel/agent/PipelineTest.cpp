@@ -101,8 +101,8 @@ TEST(PipelineTest, AnyKickTimeOfTheAgentsHasANextOne) {
   for (double last : {-5.0, 1e300, Limits::max(), Limits::infinity(), Limits::quiet_NaN()}) {
     a.rootConfig->naxelKickTimeIs(last);
     a.run();
-    a.pipeline->cancel();  // none runs, so nothing is requested
     auto const requests = a.rootStatus->kickCount();
+    a.pipeline->cancel();  // none runs, so nothing is requested
     a.kick("kick", [&] { a.pipeline->restart(), a.kick("kick"); });
     a.run();
     EXPECT_EQ(a.rootStatus->kickCount(), requests + 2) << last;

@@ -73,11 +73,13 @@ class RowDriver : public Driver {
   bool atOnce = false;
   ResponseState toAcquire = ResponseState::hitless;
   void answer() {
-    auto const asked = request() ? request()->requestState() : RequestState::acquire;
-    answerAll(asked == RequestState::load     ? ResponseState::loaded
-              : asked == RequestState::revert ? ResponseState::reverted
-                                              : toAcquire,
-              "full", PDTable::dscp);
+    auto const asked = request();
+    if (!asked) return;
+    auto const outcome = asked->requestState() == RequestState::load     ? ResponseState::loaded
+                         : asked->requestState() == RequestState::revert ? ResponseState::reverted
+                                                                         : toAcquire;
+    bool const present = asked == config().pdResourceConfig();
+    EXPECT_EQ(answerAll(outcome, "full", PDTable::dscp), present);
   }
 
  private:
@@ -180,6 +182,7 @@ TEST(DriverTest, RequestsAndPoliciesAreWorkedOffInTheirOrder) {
       {"ownUp denyAll acquire5 hitless load5 loaded", "acquire5 load5", "5:loaded denyAll"},
       {"up acquire5 hitful permitAll own ok", "acquire5 permitAll permitAll", "5:hitful permitAll"},
       // Over a pair in use, in every state.
+      {"denyAll up ok", "denyAll", "0:hitless denyAll"},
       {"acquire5 half up", "restore acquire5", "0:hitless doNotApply"},
       {"acquire5 half up hitful load5 half down up loaded", "restore acquire5 load5 restore load5",
        "5:loaded doNotApply"},
@@ -247,8 +250,12 @@ TEST(DriverTest, UnderALibraryTheChipHoldsWhatTheLibraryBelieves) {
 }
 
 TEST(TableDiffTest, RowsThatStayTheSameAreNotCounted) {
-  World w("edge 10 a sport 1-3 proto 6\nedge 20 b src 10.0.0.0/8\ncore 5 c dport 80 drop");
-  w.kick();
+  char const both[] =
+      "edge 10 a sport 1-3 proto 6\nedge 20 b src 10.0.0.0/8\ncore 5 c dport 80 drop";
+  World w(both), other(both);
+  w.kick(), other.kick();
+  TableDiff const same(w.tables(), other.tables());  // of other rule objects
+  EXPECT_EQ(same.rows() + same.acl.size(), 0u);
   struct Step {
     char const* rules;
     uint8_t width;  // of a field that no rule names
