@@ -41,14 +41,15 @@ void Chip::takeOver() {
     auto const& data = acquiring ? config_->prevPDData() : config_->currPDData();
     bank_ = std::make_unique<LoadedTables>(data, KeyLayout::of(*data, options_.missYields));
   }
-  bool const outstanding = inUse && config_->globalAclControl() != policy_;
   // After the tables are there: a policy that the library lifts in answer to this write must uncover the
   // right ones.
   if (options_.bootPolicy) {
     policy_ = *options_.bootPolicy;
     status_->globalAclControlIs(policy_);
   }
-  if (outstanding && !policyPending_) handlePolicy();
+  // Looked at now: a library that has taken the boot policy over has written it down within that write, and
+  // one that still names another policy waits for that one.
+  if (inUse && !policyPending_) handlePolicy();
   // Half an answer is taken back, because the whole one may be another. The library may have gone on
   // within these writes.
   for (Table t : Naxel::allPDTables())
