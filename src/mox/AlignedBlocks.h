@@ -4,9 +4,9 @@
 
 namespace Mox {
 
-/// Calls `f(first, bits)` for the maximal aligned blocks that cover exactly `first` to `last`, from the low end
-/// on; a block has 2^bits numbers. 5 to 12 gives 5, 6-7, 8-11 and 12. Numbers have `width` bits and T at least as
-/// many. At most twice the width many blocks.
+/// Calls `f(first, bits)` for the maximal aligned blocks that cover exactly `first` to `last`, from the low
+/// end on; a block has 2^bits numbers. 5 to 12 gives 5, 6-7, 8-11 and 12. Numbers have `width` bits and T at
+/// least as many. At most twice the width many blocks.
 template <class T, class F>
 constexpr void forEachAlignedBlock(T first, T last, unsigned width, F f) {
   for (;;) {

@@ -23,7 +23,7 @@ HashSecret drawn() noexcept {
     auto const time =
         static_cast<uint64_t>(std::chrono::high_resolution_clock::now().time_since_epoch().count());
     uint64_t const stack = reinterpret_cast<uintptr_t>(&time);
-    uint64_t const code = reinterpret_cast<uintptr_t>(&hashSecret);
+    uint64_t const code = reinterpret_cast<uintptr_t>(&drawnHashSecret);
     return {mix64(time ^ mix64(stack)), mix64(time ^ mix64(code + 1))};
   }
 }
@@ -36,7 +36,7 @@ std::optional<HashSecret>& fixed() noexcept {
 
 }  // namespace
 
-HashSecret const& hashSecret() noexcept {
+HashSecret const& drawnHashSecret() noexcept {
   static HashSecret const secret = [] {
     // Before the secret is drawn: from here on a fixed one would come too late.
     used = true;

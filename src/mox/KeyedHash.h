@@ -31,7 +31,12 @@ struct HashSecret {
 
 /// The secret, drawn from the system's source of randomness at its first use. There is one in the
 /// process, also where the library is shared: tables are inline code on both sides.
-NAXEL_EXPORT HashSecret const& hashSecret() noexcept;
+NAXEL_EXPORT HashSecret const& drawnHashSecret() noexcept;
+/// The same without a call: every place in every table asks for it.
+inline HashSecret const& hashSecret() noexcept {
+  static HashSecret const& secret = drawnHashSecret();
+  return secret;
+}
 /// Sets the secret, so that a run can be repeated place by place in a debugger. Only before its first
 /// use, which is the first element of the first table: later it ends the process.
 NAXEL_EXPORT void hashSecretIs(HashSecret const& secret) noexcept;

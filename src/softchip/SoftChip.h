@@ -9,10 +9,10 @@
 /// new ones in place. Where a table cannot hold the new output by itself, its acquire fails, and
 /// shortfalls() says by how much.
 ///
-/// Order. Requests are worked off first come, first served, one step at a time; a step may wait for
-/// some ticks of the timer. A new acquire throws away what is left of an earlier acquire or revert,
-/// and what an earlier one has reserved; a load is always finished. Each status is a single write, and the library may react within it
-/// with the next request, which is then worked off before that write returns.
+/// Order. Requests are worked off first come, first served, one step at a time; a step may wait for some
+/// ticks of the timer. A new acquire throws away what is left of an earlier acquire or revert, and what an
+/// earlier one has reserved; a load is always finished. Each status is a single write, and the library may
+/// react within it with the next request, which is then worked off before that write returns.
 ///
 /// Conduct of the library. breaches() collects what the library must not do: load what was not
 /// acquired, rewrite the tables without a policy where that disturbs traffic, change a policy that

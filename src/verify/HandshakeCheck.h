@@ -102,8 +102,8 @@ class HandshakeCheck {
   void entityReplaced();
   bool isStale() const { return stale_; }
 
-  /// The driver is gone, and another one is about to take over: with a policy of its own in force, or going by
-  /// what the library has asked for.
+  /// The driver is gone, and another one is about to take over: with a policy of its own in force, or going
+  /// by what the library has asked for.
   void driverRestarts(std::optional<Naxel::GlobalAclControl> policy);
   /// The same, and PDStatus is a new one.
   void driverRestartsOverNewStatus();

@@ -25,8 +25,8 @@ bool matches(Naxel::RuleFilter const& filter, Packet const& packet);
 /// entities as they are; for many packets use a RuleOracle.
 std::optional<Naxel::AceIndex> firstMatch(Naxel::AclConfig const& acl, Packet const& packet);
 
-/// True if no kick can take these rules: some rule says what no packet field can, an index of a rule that is not
-/// there, a range that ends before it starts or beyond its field, addresses of two families in one ACL.
+/// True if no kick can take these rules: some rule says what no packet field can, an index of a rule that is
+/// not there, a range that ends before it starts or beyond its field, addresses of two families in one ACL.
 bool isMistaken(Naxel::AclConfigColl const& acls);
 
 /// The same over a copy of the rules, for many packets against many rules.

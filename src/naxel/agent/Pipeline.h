@@ -93,7 +93,8 @@ class NAXEL_EXPORT Pipeline {
   Pipeline(ChipEntities entities, Mox::Ptr<Obel::TimerWheel> wheel);
   Pipeline(Pipeline const&) = delete;
   Pipeline& operator=(Pipeline const&) = delete;
-  /// A kick that is running ends as superseded, and its callback is told; what that one kicks is never heard of.
+  /// A kick that is running ends as superseded, and its callback is told; what that one kicks is never heard
+  /// of.
   ~Pipeline();
 
   Obel::ChipId chipId() const { return entities_.chipId; }
@@ -111,8 +112,8 @@ class NAXEL_EXPORT Pipeline {
   NaxelRootSm& root() const { return *root_; }
 
   /// Requests a kick. `done` is called once, at its end, from within a pass of the activity, or from within
-  /// kick() where no kick can run at all; it may kick again, or destroy the pipeline. A kick that is running is
-  /// superseded, and its callback is told once the new one has been requested.
+  /// kick() where no kick can run at all; it may kick again, or destroy the pipeline. A kick that is running
+  /// is superseded, and its callback is told once the new one has been requested.
   void kick(Done done = {});
   /// Cancels the running kick; nothing happens where none runs.
   void cancel();
@@ -121,9 +122,9 @@ class NAXEL_EXPORT Pipeline {
   /// What the running kick, or the handshake of a cancelled one, waits for, in words; empty while nothing is.
   std::string waitingFor() const;
 
-  /// Every error of widths and rules, in the order of the ACLs; empty where a kick would take them as they are.
-  /// Neither fails nor aborts, whatever stands there. Whether labels, entries and tables fit is for a kick to
-  /// find out. O(rules).
+  /// Every error of widths and rules, in the order of the ACLs; empty where a kick would take them as they
+  /// are. Neither fails nor aborts, whatever stands there. Whether labels, entries and tables fit is for a
+  /// kick to find out. O(rules).
   std::vector<ConfigError> validate() const;
 
   /// Takes the pipeline down and builds another over these entities. For an agent that has made some of them

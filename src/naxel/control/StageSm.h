@@ -81,9 +81,9 @@ class NAXEL_EXPORT StageSm : public Mox::RefCounted {
   virtual void doRemember() noexcept {}
   /// Publishes that there is nothing, in the place of what an earlier width made.
   virtual void doClearOutput() {}
-  /// The run of a stage that works at once: skips, fails, forgets and remembers, for all of them alike. What is
-  /// remembered is dropped before the work and whenever it does not end in success, so that no later kick can
-  /// take for done what was not; and it is set before the status, whose watchers may start the next kick.
+  /// The run of a stage that works at once: skips, fails, forgets and remembers, for all of them alike. What
+  /// is remembered is dropped before the work and whenever it does not end in success, so that no later kick
+  /// can take for done what was not; and it is set before the status, whose watchers may start the next kick.
   void doRunStage();
   /// Ends the kick with the reason in words.
   void doFail(std::string text);

@@ -7,7 +7,8 @@
 
 namespace Naxel {
 
-/// Marks calls and writes as under way, for as long as it lives; what they bring is left to the outermost one.
+/// Marks calls and writes as under way, for as long as it lives; what they bring is left to the outermost
+/// one.
 class Driver::Working {
  public:
   explicit Working(Driver& driver) : driver_(driver), outermost_(!driver.working_) {
@@ -130,6 +131,10 @@ bool Driver::loadStep() {
 bool Driver::answerAll(ResponseState outcome, std::string const& reason, PDTable table) {
   if (!asked_) return false;
   ResourceConfig const request = *asked_;
+  // What does not answer this request is late, and about one that it has superseded. A load that has failed
+  // goes to the library, which ends the process over it in words.
+  if (outcome != ResponseState::failed && !answers({request.requestId(), outcome}, request))
+    return false;
   // An answer to a request that is not the present one any more says nothing to the library; it only frees
   // this driver for the next one.
   bool const present = config_->pdResourceConfig() == request;

@@ -6,14 +6,15 @@
 ///
 /// A driver derives from this class and overrides what touches the chip. Each of these calls may answer at
 /// once, by answerAll() and confirmPolicy(), or later, when the chip is through; none is made from within
-/// another one. Until a load has been answered no other request comes, whatever the library asks for meanwhile;
-/// an acquire or a revert may be superseded by a newer request. A driver that answers later says by its id which
-/// request it answers: what comes for a superseded one is dropped. No load and no revert begins while a policy is
-/// unconfirmed.
+/// another one. Until a load has been answered no other request comes, whatever the library asks for
+/// meanwhile; an acquire or a revert may be superseded by a newer request. A driver that answers later says
+/// by its id which request it answers: what comes for a superseded one is dropped. No load and no revert
+/// begins while a policy is unconfirmed.
 ///
 ///     class MyDriver : public Naxel::Driver {
 ///       void acquire(Offer const& offer) override {
-///         answerAll(fits(*offer.next) ? Naxel::ResponseState::hitless : Naxel::ResponseState::failed, "full");
+///         bool const ok = fits(*offer.next);
+///         answerAll(ok ? Naxel::ResponseState::hitless : Naxel::ResponseState::failed, "full");
 ///       }
 ///       void load(Offer const& offer) override { ...; answerAll(Naxel::ResponseState::loaded); }
 ///       void revert(Offer const& offer) override { ...; answerAll(Naxel::ResponseState::reverted); }
@@ -36,9 +37,9 @@ class NAXEL_EXPORT Driver {
   Driver& operator=(Driver const&) = delete;
   virtual ~Driver();
 
-  /// Begins: calls restore() where the pair has been in use, then works off what is not confirmed or answered. To
-  /// be called once, when the derived object is complete; a driver that starts with a policy of its own
-  /// calls reportPolicy() before.
+  /// Begins: calls restore() where the pair has been in use, then works off what is not confirmed or
+  /// answered. To be called once, when the derived object is complete; a driver that starts with a policy of
+  /// its own calls reportPolicy() before.
   void start();
 
   PDConfig const& config() const { return *config_; }
@@ -66,9 +67,10 @@ class NAXEL_EXPORT Driver {
   /// Over a pair in use: put in force what should be, before anything else is worked off.
   virtual void restore(Mox::Ptr<PDData const> const& inForce) { static_cast<void>(inForce); }
 
-  /// Answers the present request for all tables. `failed` refuses an acquire, for `table` and with the reason in
-  /// words; the other tables then say that they would be hitless. Returns false where the request has been
-  /// superseded, before or while the tables were written, or where there is none.
+  /// Answers the present request for all tables. `failed` refuses an acquire, for `table` and with the reason
+  /// in words; the other tables then say that they would be hitless. Returns false where the request has been
+  /// superseded, before or while the tables were written, where there is none, or where the outcome is no
+  /// answer to it: `reverted` to an acquire is about the revert before.
   bool answerAll(ResponseState outcome, std::string const& reason = {},
                  PDTable table = PDTable::aclEntries);
   /// The same where the present request has this id; otherwise nothing is answered.
@@ -78,9 +80,9 @@ class NAXEL_EXPORT Driver {
   }
   /// The policy that policy() was called for is in force.
   void confirmPolicy();
-  /// A policy that nobody asked for is in force; a change that is not confirmed is dropped. The library takes the
-  /// policy over. Where none is there to do so, what stands in PDConfig is put in force again, but not over a pair
-  /// that has never been in use: there the policy waits for a library.
+  /// A policy that nobody asked for is in force; a change that is not confirmed is dropped. The library takes
+  /// the policy over. Where none is there to do so, what stands in PDConfig is put in force again, but not
+  /// over a pair that has never been in use: there the policy waits for a library.
   void reportPolicy(GlobalAclControl policy);
 
  private:

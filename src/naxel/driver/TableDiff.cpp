@@ -67,10 +67,25 @@ AclChanges aclChanges(PDAclKey const& key, PDAclRuleColl const* before, PDAclRul
   return out;
 }
 
+/// Whether the columns of the entries are as wide as before. A width that is absent says the same as 0.
+bool haveSameWidths(ChipHwCapability const& a, ChipHwCapability const& b) {
+  return std::ranges::all_of(PrefixXformKey::all(),
+                             [&](PrefixXformKey const& key) {
+                               return a.prefixXformWidth(key) == b.prefixXformWidth(key);
+                             }) &&
+         std::ranges::all_of(allRangeSetTypes(),
+                             [&](RangeSetType type) {
+                               return a.rangeXformWidth(type) == b.rangeXformWidth(type);
+                             }) &&
+         std::ranges::all_of(allComboLabelSetTypes(), [&](ComboLabelSetType type) {
+           return a.comboXformWidth(type) == b.comboXformWidth(type);
+         });
+}
+
 }  // namespace
 
 TableDiff::TableDiff(PDData const& before, PDData const& after)
-    : otherWidths(!before.hwCapability()->hasValuesOf(*after.hwCapability())) {
+    : otherWidths(!haveSameWidths(*before.hwCapability(), *after.hwCapability())) {
   for (PrefixXformKey const& key : PrefixXformKey::all())
     prefix.set(key, rowChanges<PDPrefixXformEntry>(before.pdPrefixXformEntryColl(key)->entry(),
                                                    after.pdPrefixXformEntryColl(key)->entry(),

@@ -3,10 +3,10 @@
 /// The allocator of encoded labels.
 ///
 /// Every plain label of an encoder needs a value of `encodeBitWidth` bits, such that each set, the union of
-/// its labels, can be matched by few value/mask pairs. Sets are taken in cost order. The labels of a set that no
-/// earlier set has brought go into blocks (LabelBlocks.h); labels that an earlier set brought stay where they
-/// are and enter as single values. Which of the new labels gets which value of the blocks is for LabelLayout
-/// to say.
+/// its labels, can be matched by few value/mask pairs. Sets are taken in cost order. The labels of a set that
+/// no earlier set has brought go into blocks (LabelBlocks.h); labels that an earlier set brought stay where
+/// they are and enter as single values. Which of the new labels gets which value of the blocks is for
+/// LabelLayout to say.
 ///
 /// Example, width 4, sets A = {1, 2, 3} and then B = {3, 4, 5}: three new labels of A take the
 /// block 0-3 (one spare value, 3), B keeps 2 for label 3 and takes the block 4-5 for its new ones.

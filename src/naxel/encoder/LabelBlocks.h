@@ -2,12 +2,12 @@
 
 /// Which values of a width are taken by blocks, and where the next blocks go.
 ///
-/// Problem. The labels of a set should lie in as few aligned power-of-two blocks as possible, since a block is
-/// matched by one value/mask pair.
+/// Problem. The labels of a set should lie in as few aligned power-of-two blocks as possible, since a block
+/// is matched by one value/mask pair.
 ///
-/// Idea. The labels go into the largest aligned block that holds them all, their count filled up to a power of
-/// two while the budget of spare values lasts; only where no such block is free they are split over smaller
-/// aligned blocks, scanning from the lowest free value.
+/// Idea. The labels go into the largest aligned block that holds them all, their count filled up to a power
+/// of two while the budget of spare values lasts; only where no such block is free they are split over
+/// smaller aligned blocks, scanning from the lowest free value.
 ///
 /// Example, width 4, three values and then two more: the first three take the block 0-3 (one spare value, 3),
 /// the next two the block 4-5.
@@ -48,8 +48,8 @@ class LabelBlocks {
     uint32_t extra;
   };
   Portion nextPortion(uint32_t remaining, uint32_t blockSize) const;
-  /// First start from `start` on, in steps of the block size, with as many free values as the portion takes; the
-  /// size of the bitmap if there is none.
+  /// First start from `start` on, in steps of the block size, with as many free values as the portion takes;
+  /// the size of the bitmap if there is none.
   uint32_t findFree(uint32_t start, uint32_t range, Portion const& portion);
   uint32_t lowestClear(uint32_t from);
 

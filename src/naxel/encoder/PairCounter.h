@@ -2,10 +2,10 @@
 
 /// Counts the value/mask pairs that LabelMerger makes of single values, without making them.
 ///
-/// Idea. A pair is known by the lowest of its values and by the bits that it ignores (its don't-care bits). Two
-/// pairs differ in one bit alone if their lowest values do and they ignore the same bits. So one word per value,
-/// the ignored bits of the pair that begins there, holds the whole state: at each bit, from the lowest on,
-/// every pair looks at the word of its partner, and the upper one of two that join goes.
+/// Idea. A pair is known by the lowest of its values and by the bits that it ignores (its don't-care bits).
+/// Two pairs differ in one bit alone if their lowest values do and they ignore the same bits. So one word per
+/// value, the ignored bits of the pair that begins there, holds the whole state: at each bit, from the lowest
+/// on, every pair looks at the word of its partner, and the upper one of two that join goes.
 ///
 /// Cost. Values times bits at worst, about twice the values where they form aligned blocks. One word
 /// for each value of the width.

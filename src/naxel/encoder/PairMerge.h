@@ -2,14 +2,15 @@
 
 /// Value/mask pairs: ranges as pairs, and pairs as fewer pairs.
 ///
-/// Merging. From the lowest bit on, two pairs that differ in that bit alone become one that ignores it. At each
-/// bit the pairs are told apart by what they say of it, 0, 1 or nothing; what both the 0s and the 1s hold
-/// without that bit says nothing of it from then on, and the three heaps go on to the next bit by themselves.
+/// Merging. From the lowest bit on, two pairs that differ in that bit alone become one that ignores it. At
+/// each bit the pairs are told apart by what they say of it, 0, 1 or nothing; what both the 0s and the 1s
+/// hold without that bit says nothing of it from then on, and the three heaps go on to the next bit by
+/// themselves.
 ///
 /// Example, width 3: 000, 001, 010, 011, 110 merges to 0xx and 110.
 ///
-/// Invariants. What is matched stays exactly the same. The result is greedy: the smallest number of pairs for a
-/// set is hard to find, and a second, stronger pass was measured to save 1 to 2 % only.
+/// Invariants. What is matched stays exactly the same. The result is greedy: the smallest number of pairs for
+/// a set is hard to find, and a second, stronger pass was measured to save 1 to 2 % only.
 ///
 /// Cost. O(width * n log n); for disjoint aligned blocks, with a PairCounter at hand, without sorting, about
 /// twice the number of pairs where they form runs.

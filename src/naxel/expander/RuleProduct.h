@@ -2,17 +2,17 @@
 
 /// Multiplies a rule out into entries: one for each combination of one value/mask pair per field.
 ///
-/// Idea. A queue begins with the entry that matches everything. For each field of the rule every entry in it is
-/// replaced by as many as the field has pairs. At the end those that occur twice are taken out.
+/// Idea. A queue begins with the entry that matches everything. For each field of the rule every entry in it
+/// is replaced by as many as the field has pairs. At the end those that occur twice are taken out.
 ///
 /// Example. Source {0/15, 4/12}, destination port {80/65535}: the queue holds one entry, then the two for the
 /// sources, then the same two with the port.
 ///
-/// Invariants. A rule without fields has the one entry that matches everything; a field whose set covers nothing
-/// has no pairs, and its rule no entry at all. Pairs come ascending, so the entries do.
+/// Invariants. A rule without fields has the one entry that matches everything; a field whose set covers
+/// nothing has no pairs, and its rule no entry at all. Pairs come ascending, so the entries do.
 ///
-/// Cost. The number of entries. It is the product of the pairs, which crossing lists can drive to any number, so
-/// it is counted (RuleRecipes::entriesOf) before any entry is made.
+/// Cost. The number of entries. It is the product of the pairs, which crossing lists can drive to any number,
+/// so it is counted (RuleRecipes::entriesOf) before any entry is made.
 
 #include "mox/HashMap.h"
 #include "naxel/expander/RuleExpanderTypes.h"

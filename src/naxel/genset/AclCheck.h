@@ -15,8 +15,8 @@ namespace Naxel {
 Lumox::AddressFamily aclFamily(AclConfig const& acl);
 
 /// Tells of every error of an ACL: ranges (ends in order and within the field), the families of all prefixes,
-/// the agreement of `ruleById` with `ruleByName`, lists without members. `tell` returns false to hear no more.
-/// It neither fails nor aborts itself. O(rules).
+/// the agreement of `ruleById` with `ruleByName`, lists without members. `tell` returns false to hear no
+/// more. It neither fails nor aborts itself. O(rules).
 void findErrors(AclWalk const& acl, std::function<bool(ConfigError)> const& tell);
 
 /// The first reason why the ACLs cannot be compiled, naming ACL and rule; none if they can. Traces at

@@ -23,8 +23,8 @@ struct Judgement {
   size_t answered = 0;
   /// The tables that refuse an acquire, the one for TCP flags first.
   std::vector<PDTable> refusedBy;
-  /// Whether the change disturbs no traffic: as the table says that is examined last, because a driver answers
-  /// alike for all of them. True where none says anything.
+  /// Whether the change disturbs no traffic: as the table says that is examined last, because a driver
+  /// answers alike for all of them. True where none says anything.
   bool hitless = true;
   /// A table of either kind where a driver has broken that rule.
   std::optional<PDTable> hitlessTable;

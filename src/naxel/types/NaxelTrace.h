@@ -10,6 +10,10 @@ namespace Naxel {
 NAXEL_EXPORT Mox::TraceFacility& naxelTrace();
 
 /// A line of the facility; false where the level is off.
-inline Mox::TraceLine trace(int level) { return naxelTrace().line(level); }
+inline Mox::TraceLine trace(int level) {
+  // Kept here: most levels are off, and finding that out is most of what tracing costs.
+  static Mox::TraceFacility const& facility = naxelTrace();
+  return facility.line(level);
+}
 
 }  // namespace Naxel

@@ -108,7 +108,8 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   void dscpDel(DscpRange const& r) { removeRange(dscp_, r, &Notifiee::onDscp); }
   void dscpDelAll() { removeRanges(dscp_, &Notifiee::onDscp); }
 
-  /// Calls `f(RangeSetType, RangeColl<R> const&)` for the range sets of all fields, in the order of the types.
+  /// Calls `f(RangeSetType, RangeColl<R> const&)` for the range sets of all fields, in the order of the
+  /// types.
   template <class F>
   void forEachRangeColl(F f) const;
   /// The range set of one field by its type: adds or deletes a range. Ends beyond the bound raise

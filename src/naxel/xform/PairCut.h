@@ -4,14 +4,14 @@
 /// that occurs gets the sets that hold it.
 ///
 /// Idea. Groups are found by refinement, one source label after another. The sets that have pairs with it are
-/// taken in ascending order of their keys; a destination label that is in the next set moves from its group to
-/// that group extended by the set, and all that come from one group go to the same one.
+/// taken in ascending order of their keys; a destination label that is in the next set moves from its group
+/// to that group extended by the set, and all that come from one group go to the same one.
 ///
-/// Example. A = {(1,1), (1,2)}, B = {(1,2), (1,3)}: with source label 1, A moves destinations 1 and 2 from the
-/// empty group to {A}; B moves 2 from {A} to {A, B} and 3 from the empty group to {B}.
+/// Example. A = {(1,1), (1,2)}, B = {(1,2), (1,3)}: with source label 1, A moves destinations 1 and 2 from
+/// the empty group to {A}; B moves 2 from {A} to {A, B} and 3 from the empty group to {B}.
 ///
-/// Cost. A pair costs a few steps in an array per set that holds it, and a group its own size once. An object per
-/// pair, or its keys as a list, would cost their sum.
+/// Cost. A pair costs a few steps in an array per set that holds it, and a group its own size once. An object
+/// per pair, or its keys as a list, would cost their sum.
 
 #include "naxel/genset/GenSet.h"
 #include "naxel/xform/PieceCount.h"

@@ -3,17 +3,17 @@
 /// Cuts the addresses that prefix sets describe into disjoint pieces.
 ///
 /// Problem. Sets overlap: a prefix lies in another one, in the same set or in others, and a set may leave out
-/// what lies in an except prefix of its own. The chip looks every address up once, by longest prefix, and that
-/// one entry has to say in which of all the sets the address lies.
+/// what lies in an except prefix of its own. The chip looks every address up once, by longest prefix, and
+/// that one entry has to say in which of all the sets the address lies.
 ///
-/// Idea. Every prefix that any set names, as a member or as an except prefix, becomes a node of a tree. A node
-/// stands for the addresses under it that no longer prefix takes, and all of them lie in the same sets:
+/// Idea. Every prefix that any set names, as a member or as an except prefix, becomes a node of a tree. A
+/// node stands for the addresses under it that no longer prefix takes, and all of them lie in the same sets:
 ///
 ///   group(node)  = (group(parent) without the sets that except this node)
 ///                  with the sets that name this node, unless they except it or an ancestor
 ///
-/// The nodes are visited in natural order, which brings every parent before its children, with the path from the
-/// root at hand.
+/// The nodes are visited in natural order, which brings every parent before its children, with the path from
+/// the root at hand.
 ///
 /// Example. A = {10.0.0.0/8 except 10.1.0.0/16}, B = {10.1.2.0/24} gives 10.0.0.0/8 {A}, 10.1.0.0/16 {} and
 /// 10.1.2.0/24 {B}.

@@ -1,7 +1,7 @@
 #pragma once
 
-/// Cuts the number line of one field into elementary ranges such that every value of an elementary range lies in
-/// exactly the same range sets.
+/// Cuts the number line of one field into elementary ranges such that every value of an elementary range lies
+/// in exactly the same range sets.
 ///
 /// Idea. A sweep over the boundary points in ascending order holds the sets that are active there. Starts are
 /// handled before ends at the same point, so ranges that begin and ranges that end at a point are all active
@@ -71,8 +71,8 @@ struct SweepSteps {
   std::function<void(uint32_t first, uint32_t last)> piece;
 };
 
-/// All pieces; none where they exceed the limit. Ends the process where the points are not those of ranges, so
-/// that a set stays active behind the last.
+/// All pieces; none where they exceed the limit. Ends the process where the points are not those of ranges,
+/// so that a set stays active behind the last.
 std::optional<RangePieces> sweepRanges(std::vector<RangePointInfo> const& points,
                                        PieceCount const& limit, SweepSteps const* steps = nullptr);
 
