@@ -5,20 +5,25 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size);
 
 namespace Fuzz {
 
-/// Prints the text and aborts.
-[[noreturn]] void fail(std::string const& text);
-
+/// Prints the text and aborts unless something holds.
 inline void expect(bool holds, std::string const& text) {
-  if (!holds) fail(text);
+  if (holds) return;
+  std::fprintf(stderr, "\nfound: %s\n", text.c_str());
+  std::abort();
 }
 
 /// Both must be the same; `what` says what they are.
-void expectSame(std::string const& first, std::string const& second, std::string const& what);
+inline void expectSame(std::string const& first, std::string const& second,
+                       std::string const& what) {
+  expect(first == second, what + " differs:\n" + first + "\n" + second);
+}
 
 }  // namespace Fuzz

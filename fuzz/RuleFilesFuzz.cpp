@@ -11,37 +11,21 @@
 
 using namespace NaxelTool;
 
-namespace {
-
-/// A file in memory that has a path.
-class File {
- public:
-  File(uint8_t const* data, size_t size) : fd_(memfd_create("rules", 0)) {
-    Fuzz::expect(fd_ >= 0 && write(fd_, data, size) == static_cast<ssize_t>(size), "no file");
-  }
-  File(File const&) = delete;
-  File& operator=(File const&) = delete;
-  ~File() { close(fd_); }
-
-  std::string path() const { return "/proc/self/fd/" + std::to_string(fd_); }
-
- private:
-  int fd_;
-};
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
-  File const file(data, size);
+  // A file in memory that has a path.
+  static int const file = memfd_create("rules", 0);
+  static std::string const path = "/proc/self/fd/" + std::to_string(file);
+  Fuzz::expect(ftruncate(file, 0) == 0 && pwrite(file, data, size, 0) == static_cast<ssize_t>(size),
+               "no file");
   std::string content;
-  if (!Fuzz::takes(file.path(), {}, Fuzz::Place::none,
-                   [&](auto const& path, auto const&) { content = readInput(path); }))
-    return 0;
   RuleSet rules(Obel::ChipId(0));
   std::ostringstream remarks;
-  if (Fuzz::takes(file.path(), content, Fuzz::Place::none, [&](auto const& path, auto const&) {
-        readRuleFiles({path}, RuleFormat::automatic, FlagsMode::ignore, rules, remarks);
-      }))
+  auto const format = RuleFormat::automatic;
+  if (Fuzz::takes(
+          {}, Fuzz::Place::none, [&] { content = readInput(path); }, path) &&
+      Fuzz::takes(
+          content, Fuzz::Place::none,
+          [&] { readRuleFiles({path}, format, FlagsMode::ignore, rules, remarks); }, path))
     Fuzz::checkRules(rules);
   return 0;
 }

@@ -8,31 +8,15 @@
 #include "input/ChipReader.h"
 #include "input/InputFile.h"
 #include "input/RuleFiles.h"
+#include "output/TextTable.h"
 #include "session/Session.h"
 #include "support/LabelSets.h"
 
-#include <cstdio>
 #include <iostream>
 
 namespace {
 
 using namespace Naxel;
-
-Test::LabelSets labelSetsOf(XformStatus const& xform, GenSetUsageInfo const& usage) {
-  Test::LabelSets out;
-  for (auto const& [key, list] : xform.plainLabelListMap()->plainLabelList()) {
-    Test::LabelSet& set = out.emplace_back();
-    set.uses = usage.refCountValue(key);
-    for (PlainLabel l : list->label()) set.labels.push_back(l.value());
-  }
-  return out;
-}
-
-void print(std::string const& field, uint64_t least, uint64_t reached) {
-  std::printf("%-10s %9llu %9llu %8.3f\n", field.c_str(), static_cast<unsigned long long>(least),
-              static_cast<unsigned long long>(reached),
-              static_cast<double>(reached) / static_cast<double>(least));
-}
 
 bool report(std::string const& path) {
   NaxelTool::ChipSetup const chip = NaxelTool::defaultChip();
@@ -44,13 +28,23 @@ bool report(std::string const& path) {
     std::cerr << path << ": the rules do not fit\n";
     return false;
   }
-  std::printf("%s\n%-10s %9s %9s %8s\n", NaxelTool::baseName(path).c_str(), "field", "least",
-              "reached", "/ least");
+  std::cout << NaxelTool::baseName(path) << "\n";
+  std::vector<std::vector<std::string>> rows = {{"field", "least", "reached", "/ least"}};
+  auto const print = [&](std::string const& field, uint64_t cheapest, uint64_t cost) {
+    rows.push_back(
+        {field, std::to_string(cheapest), std::to_string(cost),
+         NaxelTool::fixed(static_cast<double>(cost) / static_cast<double>(cheapest), 3)});
+  };
   NaxelRootSm const& root = session.root();
   uint64_t least = 0;
   uint64_t reached = 0;
   auto const add = [&](std::string const& field, XformStatus const& xform, uint32_t width) {
-    Test::LabelSets const sets = labelSetsOf(xform, *root.aggregatorStatus()->genSetUsageInfo());
+    Test::LabelSets sets;
+    for (auto const& [key, list] : xform.plainLabelListMap()->plainLabelList()) {
+      Test::LabelSet& set = sets.emplace_back();
+      set.uses = root.aggregatorStatus()->genSetUsageInfo()->refCountValue(key);
+      for (PlainLabel l : list->label()) set.labels.push_back(l.value());
+    }
     if (width == 0 || sets.empty()) return;
     Test::EncodedSets const made = Test::encoded(sets, width);
     print(field, made.least, made.cost);
@@ -63,6 +57,7 @@ bool report(std::string const& path) {
   for (RangeSetType const type : allRangeSetTypes())
     add(stringValue(type), *root.rangeSplitStatus(type), chip.capability->rangeXformWidth(type));
   if (least) print("all", least, reached);
+  NaxelTool::printTable(std::cout, rows, 1);
   return true;
 }
 

@@ -9,109 +9,54 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <iostream>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/mman.h>
 
 namespace {
 
 using namespace Test;
 using Clock = std::chrono::steady_clock;
 
-constexpr size_t events = 60;
-constexpr uint64_t seedsAtATime = 200;
-
-Script scriptOfSeed(uint64_t seed) {
-  SeededDice dice(seed);
-  return randomScript(dice, events);
+/// Runs a script and tells of differences, or what it did; false if there are any.
+bool passes(std::string const& name, Script const& script, Figures* sum = nullptr) {
+  ScriptRun const run = runScript(script);
+  if (sum)
+    *sum += run.figures;
+  else
+    std::printf("%s: %s\n", name.c_str(), text(run.figures).c_str());
+  if (!run.differences.empty()) std::printf("%s fails:\n%s", name.c_str(), run.differences.c_str());
+  return run.differences.empty();
 }
 
-void report(std::string const& name, Script const& script, std::string const& why) {
-  std::cout << name << " fails: " << why << "\nshrinking " << script.size() << " lines\n"
-            << std::flush;
-  Script const small = shrink(script);
-  std::string const path = "soak-" + name + ".sim";
-  std::ofstream(path) << textOf(small);
-  std::cout << textOf(small) << "written to " << path << "\n" << std::flush;
-}
-
-std::string whyOf(ScriptRun const& run) {
-  std::string out;
-  for (std::string const& d : run.differences) out += "\n  " + d;
-  return out;
-}
-
-/// Seeds in a process of their own, which may crash: then `at` says where.
-struct Batch {
+/// What processes that run seeds share with this one, which goes on where one of them crashes.
+struct Progress {
+  uint64_t seed;
   Figures figures;
-  uint64_t at = 0;
-  bool failed = false;
 };
 
-Batch runBatch(uint64_t first, Clock::time_point end) {
-  int pipe[2];
-  if (::pipe(pipe) != 0) std::abort();
-  pid_t const child = fork();
-  if (child == 0) {
-    Batch batch;
-    for (batch.at = first; batch.at < first + seedsAtATime && Clock::now() < end; ++batch.at) {
-      if (write(pipe[1], &batch, sizeof batch) != sizeof batch) _exit(3);
-      ScriptRun const run = runScript(scriptOfSeed(batch.at));
-      batch.figures += run.figures;
-      batch.failed = !run.differences.empty();
-      if (batch.failed) break;
-    }
-    if (write(pipe[1], &batch, sizeof batch) != sizeof batch) _exit(3);
-    _exit(0);
-  }
-  close(pipe[1]);
-  Batch batch;
-  while (read(pipe[0], &batch, sizeof batch) == sizeof batch) {
-  }
-  close(pipe[0]);
-  int status = 0;
-  waitpid(child, &status, 0);
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) batch.failed = true;
-  return batch;
-}
-
-int soak(double seconds, uint64_t first) {
+bool soak(double seconds, Progress& at) {
   auto const start = Clock::now();
-  auto const end =
-      start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-  Figures figures;
-  uint64_t failures = 0;
-  uint64_t seed = first;
-  while (Clock::now() < end && failures < 5) {
-    Batch const batch = runBatch(seed, end);
-    figures += batch.figures;
-    seed = batch.at;
-    if (!batch.failed) continue;
+  auto const spent = [&] { return std::chrono::duration<double>(Clock::now() - start).count(); };
+  uint64_t const first = at.seed;
+  int failures = 0;
+  while (spent() < seconds && failures < 5) {
+    bool const fine = succeedsApart([&] {
+      for (int i = 0; i < 200 && spent() < seconds; ++i, ++at.seed)
+        if (!passes("seed " + std::to_string(at.seed), randomScript(at.seed), &at.figures))
+          return false;
+      return true;
+    });
+    if (fine) continue;
     ++failures;
-    Script const script = scriptOfSeed(seed);
-    // Once more here for the reason; the process may end with it.
-    pid_t const child = fork();
-    if (child == 0) {
-      std::cout << "seed " << seed << ":" << whyOf(runScript(script)) << "\n" << std::flush;
-      _exit(0);
-    }
-    waitpid(child, nullptr, 0);
-    report(std::to_string(seed), script, "see above");
-    ++seed;
+    std::string const path = "soak-" + std::to_string(at.seed) + ".sim";
+    std::printf("seed %llu has failed; shrinking\n", static_cast<unsigned long long>(at.seed));
+    std::string const small = textOf(shrink(randomScript(at.seed++)));
+    std::ofstream(path) << small;
+    std::printf("%swritten to %s\n", small.c_str(), path.c_str());
   }
-  std::printf("seeds %llu to %llu: %s, %llu differences, %.0f s\n",
-              static_cast<unsigned long long>(first), static_cast<unsigned long long>(seed),
-              text(figures).c_str(), static_cast<unsigned long long>(failures),
-              std::chrono::duration<double>(Clock::now() - start).count());
-  return failures == 0 ? 0 : 1;
-}
-
-int replay(std::string const& name, Script const& script) {
-  ScriptRun const run = runScript(script);
-  std::printf("%s: %s\n", name.c_str(), text(run.figures).c_str());
-  if (run.differences.empty()) return 0;
-  std::printf("differences:%s\n", whyOf(run).c_str());
-  return 1;
+  std::printf("seeds %llu to %llu: %s, %d differences, %.0f s\n",
+              static_cast<unsigned long long>(first), static_cast<unsigned long long>(at.seed),
+              text(at.figures).c_str(), failures, spent());
+  return failures == 0;
 }
 
 }  // namespace
@@ -121,21 +66,20 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: %s SECONDS [SEED] | FILE\n", argv[0]);
     return 2;
   }
-  std::string const what = argv[1];
-  std::ifstream file(what);
-  if (file.is_open()) {
-    std::stringstream all;
-    all << file.rdbuf();
-    int outcome = 0;
-    for (Script const& script : scriptsOf(all.str())) outcome |= replay(what, script);
-    return outcome;
+  bool fine = true;
+  if (std::ifstream file(argv[1]); file.is_open()) {
+    for (Script const& script : scriptsOf(file)) fine = passes(argv[1], script) && fine;
+  } else if (argc == 3) {
+    Script const script = randomScript(std::strtoull(argv[2], nullptr, 10));
+    std::printf("%s", textOf(script).c_str());
+    std::fflush(stdout);
+    fine = passes(std::string("seed ") + argv[2], script);
+  } else {
+    char const* const first = std::getenv("NAXEL_FIRST_SEED");
+    auto* const at = static_cast<Progress*>(
+        mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    at->seed = first ? std::strtoull(first, nullptr, 10) : 1;
+    fine = soak(std::strtod(argv[1], nullptr), *at);
   }
-  if (argc == 3) {
-    Script const script = scriptOfSeed(std::strtoull(argv[2], nullptr, 10));
-    std::cout << textOf(script) << std::flush;
-    int const outcome = replay(std::string("seed ") + argv[2], script);
-    return outcome;
-  }
-  char const* const first = std::getenv("NAXEL_FIRST_SEED");
-  return soak(std::strtod(argv[1], nullptr), first ? std::strtoull(first, nullptr, 10) : 1);
+  return fine ? 0 : 1;
 }

@@ -1,8 +1,10 @@
 #include "support/AllocationFaults.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -17,22 +19,12 @@ void* allocate(std::size_t size, std::size_t alignment) {
     ++hits;
     throw std::bad_alloc();
   }
-  if (size == 0) size = 1;
   void* const p =
-      alignment > alignof(std::max_align_t)
-          ? std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)
-          : std::malloc(size);
+      alignment ? std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)
+                : std::malloc(std::max<std::size_t>(size, 1));
   if (!p) throw std::bad_alloc();
   ++alive;
   return p;
-}
-
-void* allocateOrNull(std::size_t size) noexcept {
-  try {
-    return allocate(size, 0);
-  } catch (std::bad_alloc const&) {
-    return nullptr;
-  }
 }
 
 void release(void* p) noexcept {
@@ -42,31 +34,20 @@ void release(void* p) noexcept {
 
 }  // namespace
 
-// All forms, so that none is left to a sanitizer, which would see the two kinds mixed up.
+// Those of arrays come to these, or are a sanitizer's own on both sides.
 void* operator new(std::size_t size) { return allocate(size, 0); }
-void* operator new[](std::size_t size) { return allocate(size, 0); }
 void* operator new(std::size_t size, std::align_val_t alignment) {
   return allocate(size, static_cast<std::size_t>(alignment));
 }
-void* operator new[](std::size_t size, std::align_val_t alignment) {
-  return allocate(size, static_cast<std::size_t>(alignment));
-}
-void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
-  return allocateOrNull(size);
-}
-void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
-  return allocateOrNull(size);
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept try {
+  return allocate(size, 0);
+} catch (std::bad_alloc const&) {
+  return nullptr;
 }
 void operator delete(void* p) noexcept { release(p); }
-void operator delete[](void* p) noexcept { release(p); }
 void operator delete(void* p, std::size_t) noexcept { release(p); }
-void operator delete[](void* p, std::size_t) noexcept { release(p); }
 void operator delete(void* p, std::align_val_t) noexcept { release(p); }
-void operator delete[](void* p, std::align_val_t) noexcept { release(p); }
 void operator delete(void* p, std::size_t, std::align_val_t) noexcept { release(p); }
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { release(p); }
-void operator delete(void* p, std::nothrow_t const&) noexcept { release(p); }
-void operator delete[](void* p, std::nothrow_t const&) noexcept { release(p); }
 
 namespace Test::AllocationFaults {
 
@@ -77,13 +58,6 @@ void failAt(uint64_t n) {
 uint64_t strikes() { return hits; }
 int64_t live() { return alive; }
 
-bool countingIs(bool on) {
-  bool const before = counting;
-  counting = on;
-  return before;
-}
-
-Scope::Scope(bool on) : before_(countingIs(on)) {}
-Scope::~Scope() { countingIs(before_); }
+bool countingIs(bool on) { return std::exchange(counting, on); }
 
 }  // namespace Test::AllocationFaults

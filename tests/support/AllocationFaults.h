@@ -14,19 +14,18 @@ uint64_t strikes();
 /// Allocations that have not been freed, counted or not.
 int64_t live();
 
-/// Counts allocations (true) or does not (false) for its lifetime. Nothing counts at first.
+/// Whether allocations count from now on; nothing does at first. Returns what was before.
+bool countingIs(bool counting);
+
+/// The same for its lifetime.
 class Scope {
  public:
-  explicit Scope(bool counting);
+  explicit Scope(bool counting) : before_(countingIs(counting)) {}
   Scope(Scope const&) = delete;
-  Scope& operator=(Scope const&) = delete;
-  ~Scope();
+  ~Scope() { countingIs(before_); }
 
  private:
   bool before_;
 };
-
-/// The same as a pair of calls, for places that a lifetime cannot span.
-bool countingIs(bool counting);
 
 }  // namespace Test::AllocationFaults

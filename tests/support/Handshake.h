@@ -6,6 +6,7 @@
 #include "naxel/loader/NaxelLoaderSm.h"
 #include "naxel/types/NaxelTrace.h"
 #include "support/Fresh.h"
+#include "support/Told.h"
 
 #include <algorithm>
 #include <sstream>
@@ -50,32 +51,18 @@ class Traced {
 
 /// Does something at the notification of that number, from 1.
 template <class Base>
-class At : public Base {
+class At {
  public:
-  At(int number, Mox::Entity& watched, std::function<void()> act)
-      : left_(number), act_(std::move(act)) {
-    this->notifierIs(&watched);
-  }
+  At(int number, Mox::Entity& watched, std::function<void()> const& act)
+      : left_(number), told_(&watched, [this, act] {
+          if (--left_ == 0) act();
+        }) {}
   /// How many notifications are missing; negative for those after that one.
   int left() const { return left_; }
-  // Each base has some of these.
-  void onKickCount() { count(); }
-  void onKickTime() { count(); }
-  void onKickMessage() { count(); }
-  void onKickProgress() { count(); }
-  void onPrevPDData() { count(); }
-  void onCurrPDData() { count(); }
-  void onGlobalAclControl() { count(); }
-  void onPdResourceConfig() { count(); }
-  void onStatus() { count(); }
-  void onLastFailedState() { count(); }
 
  private:
-  void count() {
-    if (--left_ == 0) act_();
-  }
   int left_;
-  std::function<void()> act_;
+  Told<Base> told_;
 };
 
 /// A world whose driver answers and confirms by hand only.
@@ -101,9 +88,6 @@ struct ByHand : World {
   }
   Naxel::NaxelProgress acl(Naxel::ResponseState state) {
     return one(Naxel::PDTable::aclEntries, state);
-  }
-  Naxel::NaxelProgress tcpFlags(Naxel::ResponseState state) {
-    return one(Naxel::PDTable::tcpFlags, state);
   }
   Naxel::NaxelProgress confirm() {
     driver.confirmPolicy();
@@ -132,10 +116,6 @@ struct ByHand : World {
                                                : Naxel::ResponseState::loaded);
     return obey();
   }
-  void cancel() {
-    request(Naxel::NaxelKickRequest::naxelCancel);
-    EXPECT_EQ(run(), Naxel::NaxelProgress::naxelCancelled);
-  }
   /// Plays words one after the other: "kick", "cancel"; "hitful" is the answer of all tables, "hitful-1" to the id before,
   /// "acl:hitful" and "tcp:hitful" that of one; "confirm", "own:denyAll" are about the policy.
   Naxel::NaxelProgress play(std::string const& script) {
@@ -149,7 +129,7 @@ struct ByHand : World {
       if (word == "kick")
         kick();
       else if (word == "cancel")
-        cancel();
+        request(Naxel::NaxelKickRequest::naxelCancel), run();
       else if (word == "confirm")
         confirm();
       else if (policy)

@@ -1,6 +1,7 @@
 #include "support/LabelSets.h"
 
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
+#include "support/TraceLog.h"
 #include "support/Vocabulary.h"
 
 #include <algorithm>
@@ -13,17 +14,21 @@ using namespace Naxel;
 
 namespace {
 
-using Pieces = std::vector<uint32_t>;  // ascending
+/// From the first piece to behind the last.
+using Span = std::pair<uint32_t, uint32_t>;
 
-LabelSets labelled(std::vector<Pieces> const& lists, Dice& dice) {
-  std::map<uint32_t, std::vector<size_t>> listsOf;  // of each piece
+LabelSets labelled(std::vector<std::vector<Span>> const& lists, Dice& dice) {
+  std::map<uint32_t, std::set<size_t>> listsOf;  // of each piece, by where it begins
+  for (auto const& list : lists)
+    for (auto const& [from, to] : list) listsOf[from], listsOf[to];
   for (size_t i = 0; i < lists.size(); ++i)
-    for (uint32_t piece : lists[i]) listsOf[piece].push_back(i);
+    for (auto const& [from, to] : lists[i])
+      for (auto at = listsOf.find(from); at->first != to; ++at) at->second.insert(i);
   LabelSets out(lists.size());
   for (LabelSet& set : out) set.uses = static_cast<uint32_t>(dice.between(1, 9));
-  std::set<std::vector<size_t>> seen;
+  std::set<std::set<size_t>> seen;
   for (auto const& [piece, with] : listsOf)
-    if (seen.insert(with).second)
+    if (!with.empty() && seen.insert(with).second)
       for (size_t i : with) out[i].labels.push_back(static_cast<uint32_t>(seen.size()));
   return out;
 }
@@ -31,54 +36,41 @@ LabelSets labelled(std::vector<Pieces> const& lists, Dice& dice) {
 }  // namespace
 
 LabelSets nestedSets(uint64_t seed, uint32_t sets, uint32_t pieces, uint32_t fanout) {
-  SeededDice dice(seed);
-  std::vector<Pieces> lists(1);
-  for (uint32_t piece = 0; piece < pieces; ++piece) lists[0].push_back(piece);
+  Dice dice(seed);
+  std::vector<std::vector<Span>> lists = {{{0, pieces}}};
   for (size_t i = 0; i < lists.size() && lists.size() < sets; ++i) {
-    if (lists[i].size() < 2) continue;
-    std::set<uint64_t> cuts = {0, lists[i].size()};
+    auto const [from, to] = lists[i][0];
+    if (to - from < 2) continue;
+    std::set<uint32_t> cuts = {from, to};
     for (uint64_t k = dice.between(1, fanout); k > 0; --k)
-      cuts.insert(dice.between(1, lists[i].size() - 1));
+      cuts.insert(static_cast<uint32_t>(from + dice.between(1, to - from - 1)));
     for (auto cut = cuts.begin(); std::next(cut) != cuts.end() && lists.size() < sets; ++cut)
-      if (!dice.oneIn(8)) {
-        auto const from = lists[i].begin();
-        lists.emplace_back(from + static_cast<ptrdiff_t>(*cut),
-                           from + static_cast<ptrdiff_t>(*std::next(cut)));
-      }
+      if (!dice.oneIn(8)) lists.push_back({{*cut, *std::next(cut)}});
   }
   return labelled(lists, dice);
 }
 
 LabelSets sharingSets(uint64_t seed, uint32_t sets, uint32_t members, uint32_t pool) {
-  SeededDice dice(seed);
-  std::vector<Pieces> lists;
-  while (lists.size() < sets) {
+  Dice dice(seed);
+  std::vector<std::vector<Span>> lists(sets);
+  for (auto& list : lists) {
     std::set<uint32_t> chosen;
     while (chosen.size() < members) chosen.insert(static_cast<uint32_t>(dice.below(pool)));
-    lists.emplace_back(chosen.begin(), chosen.end());
+    for (uint32_t piece : chosen) list.emplace_back(piece, piece + 1);
   }
   return labelled(lists, dice);
 }
 
 LabelSets portSets(uint64_t seed, uint32_t sets, uint32_t ranges, uint32_t longest) {
-  SeededDice dice(seed);
-  std::vector<std::map<uint32_t, uint32_t>> lists(sets);  // from the first to behind the last
-  std::set<uint32_t> cuts;
+  Dice dice(seed);
+  std::vector<std::vector<Span>> lists(sets);
   for (auto& list : lists)
     for (uint32_t i = 0; i < ranges; ++i) {
       auto const first = static_cast<uint32_t>(dice.below(65536));
-      auto const end =
-          static_cast<uint32_t>(std::min(first + dice.between(1, longest), uint64_t{65536}));
-      list[first] = end;
-      cuts.insert({first, end});
+      auto const length = static_cast<uint32_t>(dice.between(1, longest));
+      list.emplace_back(first, std::min(first + length, 65536u));
     }
-  std::vector<Pieces> out;
-  for (auto const& list : lists) {
-    std::set<uint32_t> pieces;
-    for (auto const& [first, end] : list) pieces.insert(cuts.find(first), cuts.find(end));
-    out.emplace_back(pieces.begin(), pieces.end());
-  }
-  return labelled(out, dice);
+  return labelled(lists, dice);
 }
 
 EncoderInput::EncoderInput(LabelSets const& sets)
@@ -97,9 +89,8 @@ EncodedSets encoded(LabelSets const& sets, uint32_t bitWidth) {
   chip->rangeXformWidthIs(RangeSetType::dstPort, bitWidth);
   auto const config = Mox::makePtr<RangeEncoderConfig>(in.xform, nullptr);
   auto const status = Mox::makePtr<RangeEncoderStatus>(RangeSetType::dstPort);
-  Mox::TraceSink const traces = Mox::traceSinkIs({});
+  TraceLog const quiet;
   rangeEncoderSmFactory(chip->chipId(), config, status, in.usage, chip)->doStartKick();
-  Mox::traceSinkIs(traces);
   EncodedSets out;
   out.fits = status->status() == StageStatusType::finishedSuccess;
   if (!out.fits) return out;

@@ -20,12 +20,6 @@ struct Match {
   uint16_t mask = 0xffff;
 };
 
-inline Naxel::PDAclFilter entryOf(std::vector<Match> const& matches) {
-  Naxel::PDAclFilter f;
-  for (Match const& m : matches) f.labelFieldIs(m.field, {m.label, m.mask});
-  return f;
-}
-
 class Output {
  public:
   Output& prefix(bool source, std::string_view text, uint16_t label) {
@@ -49,7 +43,9 @@ class Output {
     return *this;
   }
   Output& entry(Naxel::PDAclKey const& acl, uint32_t rule, std::vector<Match> const& matches) {
-    return entry(acl, rule, entryOf(matches));
+    Naxel::PDAclFilter f;
+    for (Match const& m : matches) f.labelFieldIs(m.field, {m.label, m.mask});
+    return entry(acl, rule, f);
   }
 
   /// Set before the output is handed on.
@@ -57,16 +53,17 @@ class Output {
   Mox::Ptr<Naxel::PDData> data = Naxel::pDDataFactory(widths);
 };
 
-inline Address addressOf(std::string_view text) {
-  auto const p = Mox::valueFromText<Lumox::IpGenPrefix>(
-      std::string(text) + (text.find(':') == text.npos ? "/32" : "/128"));
-  return {p.hi(), p.lo()};
-}
 inline Packet packetOf(std::string_view src, std::string_view dst = "") {
   Packet p;
-  p.af = src.find(':') == src.npos ? Lumox::ipv4() : Lumox::ipv6();
-  p.src = addressOf(src);
-  if (!dst.empty()) p.dst = addressOf(dst);
+  bool const v4 = src.find(':') == src.npos;
+  p.af = v4 ? Lumox::ipv4() : Lumox::ipv6();
+  auto const address = [&](std::string_view text) -> Address {
+    auto const host =
+        Mox::valueFromText<Lumox::IpGenPrefix>(std::string(text) + (v4 ? "/32" : "/128"));
+    return {host.hi(), host.lo()};
+  };
+  p.src = address(src);
+  if (!dst.empty()) p.dst = address(dst);
   return p;
 }
 

@@ -8,10 +8,14 @@
 /// too, unless the driver has refused or an entity of the agent has been replaced. And only what the library
 /// allocates itself is made to fail.
 
+#include "naxel/control/RootTypes.h"
 #include "softchip/SoftChip.h"
-#include "support/World.h"
+#include "support/AllocationFaults.h"
+#include "support/Told.h"
+#include "verify/ConfigCopy.h"
 #include "verify/HandshakeCheck.h"
 
+#include <array>
 #include <memory>
 #include <string>
 #include <vector>
@@ -29,11 +33,16 @@ struct Figures : Verify::HandshakeCheck::Figures {
 };
 std::string text(Figures const& figures);
 
-class SimChip : private Verify::WatchedChip {
+struct ScriptRun {
+  std::string differences;  ///< from what must hold, one per line
+  Figures figures;
+};
+
+class SimChip : private Verify::WatchedChip,
+                private Naxel::RootStatus::Notifiee,
+                private Naxel::PDConfig::Notifiee {
  public:
-  SimChip(uint8_t number, Mox::Ptr<Obel::TimerWheel> wheel, Figures& figures,
-          std::vector<std::string>& differences);
-  ~SimChip() override;
+  SimChip(uint8_t number, Mox::Ptr<Obel::TimerWheel> wheel, ScriptRun& run);
 
   Naxel::AclConfigColl& acls() { return *e_.acls; }
   Naxel::ChipHwCapability& capability() { return *e_.capability; }
@@ -54,33 +63,26 @@ class SimChip : private Verify::WatchedChip {
   void pdStatusReplace();
   bool isStale() const { return check_.isStale(); }
   /// Brings the configuration back to what the last kick but so many has read.
-  void undo(size_t kicksBefore);
+  void undo(size_t kicksBefore) {
+    if (auto const* then = check_.read(kicksBefore)) Verify::copyAcls(*then->acls, acls());
+  }
 
   void request(Naxel::NaxelKickRequest what);
-  /// Requests another kick, or takes the root down, from within the notification of this progress.
-  void rekickAt(Naxel::NaxelProgress progress) { rekickAt_ = progress; }
-  void downAt(Naxel::NaxelProgress progress) { downAt_ = progress; }
-  /// Takes the root down when it offers an output, before it asks for anything.
-  void downAtOutput() { downAtOutput_ = true; }
-  /// Takes the root down when it makes this request of the driver.
-  void downAtRequest(Naxel::RequestState state) { downAtRequest_ = state; }
+  /// Requests another kick, or takes the root down, from within a notification: that of this progress; down also
+  /// from that of an "output" that is offered before anything is asked for, or of this request of the driver.
+  void rekickAt(std::string const& moment) { rekickAt_ = moment; }
+  void downAt(std::string const& moment) { downAt_ = moment; }
   /// Watchers of library and driver entities that throw.
   void throwingIs(bool on);
 
-  bool running() const;
   Naxel::NaxelActiveStage activeStage() const;
   /// A step of the driver. False if there was nothing to do.
-  bool tick();
+  bool tick() { return !chip_->idle() && (chip_->tick(), true); }
   /// What must hold while something is under way, and while nothing is.
   void checkRunning() { check_.checkRunning(); }
   void checkAtRest();
 
  private:
-  class Watcher;
-  class DriverSide;
-  template <class Base>
-  class Thrower;
-
   Verify::Verdict lookup(Naxel::PDAclKey const& acl, Verify::Packet const& packet) override {
     return chip_->lookup(acl, packet);
   }
@@ -93,43 +95,53 @@ class SimChip : private Verify::WatchedChip {
   }
   void breach(std::string const& sentence) override;
   void aside(bool begins) override { mark(!begins, false); }
-  bool mayLackReasons() const override;
+  bool mayLackReasons() const override { return AllocationFaults::strikes() != strikesBefore_; }
 
-  /// Begins to count allocations, or not to, or goes back to what was before that.
+  void onKickProgress() override;
+  void onPrevPDData() override { moment(requests_ % 2 ? "" : "output"); }
+  void onCurrPDData() override { moment("output"); }
+  void onPdResourceConfig() override {
+    moment(Mox::stringValue(e_.pdConfig->pdResourceConfig().requestState()));
+  }
+  void moment(std::string const& name);
+
+  /// Only what the library itself allocates is made to fail. The driver works inside the library's writes, and the
+  /// library inside the driver's: a side before and one behind the actual watchers of an entity mark where either
+  /// begins and ends. Beginning, it has allocations counted or not, as it says; ending, as it was before that.
   void mark(bool ends, bool counts);
-  void onProgress();
+  template <class Base>
+  std::unique_ptr<Told<Base>> side(Mox::Entity* entity, bool ends, bool counts) {
+    return std::make_unique<Told<Base>>(entity, [this, ends, counts] { mark(ends, counts); });
+  }
+  void statusSide(bool ends);
+  /// Makes a driver in the place of the present one, and something else between the two.
+  void driverAnew(std::function<void()> const& meanwhile,
+                  std::optional<Naxel::GlobalAclControl> policy = {});
   void onWrite(SoftChip::Write const& write);
-  void buildDriver(SoftChip::Options options, bool settled);
   void compareWithFresh(Naxel::NaxelProgress progress);
 
   uint8_t number_;
   Mox::Ptr<Obel::TimerWheel> wheel_;
-  Figures& figures_;
-  std::vector<std::string>& differences_;
+  ScriptRun& run_;
 
   Naxel::ChipEntities e_;
   Mox::Ptr<Naxel::HwCapabilityColl> capabilities_;
   Mox::Ptr<Naxel::GlobalPDStatus> pdStatuses_;
 
-  // In the order in which they must be told: see DriverSide.
+  // In the order in which they must be told: see mark().
   Verify::HandshakeCheck check_;
-  std::unique_ptr<Watcher> watcher_;
-  std::unique_ptr<DriverSide> statusFirst_;
-  std::unique_ptr<DriverSide> configFirst_;
+  std::array<std::unique_ptr<Told<Naxel::PDStatus::Notifiee>>, 2> statusSides_;
+  std::array<std::unique_ptr<Told<Naxel::PDConfig::Notifiee>>, 2> configSides_;
   std::unique_ptr<SoftChip::Chip> chip_;
-  std::unique_ptr<DriverSide> configLast_;
   Mox::Ptr<Naxel::NaxelRootSm> root_;
-  std::unique_ptr<DriverSide> statusLast_;
   std::vector<std::unique_ptr<Mox::Notifiee>> throwers_;
   std::vector<bool> counting_;  // what counted before each side was entered
   bool rewiring_ = false;       // the sides are being built anew; nothing counts
 
   uint64_t requests_ = 0;
   uint64_t strikesBefore_ = 0;  // allocations that had failed when the kick was requested
-  std::optional<Naxel::NaxelProgress> rekickAt_;
-  std::optional<Naxel::NaxelProgress> downAt_;
-  std::optional<Naxel::RequestState> downAtRequest_;
-  bool downAtOutput_ = false;
+  std::string rekickAt_;
+  std::string downAt_;
   size_t breachesSeen_ = 0;
 };
 

@@ -10,12 +10,13 @@ namespace Test {
 
 using namespace Naxel;
 
-Simulator::Simulator()
-    : sinkBefore_(Mox::traceSinkIs({})), wheel_(Mox::makePtr<Obel::TimerWheel>(activity_)) {
+Simulator::Simulator(ScriptRun& run)
+    : run_(run),
+      sinkBefore_(Mox::traceSinkIs({})),
+      wheel_(Mox::makePtr<Obel::TimerWheel>(activity_)) {
   AllocationFaults::failAt(0);
   strikesBefore_ = AllocationFaults::strikes();
-  for (uint8_t i = 0; i < 2; ++i)
-    chips_[i] = std::make_unique<SimChip>(i, wheel_, figures_, differences_);
+  for (uint8_t i = 0; i < 2; ++i) chips_[i] = std::make_unique<SimChip>(i, wheel_, run);
 }
 
 Simulator::~Simulator() {
@@ -29,7 +30,10 @@ bool Simulator::step() {
     AllocationFaults::Scope const counted(true);
     busy = activity_.runPass();
   }
-  for (auto const& chip : chips_) busy = chip->tick() || busy;
+  for (auto const& chip : chips_) {
+    busy = chip->tick() || busy;
+    chip->checkRunning();
+  }
   return busy;
 }
 
@@ -40,7 +44,7 @@ void Simulator::settle() {
       for (auto const& chip : chips_) chip->checkAtRest();
       return;
     }
-  if (differences_.empty()) differences_.push_back("nothing comes to rest");
+  if (run_.differences.empty()) differ("nothing comes to rest");
 }
 
 void Simulator::throwingIs(bool on) {
@@ -51,23 +55,25 @@ void Simulator::throwingIs(bool on) {
   for (auto const& chip : chips_) chip->throwingIs(on);
 }
 
-void Simulator::checkRunning() {
-  for (auto const& chip : chips_) chip->checkRunning();
-}
-
 void Simulator::execute(std::string const& line) {
   bool const ofChip = line.starts_with("0 ") || line.starts_with("1 ");
   Verb const* const verb = verbOf(ofChip ? line.substr(2) : line);
-  Event event{*this, *chips_[ofChip && line[0] == '1'], std::istringstream(line)};
-  if (!verb || verb->forAll == ofChip) event.unknown();
-  event.in.ignore(static_cast<std::streamsize>((ofChip ? 2 : 0) + nameOf(*verb).size()));
-  verb->apply(event);
-  if (std::string_view(verb->group) == "edit") ++figures_.edits;
+  if (!verb || verb->forAll == ofChip) throw std::invalid_argument("unknown event: " + line);
+  auto const name = nameOf(*verb).size();
+  Event event{*this, *chips_[ofChip && line[0] == '1'],
+              std::istringstream(line.substr((ofChip ? 2 : 0) + name)),
+              std::istringstream(verb->pattern + name)};
+  try {
+    verb->apply(event);
+  } catch (Event::Nothing const&) {
+  } catch (Mox::RangeError const&) {  // some types refuse wrong values themselves
+  }
+  if (std::string_view(verb->group) == "edit") ++run_.figures.edits;
 }
 
 void Simulator::finish() {
   AllocationFaults::failAt(0);
-  figures_.faults = AllocationFaults::strikes() - strikesBefore_;
+  run_.figures.faults = AllocationFaults::strikes() - strikesBefore_;
   throwingIs(false);
   for (auto const& chip : chips_) {
     chip->driver().options() = SoftChip::Options();

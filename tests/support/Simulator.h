@@ -14,10 +14,10 @@
 ///   index, stray                   an index for a rule of the ACL; for one that it does not have
 ///   prefix ... +P|-P|+!P|-!P|-#N   one member of a list, in place; #N is the N-th
 ///   share ... ...                  the second side gets the list object of the first
-///   oversize ACL N / shrink ACL    N rules of one port each
+///   oversize ACL N                 N rules of one port each, in the place of those of before
 ///   undo N                         back to what the last kick but N has read
 ///   kick / request                 runs until everything rests, or does not
-///   rekick-at, down-at...          from within the notification
+///   rekick-at, down-at             from within the notification
 ///   up-fresh                       over a new RootConfig and RootStatus
 ///   restart kept|lost [POLICY]     the driver, with its answers or without, with a policy of its own
 ///   replace capability|status      the agent's entity
@@ -31,7 +31,8 @@
 #include "support/Vocabulary.h"
 
 #include <array>
-#include <sstream>
+#include <functional>
+#include <istream>
 
 namespace Test {
 
@@ -39,32 +40,25 @@ using Script = std::vector<std::string>;
 
 class Simulator {
  public:
-  Simulator();
+  explicit Simulator(ScriptRun& run);
   ~Simulator();
-  Simulator(Simulator const&) = delete;
-  Simulator& operator=(Simulator const&) = delete;
 
   /// Throws std::invalid_argument for a line that says nothing known.
   void execute(std::string const& line);
   /// All faults and limits off; a last kick for each chip, which has to end.
   void finish();
 
-  std::vector<std::string> const& differences() const { return differences_; }
-  Figures const& figures() const { return figures_; }
-
   /// One step of pipelines and drivers; false if there was nothing to do.
   bool step();
   /// Steps until everything rests, and looks whether that is as it should be.
   void settle();
-  void checkRunning();
   void throwingIs(bool on);
   Mox::ManualClock& clock() { return clock_; }
-  void differ(std::string const& what) { differences_.push_back(what); }
+  void differ(std::string const& what) { run_.differences += what + "\n"; }
 
  private:
-  Figures figures_;
+  ScriptRun& run_;
   uint64_t strikesBefore_ = 0;
-  std::vector<std::string> differences_;
   Mox::TraceSink sinkBefore_;
   Mox::ManualClock clock_;
   Mox::Activity activity_{clock_};
@@ -72,23 +66,23 @@ class Simulator {
   std::array<std::unique_ptr<SimChip>, 2> chips_;
 };
 
-/// A script of about so many events, and the settings that it begins with.
+/// A script of about so many events, and the settings that it begins with; that of a seed is of 60.
 Script randomScript(Dice& dice, size_t events);
+Script randomScript(uint64_t seed);
 
-struct ScriptRun {
-  std::vector<std::string> differences;
-  Figures figures;
-};
 /// Runs a script to its end. What is left over afterwards counts as a difference too.
 ScriptRun runScript(Script const& script);
 
 /// Takes out of a failing script what it fails without. Each attempt runs in a process of its own,
 /// so that it may crash.
-Script shrink(Script const& script);
+Script shrink(Script best);
 
-/// The scripts of a text, one event per line; empty lines and comments behind a # at the start of a line
+/// Runs something in a process of its own. False where that says so, throws or crashes.
+bool succeedsApart(std::function<bool()> const& run);
+
+/// The scripts of a file, one event per line; empty lines and comments behind a # at the start of a line
 /// are left out, as are blanks before an event, and a line of three dashes begins another script.
-std::vector<Script> scriptsOf(std::string const& text);
+std::vector<Script> scriptsOf(std::istream& in);
 std::string textOf(Script const& script);
 
 }  // namespace Test

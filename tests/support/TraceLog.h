@@ -16,7 +16,6 @@ class TraceLog {
           lines += facility.name() + ":" + std::to_string(level) + ":" + text + "\n";
         })) {}
   TraceLog(TraceLog const&) = delete;
-  TraceLog& operator=(TraceLog const&) = delete;
   ~TraceLog() { Mox::traceSinkIs(before_); }
 
   std::string lines;

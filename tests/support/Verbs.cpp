@@ -2,6 +2,7 @@
 
 #include "naxel/types/NaxelTrace.h"
 #include "support/AllocationFaults.h"
+#include "support/Pieces.h"
 #include "support/Simulator.h"
 
 #include <algorithm>
@@ -15,136 +16,110 @@ void Event::unknown() const { throw std::invalid_argument("unknown event: " + in
 
 std::string Event::word() {
   std::string w;
+  std::string p;
   if (!(in >> w)) unknown();
+  pattern >> p;
+  choice.reset();
+  if (p.empty() || p.find_first_of("<.") != p.npos) return w;
+  auto const words = pieces(p, "|");
+  auto const at = std::find(words.begin(), words.end(), w);
+  if (at == words.end()) unknown();
+  choice = static_cast<size_t>(at - words.begin());
   return w;
 }
 
 uint32_t Event::number() {
-  uint32_t n = 0;
-  if (!(in >> n)) unknown();
-  return n;
-}
-
-bool Event::is(std::string const& yes, std::string const& no) {
   std::string const w = word();
-  if (w != yes && w != no) unknown();
-  return w == yes;
-}
-
-Mox::Ptr<RuleConfig> Event::rule() {
-  auto const config = acl();
-  std::string const name = word();
-  return config ? config->ruleByName(name) : nullptr;
+  return static_cast<uint32_t>(choice ? *choice : std::stoul(w));
 }
 
 namespace {
 
-Mox::Ptr<IpPrefixList> listOf(RuleConfig const* rule, bool source) {
-  if (!rule || !rule->ruleFilter()) return nullptr;
-  return source ? rule->ruleFilter()->source() : rule->ruleFilter()->destination();
+enum Side { src, dst };
+
+Mox::Ptr<IpPrefixList> listOf(RuleConfig const& rule, uint32_t side) {
+  auto const filter = Event::there(rule.ruleFilter());
+  return Event::there(side == src ? filter->source() : filter->destination());
 }
 
 void editPrefix(Event& e) {
   auto const rule = e.rule();
-  auto const list = listOf(rule.get(), e.is("src", "dst"));
+  auto const list = listOf(*rule, e.number());
   std::string const change = e.word();
-  if (!list || change.size() < 2) return;
   size_t const members = list->addrs() + list->exceptAddrs();
+  bool except = change[1] == '!';
+  Lumox::IpGenPrefix prefix;
   if (change.starts_with("-#")) {
-    // The member of that number, if there is another one besides.
-    if (members < 2) return;
-    size_t at = std::stoul(change.substr(2)) % members;
-    bool const carvedOut = at >= list->addrs();
-    if (carvedOut) at -= list->addrs();
-    auto const& from = carvedOut ? list->exceptAddr() : list->addr();
-    auto const member = *std::next(from.begin(), static_cast<std::ptrdiff_t>(at));
-    return carvedOut ? list->exceptAddrDel(member) : list->addrDel(member);
+    size_t const at = std::stoul(change.substr(2)) % members;
+    except = at >= list->addrs();
+    auto const& from = except ? list->exceptAddr() : list->addr();
+    prefix =
+        *std::next(from.begin(), static_cast<std::ptrdiff_t>(except ? at - list->addrs() : at));
+  } else {
+    prefix = Mox::valueFromText<Lumox::IpGenPrefix>(change.substr(except ? 2 : 1));
   }
-  bool const except = change[1] == '!';
-  auto const prefix = Mox::valueFromText<Lumox::IpGenPrefix>(change.substr(except ? 2 : 1));
   if (change[0] == '+') return except ? list->exceptAddrIs(prefix) : list->addrIs(prefix);
   // An agent must not leave a list without any member.
-  if (members == 1 || !(except ? list->exceptAddrHas(prefix) : list->addrHas(prefix))) return;
-  except ? list->exceptAddrDel(prefix) : list->addrDel(prefix);
+  if (members > 1) except ? list->exceptAddrDel(prefix) : list->addrDel(prefix);
 }
 
 void editRange(Event& e) {
   auto const rule = e.rule();
   RangeField const* const field = rangeFieldOf(e.word());
-  char sign = 0;
-  char dash = 0;
-  uint32_t first = 0;
-  uint32_t last = 0;
-  if (!field || !(e.in >> sign >> first >> dash >> last)) e.unknown();
-  if (!rule) return;
-  try {
-    sign == '+' ? rule->ruleFilterIs()->rangeIs(field->type, first, last)
-                : rule->ruleFilterIs()->rangeDel(field->type, first, last);
-  } catch (Mox::RangeError const&) {
-    // Some types refuse such values themselves.
-  }
+  std::string const change = e.word();
+  if (!field) e.unknown();
+  auto const ends = pieces(change.substr(1), "-");
+  auto const first = static_cast<uint32_t>(std::stoul(ends.front()));
+  auto const last = static_cast<uint32_t>(std::stoul(ends.back()));
+  auto const filter = rule->ruleFilterIs();
+  change[0] == '+' ? filter->rangeIs(field->type, first, last)
+                   : filter->rangeDel(field->type, first, last);
 }
 
 void toggle(Event& e) {
   auto const rule = e.rule();
-  std::string const what = e.word();
-  if (!rule) return;
+  auto const what = e.number();
   NaxelActionValue action = rule->action();
-  if (what == "init" || what == "est") {
-    auto const filter = rule->ruleFilterIs();
-    what == "init" ? filter->matchTcpInitIs(!filter->matchTcpInit())
-                   : filter->matchTcpEstablishedIs(!filter->matchTcpEstablished());
-  } else if (what == "drop") {
-    action.dropEnabledIs(!action.dropEnabled());
-  } else if (what == "log") {
-    action.logEnabledIs(!action.logEnabled());
-  } else if (what == "tc") {
-    action.setTcEnabledIs(!action.setTcEnabled());
-    action.tcIs(NaxelTrafficClass(3));
-  } else {
-    e.unknown();
+  auto const filter = what < 2 ? rule->ruleFilterIs() : nullptr;
+  switch (what) {
+    case 0: filter->matchTcpInitIs(!filter->matchTcpInit()); break;
+    case 1: filter->matchTcpEstablishedIs(!filter->matchTcpEstablished()); break;
+    case 2: action.dropEnabledIs(!action.dropEnabled()); break;
+    case 3: action.logEnabledIs(!action.logEnabled()); break;
+    default: action.setTcEnabledIs(!action.setTcEnabled()), action.tcIs(NaxelTrafficClass(3));
   }
   rule->actionIs(action);
 }
 
-/// Everything that a rule says, in another one of this name and at the same indexes.
-void renameRule(AclConfig& acl, RuleConfig* from, std::string const& to) {
-  Mox::Ptr<RuleConfig> const kept(from);
-  std::vector<AceIndex> indexes;
-  for (auto const& [index, rule] : acl.ruleById())
-    if (rule.get() == from) indexes.push_back(index);
-  auto const filter = from->ruleFilter();
-  acl.ruleByNameDel(from->name());
-  acl.ruleByNameDel(to);
-  auto const rule = acl.ruleByNameIs(to);
-  if (filter) Verify::copyFilter(*filter, *rule->ruleFilterIs());
-  rule->actionIs(from->action());
-  for (AceIndex index : indexes) acl.ruleByIdIs(index, rule);
-}
-
-/// ACL RULE, and the name that the rule gets, or its own.
-void rename(Event& e, bool sameName) {
+/// Everything that a rule says, in another one of the same name or another, and at the same indexes.
+void rename(Event& e) {
   auto const acl = e.acl();
-  std::string const from = e.word();
-  std::string const to = sameName ? from : e.word();
-  if (auto const rule = acl ? acl->ruleByName(from) : nullptr) renameRule(*acl, rule.get(), to);
+  auto const from = e.rule(*acl);
+  std::string to = from->name();
+  e.in >> to;
+  auto const before = acl->ruleById();
+  acl->ruleByNameDel(from->name());
+  acl->ruleByNameDel(to);
+  auto const rule = acl->ruleByNameIs(to);
+  if (from->ruleFilter()) Verify::copyFilter(*from->ruleFilter(), *rule->ruleFilterIs());
+  rule->actionIs(from->action());
+  for (auto const& [index, then] : before)
+    if (then == from) acl->ruleByIdIs(index, rule);
 }
 
 void deleteRule(Event& e) {
   auto const acl = e.acl();
-  std::string const name = e.word();
-  auto const rule = acl ? acl->ruleByName(name) : nullptr;
-  if (!rule) return;
-  acl->ruleByNameDel(name);
+  auto const rule = e.rule(*acl);
+  acl->ruleByNameDel(rule->name());
   for (auto const& [index, other] : acl->ruleById())
     if (other == rule) e.simulator.differ("an index outlives its rule");
 }
 
 void swapFilters(Event& e) {
   auto const acl = e.acl();
-  auto const a = acl ? acl->ruleByName(e.word()) : nullptr;
-  auto const b = a ? acl->ruleByName(e.word()) : nullptr;
-  if (!b || a == b) return;
+  auto const a = e.rule(*acl);
+  auto const b = e.rule(*acl);
+  if (a == b) return;
   auto const ofA = a->ruleFilter();
   auto const ofB = b->ruleFilter();
   a->ruleFilterDel();
@@ -155,18 +130,15 @@ void swapFilters(Event& e) {
 
 void share(Event& e) {
   auto const rule = e.rule();
-  auto const list = listOf(rule.get(), e.is("src", "dst"));
-  auto const other = e.rule();
-  bool const to = e.is("src", "dst");
-  if (!list || !other) return;
-  to ? other->ruleFilterIs()->sourceIs(list) : other->ruleFilterIs()->destinationIs(list);
+  auto const list = listOf(*rule, e.number());
+  auto const filter = e.rule()->ruleFilterIs();
+  e.number() == src ? filter->sourceIs(list) : filter->destinationIs(list);
 }
 
 void swapIndexes(Event& e) {
   auto const acl = e.acl();
   AceIndex const one = e.index();
   AceIndex const two = e.index();
-  if (!acl) return;
   auto const ofOne = acl->ruleById(one);
   auto const ofTwo = acl->ruleById(two);
   acl->ruleByIdDel(one);
@@ -176,46 +148,40 @@ void swapIndexes(Event& e) {
 }
 
 void renameAcl(Event& e) {
-  std::string const from = e.word();
-  std::string const to = e.word();
-  auto const acl = e.chip.acls().acl(from);
-  if (!acl || from == to) return;
-  AclConfig copy(to);
+  auto const acl = e.acl();
+  AclConfig copy(e.word());
   Verify::copyAcl(*acl, copy);
-  e.chip.acls().aclDel(from);
-  e.chip.acls().aclDel(to);
-  Verify::copyAcl(copy, *e.chip.acls().aclIs(to));
+  e.chip.acls().aclDel(acl->name());
+  e.chip.acls().aclDel(copy.name());
+  Verify::copyAcl(copy, *e.chip.acls().aclIs(copy.name()));
 }
 
 void widthIs(Event& e) {
-  std::string const table = e.word();
-  auto const w = static_cast<uint8_t>(std::min(e.number(), 16u));
+  auto const table = e.named<PDTable>();
+  auto const behind = [&](PDTable first) {
+    return static_cast<uint8_t>(static_cast<int>(table) - static_cast<int>(first));
+  };
+  auto const width = e.number();
   auto& c = e.chip.capability();
-  for (PrefixXformKey const& key : PrefixXformKey::all())
-    if (table ==
-        (key.af() == Lumox::ipv4() ? std::string("v4") : "v6") + (key.src() ? "src" : "dst"))
-      return c.prefixXformWidthIs(key, std::max<uint8_t>(w, 1));
-  if (auto const type = Mox::instanceFromText<RangeSetType>(table))
-    c.rangeXformWidthIs(*type, w);
-  else if (auto const combo = Mox::instanceFromText<ComboLabelSetType>(table))
-    c.comboXformWidthIs(*combo, w);
-  else
-    e.unknown();
-}
-
-/// Sets the option of the driver that is named by one of several words, from 0.
-template <class T>
-void optionIs(Event& e, T SoftChip::Options::*option, std::vector<std::string> const& words) {
-  auto const at = std::find(words.begin(), words.end(), e.word());
-  if (at == words.end()) e.unknown();
-  e.chip.driver().options().*option = static_cast<T>(at - words.begin());
+  if (isPrefixTable(table))
+    c.prefixXformWidthIs(PrefixXformKey::all()[behind(PDTable::v4Source)], std::max(width, 1u));
+  else if (isComboTable(table))
+    c.comboXformWidthIs(static_cast<ComboLabelSetType>(behind(PDTable::v4PrefixCombo)), width);
+  else if (isRangeTable(table))
+    c.rangeXformWidthIs(static_cast<RangeSetType>(behind(PDTable::srcPort)), width);
 }
 
 /// A table that is not answered for in turn is not refused either.
-void settleRefusal(Event& e) {
-  SoftChip::Options& o = e.chip.driver().options();
+void settleRefusal(SoftChip::Options& o) {
   if (o.refuseTable == PDTable::tcpFlags && o.tcpFlags != SoftChip::TcpFlagsAnswer::inTurn)
     o.refuseAcquires = 0;
+}
+
+template <auto option>
+void optionIs(Event& e) {
+  auto& to = e.chip.driver().options().*option;
+  to = static_cast<std::remove_reference_t<decltype(to)>>(e.number());
+  settleRefusal(e.chip.driver().options());
 }
 
 using O = SoftChip::Options;
@@ -234,29 +200,25 @@ constexpr Verb verbs[] = {
      [](Event& e) {
        auto const acl = e.acl();
        auto const af = Mox::instanceFromText<Lumox::AddressFamily>(e.word());
-       if (acl) af ? acl->afIs(*af) : acl->afDel();
+       af ? acl->afIs(*af) : acl->afDel();
      }},
     {"edit", 4, "del-rule <acl> <rule>", deleteRule},
-    {"edit", 4, "rename-rule <acl> <rule> <rule>", [](Event& e) { rename(e, false); }},
-    {"edit", 4, "recreate <acl> <rule>", [](Event& e) { rename(e, true); }},
+    {"edit", 4, "rename-rule <acl> <rule> <rule>", rename},
+    {"edit", 4, "recreate <acl> <rule>", rename},
     {"edit", 4, "swap <acl> <rule> <rule>", swapFilters},
     {"edit", 4, "index <acl> <index> <rule>",
      [](Event& e) {
        auto const acl = e.acl();
        AceIndex const index = e.index();
-       if (auto const rule = acl ? acl->ruleByName(e.word()) : nullptr)
-         acl->ruleByIdIs(index, rule);
+       acl->ruleByIdIs(index, e.rule(*acl));
      }},
     {"edit", 4, "swap-index <acl> <index> <index>", swapIndexes},
-    {"edit", 4, "del-index <acl> <index>",
-     [](Event& e) {
-       if (auto const acl = e.acl()) acl->ruleByIdDel(e.index());
-     }},
+    {"edit", 4, "del-index <acl> <index>", [](Event& e) { e.acl()->ruleByIdDel(e.index()); }},
     {"", 0, "stray <acl> <index> <rule>",
      [](Event& e) {
        auto const acl = e.acl();
        AceIndex const index = e.index();
-       if (acl) acl->ruleByIdIs(index, Mox::makePtr<RuleConfig>(e.word()));
+       acl->ruleByIdIs(index, Mox::makePtr<RuleConfig>(e.word()));
      }},
     {"edit", 8,
      "prefix <acl> <rule> src|dst "
@@ -264,23 +226,26 @@ constexpr Verb verbs[] = {
      editPrefix},
     {"edit", 4, "share <acl> <rule> src|dst <acl> <rule> src|dst", share},
     {"edit", 8, "range <acl> <rule> <range>", editRange},
-    {"edit", 8, "toggle <acl> <rule> drop|log|tc|init|est", toggle},
+    {"edit", 8, "toggle <acl> <rule> init|est|drop|log|tc", toggle},
     {"edit", 1, "empty", [](Event& e) { e.chip.acls().aclDelAll(); }},
     {"", 0, "oversize <acl> 3..40",
      [](Event& e) {
        std::string const acl = e.word();
-       for (uint32_t i = e.number() % 300; i-- > 0;) {
+       for (int i = 0; i < 40; ++i)
+         e.chip.acls().aclIs(acl)->ruleByNameDel("big" + std::to_string(i));
+       for (uint32_t i = e.number(); i-- > 0;) {
          std::string const k = std::to_string(i);
          addRules(e.chip.acls(), acl + " " + std::to_string(1000 + i) + " big" + k + " sport " + k +
                                      " dport " + k + " proto " + k);
        }
      }},
-    {"", 0, "shrink <acl>",
-     [](Event& e) {
-       auto const acl = e.acl();
-       for (int i = 0; acl && i < 300; ++i) acl->ruleByNameDel("big" + std::to_string(i));
-     }},
     {"", 0, "width <table> <bits>", widthIs},
+    {"widths", 1, "widths narrow|roomy 0..65535",
+     [](Event& e) {
+       bool const roomy = e.number();
+       Dice dice(e.number());
+       drawWidths(dice, e.chip.capability(), roomy, 6);
+     }},
     {"edit", 4, "undo 0..1", [](Event& e) { e.chip.undo(e.number()); }},
 
     {"", 0, "kick",
@@ -298,11 +263,8 @@ constexpr Verb verbs[] = {
        }
        e.chip.request(NaxelKickRequest::naxelCancel);
      }},
-    {"", 0, "rekick-at <progress>", [](Event& e) { e.chip.rekickAt(e.named<NaxelProgress>()); }},
-    {"", 0, "down-at <progress>", [](Event& e) { e.chip.downAt(e.named<NaxelProgress>()); }},
-    {"", 0, "down-at-output", [](Event& e) { e.chip.downAtOutput(); }},
-    {"", 0, "down-at-request acquire|load|revert",
-     [](Event& e) { e.chip.downAtRequest(e.named<RequestState>()); }},
+    {"", 0, "rekick-at <progress>", [](Event& e) { e.chip.rekickAt(e.word()); }},
+    {"", 0, "down-at <moment>", [](Event& e) { e.chip.downAt(e.word()); }},
     {"", 0, "down", [](Event& e) { e.chip.rootDown(); }},
     {"", 0, "up",
      [](Event& e) {
@@ -311,57 +273,32 @@ constexpr Verb verbs[] = {
     {"", 0, "up-fresh", [](Event& e) { e.chip.rootUp(true); }},
     {"", 0, "restart kept|lost",  // and perhaps a policy
      [](Event& e) {
-       bool const kept = e.is("kept", "lost");
+       bool const kept = e.number() == 0;
        std::string policy;
        e.in >> policy;
        e.chip.driverRestart(kept, Mox::instanceFromText<GlobalAclControl>(policy));
      }},
     {"", 0, "replace capability|status",
-     [](Event& e) {
-       e.is("capability", "status") ? e.chip.capabilityReplace() : e.chip.pdStatusReplace();
-     }},
-    {"driver", 2, "permit on|off", [](Event& e) { e.chip.params().permitDuringUpdateIs(e.on()); }},
+     [](Event& e) { e.number() ? e.chip.pdStatusReplace() : e.chip.capabilityReplace(); }},
+    {"driver", 2, "permit off|on",
+     [](Event& e) { e.chip.params().permitDuringUpdateIs(e.number()); }},
 
-    {"driver", 1, "driver delay 0..3",
-     [](Event& e) { e.chip.driver().options().answerAfterTicks = e.number() % 8; }},
-    {"driver", 1, "driver policy-delay 0..2|0..2|0..29",
-     [](Event& e) { e.chip.driver().options().confirmPolicyAfterTicks = e.number() % 32; }},
-    {"driver", 1, "driver pace together|one-by-one",
-     [](Event& e) {
-       optionIs(e, &O::pace, {"together", "one-by-one"});
-     }},
-    {"driver", 1, "driver order standard|reversed|prefixes-last",
-     [](Event& e) {
-       optionIs(e, &O::order, {"standard", "reversed", "prefixes-last"});
-     }},
-    {"driver", 1, "driver tcp-flags in-turn|last|never",
-     [](Event& e) {
-       optionIs(e, &O::tcpFlags, {"in-turn", "last", "never"});
-       settleRefusal(e);
-     }},
-    {"driver", 1, "driver stale on|off",
-     [](Event& e) {
-       optionIs(e, &O::staleAnswers, {"off", "on"});
-     }},
-    {"driver", 2, "driver hitful on|off",
-     [](Event& e) {
-       optionIs(e, &O::forceHitful, {"off", "on"});
-     }},
-    {"driver", 1, "driver miss nothing|highest",
-     [](Event& e) {
-       optionIs(e, &O::missYields, {"nothing", "highest"});
-     }},
-    {"driver", 1, "driver superseded dropped|finished",
-     [](Event& e) {
-       optionIs(e, &O::finishesSuperseded, {"dropped", "finished"});
-     }},
-    {"driver", 1, "driver refuse <pdTable>",
+    {"driver", 1, "driver delay 0..3", optionIs<&O::answerAfterTicks>},
+    {"driver", 1, "driver policy-delay 0..2|0..2|0..29", optionIs<&O::confirmPolicyAfterTicks>},
+    {"driver", 1, "driver pace together|one-by-one", optionIs<&O::pace>},
+    {"driver", 1, "driver order standard|reversed|prefixes-last", optionIs<&O::order>},
+    {"driver", 1, "driver tcp-flags in-turn|last|never", optionIs<&O::tcpFlags>},
+    {"driver", 1, "driver stale off|on", optionIs<&O::staleAnswers>},
+    {"driver", 2, "driver hitful off|on", optionIs<&O::forceHitful>},
+    {"driver", 1, "driver miss nothing|highest", optionIs<&O::missYields>},
+    {"driver", 1, "driver superseded dropped|finished", optionIs<&O::finishesSuperseded>},
+    {"driver", 1, "driver refuse <table>",
      [](Event& e) {
        e.chip.driver().options().refuseTable = e.named<PDTable>();
        e.chip.driver().options().refuseAcquires = 1;
-       settleRefusal(e);
+       settleRefusal(e.chip.driver().options());
      }},
-    {"driver", 1, "driver capacity <pdTable> 0..39|1000000|1000000",
+    {"driver", 1, "driver capacity <table> 0..39|1000000|1000000",
      [](Event& e) {
        auto const table = e.named<PDTable>();
        e.chip.driver().options().capacity[table] = e.number();
@@ -369,15 +306,14 @@ constexpr Verb verbs[] = {
 
     {"event", 1, "pass 0..29",
      [](Event& e) {
-       for (unsigned i = e.number() % 1000; i > 0; --i) e.simulator.step();
-       e.simulator.checkRunning();
+       for (unsigned i = e.number(); i > 0; --i) e.simulator.step();
      },
      true},
     {"upheaval", 15, "run", [](Event& e) { e.simulator.settle(); }, true},
     {"", 0, "clock -600|1", [](Event& e) { e.simulator.clock().nowInc(std::stod(e.word())); },
      true},
-    {"fault", 3, "throwing on|off", [](Event& e) { e.simulator.throwingIs(e.on()); }, true},
-    {"", 0, "trace 9", [](Event& e) { naxelTrace().levelIs(e.number() % 10); }, true},
+    {"fault", 3, "throwing off|on", [](Event& e) { e.simulator.throwingIs(e.number()); }, true},
+    {"", 0, "trace 9", [](Event& e) { naxelTrace().levelIs(std::stoi(e.word())); }, true},
     {"fault", 3, "alloc 1..1200|1..1200|1..30",
      [](Event& e) { AllocationFaults::failAt(e.number()); }, true},
 };

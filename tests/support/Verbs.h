@@ -5,7 +5,7 @@
 
 #include "support/SimChip.h"
 
-#include <functional>
+#include <optional>
 #include <span>
 #include <sstream>
 
@@ -18,24 +18,32 @@ struct Event {
   Simulator& simulator;
   SimChip& chip;  // of an event for all: any
   std::istringstream in;
+  std::istringstream pattern;
+  std::optional<size_t> choice = {};  // of the pattern, that the last word was
 
   [[noreturn]] void unknown() const;
-  /// The next word, as it is or in some meaning. Throws std::invalid_argument if it has none.
+  /// The next word. Throws std::invalid_argument if there is none, or another one than the pattern has.
   std::string word();
+  /// The next word as a number; where the pattern has a choice of words, its place among those.
   uint32_t number();
   Naxel::AceIndex index() { return Naxel::AceIndex(number()); }
-  /// True for the first of two words.
-  bool is(std::string const& yes, std::string const& no);
-  bool on() { return is("on", "off"); }
   template <class E>
   E named() {
     auto const e = Mox::instanceFromText<E>(word());
     if (!e) unknown();
     return *e;
   }
-  /// Null if there is none of that name.
-  Mox::Ptr<Naxel::AclConfig> acl() { return chip.acls().acl(word()); }
-  Mox::Ptr<Naxel::RuleConfig> rule();
+  /// The ACL of the next word, and its rule of the one behind. Throw Nothing if there is none of that name.
+  struct Nothing {};
+  Mox::Ptr<Naxel::AclConfig> acl() { return there(chip.acls().acl(word())); }
+  Mox::Ptr<Naxel::RuleConfig> rule() { return rule(*acl()); }
+  Mox::Ptr<Naxel::RuleConfig> rule(Naxel::AclConfig const& acl) {
+    return there(acl.ruleByName(word()));
+  }
+  template <class T>
+  static T there(T const& p) {
+    return p ? p : throw Nothing();
+  }
 };
 
 /// A pattern is the text of an event, the words of it that are drawn being:

@@ -1,45 +1,44 @@
 #include "support/Vocabulary.h"
 
-#include "mox/Hash.h"
 #include "support/World.h"
-
-#include <cstdio>
+#include "verify/Random.h"
 
 namespace Test {
 
-uint64_t SeededDice::below(uint64_t n) {
-  uint64_t const x = Mox::mix64(state_);
-  state_ += 0x9e3779b97f4a7c15u;
-  return x % n;
-}
+Dice::Dice(uint64_t seed)
+    : below_([random = Verify::Random(seed)](uint64_t n) mutable { return random.below(n); }) {}
 
-uint64_t ByteDice::below(uint64_t n) {
-  if (n <= 1) return 0;
-  uint64_t x = 0;
-  for (int i = 0; i < 2 && size_ > 0; ++i, ++data_, --size_) x = x << 8 | *data_;
-  return x % n;
-}
+Dice::Dice(std::span<uint8_t const> bytes)
+    : below_([bytes](uint64_t n) mutable {
+        if (n <= 1) return uint64_t{0};
+        uint64_t x = 0;
+        for (int i = 0; i < 2 && !bytes.empty(); ++i, bytes = bytes.subspan(1))
+          x = x << 8 | bytes[0];
+        return x % n;
+      }) {}
 
 std::string Vocabulary::prefix(Lumox::AddressFamily af) {
   bool const v4 = af == Lumox::ipv4();
+  // Both families have their own bits in the same place, behind 10 and 20.
+  uint64_t const one = uint64_t{32} << 48;
+  auto const text = [&](uint64_t hi, uint64_t lo, uint64_t length) {
+    auto const n = static_cast<uint8_t>(length);
+    hi |= uint64_t{v4 ? 10u : 32u} << 56;
+    return Mox::valueToStrep(v4 ? Lumox::IpGenPrefix::v4(static_cast<uint32_t>(hi >> 32), n)
+                                : Lumox::IpGenPrefix::v6(hi, lo, n));
+  };
   if (dice_.oneIn(20)) return v4 ? "0.0.0.0/0" : "::/0";
-  if (dice_.oneIn(20)) return v4 ? "10.32.0.0/32" : "2020::/128";
+  if (dice_.oneIn(20)) return text(one, 0, v4 ? 32 : 128);
   if (dice_.oneIn(20)) {
     // The lowest bits, and those around the middle, where an IPv6 address goes from word to word.
-    std::string const low = std::to_string(dice_.below(8));
-    if (v4) return "10.32.0." + low + "/" + std::to_string(dice_.between(29, 32));
-    return dice_.oneIn(2) ? "2020::" + low + "/" + std::to_string(dice_.between(125, 128))
-                          : "2020:0:0:" + low + ":8000::/" + std::to_string(dice_.between(61, 66));
+    uint64_t const low = dice_.below(8);
+    if (v4) return text(one | low << 32, 0, dice_.between(29, 32));
+    return dice_.oneIn(2) ? text(one, low, dice_.between(125, 128))
+                          : text(one | low, uint64_t{1} << 63, dice_.between(61, 66));
   }
-  uint64_t const bits = dice_.below(8) << 5;
+  uint64_t const bits = dice_.below(8) << 53;
   uint64_t const length = dice_.between(8, 11);
-  if (v4)
-    return "10." + std::to_string(bits) + (dice_.oneIn(6) ? ".1.2/" : ".0.0/") +
-           std::to_string(length);
-  char text[40];
-  std::snprintf(text, sizeof text, "20%02x::%s/%u", static_cast<unsigned>(bits),
-                dice_.oneIn(6) ? "5" : "", static_cast<unsigned>(length));
-  return text;
+  return text(bits | (dice_.oneIn(6) ? uint64_t{0x102} << 32 : 0), 0, length);
 }
 
 std::string Vocabulary::list(Lumox::AddressFamily af) {
@@ -64,33 +63,28 @@ std::string Vocabulary::ranges(uint32_t bound) {
 
 std::string Vocabulary::filter(Lumox::AddressFamily af) {
   std::string out;
-  auto const maybe = [&](unsigned n, char const* key, auto value) {
-    if (dice_.oneIn(n)) out += std::string(key) + " " + value() + " ";
-  };
-  auto const list = [&] { return this->list(af); };
-  auto const below = [&](uint32_t bound) { return [this, bound] { return ranges(bound); }; };
-  maybe(2, "src", list);
-  maybe(2, "dst", list);
-  maybe(3, "sport", below(65535));
-  maybe(2, "dport", below(65535));
-  maybe(6, "icmp", below(255));
-  maybe(4, "proto", [&] { return dice_.oneIn(2) ? "6" : ranges(255); });
-  maybe(8, "len", below(65535));
-  maybe(8, "frag", below(8191));
-  maybe(8, "dscp", below(63));
+  for (char const* side : {"src ", "dst "})
+    if (dice_.oneIn(2)) out += side + list(af) + " ";
+  for (Naxel::RangeField const& field : Naxel::rangeFields) {
+    bool const port = field.type <= Naxel::RangeSetType::dstPort;
+    if (!dice_.oneIn(port ? 2 : 8)) continue;
+    bool const tcp = field.type == Naxel::RangeSetType::proto && dice_.oneIn(2);
+    out += std::string(field.name) + " " + (tcp ? "6" : ranges(field.bound())) + " ";
+  }
   if (dice_.oneIn(8)) out += "init ";
   if (dice_.oneIn(8)) out += "est ";
   if (dice_.oneIn(3)) out += "drop ";
   return out;
 }
 
-void drawWidths(Dice& dice, Naxel::ChipHwCapability& capability, bool roomy) {
-  auto const width = [&] { return static_cast<uint8_t>(roomy ? 16 : dice.between(1, 4)); };
-  auto const widthOrNone = [&] { return dice.oneIn(2) ? width() : uint8_t{0}; };
+void drawWidths(Dice& dice, Naxel::ChipHwCapability& capability, bool roomy, uint64_t room) {
+  uint64_t const least = roomy ? room : 1;
+  auto const width = [&] { return static_cast<uint32_t>(dice.between(least, roomy ? 16 : 4)); };
   for (auto const& key : Naxel::PrefixXformKey::all()) capability.prefixXformWidthIs(key, width());
-  for (auto type : Naxel::allRangeSetTypes()) capability.rangeXformWidthIs(type, widthOrNone());
+  for (auto type : Naxel::allRangeSetTypes())
+    capability.rangeXformWidthIs(type, dice.oneIn(2) ? width() : 0);
   for (auto type : Naxel::allComboLabelSetTypes())
-    capability.comboXformWidthIs(type, widthOrNone());
+    capability.comboXformWidthIs(type, dice.oneIn(2) ? width() : 0);
 }
 
 void drawAcls(Dice& dice, Naxel::AclConfigColl& acls) {

@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -15,38 +17,23 @@ namespace Test {
 /// Where choices come from: a seed, or the bytes that a fuzzer offers.
 class Dice {
  public:
-  virtual ~Dice() = default;
-  /// 0..n-1, for n > 0.
-  virtual uint64_t below(uint64_t n) = 0;
+  explicit Dice(uint64_t seed);
+  /// Two bytes a choice; every choice is 0 once they are used up.
+  explicit Dice(std::span<uint8_t const> bytes);
 
+  /// 0..n-1, for n > 0.
+  uint64_t below(uint64_t n) { return below_(n); }
   uint64_t between(uint64_t first, uint64_t last) { return first + below(last - first + 1); }
   bool oneIn(uint64_t n) { return below(n) == 0; }
   template <class T>
   T const& of(std::vector<T> const& list) {
     return list[below(list.size())];
   }
-};
-
-class SeededDice : public Dice {
- public:
-  explicit SeededDice(uint64_t seed) : state_(seed) {}
-  uint64_t below(uint64_t n) override;
 
  private:
-  uint64_t state_;
+  std::function<uint64_t(uint64_t)> below_;
 };
-
-/// Two bytes a choice; every choice is 0 once they are used up.
-class ByteDice : public Dice {
- public:
-  ByteDice(uint8_t const* data, size_t size) : data_(data), size_(size) {}
-  uint64_t below(uint64_t n) override;
-  bool usedUp() const { return size_ == 0; }
-
- private:
-  uint8_t const* data_;
-  size_t size_;
-};
+using SeededDice = Dice;
 
 /// Texts in the form that addRules() reads.
 class Vocabulary {
@@ -67,8 +54,8 @@ class Vocabulary {
   Dice& dice_;
 };
 
-/// Every width: 16 bits where there is room, else one to four; none for some ranges and combinations.
-void drawWidths(Dice& dice, Naxel::ChipHwCapability& capability, bool roomy);
+/// Every width: up to 16 bits where there is room, else one to four; none for some ranges and combinations.
+void drawWidths(Dice& dice, Naxel::ChipHwCapability& capability, bool roomy, uint64_t room = 16);
 /// One to three small ACLs of either family.
 void drawAcls(Dice& dice, Naxel::AclConfigColl& acls);
 

@@ -1,8 +1,9 @@
 #include "support/World.h"
 
-#include <cstdio>
-#include <cstdlib>
+#include "support/Pieces.h"
+
 #include <sstream>
+#include <stdexcept>
 
 namespace Test {
 
@@ -11,32 +12,22 @@ using namespace Naxel;
 namespace {
 
 [[noreturn]] void bad(std::string const& what) {
-  std::fprintf(stderr, "rule text: %s\n", what.c_str());
-  std::abort();
-}
-
-std::vector<std::string> split(std::string const& text, char separator) {
-  std::vector<std::string> parts;
-  std::istringstream in(text);
-  for (std::string part; std::getline(in, part, separator);) parts.push_back(part);
-  return parts;
+  throw std::invalid_argument("rule text: " + what);
 }
 
 void addPrefixes(IpPrefixList& list, std::string const& text) {
-  for (std::string const& p : split(text, ',')) {
-    if (p.starts_with('!'))
-      list.exceptAddrIs(Mox::valueFromText<Lumox::IpGenPrefix>(p.substr(1)));
-    else
-      list.addrIs(Mox::valueFromText<Lumox::IpGenPrefix>(p));
+  for (std::string const& p : pieces(text, ",")) {
+    bool const except = p.starts_with('!');
+    auto const prefix = Mox::valueFromText<Lumox::IpGenPrefix>(p.substr(except));
+    except ? list.exceptAddrIs(prefix) : list.addrIs(prefix);
   }
 }
 
 void addRanges(RuleFilter& filter, RangeSetType type, std::string const& text) {
-  for (std::string const& part : split(text, ',')) {
-    auto const ends = split(part, '-');
-    auto const first = static_cast<uint32_t>(std::stoul(ends[0]));
-    filter.rangeIs(type, first,
-                   ends.size() > 1 ? static_cast<uint32_t>(std::stoul(ends[1])) : first);
+  for (std::string const& part : pieces(text, ",")) {
+    auto const ends = pieces(part, "-");
+    auto const number = [](std::string const& n) { return static_cast<uint32_t>(std::stoul(n)); };
+    filter.rangeIs(type, number(ends.front()), number(ends.back()));
   }
 }
 
@@ -125,11 +116,9 @@ void ScriptDriver::answer() {
   answerAll(ResourceStatus(current().requestId(), state));
 }
 
-void ScriptDriver::answerAll(ResourceStatus const& status, bool prefixLast) {
-  for (bool prefixes : {!prefixLast, prefixLast})
-    for (PDTable table : allPDTables())
-      if (table != PDTable::tcpFlags && isPrefixTable(table) == prefixes)
-        tableStatusIs(status_, table, status);
+void ScriptDriver::answerAll(ResourceStatus const& status) {
+  for (PDTable table : allPDTables())
+    if (table != PDTable::tcpFlags) tableStatusIs(status_, table, status);
 }
 
 World::World(std::string_view rules, uint8_t chip)
@@ -158,11 +147,6 @@ NaxelProgress World::run() {
 NaxelProgress World::kick() {
   request();
   return run();
-}
-
-void World::runUntilStage(NaxelActiveStage stage) {
-  while (root->stageControllerSm()->activeStage() != stage && activity.runPass()) {
-  }
 }
 
 }  // namespace Test

@@ -29,7 +29,7 @@ using Verify::full;
 ///
 /// P is a prefix, !P an except prefix, FIELD the beginning of a range field's name, R a number or FIRST-LAST. A rule of a name that is there
 /// already is replaced. "af ACL ipv6" sets an ACL's family, "acl NAME" makes an ACL without rules.
-/// Aborts the test on anything else.
+/// Throws std::invalid_argument on anything else.
 void addRules(Naxel::AclConfigColl& coll, std::string_view text);
 
 /// The range field whose name begins with a word of three letters or more; null for none.
@@ -57,9 +57,8 @@ class ScriptDriver : private Naxel::PDConfig::Notifiee {
   /// Answers the current request for all tables but the one for TCP flags: hitless (or
   /// acquireAnswer), loaded or reverted.
   void answer();
-  /// Writes one answer into all tables but the one for TCP flags, in the order prefix, combo,
-  /// range, ACL or, with `prefixLast`, the reverse.
-  void answerAll(Naxel::ResourceStatus const& status, bool prefixLast = false);
+  /// Writes one answer into all tables but the one for TCP flags.
+  void answerAll(Naxel::ResourceStatus const& status);
   void confirmPolicy() { status_.globalAclControlIs(config_.globalAclControl()); }
 
  private:
@@ -83,8 +82,6 @@ class World : public Naxel::ChipEntities {
   /// Requests without running.
   void request(Naxel::NaxelKickRequest what = Naxel::NaxelKickRequest::naxelStart);
   Naxel::NaxelProgress run();
-  /// Runs until `stage` is active, for a cancel in the middle.
-  void runUntilStage(Naxel::NaxelActiveStage stage);
   Naxel::NaxelProgress progress() const { return rootStatus->kickProgress(); }
   std::string failureText() const { return root->stageControllerStatus()->failureText(); }
   void rules(std::string_view text) { addRules(*acls, text); }
