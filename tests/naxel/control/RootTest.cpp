@@ -9,8 +9,6 @@ namespace {
 using namespace Naxel;
 using Progress = NaxelProgress;
 
-constexpr char rules[] = "edge 10 r src 10.0.0.0/8 dst 20.0.0.0/8 dport 80\nedge 20 s proto 6";
-
 struct ProgressLog : RootStatus::Notifiee {
   explicit ProgressLog(RootStatus& status) { notifierIs(&status); }
   void onKickProgress() override {
@@ -20,7 +18,7 @@ struct ProgressLog : RootStatus::Notifiee {
 };
 
 TEST(RootTest, RequestsAreCountedAndTheirCourseIsReported) {
-  World w(rules, 3);
+  World w(firstRules, 3);
   ProgressLog const log(*w.rootStatus);
   EXPECT_EQ(w.progress(), Progress::naxelInitialized);
   EXPECT_EQ(w.kick(), success);
@@ -46,7 +44,7 @@ TEST(RootTest, RequestsAreCountedAndTheirCourseIsReported) {
 
 TEST(RootTest, ACancelFromWithinANotificationIsTheNewerRequest) {
   for (int at : {1, 2, 3}) {  // count, time and progress
-    World w(rules);
+    World w(firstRules);
     At<RootStatus::Notifiee> const canceller(at, *w.rootStatus,
                                              [&] { w.request(NaxelKickRequest::naxelCancel); });
     w.request();
@@ -57,7 +55,7 @@ TEST(RootTest, ACancelFromWithinANotificationIsTheNewerRequest) {
 }
 
 TEST(RootTest, AKickThatARootLeftRunningIsOverForTheNext) {
-  ByHand w(rules);
+  ByHand w;
   for (Progress left : {Progress::naxelRunning, Progress::naxelFinishedFail}) {
     w.rootStatus->kickProgressIs(left);
     w.buildRoot();

@@ -18,8 +18,7 @@ struct Silence : ByHand {
     return traced.lines.size();
   }
   /// Something that brings the kick on.
-  template <class F>
-  void progress(F f) {
+  void progress(std::function<void()> const& f) {
     begun = clock.now();
     f();
     traced.lines.clear();
