@@ -2,7 +2,9 @@
 /// skips must be what it would have made again.
 
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
+#include "support/AllocationFaults.h"
 #include "support/Handshake.h"
+#include "support/Thinning.h"
 
 #include <regex>
 
@@ -193,6 +195,27 @@ TEST(SkipTest, ASetCountsTheRulesThatUseItAndAPairCountsInstead) {
   expectCounts({2, 0, 3});
   w.capability->rangeXformWidthIs(RangeSetType::srcPort, 8);
   expectCounts({2, 0, 2});
+}
+
+TEST(SkipTest, AnEditThatIsUndoneAfterARunBrokeOffIsNotTakenForMade) {
+  Traced const quiet;
+  World w(twoRules), before(twoRules);
+  setWidths(w, Chip::combos);
+  auto const config = w.root->aggregatorConfig();
+  kickOk(w);
+  for (uint64_t n = 1, struck = 1; struck; n += thinning()) {
+    w.rules("edge 20 two src 10.1.0.0/16 dst 20.0.0.0/8 sport 7 dport 1-9 log");
+    uint64_t const strikes = AllocationFaults::strikes();
+    AllocationFaults::failAt(n);
+    {
+      AllocationFaults::Scope const counted(true);
+      config->kickTimeIs(config->kickTime() + 1);
+    }
+    AllocationFaults::failAt(0);
+    struck = AllocationFaults::strikes() - strikes;
+    copyAcls(*before.acls, *w.acls);
+    kickOk(w);
+  }
 }
 
 }  // namespace

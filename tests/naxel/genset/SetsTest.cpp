@@ -144,32 +144,6 @@ TEST(Sets, ASetStaysUnderItsFirstKeyForAsLongAsEveryRunUsesIt) {
   EXPECT_DEATH(sweeper.markKey(GenSetKey(4)), "place != none");
 }
 
-TEST(Sets, ARecordIsMarkedBeforeItHasASet) {
-  PrefixXformKey const key(Lumox::ipv4(), true);
-  auto const info = makePtr<PrefixAggregatorInfo>(key);
-  PrefixDedupMarkAndSweeper sweeper(key, info, Obel::ChipId(4));
-  auto const recordOf = [](uint32_t address) {
-    auto const list = ipPrefixListFactory();
-    list->addrIs(Lumox::IpGenPrefix::v4(address, 32));
-    return prefixListDedupFactory(list);
-  };
-  auto const record = recordOf(1);
-  sweeper.addObj(recordOf(2));
-  EXPECT_TRUE(sweeper.deduped().empty());
-  EXPECT_EQ(sweeper.addDeduped(record), GenSetKey());
-  record->prefixSetIs(info->prefixSetCollIs(GenSetKey(7)));
-  for (bool used : {true, true, false}) {
-    EXPECT_EQ(sweeper.deduped().size(), 1u);
-    sweeper.sweepUnmarked();
-    EXPECT_TRUE(info->prefixSetCollHas(GenSetKey(7)));
-    sweeper.unmarkAll();
-    GenSetKey const marked = used ? sweeper.addDeduped(recordOf(1)) : GenSetKey(7);
-    EXPECT_EQ(marked, GenSetKey(7));
-  }
-  sweeper.sweepUnmarked();
-  EXPECT_FALSE(info->prefixSetCollHas(GenSetKey(7)) || !sweeper.deduped().empty());
-}
-
 TEST(Sets, AWalkOverTheConfigurationMayDeleteWhatItStandsOn) {
   auto const expectEmptied = [](auto coll, auto del) {
     size_t const size = coll().size();
