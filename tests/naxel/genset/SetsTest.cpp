@@ -3,6 +3,7 @@
 #include "naxel/genset/NaxelAggregatorSm.h"
 #include "naxel/xform/NaxelComboLabelResolverSm.h"
 #include "support/Handshake.h"
+#include "support/Vocabulary.h"
 
 namespace Test {
 namespace {
@@ -32,19 +33,6 @@ Mox::Ptr<G> group(std::vector<uint64_t> const& keys) {
   return g;
 }
 
-std::string keysOf(GenSetKeyGroup const& g) {
-  std::string out;
-  for (GenSetKey k : g.keyGroup()) out += (out.empty() ? "" : " ") + Mox::valueToStrep(k);
-  return out;
-}
-/// Equal both ways with equal hashes, or unequal both ways.
-void expectSame(Mox::Ptr<Dedupable> const& a, Mox::Ptr<Dedupable> const& b, bool same) {
-  EXPECT_EQ(a->isEqual(b), same);
-  EXPECT_EQ(b->isEqual(a), same);
-  EXPECT_EQ(a->hash() == b->hash(), same);
-  EXPECT_FALSE(a->isEqual(nullptr));
-}
-
 /// The source prefixes and the ports, each set with how many rules use it.
 std::string setsOf(World const& w) {
   std::string out;
@@ -61,87 +49,56 @@ std::string setsOf(World const& w) {
 }
 
 TEST(Sets, EqualContentIsEqualWhateverItsOrderAndKey) {
-  expectSame(rangeSet(1, {{1, 2}, {5, 9}}), rangeSet(2, {{5, 9}, {1, 2}}), true);
-  expectSame(rangeSet(1, {}), rangeSet(2, {}), true);
-  expectSame(rangeSet(1, {{1, 2}}), rangeSet(1, {{1, 2}}, RangeSetType::dstPort), false);
-  expectSame(rangeSet(1, {{1, 2}}), rangeSet(1, {{1, 2}, {3, 3}}), false);
-  expectSame(rangeSet(1, {{1, 4}, {2, 3}}), rangeSet(1, {{1, 3}, {2, 4}}), false);
-  expectSame(comboSet(1, {{1, 2}, {2, 1}}), comboSet(2, {{2, 1}, {1, 2}}), true);
-  expectSame(comboSet(1, {{1, 2}}), comboSet(1, {{2, 1}}), false);
-  expectSame(comboSet(1, {}), comboSet(1, {}, ComboLabelSetType::ipv4SrcDstPrefix), false);
-  expectSame(group({1, 2}), group({2, 1, 2}), true);
-  expectSame(group({1, 2}), group({1, 2, 3}), false);
-  expectSame(group({1, 4}), group({2, 3}), false);
-  EXPECT_FALSE(rangeSet(1, {})->isEqual(comboSet(1, {})));
-  EXPECT_FALSE(group({})->isEqual(rangeSet(1, {})));
-  // A record whose list has gone equals none, itself included.
-  auto const list = makePtr<IpPrefixList>();
-  auto const record = prefixListDedupFactory(list);
-  auto const gone = prefixListDedupFactory(nullptr);
-  expectSame(record, prefixListDedupFactory(list->copy()), true);
-  EXPECT_FALSE(record->isEqual(gone) || gone->isEqual(record) || gone->isEqual(gone));
-  EXPECT_FALSE(record->isEqual(group({})) || record->isEqual(nullptr));
-  EXPECT_EQ(gone->hash() + gone->place(), 0u);
-  EXPECT_FALSE(list->isEqual(Mox::Ptr<Dedupable const>(group({}))));
-
-  auto const a = group<RangeSetKeyGroup>({1, 2});
-  auto const b = group<RangeSetKeyGroup>({2, 1});
-  a->rangeElemIs(RangeSetElem(1, 2));
-  expectSame(a, b, true);
-  expectSame(a, group({1, 2}), true);
+  auto const list = makePtr<IpPrefixList>(), other = makePtr<IpPrefixList>();
+  other->exceptAddrIs(Lumox::IpGenPrefix());
+  auto const withElem = group<RangeSetKeyGroup>({2, 1});
+  withElem->rangeElemIs(RangeSetElem(1, 2));
+  // Each row is of one content. A record whose list has gone equals none, itself included.
+  std::vector<std::vector<Mox::Ptr<Dedupable>>> const rows = {
+      {rangeSet(1, {{1, 2}, {5, 9}}), rangeSet(2, {{5, 9}, {1, 2}})},
+      {rangeSet(1, {}), rangeSet(2, {})},
+      {rangeSet(1, {{1, 2}}, RangeSetType::dstPort)},
+      {rangeSet(1, {{1, 2}})},
+      {rangeSet(1, {{1, 4}, {2, 3}})},
+      {rangeSet(1, {{1, 3}, {2, 4}})},
+      {comboSet(1, {{1, 2}, {2, 1}}), comboSet(2, {{2, 1}, {1, 2}})},
+      {comboSet(1, {{1, 2}})},
+      {comboSet(1, {{2, 1}})},
+      {comboSet(1, {}), comboSet(1, {})},
+      {comboSet(1, {}, ComboLabelSetType::ipv4SrcDstPrefix)},
+      {group({1, 2}), group({2, 1, 2}), withElem},
+      {group({1, 4})},
+      {group({2, 3})},
+      {prefixListDedupFactory(list), prefixListDedupFactory(list->copy())},
+      {prefixListDedupFactory(other)},
+      {prefixListDedupFactory(nullptr)}};
+  for (auto const& row : rows)
+    for (auto const& a : row) {
+      EXPECT_FALSE(a->isEqual(nullptr));
+      for (auto const& others : rows)
+        for (auto const& b : others) {
+          bool const same = &row == &others && &row != &rows.back();
+          EXPECT_EQ(a->isEqual(b), same) << &row - &rows[0] << " " << &others - &rows[0];
+          EXPECT_TRUE(!same || (a->hash() == b->hash() && a->place() == b->place()));
+        }
+    }
+  auto const keys = group({5, 1});
+  keys->addToKeyGroup(*group({3, 5, 9}));
+  keys->removeFromKeyGroup(*group({2, 3}));
+  EXPECT_TRUE(keys->isEqual(group({1, 5, 9})));
 }
 
-TEST(Sets, StringValueShowsTwoMembersAndCountsTheRest) {
-  PrefixSet set{GenSetKey(7)};
-  EXPECT_EQ(set.stringValue(), " Key: 7");
-  set.exceptPrefixIs(Mox::valueFromText<Lumox::IpGenPrefix>("10.1.0.0/16"));
-  EXPECT_EQ(set.stringValue(), " Key: 7, Except: 10.1.0.0/16");
-  for (uint32_t i : {10, 11, 12, 13, 14}) set.prefixIs(Lumox::IpGenPrefix::v4(i << 24, 8));
-  EXPECT_EQ(set.stringValue(), " Key: 7: 10.0.0.0/8, 11.0.0.0/8 and 3 more, Except: 10.1.0.0/16");
-  EXPECT_EQ(rangeSet(2, {{1, 1}, {3, 4}})->stringValue(), " Key: 2, type:srcPort: 1-1, 3-4");
-  EXPECT_EQ(comboSet(3, {{1, 2}, {3, 4}, {5, 6}})->stringValue(),
-            " Key: 3, type:srcDstL4Port: <1, 2>, <3, 4> and 1 more");
-}
-
-TEST(Sets, KeyGroupOperationsAreThoseOfSets) {
-  auto const g = group({5, 1});
-  g->addToKeyGroup(*group({3, 5, 9}));
-  EXPECT_EQ(keysOf(*g), "1 3 5 9");
-  g->removeFromKeyGroup(*group({2, 3, 9}));
-  EXPECT_EQ(keysOf(*g), "1 5");
-  g->addToKeyGroup(*g);
-  EXPECT_EQ(keysOf(*g), "1 5");
-  g->removeFromKeyGroup(*g);
-  EXPECT_EQ(g->keyGroups(), 0u);
-}
-
-TEST(Sets, RememberedHashesFollowEveryChange) {
+TEST(Sets, WhatIsRememberedOfARuleFollowsEveryChange) {
   RuleConfig rule("r");
-  auto const filter = rule.ruleFilterIs();
-  auto const list = Mox::makePtr<IpPrefixList>();
-  std::set<uint64_t> seen = {rule.contentHash()};
-  RuleStamps last = rule.stamps();
-  auto const expectNew = [&](auto const& what) {
-    EXPECT_TRUE(seen.insert(rule.contentHash()).second) << what;
-    EXPECT_NE(std::exchange(last, rule.stamps()), rule.stamps()) << what;
-    EXPECT_EQ(last, rule.stamps());
-  };
-  NaxelActionValue drop;
-  drop.dropEnabledIs(true);
-  rule.actionIs(drop), expectNew("action");
-  for (RangeSetType type : allRangeSetTypes()) filter->rangeIs(type, 6, 6), expectNew(type);
-  filter->matchTcpInitIs(true), expectNew("init");
-  filter->matchTcpEstablishedIs(true), expectNew("established");
-  filter->sourceIs(list), expectNew("an empty list");
-  list->addrIs(Lumox::IpGenPrefix::v4(10u << 24, 8)), expectNew("a prefix");
-  list->exceptAddrIs(Lumox::IpGenPrefix::v4(11u << 24, 8)), expectNew("an except prefix");
-  EXPECT_TRUE(filter->rangesValid() && list->families().only(Lumox::ipv4()));
-
+  fillFilter(rule, "src 10.0.0.0/8,!11.0.0.0/8");
+  auto const filter = rule.ruleFilter();
+  auto const list = filter->source();
   uint64_t const before = rule.contentHash();
+  EXPECT_TRUE(filter->rangesValid() && list->families().only(Lumox::ipv4()));
   auto const copy = list->copy();
   list->addrIs(Lumox::IpGenPrefix::v6(1, 2, 128));
   filter->dscpIs(DscpRange(7, 6));
-  expectNew("a prefix behind a copy");
+  EXPECT_NE(rule.contentHash(), before);
   EXPECT_FALSE(filter->rangesValid() || list->families().only(Lumox::ipv4()));
   EXPECT_EQ(copy->addrs(), 1u) << "copies part when one of them changes";
   list->addrDel(Lumox::IpGenPrefix::v6(1, 2, 128));
@@ -150,52 +107,42 @@ TEST(Sets, RememberedHashesFollowEveryChange) {
   EXPECT_TRUE(copy->isEqual(list) && filter->rangesValid());
 }
 
-TEST(Sets, SweepingDeletesWhatNothingMarkedAndEmptiesTheIndex) {
+TEST(Sets, ASetStaysUnderItsFirstKeyForAsLongAsEveryRunUsesIt) {
   auto const info = makePtr<RangeSplitAggregatorInfo>(RangeSetType::srcPort);
   RangeDedupMarkAndSweeper sweeper(RangeSetType::srcPort, info, Obel::ChipId(4));
-  for (uint64_t key : {1, 2}) {
-    auto const set = info->rangeSetCollIs(GenSetKey(key), RangeSetType::srcPort);
-    set->rangeIs(RangeSetElem(static_cast<uint16_t>(key), 9));
-    EXPECT_EQ(sweeper.addDeduped(set), GenSetKey(key));
-  }
-  EXPECT_EQ(sweeper.addDeduped(rangeSet(3, {{2, 9}})), GenSetKey(2)) << "the set that was first";
-  Traced const trace(6);
-  sweeper.sweepUnmarked();
-  EXPECT_EQ(info->rangeSetColl().size(), 2u);
-  EXPECT_TRUE(sweeper.dedupedHash().empty());
-  sweeper.unmarkAll();
-  EXPECT_EQ(sweeper.addDeduped(rangeSet(4, {{1, 9}})), GenSetKey(1)) << "found again after a sweep";
-  EXPECT_EQ(trace.lines.size(), 0u);
-  for (int i = 0; i < 2; ++i) sweeper.sweepUnmarked();
-  EXPECT_EQ(trace.lines, Log{"RangeDeduper(type=srcPort, chipId:4): Cleaning up key:2"});
-  EXPECT_EQ(info->rangeSetColl().size(), 1u);
-  EXPECT_EQ(sweeper.deduped().size(), 1u);
-}
-
-TEST(Sets, ARecordIsMarkedBeforeItHasASet) {
-  PrefixXformKey const key(Lumox::ipv4(), true);
-  auto const info = makePtr<PrefixAggregatorInfo>(key);
-  PrefixDedupMarkAndSweeper sweeper(key, info, Obel::ChipId(4));
-  auto const recordOf = [](uint32_t address) {
-    auto const list = ipPrefixListFactory();
-    list->addrIs(Lumox::IpGenPrefix::v4(address, 32));
-    return prefixListDedupFactory(list);
-  };
-  auto const record = recordOf(1);
-  sweeper.addObj(recordOf(2));
-  EXPECT_TRUE(sweeper.deduped().empty());
-  EXPECT_EQ(sweeper.addDeduped(record), GenSetKey());
-  record->prefixSetIs(info->prefixSetCollIs(GenSetKey(7)));
-  for (bool used : {true, true, false}) {
-    EXPECT_EQ(sweeper.deduped().size(), 1u);
-    sweeper.sweepUnmarked();
-    EXPECT_TRUE(info->prefixSetCollHas(GenSetKey(7)));
+  SeededDice dice(1);
+  std::map<uint16_t, uint64_t> known;  // keys by content
+  for (int run = 0; run < 60; ++run) {
     sweeper.unmarkAll();
-    GenSetKey const marked = used ? sweeper.addDeduped(recordOf(1)) : GenSetKey(7);
-    EXPECT_EQ(marked, GenSetKey(7));
+    auto const before = known;
+    std::map<uint64_t, uint32_t> uses;
+    for (auto const& [content, key] : known) uses[key] = 0;
+    for (uint64_t i = dice.below(8); i > 0; --i) {
+      auto const content = static_cast<uint16_t>(dice.below(6));
+      // Keys that neither rise with the content nor as objects come.
+      uint64_t const key = known.emplace(content, 1 + dice.below(1u << 30)).first->second;
+      if (before.contains(content) && dice.oneIn(2)) {
+        sweeper.markKey(GenSetKey(key));
+      } else if (!uses.contains(key)) {
+        auto const set = info->rangeSetCollIs(GenSetKey(key), RangeSetType::srcPort);
+        set->rangeIs(RangeSetElem(content, 9));
+        EXPECT_EQ(sweeper.addDeduped(set), GenSetKey(key));
+      } else {
+        EXPECT_EQ(sweeper.addDeduped(rangeSet(7, {{content, 9}})), GenSetKey(key));
+      }
+      ++uses[key];
+    }
+    std::map<uint64_t, uint32_t> counted;
+    sweeper.forEachUse([&](GenSetKey key, uint32_t n) { counted[key.value()] = n; });
+    EXPECT_EQ(counted, uses);
+    std::erase_if(known, [&](auto const& k) { return uses[k.second] == 0; });
+    sweeper.sweepUnmarked();
+    EXPECT_TRUE(sweeper.dedupedHash().empty()) << "positions have changed";
+    EXPECT_EQ(sweeper.deduped().size(), known.size());
+    EXPECT_EQ(info->rangeSetColl().size(), known.size());
+    for (auto const& [content, key] : known) EXPECT_TRUE(info->rangeSetCollHas(GenSetKey(key)));
   }
-  sweeper.sweepUnmarked();
-  EXPECT_FALSE(info->prefixSetCollHas(GenSetKey(7)) || !sweeper.deduped().empty());
+  EXPECT_DEATH(sweeper.markKey(GenSetKey(4)), "place != none");
 }
 
 TEST(Sets, AWalkOverTheConfigurationMayDeleteWhatItStandsOn) {
@@ -236,82 +183,30 @@ TEST(Sets, AWalkOverTheConfigurationMayDeleteWhatItStandsOn) {
   EXPECT_EMPTIED(global->aclConfigColl(), global->aclConfigCollDel(item.first));
 }
 
-TEST(Sets, ObjectsAreMarkedByKeyInWhateverOrderTheyCame) {
-  auto const info = makePtr<RangeSplitAggregatorInfo>(RangeSetType::srcPort);
-  RangeDedupMarkAndSweeper sweeper(RangeSetType::srcPort, info, Obel::ChipId(4));
-  for (uint16_t key : {7, 3, 900, 5}) sweeper.addDeduped(rangeSet(key, {{key, key}}));
-  sweeper.sweepUnmarked();
-  sweeper.unmarkAll();
-  for (uint64_t key : {900, 3, 900, 7}) sweeper.markKey(GenSetKey(key));
-  std::map<uint64_t, uint32_t> uses;
-  sweeper.forEachUse([&](GenSetKey key, uint32_t n) { uses[key.value()] = n; });
-  EXPECT_EQ(uses, (std::map<uint64_t, uint32_t>{{3, 1}, {5, 0}, {7, 1}, {900, 2}}));
-  EXPECT_DEATH(sweeper.markKey(GenSetKey(4)), "place != none");
-}
-
 TEST(Sets, AggregatorSharesSetsAndSpendsTheKeysOfDuplicates) {
-  World w("a 10 r src 10.0.0.0/8,11.0.0.0/8 sport 80");
-  std::string const prefixes = " Key: 1: 10.0.0.0/8, 11.0.0.0/8 x2";
-  std::string const source = " Key: 2, type:srcPort: 80-80 x";
-  for (auto const& [rules, sets] :
-       {std::pair(
-            "b 10 r src 11.0.0.0/8,10.0.0.0/8 sport 80 dport 1-2",  // key 3 goes with a duplicate
-            prefixes + source + "2 Key: 4, type:dstPort: 1-2 x1"),
-        std::pair("b 10 r src 10.0.0.0/8,11.0.0.0/8", prefixes + source + "1"),
-        std::pair("b 10 r src 10.0.0.0/8,11.0.0.0/8 dport 1-2",
-                  prefixes + source + "1 Key: 7, type:dstPort: 1-2 x1")}) {
-    w.rules(rules);
+  std::string const src = "src 10.0.0.0/8,11.0.0.0/8,12.0.0.0/8,!10.1.0.0/16 ";
+  World w("a 10 r sport 80 " + src);
+  std::string const both =
+      " Key: 1: 10.0.0.0/8, 11.0.0.0/8 and 1 more, Except: 10.1.0.0/16 x2"
+      " Key: 2, type:srcPort: 80-80 x";
+  std::pair<std::string, std::string> const cases[] = {
+      // Key 3 goes with a duplicate.
+      {"src !10.1.0.0/16,12.0.0.0/8,11.0.0.0/8,10.0.0.0/8 sport 80 dport 1-2",
+       "2 Key: 4, type:dstPort: 1-2 x1"},
+      {src, "1"},
+      {src + "dport 1-2", "1 Key: 7, type:dstPort: 1-2 x1"}};
+  for (auto const& [rule, sets] : cases) {
+    w.rules("b 10 r " + rule);
     w.kick();
-    EXPECT_EQ(setsOf(w), sets);
+    EXPECT_EQ(setsOf(w), both + sets);
   }
   auto const rule = w.root->aggregatorStatus()->aclGenSetIpRuleList("a")->genSetIpRule("r");
   EXPECT_EQ(rule->sport(), GenSetKey(2));
   EXPECT_FALSE(rule->dport());
 }
 
-TEST(Sets, ADeduperIsNotMadeAgainWithOtherArguments) {
-  World const w;
-  auto const status = w.root->aggregatorStatus();
-  auto& sm = *w.root->aggregatorSm();
-  PrefixXformKey const key(Lumox::ipv4(), true);
-  auto const type = RangeSetType::proto;
-  auto const info = status->prefixInfo(key);
-  sm.rangeDeduperIs(type, status->rangeSplitInfo(type), w.chipId);
-  EXPECT_EQ(sm.prefixDeduperIs(key, info, w.chipId), sm.prefixDeduperIs(key, info, w.chipId));
-  std::pair<std::function<void()>, std::string> const cases[] = {
-      {[&] { sm.prefixDeduperIs(key, info, Obel::ChipId(2)); },
-       "_chipId has a different value of 2 than the current value of 0 not allowed"},
-      {[&] { sm.prefixDeduperIs(key, makePtr<PrefixAggregatorInfo>(key), w.chipId); },
-       "_prefixAggInfo has a different value of "},
-      {[&] { sm.rangeDeduperIs(type, makePtr<RangeSplitAggregatorInfo>(type), w.chipId); },
-       "_rangeSplitAggInfo has a different value of "}};
-  for (auto const& [make, text] : cases) {
-    try {
-      make();
-      ADD_FAILURE() << text;
-    } catch (Mox::NameInUseError const& e) {
-      EXPECT_TRUE(std::string(e.what()).starts_with(
-          "Reinstantiating the pointer interface where constructor parameter attribute " + text))
-          << e.what();
-    }
-  }
-}
-
 TEST(SetsDeathTest, MisuseEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "fast");
-  auto const prefixes = makePtr<PrefixSet>(GenSetKey(1));
-  auto const ranges = rangeSet(2, {});
-  EXPECT_DEATH(prefixes->hash(), "false && \"Not implemented\"");
-  EXPECT_DEATH(prefixes->isEqual(prefixes), "false && \"Not implemented\"");
-  Obel::ChipId const chip(0);
-  PrefixXformKey const key(Lumox::ipv4(), true);
-  PrefixDedupMarkAndSweeper const ofPrefixes(key, makePtr<PrefixAggregatorInfo>(key), chip);
-  EXPECT_DEATH(ofPrefixes.getGenSetKey(*ranges), "prefixListDedup");
-  RangeDedupMarkAndSweeper const ofRanges(RangeSetType::icmp, nullptr, chip);
-  EXPECT_DEATH(ofRanges.getGenSetKey(*prefixes), "rangeSet");
-  ComboLabelDedupMarkAndSweeper const ofCombos(ComboLabelSetType::srcDstL4Port, nullptr, chip);
-  EXPECT_DEATH(ofCombos.getGenSetKey(*ranges), "comboSet");
-
   World w("a 10 r proto 6\nb 10 r proto 6");
   w.rule("b", "r")->ruleFilterIs()->destinationIs();
   EXPECT_DEATH(w.kick(), "destination->exceptAddrs\\(\\).*ACL 'b', rule 'r': the destination list");
