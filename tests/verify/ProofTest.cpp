@@ -191,7 +191,6 @@ TEST(Proof, HoldsForRandomConfigurationsAndFindsWhatWasTamperedWith) {
                 Verify::sampledDifference(*world.acls, tables, dice.below(1000), 200).empty());
   }
   Mox::traceSinkIs(silence);
-  RecordProperty("entries", std::to_string(entries));
   if (only || all || thinning() != 1) return;
   EXPECT_GT(entries, 6000u);
   EXPECT_GT(combinations, 1000u);
@@ -209,11 +208,7 @@ TEST(Proof, SaysWhatIsMissingAndWhere) {
   world.capability->rangeXformWidthIs(RangeSetType::dstPort, 4);
   ASSERT_EQ(world.kick(), NaxelProgress::naxelFinishedSuccess);
   KeyLayout const layout = KeyLayout::of(world.tables());
-  Proof const whole = prove(*world.acls, world.tables(), layout);
-  EXPECT_EQ(whole.difference, "");
-  EXPECT_EQ(whole.acls, 1u);
-  EXPECT_EQ(whole.rules, 2u);
-  EXPECT_EQ(whole.entries, world.tables().pdAclColl()->numFilters());
+  EXPECT_EQ(prove(*world.acls, world.tables(), layout).difference, "");
 
   // Other rules than those that were compiled.
   std::string const missing = "matches, but its entries do not: ";

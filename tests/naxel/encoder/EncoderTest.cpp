@@ -9,7 +9,6 @@
 #include "support/World.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <map>
 #include <numeric>

@@ -122,30 +122,6 @@ TEST(Transform, APieceIsWhatTheSameSetsHold) {
   }
 }
 
-TEST(Transform, EqualProductsAndRepeatedPairsShareOneCombination) {
-  auto const type = ComboLabelSetType::srcDstL4Port;
-  World w;
-  setWidths(w, Chip::combos);
-  w.rules(
-      "a 1 A sport 1-10,5-20 dport 5\na 2 B sport 1-20 dport 5\na 3 C sport 1-20 dport 5\n"
-      "a 4 D sport 1-20\nb 1 A sport 1-20 dport 6\n");
-  kickOk(w);
-  auto const status = w.root->comboLabelResolverStatus(type);
-  auto const info = status->comboLabelInfo();
-  auto const comboOf = [&](char const* name) {
-    auto const rules = w.root->aggregatorStatus()->aclGenSetIpRuleList("a");
-    return info->srcDstToComboMap(rules->genSetIpRule(name)->comboPair(type));
-  };
-  GenSetKey const shared = comboOf("A");
-  EXPECT_TRUE(shared && shared == comboOf("B") && !comboOf("D"));
-  EXPECT_EQ(status->genSetUsageInfo()->refCountValue(shared), 3u);
-  EXPECT_EQ(info->comboLabelSetColl().size(), 2u);
-  w.rules("b 1 A sport 1-20\n");
-  kickOk(w);
-  EXPECT_EQ(comboOf("A"), shared);
-  EXPECT_EQ(info->comboLabelSetColl().size(), 1u);
-}
-
 TEST(Transform, AWidthHoldsAllButOneOfItsValuesAndThenFailsEveryTime) {
   struct Case {
     char const* machine;
@@ -206,18 +182,6 @@ TEST(Transform, AWidthHoldsAllButOneOfItsValuesAndThenFailsEveryTime) {
       machine.membershipLimitIs(limit);
       EXPECT_EQ(w.kick(), success) << w.failureText();
     }
-}
-
-TEST(Transform, PointsAreKeptInTheirOrder) {
-  World w("a 1 A sport 5-9");
-  setWidths(w, Chip::labels);
-  kickOk(w);
-  auto const split = w.root->rangeSplitSm(RangeSetType::srcPort);
-  EXPECT_TRUE(split->rangePointInfoIs(7).start().empty());
-  EXPECT_EQ(split->rangePointInfoIs(5).start().size(), 1u);
-  for (uint16_t point : {9, 6}) split->rangePointInfoDel(point);
-  ASSERT_EQ(split->rangePointInfo().size(), 2u);
-  EXPECT_EQ(split->rangePointInfo()[1].point(), 7u);
 }
 
 }  // namespace
