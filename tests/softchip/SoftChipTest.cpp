@@ -3,7 +3,7 @@
 #include "softchip/SoftChip.h"
 #include "support/Output.h"
 
-#include <algorithm>
+#include <functional>
 #include <map>
 #include <sstream>
 
@@ -42,46 +42,42 @@ class Bench : private Naxel::PDStatus::Notifiee {
   /// is at work reserves anything, what is short and what breaches the contract.
   std::string play(std::string const& script) {
     std::istringstream in(script);
-    std::map<std::string, std::function<void(uint32_t)>> const numbers = {
-        {"tick",
-         [&](uint32_t times) {
-           for (; times > 0; --times) {
-             record_ += " |";
-             activity_.runPass();
-           }
+    auto const word = [&] {
+      std::string out;
+      EXPECT_TRUE(in >> out) << script;
+      return out;
+    };
+    auto const number = [&] { return static_cast<uint32_t>(std::stoul(word())); };
+    std::map<std::string, std::function<void()>> const verbs = {
+        {"acquire",
+         [&] {
+           uint32_t const id = number();
+           config_->prevPDDataIs(chip_->inForce() ? chip_->inForce() : config_->prevPDData());
+           config_->currPDDataIs(output(number()));
+           config_->pdResourceConfigIs({static_cast<double>(id), RequestState::acquire});
          }},
-        {"load", [&](uint32_t id) { request(id, RequestState::load); }},
-        {"offer", [&](uint32_t rule) { config_->currPDDataIs(output(rule)); }},
-        {"answer", [&](uint32_t n) { chip_->options().answerAfterTicks = n; }},
-        {"confirm", [&](uint32_t n) { chip_->options().confirmPolicyAfterTicks = n; }},
-        {"capacity", [&](uint32_t n) { chip_->options().capacity[Table::dstPort] = n; }},
-        {"refuse", [&](uint32_t n) { chip_->options().refuseAcquires = n; }},
-        {"ports", [&](uint32_t n) { ports_ = n; }}};
-    std::string name;
-    uint32_t number = 0;
-    uint32_t rule = 0;
-    for (std::string word; in >> word;) {
-      if (word == "start") {
-        play("acquire 1 10 run load 1 run");
-        record_.clear();
-      } else if (word == "acquire" && in >> number >> rule) {
-        config_->prevPDDataIs(chip_->inForce() ? chip_->inForce() : config_->prevPDData());
-        config_->currPDDataIs(output(rule));
-        request(number, RequestState::acquire);
-      } else if (word == "policy" && in >> name) {
-        config_->globalAclControlIs(*Mox::instanceFromText<GlobalAclControl>(name));
-      } else if (word == "run") {
-        EXPECT_TRUE(activity_.runUntilIdle(1000));
-      } else if (word == "rebuild") {
-        build();
-      } else if (word == "hitful") {
-        chip_->options().forceHitful = true;
-      } else if (word == "onebyone") {
-        chip_->options().pace = Pace::oneByOne;
-      } else if (in >> number) {
-        numbers.at(word)(number);
-      }
-    }
+        {"load",
+         [&] {
+           config_->pdResourceConfigIs({static_cast<double>(number()), RequestState::load});
+         }},
+        {"offer", [&] { config_->currPDDataIs(output(number())); }},
+        {"policy",
+         [&] { config_->globalAclControlIs(*Mox::instanceFromText<GlobalAclControl>(word())); }},
+        {"start", [&] { play("acquire 1 10 run load 1 run"), record_.clear(); }},
+        {"run", [&] { EXPECT_TRUE(activity_.runUntilIdle(1000)); }},
+        {"tick",
+         [&] {
+           for (uint32_t n = number(); n > 0; --n) record_ += " |", activity_.runPass();
+         }},
+        {"rebuild", [&] { build(); }},
+        {"hitful", [&] { chip_->options().forceHitful = true; }},
+        {"onebyone", [&] { chip_->options().pace = Pace::oneByOne; }},
+        {"answer", [&] { chip_->options().answerAfterTicks = number(); }},
+        {"confirm", [&] { chip_->options().confirmPolicyAfterTicks = number(); }},
+        {"capacity", [&] { chip_->options().capacity[Table::dstPort] = number(); }},
+        {"refuse", [&] { chip_->options().refuseAcquires = number(); }},
+        {"ports", [&] { ports_ = number(); }}};
+    for (std::string verb; in >> verb;) verbs.at(verb)();
     std::string out = record_;
     auto const entries = status_->pdAclRuleEntryStatus();
     for (Table t : Naxel::allPDTables())
@@ -107,9 +103,6 @@ class Bench : private Naxel::PDStatus::Notifiee {
     out.entry(edge_, rule, std::vector<Match>{});
     for (uint16_t p = 0; p < ports_; ++p) out.range(Naxel::RangeSetType::dstPort, p, p, p);
     return out.data;
-  }
-  void request(uint32_t id, RequestState state) {
-    config_->pdResourceConfigIs({static_cast<double>(id), state});
   }
   void probe() {
     Verdict const now = chip_->lookup(edge_, packetOf("10.0.0.1"));

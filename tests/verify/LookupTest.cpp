@@ -2,8 +2,8 @@
 
 #include "softchip/LoadedTables.h"
 #include "support/Output.h"
+#include "support/Vocabulary.h"
 #include "verify/NaiveLookup.h"
-#include "verify/Random.h"
 
 #include <set>
 
@@ -37,31 +37,22 @@ TEST(Lookup, TheQuickOneIsThePlainOne) {
   std::set<std::pair<uint64_t, AceIndex>> hit;
   for (uint64_t seed = 1; seed <= 60; ++seed) {
     SCOPED_TRACE(seed);
-    Random random(seed);
-    auto const below = [&](uint64_t n) { return static_cast<uint16_t>(random.below(n)); };
+    ::Test::SeededDice dice(seed);
+    ::Test::Vocabulary words(dice);
+    auto const below = [&](uint64_t n) { return static_cast<uint16_t>(dice.below(n)); };
     // Low bits of both bytes, and the highest one of the lower byte.
     auto const label = [&] { return static_cast<uint16_t>(below(4) * 129); };
-    auto const address = [&](Lumox::AddressFamily af) {
-      Address const a{random.below(4) << 62 | random.below(4) << 54 | random.below(4) << 32,
-                      random.below(4) << 62};
-      return af == Lumox::ipv6() ? a : Address{a.hi, 0};
+    auto const family = [&] { return dice.oneIn(2) ? Lumox::ipv4() : Lumox::ipv6(); };
+    auto const prefix = [&](Lumox::AddressFamily af) {
+      return Mox::valueFromText<Lumox::IpGenPrefix>(words.prefix(af));
     };
-    auto const family = [&] { return random.oneIn(2) ? Lumox::ipv4() : Lumox::ipv6(); };
     KeyLayout layout;
-    for (auto& w : layout.range) w = random.oneIn(2) ? 0 : 9;
-    for (auto& w : layout.combo) w = random.oneIn(3) ? 0 : 9;
-    if (random.oneIn(2)) layout.missYields = MissYields::highest;
+    for (auto& w : layout.range) w = dice.oneIn(2) ? 0 : 9;
+    for (auto& w : layout.combo) w = dice.oneIn(3) ? 0 : 9;
+    if (dice.oneIn(2)) layout.missYields = MissYields::highest;
     Output out;
-    std::vector<uint8_t> const lengths = {0, 1, 2, 8, 10, 31, 32, 64, 66, 128};
-    for (int i = 0; i < 40; ++i) {
-      auto const af = family();
-      Address const a = address(af);
-      auto const p = af == Lumox::ipv4()
-                         ? Lumox::IpGenPrefix::v4(static_cast<uint32_t>(a.hi >> 32),
-                                                  std::min(random.of(lengths), uint8_t{32}))
-                         : Lumox::IpGenPrefix::v6(a.hi, a.lo, random.of(lengths));
-      out.prefix(random.oneIn(2), Mox::valueToStrep(p.masked()), label());
-    }
+    for (int i = 0; i < 40; ++i)
+      out.prefix(dice.oneIn(2), Mox::valueToStrep(prefix(family()).masked()), label());
     for (RangeSetType type : Naxel::allRangeSetTypes())
       for (unsigned at = below(3); at < 12;) {
         uint16_t const last = static_cast<uint16_t>(at + below(3));
@@ -73,25 +64,25 @@ TEST(Lookup, TheQuickOneIsThePlainOne) {
     for (uint64_t i = 0, entries = seed % 2 ? 30 : 200; i < entries; ++i) {
       Naxel::PDAclFilter f;
       for (Field field : Naxel::allLabelFields())
-        if (random.oneIn(4))
-          f.labelFieldIs(field, {label(), static_cast<uint16_t>(random.next() & random.next())});
-      f.matchTcpInitIs(random.oneIn(8));
-      f.matchTcpEstablishedIs(random.oneIn(8));
-      out.entry(random.oneIn(2) ? edge : edge6, below(entries), f);
+        if (dice.oneIn(4))
+          f.labelFieldIs(field,
+                         {label(), static_cast<uint16_t>(dice.below(65536) & dice.below(65536))});
+      f.matchTcpInitIs(dice.oneIn(8));
+      f.matchTcpEstablishedIs(dice.oneIn(8));
+      out.entry(dice.oneIn(2) ? edge : edge6, below(entries), f);
     }
     LoadedTables tables(out.data, layout);
     for (int i = 0; i < 300 && !testing::Test::HasFailure(); ++i) {
       Packet p;
       p.af = family();
-      p.src = address(p.af);
-      p.dst = address(p.af);
+      for (Address* a : {&p.src, &p.dst}) *a = {prefix(p.af).hi(), prefix(p.af).lo()};
       for (RangeSetType type : Naxel::allRangeSetTypes())
         p.valueIs(type, layout.isRaw(type) ? label() : below(16));
-      if (random.oneIn(2)) p.proto = Packet::protoTcp;
-      p.syn = random.oneIn(2);
-      p.ack = random.oneIn(3);
-      p.rst = random.oneIn(4);
-      hit.emplace(seed, lookup(tables, random.oneIn(8) ? edge : PDAclKey(p.af, "edge"), p).rule);
+      if (dice.oneIn(2)) p.proto = Packet::protoTcp;
+      p.syn = dice.oneIn(2);
+      p.ack = dice.oneIn(3);
+      p.rst = dice.oneIn(4);
+      hit.emplace(seed, lookup(tables, dice.oneIn(8) ? edge : PDAclKey(p.af, "edge"), p).rule);
     }
   }
   EXPECT_GT(hit.size(), 500u);
@@ -106,20 +97,18 @@ TEST(Lookup, AMissMatchesMaskZeroOnlyOrIsTheHighestLabel) {
   out.entry(edge, 40, std::vector<Match>{});
   KeyLayout layout;
   layout.range[1] = 4;
-  LoadedTables nothing(out.data, layout);
-  layout.missYields = MissYields::highest;
-  LoadedTables highest(out.data, layout);
-  struct Case {
-    char const* source;
-    uint16_t dport;
-    uint32_t nothing, highest;  // the rules that are hit
-  };
-  for (Case const& c :
-       {Case{"11.0.0.0", 91, 40, 30}, Case{"11.0.0.0", 90, 20, 20}, Case{"10.0.0.0", 91, 10, 10}}) {
-    Packet packet = packetOf(c.source);
-    packet.dport = c.dport;
-    EXPECT_EQ(lookup(nothing, edge, packet).rule, AceIndex(c.nothing));
-    EXPECT_EQ(lookup(highest, edge, packet).rule, AceIndex(c.highest));
+  for (auto const& [yields, wanted] :
+       {std::pair{MissYields::nothing, "40 20 10 "}, {MissYields::highest, "30 20 10 "}}) {
+    layout.missYields = yields;
+    LoadedTables tables(out.data, layout);
+    std::string hit;
+    for (auto const& [source, dport] :
+         {std::pair{"11.0.0.0", 91}, {"11.0.0.0", 90}, {"10.0.0.0", 91}}) {
+      Packet packet = packetOf(source);
+      packet.dport = static_cast<uint16_t>(dport);
+      hit += Mox::valueToStrep(lookup(tables, edge, packet).rule) + " ";
+    }
+    EXPECT_EQ(hit, wanted);
   }
 }
 

@@ -30,32 +30,13 @@ Mox::Ptr<Naxel::AclConfig> aclOf(std::vector<std::string> const& rules) {
   return coll->acl("a");
 }
 
-/// Rules over a small universe, so that they overlap in every way.
+/// Rules over a small universe, so that they overlap in every way; few that match nearly everything.
 std::vector<std::string> randomRules(uint64_t seed, size_t count, bool six) {
   Test::SeededDice dice(seed);
-  std::vector<std::string> const lengths =
-      six ? std::vector<std::string>{"/0", "/17", "/40", "/64", "/71", "/128"}
-          : std::vector<std::string>{"/0", "/7", "/12", "/16", "/31", "/32"};
-  auto const prefix = [&] {
-    std::string const part = std::to_string(dice.below(3));
-    std::string const host = std::to_string(dice.below(2)) + dice.of(lengths);
-    return six ? "200" + part + ":" + part + "::" + host : "1" + part + ".1" + part + ".0." + host;
-  };
-  auto const list = [&] {
-    std::string out = (dice.oneIn(12) ? "!" : "") + prefix();
-    while (dice.oneIn(2)) out += (dice.oneIn(2) ? ",!" : ",") + prefix();
-    return out;
-  };
+  Test::Vocabulary words(dice);
+  auto const af = six ? Lumox::ipv6() : Lumox::ipv4();
   std::vector<std::string> rules(count);
-  for (std::string& rule : rules) {
-    for (char const* side : {" src ", " dst "})
-      if (!dice.oneIn(8)) rule += side + list();
-    for (Naxel::RangeField const& field : Naxel::rangeFields)
-      if (dice.oneIn(5))
-        rule += " " + std::string(field.name) + " " + Test::Vocabulary(dice).ranges(field.bound());
-    for (char const* flag : {" init", " est"})
-      if (dice.oneIn(8)) rule += flag;
-  }
+  for (std::string& rule : rules) rule = "src " + words.list(af) + " " + words.filter(af);
   return rules;
 }
 
@@ -174,7 +155,7 @@ TEST(PacketSource, PacketsInsideARuleMatchItWhereverAnythingDoes) {
       empty += !packet;
     }
   }
-  EXPECT_LT(empty, 80u * 50);
+  EXPECT_LT(empty, 120u * 50);
 }
 
 }  // namespace

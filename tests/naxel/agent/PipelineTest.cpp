@@ -122,11 +122,16 @@ TEST(PipelineTest, AllErrorsAreFoundAtOnceAndNoneWhereAKickSucceeds) {
   a.rules(
       "a 1 r dport 2-1,80,9-8 proto 256\naf b ipv6\nb 1 r src 10.0.0.0/8 icmp 3-2\n"
       "c 1 r src ::/0,1.2.3.4/32");
+  // An end out of bounds is stored, although the setter complains.
+  DscpRange bad(0, 63);
+  EXPECT_THROW(bad.rangeEndIs(100), Mox::RangeError);
+  a.rule("a", "r")->ruleFilterIs()->dscpIs(bad);
   EXPECT_EQ(
       errors(),
       (Log{"ACL 'a', rule 'r': destination port range 2-1 starts above its end",
            "ACL 'a', rule 'r': destination port range 9-8 starts above its end",
            "ACL 'a', rule 'r': protocol range 256-256 exceeds the field's maximum 255",
+           "ACL 'a', rule 'r': DSCP range 0-100 exceeds the field's maximum 63",
            "ACL 'b', rule 'r': ICMP type range 3-2 starts above its end",
            "ACL 'b': the source of rule 'r' holds a prefix of another family than the ACL's ipv6",
            "ACL 'c': IPv4 and IPv6 prefixes in one ACL: IPv4 in the source of rule 'r', IPv6 in "

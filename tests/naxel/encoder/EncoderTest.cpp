@@ -9,7 +9,6 @@
 #include "support/World.h"
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <map>
 #include <numeric>
@@ -67,44 +66,6 @@ LabelSets drawSets(SeededDice& dice, uint32_t labels) {
   return out;
 }
 
-/// The fewest pairs that match all of `wanted` and nothing outside `allowed`, which are sets of
-/// values of three bits.
-uint32_t leastPairs(uint32_t wanted, uint32_t allowed) {
-  if (wanted == 0) return 0;
-  static std::vector<uint32_t> known(65536);
-  uint32_t& least = known[wanted << 8 | allowed];
-  if (least) return least;
-  least = 8;
-  auto const lowest = static_cast<uint16_t>(std::countr_zero(wanted));
-  for (uint16_t mask = 0; mask < 8; ++mask) {
-    uint32_t block = 0;
-    for (uint32_t v : matched({{lowest, mask}}, 3)) block |= 1u << v;
-    if (!(block & ~allowed)) least = std::min(least, 1 + leastPairs(wanted & ~block, allowed));
-  }
-  return least;
-}
-
-/// What sets of labels up to 7 cost in the cheapest of all layouts of three bits.
-uint64_t leastCost(LabelSets const& sets, EncodedSets const& made) {
-  std::vector<uint32_t> values(7);  // of the labels, then those that nothing has
-  std::iota(values.begin(), values.end(), 0u);
-  uint64_t least = ~uint64_t{0};
-  do {
-    std::array<uint32_t, 8> bitOf{};
-    uint32_t allowed = 127;
-    for (size_t at = 0; auto const& [label, value] : made.values)
-      allowed ^= bitOf[label] = 1u << values[at++];
-    uint64_t cost = 0;
-    for (LabelSet const& set : sets) {
-      uint32_t wanted = 0;
-      for (uint32_t label : set.labels) wanted |= bitOf[label];
-      cost += uint64_t{set.uses} * leastPairs(wanted, allowed | wanted);
-    }
-    least = std::min(least, cost);
-  } while (std::ranges::next_permutation(values).found);
-  return least;
-}
-
 TEST(Encoding, EverySetMatchesItsLabelsAndNoOtherWhateverItsKey) {
   SeededDice dice(1);
   uint64_t cost = 0;
@@ -152,21 +113,6 @@ TEST(Encoding, EverySetMatchesItsLabelsAndNoOtherWhateverItsKey) {
       if (HasFailure()) return;
     }
   EXPECT_LE(cost * 1000, least * 1176) << cost << " for " << least << ", spaces full or not";
-}
-
-TEST(Encoding, IsCloseToTheCheapestOfAllLayoutsOfThreeBits) {
-  SeededDice dice(2);
-  uint64_t cost = 0;
-  uint64_t least = 0;
-  for (int round = 0; round < 200; ++round) {
-    LabelSets const sets = drawSets(dice, 7);
-    EncodedSets const made = encoded(sets, 3);
-    uint64_t const cheapest = leastCost(sets, made);
-    ASSERT_GE(made.cost, cheapest);
-    cost += made.cost;
-    least += cheapest;
-  }
-  EXPECT_LE(cost * 100, least * 104) << cost << " for " << least;
 }
 
 TEST(Encoding, GeneratedSetsCostNoMoreThanTheyDid) {
@@ -268,38 +214,6 @@ TEST(LabelMerger, JoinsPairsUntilNoTwoDifferInOneBitAlone) {
                                                  a.label().value() ^ b.label().value())))
             << round;
   }
-}
-
-TEST(Encoder, WithoutAWidthRawValuesAreMatchedInTheFieldsOwnWidth) {
-  for (auto const& [filter, wanted] :
-       std::map<std::string, std::string>{{"sport 80", " sport=80/65535"},
-                                          {"icmp 8", " icmpType=8/255"},
-                                          {"proto 6-7", " proto=6/254"},
-                                          {"len 0-1023", " length=0/64512"},
-                                          {"frag 1", " fragment=1/8191"},
-                                          {"dscp 32-63", " dscp=32/32"},
-                                          {"dscp 0,1,2-3", " dscp=0/60"},
-                                          {"proto 0-255", ""}}) {
-    SCOPED_TRACE(filter);
-    World w("a 1 A " + filter);
-    EXPECT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess);
-    EXPECT_EQ(dump(w.tables()), "acl a ipv4 1:" + wanted + "\n");
-    for (RangeSetType t : allRangeSetTypes())
-      EXPECT_FALSE(w.root->rangeEncoderStatus(t)->loaderInfo());
-  }
-}
-
-TEST(Encoder, TheCombinationThatMostRulesUseIsPlacedFirst) {
-  World w(
-      "a 10 r sport 1 dport 5\n"
-      "a 20 s sport 7 dport 8\n"
-      "a 30 t sport 7 dport 8 drop\n");
-  for (RangeSetType type : {RangeSetType::srcPort, RangeSetType::dstPort})
-    w.capability->rangeXformWidthIs(type, 4);
-  w.capability->comboXformWidthIs(ComboLabelSetType::srcDstL4Port, 4);
-  ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << w.failureText();
-  EXPECT_NE(dump(w.tables()).find("acl a ipv4 20: portCombo=0/15\n"), std::string::npos)
-      << dump(w.tables());
 }
 
 TEST(EncoderDeathTest, WidthsAndRangesMustBePossible) {
