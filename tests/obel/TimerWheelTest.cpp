@@ -52,14 +52,17 @@ TEST_F(TimerWheelTest, RandomOperationsRunTheTimersOfTheModel) {
   std::set<Arming> armed;
   std::vector<Arming> due;  // of the passes that run, in the order of their calls
   uint64_t armings = 0;
-  Seconds latest = clock.now();  // which the clock has shown
+  Seconds latest = clock.now();  // which the wheel has seen
   auto const isWatch = [](size_t n) { return n % 4 == 0; };
+  auto const observed = [&] { return latest = std::max(latest, clock.now()); };
   auto const turnClock = [&] {
     clock.nowIs(clock.now() + random() % 5 - 1);
-    latest = std::max(latest, clock.now());
-    EXPECT_EQ(wheel->now(), latest);
+    if (random() % 2) {
+      EXPECT_EQ(wheel->now(), observed());
+    }
   };
   auto const pass = [&](bool nested) {
+    observed();
     bool const any = !due.empty() || (!armed.empty() && armed.begin()->expiry <= latest);
     while (!armed.empty() && armed.begin()->expiry <= latest)
       due.push_back(armed.extract(armed.begin()).value());
@@ -68,6 +71,7 @@ TEST_F(TimerWheelTest, RandomOperationsRunTheTimersOfTheModel) {
   };
   std::function<void(size_t)> called;
   auto const change = [&] {
+    if (random() % 8 == 0) turnClock();
     size_t const n = random() % timers.size();
     auto const isOfTimer = [&](Arming const& a) { return a.timer == n; };
     std::erase_if(armed, isOfTimer);
@@ -77,7 +81,7 @@ TEST_F(TimerWheelTest, RandomOperationsRunTheTimersOfTheModel) {
       timers[n] = std::make_unique<Timer>(
           wheel, [&, n] { called(n); }, isWatch(n) ? Timer::Purpose::watch : Timer::Purpose::work);
     if (what <= 1) return timers[n]->earliestExpiryDel();
-    Seconds const expiry = latest + random() % 8 - 3;
+    Seconds const expiry = observed() + random() % 8 - 3;
     armed.insert({expiry, ++armings, n});
     timers[n]->earliestExpiryIs(expiry);
     EXPECT_EQ(timers[n]->earliestExpiry(), expiry);
@@ -87,7 +91,6 @@ TEST_F(TimerWheelTest, RandomOperationsRunTheTimersOfTheModel) {
     EXPECT_EQ(n, due.front().timer);
     due.erase(due.begin());
     for (auto i = random() % 3; i > 0; --i) change();
-    if (random() % 8 == 0) turnClock();
     if (random() % 16 == 0) pass(true);
   };
   for (int round = 0; round < 3000 && !HasFailure(); ++round) {
@@ -95,22 +98,12 @@ TEST_F(TimerWheelTest, RandomOperationsRunTheTimersOfTheModel) {
     turnClock();
     pass(false);
     auto const until = [&](auto at) {
-      return at != armed.end() ? std::max(0.0, at->expiry - latest) : -1;
+      return at != armed.end() ? std::max(0.0, at->expiry - observed()) : -1;
     };
     auto const isWork = [&](Arming const& a) { return !isWatch(a.timer); };
     EXPECT_EQ(wheel->untilDue(), until(std::find_if(armed.begin(), armed.end(), isWork)));
     EXPECT_EQ(wheel->untilTimer(), until(armed.begin()));
   }
-}
-
-TEST_F(TimerWheelTest, AClockThatStepsBackDelaysNothingThatWasSetToItsReading) {
-  std::string log;
-  Timer timer(wheel, [&] { log += "called"; });
-  timer.earliestExpiryIs(clock.now());
-  clock.nowIs(400);
-  EXPECT_EQ(wheel->untilDue(), 0);
-  activity.runPass();
-  EXPECT_EQ(log, "called");
 }
 
 TEST_F(TimerWheelTest, ACallbackThatThrowsDoesNotStopThePass) {
