@@ -1,4 +1,4 @@
-// Timers: when they run, in which order, and what may happen to them while others run.
+// Timers and the activity thread: when they run, in which order, and what may happen to them while others run.
 
 #include "obel/TimerWheel.h"
 #include "support/TraceLog.h"
@@ -104,6 +104,48 @@ TEST_F(TimerWheelTest, RandomOperationsRunTheTimersOfTheModel) {
     EXPECT_EQ(wheel->untilDue(), until(std::find_if(armed.begin(), armed.end(), isWork)));
     EXPECT_EQ(wheel->untilTimer(), until(armed.begin()));
   }
+}
+
+TEST_F(TimerWheelTest, SourcesMayComeAndGoInAPass) {
+  std::string log;
+  auto const source = [&](std::function<void()> act) {
+    auto out = std::make_unique<Timer>(Mox::makePtr<TimerWheel>(activity), std::move(act));
+    out->earliestExpiryIs(0);
+    return out;
+  };
+  std::unique_ptr<Timer> first, second, late;
+  first = source([&] {
+    log += "first ";
+    second.reset();
+    late = source([&] { log += "late "; });
+    first.reset();
+  });
+  second = source([] { FAIL() << "gone before its turn"; });
+  auto const third = source([&] { log += "third "; });
+  EXPECT_TRUE(activity.runPass());
+  EXPECT_EQ(log, "first third ");  // what comes starts with the next pass
+  EXPECT_TRUE(activity.runPass());
+  EXPECT_EQ(log, "first third late ");
+  EXPECT_FALSE(activity.runPass());
+}
+
+TEST_F(TimerWheelTest, RunUntilEndsWhenDoneOrWhenNothingCanBecomeDue) {
+  bool done = false;
+  Timer timer(wheel, [&] { done = true; });
+  EXPECT_TRUE(activity.runUntil([] { return true; }));
+  EXPECT_FALSE(activity.runUntil([] { return false; }));
+  timer.earliestExpiryIs(1010);
+  EXPECT_FALSE(activity.runUntil([&] { return done; }));  // a hand-set clock is not waited for
+  clock.nowInc(10);
+  EXPECT_TRUE(activity.runUntil([&] { return done; }));
+
+  Mox::WallClock wall;
+  Mox::Activity real(wall);
+  Timer woken(Mox::makePtr<TimerWheel>(real), [&] { done = false; });
+  woken.earliestExpiryIs(wall.now() + 0.005);
+  EXPECT_TRUE(real.runUntil([&] { return !done; }, 60));
+  woken.earliestExpiryIs(wall.now() + 1e6);
+  EXPECT_FALSE(real.runUntil([] { return false; }, 0.005));
 }
 
 TEST_F(TimerWheelTest, ACallbackThatThrowsDoesNotStopThePass) {
