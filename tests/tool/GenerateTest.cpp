@@ -59,26 +59,21 @@ TEST(Generate, SeedDecidesEveryByteOfWhatCompilesAndVerifies) {
     return out;
   };
   struct Case {
-    std::string made, bySeed2;
+    std::string made;
     size_t rules;
     uint64_t digest;  ///< the same for every compiler and library
   };
-  auto const set = [](FilterStyle style, uint64_t wanted) {
-    return Case{filterSet(style, 500), filterSet(style, 500, 2), 500, wanted};
-  };
-  auto const groups = [](Overlap overlap, bool ipv6, uint64_t wanted) {
-    return Case{objectGroups(overlap, ipv6), objectGroups(overlap, ipv6, 2), 100, wanted};
-  };
-  for (Case const& c :
-       {set(FilterStyle::acl, 1214474936138999159u), set(FilterStyle::fw, 1834188869663329144u),
-        set(FilterStyle::ipc, 2728781912010083767u),
-        groups(Overlap::mixed, false, 17537991445528633307u),
-        groups(Overlap::mixed, true, 8289949249513693544u),
-        groups(Overlap::nested, false, 1024632388292475053u),
-        groups(Overlap::crossing, false, 5667722585472676995u)}) {
+  for (Case const& c : {
+           Case{filterSet(FilterStyle::acl, 500), 500, 1214474936138999159u},
+           {filterSet(FilterStyle::fw, 500), 500, 1834188869663329144u},
+           {filterSet(FilterStyle::ipc, 500), 500, 2728781912010083767u},
+           {objectGroups(Overlap::nested), 100, 1024632388292475053u},
+           {objectGroups(Overlap::crossing), 100, 5667722585472676995u},
+           {objectGroups(Overlap::mixed), 100, 17537991445528633307u},
+           {objectGroups(Overlap::mixed, true), 100, 8289949249513693544u},
+       }) {
     SCOPED_TRACE(c.made.substr(0, 500));
     EXPECT_EQ(digest(c.made), c.digest);
-    EXPECT_NE(c.bySeed2, c.made);
     auto const acls = read(c.made);
     size_t rules = 0;
     forEachFilter(*acls, [&](auto&) { ++rules; });
@@ -88,6 +83,8 @@ TEST(Generate, SeedDecidesEveryByteOfWhatCompilesAndVerifies) {
     std::ostringstream out;
     EXPECT_TRUE(verify(session, 3000, 1, out)) << out.str();
   }
+  EXPECT_NE(filterSet(FilterStyle::acl, 500, 2), filterSet(FilterStyle::acl, 500));
+  EXPECT_NE(objectGroups(Overlap::mixed, false, 2), objectGroups(Overlap::mixed));
 }
 
 // As many distinct prefixes and port ranges, which begin each line, as public sets of this size have.

@@ -190,15 +190,12 @@ TEST(Chip, ReadsWidthsAndBehaviour) {
     "softChip":{"capacity":{"tcpFlags":0,"aclEntries":9},"answerAfterTicks":4,"pace":"oneByOne",
       "order":"reversed","tcpFlags":"never","staleAnswers":true,"confirmPolicyAfterTicks":2,
       "forceHitful":true,"refuseTable":"icmp","refuseAcquires":5,"missYields":"highest"}})");
-  Naxel::ChipHwCapability widths(Obel::ChipId(255));
-  widths.prefixXformWidthIs({Lumox::ipv6(), false}, 1);
-  widths.rangeXformWidthIs(Naxel::RangeSetType::icmp, 16);
-  widths.rangeXformWidthIs(Naxel::RangeSetType::dscp, 0);
-  widths.comboXformWidthIs(Naxel::ComboLabelSetType::srcDstL4Port, 3);
-  widths.tcpFlagsXformSupportedIs(true);
-  widths.tcpFlagsXformWidthIs(0);
-  EXPECT_TRUE(chip.capability->hasValuesOf(widths));
-  EXPECT_EQ(chip.capability->chipId(), widths.chipId());
+  Naxel::ChipHwCapability const& c = *chip.capability;
+  EXPECT_EQ(std::tuple(c.chipId().value(), c.prefixXformWidth({Lumox::ipv6(), false}),
+                       c.rangeXformWidth(Naxel::RangeSetType::icmp), c.rangeXformWidth().size(),
+                       c.comboXformWidth(Naxel::ComboLabelSetType::srcDstL4Port),
+                       c.tcpFlagsXformSupported(), c.tcpFlagsXformWidth()),
+            std::tuple(255, 1, 16, 2u, 3, true, 0));
   SoftChip::Options const& o = chip.softChip;
   using SoftChip::Table;
   EXPECT_EQ(std::tuple(o.capacity[Table::tcpFlags], o.capacity[Table::aclEntries],
