@@ -48,7 +48,6 @@ TEST(Text, EveryValueHasOneForm) {
   expectForms<bool>({{true, "true"}, {false, "false"}}, "|True|tru|truex|true | false|1|0|'true'");
   expectForms<Lumox::AddressFamily>({{Lumox::ipv4(), "ipv4"}, {Lumox::ipv6(), "ipv6"}},
                                     "|ipv|ipv66|IPv4|1|'ipv4'|ipv4,");
-  EXPECT_EQ(stringValue(static_cast<Lumox::AddressFamily>(9)), "9");
   expectForms<double>({{0.0, "0"},
                        {-1.0, "-1"},
                        {0.1, "0.10000000000000001"},
@@ -98,7 +97,6 @@ TEST(Text, NumbersAreCheckedBeforeTheyAreNarrowed) {
   expect(uint8_t{77}, "256", "number 256 > 255 not allowed");
   expect(uint8_t{77}, std::string(23, '9'),
          "number " + std::string(23, '9') + " > 255 not allowed");
-  expect(uint32_t{77}, "4294967295", "4294967295");
   expect(uint32_t{77}, "4294967297", "number 4294967297 > 4294967295 not allowed");
   expect(uint64_t{77}, "18446744073709551616",
          "number 18446744073709551616 > 18446744073709551615 not allowed");

@@ -36,11 +36,8 @@ class Command : public testing::Test {
   void write(std::string const& name, std::string const& content) {
     std::ofstream(directory_ / name, std::ios::binary) << content;
   }
-  void writeRules(std::string const& name, std::string const& acls) {
-    write(name, R"({"schema":"naxel-rules","version":1,"acls":)" + acls + "}");
-  }
-  void writeChip(std::string const& name, std::string const& fields) {
-    write(name, R"({"schema":"naxel-chip","version":1,)" + fields + "}");
+  void write(std::string const& name, std::string const& schema, std::string const& fields) {
+    write(name, R"({"schema":")" + schema + R"(","version":1,)" + fields + "}");
   }
   std::string read(std::string const& name) {
     std::ifstream in(directory_ / name, std::ios::binary);
@@ -68,18 +65,19 @@ class Command : public testing::Test {
 
 // The documents show whole outputs, and are compared with the program; here is what they leave out.
 TEST_F(Command, CodeAndMessageOfEveryOutcome) {
-  writeRules("a", R"([{"name":"a","af":"ipv4","rules":[]}])");
-  writeRules("three", R"([{"name":"a","af":"ipv4","rules":[
+  write("a", "naxel-rules", R"("acls":[{"name":"a","af":"ipv4","rules":[]}])");
+  write("three", "naxel-rules", R"("acls":[{"name":"a","af":"ipv4","rules":[
     {"index":1,"name":"x","source":["1.0.0.0/8"]},{"index":2,"name":"y","source":["2.0.0.0/8"]},
     {"index":3,"name":"z","source":["3.0.0.0/8"]}]}])");
-  writeRules("late", R"([{"name":"a","af":"ipv4","rules":[
+  write("late", "naxel-rules", R"("acls":[{"name":"a","af":"ipv4","rules":[
     {"index":20,"name":"second","action":{"dropEnabled":true,"tc":3,"setTcEnabled":true}},
     {"index":10,"name":"never","source":{"except":["10.0.0.0/8"]}}]}])");
-  writeChip("seven", R"("chipId":7,"rangeXformWidth":{"dstPort":4,"srcPort":0},
+  write("seven", "naxel-chip", R"("chipId":7,"rangeXformWidth":{"dstPort":4,"srcPort":0},
                         "comboXformWidth":{"ipv6SrcDstPrefix":5})");
-  writeChip("hitful", R"("permitDuringUpdate":true,"softChip":{"forceHitful":true})");
-  writeChip("narrow", R"("prefixXformWidth":{"ipv4Src":1})");
-  writeChip("small", R"("chipId":9,"softChip":{"capacity":{"v4Source":2},"answerAfterTicks":3})");
+  write("hitful", "naxel-chip", R"("permitDuringUpdate":true,"softChip":{"forceHitful":true})");
+  write("narrow", "naxel-chip", R"("prefixXformWidth":{"ipv4Src":1})");
+  write("small", "naxel-chip",
+        R"("chipId":9,"softChip":{"capacity":{"v4Source":2},"answerAfterTicks":3})");
   write("blank", " \n\n");
   write("text", "\n  permit ip any any\n");
   write("table", "old");
@@ -92,9 +90,9 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
   Call const calls[] = {
     {"compile --chip hitful three", 0, "", "hitful, policy permitAll while loading; loaded\n"},
     {"compile --json --chip seven late", 0, "",
-     R"({"schema":"naxel-tables","version":1,"chip":7,)"},
-    {"compile --json --chip seven late", 0, "",
-     R"("range":{"dstPort":4},"combo":{"ipv6SrcDstPrefix":5}},)"},
+     R"("chip":7,
+ "kick":{"progress":"naxelFinishedSuccess","message":"","count":1},
+ "widths":{"prefix":{"ipv4Src":16,"ipv4Dst":16,"ipv6Src":16,"ipv6Dst":16},"range":{"dstPort":4},"combo":{"ipv6SrcDstPrefix":5}},)"},
     {"compile --json late", 0, "", R"(
     {"index":10,"name":"never","action":{"dropEnabled":false,"logEnabled":false,"dscp":0,"setDscpEnabled":false,"tc":8,"setTcEnabled":false,"sflowEnabled":false},"entries":[]},
     {"index":20,"name":"second","action":{"dropEnabled":true,"logEnabled":false,"dscp":0,"setDscpEnabled":false,"tc":3,"setTcEnabled":true,"sflowEnabled":false},"entries":[

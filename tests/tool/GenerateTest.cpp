@@ -26,13 +26,8 @@ std::string filterSet(FilterStyle style, uint32_t rules, uint64_t seed = 1) {
 
 std::string objectGroups(Overlap overlap, bool ipv6 = false, uint64_t seed = 1) {
   std::ostringstream out;
-  ObjectGroupOptions options;
-  options.rules = 100;
-  options.lists = 20;
-  options.overlap = overlap;
-  options.ipv6 = ipv6;
-  options.seed = seed;
-  generateObjectGroups(out, options);
+  generateObjectGroups(out,
+                       {.rules = 100, .lists = 20, .overlap = overlap, .ipv6 = ipv6, .seed = seed});
   return out.str();
 }
 

@@ -97,11 +97,9 @@ TEST(JsonConfig, ReportsWhatIsWrongAndWhere) {
       read, "", "",
       R"( => 1:1: error: syntax error while parsing value - unexpected end of input; expected '[', '{', or a literal
 {\n "schema": "naxel-rules",\n} => 3:1: error: syntax error while parsing object key - unexpected '}'; expected string literal
-[] => 1:1: error: the file must be an object
 {"version":1,"acls":[]} => 1:1: error: field 'schema' is missing
 {"schema":"naxel-chip","version":1} => 1:11: error: 'schema' must be "naxel-rules"
 {"schema":"naxel-rules","version":2,"acls":[]} => 1:35: error: 'version' must be 1
-{"schema":"naxel-rules","version":1,"acl":[]} => 1:37: error: unknown field 'acl'
 {"schema":"naxel-rules","version":1,"acls":[],\n"acls":[]} => 2:1: error: duplicate field 'acls')");
   // ACLs and rules.
   std::string const file = R"({"schema":"naxel-rules","version":1,"acls":[)"
@@ -135,8 +133,7 @@ TEST(JsonConfig, ReportsWhatIsWrongAndWhere) {
 "fragment":8192 => 3:34: error: 'fragment' goes from 0 to 8191
 "dport":"80-18446744073709551616" => 3:31: error: 'dport' takes numbers and texts such as "10-20"
 "dport":8.0e1 => 3:31: error: 'dport' takes numbers and texts such as "10-20"
-"action":{"tc":9} => 3:38: error: 'tc' must be a whole number from 0 to 8
-"action":{"drop":true} => 3:33: error: unknown field 'drop')");
+"action":{"tc":9} => 3:38: error: 'tc' must be a whole number from 0 to 8)");
 }
 
 std::string const tuple = "@1.0.0.0/8\t2.0.0.0/8\t0 : 65535\t80 : 80\t";
