@@ -127,7 +127,7 @@ TEST(JsonConfig, ReportsWhatIsWrongAndWhere) {
 "source":["10.0.0/8"] => 3:33: error: '10.0.0/8' is not a prefix
 "source":["10.0.0.0/8","::/0"] => 3:46: error: both address families in one prefix list
 "source":{"addr":["10.0.0.0/8"],"except":["::/0"]} => 3:65: error: both address families in one prefix list
-"destination":["::/0"] => 3:37: error: the prefixes are of ipv6, the ACL is of ipv4
+"destination":["::/1"] => 3:37: error: the prefixes are of ipv6, the ACL is of ipv4
 "dport":[80,"20-10"] => 3:35: error: 'dport': the range starts at 20, above its end 10
 "proto":"0-256" => 3:31: error: 'proto' goes from 0 to 255
 "fragment":8192 => 3:34: error: 'fragment' goes from 0 to 8191
