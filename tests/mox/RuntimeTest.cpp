@@ -1,90 +1,62 @@
-// The activity thread, tracing and assertions.
+// Ownership, tracing and assertions.
 
-#include "mox/Activity.h"
 #include "mox/Assert.h"
+#include "mox/Ptr.h"
 #include "support/TraceLog.h"
-
-#include <algorithm>
-#include <memory>
 
 #include <gtest/gtest.h>
 
 namespace Mox {
 namespace {
 
-/// Due once at a time of the clock; then does what the test asks of it.
-class Once : public ActivitySource {
- public:
-  Once(Activity& activity, Seconds due, std::function<void()> act)
-      : ActivitySource(activity), act_(std::move(act)), due_(due) {}
-  bool runPass() override {
-    if (due_ < 0 || activity().now() < due_) return false;
-    due_ = -1;
-    auto const act = act_;  // a copy, because it may destroy this source
-    act();
-    return true;
-  }
-  Seconds untilDue() const override {
-    return due_ < 0 ? -1 : std::max(0.0, due_ - activity().now());
-  }
+struct Base : RefCounted {
+  explicit Base(int& alive) : alive_(&alive) { ++*alive_; }
+  ~Base() override { --*alive_; }
+  Ptr<Base> next;
 
  private:
-  std::function<void()> act_;
-  Seconds due_;
+  int* alive_;
+};
+struct Derived : Base {
+  using Base::Base;
 };
 
-TEST(ActivityTest, SourcesMayComeAndGoInAPass) {
-  ManualClock clock;
-  Activity activity(clock);
-  std::string log;
-  std::unique_ptr<Once> first, second, late;
-  first = std::make_unique<Once>(activity, 0, [&] {
-    log += "first ";
-    second.reset();
-    late = std::make_unique<Once>(activity, 0, [&] { log += "late "; });
-    first.reset();
-  });
-  second = std::make_unique<Once>(activity, 0, [] { FAIL() << "gone before its turn"; });
-  Once const third(activity, 0, [&] { log += "third "; });
-  EXPECT_TRUE(activity.runPass());
-  EXPECT_EQ(log, "first third ");  // what comes starts with the next pass
-  EXPECT_TRUE(activity.runPass());
-  EXPECT_EQ(log, "first third late ");
-  EXPECT_FALSE(activity.runPass());
-}
+static_assert(!std::is_convertible_v<Base*, Ptr<Base>>);
 
-TEST(ActivityTest, RunUntilEndsWhenDoneOrWhenNothingCanBecomeDue) {
-  ManualClock clock(1000);
-  Activity activity(clock);
-  EXPECT_TRUE(activity.runUntil([] { return true; }));
-  EXPECT_FALSE(activity.runUntil([] { return false; }));
-  bool done = false;
-  Once source(activity, 1010, [&] { done = true; });
-  EXPECT_FALSE(activity.runUntil([&] { return done; }));  // a hand-set clock is not waited for
-  clock.nowInc(10);
-  EXPECT_TRUE(activity.runUntil([&] { return done; }));
-
-  WallClock wall;
-  Activity real(wall);
-  bool woken = false;
-  Once soon(real, wall.now() + 0.005, [&] { woken = true; });
-  EXPECT_TRUE(real.runUntil([&] { return woken; }, 60));
-  Once never(real, wall.now() + 1e6, nullptr);
-  EXPECT_FALSE(real.runUntil([] { return false; }, 0.005));
+TEST(Ptr, TheLastOwnerDeletes) {
+  int alive = 0;
+  Ptr<Derived> first = makePtr<Derived>(alive);
+  {
+    Ptr<Base> base = first;
+    Ptr<Base const> const fixed = base;
+    Ptr<Base const> const moved = std::move(base);
+    EXPECT_EQ(base, nullptr);  // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(dynamicPtrCast<Derived const>(moved), first);
+    EXPECT_EQ(dynamicPtrCast<Derived>(makePtr<Base>(alive)), nullptr);
+    EXPECT_EQ(first->references(), 3u);
+  }
+  Ptr<Base> list = std::move(first);
+  list->next = makePtr<Base>(alive);
+  Ptr<Base>& same = list;
+  list = same;
+  EXPECT_EQ(list->references(), 1u);
+  EXPECT_EQ(alive, 2);
+  list = list->next;  // the source dies with what is assigned to
+  EXPECT_EQ(list->references(), 1u);
+  EXPECT_EQ(alive, 1);
+  list = nullptr;
+  EXPECT_EQ(alive, 0);
 }
 
 TEST(Trace, LevelsUpToThatOfTheFacilityAreWrittenAndOthersNotEvaluated) {
   ::Test::TraceLog trace;
   TraceFacility facility{"Fac", 4};
   int evaluated = 0;
-  auto const write = [&](int level) {
+  for (int level : {0, 4, 5, 9})
     if (auto line = facility.line(level)) line << "key:" << ++evaluated << ' ' << 0.5;
-  };
-  for (int level : {0, 4, 5, 9}) write(level);
   facility.levelIs(-1);
-  write(0);
+  EXPECT_FALSE(facility.line(0));
   EXPECT_EQ(trace.lines, "Fac:0:key:1 0.5\nFac:4:key:2 0.5\n");
-  EXPECT_EQ(evaluated, 2);
 }
 
 TEST(Trace, ASinkMayThrowAndMayReplaceItself) {

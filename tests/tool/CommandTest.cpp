@@ -36,11 +36,8 @@ class Command : public testing::Test {
   void write(std::string const& name, std::string const& content) {
     std::ofstream(directory_ / name, std::ios::binary) << content;
   }
-  void writeRules(std::string const& name, std::string const& acls) {
-    write(name, R"({"schema":"naxel-rules","version":1,"acls":)" + acls + "}");
-  }
-  void writeChip(std::string const& name, std::string const& fields) {
-    write(name, R"({"schema":"naxel-chip","version":1,)" + fields + "}");
+  void write(std::string const& name, std::string const& schema, std::string const& fields) {
+    write(name, R"({"schema":")" + schema + R"(","version":1,)" + fields + "}");
   }
   std::string read(std::string const& name) {
     std::ifstream in(directory_ / name, std::ios::binary);
@@ -67,41 +64,24 @@ class Command : public testing::Test {
 };
 
 // The documents show whole outputs, and are compared with the program; here is what they leave out.
-TEST_F(Command, TablesSayWidthsActionsAndRulesWithoutEntries) {
-  writeRules("r.json", R"([{"name":"a","af":"ipv4","rules":[
-    {"index":20,"name":"second","action":{"dropEnabled":true,"tc":3,"setTcEnabled":true}},
-    {"index":10,"name":"first","source":["10.0.0.0/8"],"dport":80,"proto":6,"matchTcpInit":true},
-    {"index":30,"name":"never","source":{"except":["10.0.0.0/8"]}}]}])");
-  writeChip("c.json", R"("chipId":7,"rangeXformWidth":{"dstPort":4,"srcPort":0},
-                          "comboXformWidth":{"ipv6SrcDstPrefix":5})");
-  std::string const out = expectCall({"compile --json --chip c.json r.json", 0, "",
-                                      R"("range":{"dstPort":4},"combo":{"ipv6SrcDstPrefix":5}},)"});
-  EXPECT_TRUE(out.starts_with(R"({"schema":"naxel-tables","version":1,"chip":7,)"));
-  EXPECT_TRUE(out.ends_with(R"(
-   {"name":"a","af":"ipv4","rules":[
-    {"index":10,"name":"first","action":{"dropEnabled":false,"logEnabled":false,"dscp":0,"setDscpEnabled":false,"tc":8,"setTcEnabled":false,"sflowEnabled":false},"entries":[
-     {"source":{"label":0,"mask":65535},"dport":{"label":0,"mask":15},"proto":{"label":6,"mask":255},"matchTcpInit":true}]},
-    {"index":20,"name":"second","action":{"dropEnabled":true,"logEnabled":false,"dscp":0,"setDscpEnabled":false,"tc":3,"setTcEnabled":true,"sflowEnabled":false},"entries":[
-     {}]},
-    {"index":30,"name":"never","action":{"dropEnabled":false,"logEnabled":false,"dscp":0,"setDscpEnabled":false,"tc":8,"setTcEnabled":false,"sflowEnabled":false},"entries":[]}]}]}}
-)")) << out;
-}
-
 TEST_F(Command, CodeAndMessageOfEveryOutcome) {
-  writeRules("a", R"([{"name":"a","af":"ipv4","rules":[]}])");
-  writeRules("three", R"([{"name":"a","af":"ipv4","rules":[
+  write("a", "naxel-rules", R"("acls":[{"name":"a","af":"ipv4","rules":[]}])");
+  write("three", "naxel-rules", R"("acls":[{"name":"a","af":"ipv4","rules":[
     {"index":1,"name":"x","source":["1.0.0.0/8"]},{"index":2,"name":"y","source":["2.0.0.0/8"]},
     {"index":3,"name":"z","source":["3.0.0.0/8"]}]}])");
-  writeChip("hitful", R"("permitDuringUpdate":true,"softChip":{"forceHitful":true})");
-  writeChip("narrow", R"("prefixXformWidth":{"ipv4Src":1})");
-  writeChip("small", R"("chipId":9,"softChip":{"capacity":{"v4Source":2},"answerAfterTicks":3})");
-  writeChip("refuses", R"("softChip":{"refuseAcquires":1,"refuseTable":"dscp"})");
+  write("late", "naxel-rules", R"("acls":[{"name":"a","af":"ipv4","rules":[
+    {"index":20,"name":"second","action":{"dropEnabled":true,"tc":3,"setTcEnabled":true}},
+    {"index":10,"name":"never","source":{"except":["10.0.0.0/8"]}}]}])");
+  write("seven", "naxel-chip", R"("chipId":7,"rangeXformWidth":{"dstPort":4,"srcPort":0},
+                        "comboXformWidth":{"ipv6SrcDstPrefix":5})");
+  write("hitful", "naxel-chip", R"("permitDuringUpdate":true,"softChip":{"forceHitful":true})");
+  write("narrow", "naxel-chip", R"("prefixXformWidth":{"ipv4Src":1})");
+  write("small", "naxel-chip",
+        R"("chipId":9,"softChip":{"capacity":{"v4Source":2},"answerAfterTicks":3})");
   write("blank", " \n\n");
   write("text", "\n  permit ip any any\n");
   write("table", "old");
   fs::create_hard_link(directory_ / "table", directory_ / "kept");
-  std::string const line = "@1.0.0.0/8 2.0.0.0/8 0 : 65535 80 : 80 0x06/0xff ";
-  write("set", line + "0x0200/0x1200\n" + line + "0x0000/0x0000\n" + line + "0x1000/0x1000\n");
   auto const files = [&] {
     return std::distance(fs::directory_iterator(directory_), fs::directory_iterator());
   };
@@ -109,8 +89,15 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
 
   Call const calls[] = {
     {"compile --chip hitful three", 0, "", "hitful, policy permitAll while loading; loaded\n"},
-    {"compile set", 0, "set: note: 2 rules carry flags that are not used\n"},
-    {"compile --flags strict set", 2, "set:3: error: a rule cannot say these flags\n"},
+    {"compile --json --chip seven late", 0, "",
+     R"("chip":7,
+ "kick":{"progress":"naxelFinishedSuccess","message":"","count":1},
+ "widths":{"prefix":{"ipv4Src":16,"ipv4Dst":16,"ipv6Src":16,"ipv6Dst":16},"range":{"dstPort":4},"combo":{"ipv6SrcDstPrefix":5}},)"},
+    {"compile --json late", 0, "", R"(
+    {"index":10,"name":"never","action":{"dropEnabled":false,"logEnabled":false,"dscp":0,"setDscpEnabled":false,"tc":8,"setTcEnabled":false,"sflowEnabled":false},"entries":[]},
+    {"index":20,"name":"second","action":{"dropEnabled":true,"logEnabled":false,"dscp":0,"setDscpEnabled":false,"tc":3,"setTcEnabled":true,"sflowEnabled":false},"entries":[
+     {}]}]}]}}
+)"},
     {"verify --packets 3000 --chip ex/combo-chip.json ex/edge.json ex/branch.rules", 0,
      "ex/branch.rules: note: 5 rules carry flags that are not used\n", "\nedge-in6: "},
     {"classify --src 192.0.2.9 --dst 203.0.113.5 --acl edge-out ex/edge.json", 0, "",
@@ -119,12 +106,9 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
     {"compile .", 2, ".: error: Is a directory\n"},
     {"compile blank", 2, "blank: error: the file is empty\n"},
     {"compile text", 2, "text:2:3: error: rules begin with '@' (ClassBench) or '{' (JSON)\n"},
-    {"compile --format json text", 2,
-     "text:2:3: error: syntax error while parsing value - invalid literal\n"},
     {"compile --format classbench text", 2,
      "text:2: error: expected '@' before 'permit ip any any'\n"},
     {"compile --chip a a", 2, "a:1:11: error: 'schema' must be \"naxel-chip\"\n"},
-    {"compile a a", 2, "a:1:53: error: duplicate ACL 'a'\n"},
     {"compile -o no/where a", 2,
      "naxel: error: no/where: cannot be written: No such file or directory\n"},
     {"classify --src 1.2.3 --dst 1.2.3.4 a", 2, "naxel: error: '1.2.3' is not an address\n"},
@@ -144,9 +128,6 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
     {"compile --json -o table --chip small three", 3,
      "Naxel failed at stageLoader on chip 9\nthe driver refused resources for IPv4 source "
      "prefixes\nv4Source: 3 entries needed, 2 available\n"},
-    {"compile --json -o table --chip refuses three", 3,
-     "Naxel failed at stageLoader on chip 0\nthe driver refused resources for DSCP "
-     "values\ndscp: 0 entries needed, 0 available\n"},
 #if NAXEL_EXACT_PROOF
     {"verify --exact --packets 0 ex/edge.json", 0, "", "every packet: 3 ACLs, 27 rules, "},
 #else
@@ -163,25 +144,20 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
 }
 
 TEST_F(Command, EqualInputGivesEqualBytesPackedOrNot) {
-  auto const note = [](std::string const& file) {
-    return file + ": note: 5 rules carry flags that are not used\n";
-  };
   std::string const compile = "compile --json --chip ex/combo-chip.json ex/edge.json ";
-  std::string const first = expectCall({compile + "ex/branch.rules", 0, note("ex/branch.rules")});
-  EXPECT_NE(first.find("{\"name\":\"branch.rules\",\"af\":\"ipv4\""), std::string::npos);
+  std::string const first = expectCall({compile + "ex/branch.rules", 0, "*"});
   std::string const set = read("ex/branch.rules");
   gzFile const packed = gzopen((directory_ / "branch.rules.gz").c_str(), "wb");
   gzwrite(packed, set.data(), static_cast<unsigned>(set.size()));
   gzclose(packed);
-  EXPECT_EQ(expectCall({compile + "-o t branch.rules.gz", 0, note("branch.rules.gz")}), "");
+  EXPECT_EQ(expectCall({compile + "-o t branch.rules.gz", 0, "*"}), "");
   EXPECT_EQ(read("t"), first);
-  expectCall(
-      {"compile branch.rules.gz ex/branch.rules", 2,
-       note("branch.rules.gz") +
-           "ex/branch.rules: error: ACL 'branch.rules' stands in branch.rules.gz already\n"});
   std::string const bytes = read("branch.rules.gz");
   write("cut.gz", bytes.substr(0, bytes.size() / 2));
   expectCall({"compile cut.gz", 2, "cut.gz: error: unexpected end of the compressed data\n"});
+  expectCall({"compile branch.rules.gz ex/branch.rules", 2,
+              "branch.rules.gz: note: 5 rules carry flags that are not used\n"
+              "ex/branch.rules: error: ACL 'branch.rules' stands in branch.rules.gz already\n"});
 }
 
 }  // namespace

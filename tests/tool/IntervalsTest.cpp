@@ -1,8 +1,8 @@
 // Sizes of minimal prefix covers and of cross products.
 
 #include "input/Intervals.h"
-#include "input/JsonConfigReader.h"
 #include "output/CrossProduct.h"
+#include "support/World.h"
 
 #include <random>
 
@@ -59,46 +59,31 @@ TEST(Intervals, UnionsDifferencesAndCoversOfEverySetOfFourBits) {
 }
 
 TEST(CrossProduct, MultipliesTheCoversOfTheConstrainedFields) {
-  std::string const allRanges =
-      R"("sport":"1-65534","dport":"1-65534","length":"1-65534","fragment":"1-8190",)"
-      R"("icmpType":"1-254","proto":"1-254","dscp":"1-62")";
-  std::string const worst6 = R"({"addr":["::/0"],"except":["::1/128"]})";
+  using namespace std::string_literals;
+  std::string const ranges =
+      "sport 1-65534 dport 1-65534 icmpType 1-254 proto 1-254 length 1-65534 fragment 1-8190 dscp "
+      "1-62";
   uint64_t const product = uint64_t{30} * 30 * 30 * 24 * 14 * 14 * 10;
-  struct Case {
-    std::string rule;
-    uint64_t entries;
-    char const* af = "ipv4";
-  };
-  for (Case const& c : {
-           Case{R"("matchTcpInit":true)", 1},
+  for (auto const& [rule, entries] : {
+           std::pair("init"s, uint64_t{1}),
            // Host bits and duplicates count once, siblings and ranges join.
-           {R"("source":["10.0.0.1/8","10.9.9.9/8"])", 1},
-           {R"("source":["10.0.0.0/9","10.128.0.0/9","11.0.0.0/8"])", 1},
-           {R"("source":["10.0.0.0/8","10.1.2.0/24"])", 1},
-           {R"("dport":["0-99","100-127",50])", 1},
-           {R"("source":{"addr":["10.0.0.0/8"],"except":["10.0.0.7/32"]})", 24},
-           {R"("source":{"addr":["10.0.0.0/8"],"except":["8.0.0.0/5"]},"proto":6)", 0},
-           {R"("source":{"except":["8.0.0.0/5"]})", 0},
-           {R"("source":{"addr":["0.0.0.0/0"],"except":["1.2.3.4/32"]})", 32},
-           {R"("source":["1.0.0.0/8","3.0.0.0/8"],"destination":["1.0.0.0/8","3.0.0.0/8"],
-               "sport":"1024-65535","dport":[1,3,5],"proto":[6,17])",
-            2 * 2 * 6 * 3 * 2},
-           {allRanges, product},
+           {"src 10.0.0.1/8,10.9.9.9/8,10.1.2.0/24", 1},
+           {"src 10.0.0.0/9,10.128.0.0/9,11.0.0.0/8 dport 0-99,100-127,50", 1},
+           {"src 10.0.0.0/8,!8.0.0.0/5 proto 6", 0},
+           {"src !8.0.0.0/5", 0},
+           {"src 0.0.0.0/0,!1.2.3.4/32", 32},
+           {"src 1.0.0.0/8,3.0.0.0/8 dst 1.0.0.0/8,3.0.0.0/8 dport 1,3,5 proto 6,17",
+            2 * 2 * 3 * 2},
+           {ranges, product},
            // Not cut to 32 bits.
-           {allRanges + ",\"source\":" + worst6 + ",\"destination\":" + worst6, 128 * 128 * product,
-            "ipv6"},
+           {ranges + " src ::/0,!::1/128 dst ::/0,!::1/128", 128 * 128 * product},
        }) {
-    SCOPED_TRACE(c.rule);
-    RuleSet rules(Obel::ChipId(0));
-    readJsonConfig("f",
-                   R"({"schema":"naxel-rules","version":1,"acls":[{"name":"a","af":")" +
-                       std::string(c.af) + R"(","rules":[{"index":2,"name":"s"},)" +
-                       R"({"index":1,"name":"r",)" + c.rule + "}]}]}",
-                   rules);
-    auto const acl = rules.acls()->acl("a");
+    SCOPED_TRACE(rule);
+    auto const acls = Naxel::aclConfigCollFactory(Obel::ChipId(0));
+    ::Test::addRules(*acls, "a 1 r " + rule + "\na 2 s\n");
     CrossProduct plain;
-    EXPECT_EQ(plain.entries(*acl->ruleByName("r")), c.entries);
-    EXPECT_EQ(plain.entries(*acl), c.entries + 1);
+    EXPECT_EQ(plain.entries(*acls->acl("a")->ruleByName("r")), entries);
+    EXPECT_EQ(plain.entries(*acls->acl("a")), entries + 1);
   }
 }
 
