@@ -63,6 +63,8 @@ void HandshakeCheck::pipelineIs(NaxelRootSm const* root) {
   }
   stale_ = false;
   GlobalAclControl const policy = e_.pdConfig->globalAclControl();
+  unconfirmed_.reset();
+  if (policy != e_.pdStatus->globalAclControl()) unconfirmed_ = policy;
   if (!ownPolicy_ && policy != GlobalAclControl::doNotApply &&
       policy == e_.pdStatus->globalAclControl())
     ownUnclear_ = true;
@@ -82,7 +84,7 @@ void HandshakeCheck::driverRestarts(std::optional<GlobalAclControl> policy) {
   ownPolicy_ = true;
   // What the status shows already tells the library nothing.
   if (*policy != e_.pdStatus->globalAclControl()) {
-    ownDeny_ = root_ && policy == GlobalAclControl::denyAll;
+    ownDeny_ = root_ && policy == GlobalAclControl::denyAll && unconfirmed_ != policy;
     ownLoaded_ = e_.pdConfig->pdResourceConfig().requestState() == RequestState::load;
   }
   sinceLoad_ = !root_ || root_->loaderStatus()->status() != StageStatusType::inProgress;
@@ -227,6 +229,7 @@ void HandshakeCheck::handlePolicy() {
 
 void HandshakeCheck::wrote(Wrote what) {
   ++figures_.writes;
+  if (what == Wrote::policy || what == Wrote::output) unconfirmed_.reset();
   if (what == Wrote::policy) {
     GlobalAclControl const policy = chip_.policy();
     if (ownPolicy_ && policy != GlobalAclControl::denyAll && std::exchange(ownDeny_, false) &&

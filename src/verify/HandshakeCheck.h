@@ -7,8 +7,8 @@
 ///
 /// - Whenever the driver writes a single table, policy or status: packets that are likely to tell meet the
 ///   verdict of the output in force before, of an output that the library has asked to be loaded since, or of
-///   a policy; an output that comes into force has been asked for; a driver's own policy that denies is not
-///   lifted before an output has been loaded.
+///   a policy; an output that comes into force has been asked for; a driver's own policy that denies, and that
+///   the pipeline can tell for one, is not lifted before an output has been loaded.
 /// - With a request: somebody is there to make it. An acquire has an id of its own and names as previous
 ///   output the one last asked to be loaded; a load comes when every table has answered the acquire, a revert
 ///   when one has refused, to an output that was in force.
@@ -186,7 +186,10 @@ class HandshakeCheck {
   bool ownPolicy_ = false;  // the driver's own stands
   /// Or what stands may be an earlier pipeline's: one that takes over a pair cannot tell the two apart.
   bool ownUnclear_ = false;
-  bool ownDeny_ = false;    // it came under a pipeline, and denies
+  bool ownDeny_ = false;  // it came under a pipeline, and denies
+  // What the pipeline before had asked for when this one came. The driver may finish that; a policy of its own
+  // of the same value cannot be told from it.
+  std::optional<Naxel::GlobalAclControl> unconfirmed_;
   bool ownLoaded_ = false;  // and an output has been loaded since
   bool sinceLoad_ = false;  // and came when the handshake was over
 
