@@ -6,6 +6,8 @@
 #include "Pipeline.h"
 #include "input/ChipReader.h"
 #include "input/InputFile.h"
+#include "mox/Chunked.h"
+#include "mox/OrderedMap.h"
 #include "verify/Random.h"
 
 #include <algorithm>
@@ -119,6 +121,36 @@ void addPortRangeCase() {
   });
 }
 
+/// The rules of an ACL by index, put in at random and walked as kicks walk them, beside a tree.
+void addWalkCase() {
+  constexpr size_t rules = 10000;
+  constexpr int walks = 200;
+  addCase("walk", "10k rules", 1, [](benchmark::State& state) {
+    Random random(3);
+    Mox::ChunkedMap<uint32_t, uint64_t> chunked;
+    Mox::OrderedMap<uint32_t, uint64_t> tree;
+    while (chunked.size() < rules) {
+      auto const index = static_cast<uint32_t>(random.next());
+      chunked.set(index, index);
+      tree.set(index, index);
+    }
+    auto const walk = [](auto const& map) {
+      double const start = threadSeconds();
+      uint64_t sum = 0;
+      for (int i = 0; i < walks; ++i)
+        for (auto const& [index, rule] : map) sum += rule;
+      benchmark::DoNotOptimize(sum);
+      return (threadSeconds() - start) / walks;
+    };
+    double const seconds = walk(chunked);
+    double const beside = walk(tree);
+    state.counters["size"] = static_cast<double>(rules);
+    state.counters["beside"] = beside * 1e3;
+    state.counters["ratio"] = seconds / beside;
+    return seconds;
+  });
+}
+
 void addComboCase(RuleSource const& source) {
   addCase("combo", source.name, 1, [source](benchmark::State& state) {
     auto const acls = build(source);
@@ -147,6 +179,7 @@ void addListCases(std::vector<std::string> const& prefixFiles) {
     for (size_t const count : {1000, 10000, 30000, 111000})
       addPrefixListCase(std::to_string(count / 1000) + "k prefixes", drawPrefixes(count));
   addPortRangeCase();
+  addWalkCase();
 }
 
 void addComboCases(std::vector<RuleSource> const& sources) {

@@ -190,6 +190,7 @@ void Report::Finalize() {
   printCombos();
   printYardstick("list", "prefixes", "std::set");
   printYardstick("ranges", "ranges", "std::sort");
+  printRatios("walk", "rules", "std::map");
   printRatios("crafted", "prefixes", "random");
   printRatios("nested", "lists", "ten of 2k");
   printRatios("removal", "rules", "ten of 10k");
