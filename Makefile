@@ -36,7 +36,7 @@ build: deps ## Build the library and the tool (build/release)
 
 # The sanitized run goes first, so that the closing lines are those of the full run.
 test: deps ## Run the fast tests under sanitizers, then all tests
-	@$(call build,asan-ubsan)
+	@$(call build,asan-ubsan,--target fast_tests)
 	@$(call build,release)
 	@$(CTEST) --test-dir build/asan-ubsan -L fast
 	@$(CTEST) --test-dir build/release

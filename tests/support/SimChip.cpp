@@ -67,6 +67,8 @@ SimChip::SimChip(uint8_t number, Mox::Ptr<Obel::TimerWheel> wheel, ScriptRun& ru
   rootUp(false);
 }
 
+SimChip::~SimChip() = default;
+
 void SimChip::statusSide(bool ends) {
   statusSides_[ends] = side<PDStatus::Notifiee>(e_.pdStatus.get(), ends, true);
 }

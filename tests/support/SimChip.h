@@ -43,6 +43,7 @@ class SimChip : private Verify::WatchedChip,
                 private Naxel::PDConfig::Notifiee {
  public:
   SimChip(uint8_t number, Mox::Ptr<Obel::TimerWheel> wheel, ScriptRun& run);
+  ~SimChip() override;
 
   Naxel::AclConfigColl& acls() { return *e_.acls; }
   Naxel::ChipHwCapability& capability() { return *e_.capability; }
