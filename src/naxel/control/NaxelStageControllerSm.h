@@ -57,7 +57,6 @@ class NAXEL_EXPORT NaxelStageControllerSm : public StageSm {
   /// is. Setting it ends the running kick; all later ones fail at once.
   char const* obstacle() const { return obstacle_; }
   void obstacleIs(char const* why);
-  void obstacleDel() { obstacle_ = nullptr; }
 
   /// What a running kick waits for outside of the handshake with the driver, in words; empty while none
   /// runs.
