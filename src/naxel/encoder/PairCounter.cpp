@@ -22,9 +22,9 @@ size_t PairCounter::join(std::span<uint16_t const> values, std::span<Pair const>
       uint16_t const ignored = ignored_[v];
       if (ignored == none) continue;
       uint16_t& partner = ignored_[v ^ bit];
-      // Read from the table as it is at this moment: a pair that has joined at this bit says so by the
-      // ignored bit, and a pair that is gone by having none.
-      bool const joins = partner == ignored && !(ignored & bit);
+      // Read from the table as it is at this moment: the partner of a pair that has joined at this bit is gone,
+      // and pairs do not overlap, so nothing else stands where a bit is ignored.
+      bool const joins = partner == ignored;
       // The lower of the two does it, whichever comes first.
       if (joins && (v & bit)) continue;
       if (joins) {

@@ -173,7 +173,7 @@ TEST(SkipTest, AWidthChangedDuringAKickCountsFromTheNextOneOn) {
 TEST(SkipTest, ASetCountsTheRulesThatUseItAndAPairCountsInstead) {
   World w(
       "edge 10 one src 10.0.0.0/8 dport 80\nedge 20 two src 10.0.0.0/8 dport 80\n"
-      "edge 30 three src 10.0.0.0/8 dst 20.0.0.0/8");
+      "edge 30 three src 10.0.0.0/8 dst 20.0.0.0/8\nsix 10 six src 2001::/16 dst 2002::/16");
   auto const expectCounts = [&](std::vector<uint32_t> const& counts) {
     kickOk(w);
     auto const status = w.root->aggregatorStatus();
@@ -188,6 +188,9 @@ TEST(SkipTest, ASetCountsTheRulesThatUseItAndAPairCountsInstead) {
   expectCounts({3, 1, 2});
   w.capability->comboXformWidthIs(ComboLabelSetType::ipv4SrcDstPrefix, 8);
   expectCounts({2, 0, 2});
+  // Nor does a pair of the other family count.
+  auto const combos = w.root->comboLabelResolverStatus(ComboLabelSetType::ipv4SrcDstPrefix);
+  EXPECT_EQ(combos->comboLabelInfo()->comboLabelSetColl().size(), 1u);
   // A side without labels makes no pairs.
   w.rules("edge 40 four sport 7 dport 80");
   w.capability->comboXformWidthIs(ComboLabelSetType::srcDstL4Port, 8);

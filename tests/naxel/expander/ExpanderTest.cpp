@@ -148,3 +148,17 @@ TEST(Expander, ARuleStandsUnderEachOfItsIndexes) {
   kickOk(w);
   EXPECT_EQ(dump(w.tables()), "acl edge ipv4\n") << "a rule without an index has no entries";
 }
+
+TEST(Expander, ASetThatItsTransformHasNotAnsweredForIsNotTakenForOneThatCoversNothing) {
+  Traced const quiet;
+  World w("edge 10 a src 10.0.0.0/8,!10.0.0.0/8");
+  kickOk(w);
+  PrefixXformKey const source(Lumox::ipv4(), true);
+  auto const config = w.root->ruleExpanderConfig();
+  w.root->prefixXformStatus(source)->statusIs(StageStatusType::inProgress);
+  config->kickTimeIs(config->kickTime() + 1);
+  auto const status = w.root->ruleExpanderStatus();
+  EXPECT_EQ(status->status(), StageStatusType::finishedFailed);
+  EXPECT_NE(status->failureText().find("there are none for its set"), std::string::npos)
+      << status->failureText();
+}

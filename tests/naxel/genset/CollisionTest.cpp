@@ -35,19 +35,25 @@ void expectSeen(World& w, Change change) {
 TEST(CollisionTest, AListOfTheSameHashIsAnotherList) {
   std::string const one = "10.3.237.125/32,11.7.62.210/32";
   std::string const other = "20.22.164.50/32,21.13.73.15/32";
-  for (Chip chip : allChips)
-    for (bool inPlace : {true, false})
-      for (std::string const more : {"", "edge 20 b src 10.0.0.0/8\ncore 5 c src 21.13.73.15/32"}) {
-        World w("edge 10 a src " + one + " dst 20.0.0.0/8 drop\n" + more);
-        setWidths(w, chip);
-        expectSeen(w, [&] {
-          auto const filter = w.rule("edge", "a")->ruleFilter();
-          auto const list = listOf(other);
-          if (!inPlace) return filter->sourceIs(list);
-          filter->source()->addrDelAll();
-          for (auto const& p : list->addr()) filter->source()->addrIs(p);
-        });
-      }
+  std::string const exceptOne = "0.0.0.0/0,!10.3.237.125/32,!11.7.62.210/32";
+  std::string const exceptOther = "0.0.0.0/0,!20.22.164.50/32,!21.13.73.15/32";
+  for (auto const& [from, to] : {std::pair{one, other}, {exceptOne, exceptOther}})
+    for (Chip chip : allChips)
+      for (bool inPlace : {true, false})
+        for (std::string const more :
+             {"", "edge 20 b src 10.0.0.0/8\ncore 5 c src 21.13.73.15/32"}) {
+          World w("edge 10 a src " + from + " dst 20.0.0.0/8 drop\n" + more);
+          setWidths(w, chip);
+          expectSeen(w, [&] {
+            auto const filter = w.rule("edge", "a")->ruleFilter();
+            auto const list = listOf(to);
+            if (!inPlace) return filter->sourceIs(list);
+            auto const source = filter->source();
+            source->addrDelAll(), source->exceptAddrDelAll();
+            for (auto const& p : list->addr()) source->addrIs(p);
+            for (auto const& p : list->exceptAddr()) source->exceptAddrIs(p);
+          });
+        }
   // Side by side they are two, also when they change places.
   World w("edge 10 a src " + one + " drop\nedge 20 b src " + other);
   expectSeen(w, [&] {
