@@ -4,6 +4,7 @@
 #include "support/AllocationFaults.h"
 #include "support/Pieces.h"
 #include "support/Simulator.h"
+#include "support/World.h"
 
 #include <algorithm>
 #include <stdexcept>
