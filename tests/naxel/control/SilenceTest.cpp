@@ -53,11 +53,11 @@ TEST(SilenceTest, IsToldAfterTheLimitAndAfterEachDoubling) {
       {"confirm", {"answer the load" + id, "DSCP values (hitful " + to + "), ACL entries (hitful"}},
       {"acl:loaded", {"; answered: ACL entries loaded"}},
       {"loaded", {"answered the load" + id, "put policy doNotApply in force: it reports denyAll"}}};
-  for (auto const& [word, said] : steps) {
-    w.progress([&] { w.play(word); });
+  for (auto const& step : steps) {
+    w.progress([&] { w.play(step.first); });
     EXPECT_EQ(w.after(9.9), 0u);
     EXPECT_EQ(w.after(10), 1u);
-    for (std::string const& text : said)
+    for (std::string const& text : step.second)
       EXPECT_EQ(w.traced.count(text), 1) << text << "\n" << w.traced.lines[0];
   }
   w.progress([&] { EXPECT_EQ(w.confirm(), success); });

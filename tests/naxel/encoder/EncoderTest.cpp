@@ -80,7 +80,7 @@ TEST(Encoding, EverySetMatchesItsLabelsAndNoOtherWhateverItsKey) {
           static_cast<uint32_t>(full ? reserved + dice.below(2) : dice.between(1, reserved));
       LabelSets sets = drawSets(dice, most);
       if (full) {
-        sets.emplace_back(std::vector<uint32_t>(most), dice.below(2));
+        sets.push_back({std::vector<uint32_t>(most), static_cast<uint32_t>(dice.below(2))});
         std::iota(sets.back().labels.begin(), sets.back().labels.end(), 1u);
       }
       std::set<uint32_t> labels;

@@ -37,16 +37,16 @@ TEST(CollisionTest, AListOfTheSameHashIsAnotherList) {
   std::string const other = "20.22.164.50/32,21.13.73.15/32";
   std::string const exceptOne = "0.0.0.0/0,!10.3.237.125/32,!11.7.62.210/32";
   std::string const exceptOther = "0.0.0.0/0,!20.22.164.50/32,!21.13.73.15/32";
-  for (auto const& [from, to] : {std::pair{one, other}, {exceptOne, exceptOther}})
+  for (auto const& change : {std::pair{one, other}, {exceptOne, exceptOther}})
     for (Chip chip : allChips)
       for (bool inPlace : {true, false})
         for (std::string const more :
              {"", "edge 20 b src 10.0.0.0/8\ncore 5 c src 21.13.73.15/32"}) {
-          World w("edge 10 a src " + from + " dst 20.0.0.0/8 drop\n" + more);
+          World w("edge 10 a src " + change.first + " dst 20.0.0.0/8 drop\n" + more);
           setWidths(w, chip);
           expectSeen(w, [&] {
             auto const filter = w.rule("edge", "a")->ruleFilter();
-            auto const list = listOf(to);
+            auto const list = listOf(change.second);
             if (!inPlace) return filter->sourceIs(list);
             auto const source = filter->source();
             source->addrDelAll(), source->exceptAddrDelAll();
