@@ -166,8 +166,11 @@ TEST(DriverTest, RequestsAndPoliciesAreWorkedOffInTheirOrder) {
       // A newer request supersedes an acquire or a revert, and never a load.
       {"up acquire5 acquire6 hitful5 hitless6", "acquire5 acquire6 dropped",
        "6:hitless doNotApply"},
-      {"up acquire5 failed revert5 acquire6 reverted5 hitless", "acquire5 revert5 acquire6 dropped",
+      {"up acquire5 failed revert5 acquire6 reverted hitless", "acquire5 revert5 acquire6 dropped",
        "6:hitless doNotApply"},
+      {"up acquire5 hitless load5 acquire6", "acquire5 load5", "5:hitless doNotApply"},
+      {"up acquire5 hitless load5 acquire6 loaded", "acquire5 load5 acquire6 dropped",
+       "5:hitless doNotApply"},
       {"up acquire5 hitless load5 acquire6 loaded hitless load6 loaded loaded",
        "acquire5 load5 acquire6 dropped load6 dropped", "6:loaded doNotApply"},
       // Neither load nor revert begins before a policy is confirmed, be it taken back meanwhile.
