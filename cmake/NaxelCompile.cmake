@@ -19,6 +19,17 @@ function(naxel_own_target target)
   target_compile_options(${target} PRIVATE ${naxel_warnings})
 endfunction()
 
+# The same for tests. Their code takes longer to compile than to run, so it is optimised less than what it tests. The
+# sanitizers look for faults of memory in it, and for all others in what it tests.
+function(naxel_test_target target)
+  naxel_own_target(${target})
+  if(NAXEL_SANITIZE)
+    target_compile_options(${target} PRIVATE -fno-sanitize=undefined,float-cast-overflow)
+  elseif(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
+    target_compile_options(${target} PRIVATE -O1)
+  endif()
+endfunction()
+
 set(naxel_instrumented OFF)
 if(NAXEL_SANITIZE)
   set(naxel_instrumented ON)

@@ -21,18 +21,18 @@ endif()
 add_library(fuzz_parts STATIC EXCLUDE_FROM_ALL ${fuzz_shared} ${fuzz_support})
 target_include_directories(fuzz_parts PUBLIC ${fuzz_folder} ${PROJECT_SOURCE_DIR}/tests)
 target_link_libraries(fuzz_parts PUBLIC naxel_tool_parts)
-naxel_own_target(fuzz_parts)
+naxel_test_target(fuzz_parts)
 
 function(add_fuzz_program target)
   add_executable(${target} ${ARGN})
   target_link_libraries(${target} PRIVATE fuzz_parts $<TARGET_NAME_IF_EXISTS:test_support>
     naxel_tool_core softchip naxel_verify naxel_objects)
-  naxel_own_target(${target})
+  naxel_test_target(${target})
 endfunction()
 
 add_library(fuzz_replay_main OBJECT EXCLUDE_FROM_ALL ${replay_main})
 target_link_libraries(fuzz_replay_main PUBLIC fuzz_parts)
-naxel_own_target(fuzz_replay_main)
+naxel_test_target(fuzz_replay_main)
 
 add_custom_target(fuzzers)
 foreach(source IN LISTS fuzz_targets)
