@@ -59,8 +59,8 @@ std::ostream& operator<<(std::ostream& out, KickResult const& result) {
 Pipeline::Pipeline(Obel::ChipId chip, Mox::Ptr<Obel::TimerWheel> wheel)
     : Pipeline(ChipEntities(chip), std::move(wheel)) {}
 
-Pipeline::Pipeline(ChipEntities entities, Mox::Ptr<Obel::TimerWheel> wheel)
-    : entities_(std::move(entities)), wheel_(std::move(wheel)) {
+Pipeline::Pipeline(ChipEntities const& entities, Mox::Ptr<Obel::TimerWheel> wheel)
+    : entities_(entities), wheel_(std::move(wheel)) {
   build();
 }
 
@@ -84,8 +84,8 @@ void Pipeline::build() {
   watch_ = std::make_unique<ProgressWatch>(*this, *entities_.rootStatus);
 }
 
-void Pipeline::entitiesIs(ChipEntities entities) {
-  entities_ = std::move(entities);
+void Pipeline::entitiesIs(ChipEntities const& entities) {
+  entities_ = entities;
   build();
   end(KickEnd::superseded);
 }

@@ -90,7 +90,7 @@ class NAXEL_EXPORT Pipeline {
   Pipeline(Obel::ChipId chip, Mox::Ptr<Obel::TimerWheel> wheel);
   /// Over entities that are there: those of the agent's own collections, or a pair of PDConfig and PDStatus
   /// that an earlier pipeline has used, whose output in force and outstanding request are taken over.
-  Pipeline(ChipEntities entities, Mox::Ptr<Obel::TimerWheel> wheel);
+  Pipeline(ChipEntities const& entities, Mox::Ptr<Obel::TimerWheel> wheel);
   Pipeline(Pipeline const&) = delete;
   Pipeline& operator=(Pipeline const&) = delete;
   /// A kick that is running ends as superseded, and its callback is told; what that one kicks is never heard
@@ -129,7 +129,7 @@ class NAXEL_EXPORT Pipeline {
 
   /// Takes the pipeline down and builds another over these entities. For an agent that has made some of them
   /// anew: the library keeps to those that it was given.
-  void entitiesIs(ChipEntities entities);
+  void entitiesIs(ChipEntities const& entities);
   /// The same over the present ones.
   void restart();
 
