@@ -35,7 +35,7 @@ std::string differentRules(AclConfigColl const& acls, PDAclColl const& tables) {
 
 std::string sampledDifference(AclConfigColl const& acls, PDData const& data, uint64_t seed,
                               size_t packets) {
-  std::string const rules = differentRules(acls, *data.pdAclColl());
+  std::string rules = differentRules(acls, *data.pdAclColl());
   if (!rules.empty()) return rules;
   for (auto const& [name, acl] : acls.acl()) {
     RuleOracle const oracle(*acl);

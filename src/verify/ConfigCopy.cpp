@@ -8,7 +8,7 @@ namespace {
 
 Mox::Ptr<IpPrefixList> copied(Mox::Ptr<IpPrefixList> const& list) {
   if (!list) return nullptr;
-  auto const copy = Mox::makePtr<IpPrefixList>();
+  auto copy = Mox::makePtr<IpPrefixList>();
   for (auto const& p : list->addr()) copy->addrIs(p);
   for (auto const& p : list->exceptAddr()) copy->exceptAddrIs(p);
   return copy;

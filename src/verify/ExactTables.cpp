@@ -1,5 +1,6 @@
 #include "verify/ExactTables.h"
 
+#include "mox/Assert.h"
 #include "verify/ExactRules.h"
 
 #include <algorithm>
@@ -129,6 +130,7 @@ Partition::Partition(Bits bits, Naxel::PDPrefixXformEntryColl const& table, Addr
 }
 
 Partition::Partition(Bits bits, Naxel::PDRangeXformEntryColl const& table) : bits_(bits) {
+  MOX_ASSERT(bits.count > 0 && bits.count < 64);
   int const shift = 64 - bits.count;
   uint64_t const end = uint64_t{1} << bits.count;
   auto const values = [&](uint64_t first, uint64_t behind) {

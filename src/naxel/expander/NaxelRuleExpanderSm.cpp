@@ -327,7 +327,7 @@ void RuleExpanderSm::buildTcamEntry(TcamFieldType fieldType,
   if (auto line = trace(8))
     line << "RuleExpanderSm(" << chipId() << ")::buildTcamEntry"
          << ", fieldType:" << fieldType;
-  MOX_ASSERT_TEXT(ruleFilter_.size(), "ruleFilters()");
+  MOX_ASSERT_TEXT(!ruleFilter_.empty(), "ruleFilters()");
   multiply(ruleFilter_, fieldType, encLabelList);
 }
 

@@ -29,7 +29,7 @@ JsonNode::Object const& JsonFile::object(JsonNode const& node, std::string_view 
   auto const* const members = std::get_if<JsonNode::Object>(&node.value);
   if (!members) fail(node, std::string(what) + " must be an object");
   for (JsonMember const& m : *members)
-    if (fields.size() && std::find(fields.begin(), fields.end(), m.name) == fields.end())
+    if (!fields.empty() && std::find(fields.begin(), fields.end(), m.name) == fields.end())
       fail(m.at, "unknown field " + inQuotes(m.name));
   return *members;
 }
