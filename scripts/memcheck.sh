@@ -17,7 +17,7 @@ while read -r program; do
   # A death test forks: its child dies on purpose and is none of our concern. A program that brings its
   # own operator new keeps it.
   if ! valgrind --quiet --leak-check=full --error-exitcode=9 --child-silent-after-fork=yes \
-      --soname-synonyms=somalloc=nouserintercepts \
+      --soname-synonyms=somalloc=nouserintercepts --suppressions=scripts/memcheck.supp \
       "$program" --gtest_brief=1 >"$log" 2>&1; then
     cat "$log"
     exit 1
