@@ -7,11 +7,11 @@
 
 namespace Test {
 
-/// Every n-th case only: 1 as a rule, more in instrumented programs, which take ten times as long;
+/// Every n-th case only: 1 as a rule, more in instrumented programs, which take twenty times as long;
 /// NAXEL_THINNING sets it.
 inline uint64_t thinning() {
 #if defined(__SANITIZE_ADDRESS__)
-  uint64_t const usual = 8;
+  uint64_t const usual = 20;
 #else
   uint64_t const usual = 1;
 #endif
