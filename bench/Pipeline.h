@@ -32,6 +32,8 @@ class Pipeline {
 
   Pipeline(Mox::Ptr<Naxel::AclConfigColl> acls, Mox::Ptr<Naxel::ChipHwCapability> capability);
 
+  /// For the kicks that follow.
+  void labelCodeIs(Acl::LabelCode code) { entities_.params->labelCodeIs(code); }
   /// Kicks and runs the activity until the kick has ended. Returns its seconds. Throws
   /// std::runtime_error, with the reason, where it did not succeed.
   double kick();

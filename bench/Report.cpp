@@ -124,6 +124,23 @@ void Report::printCombos() const {
   std::cout << '\n';
 }
 
+void Report::printCodes() const {
+  if (sets("codes").empty()) return;
+  Rows rows = {
+      {"label codes", "rules", "aligned", "compact", "aligned (ms)", "compact (ms)", "ratio"}};
+  for (std::string const& set : sets("codes")) {
+    Result const* const result = find("codes", set);
+    if (!result) continue;
+    auto const counter = [&](char const* name, int digits) {
+      return fixed(result->counters.at(name), digits);
+    };
+    rows.push_back({set, counter("rules", 0), counter("alignedPerRule", 3), counter("perRule", 3),
+                    counter("aligned", 1), ms("codes", set), counter("ratio", 2)});
+  }
+  NaxelTool::printTable(std::cout, rows, 1);
+  std::cout << '\n';
+}
+
 void Report::printYardstick(std::string const& kind, std::string const& size,
                             std::string const& beside) const {
   if (sets(kind).empty()) return;
@@ -187,6 +204,7 @@ void Report::Finalize() {
   printKicks();
   printStages();
   printGrowth();
+  printCodes();
   printCombos();
   printYardstick("list", "prefixes", "std::set");
   printYardstick("ranges", "ranges", "std::sort");

@@ -33,6 +33,7 @@ class Report : public benchmark::BenchmarkReporter {
   void printKicks() const;
   void printStages() const;
   void printGrowth() const;
+  void printCodes() const;
   void printCombos() const;
   void printYardstick(std::string const& kind, std::string const& size,
                       std::string const& beside) const;

@@ -85,6 +85,24 @@ std::vector<RuleSource> generatedSources() {
   return out;
 }
 
+std::vector<RuleSource> crossingSources() {
+  using NaxelTool::Overlap;
+  std::vector<RuleSource> out;
+  NaxelTool::ObjectGroupOptions options;
+  options.rules = 10000;
+  options.acls = 4;
+  for (auto const& [name, overlap] :
+       {std::pair("nested", Overlap::nested), std::pair("mixed", Overlap::mixed),
+        std::pair("crossing", Overlap::crossing)})
+    for (uint32_t const lists : {20u, 200u, 1000u}) {
+      options.overlap = overlap;
+      options.lists = lists;
+      out.push_back(generated(name + std::string("-") + std::to_string(lists),
+                              NaxelTool::generateObjectGroups, options));
+    }
+  return out;
+}
+
 std::vector<RuleSource> allSources() {
   char const* const folder = std::getenv("NAXEL_BENCH_SETS");
   return folder && *folder ? folderSources(folder) : generatedSources();

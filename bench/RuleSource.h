@@ -26,6 +26,8 @@ RuleSource fileSource(std::string const& path);
 std::vector<RuleSource> folderSources(std::string const& folder);
 /// Sets of the generator, of each style and of 1,000 to 60,000 rules, named STYLE:SIZE.
 std::vector<RuleSource> generatedSources();
+/// Sets of 10,000 rules over lists that cross: at random, and by attributes of hosts.
+std::vector<RuleSource> crossingSources();
 /// What the benchmarks compile: the sets of the folder that the variable NAXEL_BENCH_SETS names, or
 /// those of the generator.
 std::vector<RuleSource> allSources();

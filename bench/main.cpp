@@ -33,6 +33,10 @@ int main(int argc, char** argv) {
     std::vector<Bench::RuleSource> const sources = Bench::allSources();
     Bench::addMemoryCases(sources);
     Bench::addKickCases(sources);
+    std::vector<Bench::RuleSource> codeSources = sources;
+    for (Bench::RuleSource& source : Bench::crossingSources())
+      codeSources.push_back(std::move(source));
+    Bench::addCodeCases(codeSources);
     Bench::addComboCases(sources);
     Bench::addListCases(prefixFiles());
     Bench::addCraftedCases();

@@ -3,6 +3,26 @@
 /// The agent's ACL parameters.
 
 #include "mox/Entity.h"
+#include "mox/Enum.h"
+
+namespace Acl {
+
+/// How labels get their codes, and sets of labels their value/mask pairs.
+enum class LabelCode : uint8_t {
+  /// Each set, in the order of its cost, gets blocks for those of its labels that no set before it has. Known
+  /// beforehand and quick; sets within others and crossing ones take several pairs.
+  aligned,
+  /// Sets that nest are one pair each, by filled-up blocks, and most sets that cross, by searching places for them.
+  /// Never more entries in all than `aligned`, whose codes are taken for the fields where that makes for fewer.
+  compact
+};
+
+}  // namespace Acl
+
+template <>
+struct Mox::EnumNames<Acl::LabelCode> {
+  static constexpr std::array<std::string_view, 2> value = {"aligned", "compact"};
+};
 
 namespace Acl {
 
@@ -13,13 +33,15 @@ class NAXEL_EXPORT ParamConfig : public Mox::Entity {
     virtual void onPermitDuringUpdate() {}
     virtual void onEntryLimit() {}
     virtual void onSilenceLimit() {}
+    virtual void onLabelCode() {}
   };
   std::string_view fwkType() const override { return "Acl::ParamConfig"; }
   Mox::AttributeTable const& attributeTable() const override {
     static Mox::AttributeTable const table = {
         Mox::attribute<&ParamConfig::permitDuringUpdate_>("permitDuringUpdate"),
         Mox::attribute<&ParamConfig::entryLimit_>("entryLimit"),
-        Mox::attribute<&ParamConfig::silenceLimit_>("silenceLimit")};
+        Mox::attribute<&ParamConfig::silenceLimit_>("silenceLimit"),
+        Mox::attribute<&ParamConfig::labelCode_>("labelCode")};
     return table;
   }
   static constexpr uint64_t defaultEntryLimit = 4194304;
@@ -42,17 +64,23 @@ class NAXEL_EXPORT ParamConfig : public Mox::Entity {
   Mox::Seconds silenceLimit() const { return silenceLimit_; }
   void silenceLimitIs(Mox::Seconds v) { attrIs(silenceLimit_, v, &Notifiee::onSilenceLimit); }
 
+  /// The code of all label encoders. Default aligned.
+  LabelCode labelCode() const { return labelCode_; }
+  void labelCodeIs(LabelCode v) { attrIs(labelCode_, v, &Notifiee::onLabelCode); }
+
   /// Takes over all values of another one.
   void valuesIs(ParamConfig const& from) {
     permitDuringUpdateIs(from.permitDuringUpdate_);
     entryLimitIs(from.entryLimit_);
     silenceLimitIs(from.silenceLimit_);
+    labelCodeIs(from.labelCode_);
   }
 
  private:
   bool permitDuringUpdate_ = false;
   uint64_t entryLimit_ = defaultEntryLimit;
   Mox::Seconds silenceLimit_ = 10;
+  LabelCode labelCode_ = LabelCode::aligned;
 };
 
 inline Mox::Ptr<ParamConfig> paramConfigFactory() { return Mox::makePtr<ParamConfig>(); }

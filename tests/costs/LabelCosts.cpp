@@ -1,9 +1,9 @@
-/// How far the label layout of rule files is from the least that each set must cost by itself.
+/// How far the label codes of rule files are from one value/mask pair for each use of a set.
 ///
 ///   label_costs FILES...
 ///
-/// Compiles each file for the default chip and prints, per field and in all, the sums of uses times
-/// value/mask pairs: the least, and the one that was reached.
+/// Compiles each file for the default chip and prints, per field and in all, the uses of sets and the sums of
+/// uses times value/mask pairs by either code.
 
 #include "input/ChipReader.h"
 #include "input/InputFile.h"
@@ -12,6 +12,7 @@
 #include "session/Session.h"
 #include "support/LabelSets.h"
 
+#include <array>
 #include <iostream>
 
 namespace {
@@ -29,15 +30,13 @@ bool report(std::string const& path) {
     return false;
   }
   std::cout << NaxelTool::baseName(path) << "\n";
-  std::vector<std::vector<std::string>> rows = {{"field", "least", "reached", "/ least"}};
-  auto const print = [&](std::string const& field, uint64_t cheapest, uint64_t cost) {
-    rows.push_back(
-        {field, std::to_string(cheapest), std::to_string(cost),
-         NaxelTool::fixed(static_cast<double>(cost) / static_cast<double>(cheapest), 3)});
+  std::vector<std::vector<std::string>> rows = {{"field", "uses", "aligned", "compact"}};
+  auto const print = [&](std::string const& field, auto const& sums) {
+    rows.push_back({field});
+    for (uint64_t sum : sums) rows.back().push_back(std::to_string(sum));
   };
   NaxelRootSm const& root = session.root();
-  uint64_t least = 0;
-  uint64_t reached = 0;
+  std::array<uint64_t, 3> all{};
   auto const add = [&](std::string const& field, XformStatus const& xform, uint32_t width) {
     Test::LabelSets sets;
     for (auto const& [key, list] : xform.plainLabelListMap()->plainLabelList()) {
@@ -46,17 +45,17 @@ bool report(std::string const& path) {
       for (PlainLabel l : list->label()) set.labels.push_back(l.value());
     }
     if (width == 0 || sets.empty()) return;
-    Test::EncodedSets const made = Test::encoded(sets, width);
-    print(field, made.least, made.cost);
-    least += made.least;
-    reached += made.cost;
+    Test::EncodedSets const compact = Test::encoded(sets, width, Acl::LabelCode::compact);
+    std::array const sums = {compact.least, Test::encoded(sets, width).cost, compact.cost};
+    print(field, sums);
+    for (size_t i = 0; i < sums.size(); ++i) all[i] += sums[i];
   };
   for (PrefixXformKey const& key : PrefixXformKey::all())
     add(NaxelTool::prefixKeyName(key), *root.prefixXformStatus(key),
         chip.capability->prefixXformWidth(key));
   for (RangeSetType const type : allRangeSetTypes())
     add(stringValue(type), *root.rangeSplitStatus(type), chip.capability->rangeXformWidth(type));
-  if (least) print("all", least, reached);
+  print("all", all);
   NaxelTool::printTable(std::cout, rows, 1);
   return true;
 }

@@ -8,6 +8,7 @@ std::string freshTables(World const& world) {
   World fresh;
   copyAcls(*world.acls, *fresh.acls);
   fresh.capability->valuesIs(*world.capability);
+  fresh.params->labelCodeIs(world.params->labelCode());
   if (fresh.kick() != NaxelProgress::naxelFinishedSuccess) return {};
   return full(fresh.tables());
 }

@@ -83,22 +83,118 @@ EncoderInput::EncoderInput(LabelSets const& sets)
   }
 }
 
-EncodedSets encoded(LabelSets const& sets, uint32_t bitWidth) {
+std::string codeFault(EncoderStatus const& status, PlainLabelListMap const& lists, uint32_t width) {
+  uint32_t const highest = (1u << width) - 1;
+  std::vector<uint32_t> codes = {highest};  // that pairs are tried with
+  std::vector<PlainLabel> labels;           // of the codes, from the second on
+  std::set<uint32_t> listed;
+  for (auto const& [key, list] : lists.plainLabelList())
+    for (PlainLabel l : list->label()) {
+      if (!listed.insert(l.value()).second) continue;
+      EncodedLabel const* const code = status.encodedLabel(l);
+      if (!code) return "label " + Mox::valueToStrep(l) + " has no code";
+      if (code->value() >= highest)
+        return "code " + Mox::valueToStrep(*code) + " is not below the highest";
+      codes.push_back(code->value());
+      labels.push_back(l);
+    }
+  if (std::set<uint32_t>(codes.begin(), codes.end()).size() < codes.size())
+    return "two labels have the same code";
+  for (auto const& [label, code] : status.plainToEncodedLabel())
+    if (!listed.contains(label.value()) && code.value() != highest)
+      return "a label of no list has code " + Mox::valueToStrep(code);
+  for (auto const& [key, pairs] : status.encodedLabelList())
+    if (!lists.plainLabelList(key)) return "pairs for no list";
+  std::map<std::vector<PlainLabel>, EncodedLabelWithMaskList const*> firsts;
+  for (auto const& [key, list] : lists.plainLabelList()) {
+    std::string const name = "set " + Mox::valueToStrep(key) + ": ";
+    EncodedLabelWithMaskList const* const pairs = status.encodedLabelList(key);
+    if (!pairs) {
+      if (list->label().empty()) continue;
+      return name + "no pairs";
+    }
+    std::vector<bool> matched(codes.size(), false);
+    for (EncodedLabelWithMask const& pair : pairs->encLabelAndMask()) {
+      if (pair.mask().value() > highest || pair.label().value() & ~pair.mask().value())
+        return name + "a pair of other bits than those of its mask";
+      for (size_t i = 0; i < codes.size(); ++i)
+        if (pair.matches(codes[i])) matched[i] = true;
+    }
+    if (matched[0]) return name + "matches the highest code";
+    for (size_t i = 1; i < codes.size(); ++i)
+      if (matched[i] != list->labelHas(labels[i - 1]))
+        return name + (matched[i] ? "matches" : "does not match") + " code " +
+               std::to_string(codes[i]);
+    if (pairs->encLabelAndMask().size() > list->label().size())
+      return name + "more pairs than labels";
+    auto const* const first = firsts.try_emplace(list->label().items(), pairs).first->second;
+    if (!(first->encLabelAndMask() == pairs->encLabelAndMask()))
+      return name + "other pairs than an equal set";
+  }
+  return {};
+}
+
+namespace {
+
+/// An encoder that has both codes changes to the aligned one and back, and to each a second time.
+std::string exchangeFault(LabelEncoderSm& encoder, RangeEncoderStatus& status,
+                          PlainLabelListMap const& lists, uint32_t width) {
+  using Code = Acl::LabelCode;
+  std::map<Code, std::vector<size_t>> sizes;
+  std::map<Code, EncoderStatus::LabelMap> labels = {{Code::compact, status.plainToEncodedLabel()}};
+  for (Code code : {Code::aligned, Code::aligned, Code::compact, Code::compact}) {
+    encoder.codeIs(code);
+    if (status.labelCode() != code) return "; does not change its code";
+    if (std::string const fault = codeFault(status, lists, width); !fault.empty())
+      return "; after a change: " + fault;
+    if (labels.try_emplace(code, status.plainToEncodedLabel()).first->second !=
+        status.plainToEncodedLabel())
+      return "; comes back with other labels";
+    sizes[code].clear();
+    for (auto const& [key, list] : status.encodedLabelList()) {
+      sizes[code].push_back(list->encLabelAndMask().size());
+      if (list->pairsBy(code) != sizes[code].back()) return "; counts its own pairs wrongly";
+    }
+  }
+  size_t i = 0;
+  for (auto const& [key, list] : status.encodedLabelList())
+    if (list->pairsBy(Code::aligned) != sizes[Code::aligned][i++])
+      return "; counts the other pairs wrongly";
+  return {};
+}
+
+}  // namespace
+
+EncodedSets encoded(LabelSets const& sets, uint32_t width, Acl::LabelCode code) {
   EncoderInput const in(sets);
+  PlainLabelListMap const& lists = *in.xform->plainLabelListMap();
   auto const chip = Mox::makePtr<ChipHwCapability>(Obel::ChipId(0));
-  chip->rangeXformWidthIs(RangeSetType::dstPort, bitWidth);
+  chip->rangeXformWidthIs(RangeSetType::dstPort, width);
   auto const config = Mox::makePtr<RangeEncoderConfig>(in.xform, nullptr);
+  config->labelCodeIs(code);
   auto const status = Mox::makePtr<RangeEncoderStatus>(RangeSetType::dstPort);
   TraceLog const quiet;
-  rangeEncoderSmFactory(chip->chipId(), config, status, in.usage, chip)->doStartKick();
+  auto const encoder = rangeEncoderSmFactory(chip->chipId(), config, status, in.usage, chip);
+  encoder->doStartKick();
   EncodedSets out;
   out.fits = status->status() == StageStatusType::finishedSuccess;
   if (!out.fits) return out;
+  out.fault = codeFault(*status, lists, width);
   for (auto const& [label, value] : status->plainToEncodedLabel())
     out.values[label.value()] = value.value();
+  bool several = false;
   for (size_t i = 0; i < sets.size(); ++i) {
     out.pairs.push_back(status->encodedLabelList(GenSetKey(i + 1))->encLabelAndMask().items());
     out.cost += uint64_t{sets[i].uses} * out.pairs[i].size();
+    several |= out.pairs[i].size() > 1;
+  }
+  if (status->labelCode() != code) out.fault += "; published is another code";
+  if (encoder->hasBothCodes() != (several && code == Acl::LabelCode::compact))
+    out.fault += "; both codes or one, at the wrong time";
+  if (encoder->hasBothCodes()) out.fault += exchangeFault(*encoder, *status, lists, width);
+  if (code == Acl::LabelCode::compact) {
+    for (LabelSet const& set : sets) out.least += set.labels.empty() ? 0 : set.uses;
+    return out;
   }
   std::set<uint32_t> placed;
   RefCntCostModel const order(config, in.usage);

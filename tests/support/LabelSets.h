@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <map>
+#include <string>
 #include <vector>
 
 namespace Test {
@@ -37,17 +38,28 @@ struct EncoderInput {
   Mox::Ptr<Naxel::GenSetUsageInfo> usage = Mox::makePtr<Naxel::GenSetUsageInfo>();
 };
 
+/// What is wrong with the codes that an encoder has published for the lists of its transform; empty if nothing
+/// is. Each label of a list must have a code of its own below the highest of the width, and the pairs of a list must
+/// match, of the codes that labels have and the highest, those of its labels and no other. Not for raw
+/// values, which have no labels.
+std::string codeFault(Naxel::EncoderStatus const& status, Naxel::PlainLabelListMap const& lists,
+                      uint32_t width);
+
 /// What an encoder publishes. Cost is the sum over all sets of uses times value/mask pairs.
 struct EncodedSets {
   bool fits = false;                    // nothing else is said of sets that do not
+  std::string fault;                    // as of codeFault()
   std::map<uint32_t, uint16_t> values;  // of the labels
   std::vector<std::vector<Naxel::EncodedLabelWithMask>> pairs;
   uint64_t cost = 0;
-  /// The sum of least costs: a set of whose labels `placed` stand already and `fresh` are new takes
-  /// a pair for each binary one of `placed` and one more for the block of the new ones, or a pair
-  /// for each binary one of both together, the new ones rounded up to a power of two.
+  /// The sum of least costs. By the compact code a set takes a pair. By the aligned code, a set of whose labels
+  /// `placed` stand already and `fresh` are new takes a pair for each binary one of `placed` and one more for the
+  /// block of the new ones, or a pair for each binary one of both together, the new ones rounded up to
+  /// a power of two.
   uint64_t least = 0;
 };
-EncodedSets encoded(LabelSets const& sets, uint32_t bitWidth);
+/// By the compact code an encoder may have both; that it can change between them is seen to here.
+EncodedSets encoded(LabelSets const& sets, uint32_t width,
+                    Acl::LabelCode code = Acl::LabelCode::aligned);
 
 }  // namespace Test

@@ -23,7 +23,7 @@ struct Course {
   char const* steps;
 };
 constexpr Course courses[] = {
-    {"world", 11, "@widths; 0..3*@driver; 1..3*@new-acl"},
+    {"world", 11, "@widths; code aligned|compact|compact; 0..3*@driver; 1..3*@new-acl"},
     {"world", 1, "@widths; restart kept denyAll|permitAll; 0..3*@driver; 1..3*@new-acl"},
 
     {"event", 2, "@driver"},

@@ -1,6 +1,7 @@
 #include "support/SimChip.h"
 
 #include "support/Fresh.h"
+#include "support/LabelSets.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -217,6 +218,25 @@ void SimChip::moment(std::string const& name) {
   rootDown();
 }
 
+void SimChip::checkCodes() {
+  auto const check = [this](EncoderStatus const& encoder, XformStatus const& xform,
+                            uint32_t width) {
+    if (!width) return;
+    std::string const fault = codeFault(encoder, *xform.plainLabelListMap(), width);
+    if (!fault.empty()) breach(fault);
+  };
+  ChipHwCapability const& widths = *check_.read()->capability;
+  for (PrefixXformKey const& key : PrefixXformKey::all())
+    check(*root_->prefixEncoderStatus(key), *root_->prefixXformStatus(key),
+          widths.prefixXformWidth(key));
+  for (RangeSetType type : allRangeSetTypes())
+    check(*root_->rangeEncoderStatus(type), *root_->rangeSplitStatus(type),
+          widths.rangeXformWidth(type));
+  for (ComboLabelSetType type : allComboLabelSetTypes())
+    check(*root_->comboLabelEncoderStatus(type), *root_->comboLabelSplitStatus(type),
+          widths.comboXformWidth(type));
+}
+
 void SimChip::compareWithFresh(NaxelProgress progress) {
   bool const success = progress == NaxelProgress::naxelFinishedSuccess;
   auto const& status = *root_->stageControllerStatus();
@@ -226,6 +246,7 @@ void SimChip::compareWithFresh(NaxelProgress progress) {
   World fresh({}, number_);
   fresh.acls = check_.read()->acls;
   fresh.capability = check_.read()->capability;
+  fresh.params->labelCodeIs(root_->rangeEncoderConfig(RangeSetType::dstPort)->labelCode());
   fresh.buildRoot();
   // Not necessarily for the same reason: of several, a pipeline with a history may meet another first,
   // since a transform that failed before on the same sets leaves it to the stages behind.
@@ -233,6 +254,7 @@ void SimChip::compareWithFresh(NaxelProgress progress) {
     return breach(success ? "success where a new pipeline fails: " + fresh.failureText()
                           : "failure where a new pipeline succeeds: " + status.failureText());
   if (success) {
+    checkCodes();
     std::string const have = outputOf(*root_, *e_.pdConfig);
     std::string const want = outputOf(*fresh.root, *fresh.pdConfig);
     if (have != want)

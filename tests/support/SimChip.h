@@ -119,6 +119,8 @@ class SimChip : private Verify::WatchedChip,
   void driverAnew(std::function<void()> const& meanwhile,
                   std::optional<Naxel::GlobalAclControl> policy = {});
   void onWrite(SoftChip::Write const& write);
+  /// Holds what the encoders have published against their sets.
+  void checkCodes();
   void compareWithFresh(Naxel::NaxelProgress progress);
 
   uint8_t number_;

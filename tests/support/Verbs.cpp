@@ -247,6 +247,8 @@ constexpr Verb verbs[] = {
        Dice dice(e.number());
        drawWidths(dice, e.chip.capability(), roomy, 6);
      }},
+    {"edit", 2, "code aligned|compact",
+     [](Event& e) { e.chip.params().labelCodeIs(e.named<Acl::LabelCode>()); }},
     {"edit", 4, "undo 0..1", [](Event& e) { e.chip.undo(e.number()); }},
 
     {"", 0, "kick",

@@ -69,7 +69,9 @@ class Universe {
     acls_->aclDelAll();
     addRules(*acls_, rules);
     ++ruleSets_;
+    auto const code = ruleSets_ % 3 ? Acl::LabelCode::compact : Acl::LabelCode::aligned;
     for (auto const& [width, world] : worlds_) {
+      world->params->labelCodeIs(code);
       bool const success = world->kick() == NaxelProgress::naxelFinishedSuccess;
       size_t const most = width ? (size_t{1} << width) - 1 : 65535;
       ASSERT_FALSE(success && labels > most) << rules;

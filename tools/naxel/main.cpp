@@ -22,6 +22,7 @@ namespace {
 /// What all subcommands take.
 struct Common {
   std::string chip;
+  std::optional<Acl::LabelCode> labelCode;
   RuleFormat format = RuleFormat::automatic;
   FlagsMode flags = FlagsMode::ignore;
   int trace = -1;  // what a failed kick would say at level 0 is printed anyway
@@ -51,8 +52,9 @@ struct Classification {
 template <class Then>
 ExitCode withKick(Common const& common, Then then) {
   Naxel::naxelTrace().levelIs(common.trace);
-  ChipSetup const chip =
+  ChipSetup chip =
       common.chip.empty() ? defaultChip() : readChip(common.chip, readInput(common.chip));
+  if (common.labelCode) chip.labelCode = *common.labelCode;
   RuleSet rules(chip.capability->chipId());
   readRuleFiles(common.rules, common.format, common.flags, rules, std::cerr);
   Session session(chip, rules.acls());
@@ -114,7 +116,15 @@ void addCommon(CLI::App& command, Common& to) {
                                                             {"json", RuleFormat::json}};
   static std::map<std::string, FlagsMode> const flags = {{"ignore", FlagsMode::ignore},
                                                          {"strict", FlagsMode::strict}};
+  static std::map<std::string, Acl::LabelCode> const codes = {{"aligned", Acl::LabelCode::aligned},
+                                                              {"compact", Acl::LabelCode::compact}};
   command.add_option("--chip", to.chip, "Chip description")->type_name("FILE");
+  command
+      .add_option("--label-code", to.labelCode,
+                  "How labels are encoded: aligned or compact (the default, unless the chip says "
+                  "otherwise)")
+      ->transform(CLI::Transformer(codes))
+      ->type_name("CODE");
   command.add_option("--format", to.format, "Format of the rules: auto, classbench or json")
       ->transform(CLI::Transformer(formats))
       ->type_name("FORMAT");

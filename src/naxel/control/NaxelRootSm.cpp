@@ -121,6 +121,7 @@ void NaxelRootSm::handleInitialized() {
                                                            stageControllerStatus(), stageSmConfig(),
                                                            stageSmStatus(), timerWheel_));
   stageControllerSm()->prepareIs([this] { takeInputs(); });
+  ruleExpanderSm()->prepareIs([this] { chooseLabelCode(); });
   watchDeletion(hwCapability_,
                 "ChipHwCapability has been deleted from its collection: the root state "
                 "machine has to be built anew, over the present one");
@@ -295,6 +296,65 @@ void NaxelRootSm::handleNaxelKickTime() {
 void NaxelRootSm::takeInputs() {
   kickCapability_->valuesIs(*hwCapability_);
   kickParamConfig_->valuesIs(*paramConfig_);
+  Acl::LabelCode const code = kickParamConfig_->labelCode();
+  for (PrefixXformKey const& key : PrefixXformKey::all())
+    if (auto const config = prefixEncoderConfig(key)) config->labelCodeIs(code);
+  for (RangeSetType type : allRangeSetTypes())
+    if (auto const config = rangeEncoderConfig(type)) config->labelCodeIs(code);
+  for (ComboLabelSetType type : allComboLabelSetTypes())
+    if (auto const config = comboLabelEncoderConfig(type)) config->labelCodeIs(code);
+}
+
+template <class F>
+void NaxelRootSm::forEachEncoder(F f) const {
+  // The sides before the combinations, which are keyed by the labels of both.
+  for (auto const& [key, sm] : prefixEncoderSm())
+    f(*sm, key.src() ? TcamFieldType::tcamFieldTypeSrcIp : TcamFieldType::tcamFieldTypeDstIp,
+      key.af() == Lumox::ipv4(), key.af() == Lumox::ipv6());
+  for (auto const& [type, sm] : rangeEncoderSm()) f(*sm, rangeField(type).tcamField, true, true);
+  for (auto const& [type, sm] : comboLabelEncoderSm()) {
+    bool const ports = type == ComboLabelSetType::srcDstL4Port;
+    f(*sm, ports ? TcamFieldType::tcamFieldTypeSrcDstPort : TcamFieldType::tcamFieldTypeSrcDstIp,
+      ports || type == ComboLabelSetType::ipv4SrcDstPrefix,
+      ports || type == ComboLabelSetType::ipv6SrcDstPrefix);
+  }
+}
+
+void NaxelRootSm::chooseLabelCode() {
+  using Codes = std::array<FieldCodes, 2>;
+  auto const codesBy = [](Acl::LabelCode code) {
+    Codes codes;
+    for (FieldCodes& family : codes) family.fill(code);
+    return codes;
+  };
+  bool choice = false;
+  forEachEncoder([&](LabelEncoderSm const& sm, auto...) { choice |= sm.hasBothCodes(); });
+  if (!choice) return;
+  RuleExpanderSm::Costs const costs = ruleExpanderSm()->costs();
+  Codes best = codesBy(Acl::LabelCode::compact);
+  uint64_t least = costs.entries(best);
+  auto const consider = [&](Codes const& codes) {
+    uint64_t const entries = costs.entries(codes);
+    if (entries >= least) return;
+    least = entries;
+    best = codes;
+  };
+  consider(codesBy(Acl::LabelCode::aligned));
+  // Rules multiply, so whether a field does better by the other code depends on the other fields; from a choice that
+  // is no worse than the aligned code throughout, one field at a time makes it no worse.
+  forEachEncoder([&](LabelEncoderSm const& sm, TcamFieldType field, bool v4, bool v6) {
+    if (!sm.hasBothCodes()) return;
+    Codes codes = best;
+    auto const flip = [&](Acl::LabelCode& code) {
+      code = code == Acl::LabelCode::aligned ? Acl::LabelCode::compact : Acl::LabelCode::aligned;
+    };
+    if (v4) flip(codes[0][static_cast<size_t>(field)]);
+    if (v6) flip(codes[1][static_cast<size_t>(field)]);
+    consider(codes);
+  });
+  forEachEncoder([&](LabelEncoderSm& sm, TcamFieldType field, bool v4, bool) {
+    sm.codeIs(best[v4 ? 0 : 1][static_cast<size_t>(field)]);
+  });
 }
 
 void NaxelRootSm::handleStageStatus() {

@@ -136,6 +136,11 @@ class NAXEL_EXPORT NaxelRootSm : public PipelineParts {
   void buildComboSide();
   /// Copies widths and parameters for the kick that begins.
   void takeInputs();
+  /// Has all encoders that have both codes publish the one by which the rules take fewer entries.
+  void chooseLabelCode();
+  /// Calls `f` for each encoder with the field of the entries that it serves, for IPv4 and for IPv6.
+  template <class F>
+  void forEachEncoder(F f) const;
   Mox::Seconds nextKickTime() const;
   template <class Entity>
   void watchDeletion(Mox::Ptr<Entity> const& entity, char const* why);

@@ -100,8 +100,7 @@ void EncodedLabelAllocator::handleInitialized() {
   rangeLists.reserve(counts.size());
   for (size_t i = 0; i < counts.size(); ++i)
     rangeLists.push_back(&doAllocateLabels(i, counts[i], layout));
-  // Before the other labels are read: only now every label has the value that it keeps.
-  layout.finish();
+  // Only now every label has its value.
   for (size_t i = 0; i < counts.size(); ++i) addPlacedLabels(i, layout, *rangeLists[i]);
   publish(layout, largest);
   encLabelAllocStatus_->statusIs(StageStatusType::finishedSuccess);

@@ -25,7 +25,8 @@ Mox::AttributeTable const& EncoderStatus::attributeTable() const {
   static Mox::AttributeTable const table =
       Mox::joinTables(StageStatus::attributeTable(),
                       {Mox::attribute<&EncoderStatus::plainToEncodedLabel_>("plainToEncodedLabel"),
-                       Mox::attribute<&EncoderStatus::encodedLabelList_>("encodedLabelList")});
+                       Mox::attribute<&EncoderStatus::encodedLabelList_>("encodedLabelList"),
+                       Mox::attribute<&EncoderStatus::labelCode_>("labelCode")});
   return table;
 }
 
@@ -38,7 +39,8 @@ Mox::Ptr<EncoderStatus> encoderStatusFactory() { return Mox::makePtr<EncoderStat
 
 Mox::AttributeTable const& EncoderConfig::attributeTable() const {
   static Mox::AttributeTable const table = Mox::joinTables(
-      StageConfig::attributeTable(), {Mox::attribute<&EncoderConfig::xformStatus_>("xformStatus")});
+      StageConfig::attributeTable(), {Mox::attribute<&EncoderConfig::xformStatus_>("xformStatus"),
+                                      Mox::attribute<&EncoderConfig::labelCode_>("labelCode")});
   return table;
 }
 

@@ -2,6 +2,7 @@
 
 /// Configuration, status and loader info of the label encoder stages.
 
+#include "acl/ParamConfig.h"
 #include "mox/Stamp.h"
 #include "naxel/control/StageTypes.h"
 #include "naxel/encoder/LabelTypes.h"
@@ -93,12 +94,17 @@ class NAXEL_EXPORT EncoderStatus : public StageStatus {
   void encodedLabelListDelAll() {
     if (!encodedLabelList_.empty()) encodedLabelListIs({});
   }
+  /// By which code the labels above are encoded.
+  Acl::LabelCode labelCode() const { return labelCode_; }
+  void labelCodeIs(Acl::LabelCode v) { labelCode_ = v; }
+
   /// Drawn anew when pairs are published or withdrawn: equal stamps are the same pairs.
   Mox::Stamp stamp() const { return stamp_; }
 
  private:
   LabelMap plainToEncodedLabel_;
   MaskListMap encodedLabelList_;
+  Acl::LabelCode labelCode_ = Acl::LabelCode::aligned;
   Mox::Stamp stamp_ = Mox::newStamp();
 };
 NAXEL_EXPORT Mox::Ptr<EncoderStatus> encoderStatusFactory();
@@ -153,9 +159,13 @@ class NAXEL_EXPORT EncoderConfig : public StageConfig {
   Mox::AttributeTable const& attributeTable() const override;
 
   Mox::Ptr<XformStatus const> const& xformStatus() const { return xformStatus_; }
+  /// The code to encode labels by. Default aligned.
+  Acl::LabelCode labelCode() const { return labelCode_; }
+  void labelCodeIs(Acl::LabelCode v) { labelCode_ = v; }
 
  private:
   Mox::Ptr<XformStatus const> xformStatus_;
+  Acl::LabelCode labelCode_ = Acl::LabelCode::aligned;
 };
 NAXEL_EXPORT Mox::Ptr<EncoderConfig> encoderConfigFactory(Mox::Ptr<XformStatus const> xformStatus);
 

@@ -30,142 +30,13 @@ uint64_t leastPriceOf(LabelGroup const& group) {
   return price;
 }
 
-LabelSplit::LabelSplit(LabelGroup const& group)
-    : order_(group.labels()), position_(group.labels()), leaf_(group.labels(), 0) {
-  std::iota(order_.begin(), order_.end(), uint16_t{0});
-  std::iota(position_.begin(), position_.end(), uint16_t{0});
-  nodes_.push_back({0, group.labels()});
-  inside_.push_back(0);
-  for (LabelShare const& share : group.shares) cutBy(group.of(share));
-  for (Node const& node : nodes_)
-    if (!node.inside) std::sort(order_.begin() + node.begin, order_.begin() + node.end);
-}
-
-void LabelSplit::cutBy(std::span<uint16_t const> labels) {
-  touched_.clear();
-  for (uint16_t label : labels) {
-    uint32_t const leaf = leaf_[label];
-    if (inside_[leaf] == 0) touched_.push_back(leaf);
-    uint16_t const to = static_cast<uint16_t>(nodes_[leaf].begin + inside_[leaf]++);
-    uint16_t const other = order_[to];
-    std::swap(order_[to], order_[position_[label]]);
-    position_[other] = position_[label];
-    position_[label] = to;
-  }
-  for (uint32_t leaf : touched_) {
-    uint32_t const begin = nodes_[leaf].begin;
-    uint32_t const end = nodes_[leaf].end;
-    uint32_t const middle = begin + inside_[leaf];
-    inside_[leaf] = 0;
-    if (middle == end) continue;
-    auto const add = [&](uint32_t from, uint32_t to) {
-      auto const node = static_cast<uint32_t>(nodes_.size());
-      nodes_.push_back({from, to});
-      inside_.push_back(0);
-      for (uint32_t i = from; i < to; ++i) leaf_[order_[i]] = node;
-      return node;
-    };
-    uint32_t const inside = add(begin, middle);
-    uint32_t const outside = add(middle, end);
-    nodes_[leaf].inside = inside;
-    nodes_[leaf].outside = outside;
-  }
-}
-
-namespace {
-
-/// Free places of an order whose values make an aligned block.
-struct Piece {
-  uint32_t begin;
-  uint32_t size;
-};
-using Pieces = std::vector<Piece>;
-
-/// The values as the largest aligned blocks.
-Pieces piecesOf(std::span<uint16_t const> values) {
-  Pieces pieces;
-  uint32_t const count = static_cast<uint32_t>(values.size());
-  for (uint32_t i = 0; i < count;) {
-    uint32_t run = 1;
-    while (i + run < count && values[i + run] == values[i] + run) ++run;
-    for (uint32_t const end = i + run; i < end;) {
-      uint32_t size = std::bit_floor(end - i);
-      if (values[i]) size = std::min<uint32_t>(size, values[i] & -values[i]);
-      pieces.push_back({i, size});
-      i += size;
-    }
-  }
-  return pieces;
-}
-
-/// Takes `count` places out of `free`, the largest blocks first, each from the smallest piece that
-/// holds it.
-Pieces take(Pieces& free, uint32_t count) {
-  Pieces taken;
-  for (uint32_t want = count ? std::bit_floor(count) : 0; count > 0;) {
-    want = std::min(want, std::bit_floor(count));
-    auto best = free.end();
-    for (auto p = free.begin(); p != free.end(); ++p)
-      if (p->size >= want && (best == free.end() || p->size < best->size)) best = p;
-    if (best == free.end()) {
-      want /= 2;
-      continue;
-    }
-    Piece piece = *best;
-    free.erase(best);
-    while (piece.size > want) {
-      piece.size /= 2;
-      free.push_back({piece.begin + piece.size, piece.size});
-    }
-    taken.push_back(piece);
-    count -= want;
-  }
-  return taken;
-}
-
-}  // namespace
-
-LabelOrder splitOrder(LabelGroup const& group, LabelSplit const& split) {
-  LabelOrder order(group.labels());
-  struct Task {
-    uint32_t node;
-    size_t pieces;  // where its free places begin in the stack of pieces; they reach up to the top
-  };
-  Pieces stack = piecesOf(group.values);
-  std::vector<Task> tasks = {{0, 0}};
-  while (!tasks.empty()) {
-    Task const task = tasks.back();
-    tasks.pop_back();
-    auto const from = stack.begin() + static_cast<std::ptrdiff_t>(task.pieces);
-    Pieces free(from, stack.end());
-    stack.erase(from, stack.end());
-    LabelSplit::Node const& node = split.nodes()[task.node];
-    if (node.inside) {
-      LabelSplit::Node const& inside = split.nodes()[node.inside];
-      Pieces const taken = take(free, inside.end - inside.begin);
-      tasks.push_back({node.outside, stack.size()});
-      stack.insert(stack.end(), free.begin(), free.end());
-      tasks.push_back({node.inside, stack.size()});
-      stack.insert(stack.end(), taken.begin(), taken.end());
-      continue;
-    }
-    std::sort(free.begin(), free.end(),
-              [](Piece const& a, Piece const& b) { return a.begin < b.begin; });
-    uint32_t next = node.begin;
-    for (Piece const& piece : free)
-      for (uint32_t i = 0; i < piece.size; ++i) order[piece.begin + i] = split.order()[next++];
-  }
-  return order;
-}
-
 namespace {
 
 /// Runs of labels, each of a power of two; a run is known by its first label.
 class Runs {
  public:
-  Runs(uint32_t labels, LabelSplit const& split)
-      : rank_(labels), run_(labels), next_(labels), last_(labels), size_(labels, 1), seen_(labels) {
-    for (uint32_t i = 0; i < labels; ++i) rank_[split.order()[i]] = static_cast<uint16_t>(i);
+  explicit Runs(uint32_t labels)
+      : run_(labels), next_(labels), last_(labels), size_(labels, 1), seen_(labels) {
     std::iota(run_.begin(), run_.end(), uint16_t{0});
     last_ = run_;
   }
@@ -182,8 +53,7 @@ class Runs {
     for (uint16_t label : labels) seen_[run_[label]] = 0;
     for (uint32_t level = 0; level <= longest; ++level) {
       auto& equal = byLength_[level];
-      std::sort(equal.begin(), equal.end(),
-                [&](uint16_t a, uint16_t b) { return rank_[a] < rank_[b]; });
+      std::sort(equal.begin(), equal.end());
       for (size_t i = 0; i + 1 < equal.size(); i += 2) {
         join(equal[i], equal[i + 1]);
         byLength_[level + 1].push_back(equal[i]);
@@ -198,7 +68,7 @@ class Runs {
     for (uint32_t label = 0; label < run_.size(); ++label)
       if (run_[label] == label) firsts.push_back(static_cast<uint16_t>(label));
     std::sort(firsts.begin(), firsts.end(), [&](uint16_t a, uint16_t b) {
-      return size_[a] != size_[b] ? size_[a] > size_[b] : rank_[a] < rank_[b];
+      return size_[a] != size_[b] ? size_[a] > size_[b] : a < b;
     });
     LabelOrder order;
     order.reserve(run_.size());
@@ -216,7 +86,6 @@ class Runs {
     size_[a] *= 2;
   }
 
-  std::vector<uint16_t> rank_;  // of each label
   std::vector<uint16_t> run_;   // of each label
   std::vector<uint16_t> next_;  // label in its run
   std::vector<uint16_t> last_;  // label of each run
@@ -227,7 +96,7 @@ class Runs {
 
 }  // namespace
 
-LabelOrder joinOrder(LabelGroup const& group, LabelSplit const& split) {
+LabelOrder joinOrder(LabelGroup const& group) {
   std::vector<uint32_t> bySize(group.shares.size());
   std::iota(bySize.begin(), bySize.end(), 0u);
   std::stable_sort(bySize.begin(), bySize.end(), [&](uint32_t a, uint32_t b) {
@@ -235,7 +104,7 @@ LabelOrder joinOrder(LabelGroup const& group, LabelSplit const& split) {
     LabelShare const& y = group.shares[b];
     return x.size != y.size ? x.size < y.size : x.weight > y.weight;
   });
-  Runs runs(group.labels(), split);
+  Runs runs(group.labels());
   for (uint32_t i : bySize) runs.joinWithin(group.of(group.shares[i]));
   LabelOrder all(group.labels());
   std::iota(all.begin(), all.end(), uint16_t{0});

@@ -1,7 +1,7 @@
 #pragma once
 
-/// Ways to arrange the new labels of one set over the values of its blocks. LabelLayout, which has
-/// the essay, makes the problems and chooses among the answers.
+/// How the new labels of one set may be arranged over the values of its blocks. LabelLayout makes the problems
+/// and takes the answer where it is cheaper than ascending order; docs/label-layout.md is the essay.
 
 #include "naxel/encoder/PairCounter.h"
 
@@ -40,40 +40,8 @@ NAXEL_EXPORT uint64_t priceOf(LabelGroup const& group, LabelOrder const& order,
 /// values take as many as n has binary ones.
 NAXEL_EXPORT uint64_t leastPriceOf(LabelGroup const& group);
 
-/// Labels sorted by which shares have them, the first share counting most: what it has comes first.
-/// Remembers how the shares cut the labels up, as a tree: each node is a part of the order and,
-/// unless no share cuts it, has a part of labels that are in a share before one of the others.
-class NAXEL_EXPORT LabelSplit {
- public:
-  struct Node {
-    uint32_t begin;
-    uint32_t end;
-    uint32_t inside = 0;   // node of the labels inside the share; 0 in a leaf
-    uint32_t outside = 0;  // node of the others
-  };
-  explicit LabelSplit(LabelGroup const& group);
-
-  LabelOrder const& order() const { return order_; }
-  /// The root is the first.
-  std::vector<Node> const& nodes() const { return nodes_; }
-
- private:
-  void cutBy(std::span<uint16_t const> labels);
-
-  LabelOrder order_;
-  std::vector<uint16_t> position_;  // of each label in the order
-  std::vector<uint32_t> leaf_;      // of each label
-  std::vector<Node> nodes_;
-  std::vector<uint32_t> inside_;  // labels of the present share at the front of each leaf
-  std::vector<uint32_t> touched_;
-};
-
-/// From the costliest share down: its labels get the largest aligned blocks that are free, then
-/// both parts are arranged in the same way.
-NAXEL_EXPORT LabelOrder splitOrder(LabelGroup const& group, LabelSplit const& split);
-
 /// From the smallest share up: runs of equal length that lie wholly inside the share are joined two
 /// by two, as a binary counter carries, and in the end all runs follow one another by falling length.
-NAXEL_EXPORT LabelOrder joinOrder(LabelGroup const& group, LabelSplit const& split);
+NAXEL_EXPORT LabelOrder joinOrder(LabelGroup const& group);
 
 }  // namespace Naxel

@@ -2,10 +2,9 @@
 
 /// Which new label of a set gets which value of its blocks. docs/label-layout.md is the essay.
 ///
-/// Sets are placed in cost order. Each is arranged by itself, in the cheapest of several ways, for
-/// the sake of the sets after it that have some of its labels; when all have their blocks, exchanges
-/// within the blocks make up for what was not foreseen. The result depends on the sets and blocks
-/// alone, and the total price is never above that of labels in ascending order.
+/// Sets are placed in cost order. Each is arranged by itself, in ascending order or by joined runs, for
+/// the sake of the sets after it that have some of its labels. The result depends on the sets and blocks
+/// alone.
 
 #include "naxel/encoder/LabelArrangement.h"
 #include "naxel/encoder/LabelTypes.h"
@@ -32,9 +31,6 @@ class NAXEL_EXPORT LabelLayout {
   /// Says where the labels go that no set before this one has. Each set is placed once, in order;
   /// the first values of the blocks, as many as there are labels, are handed out.
   void place(size_t set, std::span<Block const> blocks);
-  /// Call when all sets are placed.
-  void finish();
-
   std::span<PlainLabel const> labels(size_t set) const { return sets_[set].labels; }
   /// How many labels of the set no set before it has.
   uint32_t newLabels(size_t set) const { return newLabelsFrom_[set + 1] - newLabelsFrom_[set]; }
@@ -52,27 +48,17 @@ class NAXEL_EXPORT LabelLayout {
   void collectShares();
   std::span<LabelShare const> sharesOf(size_t set);
   LabelOrder bestOrder(LabelGroup const& group);
-  void exchangeLabels();
-  /// For each set the first one of the same labels.
-  std::vector<uint32_t> firstOfEqualSets() const;
-  uint64_t maxSteps() const;
-
   static constexpr uint32_t noOwner = ~uint32_t{0};
 
   std::vector<Set> sets_;
-  size_t setLabels_ = 0;                 // labels of all sets in all
   std::vector<uint32_t> owner_;          // of each plain label
   std::vector<uint16_t> number_;         // of each plain label among the new labels of its owner
   std::vector<uint32_t> newLabelsFrom_;  // of each set, and the end
   std::vector<LabelShare> shares_;       // in the labels of each set, one after another
   std::vector<uint32_t> sharesFrom_;     // of each set, and the end
   std::vector<uint16_t> members_;
-  std::vector<PairCounter::Pair> blocks_;  // of each set, as pairs
-  std::vector<uint32_t> blocksFrom_;       // of each set, and the end
-  std::vector<uint16_t> ascending_;        // values of the labels if handed out in ascending order
-  std::vector<uint16_t> values_;           // of the labels
+  std::vector<uint16_t> values_;  // of the labels
   PairCounter counter_;
-  uint64_t pairingSteps_ = 0;
 };
 
 }  // namespace Naxel

@@ -5,11 +5,13 @@
 /// encoder turns plain labels into encoded labels, values of a fixed bit width in a TCAM key field,
 /// and describes every set by value/mask pairs over them.
 
+#include "acl/ParamConfig.h"
 #include "mox/Entity.h"
 #include "mox/FlatSet.h"
 #include "mox/OrderedMap.h"
 #include "naxel/genset/GenSetTypes.h"
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -180,6 +182,13 @@ class NAXEL_EXPORT EncodedLabelWithMaskList : public Mox::Entity {
   void encLabelAndMaskDel(EncodedLabelWithMask const& e) { change().erase(e); }
   void encLabelAndMaskDelAll() { change().clear(); }
 
+  /// How many pairs the set has by a label code. They are those above where it has been encoded by one only.
+  size_t pairsBy(Acl::LabelCode code) const {
+    return pairsBy_ ? (*pairsBy_)[static_cast<size_t>(code)] : encLabelAndMask_.size();
+  }
+  /// By the aligned and by the compact code.
+  void pairsByIs(uint32_t aligned, uint32_t compact) { pairsBy_ = {aligned, compact}; }
+
   /// 64-bit hash of the pairs, computed once after each change.
   uint64_t contentHash() const;
 
@@ -191,6 +200,7 @@ class NAXEL_EXPORT EncodedLabelWithMaskList : public Mox::Entity {
 
   GenSetKey key_;
   Mox::FlatSet<EncodedLabelWithMask> encLabelAndMask_;
+  std::optional<std::array<uint32_t, 2>> pairsBy_;
   mutable std::optional<uint64_t> contentHash_;
 };
 

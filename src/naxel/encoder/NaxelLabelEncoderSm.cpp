@@ -2,9 +2,13 @@
 
 #include "mox/Assert.h"
 #include "naxel/encoder/PairCounter.h"
+#include "naxel/encoder/compact/CompactCode.h"
 #include "naxel/genset/FieldNames.h"
 #include "naxel/genset/KeyPlaces.h"
 #include "naxel/types/NaxelTrace.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace Naxel {
 
@@ -106,6 +110,7 @@ StageSm::Look LabelEncoderSm::doLook() {
 
 void LabelEncoderSm::doClearOutput() {
   eLabelMaskDelAll();
+  other_.reset();
   status_->plainToEncodedLabelDelAll();
   status_->encodedLabelListDelAll();
   doClearLoaderInfo();
@@ -116,6 +121,9 @@ std::optional<std::string> LabelEncoderSm::doWork() {
   now_.uses = uses(now_);
   rememberMore();
   workHash_ = doBuildWorkingSetHash();
+  other_.reset();
+  // Raw values are their own codes.
+  code_ = now_.xform ? now_.code : Acl::LabelCode::aligned;
   // A failure here is repeated by the next kick on the same input: what was remembered is gone, so it
   // cannot turn into a skip and let the expander work from old pairs.
   if (!doEncode()) {
@@ -123,8 +131,48 @@ std::optional<std::string> LabelEncoderSm::doWork() {
     return failure_;
   }
   doMerge();
+  if (code_ == Acl::LabelCode::compact) doEncodeOtherwise();
   doUpdateLoaderInfo();
   return std::nullopt;
+}
+
+void LabelEncoderSm::doEncodeOtherwise() {
+  bool const least = std::ranges::all_of(
+      eLabelMask_, [](auto const& item) { return item.second->encLabelAndMask().size() <= 1; });
+  if (least) return;
+  other_ = Encoding{code_, status_->plainToEncodedLabel(), status_->encodedLabelList()};
+  code_ = Acl::LabelCode::aligned;
+  // As many labels as have found their place by the other code.
+  MOX_ASSERT(doEncode());
+  doMerge();
+  for (auto const& [key, list] : status_->encodedLabelList()) {
+    auto const& compact = *other_->lists.get(key);
+    auto const pairs = [](EncodedLabelWithMaskList const& of) {
+      return static_cast<uint32_t>(of.encLabelAndMask().size());
+    };
+    for (auto* each : {list.get(), compact.get()}) each->pairsByIs(pairs(*list), pairs(*compact));
+  }
+  exchange();
+}
+
+void LabelEncoderSm::exchange() {
+  Encoding now{code_, status_->plainToEncodedLabel(), status_->encodedLabelList()};
+  status_->plainToEncodedLabelIs(std::move(other_->labels));
+  status_->encodedLabelListIs(std::move(other_->lists));
+  status_->labelCodeIs(code_ = other_->code);
+  other_ = std::move(now);
+}
+
+void LabelEncoderSm::codeIs(Acl::LabelCode code) {
+  if (!workingSetHash_ || encodeBitWidth_ == 0) return;
+  bool const exchanges = other_ && code != code_;
+  if (!exchanges && isMoreUnchanged()) return;
+  // Until all of it is done the next kick must not take it for done.
+  uint64_t const hash = *std::exchange(workingSetHash_, std::nullopt);
+  if (exchanges) exchange();
+  rememberMore();
+  doUpdateLoaderInfo();
+  workingSetHash_ = hash;
 }
 
 void LabelEncoderSm::doRemember() noexcept {
@@ -136,6 +184,7 @@ LabelEncoderSm::Input LabelEncoderSm::inputWithoutUses() const {
   Input now;
   now.labelWidth = labelWidth();
   now.encodeBitWidth = encodeBitWidth_;
+  now.code = encoderConfig().labelCode();
   now.rawSets = rawSets();
   // In raw mode the transform has no part in the pairs, whatever it has published.
   bool const raw = now.labelWidth == 0;
@@ -158,7 +207,7 @@ bool LabelEncoderSm::isUnchanged(Input const& now) {
   if (!workingSetHash_) return false;
   Input const& then = builtFrom_;
   if (now.labelWidth != then.labelWidth || now.encodeBitWidth != then.encodeBitWidth ||
-      now.xform != then.xform || now.rawSets != then.rawSets)
+      now.code != then.code || now.xform != then.xform || now.rawSets != then.rawSets)
     return false;
   // Counted again, the sets may be used as often as before.
   if (now.usage != then.usage && uses(now) != then.uses) return false;
@@ -172,6 +221,7 @@ uint64_t LabelEncoderSm::doBuildWorkingSetHash() const {
   WordHash counts;
   lists.add(labelWidth());
   lists.add(encodeBitWidth_);
+  lists.add(static_cast<uint64_t>(encoderConfig().labelCode()));
   for (auto const& [key, list] :
        encoderConfig().xformStatus()->plainLabelListMap()->plainLabelList()) {
     lists.add(key.value());
@@ -183,17 +233,72 @@ uint64_t LabelEncoderSm::doBuildWorkingSetHash() const {
 
 bool LabelEncoderSm::doEncode() {
   traceStep(8, "doEncode");
+  return code_ == Acl::LabelCode::aligned ? doEncodeAligned() : doEncodeCompact();
+}
+
+bool LabelEncoderSm::fits(uint64_t labels) {
+  uint32_t const most = (1u << encodeBitWidth_) - 1;
+  if (labels <= most) return true;
+  failure_ = subject() + ": " + Mox::withCommas(labels) + " labels needed, label width " +
+             std::to_string(encodeBitWidth_) + " has " + Mox::withCommas(most);
+  return false;
+}
+
+bool LabelEncoderSm::doEncodeCompact() {
+  auto const& lists = encoderConfig().xformStatus()->plainLabelListMap()->plainLabelList();
+  uint32_t largest = 0;
+  for (auto const& [key, list] : lists)
+    if (!list->label().empty()) largest = std::max(largest, list->label().back().value());
+  // Labels of no set have no code.
+  std::vector<uint32_t> number(size_t{largest} + 1, 0);
+  for (auto const& [key, list] : lists)
+    for (PlainLabel l : list->label()) number[l.value()] = 1;
+  uint32_t labels = 0;
+  for (uint32_t& n : number) n = n ? labels++ : ~uint32_t{0};
+  if (!fits(labels)) return false;
+  Compact::SetFamily sets;
+  std::vector<uint64_t> weights;
+  for (auto const& [key, list] : lists) {
+    if (list->label().empty()) continue;
+    for (PlainLabel l : list->label()) sets.add(number[l.value()]);
+    sets.end();
+    weights.push_back(usage_->refCountValue(key));
+  }
+  Compact::Code const code = Compact::compactCode(sets, weights, labels, encodeBitWidth_);
+
+  auto const full = static_cast<uint16_t>((1u << encodeBitWidth_) - 1);
+  eLabelMaskDelAll();
+  eLabelMask_.reserve(lists.size());
+  size_t set = 0;
+  for (auto const& [key, list] : lists) {
+    auto pairs = Mox::makePtr<EncodedLabelWithMaskList>(key);
+    if (!list->label().empty()) {
+      std::vector<EncodedLabelWithMask> all;
+      for (Compact::Cube const& c : code.cubes[set++])
+        all.emplace_back(c.value, static_cast<uint16_t>(full & ~c.free));
+      pairs->encLabelAndMaskIs(std::move(all));
+    }
+    eLabelMask_.set(key, std::move(pairs));
+  }
+  std::vector<EncoderStatus::LabelMap::value_type> encoded;
+  encoded.reserve(labels);
+  for (uint32_t l = 0; l < number.size(); ++l)
+    if (number[l] != ~uint32_t{0})
+      encoded.emplace_back(PlainLabel(l), EncodedLabel(code.codes[number[l]]));
+  EncoderStatus::LabelMap map;
+  map.adopt(std::move(encoded));
+  status_->plainToEncodedLabelIs(std::move(map));
+  return true;
+}
+
+bool LabelEncoderSm::doEncodeAligned() {
   Mox::Ptr<EncoderConfig const> const config(&encoderConfig());
   auto const allocStatus = Mox::makePtr<EncodedLabelAllocStatus>();
   auto const costModel = Mox::makePtr<RefCntCostModel>(config, usage_);
   auto const allocator =
       encodedLabelAllocatorFactory(encodeBitWidth_, config, costModel, status_, allocStatus, 1);
-  if (allocStatus->status() == StageStatusType::finishedFailed) {
-    failure_ = subject() + ": " + Mox::withCommas(allocator->labelsNeeded()) +
-               " labels needed, label width " + std::to_string(encodeBitWidth_) + " has " +
-               Mox::withCommas((1u << encodeBitWidth_) - 1);
-    return false;
-  }
+  if (allocStatus->status() == StageStatusType::finishedFailed)
+    return fits(allocator->labelsNeeded());
   // In the order in which they were placed, which is that of their memory.
   std::vector<GenSetKey> const keys =
       keysOf(config->xformStatus()->plainLabelListMap()->plainLabelList());
@@ -234,7 +339,7 @@ void LabelEncoderSm::doMerge() {
   // One for all lists: it holds a word for each value of the width, which is more than most lists need.
   PairCounter scratch(encodeBitWidth_);
   for (auto const& [key, pairs] : eLabelMask_) {
-    if (pairs->encLabelAndMask().size() <= 1) {
+    if (pairs->encLabelAndMask().size() <= 1 || code_ == Acl::LabelCode::compact) {
       lists.set(key, pairs);  // nothing to join
       continue;
     }
@@ -243,6 +348,7 @@ void LabelEncoderSm::doMerge() {
     lists.set(key, std::move(merged));
   }
   status_->encodedLabelListIs(std::move(lists));
+  status_->labelCodeIs(code_);
 }
 
 PrefixLabelEncoderSm::PrefixLabelEncoderSm(Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config,

@@ -57,6 +57,10 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   virtual void doUpdateLoaderInfo() {}
   /// Joins the pairs of every set and publishes them.
   void doMerge();
+  /// Publishes what the last run has made by that code, where it has made both; otherwise what there is stands.
+  void codeIs(Acl::LabelCode code);
+  /// Whether there is a choice: by the compact code some set takes more than one pair.
+  bool hasBothCodes() const { return other_.has_value(); }
 
  protected:
   /// Width under the encoder's key as the capability has it now.
@@ -94,6 +98,20 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   }
 
  private:
+  /// What a code makes of the labels.
+  struct Encoding {
+    Acl::LabelCode code;
+    EncoderStatus::LabelMap labels;
+    EncoderStatus::MaskListMap lists;
+  };
+  bool doEncodeAligned();
+  bool doEncodeCompact();
+  /// Whether there are so many codes; the reason otherwise.
+  bool fits(uint64_t labels);
+  /// The published encoding and the other one change places.
+  void exchange();
+  /// Encodes by the aligned code as well, where that might take fewer entries.
+  void doEncodeOtherwise();
   /// Gives sets that consist of the same labels the pairs of the first of them in cost order: only
   /// that one has the labels in blocks, and all of them match the same pieces.
   void shareEqualLists(GenSetCostModel const& costModel);
@@ -102,6 +120,7 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   struct Input {
     uint32_t labelWidth = 0;
     uint32_t encodeBitWidth = 0;
+    Acl::LabelCode code = Acl::LabelCode::aligned;
     Mox::Stamp xform = 0;            // of the transform's output; 0 in raw mode
     std::vector<GenSetKey> rawSets;  // sets are frozen, so their keys say everything
     Mox::Stamp usage = 0;
@@ -122,6 +141,8 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   uint64_t workHash_ = 0;
   Input builtFrom_;  // of the last run that succeeded; means nothing without the digest
   EncoderStatus::MaskListMap eLabelMask_;
+  Acl::LabelCode code_ = Acl::LabelCode::aligned;  // of the encoding at hand
+  std::optional<Encoding> other_;
   std::string failure_;
 };
 

@@ -15,7 +15,6 @@ size_t PairCounter::join(std::span<uint16_t const> values, std::span<Pair const>
   size_t left = pairs_.size();
   for (uint32_t bit = 1; bit <= differing && left > 1; bit <<= 1) {
     if (!(differing & bit)) continue;
-    steps_ += left;
     size_t kept = 0;
     for (size_t i = 0; i < left; ++i) {
       uint16_t const v = pairs_[i];

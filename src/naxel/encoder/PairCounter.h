@@ -34,9 +34,6 @@ class NAXEL_EXPORT PairCounter {
   uint32_t count(std::span<uint16_t const> values, std::span<Pair const> blocks = {});
   /// The pairs themselves, in no particular order. Stand until the next call.
   std::span<Pair const> merge(std::span<uint16_t const> values, std::span<Pair const> blocks = {});
-  /// How many pairs all counts so far have looked at: a measure of work that depends on the input
-  /// alone.
-  uint64_t steps() const { return steps_; }
 
  private:
   /// Where no pair begins. A pair that ignores all sixteen bits has no partner to be told from.
@@ -48,7 +45,6 @@ class NAXEL_EXPORT PairCounter {
   std::vector<uint16_t> ignored_;
   std::vector<uint16_t> pairs_;  // the lowest value of each
   std::vector<Pair> merged_;
-  uint64_t steps_ = 0;
 };
 
 }  // namespace Naxel

@@ -37,6 +37,7 @@ RuleExpanderSm::RuleExpanderSm(Obel::ChipId chipId, Mox::Ptr<RuleExpanderConfig>
 
 void RuleExpanderSm::doStartKick() {
   if (auto line = trace(8)) line << "RuleExpanderSm(" << chipId() << ")::doStartKick";
+  if (prepare_) prepare_();
   doBuildExpandedRules();
   doSetStatus(StageStatusType::finishedSuccess);
 }
@@ -127,6 +128,22 @@ void RuleExpanderSm::doBuildExpandedRules() {
     builtFrom_ = std::move(stamps);
   }
   dumpRuleExpanderStatus();
+}
+
+RuleExpanderSm::Costs RuleExpanderSm::costs() {
+  bindSources();
+  Costs costs;
+  for (auto const& [name, list] : ruleExConfig().aggregatorStatus()->aclGenSetIpRuleList())
+    costs.acls_.emplace_back(list->af(), planOf(*list, false).recipes);
+  return costs;
+}
+
+uint64_t RuleExpanderSm::Costs::entries(std::array<FieldCodes, 2> const& codes) const {
+  uint64_t all = 0;
+  for (auto const& [af, recipes] : acls_)
+    for (size_t place = 0; place < recipes.rules.size(); ++place)
+      all = Mox::boundedSum(all, recipes.entriesOf(place, codes[af == Lumox::ipv6()]));
+  return all;
 }
 
 void RuleExpanderSm::deleteGoneAcls() {

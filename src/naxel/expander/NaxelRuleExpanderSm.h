@@ -46,6 +46,21 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
   /// Add the pairs of these fields to what the rule at hand is built from.
   void buildSrcDstIpField(GenSetKey source, GenSetKey destination, Lumox::AddressFamily af);
   void buildSrcDstL4PortField(GenSetKey sport, GenSetKey dport);
+  /// What is done before rules are expanded; what it throws fails the stage.
+  void prepareIs(std::function<void()> prepare) { prepare_ = std::move(prepare); }
+  /// What the rules are multiplied out of, for whoever wants to know what other label codes would make of them. It
+  /// refers to the pairs that the encoders have published, and stands as long as they do.
+  class Costs {
+   public:
+    /// The entries of all rules if each encoder published what it has by the code named for its field, IPv4 first;
+    /// the largest number where there are even more.
+    uint64_t entries(std::array<FieldCodes, 2> const& codes) const;
+
+   private:
+    friend RuleExpanderSm;
+    std::vector<std::pair<Lumox::AddressFamily, RuleRecipes>> acls_;
+  };
+  Costs costs();
   void dumpRuleExpanderConfig() const;
   void dumpRuleExpanderStatus() const;
 
@@ -87,6 +102,7 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
                                  size_t place);
 
   Mox::Ptr<Acl::ParamConfig const> paramConfig_;
+  std::function<void()> prepare_;
   Mox::Ptr<RuleExpanderStatus> ruleExStatus_;
   RuleFilterQueue ruleFilter_;
 

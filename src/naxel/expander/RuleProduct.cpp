@@ -104,4 +104,16 @@ uint64_t RuleRecipes::entriesOf(size_t rule) const {
   return entries;
 }
 
+uint64_t RuleRecipes::entriesOf(size_t rule, FieldCodes const& codes) const {
+  if (rules[rule].matchesNothing) return 0;
+  uint64_t entries = 1;
+  unsigned fields = rules[rule].fields;
+  for (RuleFactor const& f : factorsOf(rule)) {
+    entries = Mox::boundedProduct(entries,
+                                  f->pairsBy(codes[static_cast<size_t>(std::countr_zero(fields))]));
+    fields &= fields - 1;
+  }
+  return entries;
+}
+
 }  // namespace Naxel

@@ -70,6 +70,9 @@ struct RuleRecipe {
   bool tcpEstablished = false;
   bool matchesNothing = false;  // one of the sets covers nothing
 };
+/// A label code for each field of the entries of one family, by TcamFieldType.
+using FieldCodes = std::array<Acl::LabelCode, 16>;
+
 /// The recipes of the rules of an ACL, in their order.
 struct RuleRecipes {
   std::vector<RuleFactor> factors;
@@ -84,6 +87,8 @@ struct RuleRecipes {
   void add(RuleRecipes const& others, size_t other);
   /// Entries of a rule; the largest number where there are even more.
   uint64_t entriesOf(size_t rule) const;
+  /// The same where the sets of each field have their pairs by the code that `codes` names for it.
+  uint64_t entriesOf(size_t rule, FieldCodes const& codes) const;
 };
 
 }  // namespace Naxel

@@ -87,6 +87,7 @@ Mox::Ptr<PDData const> LoaderSm::newOutput() {
     widths_ = widths;
   }
   auto pdData = pDDataFactory(widths_);
+  pdData->labelCodeIs(paramConfig_->labelCode());
   for (PrefixXformKey const& key : PrefixXformKey::all())
     loadPrefixInfo(loaderConfig().prefixXformLoaderInfo(key),
                    pdData->pdPrefixXformEntryCollIs(key));

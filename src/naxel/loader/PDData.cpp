@@ -104,7 +104,8 @@ Mox::AttributeTable const& PDData::attributeTable() const {
       Mox::attribute<&PDData::pdDscpXformEntryColl>("pdDscpXformEntryColl"),
       Mox::attribute<&PDData::pdTcpFlagsXformEntryColl>("pdTcpFlagsXformEntryColl"),
       Mox::attribute<&PDData::pdAclColl>("pdAclColl"),
-      Mox::attribute<&PDData::hwCapability_>("hwCapability")};
+      Mox::attribute<&PDData::hwCapability_>("hwCapability"),
+      Mox::attribute<&PDData::labelCode_>("labelCode")};
   return table;
 }
 

@@ -153,6 +153,10 @@ class NAXEL_EXPORT PDData : public Mox::Entity {
   /// changed since. Outputs of other widths are different ones, also where all entries are the same.
   Mox::Ptr<ChipHwCapability const> const& hwCapability() const { return hwCapability_; }
 
+  /// The label code that the agent had asked for. A driver needs to know nothing of it.
+  Acl::LabelCode labelCode() const { return labelCode_; }
+  void labelCodeIs(Acl::LabelCode v) { labelCode_ = v; }
+
   PrefixColls const& pdPrefixXformEntryColl() const { return prefix_; }
   Mox::Ptr<PDPrefixXformEntryColl const> pdPrefixXformEntryColl(PrefixXformKey const& key) const {
     return Mox::lookup(prefix_, key);
@@ -196,6 +200,7 @@ class NAXEL_EXPORT PDData : public Mox::Entity {
   std::array<ConstComboColl, 3> combo_;
   std::array<ConstRangeColl, rangeFieldCount + 1> range_;
   Mox::Ptr<PDAclColl> pdAclColl_;
+  Acl::LabelCode labelCode_ = Acl::LabelCode::aligned;
 };
 /// An empty output for the widths that a chip has by default.
 NAXEL_EXPORT Mox::Ptr<PDData> pDDataFactory();

@@ -10,8 +10,11 @@ namespace {
 
 using Style = Generation::Style;
 
-std::map<std::string, Style> const styles = {
-    {"acl", Style::acl}, {"fw", Style::fw}, {"ipc", Style::ipc}, {"groups", Style::groups}};
+std::map<std::string, Style> const styles = {{"acl", Style::acl},
+                                             {"fw", Style::fw},
+                                             {"ipc", Style::ipc},
+                                             {"groups", Style::groups},
+                                             {"attributes", Style::attributes}};
 std::map<std::string, Overlap> const overlaps = {
     {"nested", Overlap::nested}, {"crossing", Overlap::crossing}, {"mixed", Overlap::mixed}};
 
@@ -22,9 +25,12 @@ std::string nameOf(std::map<std::string, E> const& names, E value) {
   return "";
 }
 
+bool isGroups(Style style) { return style == Style::groups || style == Style::attributes; }
+
 void write(std::ostream& out, Generation const& options) {
-  if (options.style == Style::groups) {
+  if (isGroups(options.style)) {
     ObjectGroupOptions groups = options.groups;
+    if (options.style == Style::attributes) groups.overlap = Overlap::attributes;
     groups.seed = options.seed;
     generateObjectGroups(out, groups);
     return;
@@ -44,9 +50,10 @@ void addGeneration(CLI::App& command, Generation& to) {
   ObjectGroupOptions& groups = to.groups;
   CLI::Range const upToMillion(1, 1000000);
   command
-      .add_option("--style", to.style,
-                  "acl, fw or ipc: a ClassBench filter set of that kind; groups: JSON with shared "
-                  "prefix lists")
+      .add_option(
+          "--style", to.style,
+          "acl, fw or ipc: a ClassBench filter set of that kind; groups: JSON with shared "
+          "prefix lists; attributes: groups of hosts by application, tier, environment and site")
       ->transform(CLI::Transformer(styles))
       ->type_name("STYLE");
   command.add_option("--rules", groups.rules, "How many rules")
@@ -67,6 +74,9 @@ void addGeneration(CLI::App& command, Generation& to) {
   command.add_option("--overlap", groups.overlap, "groups: nested, crossing or mixed lists")
       ->transform(CLI::Transformer(overlaps))
       ->type_name("KIND");
+  command.add_option("--hand-made", groups.handMade, "attributes: further lists that go by none")
+      ->check(CLI::Range(0, 100000))
+      ->capture_default_str();
   command.add_flag("--ipv6", groups.ipv6, "groups: IPv6 instead of IPv4");
   command.add_option("-o,--output", to.output, "Write to a file")->type_name("FILE");
 }
@@ -82,10 +92,15 @@ ExitCode run(Generation const& options) {
   ObjectGroupOptions const& groups = options.groups;
   std::cerr << "made by: naxel gen --style " << nameOf(styles, options.style) << " --rules "
             << groups.rules << " --seed " << options.seed;
-  if (options.style == Style::groups)
+  if (isGroups(options.style)) {
     std::cerr << " --acls " << groups.acls << " --lists " << groups.lists << " --list-size "
-              << groups.listSize << " --overlap " << nameOf(overlaps, groups.overlap)
-              << (groups.ipv6 ? " --ipv6" : "");
+              << groups.listSize;
+    if (options.style == Style::groups)
+      std::cerr << " --overlap " << nameOf(overlaps, groups.overlap);
+    else
+      std::cerr << " --hand-made " << groups.handMade;
+    std::cerr << (groups.ipv6 ? " --ipv6" : "");
+  }
   std::cerr << '\n';
   return ExitCode::success;
 }

@@ -12,7 +12,7 @@
 namespace NaxelTool {
 
 struct Generation {
-  enum class Style : uint8_t { acl, fw, ipc, groups };
+  enum class Style : uint8_t { acl, fw, ipc, groups, attributes };
 
   Style style = Style::acl;
   uint64_t seed = 1;

@@ -28,9 +28,10 @@ void generateFilterSet(std::ostream& out, FilterSetOptions const& options);
 
 /// How the prefix lists of an object group configuration lie to each other.
 enum class Overlap : uint8_t {
-  nested,    ///< a list lies within another, or they are disjoint
-  crossing,  ///< lists have members in common, and each has members of its own
-  mixed      ///< half of them each
+  nested,     ///< a list lies within another, or they are disjoint
+  crossing,   ///< lists have members in common, and each has members of its own
+  mixed,      ///< half of them each
+  attributes  ///< lists of hosts picked by what they are: application, tier, environment, site
 };
 
 struct ObjectGroupOptions {
@@ -39,6 +40,7 @@ struct ObjectGroupOptions {
   uint32_t lists = 50;
   uint32_t listSize = 20;  ///< prefixes of a list on average
   Overlap overlap = Overlap::mixed;
+  uint32_t handMade = 0;  ///< of lists by attributes: how many further ones that go by no attribute
   bool ipv6 = false;
   uint64_t seed = 1;
 };

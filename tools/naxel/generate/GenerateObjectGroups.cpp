@@ -2,6 +2,7 @@
 #include "generate/GeneratePrefixes.h"
 
 #include <algorithm>
+#include <array>
 #include <iterator>
 #include <set>
 
@@ -20,15 +21,25 @@ struct List {
   std::vector<Bits> left = {};  ///< members that no list nested in this one has taken yet
 };
 
+/// Application, tier, environment and site, and how many of them there are.
+using Attributes = std::array<uint32_t, 4>;
+constexpr Attributes attributeValues = {24, 4, 4, 6};
+
 class Generator {
  public:
   Generator(std::ostream& out, ObjectGroupOptions const& options)
       : out_(out), options_(options), random_(options.seed), tree_(options.seed, 60, 24) {}
 
   void generate() {
-    drawClusters();
-    lists_.reserve(options_.lists);
-    for (uint32_t i = 0; i < options_.lists; ++i) drawList();
+    lists_.reserve(size_t{options_.lists} + options_.handMade);
+    if (options_.overlap == Overlap::attributes) {
+      drawHosts();
+      for (uint32_t i = 0; i < options_.lists; ++i) drawSelection(i);
+      for (uint32_t i = 0; i < options_.handMade; ++i) drawHandMade();
+    } else {
+      drawClusters();
+      for (uint32_t i = 0; i < options_.lists; ++i) drawList();
+    }
     drawPortGroups();
     out_ << "{\n  \"schema\": \"naxel-rules\",\n  \"version\": 1,\n  \"prefixLists\": {\n";
     for (size_t i = 0; i < lists_.size(); ++i) writeList(i);
@@ -127,6 +138,55 @@ class Generator {
     if (random_.oneIn(4)) carve(list, random_.of(list.addr));
   }
 
+  /// One subnet, at times two, for most combinations of application, tier, environment and site.
+  void drawHosts() {
+    Attributes a{};
+    do {
+      if (!random_.oneIn(8)) {
+        hosts_.push_back({a, {network()}});
+        if (random_.oneIn(4)) hosts_.back().second.push_back(network());
+      }
+    } while (next(a));
+  }
+  static bool next(Attributes& a) {
+    for (size_t k = 0; k < a.size(); ++k) {
+      if (++a[k] < attributeValues[k]) return true;
+      a[k] = 0;
+    }
+    return false;
+  }
+
+  /// All hosts that agree with some host in one to three attributes: first of each value of one, then at random.
+  void drawSelection(uint32_t number) {
+    lists_.emplace_back();
+    Attributes picked = random_.of(hosts_).first;
+    std::array<bool, 4> counts{};
+    for (size_t k = 0; k < counts.size(); ++k) {
+      if (number < attributeValues[k]) {
+        counts[k] = true;
+        picked[k] = number;
+        break;
+      }
+      number -= attributeValues[k];
+      if (k + 1 == counts.size())
+        for (uint64_t n = random_.between(2, 3); n > 0; --n)
+          counts[random_.below(counts.size())] = true;
+    }
+    for (auto const& [attributes, subnets] : hosts_) {
+      bool same = true;
+      for (size_t k = 0; k < counts.size(); ++k) same &= !counts[k] || attributes[k] == picked[k];
+      if (same) lists_.back().addr.insert(lists_.back().addr.end(), subnets.begin(), subnets.end());
+    }
+    tidy(lists_.back().addr);
+  }
+
+  void drawHandMade() {
+    lists_.emplace_back();
+    for (uint64_t n = random_.between(2, uint64_t{options_.listSize} * 2); n > 0; --n)
+      lists_.back().addr.push_back(random_.of(random_.of(hosts_).second));
+    tidy(lists_.back().addr);
+  }
+
   /// Takes small parts of a network out of a list.
   void carve(List& list, Bits const& network) {
     for (uint64_t i = random_.between(1, 3); i > 0; --i)
@@ -140,6 +200,12 @@ class Generator {
   }
 
   void drawPortGroups() {
+    if (options_.overlap == Overlap::attributes) {
+      // What hosts of a kind offer is one service each.
+      for (char const* service : {"443", "22", "5432", "\"8080-8083\"", "53", "9100"})
+        portGroups_.emplace_back(service);
+      return;
+    }
     static std::vector<std::string> const known = {"80",  "443",         "53",   "22", "25",
                                                    "123", "\"161-162\"", "3306", "21", "8080"};
     for (unsigned i = 0; i < 40; ++i) {
@@ -211,7 +277,7 @@ class Generator {
     } else if (proto < 8) {
       out_ << ", \"proto\": 17, \"dport\": " << oftenEarly(random_, portGroups_);
       if (random_.oneIn(5)) out_ << ", \"sport\": \"1024-65535\"";
-    } else if (proto == 8) {
+    } else if (proto == 8 && options_.overlap != Overlap::attributes) {
       out_ << ", \"proto\": " << (options_.ipv6 ? 58 : 1)
            << ", \"icmpType\": " << (options_.ipv6 ? "[\"1-4\", \"128-129\"]" : "[0, 3, 8, 11]");
     }
@@ -229,6 +295,7 @@ class Generator {
   PrefixTree tree_;
   std::set<Bits> networks_;
   std::vector<std::vector<Bits>> clusters_;
+  std::vector<std::pair<Attributes, std::vector<Bits>>> hosts_;
   std::vector<List> lists_;
   std::vector<size_t> nested_;  // which of them lists may be nested in
   std::vector<std::string> portGroups_;

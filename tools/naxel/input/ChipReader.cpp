@@ -14,7 +14,7 @@ class ChipFileReader {
       : file_(path, content, "naxel-chip",
               {"schema", "version", "chipId", "prefixXformWidth", "rangeXformWidth",
                "comboXformWidth", "tcpFlagsXformSupported", "tcpFlagsXformWidth",
-               "permitDuringUpdate", "softChip"}) {}
+               "permitDuringUpdate", "labelCode", "softChip"}) {}
 
   ChipSetup read() {
     JsonNode const& root = file_.root();
@@ -29,6 +29,7 @@ class ChipFileReader {
                    [&](uint64_t v) { chip->tcpFlagsXformWidthIs(static_cast<uint8_t>(v)); });
     out.capability = chip;
     file_.ifFlag(root, "permitDuringUpdate", [&](bool v) { out.permitDuringUpdate = v; });
+    choice(root, "labelCode", {"aligned", "compact"}, out.labelCode);
     if (JsonNode const* const node = JsonFile::find(root, "softChip")) readSoftChip(*node, out);
     return out;
   }

@@ -3,6 +3,7 @@
 /// Descriptions of a chip: its label widths, and how the software chip behaves that stands in for it.
 /// The format is described in docs/formats.md and schema/naxel-chip.schema.json.
 
+#include "acl/ParamConfig.h"
 #include "naxel/loader/HwCapability.h"
 #include "softchip/SoftChip.h"
 
@@ -14,6 +15,7 @@ struct ChipSetup {
   Mox::Ptr<Naxel::ChipHwCapability> capability;
   /// The agent's choice of the policy that stands while a hitful change is loaded.
   bool permitDuringUpdate = false;
+  Acl::LabelCode labelCode = Acl::LabelCode::compact;
   SoftChip::Options softChip;
 };
 

@@ -2,6 +2,7 @@
 
 #include "input/RuleSet.h"
 #include "mox/Bounded.h"
+#include "output/Advice.h"
 #include "output/CrossProduct.h"
 #include "output/TcamBits.h"
 #include "output/TextTable.h"
@@ -100,14 +101,14 @@ void printBits(std::ostream& out, Session const& session, CrossProduct& plain) {
 }
 
 void printLabels(std::ostream& out, Session const& session) {
-  std::vector<Row> rows = {{"labels", "width", "used", "of"}};
+  std::vector<Row> rows = {{"labels", "code", "width", "used", "of"}};
   for (LabelUse const& use : session.labelUse()) {
     // The highest label stays free: a chip may yield it where its tables hold nothing.
-    rows.push_back(use.width ? Row{use.field, std::to_string(use.width), std::to_string(use.used),
-                                   std::to_string((1u << use.width) - 1)}
-                             : Row{use.field, "raw", "-", "-"});
+    rows.push_back(use.width ? Row{use.field, Mox::stringValue(use.code), std::to_string(use.width),
+                                   std::to_string(use.used), std::to_string((1u << use.width) - 1)}
+                             : Row{use.field, "raw", "-", "-", "-"});
   }
-  printTable(out, rows, 1);
+  printTable(out, rows, 2);
 }
 
 void printStages(std::ostream& out, Session const& session) {
@@ -145,6 +146,7 @@ void printSummary(std::ostream& out, Session const& session) {
         << " while loading; loaded\n";
   else
     out << "handshake: hitless, loaded\n";
+  if (std::string const hint = advice(session); !hint.empty()) out << "hint: " << hint << '\n';
 }
 
 }  // namespace NaxelTool

@@ -145,7 +145,7 @@ void writeTables(std::ostream& out, Naxel::RootStatus const& kick, Naxel::PDData
                      {"count", kick.kickCount()}};
   out << R"({"schema":"naxel-tables","version":1,"chip":)" << Mox::valueToStrep(kick.chipId())
       << ",\n \"kick\":" << text(outcome) << ",\n \"widths\":" << text(widths(*data.hwCapability()))
-      << ",\n \"tables\":{\n";
+      << ",\n \"labelCode\":" << text(Naxel::stringValue(data.labelCode())) << ",\n \"tables\":{\n";
   writeXformTables(out, data);
   writeAcls(out, *data.pdAclColl(), acls);
   out << "}}\n";

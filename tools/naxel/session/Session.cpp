@@ -20,6 +20,7 @@ Naxel::ChipEntities entitiesOf(ChipSetup const& setup, Mox::Ptr<Naxel::AclConfig
   entities.capability = setup.capability;
   entities.acls = std::move(acls);
   entities.params->permitDuringUpdateIs(setup.permitDuringUpdate);
+  entities.params->labelCodeIs(setup.labelCode);
   return entities;
 }
 
@@ -59,7 +60,8 @@ std::vector<LabelUse> Session::labelUse() const {
   std::vector<LabelUse> out;
   Naxel::ChipHwCapability const& widths = *data().hwCapability();
   auto const add = [&](std::string field, unsigned width, Naxel::EncoderStatus const& encoder) {
-    out.push_back({std::move(field), width, encoder.plainToEncodedLabel().size()});
+    out.push_back(
+        {std::move(field), width, encoder.plainToEncodedLabel().size(), encoder.labelCode()});
   };
   for (Naxel::PrefixXformKey const& key : Naxel::PrefixXformKey::all())
     add(prefixKeyName(key), widths.prefixXformWidth(key), *root().prefixEncoderStatus(key));

@@ -21,6 +21,7 @@ struct LabelUse {
   std::string field;
   unsigned width = 0;  ///< in bits; 0 where the field is matched by its raw value
   size_t used = 0;
+  Acl::LabelCode code = Acl::LabelCode::aligned;  ///< means nothing without a width
 };
 
 class Session {

@@ -1,0 +1,109 @@
+#pragma once
+
+/// Cubes of codes, and which codes are in use.
+///
+/// A cube is what one value/mask pair matches: the codes that agree with its value in all bits but the
+/// don't-care bits. The words are those of two-level logic minimisation (Brayton et al., "Logic
+/// Minimization Algorithms for VLSI Synthesis", 1984).
+
+#include <bit>
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace Naxel::Compact {
+
+struct Cube {
+  uint16_t value = 0;  ///< 0 in the don't-care bits
+  uint16_t free = 0;   ///< the don't-care bits
+
+  bool contains(Cube c) const { return ((value ^ c.value) & ~free) == 0 && (c.free & ~free) == 0; }
+  /// The number of codes, as a power of two.
+  unsigned bits() const { return static_cast<unsigned>(std::popcount(free)); }
+  /// The same with further bits that do not matter.
+  Cube freed(uint16_t more) const {
+    return {static_cast<uint16_t>(value & ~more), static_cast<uint16_t>(free | more)};
+  }
+  /// The smallest cube that holds both.
+  Cube joined(Cube c) const { return freed(static_cast<uint16_t>(c.free | (value ^ c.value))); }
+  auto operator<=>(Cube const&) const = default;
+};
+
+/// The aligned block of 2^`bits` codes from `first` on.
+inline Cube blockCube(uint32_t first, unsigned bits) {
+  return {static_cast<uint16_t>(first), static_cast<uint16_t>((uint32_t{1} << bits) - 1)};
+}
+
+/// Calls `f(code)` for the lowest code of each aligned block of 2^`itemBits` codes in a cube, ascending, until it
+/// says false.
+template <class F>
+void forEachCode(Cube cube, unsigned itemBits, F f) {
+  uint32_t const high = cube.free >> itemBits << itemBits;
+  uint32_t sub = 0;
+  do {
+    if (!f(cube.value | sub)) return;
+    sub = (sub - high) & high;
+  } while (sub);
+}
+
+/// What it takes to look which codes of a cube are in use: about the words that they lie in.
+inline uint64_t stepsOfLook(Cube c) {
+  return 1 + (uint64_t{1} << std::popcount(static_cast<unsigned>(c.free >> 6))) / 4;
+}
+
+/// A set of codes, a bit for each.
+class CodeMap {
+ public:
+  explicit CodeMap(unsigned bits) : words_(((size_t{1} << bits) + 63) / 64) {}
+
+  void insert(Cube c) {
+    forEachWord(c, [this](size_t i, uint64_t mask) { return words_[i] |= mask, true; });
+  }
+  void erase(Cube c) {
+    forEachWord(c, [this](size_t i, uint64_t mask) { return words_[i] &= ~mask, true; });
+  }
+  bool meets(Cube c) const {
+    bool met = false;
+    forEachWord(c, [&](size_t i, uint64_t mask) { return !(met = words_[i] & mask); });
+    return met;
+  }
+  /// Whether the cube holds a code of this and not of `others`.
+  bool meetsOutside(Cube c, CodeMap const& others) const {
+    bool met = false;
+    forEachWord(
+        c, [&](size_t i, uint64_t mask) { return !(met = words_[i] & ~others.words_[i] & mask); });
+    return met;
+  }
+  /// Whether all codes of the cube that are in this lie in the blocks `own`.
+  bool holdsOnly(Cube c, std::span<Cube const> own) const {
+    bool only = true;
+    forEachWord(c, [&](size_t i, uint64_t mask) {
+      uint64_t left = words_[i] & mask;
+      if (!left) return true;
+      for (Cube o : own)
+        if (((i ^ size_t{o.value} >> 6) & ~(size_t{o.free} >> 6)) == 0) left &= ~inWord(o);
+      return only = !left;
+    });
+    return only;
+  }
+
+ private:
+  /// The cube's codes in each of its words.
+  static uint64_t inWord(Cube c) {
+    uint64_t mask = uint64_t{1} << (c.value & 63);
+    for (unsigned b = 0; b < 6; ++b)
+      if (c.free >> b & 1) mask |= mask << (1u << b);
+    return mask;
+  }
+  template <class F>
+  static void forEachWord(Cube c, F f) {
+    uint64_t const mask = inWord(c);
+    forEachCode({static_cast<uint16_t>(c.value >> 6), static_cast<uint16_t>(c.free >> 6)}, 0,
+                [&](uint32_t word) { return f(word, mask); });
+  }
+  std::vector<uint64_t> words_;
+};
+
+}  // namespace Naxel::Compact
