@@ -9,7 +9,7 @@
 #include <utility>
 
 /// Insertion. Items are placed one by one, those first that are tied most to what is placed, each at the
-/// cheapest of some forty codes: free ones inside the cubes of its sets, one bit beside them, where the
+/// cheapest of some hundred codes: free ones inside the cubes of its sets, one bit beside them, where the
 /// cubes of several of its sets come closest, and a few by a counter. The price of a code is the weight of the foreign
 /// sets whose cubes match it, which have to be covered anew, and of the item's own sets that need one more
 /// cube for it; where a cube grows instead, it costs a little for each bit, because a cube takes the codes that it
@@ -22,14 +22,14 @@
 ///
 /// Large items go first: as long as items do not grow, an aligned place of the right size is free for each.
 ///
-/// Cost. About fifty looks at codes for an item, each of which looks at the words of a few cubes that are in use.
+/// Cost. About a hundred looks at codes for an item, each of which looks at the words of a few cubes that are in use.
 
 namespace Naxel::Compact {
 
 namespace {
 
-constexpr size_t setsLookedAt = 6;
-constexpr size_t cubesLookedAt = 2;
+constexpr size_t setsLookedAt = 8;
+constexpr size_t cubesLookedAt = 4;
 constexpr unsigned codesByCounter = 8;
 
 /// How often a problem is begun: so many items in all.
