@@ -329,7 +329,8 @@ void NaxelRootSm::chooseLabelCode() {
   };
   bool choice = false;
   forEachEncoder([&](LabelEncoderSm const& sm, auto...) { choice |= sm.hasBothCodes(); });
-  if (!choice) return;
+  // What has been chosen for the same rules and pairs stands.
+  if (!choice || ruleExpanderSm()->isUpToDate()) return;
   RuleExpanderSm::Costs const costs = ruleExpanderSm()->costs();
   Codes best = codesBy(Acl::LabelCode::compact);
   uint64_t least = costs.entries(best);

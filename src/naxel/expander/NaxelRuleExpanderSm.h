@@ -61,6 +61,8 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
     std::vector<std::pair<Lumox::AddressFamily, RuleRecipes>> acls_;
   };
   Costs costs();
+  /// Whether nothing that is read has been published anew since the entries were built.
+  bool isUpToDate() const { return builtFrom_ == inputStamps(); }
   void dumpRuleExpanderConfig() const;
   void dumpRuleExpanderStatus() const;
 
