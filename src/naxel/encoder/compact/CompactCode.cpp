@@ -253,7 +253,7 @@ void Layout::giveRoom() {
   if (content(0) <= most) return giveMoreBits();
   // What a code must be worth, as low as it can be.
   full_ = room_;
-  uint64_t const dearest = uint64_t{1} << 50;
+  uint64_t const dearest = uint64_t{1} << 33;  // times any room it fits in a word
   uint64_t low = 0;
   uint64_t high = dearest;
   while (low + 1 < high) {
