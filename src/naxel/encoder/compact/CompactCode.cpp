@@ -15,12 +15,12 @@ namespace {
 
 /// How many components are asked whether bits that are left over help them, and up to how many bits more.
 constexpr size_t componentsWithMore = 16;
+constexpr unsigned moreBits = 8;
 /// Families of more members are covered in one order only.
 constexpr size_t largeFamily = 65536;
 /// Components of so few items are tried in fewer bits than they could have, in so many widths more than they need.
 constexpr size_t fewItems = 64;
 constexpr unsigned bitsTried = 4;
-constexpr unsigned moreBits = 8;
 
 /// A cube of a set that no rule uses costs hardly anything, but not nothing: it must be noticed where another
 /// set's label comes to lie in it.
