@@ -17,7 +17,7 @@ namespace {
 constexpr size_t componentsWithMore = 16;
 constexpr unsigned moreBits = 8;
 /// Families of more members are covered in one order only.
-constexpr size_t largeFamily = 65536;
+constexpr size_t largeFamily = 20'000;
 /// Components of so few items are tried in fewer bits than they could have, in so many widths more than they need.
 constexpr size_t fewItems = 64;
 constexpr unsigned bitsTried = 4;

@@ -15,13 +15,21 @@
 
 namespace Naxel::Compact {
 
+/// How many bits are 1; std::popcount is a call where the processor may lack an instruction for it.
+inline unsigned bitCount(uint16_t bits) {
+  unsigned n = bits - (bits >> 1 & 0x5555u);
+  n = (n & 0x3333u) + (n >> 2 & 0x3333u);
+  n = (n + (n >> 4)) & 0x0f0fu;
+  return (n + (n >> 8)) & 0x1fu;
+}
+
 struct Cube {
   uint16_t value = 0;  ///< 0 in the don't-care bits
   uint16_t free = 0;   ///< the don't-care bits
 
   bool contains(Cube c) const { return ((value ^ c.value) & ~free) == 0 && (c.free & ~free) == 0; }
   /// The number of codes, as a power of two.
-  unsigned bits() const { return static_cast<unsigned>(std::popcount(free)); }
+  unsigned bits() const { return bitCount(free); }
   /// The same with further bits that do not matter.
   Cube freed(uint16_t more) const {
     return {static_cast<uint16_t>(value & ~more), static_cast<uint16_t>(free | more)};
@@ -50,7 +58,7 @@ void forEachCode(Cube cube, unsigned itemBits, F f) {
 
 /// What it takes to look which codes of a cube are in use: about the words that they lie in.
 inline uint64_t stepsOfLook(Cube c) {
-  return 1 + (uint64_t{1} << std::popcount(static_cast<unsigned>(c.free >> 6))) / 4;
+  return 1 + (uint64_t{1} << bitCount(static_cast<uint16_t>(c.free >> 6))) / 4;
 }
 
 /// A set of codes, a bit for each.
@@ -76,17 +84,26 @@ class CodeMap {
         c, [&](size_t i, uint64_t mask) { return !(met = words_[i] & ~others.words_[i] & mask); });
     return met;
   }
-  /// Whether all codes of the cube that are in this lie in the blocks `own`.
-  bool holdsOnly(Cube c, std::span<Cube const> own) const {
-    bool only = true;
-    forEachWord(c, [&](size_t i, uint64_t mask) {
-      uint64_t left = words_[i] & mask;
-      if (!left) return true;
-      for (Cube o : own)
-        if (((i ^ size_t{o.value} >> 6) & ~(size_t{o.free} >> 6)) == 0) left &= ~inWord(o);
-      return only = !left;
+
+  /// Calls `f(code)` for the lowest code of each aligned block of 2^`size` codes of a cube of such blocks that holds
+  /// none of this, ascending, until it says false or `looks` words, or blocks of more than a word, have been looked at.
+  template <class F>
+  void forEachFree(Cube c, unsigned size, unsigned looks, F f) const {
+    if (size >= 6) {
+      forEachCode(c, size, [&](uint32_t code) {
+        return (meets(blockCube(code, size)) || f(code)) && --looks;
+      });
+      return;
+    }
+    uint64_t const blocks = inWord({c.value, static_cast<uint16_t>(c.free >> size << size)});
+    forEachWord({c.value, c.free}, [&](size_t i, uint64_t) {
+      uint64_t left = ~words_[i];
+      for (unsigned b = 0; b < size; ++b) left &= left >> (1u << b);
+      for (left &= blocks; left; left &= left - 1)
+        if (!f(static_cast<uint32_t>(i << 6) + static_cast<uint32_t>(std::countr_zero(left))))
+          return false;
+      return --looks != 0;
     });
-    return only;
   }
 
  private:

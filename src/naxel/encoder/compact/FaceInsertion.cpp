@@ -4,8 +4,7 @@
 
 #include <algorithm>
 #include <array>
-#include <queue>
-#include <tuple>
+#include <numeric>
 #include <utility>
 
 /// Insertion. Items are placed one by one, those first that are tied most to what is placed, each at the
@@ -31,6 +30,7 @@ namespace {
 constexpr size_t setsLookedAt = 8;
 constexpr size_t cubesLookedAt = 4;
 constexpr unsigned codesByCounter = 8;
+constexpr size_t setsGrown = 32;
 
 /// How often a problem is begun: so many items in all.
 constexpr size_t itemsBegun = 1600;
@@ -59,8 +59,10 @@ constexpr size_t largeSet = 32;
 /// Families of so few sets are improved by moves, for each item so many.
 constexpr uint32_t fewSets = 64;
 constexpr uint32_t movesPerItem = 30;
-constexpr uint64_t stepsOfMoves = 1'000'000;
-constexpr uint32_t maxMoves = 1600;
+constexpr uint64_t stepsOfMoves = 400'000;
+constexpr uint32_t maxMoves = 1200;
+/// They are begun anew until so many steps have been taken.
+constexpr uint64_t stepsOfStarts = 100'000;
 /// By which part of the least price a move may make it worse at first.
 constexpr uint64_t worsePart = 50;
 
@@ -78,11 +80,10 @@ class Insertion {
   Faces take() { return {std::move(places_), std::move(cubes_), price_, problem_.bits}; }
 
  private:
-  /// A set of the item at hand, with the blocks of those of its items that are placed.
+  /// A set of the item at hand that has items placed.
   struct Own {
     uint32_t set;
-    uint32_t from;
-    uint32_t to;
+    bool matches = false;  // the code at hand
   };
 
   std::vector<uint32_t> order() const;
@@ -94,12 +95,13 @@ class Insertion {
     return n;
   }
   void gatherOwn(uint32_t item);
+  void changeOwn(void (CodeMap::*change)(Cube));
   void collectCodes(uint32_t item);
   void collectBeside(Cube cube, unsigned size);
   void collectFree(Cube cube, unsigned size, unsigned looks, unsigned wanted);
   Cube towardsOthers(size_t own, Cube cube) const;
-  std::optional<unsigned> growth(Own const& own, Cube block) const;
-  uint64_t priceAt(uint32_t item, uint32_t code, uint64_t enough) const;
+  std::optional<unsigned> growth(size_t own, Cube block) const;
+  uint64_t priceAt(uint32_t item, uint32_t code, uint64_t enough);
   uint16_t bestCode(uint32_t item, std::optional<uint16_t> except = {});
   uint16_t someCode(uint32_t item);
   void put(uint32_t item, uint16_t code);
@@ -118,12 +120,15 @@ class Insertion {
   std::vector<uint16_t> places_;
   std::vector<bool> placed_;
   std::vector<Cubes> cubes_;
+  std::vector<Cube> hulls_;  // around the cubes of each set
   uint64_t price_ = 0;
   mutable uint64_t steps_ = 0;
   bool hurries_ = false;
-  std::vector<Own> own_;  // the heaviest first
+  std::vector<Own> own_;          // the heaviest first
+  std::vector<CodeMap> ownMaps_;  // the codes of the first of them
   std::vector<Cube> blocks_;
   std::vector<uint16_t> codes_;  // to look at
+  CodeMap listed_;               // those of them that are there already
   std::vector<std::pair<uint32_t, Cubes>>* log_ = nullptr;
 };
 
@@ -138,45 +143,86 @@ Insertion::Insertion(FaceProblem const& problem, size_t start)
       matched_(size_t{1} << problem.bits),
       places_(problem.items.size()),
       placed_(problem.items.size()),
-      cubes_(problem.sets.size()) {
+      cubes_(problem.sets.size()),
+      hulls_(problem.sets.size()),
+      listed_(problem.bits) {
   if (problem.reservesLast) used_.insert({static_cast<uint16_t>((1u << problem.bits) - 1), 0});
 }
 
-/// By size, and within it by what ties an item to those before.
-std::vector<uint32_t> Insertion::order() const {
-  struct Next {
+/// What comes next: by size, and within it by what ties an item to those before. A binary heap that knows
+/// where each item is, since an item is tied many times before its turn comes.
+class Queue {
+ public:
+  struct Rank {
     uint8_t size;
     uint64_t ties;
     uint64_t weight;
-    uint32_t item;
-    bool operator<(Next const& o) const {
-      return std::tie(size, ties, weight, o.item) < std::tie(o.size, o.ties, o.weight, item);
-    }
+    auto operator<=>(Rank const&) const = default;
   };
-  std::vector<Next> last;
-  for (uint32_t i = 0; i < problem_.items.size(); ++i) {
-    last.push_back({problem_.items[i], 0, 0, i});
-    for (uint32_t s : setsOf_[i]) last.back().weight += problem_.weights[s];
+
+  explicit Queue(std::vector<Rank> ranks) : ranks_(std::move(ranks)), heap_(ranks_.size()) {
+    std::iota(heap_.begin(), heap_.end(), 0u);
+    std::ranges::stable_sort(heap_, [this](uint32_t a, uint32_t b) { return before(a, b); });
+    at_ = heap_;
+    for (uint32_t p = 0; p < heap_.size(); ++p) at_[heap_[p]] = p;
   }
-  std::priority_queue<Next> queue(std::less<Next>(), last);
+  bool empty() const { return heap_.empty(); }
+  bool has(uint32_t item) const { return at_[item] != SetFamily::none; }
+  void tie(uint32_t item, uint64_t ties) {
+    ranks_[item].ties += ties;
+    uint32_t p = at_[item];
+    for (; p && before(item, heap_[(p - 1) / 2]); p = (p - 1) / 2) put(p, heap_[(p - 1) / 2]);
+    put(p, item);
+  }
+  uint32_t pop() {
+    uint32_t const first = heap_[0];
+    at_[first] = SetFamily::none;
+    uint32_t const last = heap_.back();
+    heap_.pop_back();
+    if (heap_.empty()) return first;
+    uint32_t p = 0;
+    for (uint32_t child = 1; child < heap_.size(); child = 2 * p + 1) {
+      if (child + 1 < heap_.size() && before(heap_[child + 1], heap_[child])) ++child;
+      if (!before(heap_[child], last)) break;
+      put(p, heap_[child]);
+      p = child;
+    }
+    put(p, last);
+    return first;
+  }
+
+ private:
+  bool before(uint32_t a, uint32_t b) const {
+    return ranks_[a] > ranks_[b] || (ranks_[a] == ranks_[b] && a < b);
+  }
+  void put(uint32_t p, uint32_t item) {
+    heap_[p] = item;
+    at_[item] = p;
+  }
+  std::vector<Rank> ranks_;
+  std::vector<uint32_t> heap_;
+  std::vector<uint32_t> at_;
+};
+
+std::vector<uint32_t> Insertion::order() const {
+  std::vector<Queue::Rank> ranks;
+  for (uint32_t i = 0; i < problem_.items.size(); ++i) {
+    ranks.push_back({problem_.items[i], 0, 0});
+    for (uint32_t s : setsOf_[i]) ranks.back().weight += problem_.weights[s];
+  }
+  Queue queue(std::move(ranks));
   std::vector<bool> begun(problem_.sets.size(), false);
-  std::vector<bool> done(last.size(), false);
   std::vector<uint32_t> out;
   while (!queue.empty()) {
-    Next const next = queue.top();
-    queue.pop();
-    if (done[next.item] || next.ties != last[next.item].ties) continue;
-    done[next.item] = true;
-    out.push_back(next.item);
-    for (uint32_t s : setsOf_[next.item]) {
+    out.push_back(queue.pop());
+    for (uint32_t s : setsOf_[out.back()]) {
       // Each item of a large set would tie all others anew.
-      if (begun[s] && (!ties_.byItems || problem_.sets[s].size() > largeSet)) continue;
+      auto const items = problem_.sets[s];
+      if (begun[s] && (!ties_.byItems || items.size() > largeSet)) continue;
       begun[s] = true;
-      for (uint32_t i : problem_.sets[s]) {
-        if (done[i]) continue;
-        last[i].ties += problem_.weights[s] / (ties_.byShares ? problem_.sets[s].size() : 1);
-        queue.push(last[i]);
-      }
+      uint64_t const ties = problem_.weights[s] / (ties_.byShares ? items.size() : 1);
+      for (uint32_t i : items)
+        if (queue.has(i)) queue.tie(i, ties);
     }
   }
   return out;
@@ -184,26 +230,29 @@ std::vector<uint32_t> Insertion::order() const {
 
 void Insertion::gatherOwn(uint32_t item) {
   own_.clear();
-  blocks_.clear();
-  for (uint32_t s : setsOf_[item]) {
-    if (cubes_[s].empty()) continue;
-    auto const from = static_cast<uint32_t>(blocks_.size());
-    for (uint32_t i : problem_.sets[s])
-      if (placed_[i]) blocks_.push_back(block(i, places_[i]));
-    own_.push_back({s, from, static_cast<uint32_t>(blocks_.size())});
-  }
+  for (uint32_t s : setsOf_[item])
+    if (!cubes_[s].empty()) own_.push_back({s});
   std::ranges::stable_sort(own_, [this](Own const& a, Own const& b) {
     return problem_.weights[a.set] > problem_.weights[b.set];
   });
+  while (ownMaps_.size() < std::min(own_.size(), setsGrown)) ownMaps_.emplace_back(problem_.bits);
+  changeOwn(&CodeMap::insert);
+}
+
+/// The maps are empty between items.
+void Insertion::changeOwn(void (CodeMap::*change)(Cube)) {
+  for (size_t k = 0; k < std::min(own_.size(), setsGrown); ++k)
+    for (uint32_t i : problem_.sets[own_[k].set]) {
+      if (!placed_[i]) continue;
+      (ownMaps_[k].*change)(block(i, places_[i]));
+      ++steps_;
+    }
 }
 
 void Insertion::collectFree(Cube cube, unsigned size, unsigned looks, unsigned wanted) {
-  forEachCode(cube, size, [&](uint32_t code) {
-    if (!used_.meets(blockCube(code, size))) {
-      codes_.push_back(static_cast<uint16_t>(code));
-      --wanted;
-    }
-    return wanted && --looks;
+  used_.forEachFree(cube, size, looks, [&](uint32_t code) {
+    codes_.push_back(static_cast<uint16_t>(code));
+    return --wanted != 0;
   });
 }
 
@@ -218,7 +267,7 @@ Cube Insertion::towardsOthers(size_t own, Cube cube) const {
   for (size_t other = 0; other < std::min(setsLookedAt, own_.size()); ++other) {
     if (other == own) continue;
     auto const distance = [&](Cube c) {
-      return std::popcount(static_cast<uint16_t>((c.value ^ cube.value) & ~(c.free | cube.free)));
+      return bitCount(static_cast<uint16_t>((c.value ^ cube.value) & ~(c.free | cube.free)));
     };
     Cube const near = *std::ranges::min_element(cubes_[own_[other].set], {}, distance);
     cube.value = static_cast<uint16_t>(cube.value | (near.value & cube.free & ~near.free));
@@ -247,20 +296,26 @@ void Insertion::collectCodes(uint32_t item) {
     collectFree(blockCube(static_cast<uint32_t>(Mox::mix64(++counter_) % slots) << size, size),
                 size, 1, 1);
   if (codes_.empty()) collectFree(blockCube(0, problem_.bits), size, ~0u, 1);
-  std::ranges::sort(codes_);
-  codes_.erase(std::unique(codes_.begin(), codes_.end()), codes_.end());
+  // Each once; a code is a block of one here.
+  size_t kept = 0;
+  for (uint16_t code : codes_)
+    if (Cube const c{code, 0}; !listed_.meets(c)) {
+      listed_.insert(c);
+      codes_[kept++] = code;
+    }
+  codes_.resize(kept);
+  for (uint16_t code : codes_) listed_.erase({code, 0});
 }
 
-/// By how many bits a cube of the set has to grow to hold the block; none where none can.
-std::optional<unsigned> Insertion::growth(Own const& own, Cube block) const {
+/// By how many bits a cube of a set of the item's has to grow to hold the block; none where none can.
+std::optional<unsigned> Insertion::growth(size_t own, Cube block) const {
   Cube const* least = nullptr;
   unsigned bits = 17;
-  std::span<Cube const> const blocks(blocks_.data() + own.from, blocks_.data() + own.to);
-  for (Cube const& c : cubes_[own.set]) {
+  for (Cube const& c : cubes_[own_[own].set]) {
     Cube const joined = c.joined(block);
     if (joined.bits() >= bits) continue;
     steps_ += stepsOfLook(joined);
-    if (!used_.holdsOnly(joined, blocks)) continue;
+    if (used_.meetsOutside(joined, ownMaps_[own])) continue;
     bits = joined.bits();
     least = &c;
   }
@@ -268,20 +323,18 @@ std::optional<unsigned> Insertion::growth(Own const& own, Cube block) const {
   return bits - least->bits();
 }
 
-uint64_t Insertion::priceAt(uint32_t item, uint32_t code, uint64_t enough) const {
+uint64_t Insertion::priceAt(uint32_t item, uint32_t code, uint64_t enough) {
   uint64_t price = matched_[code];
-  Cube const at = block(item, code);
-  std::array<Own const*, 64> beside;
-  size_t besides = 0;
-  for (Own const& own : own_) {
-    if (uint64_t const n = matches(own.set, code))
-      price -= n * problem_.weights[own.set];
-    else if (besides < beside.size())
-      beside[besides++] = &own;
+  for (Own& own : own_) {
+    uint64_t const n = matches(own.set, code);
+    own.matches = n;
+    price -= n * problem_.weights[own.set];
   }
-  for (size_t k = 0; k < besides && price < enough; ++k) {
-    uint64_t const weight = problem_.weights[beside[k]->set];
-    auto const bits = growth(*beside[k], at);
+  Cube const at = block(item, code);
+  for (size_t k = 0; k < std::min(own_.size(), setsGrown) && price <= enough; ++k) {
+    if (own_[k].matches) continue;
+    uint64_t const weight = problem_.weights[own_[k].set];
+    auto const bits = growth(k, at);
     price += bits ? *bits * (weight / growthPart_) : weight;
   }
   return price;
@@ -308,16 +361,17 @@ uint16_t Insertion::bestCode(uint32_t item, std::optional<uint16_t> except) {
   if (hurries_) return someCode(item);
   gatherOwn(item);
   collectCodes(item);
-  steps_ += codes_.size() + blocks_.size();
+  steps_ += codes_.size();
   uint64_t least = ~uint64_t{0};
   uint16_t best = codes_.front();
   for (uint16_t code : codes_) {
     if (except == code) continue;
     uint64_t const price = priceAt(item, code, least);
-    if (price >= least) continue;
+    if (price > least || (price == least && code > best)) continue;
     least = price;
     best = code;
   }
+  changeOwn(&CodeMap::erase);
   return best;
 }
 
@@ -331,6 +385,8 @@ void Insertion::cubesAre(uint32_t set, Cubes cubes) {
   };
   for (Cube c : cubes_[set]) add(c, ~weight + 1);
   for (Cube c : cubes) add(c, weight);
+  if (!cubes.empty()) hulls_[set] = cubes[0];
+  for (Cube c : cubes) hulls_[set] = hulls_[set].joined(c);
   price_ += weight * cubes.size() - weight * cubes_[set].size();
   cubes_[set].swap(cubes);
   if (log_) log_->emplace_back(set, std::move(cubes));
@@ -351,9 +407,9 @@ void Insertion::put(uint32_t item, uint16_t code) {
   auto const own = setsOf_[item];
   uint64_t foreign = matched_[code];
   for (uint32_t s : own) foreign -= matches(s, code) * problem_.weights[s];
-  if (foreign) steps_ += problem_.sets.size() / 4;
+  if (foreign) steps_ += problem_.sets.size() / 16;
   for (uint32_t s = 0; foreign; ++s) {
-    if (std::ranges::binary_search(own, s)) continue;
+    if (!hulls_[s].contains({code, 0}) || std::ranges::binary_search(own, s)) continue;
     uint64_t const n = matches(s, code);
     if (!n) continue;
     foreign -= n * problem_.weights[s];
@@ -400,10 +456,14 @@ void Insertion::improve() {
   uint64_t const least = problem_.leastPrice();
   uint64_t best = price_;
   std::vector<uint16_t> places = places_;
-  uint64_t const mostSteps = steps() + stepsOfMoves;
-  for (uint32_t m = 0; m < moves && best > least && steps() < mostSteps; ++m) {
+  uint64_t const most = stepsOfMoves * problem_.effort / 1024;
+  uint64_t const from = steps();
+  for (uint32_t m = 0; m < moves && best > least && steps() - from < most; ++m) {
+    // What is left of the moves or of the steps, whichever is less.
+    uint64_t const left =
+        std::min(uint64_t{moves - m} * 1024 / moves, (most - (steps() - from)) * 1024 / most);
     moveOnce(items - 1 - static_cast<uint32_t>(Mox::mix64(++counter_) % smallest),
-             least / worsePart * (moves - m) / moves);
+             least / worsePart * left / 1024);
     if (price_ >= best) continue;
     best = price_;
     places = places_;
@@ -426,8 +486,12 @@ std::optional<Faces> facesByInsertion(FaceProblem const& problem, uint64_t limit
   uint64_t steps = stepsAtLeast +
                    stepsPerMember * std::min<uint64_t>(problem.sets.members(), manyMembers) +
                    stepsPerItem * problem.items.size();
+  bool const few = problem.sets.size() <= fewSets;
+  uint64_t const enough = few ? stepsOfStarts * problem.effort / 1024 : steps;
+  uint64_t const all = steps;
   uint64_t longest = 0;
-  for (size_t start = 0; start < starts && limit > least && (start == 0 || steps > longest);
+  for (size_t start = 0; start < starts && limit > least &&
+                         (start == 0 || (steps > longest && all - steps < enough));
        ++start) {
     Insertion next(problem, start);
     bool const placed = next.insertAll(limit, steps);
@@ -439,7 +503,7 @@ std::optional<Faces> facesByInsertion(FaceProblem const& problem, uint64_t limit
     best.emplace(std::move(next));
   }
   if (!best) return std::nullopt;
-  if (mostStarts > 1 && problem.sets.size() <= fewSets) best->improve();
+  if (mostStarts > 1 && few) best->improve();
   return best->take();
 }
 
