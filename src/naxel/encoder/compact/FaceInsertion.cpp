@@ -490,8 +490,8 @@ std::optional<Faces> facesByInsertion(FaceProblem const& problem, uint64_t limit
   uint64_t const enough = few ? stepsOfStarts * problem.effort / 1024 : steps;
   uint64_t const all = steps;
   uint64_t longest = 0;
-  for (size_t start = 0; start < starts && limit > least &&
-                         (start == 0 || (steps > longest && all - steps < enough));
+  for (size_t start = 0;
+       start < starts && limit > least && (start == 0 || (steps > longest && all - steps < enough));
        ++start) {
     Insertion next(problem, start);
     bool const placed = next.insertAll(limit, steps);
