@@ -34,6 +34,9 @@ class Pipeline {
 
   /// For the kicks that follow.
   void labelCodeIs(Acl::LabelCode code) { entities_.params->labelCodeIs(code); }
+  void keepLabelsIs(bool keeps) { entities_.params->keepLabelsIs(keeps); }
+  /// The output in force.
+  Mox::Ptr<Naxel::PDData const> output() const { return entities_.pdConfig->currPDData(); }
   /// Kicks and runs the activity until the kick has ended. Returns its seconds. Throws
   /// std::runtime_error, with the reason, where it did not succeed.
   double kick();

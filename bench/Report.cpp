@@ -124,6 +124,24 @@ void Report::printCombos() const {
   std::cout << '\n';
 }
 
+void Report::printChurn() const {
+  if (sets("churn").empty()) return;
+  Rows rows = {{"churn (rows)", "median", "95 %", "99 %", "worst", "labels", "worst", "entries",
+                "to afresh", "ms"}};
+  for (std::string const& set : sets("churn")) {
+    Result const* const result = find("churn", set);
+    if (!result) continue;
+    auto const counter = [&](char const* name, int digits) {
+      return fixed(result->counters.at(name), digits);
+    };
+    rows.push_back({set, counter("median", 0), counter("p95", 0), counter("p99", 0),
+                    counter("worst", 0), counter("labelsMedian", 0), counter("labelsWorst", 0),
+                    counter("entries", 0), counter("afresh", 3), ms("churn", set)});
+  }
+  NaxelTool::printTable(std::cout, rows, 1);
+  std::cout << '\n';
+}
+
 void Report::printCodes() const {
   if (sets("codes").empty()) return;
   Rows rows = {
@@ -205,6 +223,7 @@ void Report::Finalize() {
   printStages();
   printGrowth();
   printCodes();
+  printChurn();
   printCombos();
   printYardstick("list", "prefixes", "std::set");
   printYardstick("ranges", "ranges", "std::sort");

@@ -34,6 +34,8 @@ class NAXEL_EXPORT ParamConfig : public Mox::Entity {
     virtual void onEntryLimit() {}
     virtual void onSilenceLimit() {}
     virtual void onLabelCode() {}
+    virtual void onKeepLabels() {}
+    virtual void onRepairRows() {}
   };
   std::string_view fwkType() const override { return "Acl::ParamConfig"; }
   Mox::AttributeTable const& attributeTable() const override {
@@ -41,10 +43,14 @@ class NAXEL_EXPORT ParamConfig : public Mox::Entity {
         Mox::attribute<&ParamConfig::permitDuringUpdate_>("permitDuringUpdate"),
         Mox::attribute<&ParamConfig::entryLimit_>("entryLimit"),
         Mox::attribute<&ParamConfig::silenceLimit_>("silenceLimit"),
-        Mox::attribute<&ParamConfig::labelCode_>("labelCode")};
+        Mox::attribute<&ParamConfig::labelCode_>("labelCode"),
+        Mox::attribute<&ParamConfig::keepLabels_>("keepLabels"),
+        Mox::attribute<&ParamConfig::repairRows_>("repairRows")};
     return table;
   }
   static constexpr uint64_t defaultEntryLimit = 4194304;
+  /// Stands for 0.5 % of the ACL entries in force.
+  static constexpr uint64_t defaultRepairRows = ~uint64_t{0};
 
   /// Which policy stands in for the ACLs while a change that disturbs traffic is being loaded: true
   /// permits all packets, false denies all. Default false.
@@ -68,12 +74,25 @@ class NAXEL_EXPORT ParamConfig : public Mox::Entity {
   LabelCode labelCode() const { return labelCode_; }
   void labelCodeIs(LabelCode v) { attrIs(labelCode_, v, &Notifiee::onLabelCode); }
 
+  /// Whether labels and value/mask pairs stay as they are in the output in force as far as they can, so that a small
+  /// change of the rules is a small change of the tables. The tables then depend on those before them, and take some
+  /// more entries. Only with the code `compact`; without effect otherwise. Default false.
+  bool keepLabels() const { return keepLabels_; }
+  void keepLabelsIs(bool v) { attrIs(keepLabels_, v, &Notifiee::onKeepLabels); }
+
+  /// About how many ACL entries of a kick may be written only to take fewer of them in future, where labels are
+  /// kept. Default defaultRepairRows.
+  uint64_t repairRows() const { return repairRows_; }
+  void repairRowsIs(uint64_t v) { attrIs(repairRows_, v, &Notifiee::onRepairRows); }
+
   /// Takes over all values of another one.
   void valuesIs(ParamConfig const& from) {
     permitDuringUpdateIs(from.permitDuringUpdate_);
     entryLimitIs(from.entryLimit_);
     silenceLimitIs(from.silenceLimit_);
     labelCodeIs(from.labelCode_);
+    keepLabelsIs(from.keepLabels_);
+    repairRowsIs(from.repairRows_);
   }
 
  private:
@@ -81,6 +100,8 @@ class NAXEL_EXPORT ParamConfig : public Mox::Entity {
   uint64_t entryLimit_ = defaultEntryLimit;
   Mox::Seconds silenceLimit_ = 10;
   LabelCode labelCode_ = LabelCode::aligned;
+  bool keepLabels_ = false;
+  uint64_t repairRows_ = defaultRepairRows;
 };
 
 inline Mox::Ptr<ParamConfig> paramConfigFactory() { return Mox::makePtr<ParamConfig>(); }

@@ -168,6 +168,7 @@ class NAXEL_EXPORT NaxelRootSm : public PipelineParts {
   std::vector<std::unique_ptr<LoaderInfoReactor>> loaderInfoReactors_;
   std::vector<std::unique_ptr<DeletionReactor>> deletionReactors_;
   bool initialized_ = false;
+  bool toldOfAligned_ = false;
   RootConfigReactor rootConfigReactor_{*this};
   StageStatusReactor stageStatusReactor_{*this};
   // The loader's progress is watched apart from the controller's: the handshake of a cancelled kick goes on

@@ -117,6 +117,11 @@ size_t TableDiff::rows() const {
   for (auto const& [key, changes] : prefix) n += changes.size();
   for (auto const& changes : range) n += changes.size();
   for (auto const& changes : combo) n += changes.size();
+  return n + aclRows();
+}
+
+size_t TableDiff::aclRows() const {
+  size_t n = 0;
   for (AclChanges const& a : acl) {
     for (auto const* rules : {&a.add, &a.del})
       for (PDAclRule const* rule : *rules) n += rule->filters();

@@ -58,6 +58,8 @@ struct NAXEL_EXPORT TableDiff {
 
   /// Rows to write, add or delete in all, entries of rules counted one by one; a change is one row.
   size_t rows() const;
+  /// Those of the ACLs among them.
+  size_t aclRows() const;
 };
 
 }  // namespace Naxel

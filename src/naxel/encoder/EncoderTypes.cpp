@@ -1,5 +1,7 @@
 #include "naxel/encoder/EncoderTypes.h"
 
+#include "naxel/loader/PDData.h"
+
 namespace Naxel {
 
 Mox::AttributeTable const& PrefixXformLoaderInfo::attributeTable() const {
@@ -36,6 +38,15 @@ EncodedLabelWithMaskList const* EncoderStatus::encodedLabelList(GenSetKey key) c
 }
 
 Mox::Ptr<EncoderStatus> encoderStatusFactory() { return Mox::makePtr<EncoderStatus>(); }
+
+EncoderConfig::EncoderConfig(Mox::Ptr<XformStatus const> xform) : xformStatus_(std::move(xform)) {}
+
+EncoderConfig::~EncoderConfig() = default;
+
+void EncoderConfig::basisIs(Mox::Ptr<PDData const> v, uint64_t repairRows) {
+  basis_ = std::move(v);
+  repairRows_ = repairRows;
+}
 
 Mox::AttributeTable const& EncoderConfig::attributeTable() const {
   static Mox::AttributeTable const table = Mox::joinTables(

@@ -10,9 +10,11 @@
 
 namespace Naxel {
 
+class PDData;
+
 /// Which encoded label each entry of a hardware transform table must yield. A record is made anew
 /// by every run of its encoder and never changed afterwards.
-class NAXEL_EXPORT PrefixXformLoaderInfo : public Mox::Entity {
+class NAXEL_EXPORT PrefixXformLoaderInfo : public Mox::Entity, public KeepsSets {
  public:
   using LabelMap = Mox::FlatMap<Lumox::IpGenPrefix, EncodedLabel>;
   std::string_view fwkType() const override { return "Naxel::PrefixXformLoaderInfo"; }
@@ -27,7 +29,7 @@ class NAXEL_EXPORT PrefixXformLoaderInfo : public Mox::Entity {
   LabelMap prefixToLabelMap_;
 };
 
-class NAXEL_EXPORT RangeSplitLoaderInfo : public Mox::Entity {
+class NAXEL_EXPORT RangeSplitLoaderInfo : public Mox::Entity, public KeepsSets {
  public:
   using LabelMap = Mox::FlatMap<RangeSetElem, EncodedLabel>;
   std::string_view fwkType() const override { return "Naxel::RangeSplitLoaderInfo"; }
@@ -42,7 +44,7 @@ class NAXEL_EXPORT RangeSplitLoaderInfo : public Mox::Entity {
   LabelMap rangeToEncodedLabelMap_;
 };
 
-class NAXEL_EXPORT ComboLabelLoaderInfo : public Mox::Entity {
+class NAXEL_EXPORT ComboLabelLoaderInfo : public Mox::Entity, public KeepsSets {
  public:
   using LabelMap = Mox::FlatMap<EncodedComboLabel, EncodedLabel>;
   std::string_view fwkType() const override { return "Naxel::ComboLabelLoaderInfo"; }
@@ -94,6 +96,10 @@ class NAXEL_EXPORT EncoderStatus : public StageStatus {
   void encodedLabelListDelAll() {
     if (!encodedLabelList_.empty()) encodedLabelListIs({});
   }
+  /// How often labels that were to be kept were encoded afresh all the same, because there was no room or little to
+  /// keep.
+  uint64_t encodedAfresh() const { return encodedAfresh_; }
+  void encodedAfreshIs(uint64_t v) { encodedAfresh_ = v; }
   /// By which code the labels above are encoded.
   Acl::LabelCode labelCode() const { return labelCode_; }
   void labelCodeIs(Acl::LabelCode v) { labelCode_ = v; }
@@ -105,6 +111,7 @@ class NAXEL_EXPORT EncoderStatus : public StageStatus {
   LabelMap plainToEncodedLabel_;
   MaskListMap encodedLabelList_;
   Acl::LabelCode labelCode_ = Acl::LabelCode::aligned;
+  uint64_t encodedAfresh_ = 0;
   Mox::Stamp stamp_ = Mox::newStamp();
 };
 NAXEL_EXPORT Mox::Ptr<EncoderStatus> encoderStatusFactory();
@@ -154,7 +161,8 @@ class NAXEL_EXPORT ComboLabelEncoderStatus
 /// Points an encoder at the transform that feeds it.
 class NAXEL_EXPORT EncoderConfig : public StageConfig {
  public:
-  explicit EncoderConfig(Mox::Ptr<XformStatus const> xform) : xformStatus_(std::move(xform)) {}
+  explicit EncoderConfig(Mox::Ptr<XformStatus const> xform);
+  ~EncoderConfig() override;
   std::string_view fwkType() const override { return "Naxel::EncoderConfig"; }
   Mox::AttributeTable const& attributeTable() const override;
 
@@ -162,10 +170,17 @@ class NAXEL_EXPORT EncoderConfig : public StageConfig {
   /// The code to encode labels by. Default aligned.
   Acl::LabelCode labelCode() const { return labelCode_; }
   void labelCodeIs(Acl::LabelCode v) { labelCode_ = v; }
+  /// The output in force whose labels are to be kept; null where they are encoded afresh each time.
+  Mox::Ptr<PDData const> const& basis() const { return basis_; }
+  /// And how many entries of rules may be written anew to improve upon it.
+  uint64_t repairRows() const { return repairRows_; }
+  void basisIs(Mox::Ptr<PDData const> v, uint64_t repairRows);
 
  private:
   Mox::Ptr<XformStatus const> xformStatus_;
   Acl::LabelCode labelCode_ = Acl::LabelCode::aligned;
+  Mox::Ptr<PDData const> basis_;
+  uint64_t repairRows_ = 0;
 };
 NAXEL_EXPORT Mox::Ptr<EncoderConfig> encoderConfigFactory(Mox::Ptr<XformStatus const> xformStatus);
 

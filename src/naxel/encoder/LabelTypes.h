@@ -13,11 +13,26 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <tuple>
 
 namespace Naxel {
+
+namespace Compact {
+struct KeptSets;
+}
+
+/// Of a table, what the next encoding of its field needs to leave most of it as it is; null where labels are not kept.
+class KeepsSets {
+ public:
+  std::shared_ptr<Compact::KeptSets const> const& keptSets() const { return keptSets_; }
+  void keptSetsIs(std::shared_ptr<Compact::KeptSets const> v) { keptSets_ = std::move(v); }
+
+ private:
+  std::shared_ptr<Compact::KeptSets const> keptSets_;
+};
 
 /// A label value as it stands in the TCAM key.
 class EncodedLabel : public Mox::NumberValue<EncodedLabel, uint16_t> {

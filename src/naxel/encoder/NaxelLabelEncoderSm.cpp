@@ -2,9 +2,10 @@
 
 #include "mox/Assert.h"
 #include "naxel/encoder/PairCounter.h"
-#include "naxel/encoder/compact/CompactCode.h"
+#include "naxel/encoder/compact/KeptCode.h"
 #include "naxel/genset/FieldNames.h"
 #include "naxel/genset/KeyPlaces.h"
+#include "naxel/loader/PDData.h"
 #include "naxel/types/NaxelTrace.h"
 
 #include <algorithm>
@@ -52,6 +53,20 @@ std::vector<std::pair<Key, EncodedLabel>> encodedEntries(Mox::FlatMap<Key, Plain
   entries.reserve(items.size());
   for (auto const& [key, label] : items) entries.emplace_back(key, encodedLabelOf(status, label));
   return entries;
+}
+
+/// Walks over items and a table in one, both ascending: the entry for an item is the last one that is not `behind` it,
+/// if that is `for` it.
+template <class Items, class Entries, class Behind, class For>
+void walkBoth(Items const& items, Entries const& entries, Behind behind, For isFor,
+              LabelEncoderSm::InForce const& tell) {
+  auto at = entries.begin();
+  for (auto const& [item, label] : items) {
+    while (at != entries.end() && !behind(at->key(), item)) ++at;
+    bool const found = at != entries.begin() && isFor(std::prev(at)->key(), item);
+    tell.item(label, found ? std::optional(std::prev(at)->value()) : std::nullopt);
+  }
+  for (auto const& entry : entries) tell.entry(entry.value());
 }
 
 }  // namespace
@@ -122,6 +137,8 @@ std::optional<std::string> LabelEncoderSm::doWork() {
   rememberMore();
   workHash_ = doBuildWorkingSetHash();
   other_.reset();
+  keeps_ = now_.keeps;
+  keptFrom_.reset();
   // Raw values are their own codes.
   code_ = now_.xform ? now_.code : Acl::LabelCode::aligned;
   // A failure here is repeated by the next kick on the same input: what was remembered is gone, so it
@@ -131,7 +148,7 @@ std::optional<std::string> LabelEncoderSm::doWork() {
     return failure_;
   }
   doMerge();
-  if (code_ == Acl::LabelCode::compact) doEncodeOtherwise();
+  if (code_ == Acl::LabelCode::compact && !keptFrom_) doEncodeOtherwise();
   doUpdateLoaderInfo();
   return std::nullopt;
 }
@@ -190,6 +207,9 @@ LabelEncoderSm::Input LabelEncoderSm::inputWithoutUses() const {
   bool const raw = now.labelWidth == 0;
   now.xform = raw ? 0 : encoderConfig().xformStatus()->stamp();
   now.usage = usage_->stamp();
+  now.keeps = !raw && encoderConfig().basis();
+  if (now.keeps)
+    if (KeepsSets const* const table = tableInForce()) now.basis = table->keptSets();
   return now;
 }
 
@@ -207,8 +227,10 @@ bool LabelEncoderSm::isUnchanged(Input const& now) {
   if (!workingSetHash_) return false;
   Input const& then = builtFrom_;
   if (now.labelWidth != then.labelWidth || now.encodeBitWidth != then.encodeBitWidth ||
-      now.code != then.code || now.xform != then.xform || now.rawSets != then.rawSets)
+      now.code != then.code || now.xform != then.xform || now.rawSets != then.rawSets ||
+      now.keeps != then.keeps)
     return false;
+  if (now.basis != then.basis && now.basis != made_) return false;
   // Counted again, the sets may be used as often as before.
   if (now.usage != then.usage && uses(now) != then.uses) return false;
   // Learnt, so that the next kick sees equal stamps and does not count again.
@@ -222,6 +244,7 @@ uint64_t LabelEncoderSm::doBuildWorkingSetHash() const {
   lists.add(labelWidth());
   lists.add(encodeBitWidth_);
   lists.add(static_cast<uint64_t>(encoderConfig().labelCode()));
+  lists.add(encoderConfig().basis() != nullptr);
   for (auto const& [key, list] :
        encoderConfig().xformStatus()->plainLabelListMap()->plainLabelList()) {
     lists.add(key.value());
@@ -264,7 +287,14 @@ bool LabelEncoderSm::doEncodeCompact() {
     sets.end();
     weights.push_back(usage_->refCountValue(key));
   }
-  Compact::Code const code = Compact::compactCode(sets, weights, labels, encodeBitWidth_);
+  std::optional<Compact::Code> kept;
+  if (now_.basis)
+    kept = Compact::keptCode(sets, weights, labelsInForce(number, labels), *now_.basis,
+                             encodeBitWidth_, encoderConfig().repairRows());
+  if (kept) keptFrom_ = now_.basis;
+  if (now_.basis && !kept) status_->encodedAfreshIs(status_->encodedAfresh() + 1);
+  Compact::Code const code =
+      kept ? std::move(*kept) : Compact::compactCode(sets, weights, labels, encodeBitWidth_);
 
   auto const full = static_cast<uint16_t>((1u << encodeBitWidth_) - 1);
   eLabelMaskDelAll();
@@ -289,6 +319,80 @@ bool LabelEncoderSm::doEncodeCompact() {
   map.adopt(std::move(encoded));
   status_->plainToEncodedLabelIs(std::move(map));
   return true;
+}
+
+Compact::LabelsInForce LabelEncoderSm::labelsInForce(std::vector<uint32_t> const& number,
+                                                     uint32_t labels) const {
+  constexpr uint32_t none = Compact::SetFamily::none;
+  Compact::LabelsInForce out{std::vector<uint32_t>(labels, none), std::vector<uint32_t>(labels),
+                             {}};
+  // The label that most of a code's items are of is the code's; of equals the one that comes first.
+  struct Vote {
+    uint32_t label;
+    uint32_t code;
+    uint32_t items;
+    uint32_t place;
+  };
+  std::vector<Vote> votes;
+  std::vector<bool> stands(size_t{1} << encodeBitWidth_, false);
+  walkInForce({[&](PlainLabel label, std::optional<EncodedLabel> code) {
+                 uint32_t const l = label.value() < number.size() ? number[label.value()] : none;
+                 if (l == none) return;
+                 ++out.rows[l];
+                 if (code && *code != reservedLabel())
+                   votes.push_back({l, code->value(), 1, static_cast<uint32_t>(votes.size())});
+               },
+               [&](EncodedLabel code) { stands[code.value()] = true; }});
+  std::ranges::sort(votes, [](Vote const& a, Vote const& b) {
+    return std::tie(a.label, a.code, a.place) < std::tie(b.label, b.code, b.place);
+  });
+  size_t kept = 0;
+  for (Vote const& v : votes)
+    if (kept && votes[kept - 1].label == v.label && votes[kept - 1].code == v.code)
+      ++votes[kept - 1].items;
+    else
+      votes[kept++] = v;
+  votes.resize(kept);
+  std::ranges::sort(votes, [](Vote const& a, Vote const& b) {
+    return a.items != b.items ? a.items > b.items : a.place < b.place;
+  });
+  std::vector<bool> given(stands.size(), false);
+  for (Vote const& v : votes) {
+    if (out.codes[v.label] != none || given[v.code]) continue;
+    out.codes[v.label] = v.code;
+    given[v.code] = true;
+  }
+  for (uint32_t code = 0; code < stands.size(); ++code)
+    if (stands[code] && !given[code] && code != reservedLabel().value())
+      out.vacated.push_back(static_cast<uint16_t>(code));
+  return out;
+}
+
+void LabelEncoderSm::keepIn(KeepsSets& info) {
+  made_.reset();
+  if (!keeps_) return;
+  auto const kept = std::make_shared<Compact::KeptSets>();
+  auto const full = static_cast<uint16_t>((1u << encodeBitWidth_) - 1);
+  for (auto const& [key, list] :
+       encoderConfig().xformStatus()->plainLabelListMap()->plainLabelList()) {
+    if (list->label().empty()) continue;
+    uint64_t const uses = usage_->refCountValue(key);
+    auto const& pairs = status_->encodedLabelList(key)->encLabelAndMask();
+    kept->now.uses += uses;
+    kept->now.cubes += uses * pairs.size();
+    if (list->label().size() == 1) continue;
+    Compact::KeptSets::Set& set = kept->sets.emplace_back();
+    for (PlainLabel l : list->label()) set.codes.push_back(encodedLabelOf(*status_, l).value());
+    std::ranges::sort(set.codes);
+    for (EncodedLabelWithMask const& pair : pairs)
+      set.cubes.push_back({static_cast<uint16_t>(pair.label().value() & pair.mask().value()),
+                           static_cast<uint16_t>(full & ~pair.mask().value())});
+  }
+  std::ranges::sort(kept->sets);
+  kept->sets.erase(std::unique(kept->sets.begin(), kept->sets.end()), kept->sets.end());
+  kept->fresh = keptFrom_ ? keptFrom_->fresh : kept->now;
+  made_ = kept;
+  info.keptSetsIs(kept);
 }
 
 bool LabelEncoderSm::doEncodeAligned() {
@@ -402,7 +506,20 @@ void PrefixLabelEncoderSm::doUpdateLoaderInfo() {
   traceStep(8, "doUpdateLoaderInfo");
   auto info = Mox::makePtr<PrefixXformLoaderInfo>();
   info->prefixToLabelMapIs(encodedEntries(xform().prefixToLabelMap(), encoderStatus()));
+  keepIn(*info);
   status_->loaderInfoIs(std::move(info));
+}
+
+KeepsSets const* PrefixLabelEncoderSm::tableInForce() const {
+  PDData const& basis = *encoderConfig().basis();
+  if (basis.hwCapability()->prefixXformWidth(status_->key()) != encodeBitWidth()) return nullptr;
+  return basis.pdPrefixXformEntryColl(status_->key()).get();
+}
+
+void PrefixLabelEncoderSm::walkInForce(InForce const& tell) const {
+  walkBoth(xform().prefixToLabelMap(),
+           encoderConfig().basis()->pdPrefixXformEntryColl(status_->key())->entry(),
+           std::greater<>(), std::equal_to<>(), tell);
 }
 
 RangeEncoderSm::RangeEncoderSm(Obel::ChipId chipId, Mox::Ptr<RangeEncoderConfig> config,
@@ -465,7 +582,24 @@ void RangeEncoderSm::doUpdateLoaderInfo() {
   auto const& xform = static_cast<RangeSplitStatus const&>(*encoderConfig().xformStatus());
   auto info = Mox::makePtr<RangeSplitLoaderInfo>();
   info->rangeToEncodedLabelMapIs(encodedEntries(xform.rangeToPlainLabelMap(), encoderStatus()));
+  keepIn(*info);
   status_->loaderInfoIs(std::move(info));
+}
+
+KeepsSets const* RangeEncoderSm::tableInForce() const {
+  PDData const& basis = *encoderConfig().basis();
+  if (basis.hwCapability()->rangeXformWidth(status_->key()) != encodeBitWidth()) return nullptr;
+  return basis.rangeColl(status_->key()).get();
+}
+
+void RangeEncoderSm::walkInForce(InForce const& tell) const {
+  auto const& xform = static_cast<RangeSplitStatus const&>(*encoderConfig().xformStatus());
+  // A part of a range comes from it.
+  walkBoth(
+      xform.rangeToPlainLabelMap(), encoderConfig().basis()->rangeColl(status_->key())->entry(),
+      [](RangeSetElem const& entry, RangeSetElem const& e) { return entry.first() > e.first(); },
+      [](RangeSetElem const& entry, RangeSetElem const& e) { return entry.last() >= e.first(); },
+      tell);
 }
 
 ComboLabelEncoderSm::ComboLabelEncoderSm(Obel::ChipId chipId,
@@ -533,7 +667,26 @@ void ComboLabelEncoderSm::doUpdateLoaderInfo() {
   }
   auto info = Mox::makePtr<ComboLabelLoaderInfo>();
   info->encComboToEncodedLabelMapIs(std::move(entries));
+  keepIn(*info);
   status_->loaderInfoIs(std::move(info));
+}
+
+KeepsSets const* ComboLabelEncoderSm::tableInForce() const {
+  PDData const& basis = *encoderConfig().basis();
+  if (basis.hwCapability()->comboXformWidth(status_->key()) != encodeBitWidth()) return nullptr;
+  return basis.comboColl(status_->key()).get();
+}
+
+void ComboLabelEncoderSm::walkInForce(InForce const& tell) const {
+  auto const& entries = encoderConfig().basis()->comboColl(status_->key())->entry();
+  // By the labels of both sides as this kick has encoded them, so in no order.
+  for (auto const& [combo, label] : xform().comboToPlainLabelMap()) {
+    auto const* const entry =
+        entries.find({encodedLabelOf(*srcEncStatus(), combo.srcLabel()),
+                      encodedLabelOf(*dstEncStatus(), combo.dstLabel())});
+    tell.item(label, entry ? std::optional(entry->value()) : std::nullopt);
+  }
+  for (auto const& entry : entries) tell.entry(entry.value());
 }
 
 Mox::Ptr<LabelEncoderSm> labelEncoderSmFactory(Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config,

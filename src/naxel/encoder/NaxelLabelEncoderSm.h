@@ -15,6 +15,10 @@
 /// Off      where a combination has no width; then nothing is published.
 /// Order    by ascending key; equal lists get equal pairs.
 ///
+/// Kept labels. Where the configuration has a basis, the output in force, the compact code is made from what stands
+/// there (compact/KeptCode.h), and afresh only where there is no room for that or little to keep. What is read of the
+/// basis is compared as well, unless it is what the last run has made.
+///
 /// Each encoder keeps the highest value of its width free of every set's pairs: it is what a chip
 /// yields that must yield something on a miss, and the label of pieces that are in no set.
 ///
@@ -28,9 +32,15 @@
 #include "naxel/encoder/Mergers.h"
 #include "naxel/loader/HwCapability.h"
 
+#include <functional>
+#include <memory>
 #include <optional>
 
 namespace Naxel {
+
+namespace Compact {
+struct LabelsInForce;
+}
 
 /// Bits of the raw value of a range field.
 uint32_t naturalBitWidth(RangeSetType type);
@@ -40,6 +50,13 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   LabelEncoderSm(Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config,
                  Mox::Ptr<EncoderStatus> status, Mox::Ptr<GenSetUsageInfo const> genSetUsageInfo,
                  Mox::Ptr<ChipHwCapability const> hwCapability);
+
+  /// Who is told what stands in force: of each item of the transform its label and what the table yields for it, or for
+  /// what it is a part of; and of each entry of the table what it yields.
+  struct InForce {
+    std::function<void(PlainLabel, std::optional<EncodedLabel>)> item;
+    std::function<void(EncodedLabel)> entry;
+  };
 
   /// Width of the encoded labels as of the last kick; 0 when the encoder is not enabled.
   uint32_t encodeBitWidth() const { return encodeBitWidth_; }
@@ -76,6 +93,11 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   /// run calls before its work.
   virtual bool isMoreUnchanged() const { return true; }
   virtual void rememberMore() {}
+  /// The table in force; null where it is none of the present width.
+  virtual KeepsSets const* tableInForce() const { return nullptr; }
+  virtual void walkInForce(InForce const&) const {}
+  /// Leaves with a loader info what the next kick needs to keep its labels.
+  void keepIn(KeepsSets& info);
   void doForget() noexcept override { workingSetHash_.reset(); }
   Look doLook() final;
   std::optional<std::string> doWork() final;
@@ -106,6 +128,8 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   };
   bool doEncodeAligned();
   bool doEncodeCompact();
+  /// The labels as they stand in the table in force, by their numbers.
+  Compact::LabelsInForce labelsInForce(std::vector<uint32_t> const& number, uint32_t labels) const;
   /// Whether there are so many codes; the reason otherwise.
   bool fits(uint64_t labels);
   /// The published encoding and the other one change places.
@@ -125,6 +149,8 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
     std::vector<GenSetKey> rawSets;  // sets are frozen, so their keys say everything
     Mox::Stamp usage = 0;
     std::vector<uint32_t> uses;  // of the sets, in their order
+    bool keeps = false;
+    std::shared_ptr<Compact::KeptSets const> basis;
   };
   /// All of it but the counts.
   Input inputWithoutUses() const;
@@ -143,6 +169,9 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   EncoderStatus::MaskListMap eLabelMask_;
   Acl::LabelCode code_ = Acl::LabelCode::aligned;  // of the encoding at hand
   std::optional<Encoding> other_;
+  bool keeps_ = false;                                  // the last run
+  std::shared_ptr<Compact::KeptSets const> keptFrom_;  // what it has kept; null where it encoded afresh
+  std::shared_ptr<Compact::KeptSets const> made_;
   std::string failure_;
 };
 
@@ -161,6 +190,8 @@ class NAXEL_EXPORT PrefixLabelEncoderSm final : public LabelEncoderSm {
   uint32_t labelWidth() const override { return hwCapability().prefixXformWidth(status_->key()); }
   void doClearLoaderInfo() override { status_->loaderInfoIs(nullptr); }
   std::string subject() const override;
+  KeepsSets const* tableInForce() const override;
+  void walkInForce(InForce const& tell) const override;
 
  private:
   void handleInitialized();
@@ -187,6 +218,8 @@ class NAXEL_EXPORT RangeEncoderSm final : public LabelEncoderSm {
   std::vector<GenSetKey> rawSets() const override;
   void doClearLoaderInfo() override { status_->loaderInfoIs(nullptr); }
   std::string subject() const override;
+  KeepsSets const* tableInForce() const override;
+  void walkInForce(InForce const& tell) const override;
 
  private:
   void handleInitialized();
@@ -210,6 +243,8 @@ class NAXEL_EXPORT ComboLabelEncoderSm final : public LabelEncoderSm {
   void rememberMore() override;
   void doClearLoaderInfo() override { status_->loaderInfoIs(nullptr); }
   std::string subject() const override;
+  KeepsSets const* tableInForce() const override;
+  void walkInForce(InForce const& tell) const override;
 
  private:
   void handleInitialized();

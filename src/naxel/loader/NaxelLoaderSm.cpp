@@ -104,6 +104,7 @@ void LoaderSm::loadPrefixInfo(Mox::Ptr<PrefixXformLoaderInfo const> const& info,
   entries.reserve(info->prefixToLabelMap().size());
   for (auto const& [prefix, label] : info->prefixToLabelMap()) entries.emplace_back(prefix, label);
   table.entryIs(std::move(entries));
+  table.keptSetsIs(info->keptSets());
 }
 
 void LoaderSm::loadRangeInfo(PDData& pdData) const {
@@ -116,6 +117,7 @@ void LoaderSm::loadRangeInfo(PDData& pdData) const {
     for (auto const& [elem, label] : info->rangeToEncodedLabelMap())
       entries.emplace_back(elem, label);
     pdData.rangeCollIs(type).entryIs(std::move(entries));
+    pdData.rangeCollIs(type).keptSetsIs(info->keptSets());
   }
 }
 
@@ -129,6 +131,7 @@ void LoaderSm::loadComboInfo(PDData& pdData) const {
     for (auto const& [pair, label] : info->encComboToEncodedLabelMap())
       entries.emplace_back(pair, label);
     pdData.comboCollIs(type).entryIs(std::move(entries));
+    pdData.comboCollIs(type).keptSetsIs(info->keptSets());
   }
 }
 

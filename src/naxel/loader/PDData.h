@@ -16,9 +16,9 @@
 
 namespace Naxel {
 
-/// One transform table: entries in ascending order of their keys.
+/// One transform table: entries in ascending order of their keys. What it keeps besides is none of a driver's concern.
 template <class Entry, class Key>
-class PDXformEntryColl : public Mox::Entity {
+class PDXformEntryColl : public Mox::Entity, public KeepsSets {
  public:
   using Coll = Mox::SortedVector<Entry, Mox::KeyIsKey>;
 

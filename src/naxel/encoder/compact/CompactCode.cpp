@@ -3,6 +3,7 @@
 #include "mox/Assert.h"
 #include "naxel/encoder/compact/Crossing.h"
 #include "naxel/encoder/compact/CubeCover.h"
+#include "naxel/encoder/compact/DistinctSets.h"
 #include "naxel/encoder/compact/Faces.h"
 
 #include <algorithm>
@@ -21,41 +22,6 @@ constexpr size_t largeFamily = 20'000;
 /// Components of so few items are tried in fewer bits than they could have, in so many widths more than they need.
 constexpr size_t fewItems = 64;
 constexpr unsigned bitsTried = 4;
-
-/// A cube of a set that no rule uses costs hardly anything, but not nothing: it must be noticed where another
-/// set's label comes to lie in it.
-uint64_t weightOf(uint64_t uses) { return (uses << 10) + 1; }
-
-/// Sets that are all different, the largest first, and which of them each set given is.
-struct Distinct {
-  SetFamily sets;
-  std::vector<uint64_t> weights;
-  std::vector<uint32_t> of;  // SetFamily::none for sets of one label
-};
-
-Distinct distinctSets(SetFamily const& sets, std::vector<uint64_t> const& weights) {
-  std::vector<uint32_t> order;
-  for (uint32_t s = 0; s < sets.size(); ++s)
-    if (sets[s].size() > 1) order.push_back(s);
-  auto const lessThan = [&](uint32_t a, uint32_t b) {
-    if (sets[a].size() != sets[b].size()) return sets[a].size() > sets[b].size();
-    auto const [x, y] = std::mismatch(sets[a].begin(), sets[a].end(), sets[b].begin());
-    return x != sets[a].end() && *x < *y;
-  };
-  std::sort(order.begin(), order.end(), lessThan);
-  Distinct out;
-  out.of.assign(sets.size(), SetFamily::none);
-  for (size_t i = 0; i < order.size(); ++i) {
-    if (i == 0 || lessThan(order[i - 1], order[i])) {
-      for (uint32_t l : sets[order[i]]) out.sets.add(l);
-      out.sets.end();
-      out.weights.push_back(0);
-    }
-    out.of[order[i]] = out.sets.size() - 1;
-    out.weights.back() += weightOf(weights[order[i]]);
-  }
-  return out;
-}
 
 /// Calls `f(bits)` for the blocks that make up a room, the largest first.
 template <class F>
@@ -149,7 +115,7 @@ class Layout {
   void solveFlat();
 
   unsigned bits_;
-  Distinct distinct_;
+  DistinctSets distinct_;
   CrossingTree tree_;
   std::vector<uint32_t> componentOf_;  // of each atom; SetFamily::none of the outermost
   std::vector<uint32_t> labels_;  // of each component with all below it: what it takes at least
@@ -173,7 +139,7 @@ class Layout {
 Layout::Layout(SetFamily const& sets, std::vector<uint64_t> const& weights, uint32_t n,
                unsigned bits)
     : bits_(bits),
-      distinct_(distinctSets(sets, weights)),
+      distinct_(sets, weights),
       tree_(crossingTree(distinct_.sets, n)),
       componentOf_(tree_.labels.size(), SetFamily::none),
       pieces_(tree_.components()),

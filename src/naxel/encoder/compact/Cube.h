@@ -85,6 +85,17 @@ class CodeMap {
     return met;
   }
 
+  /// Calls `f(code)` for each code of this that a cube holds, ascending, until it says false.
+  template <class F>
+  void forEach(Cube c, F f) const {
+    forEachWord(c, [&](size_t i, uint64_t mask) {
+      for (uint64_t left = words_[i] & mask; left; left &= left - 1)
+        if (!f(static_cast<uint32_t>(i << 6) + static_cast<uint32_t>(std::countr_zero(left))))
+          return false;
+      return true;
+    });
+  }
+
   /// Calls `f(code)` for the lowest code of each aligned block of 2^`size` codes of a cube of such blocks that holds
   /// none of this, ascending, until it says false or `looks` words, or blocks of more than a word, have been looked at.
   template <class F>

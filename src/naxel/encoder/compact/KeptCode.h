@@ -1,0 +1,79 @@
+#pragma once
+
+/// A label code that stays: codes for sets that have changed a little since others were encoded, such that
+/// little of what stands in the tables has to be written anew.
+///
+/// Idea. A label that was there keeps its code, and a set keeps its cubes as long as they match its labels and no
+/// other label in use. A new label takes a free code inside the cubes of its sets and outside all others: blocks are
+/// filled up to powers of two, so there mostly is one, and then nothing else is written. Where there is none, the code
+/// is taken for which the fewest rows change: an own set's cube grows or it gets one more, a foreign set that
+/// matches the code is covered anew. A label that has left a set or joined one is asked the same question, with its
+/// present code as one of the answers. A set that is new gets a block for its new labels.
+///
+/// Codes that labels leave go to no other label here: while the tables before are still in force, such a code would mean
+/// two things.
+///
+/// A set is known by its labels, not by any name: it is the one before that consisted of the same labels, less those that
+/// are gone; else the one that has the most in common with it.
+///
+/// Cubes become more with time. Therefore some sets are improved each time, the costliest first, as long as
+/// what they take is above what they took, for a use, when all was last encoded afresh, and as long as no more rows
+/// are written for that than allowed.
+///
+/// Example, width 3: {1 2 3} is 0xx and {1 2} is 00x, with the codes 000, 001 and 010. A label 4 that is in the
+/// first set only gets 011, and nothing else changes. A label 5 in both finds no free code in 00x; 00x cannot grow
+/// over 3 or 4; so it gets a code outside, 100, and one more cube in each set.
+///
+/// Invariants. Those of compactCode(). The result depends on the arguments alone.
+///
+/// Cost. A few passes over the members of all sets; for each label that is new or in question some hundred looks
+/// at codes, and for each that is placed a pass over the sets.
+
+#include "mox/Export.h"
+#include "naxel/encoder/compact/CompactCode.h"
+
+#include <optional>
+
+namespace Naxel::Compact {
+
+/// How the sets of a field are encoded in an output.
+struct KeptSets {
+  struct Set {
+    std::vector<uint16_t> codes;  ///< of its labels, ascending; more than one
+    std::vector<Cube> cubes;
+    auto operator<=>(Set const&) const = default;
+  };
+  std::vector<Set> sets;  ///< ascending
+  /// What all sets of the field take: cubes, each as often as rules use its set, and uses of sets.
+  struct Price {
+    uint64_t cubes = 0;
+    uint64_t uses = 0;
+  };
+  Price now;
+  Price fresh;  ///< when they were last encoded afresh
+
+  /// How many cubes are above what they would be as of the last encoding afresh.
+  uint64_t excess() const {
+    uint64_t const least = fresh.uses ? static_cast<uint64_t>(static_cast<double>(fresh.cubes) *
+                                                              static_cast<double>(now.uses) /
+                                                              static_cast<double>(fresh.uses))
+                                      : now.cubes;
+    return now.cubes > least ? now.cubes - least : 0;
+  }
+};
+
+/// What stands in a table, by the labels of now.
+struct LabelsInForce {
+  std::vector<uint32_t> codes;    ///< of each label; SetFamily::none of new ones
+  std::vector<uint32_t> rows;     ///< of the table, of each label
+  std::vector<uint16_t> vacated;  ///< codes in force that are no label's any more
+};
+
+/// Arguments as of compactCode(); `repairRows` is how many entries of rules may be written to improve what stands. None
+/// where room is exhausted, or where so little stays that encoding afresh is better.
+NAXEL_EXPORT std::optional<Code> keptCode(SetFamily const& sets,
+                                          std::vector<uint64_t> const& weights,
+                                          LabelsInForce const& inForce, KeptSets const& kept,
+                                          unsigned bits, uint64_t repairRows);
+
+}  // namespace Naxel::Compact
