@@ -249,6 +249,7 @@ constexpr Verb verbs[] = {
      }},
     {"edit", 2, "code aligned|compact",
      [](Event& e) { e.chip.params().labelCodeIs(e.named<Acl::LabelCode>()); }},
+    {"edit", 1, "keep 0..1", [](Event& e) { e.chip.params().keepLabelsIs(e.number()); }},
     {"edit", 4, "undo 0..1", [](Event& e) { e.chip.undo(e.number()); }},
 
     {"", 0, "kick",

@@ -72,6 +72,7 @@ class Universe {
     auto const code = ruleSets_ % 3 ? Acl::LabelCode::compact : Acl::LabelCode::aligned;
     for (auto const& [width, world] : worlds_) {
       world->params->labelCodeIs(code);
+      world->params->keepLabelsIs(ruleSets_ % 3 == 1);
       bool const success = world->kick() == NaxelProgress::naxelFinishedSuccess;
       size_t const most = width ? (size_t{1} << width) - 1 : 65535;
       ASSERT_FALSE(success && labels > most) << rules;

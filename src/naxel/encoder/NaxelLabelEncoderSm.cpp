@@ -294,7 +294,9 @@ bool LabelEncoderSm::doEncodeCompact() {
   if (kept) keptFrom_ = now_.basis;
   if (now_.basis && !kept) status_->encodedAfreshIs(status_->encodedAfresh() + 1);
   Compact::Code const code =
-      kept ? std::move(*kept) : Compact::compactCode(sets, weights, labels, encodeBitWidth_);
+      kept          ? std::move(*kept)
+      : now_.keeps ? Compact::roomyCode(sets, weights, labels, encodeBitWidth_)
+                   : Compact::compactCode(sets, weights, labels, encodeBitWidth_);
 
   auto const full = static_cast<uint16_t>((1u << encodeBitWidth_) - 1);
   eLabelMaskDelAll();
@@ -380,13 +382,13 @@ void LabelEncoderSm::keepIn(KeepsSets& info) {
     auto const& pairs = status_->encodedLabelList(key)->encLabelAndMask();
     kept->now.uses += uses;
     kept->now.cubes += uses * pairs.size();
-    if (list->label().size() == 1) continue;
     Compact::KeptSets::Set& set = kept->sets.emplace_back();
     for (PlainLabel l : list->label()) set.codes.push_back(encodedLabelOf(*status_, l).value());
     std::ranges::sort(set.codes);
     for (EncodedLabelWithMask const& pair : pairs)
       set.cubes.push_back({static_cast<uint16_t>(pair.label().value() & pair.mask().value()),
                            static_cast<uint16_t>(full & ~pair.mask().value())});
+    if (set.codes.size() == 1 && set.cubes.size() == 1 && !set.cubes[0].free) kept->sets.pop_back();
   }
   std::ranges::sort(kept->sets);
   kept->sets.erase(std::unique(kept->sets.begin(), kept->sets.end()), kept->sets.end());

@@ -139,7 +139,7 @@ class Layout {
 Layout::Layout(SetFamily const& sets, std::vector<uint64_t> const& weights, uint32_t n,
                unsigned bits)
     : bits_(bits),
-      distinct_(sets, weights),
+      distinct_(sets, weights, 2),
       tree_(crossingTree(distinct_.sets, n)),
       componentOf_(tree_.labels.size(), SetFamily::none),
       pieces_(tree_.components()),

@@ -4,10 +4,11 @@
 
 namespace Naxel::Compact {
 
-DistinctSets::DistinctSets(SetFamily const& all, std::vector<uint64_t> const& uses) {
+DistinctSets::DistinctSets(SetFamily const& all, std::vector<uint64_t> const& uses,
+                           size_t least) {
   std::vector<uint32_t> order;
   for (uint32_t s = 0; s < all.size(); ++s)
-    if (all[s].size() > 1) order.push_back(s);
+    if (all[s].size() >= least) order.push_back(s);
   auto const lessThan = [&](uint32_t a, uint32_t b) {
     if (all[a].size() != all[b].size()) return all[a].size() > all[b].size();
     auto const [x, y] = std::mismatch(all[a].begin(), all[a].end(), all[b].begin());

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <numeric>
 #include <utility>
 
 namespace Naxel::Compact {
@@ -23,12 +24,16 @@ constexpr unsigned ownBits = 4;
 constexpr size_t smallSet = 64;
 /// What a cube more costs, now and ever after, in rows written for each use; what one costs that changes; and what a
 /// foreign one costs that has to be split.
-constexpr uint64_t priceOfMore = 3;
+constexpr uint64_t priceOfMore = 4;
 constexpr uint64_t priceOfGrowth = 2;
 constexpr uint64_t priceOfSplit = 5;
 /// How many sets are looked at for improvement, and how many of a set's labels are moved.
 constexpr size_t setsImproved = 64;
 constexpr size_t labelsMoved = 4;
+/// From so many uses on a set gets room for labels to come.
+constexpr uint64_t roomFromUses = 4;
+/// By what part of the price room may make a code dearer.
+constexpr uint64_t dearerPart = 20;
 /// In how many sets that were there the labels of one are looked for, in all.
 constexpr uint64_t votesAtMost = 1'000'000;
 
@@ -92,7 +97,6 @@ class Keeper {
   std::array<uint32_t, 17> freeFrom_{};  // below it no block of the size is free
   SetFamily keptAt_;                     // the sets before that have a code
   uint64_t votes_ = 0;
-  uint64_t single_ = 0;     // uses of sets of one label
   bool priceOnly_ = false;  // rows do not count
   struct Undo {
     uint32_t set;
@@ -103,7 +107,7 @@ class Keeper {
 
 Keeper::Keeper(SetFamily const& sets, std::vector<uint64_t> const& weights,
                LabelsInForce const& inForce, KeptSets const& kept, unsigned bits)
-    : distinct_(sets, weights),
+    : distinct_(sets, weights, 1),
       setsOf_(distinct_.sets.transposed(static_cast<uint32_t>(inForce.codes.size()))),
       inForce_(inForce),
       kept_(kept),
@@ -116,8 +120,6 @@ Keeper::Keeper(SetFamily const& sets, std::vector<uint64_t> const& weights,
       matched_(size_t{1} << bits),
       cubes_(distinct_.sets.size()),
       hulls_(distinct_.sets.size()) {
-  for (uint32_t s = 0; s < sets.size(); ++s)
-    if (distinct_.of[s] == SetFamily::none) single_ += weights[s];
   Cube const last = cubeOf((1u << bits) - 1);
   used_.insert(last);
   taken_.insert(last);
@@ -209,13 +211,11 @@ void Keeper::findCubes() {
       if (isPlaced(l)) codes.push_back(static_cast<uint16_t>(codes_[l]));
     std::ranges::sort(codes);
     if (codes.empty()) continue;
-    if (codes.size() == 1) {
-      cubesAre(s, {cubeOf(codes[0])});
-      continue;
-    }
     auto const at = std::ranges::lower_bound(kept_.sets, codes, {}, &KeptSets::Set::codes);
     if (at != kept_.sets.end() && at->codes == codes) {
       cubesAre(s, at->cubes);
+    } else if (codes.size() == 1) {
+      cubesAre(s, {cubeOf(codes[0])});
     } else if (auto const alike = mostAlike(codes)) {
       cubesAre(s, kept_.sets[*alike].cubes);
       question(s, kept_.sets[*alike], codes);
@@ -479,9 +479,6 @@ void Keeper::improve(uint64_t rows) {
     price.now.cubes += uses * cubes_[s].size();
     if (uses && cubes_[s].size() > 1) costly.emplace_back(uses * (cubes_[s].size() - 1), s);
   }
-  // Sets of one label, too, are part of the price of all.
-  price.now.cubes += single_;
-  price.now.uses += single_;
   std::ranges::sort(costly, [](auto const& a, auto const& b) {
     return a.first != b.first ? a.first > b.first : a.second < b.second;
   });
@@ -580,16 +577,90 @@ Code Keeper::take(SetFamily const& sets) {
   Code code;
   for (uint32_t c : codes_) code.codes.push_back(static_cast<uint16_t>(c));
   code.cubes.reserve(sets.size());
-  for (uint32_t s = 0; s < sets.size(); ++s) {
-    if (distinct_.of[s] != SetFamily::none)
-      code.cubes.push_back(cubes_[distinct_.of[s]]);
-    else
-      code.cubes.push_back({cubeOf(codes_[sets[s][0]])});
-  }
+  for (uint32_t s = 0; s < sets.size(); ++s) code.cubes.push_back(cubes_[distinct_.of[s]]);
   return code;
 }
 
+/// How many codes to leave free in a set of so many uses and labels; more in what costs more to change.
+uint64_t roomFor(uint64_t uses, size_t labels, uint64_t leastUses) {
+  if (uses < leastUses) return 0;
+  return static_cast<uint64_t>(std::bit_width(uses / leastUses)) + labels / 8;
+}
+
+/// So many more labels like each one, as places that are left free.
+Code codeWithCopies(SetFamily const& sets, std::vector<uint64_t> const& weights,
+                    std::vector<uint64_t> const& copies, unsigned bits) {
+  auto const n = static_cast<uint32_t>(copies.size());
+  std::vector<uint32_t> first(n);
+  uint32_t next = n;
+  for (uint32_t l = 0; l < n; next += static_cast<uint32_t>(copies[l++])) first[l] = next;
+  SetFamily more;
+  std::vector<uint32_t> members;
+  for (uint32_t s = 0; s < sets.size(); ++s) {
+    members.assign(sets[s].begin(), sets[s].end());
+    for (uint32_t l : sets[s])
+      for (uint32_t k = 0; k < copies[l]; ++k) members.push_back(first[l] + k);
+    std::ranges::sort(members);
+    for (uint32_t l : members) more.add(l);
+    more.end();
+  }
+  Code code = compactCode(more, weights, next, bits);
+  code.codes.resize(n);
+  return code;
+}
+
+/// Free codes in each set by what it costs to change; a free code is like a label that is in no smaller set than need
+/// be. None where there is no room for any.
+std::vector<uint64_t> copiesByUse(SetFamily const& sets, std::vector<uint64_t> const& weights,
+                                  uint32_t n, unsigned bits) {
+  SetFamily const setsOf = sets.transposed(n);
+  std::vector<uint32_t> like(sets.size(), SetFamily::none);
+  for (uint32_t s = 0; s < sets.size(); ++s)
+    for (uint32_t l : sets[s])
+      if (like[s] == SetFamily::none || setsOf[l].size() < setsOf[like[s]].size()) like[s] = l;
+  uint64_t const most = (uint64_t{1} << bits) / 4;
+  for (uint64_t leastUses = roomFromUses; leastUses <= uint64_t{1} << 32; leastUses *= 4) {
+    std::vector<uint64_t> copies(n, 0);
+    for (uint32_t s = 0; s < sets.size(); ++s)
+      copies[like[s]] = std::max(copies[like[s]], roomFor(weights[s], sets[s].size(), leastUses));
+    if (std::accumulate(copies.begin(), copies.end(), uint64_t{n}) <= most) return copies;
+  }
+  return {};
+}
+
 }  // namespace
+
+Code roomyCode(SetFamily const& sets, std::vector<uint64_t> const& weights, uint32_t n,
+               unsigned bits) {
+  auto const price = [&](Code const& of) {
+    uint64_t cubes = 0;
+    for (uint32_t s = 0; s < sets.size(); ++s) cubes += weights[s] * of.cubes[s].size();
+    return cubes;
+  };
+  std::optional<Code> best;
+  uint64_t most = std::accumulate(weights.begin(), weights.end(), uint64_t{0});
+  if (auto const copies = copiesByUse(sets, weights, n, bits); !copies.empty()) {
+    best = codeWithCopies(sets, weights, copies, bits);
+    if (price(*best) == most) return std::move(*best);
+  }
+  // What crosses finds no faces with much room inside; some for each label may do.
+  Code plain = compactCode(sets, weights, n, bits);
+  most = price(plain) + price(plain) / dearerPart;
+  if (best && price(*best) <= most) return std::move(*best);
+  for (unsigned more : {4u, 3u, 2u, 1u}) {
+    if (bits <= more || uint64_t{n} >= uint64_t{1} << (bits - more - 1)) continue;
+    Code code = compactCode(sets, weights, n, bits - more);
+    if (price(code) > most) continue;
+    // Each code becomes a block with it as the first.
+    for (uint16_t& c : code.codes) c = static_cast<uint16_t>(c << more);
+    for (auto& cubes : code.cubes)
+      for (Cube& c : cubes)
+        c = {static_cast<uint16_t>(c.value << more),
+             static_cast<uint16_t>(c.free << more | ((1u << more) - 1))};
+    return code;
+  }
+  return plain;
+}
 
 std::optional<Code> keptCode(SetFamily const& sets, std::vector<uint64_t> const& weights,
                              LabelsInForce const& inForce, KeptSets const& kept, unsigned bits,

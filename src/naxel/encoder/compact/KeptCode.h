@@ -39,11 +39,11 @@ namespace Naxel::Compact {
 /// How the sets of a field are encoded in an output.
 struct KeptSets {
   struct Set {
-    std::vector<uint16_t> codes;  ///< of its labels, ascending; more than one
+    std::vector<uint16_t> codes;  ///< of its labels, ascending
     std::vector<Cube> cubes;
     auto operator<=>(Set const&) const = default;
   };
-  std::vector<Set> sets;  ///< ascending
+  std::vector<Set> sets;  ///< ascending; without those that have one label and match its code alone
   /// What all sets of the field take: cubes, each as often as rules use its set, and uses of sets.
   struct Price {
     uint64_t cubes = 0;
@@ -68,6 +68,11 @@ struct LabelsInForce {
   std::vector<uint32_t> rows;     ///< of the table, of each label
   std::vector<uint16_t> vacated;  ///< codes in force that are no label's any more
 };
+
+/// The same as compactCode(), with codes left free inside the sets that many rules use, as far as there is room: what
+/// comes into such a set later then changes none of its cubes.
+NAXEL_EXPORT Code roomyCode(SetFamily const& sets, std::vector<uint64_t> const& weights, uint32_t n,
+                            unsigned bits);
 
 /// Arguments as of compactCode(); `repairRows` is how many entries of rules may be written to improve what stands. None
 /// where room is exhausted, or where so little stays that encoding afresh is better.
