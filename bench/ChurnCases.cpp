@@ -54,8 +54,8 @@ class Changes {
     if (filter.dportRange().empty()) return prefix();
     filter.dportRangeDelAll();
     auto const first = static_cast<uint16_t>(random_.below(60000));
-    filter.dportRangeIs(
-        L4PortRange(first, static_cast<uint16_t>(first + random_.below(random_.oneIn(2) ? 1 : 5000))));
+    filter.dportRangeIs(L4PortRange(
+        first, static_cast<uint16_t>(first + random_.below(random_.oneIn(2) ? 1 : 5000))));
   }
   void removeRule() {
     size_t const at = random_.below(rules_.size());
@@ -89,7 +89,8 @@ class Changes {
     auto const offset = static_cast<uint32_t>(random_.below(random_.oneIn(2) ? 0x100 : 0x10000));
     auto const fresh = Lumox::IpGenPrefix::v4(base ^ offset, length).masked();
     bool const takesAway = !prefixes.empty() && random_.oneIn(2);
-    if (takesAway) prefixes.erase(prefixes.begin() + static_cast<ptrdiff_t>(random_.below(prefixes.size())));
+    if (takesAway)
+      prefixes.erase(prefixes.begin() + static_cast<ptrdiff_t>(random_.below(prefixes.size())));
     if (!takesAway || prefixes.empty()) prefixes.push_back(fresh);
     auto const own = Mox::makePtr<IpPrefixList>();
     for (auto const& p : prefixes) own->addrIs(p);
@@ -102,7 +103,8 @@ class Changes {
 };
 
 double quantile(std::vector<double> const& sorted, double share) {
-  return sorted[std::min(sorted.size() - 1, static_cast<size_t>(share * static_cast<double>(sorted.size())))];
+  return sorted[std::min(sorted.size() - 1,
+                         static_cast<size_t>(share * static_cast<double>(sorted.size())))];
 }
 
 double churn(RuleSource const& source, benchmark::State& state, Acl::LabelCode code, bool keeps) {
@@ -124,7 +126,8 @@ double churn(RuleSource const& source, benchmark::State& state, Acl::LabelCode c
     seconds += pipeline.kick();
     TableDiff const diff(*before, *pipeline.output());
     double relabelled = 0;
-    for (auto const& [key, table] : diff.prefix) relabelled += static_cast<double>(table.change.size());
+    for (auto const& [key, table] : diff.prefix)
+      relabelled += static_cast<double>(table.change.size());
     for (auto const& table : diff.range) relabelled += static_cast<double>(table.change.size());
     size_t const acl = diff.aclRows();
     rows.push_back(static_cast<double>(acl));
@@ -142,7 +145,8 @@ double churn(RuleSource const& source, benchmark::State& state, Acl::LabelCode c
   state.counters["labelsMedian"] = quantile(other, .5);
   state.counters["labelsWorst"] = other.back();
   state.counters["entries"] = static_cast<double>(pipeline.entries());
-  state.counters["afresh"] = static_cast<double>(pipeline.entries()) / static_cast<double>(fresh.entries());
+  state.counters["afresh"] =
+      static_cast<double>(pipeline.entries()) / static_cast<double>(fresh.entries());
   return seconds / static_cast<double>(wanted);
 }
 
@@ -151,13 +155,11 @@ double churn(RuleSource const& source, benchmark::State& state, Acl::LabelCode c
 void addChurnCases(std::vector<RuleSource> const& sources) {
   for (RuleSource const& source : sources) {
     if (source.rules > 12000 || source.rules < 5000) continue;
-    for (auto const& [name, code, keeps] :
-         {std::tuple("aligned", Acl::LabelCode::aligned, false),
-          std::tuple("compact", Acl::LabelCode::compact, false),
-          std::tuple("kept", Acl::LabelCode::compact, true)})
-      addCase("churn", source.name + " " + name, 1, [=](benchmark::State& state) {
-        return churn(source, state, code, keeps);
-      });
+    for (auto const& [name, code, keeps] : {std::tuple("aligned", Acl::LabelCode::aligned, false),
+                                            std::tuple("compact", Acl::LabelCode::compact, false),
+                                            std::tuple("kept", Acl::LabelCode::compact, true)})
+      addCase("churn", source.name + " " + name, 1,
+              [=](benchmark::State& state) { return churn(source, state, code, keeps); });
   }
 }
 

@@ -46,6 +46,8 @@ class OrderedMap {
   bool erase(K const& key) { return map_.erase(key) > 0; }
   void clear() noexcept { map_.clear(); }
 
+  friend bool operator==(OrderedMap const& a, OrderedMap const& b) { return a.map_ == b.map_; }
+
  private:
   std::map<K, V> map_;
 };

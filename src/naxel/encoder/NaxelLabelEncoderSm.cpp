@@ -293,10 +293,10 @@ bool LabelEncoderSm::doEncodeCompact() {
                              encodeBitWidth_, encoderConfig().repairRows());
   if (kept) keptFrom_ = now_.basis;
   if (now_.basis && !kept) status_->encodedAfreshIs(status_->encodedAfresh() + 1);
-  Compact::Code const code =
-      kept          ? std::move(*kept)
-      : now_.keeps ? Compact::roomyCode(sets, weights, labels, encodeBitWidth_)
-                   : Compact::compactCode(sets, weights, labels, encodeBitWidth_);
+  Compact::Code const code = kept ? std::move(*kept)
+                             : now_.keeps
+                                 ? Compact::roomyCode(sets, weights, labels, encodeBitWidth_)
+                                 : Compact::compactCode(sets, weights, labels, encodeBitWidth_);
 
   auto const full = static_cast<uint16_t>((1u << encodeBitWidth_) - 1);
   eLabelMaskDelAll();
@@ -326,8 +326,8 @@ bool LabelEncoderSm::doEncodeCompact() {
 Compact::LabelsInForce LabelEncoderSm::labelsInForce(std::vector<uint32_t> const& number,
                                                      uint32_t labels) const {
   constexpr uint32_t none = Compact::SetFamily::none;
-  Compact::LabelsInForce out{std::vector<uint32_t>(labels, none), std::vector<uint32_t>(labels),
-                             {}};
+  Compact::LabelsInForce out{
+      std::vector<uint32_t>(labels, none), std::vector<uint32_t>(labels), {}};
   // The label that most of a code's items are of is the code's; of equals the one that comes first.
   struct Vote {
     uint32_t label;
@@ -683,9 +683,8 @@ void ComboLabelEncoderSm::walkInForce(InForce const& tell) const {
   auto const& entries = encoderConfig().basis()->comboColl(status_->key())->entry();
   // By the labels of both sides as this kick has encoded them, so in no order.
   for (auto const& [combo, label] : xform().comboToPlainLabelMap()) {
-    auto const* const entry =
-        entries.find({encodedLabelOf(*srcEncStatus(), combo.srcLabel()),
-                      encodedLabelOf(*dstEncStatus(), combo.dstLabel())});
+    auto const* const entry = entries.find({encodedLabelOf(*srcEncStatus(), combo.srcLabel()),
+                                            encodedLabelOf(*dstEncStatus(), combo.dstLabel())});
     tell.item(label, entry ? std::optional(entry->value()) : std::nullopt);
   }
   for (auto const& entry : entries) tell.entry(entry.value());

@@ -169,8 +169,9 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   EncoderStatus::MaskListMap eLabelMask_;
   Acl::LabelCode code_ = Acl::LabelCode::aligned;  // of the encoding at hand
   std::optional<Encoding> other_;
-  bool keeps_ = false;                                  // the last run
-  std::shared_ptr<Compact::KeptSets const> keptFrom_;  // what it has kept; null where it encoded afresh
+  bool keeps_ = false;  // the last run
+  std::shared_ptr<Compact::KeptSets const>
+      keptFrom_;  // what it has kept; null where it encoded afresh
   std::shared_ptr<Compact::KeptSets const> made_;
   std::string failure_;
 };

@@ -66,6 +66,12 @@ void LoaderSm::doStartKick() {
   // The output is complete before anything is asked for, so where memory runs out in building it the
   // request and both outputs stay as they are.
   auto output = newOutput();
+  TableRowCounts rows = rowCounts(*inForce_, *output);
+  for (auto const& [table, counts] : rows)
+    traceStep(4, "doStartKick") << ": " << table << ": " << counts;
+  status_->rowsIs(std::move(rows));
+  // Whoever was told may have taken the pipeline down.
+  if (down_ || !config()) return;
   requested_ = true;
   // The state comes before the request, because the driver may answer within that write.
   smStateIs(LoaderSmState::waitingForAcquire);

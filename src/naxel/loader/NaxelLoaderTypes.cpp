@@ -30,7 +30,8 @@ Mox::AttributeTable const& LoaderConfig::attributeTable() const {
 Mox::AttributeTable const& LoaderStatus::attributeTable() const {
   static Mox::AttributeTable const table =
       Mox::joinTables(StageStatus::attributeTable(),
-                      {Mox::attribute<&LoaderStatus::lastFailedState_>("lastFailedState")});
+                      {Mox::attribute<&LoaderStatus::lastFailedState_>("lastFailedState"),
+                       Mox::attribute<&LoaderStatus::rows_>("rows")});
   return table;
 }
 

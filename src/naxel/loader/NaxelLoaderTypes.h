@@ -5,6 +5,7 @@
 
 #include "naxel/encoder/EncoderTypes.h"
 #include "naxel/loader/PDConfig.h"
+#include "naxel/loader/RowCounts.h"
 
 namespace Naxel {
 
@@ -106,6 +107,7 @@ class NAXEL_EXPORT LoaderStatus : public StageStatus {
   class NAXEL_EXPORT Notifiee : public StageStatus::Notifiee {
    public:
     virtual void onLastFailedState() {}
+    virtual void onRows() {}
   };
   std::string_view fwkType() const override { return "Naxel::LoaderStatus"; }
   Mox::AttributeTable const& attributeTable() const override;
@@ -116,8 +118,13 @@ class NAXEL_EXPORT LoaderStatus : public StageStatus {
     attrIs(lastFailedState_, v, &Notifiee::onLastFailedState);
   }
 
+  /// What the output that was last asked to be acquired changes against the one then in force, by table.
+  TableRowCounts const& rows() const { return rows_; }
+  void rowsIs(TableRowCounts v) { attrIs(rows_, std::move(v), &Notifiee::onRows); }
+
  private:
   FailureData lastFailedState_;
+  TableRowCounts rows_;
 };
 
 /// Where the loader stands in its handshake with the driver.

@@ -4,8 +4,7 @@
 
 namespace Naxel::Compact {
 
-DistinctSets::DistinctSets(SetFamily const& all, std::vector<uint64_t> const& uses,
-                           size_t least) {
+DistinctSets::DistinctSets(SetFamily const& all, std::vector<uint64_t> const& uses, size_t least) {
   std::vector<uint32_t> order;
   for (uint32_t s = 0; s < all.size(); ++s)
     if (all[s].size() >= least) order.push_back(s);

@@ -15,7 +15,8 @@ struct NAXEL_EXPORT DistinctSets {
 
   SetFamily sets;
   std::vector<uint64_t> weights;  ///< see weightOf()
-  std::vector<uint32_t> of;       ///< of each set given which of them it is; SetFamily::none where it is left out
+  std::vector<uint32_t>
+      of;  ///< of each set given which of them it is; SetFamily::none where it is left out
 
   /// A cube of a set that no rule uses costs hardly anything, but not nothing: it must be noticed where another
   /// set's label comes to lie in it.

@@ -27,6 +27,11 @@ constexpr size_t smallSet = 64;
 constexpr uint64_t priceOfMore = 4;
 constexpr uint64_t priceOfGrowth = 2;
 constexpr uint64_t priceOfSplit = 5;
+/// Bound of the work, in looks at words of codes, beyond which all is encoded afresh.
+constexpr uint64_t stepsAtLeast = 2'000'000;
+constexpr uint64_t stepsPerMember = 100;
+/// By how many bits a cube may grow for a code.
+constexpr unsigned mostGrowth = 4;
 /// How many sets are looked at for improvement, and how many of a set's labels are moved.
 constexpr size_t setsImproved = 64;
 constexpr size_t labelsMoved = 4;
@@ -68,7 +73,7 @@ class Keeper {
   void collectCodes(uint32_t label);
   std::optional<Cube> grown(uint32_t set, uint32_t code, size_t& which) const;
   bool holdsOnlyOwn(uint32_t set, Cube cube) const;
-  uint64_t priceAt(uint32_t label, uint32_t code) const;
+  uint64_t priceAt(uint32_t label, uint32_t code, uint64_t enough) const;
   bool place(uint32_t label);
   void put(uint32_t label, uint32_t code);
   void unplace(uint32_t label);
@@ -97,6 +102,7 @@ class Keeper {
   std::array<uint32_t, 17> freeFrom_{};  // below it no block of the size is free
   SetFamily keptAt_;                     // the sets before that have a code
   uint64_t votes_ = 0;
+  mutable uint64_t steps_ = 0;
   bool priceOnly_ = false;  // rows do not count
   struct Undo {
     uint32_t set;
@@ -341,7 +347,9 @@ std::optional<Cube> Keeper::grown(uint32_t set, uint32_t code, size_t& which) co
   std::optional<Cube> best;
   for (size_t i = 0; i < cubes_[set].size(); ++i) {
     Cube const joined = cubes_[set][i].joined(cubeOf(code));
-    if (best && joined.bits() >= best->bits()) continue;
+    if (best ? joined.bits() >= best->bits() : joined.bits() > cubes_[set][i].bits() + mostGrowth)
+      continue;
+    steps_ += stepsOfLook(joined);
     // The code itself is not in use yet, or already the set's.
     if (!holdsOnlyOwn(set, joined)) continue;
     best = joined;
@@ -350,24 +358,20 @@ std::optional<Cube> Keeper::grown(uint32_t set, uint32_t code, size_t& which) co
   return best;
 }
 
-uint64_t Keeper::priceAt(uint32_t label, uint32_t code) const {
-  uint64_t price = 0;
+uint64_t Keeper::priceAt(uint32_t label, uint32_t code, uint64_t enough) const {
+  uint64_t price = priceOfSplit * (matched_[code] - ownMatches(label, code));
   if (!priceOnly_ && code != inForce_.codes[label])
     price += DistinctSets::weightOf(inForce_.rows[label]);
-  uint64_t foreign = matched_[code];
   for (uint32_t s : setsOf_[label]) {
+    if (price > enough) break;
+    if (cubes_[s].empty() || matches(s, code)) continue;
     uint64_t const weight = distinct_.weights[s];
-    if (cubes_[s].empty()) continue;
-    if (matches(s, code)) {
-      foreign -= weight;
-      continue;
-    }
     size_t which = 0;
     auto const cube = grown(s, code, which);
     price += weight * (cube ? priceOfGrowth : priceOfMore);
     if (cube) price += weight / 16 * (cube->bits() - cubes_[s][which].bits());
   }
-  return price + priceOfSplit * foreign;
+  return price;
 }
 
 /// Has a set match one more of its codes.
@@ -417,9 +421,11 @@ void Keeper::put(uint32_t label, uint32_t code) {
   labelAt_[code] = label;
   used_.insert(cubeOf(code));
   taken_.insert(cubeOf(code));
-  if (matched_[code] != ownMatches(label, code))
+  if (matched_[code] != ownMatches(label, code)) {
+    steps_ += cubes_.size() / 16;
     for (uint32_t s = 0; s < cubes_.size(); ++s)
       if (hulls_[s].contains(cubeOf(code)) && matches(s, code) && !has(s, label)) cutOut(s, code);
+  }
   for (uint32_t s : setsOf_[label]) {
     if (cubes_[s].empty() || matches(s, code)) continue;
     Cubes cubes = cubes_[s];
@@ -437,12 +443,17 @@ void Keeper::unplace(uint32_t label) {
 
 bool Keeper::place(uint32_t label) {
   collectCodes(label);
-  if (candidates_.empty()) return false;
+  steps_ += candidates_.size() * (1 + setsOf_[label].size());
+  if (candidates_.empty() ||
+      steps_ + cover_.steps() > stepsAtLeast + stepsPerMember * setsOf_.members())
+    return false;
   uint64_t least = ~uint64_t{0};
   uint32_t best = 0;
+  std::ranges::sort(candidates_);
+  candidates_.erase(std::unique(candidates_.begin(), candidates_.end()), candidates_.end());
   for (uint32_t code : candidates_) {
-    uint64_t const price = priceAt(label, code);
-    if (price > least || (price == least && code >= best)) continue;
+    uint64_t const price = priceAt(label, code, least);
+    if (price >= least) continue;
     least = price;
     best = code;
   }
