@@ -18,6 +18,7 @@ namespace Bench {
 /// be used again without being counted.
 void addMemoryCases(std::vector<RuleSource> const& sources);
 void addKickCases(std::vector<RuleSource> const& sources);
+void addChangeCases(std::vector<RuleSource> const& sources);
 void addChurnCases(std::vector<RuleSource> const& sources);
 void addCodeCases(std::vector<RuleSource> const& sources);
 /// One list of all prefixes of a file; without files, of random prefixes.

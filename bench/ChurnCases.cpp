@@ -1,5 +1,5 @@
-/// Changes of one rule, one after the other: how many rows of the tables differ after each, and what the
-/// tables take in the end.
+/// Changes of one rule: what the kick after each kind of them takes; and one after the other, how many rows of the
+/// tables differ after each, and what the tables take in the end.
 
 #include "Cases.h"
 #include "Pipeline.h"
@@ -8,6 +8,7 @@
 #include "verify/Random.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <tuple>
 
@@ -25,13 +26,20 @@ class Changes {
       for (auto const& [index, rule] : acl->ruleById()) rules_.push_back({acl, index, rule});
   }
 
+  enum class Kind { nothing, action, ports, prefix, remove, insert };
   void next() {
-    switch (random_.below(6)) {
-      case 0: return action();
-      case 1: return ports();
-      case 2: return removeRule();
-      case 3: return bringBack();
-      default: return prefix();
+    constexpr std::array all = {Kind::action, Kind::ports,  Kind::remove,
+                                Kind::insert, Kind::prefix, Kind::prefix};
+    next(all[random_.below(all.size())]);
+  }
+  void next(Kind kind) {
+    switch (kind) {
+      case Kind::nothing: return;
+      case Kind::action: return action();
+      case Kind::ports: return ports();
+      case Kind::remove: return removeRule();
+      case Kind::insert: return bringBack();
+      case Kind::prefix: return prefix();
     }
   }
 
@@ -150,7 +158,44 @@ double churn(RuleSource const& source, benchmark::State& state, Acl::LabelCode c
   return seconds / static_cast<double>(wanted);
 }
 
+/// Seconds of a kick after a change of a kind, in the middle of several, and of the first kick beside it.
+double changed(RuleSource const& source, benchmark::State& state, Changes::Kind kind, bool keeps) {
+  auto const acls = build(source);
+  Pipeline pipeline(acls, NaxelTool::defaultChip().capability);
+  pipeline.labelCodeIs(keeps ? Acl::LabelCode::compact : Acl::LabelCode::aligned);
+  pipeline.keepLabelsIs(keeps);
+  double const first = pipeline.kick();
+  Changes changes(*acls);
+  std::vector<double> seconds;
+  for (int i = 0; i < 9; ++i) {
+    // What is brought back has been removed before, without being timed.
+    if (kind == Changes::Kind::insert) {
+      changes.next(Changes::Kind::remove);
+      pipeline.kick();
+    }
+    changes.next(kind);
+    seconds.push_back(pipeline.kick());
+  }
+  std::sort(seconds.begin(), seconds.end());
+  state.counters["share"] = seconds[4] / first * 100;
+  return seconds[4];
+}
+
 }  // namespace
+
+void addChangeCases(std::vector<RuleSource> const& sources) {
+  using Kind = Changes::Kind;
+  for (RuleSource const& source : sources) {
+    if (source.rules > 12000 || source.rules < 5000) continue;
+    for (bool const keeps : {false, true})
+      for (auto const& [name, kind] :
+           {std::pair("nothing", Kind::nothing), std::pair("action", Kind::action),
+            std::pair("ports", Kind::ports), std::pair("prefix", Kind::prefix),
+            std::pair("remove", Kind::remove), std::pair("insert", Kind::insert)})
+        addCase("change", source.name + (keeps ? " kept " : " aligned ") + name, 1,
+                [=](benchmark::State& state) { return changed(source, state, kind, keeps); });
+  }
+}
 
 void addChurnCases(std::vector<RuleSource> const& sources) {
   for (RuleSource const& source : sources) {

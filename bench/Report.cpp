@@ -124,6 +124,16 @@ void Report::printCombos() const {
   std::cout << '\n';
 }
 
+void Report::printChanges() const {
+  if (sets("change").empty()) return;
+  Rows rows = {{"change", "ms", "% of a first kick"}};
+  for (std::string const& set : sets("change"))
+    if (Result const* const result = find("change", set))
+      rows.push_back({set, ms("change", set), fixed(result->counters.at("share"), 1)});
+  NaxelTool::printTable(std::cout, rows, 1);
+  std::cout << '\n';
+}
+
 void Report::printChurn() const {
   if (sets("churn").empty()) return;
   Rows rows = {{"churn (rows)", "median", "95 %", "99 %", "worst", "labels", "worst", "entries",
@@ -223,6 +233,7 @@ void Report::Finalize() {
   printStages();
   printGrowth();
   printCodes();
+  printChanges();
   printChurn();
   printCombos();
   printYardstick("list", "prefixes", "std::set");

@@ -34,6 +34,7 @@ class Report : public benchmark::BenchmarkReporter {
   void printStages() const;
   void printGrowth() const;
   void printCodes() const;
+  void printChanges() const;
   void printChurn() const;
   void printCombos() const;
   void printYardstick(std::string const& kind, std::string const& size,

@@ -37,6 +37,7 @@ int main(int argc, char** argv) {
     for (Bench::RuleSource& source : Bench::crossingSources())
       codeSources.push_back(std::move(source));
     Bench::addCodeCases(codeSources);
+    Bench::addChangeCases(sources);
     Bench::addChurnCases(codeSources);
     Bench::addComboCases(sources);
     Bench::addListCases(prefixFiles());
