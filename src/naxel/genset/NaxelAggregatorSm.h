@@ -145,6 +145,24 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   bool saysTheSame(RuleConfig const& config, Lumox::AddressFamily af,
                    GenSetIpRule const& rule) const;
   bool saysTheSame(IpPrefixList const* list, PrefixXformKey const& key, GenSetKey set) const;
+  template <class Ranges>
+  bool saysTheSame(Ranges const& ranges, RangeSetType type, GenSetKey key) const;
+  /// The rules whose stamps have changed, by ACL and place, where nothing else has and they are few.
+  struct Edit {
+    size_t walk;
+    size_t place;
+  };
+  std::optional<std::vector<Edit>> fewEdits(Walks const& walks) const;
+  /// Brings what the last run has built up to date with them.
+  void applyEdits(Walks& walks, std::vector<Edit> const& edits);
+  /// The rule as it stands now, with the sets of `before` where it says the same.
+  Mox::Ptr<GenSetIpRule> editedRule(RuleConfig const& config, Lumox::AddressFamily af,
+                                    GenSetIpRule const& before);
+  /// Adds the uses of a rule's sets, or takes them back.
+  void countRule(GenSetIpRule const& rule, Lumox::AddressFamily af, int32_t by);
+  /// Calls `f(deduper, key)` for the sets of a rule.
+  template <class F>
+  void forEachSet(GenSetIpRule const& rule, Lumox::AddressFamily af, F f);
   void cleanSm();
   void buildFieldSets(Walks const& walks);
   /// What was made of the rules of an ACL, by place in `ruleByName`.

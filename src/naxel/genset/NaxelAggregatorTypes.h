@@ -205,7 +205,7 @@ class NAXEL_EXPORT AggregatorStatus : public StageStatus {
   Mox::Ptr<AclGenSetIpRuleList> aclGenSetIpRuleListIs(std::string const& name,
                                                       Lumox::AddressFamily af);
   void aclGenSetIpRuleListIs(Mox::Ptr<AclGenSetIpRuleList> list) {
-    // No stamp is drawn: a run deletes all lists first, which draws one for everything that it adds.
+    stamp_ = Mox::newStamp();
     std::string const name = list->name();
     aclGenSetIpRuleList_.set(name, std::move(list));
   }

@@ -86,6 +86,20 @@ GenSetKey DedupMarkAndSweeper::mark(size_t at) {
 
 void DedupMarkAndSweeper::markKey(GenSetKey key) { ++marks_[byPlace_[places_.at(key)]].uses; }
 
+void DedupMarkAndSweeper::reopen() {
+  if (!isIndexed()) rebuildIndex();
+  marks_.resize(objects());
+}
+
+void DedupMarkAndSweeper::remark(GenSetKey key, int32_t by) {
+  for (size_t at = 0; at < marks_.size(); ++at)
+    if (keyOf(at) == key) {
+      marks_[at].uses += static_cast<uint32_t>(by);
+      return;
+    }
+  MOX_ASSERT(false && "Unknown set");
+}
+
 void DedupMarkAndSweeper::unmarkAll() {
   clearIndex();
   marks_.resize(objects());

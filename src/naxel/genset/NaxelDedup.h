@@ -69,6 +69,8 @@ class NAXEL_EXPORT Deduper : public Mox::Entity {
   }
   size_t objects() const { return items_.size(); }
   Mox::Ptr<Dedupable> const& object(size_t at) const { return items_[at].obj; }
+  /// Whether the objects can be found.
+  bool isIndexed() const { return items_.empty() || !last_.empty(); }
   /// Forgets where the objects are, and keeps them.
   void clearIndex() { last_.clear(); }
   /// Indexes the objects that are there.
@@ -115,6 +117,11 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
     if (marks_.size() <= at) marks_.resize(objects());
     return keyOf(at) ? mark(at) : GenSetKey();
   }
+  /// For a run that changes few marks of the one before instead of setting all anew: what is new can be found
+  /// again, and the marks are those of that run.
+  void reopen();
+  /// Takes back a mark of that run, or adds one. O(objects).
+  void remark(GenSetKey key, int32_t by);
   /// Marks the object whose set has that key, which must be one of a run that finished.
   void markKey(GenSetKey key);
   /// How many objects there are.
