@@ -201,6 +201,8 @@ class NAXEL_EXPORT EncodedLabelWithMaskList : public Mox::Entity {
   size_t pairsBy(Acl::LabelCode code) const {
     return pairsBy_ ? (*pairsBy_)[static_cast<size_t>(code)] : encLabelAndMask_.size();
   }
+  /// Whether it has been encoded by one code only.
+  bool hasOneCode() const { return !pairsBy_; }
   /// By the aligned and by the compact code.
   void pairsByIs(uint32_t aligned, uint32_t compact) { pairsBy_ = {aligned, compact}; }
 

@@ -444,14 +444,26 @@ void LabelEncoderSm::doMerge() {
   lists.reserve(eLabelMask_.size());
   // One for all lists: it holds a word for each value of the width, which is more than most lists need.
   PairCounter scratch(encodeBitWidth_);
+  // A list that says what it said stays the same object, so that the expander finds what is built from it. Not where
+  // lists are about to be given both counts.
+  bool const stays = code_ == Acl::LabelCode::aligned || keptFrom_;
+  auto before = status_->encodedLabelList().begin();
+  auto const last = status_->encodedLabelList().end();
+  auto const add = [&](GenSetKey key, Mox::Ptr<EncodedLabelWithMaskList> list) {
+    while (before != last && before->first < key) ++before;
+    bool const same = stays && before != last && before->first == key &&
+                      before->second->hasOneCode() &&
+                      before->second->encLabelAndMask() == list->encLabelAndMask();
+    lists.set(key, same ? before->second : std::move(list));
+  };
   for (auto const& [key, pairs] : eLabelMask_) {
     if (pairs->encLabelAndMask().size() <= 1 || code_ == Acl::LabelCode::compact) {
-      lists.set(key, pairs);  // nothing to join
+      add(key, pairs);  // nothing to join
       continue;
     }
     auto merged = Mox::makePtr<EncodedLabelWithMaskList>(key);
     LabelMerger const labelMerger(encodeBitWidth_, pairs, merged, &scratch);
-    lists.set(key, std::move(merged));
+    add(key, std::move(merged));
   }
   status_->encodedLabelListIs(std::move(lists));
   status_->labelCodeIs(code_);

@@ -104,8 +104,13 @@ void RuleExpanderSm::doBuildExpandedRules() {
         std::equal(stamps.begin() + otherStamps, stamps.end(), builtFrom_.begin() + otherStamps);
     // Nothing counts as built until all of it is: an exception below leaves some ACLs of the last run and
     // some of this one.
+    bool const built = !builtFrom_.empty();
     builtFrom_.clear();
     bindSources();
+    goneLists_.reset();
+    std::vector<Mox::Stamp> comboStamps;
+    for (ComboLabelInfo const* info : comboInfos_) comboStamps.push_back(info->stamp());
+    if (built && !sameLabels && comboStamps == comboStamps_) goneLists_ = goneLists();
     deleteGoneAcls();
     std::vector<Plan> plans;
     for (auto const& [name, list] : ruleExConfig().aggregatorStatus()->aclGenSetIpRuleList())
@@ -115,10 +120,15 @@ void RuleExpanderSm::doBuildExpandedRules() {
     checkEntries(plans);
     // Old and new recipes stand side by side until the last of the old ones is gone.
     size_t const oldLists = lists_.size();
-    if (!sameLabels)
+    if (!sameLabels) {
+      listEnds_.clear();
       for (auto const* sources : {&prefixSources_, &rangeSources_, &comboSources_})
-        for (Source const& source : *sources)
+        for (Source const& source : *sources) {
           for (auto const& [key, list] : source.encoder->encodedLabelList()) lists_.push_back(list);
+          listEnds_.push_back(lists_.size() - oldLists);
+        }
+      comboStamps_ = std::move(comboStamps);
+    }
     // They refer to what the encoders have published by plain pointers, which the next run of an encoder
     // ends.
     for (auto* sources : {&prefixSources_, &rangeSources_, &comboSources_}) sources->clear();
@@ -130,8 +140,35 @@ void RuleExpanderSm::doBuildExpandedRules() {
   dumpRuleExpanderStatus();
 }
 
+std::vector<RuleFactor> RuleExpanderSm::goneLists() const {
+  std::vector<RuleFactor> gone;
+  size_t old = 0;
+  auto end = listEnds_.begin();
+  for (auto const* sources : {&prefixSources_, &rangeSources_, &comboSources_})
+    for (Source const& source : *sources) {
+      auto now = source.encoder->encodedLabelList().begin();
+      auto const last = source.encoder->encodedLabelList().end();
+      for (; old < *end; ++old) {
+        while (now != last && now->first < lists_[old]->key()) ++now;
+        if (now == last || now->second != lists_[old]) gone.push_back(lists_[old].get());
+      }
+      ++end;
+    }
+  std::ranges::sort(gone, std::less<>());
+  return gone;
+}
+
+bool RuleExpanderSm::stands(Recipes const& known, size_t place) const {
+  // What covered nothing may cover something now.
+  if (!goneLists_ || known.rules[place].matchesNothing) return false;
+  return std::ranges::none_of(known.factorsOf(place), [this](RuleFactor f) {
+    return std::ranges::binary_search(*goneLists_, f, std::less<>());
+  });
+}
+
 RuleExpanderSm::Costs RuleExpanderSm::costs() {
   bindSources();
+  goneLists_.reset();
   Costs costs;
   for (auto const& [name, list] : ruleExConfig().aggregatorStatus()->aclGenSetIpRuleList())
     costs.acls_.emplace_back(list->af(), planOf(*list, false).recipes);
@@ -167,13 +204,15 @@ RuleExpanderSm::Plan RuleExpanderSm::planOf(AclGenSetIpRuleList const& list, boo
                   "af == Lumox::ipv4() || af == Lumox::ipv6()");
   recipes_ = Recipes();
   recipes_.rules.reserve(list.genSetIpRuleById().size());
-  Recipes const* const known = sameLabels ? builtRecipes_.get(PDAclKey(af, list.name())) : nullptr;
+  Recipes const* const known =
+      sameLabels || goneLists_ ? builtRecipes_.get(PDAclKey(af, list.name())) : nullptr;
   size_t place = 0;
   for (auto const& [index, rule] : list.genSetIpRuleById()) {
     // Rules are replaced when they change, and mostly stand where they stood.
     // With equal labels the same rule object has the same pairs, and its recipe is copied without a search
-    // for its sets.
-    if (known && place < known->rules.size() && known->rules[place].rule == rule) {
+    // for its sets; so it is where the lists that it refers to are published as before.
+    if (known && place < known->rules.size() && known->rules[place].rule == rule &&
+        (sameLabels || stands(*known, place))) {
       recipes_.add(*known, place++);
       continue;
     }

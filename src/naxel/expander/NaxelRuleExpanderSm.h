@@ -91,6 +91,10 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
   void bindSources();
   void deleteGoneAcls();
   /// With `sameLabels` the pairs of every set are those of the last run.
+  /// Of the lists that the recipes refer to those that are published no more, ascending.
+  std::vector<RuleFactor> goneLists() const;
+  /// Whether a recipe refers to none of these.
+  bool stands(Recipes const& known, size_t place) const;
   Plan planOf(AclGenSetIpRuleList const& list, bool sameLabels);
   /// Throws where the rules take more entries than the agent allows.
   void checkEntries(std::vector<Plan> const& plans) const;
@@ -116,6 +120,10 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
   Recipe recipe_;                      // of the rule at hand
   std::vector<Mox::Stamp> builtFrom_;  // of everything that was read; empty before the first run
   std::vector<Mox::Ptr<EncodedLabelWithMaskList const>> lists_;  // that the recipes refer to
+  std::vector<size_t> listEnds_;                                 // of each source among them
+  std::vector<Mox::Stamp> comboStamps_;                          // that they were made with
+  // For the run at hand: those of `lists_` that are published no more, ascending; none where all count as gone.
+  std::optional<std::vector<RuleFactor>> goneLists_;
   Mox::OrderedMap<PDAclKey, Recipes> builtRecipes_;
 };
 NAXEL_EXPORT Mox::Ptr<RuleExpanderSm> ruleExpanderSmFactory(
