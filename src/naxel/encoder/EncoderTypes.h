@@ -3,6 +3,7 @@
 /// Configuration, status and loader info of the label encoder stages.
 
 #include "acl/ParamConfig.h"
+#include "mox/Assert.h"
 #include "mox/Stamp.h"
 #include "naxel/control/StageTypes.h"
 #include "naxel/encoder/LabelTypes.h"
@@ -81,6 +82,12 @@ class NAXEL_EXPORT EncoderStatus : public StageStatus {
     if (guess < plainToEncodedLabel_.size() && plainToEncodedLabel_[guess].first == l)
       return &plainToEncodedLabel_[guess].second;
     return plainToEncodedLabel_.get(l);
+  }
+  /// The encoded label of a plain label that the run has encoded.
+  EncodedLabel encodedLabelOf(PlainLabel l) const {
+    EncodedLabel const* const encoded = encodedLabel(l);
+    MOX_ASSERT(encoded);
+    return *encoded;
   }
   /// Publishes a newly built map in place of the present one.
   void plainToEncodedLabelIs(LabelMap v) { plainToEncodedLabel_ = std::move(v); }

@@ -207,6 +207,28 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   std::array<RangeDedupMarkAndSweeper*, rangeFieldCount> rangeDedupers_{};  // by type
   RangeSet::RangeColl ranges_;                                              // of the filter at hand
 };
+
+template <class Ranges>
+bool AggregatorSm::saysTheSame(Ranges const& ranges, RangeSetType type, GenSetKey key) const {
+  if (ranges.empty() || !key) return ranges.empty() && !key;
+  auto const set = aggStatus_->rangeSplitInfo(type)->rangeSetColl(key);
+  return set && std::equal(ranges.begin(), ranges.end(), set->range().begin(), set->range().end(),
+                           [](auto const& r, RangeSetElem const& e) {
+                             return r.rangeStart() == e.first() && r.rangeEnd() == e.last();
+                           });
+}
+
+template <class Ranges>
+GenSetKey AggregatorSm::buildRangeSet(RangeSetType type, Ranges const& ranges) {
+  // The ends fit: the whole configuration has been checked against the bounds of its fields.
+  auto const elem = [](auto const& r) {
+    return RangeSetElem(static_cast<uint16_t>(r.rangeStart()), static_cast<uint16_t>(r.rangeEnd()));
+  };
+  ranges_.clear();
+  ranges.forEach([&](auto const& r) { ranges_.insert(elem(r)); });
+  return buildRangeSet(type);
+}
+
 NAXEL_EXPORT Mox::Ptr<AggregatorSm> aggregatorSmFactory(
     Obel::ChipId chipId, Mox::Ptr<AggregatorConfig> config, Mox::Ptr<AggregatorStatus> status,
     Mox::Ptr<ChipHwCapability const> hwCapability, Mox::Ptr<GenSetKeyGenerator> genSetKeyGen);

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <numeric>
 #include <utility>
 
 namespace Naxel::Compact {
@@ -14,10 +13,10 @@ namespace Naxel::Compact {
 namespace {
 
 /// How many of an item's sets, of a set's cubes and of a cube's free codes are looked at.
-constexpr size_t setsLookedAt = 6;
-constexpr size_t cubesLookedAt = 4;
-constexpr unsigned codesLookedAt = 256;
-constexpr unsigned wordsLookedAt = 256;
+constexpr size_t ownSetsTried = 6;
+constexpr size_t cubesTried = 4;
+constexpr unsigned codesTried = 256;
+constexpr unsigned wordsTried = 256;
 /// A label without a place in its sets gets a block of so many bits for what comes after it, if there is one.
 constexpr unsigned ownBits = 4;
 /// Sets of so many labels are also covered as a whole when one of their cubes is lost.
@@ -28,17 +27,13 @@ constexpr uint64_t priceOfMore = 4;
 constexpr uint64_t priceOfGrowth = 2;
 constexpr uint64_t priceOfSplit = 5;
 /// Bound of the work, in looks at words of codes, beyond which all is encoded afresh.
-constexpr uint64_t stepsAtLeast = 2'000'000;
-constexpr uint64_t stepsPerMember = 100;
+constexpr uint64_t placingSteps = 2'000'000;
+constexpr uint64_t placingStepsPerMember = 100;
 /// By how many bits a cube may grow for a code.
 constexpr unsigned mostGrowth = 4;
 /// How many sets are looked at for improvement, and how many of a set's labels are moved.
 constexpr size_t setsImproved = 64;
 constexpr size_t labelsMoved = 4;
-/// From so many uses on a set gets room for labels to come.
-constexpr uint64_t roomFromUses = 4;
-/// By what part of the price room may make a code dearer.
-constexpr uint64_t dearerPart = 20;
 /// In how many sets that were there the labels of one are looked for, in all.
 constexpr uint64_t votesAtMost = 1'000'000;
 
@@ -260,7 +255,7 @@ std::optional<Cube> Keeper::freeBlock(uint32_t set, unsigned size) {
   for (Cube c : cubes_[smallest]) {
     if (found || c.bits() < size || (c.free & blockCube(0, size).free) != blockCube(0, size).free)
       continue;
-    taken_.forEachFree(c, size, wordsLookedAt, [&](uint32_t code) {
+    taken_.forEachFree(c, size, wordsTried, [&](uint32_t code) {
       if (Cube const block = blockCube(code, size); isFree(block, matched)) found = block;
       return !found;
     });
@@ -299,7 +294,7 @@ void Keeper::collectCodes(uint32_t label) {
   auto const own = setsOf_[label];
   bool perfect = false;
   auto const look = [&](Cube cube, unsigned words, unsigned wanted) {
-    unsigned codes = codesLookedAt;
+    unsigned codes = codesTried;
     taken_.forEachFree(cube, 0, words, [&](uint32_t code) {
       // In all sets of the label and in no other.
       perfect = matched_[code] == all && ownMatches(label, code) == all;
@@ -313,12 +308,12 @@ void Keeper::collectCodes(uint32_t label) {
   };
   // Small sets come last.
   size_t sets = 0;
-  for (size_t k = own.size(); k-- > 0 && sets < setsLookedAt && !perfect;) {
+  for (size_t k = own.size(); k-- > 0 && sets < ownSetsTried && !perfect;) {
     Cubes const& cubes = cubes_[own[k]];
     if (cubes.empty()) continue;
     ++sets;
-    for (size_t j = 0; j < std::min(cubesLookedAt, cubes.size()) && !perfect; ++j) {
-      look(cubes[j], wordsLookedAt, 2);
+    for (size_t j = 0; j < std::min(cubesTried, cubes.size()) && !perfect; ++j) {
+      look(cubes[j], wordsTried, 2);
       for (unsigned b = 0; b < bits_ && !perfect; ++b)
         if (!(cubes[j].free >> b & 1))
           look({static_cast<uint16_t>(cubes[j].value ^ 1u << b), cubes[j].free}, 2, 1);
@@ -445,7 +440,7 @@ bool Keeper::place(uint32_t label) {
   collectCodes(label);
   steps_ += candidates_.size() * (1 + setsOf_[label].size());
   if (candidates_.empty() ||
-      steps_ + cover_.steps() > stepsAtLeast + stepsPerMember * setsOf_.members())
+      steps_ + cover_.steps() > placingSteps + placingStepsPerMember * setsOf_.members())
     return false;
   uint64_t least = ~uint64_t{0};
   uint32_t best = 0;
@@ -592,86 +587,7 @@ Code Keeper::take(SetFamily const& sets) {
   return code;
 }
 
-/// How many codes to leave free in a set of so many uses and labels; more in what costs more to change.
-uint64_t roomFor(uint64_t uses, size_t labels, uint64_t leastUses) {
-  if (uses < leastUses) return 0;
-  return static_cast<uint64_t>(std::bit_width(uses / leastUses)) + labels / 8;
-}
-
-/// So many more labels like each one, as places that are left free.
-Code codeWithCopies(SetFamily const& sets, std::vector<uint64_t> const& weights,
-                    std::vector<uint64_t> const& copies, unsigned bits) {
-  auto const n = static_cast<uint32_t>(copies.size());
-  std::vector<uint32_t> first(n);
-  uint32_t next = n;
-  for (uint32_t l = 0; l < n; next += static_cast<uint32_t>(copies[l++])) first[l] = next;
-  SetFamily more;
-  std::vector<uint32_t> members;
-  for (uint32_t s = 0; s < sets.size(); ++s) {
-    members.assign(sets[s].begin(), sets[s].end());
-    for (uint32_t l : sets[s])
-      for (uint32_t k = 0; k < copies[l]; ++k) members.push_back(first[l] + k);
-    std::ranges::sort(members);
-    for (uint32_t l : members) more.add(l);
-    more.end();
-  }
-  Code code = compactCode(more, weights, next, bits);
-  code.codes.resize(n);
-  return code;
-}
-
-/// Free codes in each set by what it costs to change; a free code is like a label that is in no smaller set than need
-/// be. None where there is no room for any.
-std::vector<uint64_t> copiesByUse(SetFamily const& sets, std::vector<uint64_t> const& weights,
-                                  uint32_t n, unsigned bits) {
-  SetFamily const setsOf = sets.transposed(n);
-  std::vector<uint32_t> like(sets.size(), SetFamily::none);
-  for (uint32_t s = 0; s < sets.size(); ++s)
-    for (uint32_t l : sets[s])
-      if (like[s] == SetFamily::none || setsOf[l].size() < setsOf[like[s]].size()) like[s] = l;
-  uint64_t const most = (uint64_t{1} << bits) / 4;
-  for (uint64_t leastUses = roomFromUses; leastUses <= uint64_t{1} << 32; leastUses *= 4) {
-    std::vector<uint64_t> copies(n, 0);
-    for (uint32_t s = 0; s < sets.size(); ++s)
-      copies[like[s]] = std::max(copies[like[s]], roomFor(weights[s], sets[s].size(), leastUses));
-    if (std::accumulate(copies.begin(), copies.end(), uint64_t{n}) <= most) return copies;
-  }
-  return {};
-}
-
 }  // namespace
-
-Code roomyCode(SetFamily const& sets, std::vector<uint64_t> const& weights, uint32_t n,
-               unsigned bits) {
-  auto const price = [&](Code const& of) {
-    uint64_t cubes = 0;
-    for (uint32_t s = 0; s < sets.size(); ++s) cubes += weights[s] * of.cubes[s].size();
-    return cubes;
-  };
-  std::optional<Code> best;
-  uint64_t most = std::accumulate(weights.begin(), weights.end(), uint64_t{0});
-  if (auto const copies = copiesByUse(sets, weights, n, bits); !copies.empty()) {
-    best = codeWithCopies(sets, weights, copies, bits);
-    if (price(*best) == most) return std::move(*best);
-  }
-  // What crosses finds no faces with much room inside; some for each label may do.
-  Code plain = compactCode(sets, weights, n, bits);
-  most = price(plain) + price(plain) / dearerPart;
-  if (best && price(*best) <= most) return std::move(*best);
-  for (unsigned more : {4u, 3u, 2u, 1u}) {
-    if (bits <= more || uint64_t{n} >= uint64_t{1} << (bits - more - 1)) continue;
-    Code code = compactCode(sets, weights, n, bits - more);
-    if (price(code) > most) continue;
-    // Each code becomes a block with it as the first.
-    for (uint16_t& c : code.codes) c = static_cast<uint16_t>(c << more);
-    for (auto& cubes : code.cubes)
-      for (Cube& c : cubes)
-        c = {static_cast<uint16_t>(c.value << more),
-             static_cast<uint16_t>(c.free << more | ((1u << more) - 1))};
-    return code;
-  }
-  return plain;
-}
 
 std::optional<Code> keptCode(SetFamily const& sets, std::vector<uint64_t> const& weights,
                              LabelsInForce const& inForce, KeptSets const& kept, unsigned bits,

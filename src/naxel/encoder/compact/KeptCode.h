@@ -69,11 +69,6 @@ struct LabelsInForce {
   std::vector<uint16_t> vacated;  ///< codes in force that are no label's any more
 };
 
-/// The same as compactCode(), with codes left free inside the sets that many rules use, as far as there is room: what
-/// comes into such a set later then changes none of its cubes.
-NAXEL_EXPORT Code roomyCode(SetFamily const& sets, std::vector<uint64_t> const& weights, uint32_t n,
-                            unsigned bits);
-
 /// Arguments as of compactCode(); `repairRows` is how many entries of rules may be written to improve what stands. None
 /// where room is exhausted, or where so little stays that encoding afresh is better.
 NAXEL_EXPORT std::optional<Code> keptCode(SetFamily const& sets,
