@@ -404,12 +404,12 @@ void LabelEncoderSm::doMerge() {
   bool const stays = code_ == Acl::LabelCode::aligned || keptFrom_;
   auto before = status_->encodedLabelList().begin();
   auto const last = status_->encodedLabelList().end();
-  auto const add = [&](GenSetKey key, Mox::Ptr<EncodedLabelWithMaskList> list) {
+  auto const add = [&](GenSetKey key, Mox::Ptr<EncodedLabelWithMaskList> const& list) {
     while (before != last && before->first < key) ++before;
     bool const same = stays && before != last && before->first == key &&
                       before->second->hasOneCode() &&
                       before->second->encLabelAndMask() == list->encLabelAndMask();
-    lists.set(key, same ? before->second : std::move(list));
+    lists.set(key, same ? before->second : list);
   };
   for (auto const& [key, pairs] : eLabelMask_) {
     if (pairs->encLabelAndMask().size() <= 1 || code_ == Acl::LabelCode::compact) {
@@ -418,7 +418,7 @@ void LabelEncoderSm::doMerge() {
     }
     auto merged = Mox::makePtr<EncodedLabelWithMaskList>(key);
     LabelMerger const labelMerger(encodeBitWidth_, pairs, merged, &scratch);
-    add(key, std::move(merged));
+    add(key, merged);
   }
   status_->encodedLabelListIs(std::move(lists));
   status_->labelCodeIs(code_);

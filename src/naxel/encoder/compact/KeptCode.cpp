@@ -47,6 +47,12 @@ class Keeper {
   Code take(SetFamily const& sets);
 
  private:
+  /// The cubes that a set had before.
+  struct Undo {
+    uint32_t set;
+    Cubes cubes;
+  };
+
   uint32_t labels() const { return static_cast<uint32_t>(codes_.size()); }
   bool isPlaced(uint32_t label) const { return codes_[label] != SetFamily::none; }
   static Cube cubeOf(uint32_t code) { return {static_cast<uint16_t>(code), 0}; }
@@ -71,11 +77,15 @@ class Keeper {
   uint64_t priceAt(uint32_t label, uint32_t code, uint64_t enough) const;
   bool place(uint32_t label);
   void put(uint32_t label, uint32_t code);
+  void isAt(uint32_t label, uint32_t code);
   void unplace(uint32_t label);
   void extend(uint32_t set, uint32_t code, Cubes& cubes);
   void cutOut(uint32_t set, uint32_t code);
   void cubesAre(uint32_t set, Cubes cubes);
   void improve(uint64_t rows);
+  std::vector<uint32_t> labelsOfSmallest(uint32_t set) const;
+  bool moveOut(uint32_t set, uint32_t label);
+  std::pair<int64_t, uint64_t> gainOf(std::vector<Undo> const& log) const;
   bool improveSet(uint32_t set, uint64_t& rows);
   uint64_t rowsBetween(uint32_t set, Cubes const& a, Cubes const& b) const;
 
@@ -99,10 +109,6 @@ class Keeper {
   uint64_t votes_ = 0;
   mutable uint64_t steps_ = 0;
   bool priceOnly_ = false;  // rows do not count
-  struct Undo {
-    uint32_t set;
-    Cubes cubes;
-  };
   std::vector<Undo>* log_ = nullptr;
 };
 
@@ -411,11 +417,15 @@ void Keeper::cutOut(uint32_t set, uint32_t code) {
   cubesAre(set, std::move(cubes));
 }
 
-void Keeper::put(uint32_t label, uint32_t code) {
+void Keeper::isAt(uint32_t label, uint32_t code) {
   codes_[label] = code;
   labelAt_[code] = label;
   used_.insert(cubeOf(code));
   taken_.insert(cubeOf(code));
+}
+
+void Keeper::put(uint32_t label, uint32_t code) {
+  isAt(label, code);
   if (matched_[code] != ownMatches(label, code)) {
     steps_ += cubes_.size() / 16;
     for (uint32_t s = 0; s < cubes_.size(); ++s)
@@ -497,6 +507,58 @@ void Keeper::improve(uint64_t rows) {
   }
 }
 
+/// The labels of the set's smallest cube, if they are few.
+std::vector<uint32_t> Keeper::labelsOfSmallest(uint32_t set) const {
+  std::vector<uint32_t> least;
+  size_t fewest = labelsMoved + 1;
+  for (Cube c : cubes_[set]) {
+    std::vector<uint32_t> inside;
+    used_.forEach(c, [&](uint32_t code) {
+      inside.push_back(labelAt_[code]);
+      return inside.size() < fewest;
+    });
+    if (inside.size() >= fewest) continue;
+    fewest = inside.size();
+    least = std::move(inside);
+  }
+  return least;
+}
+
+/// Takes a label out of the set's cubes and places it anew. False, and nothing has changed, where it was the last one.
+bool Keeper::moveOut(uint32_t set, uint32_t label) {
+  uint32_t const code = codes_[label];
+  unplace(label);
+  Cubes cubes = cubes_[set];
+  std::erase_if(cubes, [&](Cube c) {
+    bool empty = true;
+    used_.forEach(c, [&](uint32_t) { return empty = false; });
+    return empty;
+  });
+  if (cubes.empty()) {
+    isAt(label, code);
+    return false;
+  }
+  cubesAre(set, std::move(cubes));
+  return place(label);
+}
+
+/// What has been gained since, in cubes for each use, and how many rows that writes.
+std::pair<int64_t, uint64_t> Keeper::gainOf(std::vector<Undo> const& log) const {
+  std::vector<uint32_t> seen;
+  int64_t gain = 0;
+  uint64_t written = 0;
+  for (Undo const& u : log) {
+    // What a set had at first.
+    if (std::ranges::find(seen, u.set) != seen.end()) continue;
+    seen.push_back(u.set);
+    auto const uses = static_cast<int64_t>(DistinctSets::usesOf(distinct_.weights[u.set]));
+    gain +=
+        uses * (static_cast<int64_t>(u.cubes.size()) - static_cast<int64_t>(cubes_[u.set].size()));
+    written += rowsBetween(u.set, u.cubes, cubes_[u.set]);
+  }
+  return {gain, written};
+}
+
 /// Covers the set anew, or moves the labels of its smallest cube into the others, where that saves cubes in all.
 bool Keeper::improveSet(uint32_t set, uint64_t& rows) {
   Cubes whole = cover_.cover(used_, placesOf(set), true);
@@ -507,74 +569,28 @@ bool Keeper::improveSet(uint32_t set, uint64_t& rows) {
     cubesAre(set, std::move(whole));
     return true;
   }
-  std::vector<uint32_t> moved;
-  size_t fewest = labelsMoved + 1;
-  for (Cube c : cubes_[set]) {
-    std::vector<uint32_t> inside;
-    used_.forEach(c, [&](uint32_t code) {
-      inside.push_back(labelAt_[code]);
-      return inside.size() < fewest;
-    });
-    if (inside.size() >= fewest) continue;
-    fewest = inside.size();
-    moved = std::move(inside);
-  }
+  std::vector<uint32_t> const moved = labelsOfSmallest(set);
   if (moved.empty()) return false;
   std::vector<Undo> log;
+  std::vector<uint32_t> const before = codes_;
   log_ = &log;
-  std::vector<uint32_t> before;
-  for (uint32_t l : moved) before.push_back(codes_[l]);
-  uint64_t written = 0;
-  bool placed = true;
   priceOnly_ = true;
-  for (uint32_t l : moved) {
-    uint32_t const code = codes_[l];
-    unplace(l);
-    Cubes cubes = cubes_[set];
-    std::erase_if(cubes, [&](Cube c) {
-      bool empty = true;
-      used_.forEach(c, [&](uint32_t) { return empty = false; });
-      return empty;
-    });
-    if (cubes.empty()) {
-      placed = false;
-      codes_[l] = code;
-      labelAt_[code] = l;
-      used_.insert(cubeOf(code));
-      break;
-    }
-    cubesAre(set, std::move(cubes));
-    placed = place(l);
-    if (!placed) break;
-    if (codes_[l] != inForce_.codes[l]) written += inForce_.rows[l];
+  bool placed = true;
+  uint64_t relabelled = 0;
+  for (size_t i = 0; i < moved.size() && placed; ++i) {
+    placed = moveOut(set, moved[i]);
+    if (codes_[moved[i]] != inForce_.codes[moved[i]]) relabelled += inForce_.rows[moved[i]];
   }
   priceOnly_ = false;
   log_ = nullptr;
-  // What each set had at first and has now.
-  std::vector<std::pair<uint32_t, Cubes const*>> firsts;
-  for (Undo const& u : log)
-    if (std::ranges::find(firsts, u.set, &std::pair<uint32_t, Cubes const*>::first) == firsts.end())
-      firsts.emplace_back(u.set, &u.cubes);
-  int64_t gain = 0;
-  for (auto const& [s, was] : firsts) {
-    auto const uses = static_cast<int64_t>(DistinctSets::usesOf(distinct_.weights[s]));
-    gain += uses * (static_cast<int64_t>(was->size()) - static_cast<int64_t>(cubes_[s].size()));
-    written += rowsBetween(s, *was, cubes_[s]);
-  }
-  if (placed && gain > 0 && written <= rows) {
-    rows -= written;
+  auto const [gain, written] = gainOf(log);
+  if (placed && gain > 0 && written + relabelled <= rows) {
+    rows -= written + relabelled;
     return true;
   }
-  for (size_t i = moved.size(); i-- > 0;)
-    if (isPlaced(moved[i])) {
-      used_.erase(cubeOf(codes_[moved[i]]));
-      labelAt_[codes_[moved[i]]] = SetFamily::none;
-    }
-  for (size_t i = 0; i < moved.size(); ++i) {
-    codes_[moved[i]] = before[i];
-    labelAt_[before[i]] = moved[i];
-    used_.insert(cubeOf(before[i]));
-  }
+  for (uint32_t l : moved)
+    if (isPlaced(l)) unplace(l);
+  for (uint32_t l : moved) isAt(l, before[l]);
   for (; !log.empty(); log.pop_back()) cubesAre(log.back().set, std::move(log.back().cubes));
   return false;
 }
