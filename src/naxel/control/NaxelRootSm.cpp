@@ -3,8 +3,8 @@
 #include "acl/ParamConfig.h"
 #include "mox/Assert.h"
 #include "naxel/control/NaxelStageControllerSm.h"
+#include "naxel/control/RepairShare.h"
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
-#include "naxel/encoder/compact/KeptCode.h"
 #include "naxel/expander/NaxelRuleExpanderSm.h"
 #include "naxel/genset/NaxelAggregatorSm.h"
 #include "naxel/loader/NaxelLoaderSm.h"
@@ -20,43 +20,6 @@
 #include <limits>
 
 namespace Naxel {
-
-namespace {
-
-/// Shares the rows that may be written for improvement out over the fields, by what each takes above what it
-/// would take afresh.
-class Repair {
- public:
-  Repair(Mox::Ptr<PDData const> basis, uint64_t rows) : basis_(std::move(basis)) {
-    if (!basis_) return;
-    uint64_t rules = 0;
-    for (auto const& [key, acl] : basis_->pdAclColl()->pdAcl()) rules += acl->rule().size();
-    uint64_t const entries = basis_->pdAclColl()->numFilters();
-    rows_ = rows == Acl::ParamConfig::defaultRepairRows ? entries / 200 : std::min(rows, entries);
-    // A pair of a set that changes is one row in each rule, times the pairs of the rule's other fields.
-    if (entries > rules) rows_ = rows_ * rules / entries;
-    auto const add = [this](KeepsSets const& table) {
-      if (table.keptSets()) excess_ += table.keptSets()->excess();
-    };
-    for (auto const& [key, table] : basis_->pdPrefixXformEntryColl()) add(*table);
-    for (RangeSetType type : allRangeSetTypes()) add(*basis_->rangeColl(type));
-    for (ComboLabelSetType type : allComboLabelSetTypes()) add(*basis_->comboColl(type));
-  }
-  Mox::Ptr<PDData const> const& basis() const { return basis_; }
-  uint64_t rows(KeepsSets const& table) const {
-    if (!table.keptSets() || !excess_) return 0;
-    return static_cast<uint64_t>(static_cast<double>(rows_) *
-                                 static_cast<double>(table.keptSets()->excess()) /
-                                 static_cast<double>(excess_));
-  }
-
- private:
-  Mox::Ptr<PDData const> basis_;
-  uint64_t rows_ = 0;
-  uint64_t excess_ = 0;
-};
-
-}  // namespace
 
 /// Calls back when the loader info of an encoder is replaced.
 class NaxelRootSm::LoaderInfoReactor : public EncoderStatus::Notifiee {
@@ -341,7 +304,7 @@ void NaxelRootSm::takeInputs() {
     if (auto line = trace(0))
       line << "[" << chipId_ << "] keepLabels is without effect: the label code is aligned";
   toldOfAligned_ = wants && code == Acl::LabelCode::aligned;
-  Repair const repair(keeps ? loaderSm()->inForce() : nullptr, kickParamConfig_->repairRows());
+  RepairShare const repair(keeps ? loaderSm()->inForce() : nullptr, kickParamConfig_->repairRows());
   auto const tell = [&](EncoderConfig& config, KeepsSets const* table) {
     config.labelCodeIs(code);
     config.basisIs(repair.basis(), table ? repair.rows(*table) : 0);

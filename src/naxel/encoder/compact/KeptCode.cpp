@@ -66,7 +66,8 @@ class Keeper {
   void findCubes();
   std::optional<size_t> mostAlike(std::vector<uint16_t> const& codes);
   void question(uint32_t set, KeptSets::Set const& was, std::vector<uint16_t> const& codes);
-  void giveHomes();
+  bool giveHomes();
+  bool isExhausted() const;
   std::optional<Cube> freeBlock(uint32_t set, unsigned size);
   std::optional<Cube> freeBlock(unsigned size);
   bool isFree(Cube block, uint64_t matched) const;
@@ -102,6 +103,7 @@ class Keeper {
   std::vector<uint64_t> matched_;  // for each code the weight of the sets that match it
   std::vector<Cubes> cubes_;
   std::vector<Cube> hulls_;
+  CodeMap scratch_;  // empty between uses
   std::vector<uint32_t> questioned_;
   std::vector<uint32_t> candidates_;
   std::array<uint32_t, 17> freeFrom_{};  // below it no block of the size is free
@@ -126,7 +128,8 @@ Keeper::Keeper(SetFamily const& sets, std::vector<uint64_t> const& weights,
       labelAt_(size_t{1} << bits, SetFamily::none),
       matched_(size_t{1} << bits),
       cubes_(distinct_.sets.size()),
-      hulls_(distinct_.sets.size()) {
+      hulls_(distinct_.sets.size()),
+      scratch_(bits) {
   Cube const last = cubeOf((1u << bits) - 1);
   used_.insert(last);
   taken_.insert(last);
@@ -151,13 +154,14 @@ void Keeper::cubesAre(uint32_t set, Cubes cubes) {
   uint64_t const weight = distinct_.weights[set];
   // Cubes of a set may overlap, and each of their codes counts once.
   auto const add = [this](Cubes const& all, uint64_t by) {
-    for (size_t i = 0; i < all.size(); ++i)
-      forEachCode(all[i], 0, [&](uint32_t code) {
-        bool const before = std::any_of(all.begin(), all.begin() + static_cast<ptrdiff_t>(i),
-                                        [&](Cube c) { return c.contains(cubeOf(code)); });
-        if (!before) matched_[code] += by;
+    for (Cube c : all)
+      forEachCode(c, 0, [&](uint32_t code) {
+        if (!scratch_.meets(cubeOf(code))) matched_[code] += by;
+        if (all.size() > 1) scratch_.insert(cubeOf(code));
         return true;
       });
+    if (all.size() > 1)
+      for (Cube c : all) scratch_.erase(c);
   };
   add(cubes_[set], ~weight + 1);
   add(cubes, weight);
@@ -179,10 +183,11 @@ std::optional<size_t> Keeper::mostAlike(std::vector<uint16_t> const& codes) {
   }
   std::vector<uint32_t> votes;
   for (uint16_t code : codes) {
+    // All that are asked count, also where nothing comes of it.
+    votes_ += keptAt_[code].size();
+    if (votes_ > votesAtMost) return std::nullopt;
     votes.insert(votes.end(), keptAt_[code].begin(), keptAt_[code].end());
-    if (votes_ + votes.size() > votesAtMost) return std::nullopt;
   }
-  votes_ += votes.size();
   std::ranges::sort(votes);
   std::optional<size_t> best;
   int64_t most = 0;
@@ -206,8 +211,10 @@ void Keeper::question(uint32_t set, KeptSets::Set const& was, std::vector<uint16
   };
   for (uint16_t code : was.codes)
     if (!std::ranges::binary_search(codes, code)) ask(code);
+  for (Cube c : cubes_[set]) scratch_.insert(c);
   for (uint16_t code : codes)
-    if (!matches(set, code)) ask(code);
+    if (!scratch_.meets(cubeOf(code))) ask(code);
+  for (Cube c : cubes_[set]) scratch_.erase(c);
 }
 
 void Keeper::findCubes() {
@@ -234,6 +241,7 @@ void Keeper::findCubes() {
 
 /// Whether all codes of a block are free and match as much and no more.
 bool Keeper::isFree(Cube block, uint64_t matched) const {
+  steps_ += stepsOfLook(block);
   if (taken_.meets(block)) return false;
   bool free = true;
   forEachCode(block, 0, [&](uint32_t code) { return free = matched_[code] == matched; });
@@ -252,13 +260,16 @@ std::optional<Cube> Keeper::freeBlock(uint32_t set, unsigned size) {
   uint64_t matched = 0;
   uint32_t smallest = SetFamily::none;
   for (uint32_t s : setsOf_[own[0]]) {
-    if (s >= set || cubes_[s].empty() || !std::ranges::includes(distinct_.sets[s], own)) continue;
+    if (s >= set || cubes_[s].empty()) continue;
+    steps_ += 1 + distinct_.sets[s].size() / 8;
+    if (!std::ranges::includes(distinct_.sets[s], own)) continue;
     matched += distinct_.weights[s];
     smallest = s;
   }
   if (smallest == SetFamily::none) return freeBlock(size);
   std::optional<Cube> found;
   for (Cube c : cubes_[smallest]) {
+    ++steps_;
     if (found || c.bits() < size || (c.free & blockCube(0, size).free) != blockCube(0, size).free)
       continue;
     taken_.forEachFree(c, size, wordsTried, [&](uint32_t code) {
@@ -269,10 +280,12 @@ std::optional<Cube> Keeper::freeBlock(uint32_t set, unsigned size) {
   return found;
 }
 
-/// Cubes for the sets that have none from before: around the labels that are placed, or a free block.
-void Keeper::giveHomes() {
+/// Cubes for the sets that have none from before: around the labels that are placed, or a free block. False where that
+/// takes too long.
+bool Keeper::giveHomes() {
   for (uint32_t s = 0; s < distinct_.sets.size(); ++s) {
     if (!cubes_[s].empty()) continue;
+    if (isExhausted()) return false;
     std::vector<Cube> const places = placesOf(s);
     if (!places.empty()) {
       cubesAre(s, cover_.cover(used_, places, true));
@@ -282,6 +295,11 @@ void Keeper::giveHomes() {
     if (size >= bits_) continue;
     if (auto const block = freeBlock(s, size)) cubesAre(s, {*block});
   }
+  return true;
+}
+
+bool Keeper::isExhausted() const {
+  return steps_ + cover_.steps() > placingSteps + placingStepsPerMember * setsOf_.members();
 }
 
 uint64_t Keeper::ownMatches(uint32_t label, uint32_t code) const {
@@ -346,6 +364,7 @@ bool Keeper::holdsOnlyOwn(uint32_t set, Cube cube) const {
 /// The smallest cube that one of a set's grows to if it is to hold the code.
 std::optional<Cube> Keeper::grown(uint32_t set, uint32_t code, size_t& which) const {
   std::optional<Cube> best;
+  steps_ += cubes_[set].size() / 8;
   for (size_t i = 0; i < cubes_[set].size(); ++i) {
     Cube const joined = cubes_[set][i].joined(cubeOf(code));
     if (best ? joined.bits() >= best->bits() : joined.bits() > cubes_[set][i].bits() + mostGrowth)
@@ -403,9 +422,16 @@ void Keeper::cutOut(uint32_t set, uint32_t code) {
   Cubes cubes = cubes_[set];
   std::erase_if(cubes, [&](Cube c) { return c.contains(cubeOf(code)); });
   std::vector<Cube> const places = placesOf(set);
-  for (Cube place : places)
+  steps_ += places.size() / 8;
+  for (Cube c : cubes) scratch_.insert(c);
+  std::vector<Cube> lost = places;
+  std::erase_if(lost, [this](Cube place) { return scratch_.meets(place); });
+  for (Cube c : cubes) scratch_.erase(c);
+  for (Cube place : lost) {
+    steps_ += cubes.size() / 8;
     if (std::ranges::none_of(cubes, [&](Cube c) { return c.contains(place); }))
       extend(set, place.value, cubes);
+  }
   if (places.size() <= smallSet) {
     Cubes whole = cover_.cover(used_, places, true);
     auto const price = [&](Cubes const& to) {
@@ -448,10 +474,8 @@ void Keeper::unplace(uint32_t label) {
 
 bool Keeper::place(uint32_t label) {
   collectCodes(label);
-  steps_ += candidates_.size() * (1 + setsOf_[label].size());
-  if (candidates_.empty() ||
-      steps_ + cover_.steps() > placingSteps + placingStepsPerMember * setsOf_.members())
-    return false;
+  for (uint32_t s : setsOf_[label]) steps_ += candidates_.size() * (1 + cubes_[s].size() / 8);
+  if (candidates_.empty() || isExhausted()) return false;
   uint64_t least = ~uint64_t{0};
   uint32_t best = 0;
   std::ranges::sort(candidates_);
@@ -473,7 +497,7 @@ bool Keeper::run(uint64_t repairRows) {
     if (!isPlaced(l)) fresh.push_back(l);
   if (2 * (fresh.size() + questioned_.size()) > labels()) return false;
   for (uint32_t l : questioned_) unplace(l);
-  giveHomes();
+  if (!giveHomes()) return false;
   for (uint32_t l : questioned_)
     if (!place(l)) return false;
   for (uint32_t l : fresh)
@@ -500,7 +524,7 @@ void Keeper::improve(uint64_t rows) {
   });
   if (costly.size() > setsImproved) costly.resize(setsImproved);
   for (auto const& [excess, s] : costly) {
-    if (price.excess() == 0) return;
+    if (price.excess() == 0 || isExhausted()) return;
     size_t const before = cubes_[s].size();
     if (improveSet(s, rows))
       price.now.cubes -= DistinctSets::usesOf(distinct_.weights[s]) * (before - cubes_[s].size());

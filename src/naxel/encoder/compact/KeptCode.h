@@ -54,10 +54,10 @@ struct KeptSets {
 
   /// How many cubes are above what they would be as of the last encoding afresh.
   uint64_t excess() const {
-    uint64_t const least = fresh.uses ? static_cast<uint64_t>(static_cast<double>(fresh.cubes) *
-                                                              static_cast<double>(now.uses) /
-                                                              static_cast<double>(fresh.uses))
-                                      : now.cubes;
+    if (!fresh.uses) return 0;
+    // In parts, of which no product leaves a word: uses are as many as rules, and a set has 2^16 cubes at most.
+    uint64_t const least =
+        fresh.cubes / fresh.uses * now.uses + fresh.cubes % fresh.uses * now.uses / fresh.uses;
     return now.cubes > least ? now.cubes - least : 0;
   }
 };

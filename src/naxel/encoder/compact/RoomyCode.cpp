@@ -56,7 +56,12 @@ std::vector<uint64_t> copiesByUse(SetFamily const& sets, std::vector<uint64_t> c
     std::vector<uint64_t> copies(n, 0);
     for (uint32_t s = 0; s < sets.size(); ++s)
       copies[like[s]] = std::max(copies[like[s]], roomFor(weights[s], sets[s].size(), leastUses));
-    if (std::accumulate(copies.begin(), copies.end(), uint64_t{n}) <= most) return copies;
+    // Each is one more member of all sets that its label is in, and those must not become many times as large.
+    uint64_t members = 0;
+    for (uint32_t l = 0; l < n; ++l) members += copies[l] * setsOf[l].size();
+    if (std::accumulate(copies.begin(), copies.end(), uint64_t{n}) <= most &&
+        members <= (uint64_t{1} << bits) + 2 * sets.members())
+      return copies;
   }
   return {};
 }
