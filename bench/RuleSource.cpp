@@ -111,9 +111,9 @@ std::vector<RuleSource> allSources() {
 Mox::Ptr<Naxel::AclConfigColl> build(RuleSource const& source) {
   NaxelTool::RuleSet rules(Obel::ChipId(0));
   if (source.text->starts_with('@'))
-    NaxelTool::readClassBench(source.name, *source.text, NaxelTool::FlagsMode::ignore, rules);
+    NaxelTool::readRules(NaxelTool::readClassBench, source.name, *source.text, rules);
   else
-    NaxelTool::readJsonConfig(source.name, *source.text, rules);
+    NaxelTool::readRules(NaxelTool::readJsonConfig, source.name, *source.text, rules);
   return rules.acls();
 }
 

@@ -25,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   if (o.answerAfterTicks || o.confirmPolicyAfterTicks || o.pace != SoftChip::Pace::together)
     return 0;
   RuleSet rules(chip.capability->chipId());
-  readClassBench("rules", someRules, FlagsMode::strict, rules);
+  readRules(readClassBench, "rules", someRules, rules, {.flags = FlagsMode::strict});
   Fuzz::compiles(chip, rules);
   return 0;
 }

@@ -20,12 +20,15 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   std::string content;
   RuleSet rules(Obel::ChipId(0));
   std::ostringstream remarks;
-  auto const format = RuleFormat::automatic;
-  if (Fuzz::takes(
-          {}, Fuzz::Place::none, [&] { content = readInput(path); }, path) &&
-      Fuzz::takes(
-          content, Fuzz::Place::none,
-          [&] { readRuleFiles({path}, format, FlagsMode::ignore, rules, remarks); }, path))
+  Diagnostics diagnostics(remarks);
+  if (!Fuzz::takes(
+          {}, Fuzz::Place::none, [&] { content = readInput(path); }, path))
+    return 0;
+  try {
+    readRuleFiles({path}, {}, rules, diagnostics);
     Fuzz::checkRules(rules);
+  } catch (RejectedInput const&) {
+    Fuzz::expect(remarks.str().starts_with(path + ":"), "no reason: " + remarks.str());
+  }
   return 0;
 }

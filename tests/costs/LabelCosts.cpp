@@ -22,8 +22,8 @@ using namespace Naxel;
 bool report(std::string const& path) {
   NaxelTool::ChipSetup const chip = NaxelTool::defaultChip();
   NaxelTool::RuleSet rules(chip.capability->chipId());
-  NaxelTool::readRuleFiles({path}, NaxelTool::RuleFormat::automatic, NaxelTool::FlagsMode::ignore,
-                           rules, std::cerr);
+  NaxelTool::Diagnostics diagnostics(std::cerr);
+  NaxelTool::readRuleFiles({path}, {}, rules, diagnostics);
   NaxelTool::Session session(chip, rules.acls());
   if (!session.kick()) {
     std::cerr << path << ": the rules do not fit\n";

@@ -99,15 +99,17 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
      {}]}]}]}}
 )"},
     {"verify --packets 3000 --chip ex/combo-chip.json ex/edge.json ex/branch.rules", 0,
-     "ex/branch.rules: note: 5 rules carry flags that are not used\n", "\nedge-in6: "},
+     "ex/branch.rules: note[unused-flags]: 5 rules carry flags that are not used\n",
+     "\nedge-in6: "},
     {"classify --src 192.0.2.9 --dst 203.0.113.5 --acl edge-out ex/edge.json", 0, "",
      "fragment 0 dscp 0\nedge-out: rule 50 'rest': drop, sflow\n"},
-    {"compile none", 2, "none: error: No such file or directory\n"},
-    {"compile .", 2, ".: error: Is a directory\n"},
-    {"compile blank", 2, "blank: error: the file is empty\n"},
-    {"compile text", 2, "text:2:3: error: rules begin with '@' (ClassBench) or '{' (JSON)\n"},
+    {"compile none", 2, "none: error[input]: No such file or directory\n"},
+    {"compile .", 2, ".: error[input]: Is a directory\n"},
+    {"compile blank", 2, "blank: error[input]: the file is empty\n"},
+    {"compile text", 2,
+     "text:2:3: error[input]: rules begin with '@' (ClassBench) or '{' (JSON)\n"},
     {"compile --format classbench text", 2,
-     "text:2: error: expected '@' before 'permit ip any any'\n"},
+     "text:2: error[syntax]: expected '@' before 'permit ip any any'\n"},
     {"compile --chip a a", 2, "a:1:11: error: 'schema' must be \"naxel-chip\"\n"},
     {"compile -o no/where a", 2,
      "naxel: error: no/where: cannot be written: No such file or directory\n"},
@@ -154,10 +156,12 @@ TEST_F(Command, EqualInputGivesEqualBytesPackedOrNot) {
   EXPECT_EQ(read("t"), first);
   std::string const bytes = read("branch.rules.gz");
   write("cut.gz", bytes.substr(0, bytes.size() / 2));
-  expectCall({"compile cut.gz", 2, "cut.gz: error: unexpected end of the compressed data\n"});
-  expectCall({"compile branch.rules.gz ex/branch.rules", 2,
-              "branch.rules.gz: note: 5 rules carry flags that are not used\n"
-              "ex/branch.rules: error: ACL 'branch.rules' stands in branch.rules.gz already\n"});
+  expectCall(
+      {"compile cut.gz", 2, "cut.gz: error[input]: unexpected end of the compressed data\n"});
+  expectCall(
+      {"compile branch.rules.gz ex/branch.rules", 2,
+       "branch.rules.gz: note[unused-flags]: 5 rules carry flags that are not used\n"
+       "ex/branch.rules: error[input]: ACL 'branch.rules' stands in branch.rules.gz already\n"});
 }
 
 }  // namespace

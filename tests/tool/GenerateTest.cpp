@@ -35,9 +35,9 @@ std::string objectGroups(Overlap overlap, bool ipv6 = false, uint64_t seed = 1) 
 Mox::Ptr<Naxel::AclConfigColl> read(std::string const& text) {
   RuleSet rules(Obel::ChipId(0));
   if (text.starts_with('@'))
-    readClassBench("set", text, FlagsMode::strict, rules);
+    readRules(readClassBench, "set", text, rules, {.flags = FlagsMode::strict});
   else
-    readJsonConfig("groups", text, rules);
+    readRules(readJsonConfig, "groups", text, rules);
   return rules.acls();
 }
 

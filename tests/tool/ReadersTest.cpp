@@ -40,7 +40,7 @@ std::string dump(RuleSet const& rules) {
 
 TEST(JsonConfig, SaysEverythingThatARuleCan) {
   RuleSet rules(Obel::ChipId(0));
-  readJsonConfig("f", R"({"schema":"naxel-rules","version":1,
+  readRules(readJsonConfig, "f", R"({"schema":"naxel-rules","version":1,
     "prefixLists":{"n":{"addr":["10.0.0.1/8"],"except":["10.1.0.0/16"]},"any":["0.0.0.0/1","128.0.0.0/1"]},
     "acls":[
      {"name":"z","af":"ipv6","rules":[{"index":4294967294,"name":"x y","source":["2001:DB8::/32"]}]},
@@ -53,7 +53,7 @@ TEST(JsonConfig, SaysEverythingThatARuleCan) {
       {"index":8,"name":"same","destination":"n"},
       {"index":0,"name":"any","source":"any","destination":["1.2.3.4/0"],"sport":["0-9","10-65535"],
        "icmpType":"0-255","fragment":"0-8191","dscp":["0-31","32-63"],"matchTcpInit":false,"action":{}}]}]})",
-                 rules);
+            rules);
   EXPECT_EQ(
       dump(rules),
       "a ipv4\n"
@@ -91,7 +91,7 @@ void expectErrors(Read read, std::string const& before, std::string const& after
 TEST(JsonConfig, ReportsWhatIsWrongAndWhere) {
   auto const read = [](std::string const& text) {
     RuleSet rules(Obel::ChipId(0));
-    readJsonConfig("f", text, rules);
+    readRules(readJsonConfig, "f", text, rules);
   };
   expectErrors(
       read, "", "",
@@ -143,8 +143,12 @@ TEST(ClassBench, ReadsRulesAndLeavesOutWhatDoesNotMatter) {
   std::string const text = "\n@0.0.0.0/0 9.8.7.6/0 0 : 65535 0:65535 0x06/0x00\r\n \n" + tuple +
                            "0x06/0xff\t0x0200/0x1200\t\n" + tuple + "0x01/0xFF 0x0800/0xff00\n" +
                            tuple + "0x11/0xFF\t0x1234/0x0000";
-  EXPECT_EQ(readClassBench("d/set.gz", text, FlagsMode::ignore, rules), 2u);
-  EXPECT_EQ(readClassBench("strict", text, FlagsMode::strict, rules), 0u);
+  std::ostringstream said;
+  Diagnostics diagnostics(said);
+  RuleReading loosely("d/set.gz", text, {}, rules, diagnostics);
+  readClassBench(loosely);
+  EXPECT_EQ(said.str(), "d/set.gz: note[unused-flags]: 2 rules carry flags that are not used\n");
+  readRules(readClassBench, "strict", text, rules, {.flags = FlagsMode::strict});
   std::string const lists = " {1.0.0.0/8}-{} {2.0.0.0/8}-{} dport 80-80 ";
   auto const dumped = [&](std::string const& name, char const* tcp, char const* icmp) {
     return name + " ipv4\n0 r0 * *\n1 r1" + lists + "proto 6-6" + tcp + "\n2 r2" + lists + icmp +
@@ -156,7 +160,7 @@ TEST(ClassBench, ReadsRulesAndLeavesOutWhatDoesNotMatter) {
 TEST(ClassBench, ReportsWhatIsWrongAndWhere) {
   auto const read = [](std::string const& text) {
     RuleSet rules(Obel::ChipId(0));
-    readClassBench("f", text, FlagsMode::strict, rules);
+    readRules(readClassBench, "f", text, rules, {.flags = FlagsMode::strict});
   };
   expectErrors(read, "", "", R"(x => 1: error: expected '@' before 'x'
 @1.0.0.0/8 => 1: error: expected a prefix at the end of the line

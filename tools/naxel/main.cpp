@@ -23,8 +23,7 @@ namespace {
 struct Common {
   std::string chip;
   std::optional<Acl::LabelCode> labelCode;
-  RuleFormat format = RuleFormat::automatic;
-  FlagsMode flags = FlagsMode::ignore;
+  ReadOptions read;
   int trace = -1;  // what a failed kick would say at level 0 is printed anyway
   std::vector<std::string> rules;
 };
@@ -56,13 +55,14 @@ ExitCode withKick(Common const& common, Then then) {
       common.chip.empty() ? defaultChip() : readChip(common.chip, readInput(common.chip));
   if (common.labelCode) chip.labelCode = *common.labelCode;
   RuleSet rules(chip.capability->chipId());
-  readRuleFiles(common.rules, common.format, common.flags, rules, std::cerr);
+  Diagnostics diagnostics(std::cerr);
+  readRuleFiles(common.rules, common.read, rules, diagnostics);
   Session session(chip, rules.acls());
   if (session.kick()) return then(session);
   std::string const& message = session.rootStatus().kickMessage();
   std::cerr << (message.empty() ? "the kick did not end" : message) << '\n';
   for (std::string const& text : session.failureTexts()) std::cerr << text << '\n';
-  return ExitCode::failedKick;
+  return ExitCode::noRoom;
 }
 
 ExitCode run(Common const& common, Compile const& options) {
@@ -86,7 +86,7 @@ ExitCode run(Common const& common, Verification const& options) {
   return withKick(common, [&](Session& session) {
     bool const same = verify(session, options.packets, options.seed, std::cout) &&
                       (!options.exact || verifyExactly(session, std::cout));
-    return same ? ExitCode::success : ExitCode::difference;
+    return same ? ExitCode::success : ExitCode::findings;
   });
 }
 
@@ -106,7 +106,7 @@ ExitCode run(Common const& common, Classification const& options) {
     if (!options.acl.empty() && !session.acls()->acl(options.acl))
       throw std::invalid_argument("there is no ACL '" + options.acl + "'");
     return classify(session, packet, options.acl, std::cout) ? ExitCode::success
-                                                             : ExitCode::difference;
+                                                             : ExitCode::findings;
   });
 }
 
@@ -125,10 +125,10 @@ void addCommon(CLI::App& command, Common& to) {
                   "otherwise)")
       ->transform(CLI::Transformer(codes))
       ->type_name("CODE");
-  command.add_option("--format", to.format, "Format of the rules: auto, classbench or json")
+  command.add_option("--format", to.read.format, "Format of the rules: auto, classbench or json")
       ->transform(CLI::Transformer(formats))
       ->type_name("FORMAT");
-  command.add_option("--flags", to.flags, "Flag columns of ClassBench sets: ignore or strict")
+  command.add_option("--flags", to.read.flags, "Flag columns of ClassBench sets: ignore or strict")
       ->transform(CLI::Transformer(flags))
       ->type_name("MODE");
   command.add_option("--trace", to.trace, "Trace the stages up to a level, 0 to 9")
@@ -228,6 +228,8 @@ int main(int argc, char** argv) {
       throw std::runtime_error("standard output cannot be written");
   } catch (NaxelTool::InputError const& e) {
     std::cerr << e.what() << '\n';
+    code = ExitCode::badInput;
+  } catch (NaxelTool::RejectedInput const&) {
     code = ExitCode::badInput;
   } catch (std::exception const& e) {
     std::cerr << "naxel: error: " << e.what() << '\n';

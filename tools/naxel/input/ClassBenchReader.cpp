@@ -136,28 +136,33 @@ bool readRule(Line line, FlagsMode mode, Naxel::RuleFilter& filter) {
 
 }  // namespace
 
-size_t readClassBench(std::string const& path, std::string const& content, FlagsMode mode,
-                      RuleSet& out) {
-  auto const acl = out.aclIs(baseName(path), Lumox::ipv4(), path, {});
+void readClassBench(RuleReading& reading) {
+  auto const acl = reading.aclIs(baseName(reading.path()), Lumox::ipv4(), {});
   size_t unused = 0;
   uint32_t index = 0;
   size_t lineNumber = 0;
-  for (std::string_view rest = content; !rest.empty();) {
+  for (std::string_view rest = reading.content(); !rest.empty();) {
     ++lineNumber;
     size_t const newline = rest.find('\n');
     std::string_view const text = rest.substr(0, newline);
     rest.remove_prefix(newline == std::string_view::npos ? rest.size() : newline + 1);
     if (text.find_first_not_of(blanks) == std::string_view::npos) continue;
-    auto const rule = acl->ruleByNameIs("r" + std::to_string(index));
+    ++reading.counts().read;
+    Naxel::RuleConfig& rule = reading.ruleIs(*acl, index, "r" + std::to_string(index),
+                                             {0, {lineNumber, 0}, index, false, {}});
     try {
-      if (!readRule(Line(text), mode, *rule->ruleFilterIs())) ++unused;
+      if (!readRule(Line(text), reading.options().flags, *rule.ruleFilterIs())) ++unused;
+      ++reading.counts().compiled;
     } catch (std::invalid_argument const& e) {
-      throw InputError(path, {lineNumber, 0}, e.what());
+      ++reading.counts().reported;
+      reading.error({{lineNumber, 0}}, "syntax", e.what());
     }
-    acl->ruleByIdIs(Naxel::AceIndex(index), rule);
     ++index;
   }
-  return unused;
+  if (unused)
+    reading.note({}, "unused-flags",
+                 std::to_string(unused) + (unused == 1 ? " rule carries" : " rules carry") +
+                     " flags that are not used");
 }
 
 }  // namespace NaxelTool

@@ -1,31 +1,15 @@
 #include "input/Errors.h"
 
+#include "input/Diagnostics.h"
+
 #include <algorithm>
 
 namespace NaxelTool {
 
 namespace {
 
-/// What is quoted from the input may hold anything; in the message it must neither break the line nor
-/// steer the terminal.
-std::string printable(std::string const& text) {
-  static constexpr char hex[] = "0123456789abcdef";
-  std::string out;
-  for (char const ch : text) {
-    auto const byte = static_cast<unsigned char>(ch);
-    if ((byte < 0x20 && ch != '\t') || byte == 0x7f) {
-      out += "\\x";
-      out += hex[byte >> 4];
-      out += hex[byte & 15];
-    } else {
-      out += ch;
-    }
-  }
-  return out;
-}
-
 std::string located(std::string const& file, Position at, std::string const& text) {
-  std::string out = file + ":";
+  std::string out = printable(file) + ":";
   if (at.line) out += std::to_string(at.line) + ":";
   if (at.line && at.column) out += std::to_string(at.column) + ":";
   return out + " error: " + printable(text);
@@ -43,8 +27,9 @@ Position positionOf(std::string const& text, size_t offset) {
 }
 
 InputError::InputError(std::string const& file, Position at, std::string const& text)
-    : std::runtime_error(located(file, at, text)) {}
+    : std::runtime_error(located(file, at, text)), at_(at), text_(text) {}
 
 InputError::~InputError() = default;
+RejectedInput::~RejectedInput() = default;
 
 }  // namespace NaxelTool

@@ -3,13 +3,22 @@
 /// What can go wrong in a run of the tool, one type per exit code.
 
 #include <cstddef>
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 
 namespace NaxelTool {
 
 /// What the process returns to its caller.
-enum class ExitCode { success = 0, difference = 1, badInput = 2, failedKick = 3 };
+enum class ExitCode {
+  success = 0,
+  findings = 1,  ///< rules and tables differ, or there is something to report
+  badInput = 2,  ///< wrong usage, or input that cannot be used
+  noRoom = 3,    ///< the rules do not fit
+  refused = 4,   ///< the driver refused
+  device = 5,    ///< an input or output device failed: disk full, file not readable
+  internal = 70  ///< a fault of the tool
+};
 
 /// A place in a text file, both counted from 1; 0 means unknown. A column counts bytes.
 struct Position {
@@ -29,6 +38,21 @@ class InputError : public std::runtime_error {
  public:
   InputError(std::string const& file, Position at, std::string const& text);
   ~InputError() override;
+
+  Position at() const { return at_; }
+  /// What is wrong, without the place.
+  std::string const& text() const { return text_; }
+
+ private:
+  Position at_;
+  std::string text_;
+};
+
+/// Input that cannot be used, of which everything has been said already.
+class RejectedInput : public std::runtime_error {
+ public:
+  RejectedInput() : std::runtime_error("the input has errors") {}
+  ~RejectedInput() override;
 };
 
 }  // namespace NaxelTool

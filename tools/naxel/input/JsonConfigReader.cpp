@@ -21,9 +21,10 @@ struct NamedList {
 
 class RulesReader {
  public:
-  RulesReader(std::string const& path, std::string const& content, RuleSet& out)
-      : file_(path, content, "naxel-rules", {"schema", "version", "prefixLists", "acls"}),
-        out_(out) {}
+  explicit RulesReader(RuleReading& reading)
+      : file_(reading.path(), reading.content(), "naxel-rules",
+              {"schema", "version", "prefixLists", "acls"}),
+        reading_(reading) {}
 
   void read() {
     if (JsonNode const* const lists = JsonFile::find(file_.root(), "prefixLists"))
@@ -41,12 +42,13 @@ class RulesReader {
     if (!text || (*text != "ipv4" && *text != "ipv6"))
       file_.fail(family, "'af' must be \"ipv4\" or \"ipv6\"");
     af_ = *text == "ipv4" ? Lumox::ipv4() : Lumox::ipv6();
-    auto const acl = out_.aclIs(file_.name(name, "name"), af_, file_.path(), name.at);
+    auto const acl = reading_.aclIs(file_.name(name, "name"), af_, name.at);
+    uint32_t entry = 0;
     for (JsonNode const& rule : file_.array(file_.need(node, "rules"), "rules"))
-      readRule(rule, *acl);
+      readRule(rule, *acl, entry++);
   }
 
-  void readRule(JsonNode const& node, Naxel::AclConfig& acl) {
+  void readRule(JsonNode const& node, Naxel::AclConfig& acl, uint32_t entry) {
     static std::vector<std::string_view> const fields = [] {
       std::vector<std::string_view> all = {"index",        "name",         "source",
                                            "destination",  "matchTcpInit", "matchTcpEstablished",
@@ -64,8 +66,11 @@ class RulesReader {
     std::string const& name = file_.name(nameNode, "name");
     if (acl.ruleByName(name)) file_.fail(nameNode, "duplicate rule name '" + name + "'");
 
+    ++reading_.counts().read;
+    ++reading_.counts().compiled;
     auto const rule = acl.ruleByNameIs(name);
     acl.ruleByIdIs(index, rule);
+    reading_.originIs(acl, index, {0, node.at, entry, false, {}});
     readFilter(node, *rule->ruleFilterIs());
     file_.ifFlag(node, "continueRule", [&](bool v) { rule->continueRuleIs(v); });
     if (JsonNode const* const action = JsonFile::find(node, "action"))
@@ -200,15 +205,13 @@ class RulesReader {
   }
 
   JsonFile file_;
-  RuleSet& out_;
+  RuleReading& reading_;
   std::map<std::string, NamedList> named_;
   Lumox::AddressFamily af_ = Lumox::ipv4();  // of the ACL that is being read
 };
 
 }  // namespace
 
-void readJsonConfig(std::string const& path, std::string const& content, RuleSet& out) {
-  RulesReader(path, content, out).read();
-}
+void readJsonConfig(RuleReading& reading) { RulesReader(reading).read(); }
 
 }  // namespace NaxelTool

@@ -3,14 +3,12 @@
 /// Reader of our own rule files, which can say everything that a rule can. The format is described in
 /// docs/formats.md and schema/naxel-rules.schema.json.
 
-#include "input/RuleSet.h"
-
-#include <string>
+#include "input/RuleReading.h"
 
 namespace NaxelTool {
 
 /// Adds the ACLs of a file. A named prefix list becomes one entity, however many rules refer to it; a
 /// list or a set of ranges that matches everything is left out of the rule. Throws InputError.
-void readJsonConfig(std::string const& path, std::string const& content, RuleSet& out);
+void readJsonConfig(RuleReading& reading);
 
 }  // namespace NaxelTool

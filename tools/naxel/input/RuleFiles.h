@@ -2,24 +2,33 @@
 
 /// Reading all rule files of a run.
 
-#include "input/ClassBenchReader.h"
-#include "input/RuleSet.h"
+#include "input/RuleReading.h"
 
-#include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace NaxelTool {
 
-enum class RuleFormat {
-  automatic,  ///< by the first character that is not blank: '@' or '{'
-  classBench,
-  json
+/// A format of rule files. The table of them is what `--format` offers.
+struct RuleFormatInfo {
+  RuleFormat format;
+  std::string_view name;         ///< as `--format` takes it
+  std::string_view description;  ///< a few words
+  /// Whether a text is of this format, by what stands in it; asked in the order of the table.
+  bool (*looksLike)(std::string_view content);
+  RuleReader read;
 };
 
-/// Reads the files in order into one configuration. Remarks for the user go to `remarks`. Throws
-/// InputError.
-void readRuleFiles(std::vector<std::string> const& paths, RuleFormat format, FlagsMode flags,
-                   RuleSet& out, std::ostream& remarks);
+std::vector<RuleFormatInfo> const& ruleFormats();
+
+/// The format of a text; null where none takes it.
+RuleFormatInfo const* formatOf(std::string_view content);
+
+/// Reads the files in order into one configuration. All that is wrong with them goes to `diagnostics`;
+/// throws RejectedInput at the end if any of it is an error. Returns what became of the entries of all
+/// files together.
+ReadCounts readRuleFiles(std::vector<std::string> const& paths, ReadOptions const& options,
+                         RuleSet& out, Diagnostics& diagnostics);
 
 }  // namespace NaxelTool

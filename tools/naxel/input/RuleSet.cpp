@@ -19,6 +19,28 @@ Mox::Ptr<Naxel::AclConfig> RuleSet::aclIs(std::string const& name, Lumox::Addres
   return acl;
 }
 
+uint32_t RuleSet::fileIs(std::string path) {
+  files_.push_back(std::move(path));
+  return static_cast<uint32_t>(files_.size() - 1);
+}
+
+void RuleSet::originIs(std::string const& acl, Naxel::AceIndex rule, RuleOrigin origin) {
+  origin_[acl].insert_or_assign(rule.value(), std::move(origin));
+}
+
+RuleOrigin const* RuleSet::origin(std::string const& acl, Naxel::AceIndex rule) const {
+  auto const rules = origin_.find(acl);
+  if (rules == origin_.end()) return nullptr;
+  auto const found = rules->second.find(rule.value());
+  return found == rules->second.end() ? nullptr : &found->second;
+}
+
+std::string RuleSet::originText(std::string const& acl, Naxel::AceIndex rule) const {
+  RuleOrigin const* const from = origin(acl, rule);
+  if (!from) return {};
+  return files_[from->file] + (from->at.line ? ":" + std::to_string(from->at.line) : "");
+}
+
 Lumox::IpGenPrefix prefixFromText(std::string_view text) {
   std::string const quoted = "'" + std::string(text) + "'";
   size_t const slash = text.find('/');

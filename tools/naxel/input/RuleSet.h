@@ -1,6 +1,6 @@
 #pragma once
 
-/// The ACLs of one run, whatever files they come from, and what all readers of rules share.
+/// The ACLs of one run, whatever files they come from, and where each of their rules stands there.
 
 #include "input/Errors.h"
 #include "naxel/types/AclConfig.h"
@@ -8,8 +8,22 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
 
 namespace NaxelTool {
+
+/// Where a rule comes from.
+struct RuleOrigin {
+  uint32_t file = 0;  ///< place of the file in RuleSet::files()
+  Position at;        ///< of the entry, or of the end of the list for an implied rule
+  /// Number of the entry within its ACL, counted from 0: the rules that one entry was expanded to have
+  /// the same one.
+  uint32_t entry = 0;
+  /// The format implies the rule; no line says it.
+  bool implied = false;
+  std::string description;  ///< remark or description of the source
+};
 
 class RuleSet {
  public:
@@ -21,9 +35,22 @@ class RuleSet {
   Mox::Ptr<Naxel::AclConfig> aclIs(std::string const& name, Lumox::AddressFamily af,
                                    std::string const& file, Position at);
 
+  /// The paths of all files that rules come from.
+  std::vector<std::string> const& files() const { return files_; }
+  /// Adds a path, and returns its place in files().
+  uint32_t fileIs(std::string path);
+
+  void originIs(std::string const& acl, Naxel::AceIndex rule, RuleOrigin origin);
+  /// Null where nothing is known of it.
+  RuleOrigin const* origin(std::string const& acl, Naxel::AceIndex rule) const;
+  /// "edge.cfg:12", or nothing.
+  std::string originText(std::string const& acl, Naxel::AceIndex rule) const;
+
  private:
   Mox::Ptr<Naxel::AclConfigColl> acls_;
   std::map<std::string, std::string> file_;  // by name of the ACL
+  std::vector<std::string> files_;
+  std::unordered_map<std::string, std::unordered_map<uint32_t, RuleOrigin>> origin_;
 };
 
 /// Reads "10.0.0.0/8" or "2001:db8::/32"; bits behind the length are kept. Throws

@@ -1,0 +1,119 @@
+#pragma once
+
+/// What a reader of rules works with: the text of one file, the options of the run, the rule set that
+/// it fills, and the account of what became of each entry of the file.
+///
+/// Nothing is lost in silence: every line or object that belongs to an ACL is counted by read(), and
+/// then either ruleIs() makes at least one rule of it or it is reported; read = compiled + reported. A
+/// reader goes on behind an entry that it cannot use, so that one run tells all that is wrong.
+
+#include "input/Diagnostics.h"
+#include "input/RuleSet.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace NaxelTool {
+
+enum class RuleFormat : uint8_t { automatic, classBench, json, openConfig, configDb, ios, asa };
+
+/// What becomes of the flag columns of ClassBench sets.
+enum class FlagsMode : uint8_t {
+  ignore,  ///< read the lines as 5-tuples
+  strict   ///< use the flags that a rule can say, refuse the others
+};
+
+struct ReadOptions {
+  RuleFormat format = RuleFormat::automatic;
+  FlagsMode flags = FlagsMode::ignore;
+  /// Entries that a rule cannot say are left out with a warning; otherwise they are errors.
+  bool skipUnsupported = false;
+  /// The end that a format implies becomes a last rule of its own, "implicit-deny".
+  bool implicitEnd = true;
+  /// Entries that look at layer 4 say nothing special about later fragments.
+  bool plainFragments = false;
+  /// Whether lists of IPv6 end in permits of neighbour discovery; none: as the format has it.
+  std::optional<bool> ndPermits = std::nullopt;
+  /// Refuse what only this tool's own additions to a format can say.
+  bool strict = false;
+};
+
+/// Entries of the source, not rules: one entry may become several rules.
+struct ReadCounts {
+  size_t read = 0;
+  size_t compiled = 0;
+  size_t reported = 0;  ///< refused or left out, each with a message
+};
+
+class RuleReading {
+ public:
+  RuleReading(std::string path, std::string const& content, ReadOptions const& options,
+              RuleSet& rules, Diagnostics& diagnostics);
+  RuleReading(RuleReading const&) = delete;
+  RuleReading& operator=(RuleReading const&) = delete;
+
+  std::string const& path() const { return path_; }
+  std::string const& content() const { return content_; }
+  ReadOptions const& options() const { return options_; }
+  RuleSet& rules() { return rules_; }
+  ReadCounts& counts() { return counts_; }
+
+  /// Makes an ACL of a name that no other has. Throws InputError.
+  Mox::Ptr<Naxel::AclConfig> aclIs(std::string const& name, Lumox::AddressFamily af, Position at) {
+    return rules_.aclIs(name, af, path_, at);
+  }
+  /// Makes a rule at the end of an ACL: at `wanted` where that lies behind the last index, else right
+  /// behind the last. The name must be free in the ACL. The file of `origin` is set here. Throws
+  /// InputError where no index is left.
+  Naxel::RuleConfig& ruleIs(Naxel::AclConfig& acl, std::optional<uint64_t> wanted,
+                            std::string const& name, RuleOrigin origin);
+
+  /// Where a rule comes from that the reader has put at an index by itself.
+  void originIs(Naxel::AclConfig const& acl, Naxel::AceIndex rule, RuleOrigin origin) {
+    origin.file = file_;
+    rules_.originIs(acl.name(), rule, std::move(origin));
+  }
+
+  /// These do not count entries: the reader does, as one entry may be worth several messages.
+  void error(Place place, std::string code, std::string text, std::string help = {}) {
+    say(Severity::error, place, std::move(code), std::move(text), std::move(help));
+  }
+  void warning(Place place, std::string code, std::string text, std::string help = {}) {
+    say(Severity::warning, place, std::move(code), std::move(text), std::move(help));
+  }
+  void note(Place place, std::string code, std::string text, std::string help = {}) {
+    say(Severity::note, place, std::move(code), std::move(text), std::move(help));
+  }
+  /// What a rule cannot say: an error, or a warning where such entries are left out.
+  void unsupported(Place place, std::string text, std::string help = {}) {
+    say(options_.skipUnsupported ? Severity::warning : Severity::error, place, "unsupported",
+        std::move(text), std::move(help));
+  }
+
+  /// The line of that number without its end, counted from 1; empty if there is none.
+  std::string_view line(size_t number) const;
+
+ private:
+  void say(Severity severity, Place place, std::string code, std::string text, std::string help);
+
+  std::string path_;
+  std::string const& content_;
+  ReadOptions options_;
+  RuleSet& rules_;
+  Diagnostics& diagnostics_;
+  ReadCounts counts_;
+  uint32_t file_;
+  std::unordered_map<Naxel::AclConfig const*, uint64_t> next_;  // index behind the last rule
+  mutable size_t knownLine_ = 1;  // where the last search for a line ended
+  mutable size_t knownOffset_ = 0;
+};
+
+using RuleReader = void (*)(RuleReading&);
+
+/// Reads one text by one reader; throws InputError with the first error that it reports.
+ReadCounts readRules(RuleReader reader, std::string const& path, std::string const& content,
+                     RuleSet& out, ReadOptions const& options = {});
+
+}  // namespace NaxelTool
