@@ -5,6 +5,7 @@
 #include "Pipeline.h"
 #include "input/ChipReader.h"
 #include "naxel/driver/TableDiff.h"
+#include "verify/ExactProof.h"
 #include "verify/Random.h"
 
 #include <algorithm>
@@ -115,6 +116,17 @@ double quantile(std::vector<double> const& sorted, double share) {
                          static_cast<size_t>(share * static_cast<double>(sorted.size())))];
 }
 
+/// With NAXEL_BENCH_PROVE set, throws std::runtime_error where the tables do not do what the rules say.
+void proveIfAsked([[maybe_unused]] AclConfigColl const& acls, [[maybe_unused]] PDData const& data) {
+  if (!std::getenv("NAXEL_BENCH_PROVE")) return;
+#if NAXEL_EXACT_PROOF
+  Verify::Proof const proof = Verify::prove(acls, data, Verify::KeyLayout::of(data));
+  if (!proof.difference.empty()) throw std::runtime_error(proof.difference);
+#else
+  throw std::runtime_error("this build cannot prove: it was made without the BDD library");
+#endif
+}
+
 double churn(RuleSource const& source, benchmark::State& state, Acl::LabelCode code, bool keeps) {
   auto const acls = build(source);
   auto const capability = NaxelTool::defaultChip().capability;
@@ -132,6 +144,7 @@ double churn(RuleSource const& source, benchmark::State& state, Acl::LabelCode c
     changes.next();
     auto const before = pipeline.output();
     seconds += pipeline.kick();
+    proveIfAsked(*acls, *pipeline.output());
     TableDiff const diff(*before, *pipeline.output());
     double relabelled = 0;
     for (auto const& [key, table] : diff.prefix)
