@@ -20,6 +20,7 @@ if(EXISTS ${tool_main})
     add_library(naxel_tool_core OBJECT ${tool_sources})
     target_link_libraries(naxel_tool_core PUBLIC naxel_tool_parts)
     naxel_own_target(naxel_tool_core)
+    target_compile_definitions(naxel_tool_core PRIVATE NAXEL_VERSION="${PROJECT_VERSION}")
   endif()
 
   add_executable(naxel_tool ${tool_main})

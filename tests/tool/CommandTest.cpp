@@ -110,13 +110,14 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
      "text:2:3: error[input]: rules begin with '@' (ClassBench) or '{' (JSON)\n"},
     {"compile --format classbench text", 2,
      "text:2: error[syntax]: expected '@' before 'permit ip any any'\n"},
-    {"compile --chip a a", 2, "a:1:11: error: 'schema' must be \"naxel-chip\"\n"},
+    {"compile --chip a a", 2, "a:1:11: error[input]: 'schema' must be \"naxel-chip\"\n"},
     {"compile -o no/where a", 2,
-     "naxel: error: no/where: cannot be written: No such file or directory\n"},
-    {"classify --src 1.2.3 --dst 1.2.3.4 a", 2, "naxel: error: '1.2.3' is not an address\n"},
+     "no/where: error[input]: cannot be written: No such file or directory\n"},
+    {"classify --src 1.2.3 --dst 1.2.3.4 a", 2, "naxel: error[usage]: '1.2.3' is not an address\n"},
     {"classify --src ::1 --dst 1.2.3.4 a", 2,
-     "naxel: error: the addresses are of different families\n"},
-    {"classify --src 1.2.3.4 --dst 1.2.3.4 --acl b a", 2, "naxel: error: there is no ACL 'b'\n"},
+     "naxel: error[usage]: the addresses are of different families\n"},
+    {"classify --src 1.2.3.4 --dst 1.2.3.4 --acl b a", 2,
+     "naxel: error[usage]: there is no ACL 'b'\n"},
     {"classify --src 1.1.1.1 --dst 1.1.1.1 --dscp 64 a", 2, "*"},
     {"verify --packets -1 a", 2, "*"},
     {"compile --format xml a", 2, "*"},
@@ -124,17 +125,19 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
     {"brew a", 2, "*"},
     {"", 2, "*"},
     // Nothing is written over, and nothing is left behind.
-    {"compile --json -o table --chip narrow three", 3,
-     "Naxel failed at stagePrefixXform on chip 0\nipv4Src: IPv4 source address: 3 disjoint "
+    {"compile -o table --chip narrow three", 3,
+     "naxel: error[kick]: Naxel failed at stagePrefixXform on chip 0\nnaxel: error[kick]: ipv4Src: "
+     "IPv4 source address: 3 disjoint "
      "pieces needed, label width 1 has labels for 1\n"},
-    {"compile --json -o table --chip small three", 3,
-     "Naxel failed at stageLoader on chip 9\nthe driver refused resources for IPv4 source "
-     "prefixes\nv4Source: 3 entries needed, 2 available\n"},
+    {"compile -o table --chip small three", 3,
+     "naxel: error[kick]: Naxel failed at stageLoader on chip 9\nnaxel: error[kick]: the driver "
+     "refused resources for IPv4 source "
+     "prefixes\nnaxel: error[kick]: v4Source: 3 entries needed, 2 available\n"},
 #if NAXEL_EXACT_PROOF
     {"verify --exact --packets 0 ex/edge.json", 0, "", "every packet: 3 ACLs, 27 rules, "},
 #else
     {"verify --exact --packets 0 a", 2,
-     "naxel: error: this build cannot prove: it was made without the BDD library\n"},
+     "naxel: error[usage]: this build cannot prove: it was made without the BDD library\n"},
 #endif
   };
   for (Call const& c : calls) expectCall(c);

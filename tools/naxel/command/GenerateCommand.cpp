@@ -1,108 +1,125 @@
-#include "command/GenerateCommand.h"
-
+#include "command/Command.h"
+#include "generate/Generate.h"
 #include "output/OutputFile.h"
-
-#include <iostream>
 
 namespace NaxelTool {
 
 namespace {
 
-using Style = Generation::Style;
+enum class Style : uint8_t { acl, fw, ipc, groups, attributes };
 
-std::map<std::string, Style> const styles = {{"acl", Style::acl},
-                                             {"fw", Style::fw},
-                                             {"ipc", Style::ipc},
-                                             {"groups", Style::groups},
-                                             {"attributes", Style::attributes}};
-std::map<std::string, Overlap> const overlaps = {
-    {"nested", Overlap::nested}, {"crossing", Overlap::crossing}, {"mixed", Overlap::mixed}};
+Choices<Style> const& styles() {
+  static Choices<Style> const all = {{"acl", Style::acl},
+                                     {"fw", Style::fw},
+                                     {"ipc", Style::ipc},
+                                     {"groups", Style::groups},
+                                     {"attributes", Style::attributes}};
+  return all;
+}
+
+Choices<Overlap> const& overlaps() {
+  static Choices<Overlap> const all = {
+      {"nested", Overlap::nested}, {"crossing", Overlap::crossing}, {"mixed", Overlap::mixed}};
+  return all;
+}
 
 template <class E>
-std::string nameOf(std::map<std::string, E> const& names, E value) {
+std::string nameOf(Choices<E> const& names, E value) {
   for (auto const& [name, v] : names)
-    if (v == value) return name;
-  return "";
+    if (v == value) return std::string(name);
+  return {};
 }
 
-bool isGroups(Style style) { return style == Style::groups || style == Style::attributes; }
-
-void write(std::ostream& out, Generation const& options) {
-  if (isGroups(options.style)) {
-    ObjectGroupOptions groups = options.groups;
-    if (options.style == Style::attributes) groups.overlap = Overlap::attributes;
-    groups.seed = options.seed;
-    generateObjectGroups(out, groups);
-    return;
+class Generation : public Command {
+ public:
+  void declare(CLI::App& app) override {
+    addChoice(app, "--style", style_, styles(),
+              "What the rules resemble\n"
+              "acl, fw and ipc are ClassBench filter sets of an edge router, a firewall and a "
+              "gateway; groups is JSON with shared prefix lists; attributes is JSON with groups of "
+              "hosts by application, tier, environment and site.");
+    addNumber(app, "--rules", groups_.rules, 1, 1000000, "How many rules");
+    addNumber(app, "--seed", seed_, 0, ~uint64_t{0}, "Which rules");
+    addNumber(app, "--acls", groups_.acls, 1, 1000, "groups: ACLs that share the rules out");
+    addNumber(app, "--lists", groups_.lists, 1, 100000, "groups: prefix lists");
+    addNumber(app, "--list-size", groups_.listSize, 1, 100000,
+              "groups: prefixes of a list on average");
+    addChoice(app, "--overlap", groups_.overlap, overlaps(),
+              "groups: how lists lie to each other\n"
+              "nested: one within the other, or disjoint; crossing: with members in common and "
+              "members of their own; mixed: half of them each.");
+    addNumber(app, "--hand-made", groups_.handMade, 0, 100000,
+              "attributes: further lists that go by none");
+    addFlag(app, "--ipv6", groups_.ipv6, "groups: IPv6 instead of IPv4");
+    addFile(app, "-o,--output", output_, "Write to a file");
   }
-  FilterSetOptions set;
-  set.style = options.style == Style::acl  ? FilterStyle::acl
-              : options.style == Style::fw ? FilterStyle::fw
-                                           : FilterStyle::ipc;
-  set.rules = options.groups.rules;
-  set.seed = options.seed;
-  generateFilterSet(out, set);
-}
+
+  ExitCode run(Console& console) override {
+    if (output_.empty()) {
+      write(console.out());
+    } else {
+      OutputFile file(output_);
+      write(file.stream());
+      file.commit();
+    }
+    console.note("made", commandLine());
+    return ExitCode::success;
+  }
+
+ private:
+  bool isGroups() const { return style_ == Style::groups || style_ == Style::attributes; }
+
+  void write(std::ostream& out) const {
+    if (isGroups()) {
+      ObjectGroupOptions groups = groups_;
+      if (style_ == Style::attributes) groups.overlap = Overlap::attributes;
+      groups.seed = seed_;
+      return generateObjectGroups(out, groups);
+    }
+    FilterSetOptions set;
+    set.style = style_ == Style::acl  ? FilterStyle::acl
+                : style_ == Style::fw ? FilterStyle::fw
+                                      : FilterStyle::ipc;
+    set.rules = groups_.rules;
+    set.seed = seed_;
+    generateFilterSet(out, set);
+  }
+
+  /// The options that give the same bytes again.
+  std::string commandLine() const {
+    std::string out = "naxel gen --style " + nameOf(styles(), style_);
+    auto const add = [&](char const* name, uint64_t value) {
+      out += " " + std::string(name) + " " + std::to_string(value);
+    };
+    add("--rules", groups_.rules);
+    add("--seed", seed_);
+    if (!isGroups()) return out;
+    add("--acls", groups_.acls);
+    add("--lists", groups_.lists);
+    add("--list-size", groups_.listSize);
+    if (style_ == Style::groups)
+      out += " --overlap " + nameOf(overlaps(), groups_.overlap);
+    else
+      add("--hand-made", groups_.handMade);
+    return out + (groups_.ipv6 ? " --ipv6" : "");
+  }
+
+  Style style_ = Style::acl;
+  uint64_t seed_ = 1;
+  ObjectGroupOptions groups_;
+  std::string output_;
+};
 
 }  // namespace
 
-void addGeneration(CLI::App& command, Generation& to) {
-  ObjectGroupOptions& groups = to.groups;
-  CLI::Range const upToMillion(1, 1000000);
-  command
-      .add_option(
-          "--style", to.style,
-          "acl, fw or ipc: a ClassBench filter set of that kind; groups: JSON with shared "
-          "prefix lists; attributes: groups of hosts by application, tier, environment and site")
-      ->transform(CLI::Transformer(styles))
-      ->type_name("STYLE");
-  command.add_option("--rules", groups.rules, "How many rules")
-      ->check(upToMillion)
-      ->capture_default_str();
-  command.add_option("--seed", to.seed, "Which rules")
-      ->check(CLI::NonNegativeNumber)
-      ->capture_default_str();
-  command.add_option("--acls", groups.acls, "groups: ACLs that share the rules out")
-      ->check(CLI::Range(1, 1000))
-      ->capture_default_str();
-  command.add_option("--lists", groups.lists, "groups: prefix lists")
-      ->check(CLI::Range(1, 100000))
-      ->capture_default_str();
-  command.add_option("--list-size", groups.listSize, "groups: prefixes of a list on average")
-      ->check(CLI::Range(1, 100000))
-      ->capture_default_str();
-  command.add_option("--overlap", groups.overlap, "groups: nested, crossing or mixed lists")
-      ->transform(CLI::Transformer(overlaps))
-      ->type_name("KIND");
-  command.add_option("--hand-made", groups.handMade, "attributes: further lists that go by none")
-      ->check(CLI::Range(0, 100000))
-      ->capture_default_str();
-  command.add_flag("--ipv6", groups.ipv6, "groups: IPv6 instead of IPv4");
-  command.add_option("-o,--output", to.output, "Write to a file")->type_name("FILE");
-}
-
-ExitCode run(Generation const& options) {
-  if (options.output.empty()) {
-    write(std::cout, options);
-  } else {
-    OutputFile file(options.output);
-    write(file.stream(), options);
-    file.commit();
-  }
-  ObjectGroupOptions const& groups = options.groups;
-  std::cerr << "made by: naxel gen --style " << nameOf(styles, options.style) << " --rules "
-            << groups.rules << " --seed " << options.seed;
-  if (isGroups(options.style)) {
-    std::cerr << " --acls " << groups.acls << " --lists " << groups.lists << " --list-size "
-              << groups.listSize;
-    if (options.style == Style::groups)
-      std::cerr << " --overlap " << nameOf(overlaps, groups.overlap);
-    else
-      std::cerr << " --hand-made " << groups.handMade;
-    std::cerr << (groups.ipv6 ? " --ipv6" : "");
-  }
-  std::cerr << '\n';
-  return ExitCode::success;
+CommandInfo generateCommand() {
+  return {"gen",
+          "Make up a rule file that resembles those in use",
+          "Print what was made as JSON; needs --output",
+          "The same options give the same bytes on every machine; a note on standard error repeats "
+          "them, with the seed.",
+          {"naxel gen --style groups --rules 100 --seed 7 --output groups.json"},
+          [] { return std::unique_ptr<Command>(std::make_unique<Generation>()); }};
 }
 
 }  // namespace NaxelTool

@@ -3,6 +3,7 @@
 #include "input/Diagnostics.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace NaxelTool {
 
@@ -26,10 +27,37 @@ Position positionOf(std::string const& text, size_t offset) {
   return {static_cast<size_t>(lines) + 1, before - lineStart + 1};
 }
 
-InputError::InputError(std::string const& file, Position at, std::string const& text)
-    : std::runtime_error(located(file, at, text)), at_(at), text_(text) {}
+std::string_view meaningOf(ExitCode code) {
+  switch (code) {
+    case ExitCode::success: return "done, and nothing was found";
+    case ExitCode::findings: return "rules and tables differ, or something else was found";
+    case ExitCode::badInput: return "the command line or the input cannot be used";
+    case ExitCode::noRoom: return "the rules do not fit";
+    case ExitCode::refused: return "the driver refused";
+    case ExitCode::device: return "a file could not be read or written: no permission, disk full";
+    case ExitCode::internal: return "a fault of the program, or memory that ran out";
+  }
+  return {};
+}
+
+std::vector<ExitCode> const& allExitCodes() {
+  static std::vector<ExitCode> const all = {
+      ExitCode::success, ExitCode::findings, ExitCode::badInput, ExitCode::noRoom,
+      ExitCode::refused, ExitCode::device,   ExitCode::internal};
+  return all;
+}
+
+InputError::InputError(std::string const& file, Position at, std::string const& text, ExitCode code)
+    : std::runtime_error(located(file, at, text)), file_(file), at_(at), text_(text), code_(code) {}
+
+ExitCode codeOfSystemError(int error) {
+  for (int const names : {ENOENT, ENOTDIR, EISDIR, ELOOP, ENAMETOOLONG, EINVAL})
+    if (error == names) return ExitCode::badInput;
+  return ExitCode::device;
+}
 
 InputError::~InputError() = default;
+EndOfRun::~EndOfRun() = default;
 RejectedInput::~RejectedInput() = default;
 
 }  // namespace NaxelTool

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace NaxelTool {
 
@@ -31,27 +33,53 @@ struct Position {
 /// Position of the byte at `offset`; the end of the text is a position as well.
 Position positionOf(std::string const& text, size_t offset);
 
-/// Input that cannot be used. what() is the complete line for the user,
+/// What each code means, a few words, as the manual has it.
+std::string_view meaningOf(ExitCode code);
+/// All of them in ascending order.
+std::vector<ExitCode> const& allExitCodes();
+
+/// A file that cannot be used, read or written. what() is the complete line for the user,
 /// "file:line:column: error: text" without the numbers that are not known; control characters of the
 /// text are escaped.
 class InputError : public std::runtime_error {
  public:
-  InputError(std::string const& file, Position at, std::string const& text);
+  InputError(std::string const& file, Position at, std::string const& text,
+             ExitCode code = ExitCode::badInput);
   ~InputError() override;
 
+  std::string const& file() const { return file_; }
   Position at() const { return at_; }
   /// What is wrong, without the place.
   std::string const& text() const { return text_; }
+  ExitCode code() const { return code_; }
 
  private:
+  std::string file_;
   Position at_;
   std::string text_;
+  ExitCode code_;
+};
+
+/// The code for a file on which the system reports `error`: names that lead to no file are the user's,
+/// everything else is the device's.
+ExitCode codeOfSystemError(int error);
+
+/// The end of a run that has nothing left to say.
+class EndOfRun : public std::runtime_error {
+ public:
+  explicit EndOfRun(ExitCode code) : std::runtime_error("the run has ended"), code_(code) {}
+  ~EndOfRun() override;
+
+  ExitCode code() const { return code_; }
+
+ private:
+  ExitCode code_;
 };
 
 /// Input that cannot be used, of which everything has been said already.
-class RejectedInput : public std::runtime_error {
+class RejectedInput : public EndOfRun {
  public:
-  RejectedInput() : std::runtime_error("the input has errors") {}
+  explicit RejectedInput(ExitCode code = ExitCode::badInput) : EndOfRun(code) {}
   ~RejectedInput() override;
 };
 

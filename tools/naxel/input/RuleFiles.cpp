@@ -54,18 +54,20 @@ RuleFormatInfo const* formatOf(std::string_view content) {
 ReadCounts readRuleFiles(std::vector<std::string> const& paths, ReadOptions const& options,
                          RuleSet& out, Diagnostics& diagnostics) {
   ReadCounts sum;
+  ExitCode code = ExitCode::badInput;
   for (std::string const& path : paths) try {
-      std::string const content = readInput(path);
+      std::string const content = readInput(path, options.maxInput);
       RuleReading reading(path, content, options, out, diagnostics);
       formatFor(path, content, options.format).read(reading);
       sum.read += reading.counts().read;
       sum.compiled += reading.counts().compiled;
       sum.reported += reading.counts().reported;
     } catch (InputError const& e) {
+      if (e.code() != ExitCode::badInput) code = e.code();
       diagnostics.say({Severity::error, "input", path, {e.at()}, e.text(), {}, {}});
     }
   diagnostics.sayRest();
-  if (diagnostics.firstError()) throw RejectedInput();
+  if (diagnostics.firstError()) throw RejectedInput(code);
   return sum;
 }
 

@@ -8,6 +8,7 @@
 /// reader goes on behind an entry that it cannot use, so that one run tells all that is wrong.
 
 #include "input/Diagnostics.h"
+#include "input/InputFile.h"
 #include "input/RuleSet.h"
 
 #include <optional>
@@ -38,6 +39,8 @@ struct ReadOptions {
   std::optional<bool> ndPermits = std::nullopt;
   /// Refuse what only this tool's own additions to a format can say.
   bool strict = false;
+  /// Most bytes of a file, unpacked.
+  uint64_t maxInput = defaultMaxInput;
 };
 
 /// Entries of the source, not rules: one entry may become several rules.

@@ -1,5 +1,7 @@
 #include "output/OutputFile.h"
 
+#include "input/Errors.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -20,7 +22,9 @@ OutputFile::OutputFile(std::string path) : path_(std::move(path)) {
     temporary_ = path_ + ".tmp" + std::to_string(getpid());
     out_.open(temporary_, std::ios::binary | std::ios::trunc);
   }
-  if (!out_) throw std::runtime_error(path_ + ": cannot be written: " + std::strerror(errno));
+  if (!out_)
+    throw InputError(path_, {}, "cannot be written: " + std::string(std::strerror(errno)),
+                     codeOfSystemError(errno));
 }
 
 OutputFile::~OutputFile() {
@@ -32,7 +36,8 @@ OutputFile::~OutputFile() {
 void OutputFile::commit() {
   out_.close();
   if (!out_ || (!temporary_.empty() && std::rename(temporary_.c_str(), path_.c_str()) != 0))
-    throw std::runtime_error(path_ + ": cannot be written: " + std::strerror(errno));
+    throw InputError(path_, {}, "cannot be written: " + std::string(std::strerror(errno)),
+                     codeOfSystemError(errno));
   temporary_.clear();
 }
 

@@ -1,0 +1,56 @@
+#include "command/Command.h"
+#include "command/RuleInput.h"
+#include "output/OutputFile.h"
+#include "output/Summary.h"
+#include "output/TablesWriter.h"
+
+namespace NaxelTool {
+
+namespace {
+
+class Compile : public Command {
+ public:
+  void declare(CLI::App& app) override {
+    addFile(app, "-o,--output", output_,
+            "Write the tables to a file\n"
+            "It comes into being complete, and only when the kick has succeeded.");
+    input_.declare(app);
+  }
+
+  ExitCode run(Console& console) override {
+    LoadedRules const loaded = input_.load(console);
+    Session const& session = *loaded.session;
+    auto const write = [&](std::ostream& out) {
+      writeTables(out, session.rootStatus(), session.data(), *session.acls());
+    };
+    if (!output_.empty()) {
+      OutputFile file(output_);
+      write(file.stream());
+      file.commit();
+    } else if (console.options().json) {
+      write(console.out());
+    }
+    if (!console.options().json && !console.options().quiet) printSummary(console.out(), session);
+    return ExitCode::success;
+  }
+
+ private:
+  RuleInput input_;
+  std::string output_;
+};
+
+}  // namespace
+
+CommandInfo compileCommand() {
+  return {
+      "compile",
+      "Compile rules; print a summary or the tables",
+      "Print the tables instead of the summary",
+      "Reads rules, compiles them into tables and has a chip in software load these. Prints what "
+      "the tables of each ACL take, the labels in use and what the stages came to.",
+      {"naxel compile examples/edge.json",
+       "naxel compile --json --chip examples/combo-chip.json examples/edge.json"},
+      [] { return std::unique_ptr<Command>(std::make_unique<Compile>()); }};
+}
+
+}  // namespace NaxelTool

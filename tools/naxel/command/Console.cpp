@@ -1,0 +1,20 @@
+#include "command/Console.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+namespace NaxelTool {
+
+MessageStyle messageStyle(TalkOptions const& options) {
+  auto const wanted = [] {
+    char const* const no = std::getenv("NO_COLOR");
+    char const* const term = std::getenv("TERM");
+    return !(no && *no) && !(term && std::strcmp(term, "dumb") == 0) && isatty(STDERR_FILENO);
+  };
+  bool const color =
+      options.color == ColorMode::automatic ? wanted() : options.color == ColorMode::always;
+  return {options.json, color && !options.json, options.quiet};
+}
+
+}  // namespace NaxelTool

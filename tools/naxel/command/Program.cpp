@@ -1,0 +1,186 @@
+#include "command/Program.h"
+
+#include "command/Command.h"
+#include "command/Help.h"
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+
+namespace NaxelTool {
+
+namespace {
+
+/// The parser of the command line with the commands that it fills.
+class CommandLine {
+ public:
+  explicit CommandLine(TalkOptions& talk)
+      : app_("Compiles access control lists into ternary match entries of a switch chip") {
+    app_.name("naxel");
+    app_.formatter(std::make_shared<HelpFormatter>());
+    app_.set_help_flag("-h,--help", "Show this help");
+    app_.set_version_flag("--version", "naxel " NAXEL_VERSION, "Show the version");
+    app_.require_subcommand(1);
+    app_.footer(std::string(allCommands().front().examples.front()));
+    for (CommandInfo const& info : allCommands()) {
+      commands_.push_back(info.make());
+      CLI::App& sub = *app_.add_subcommand(std::string(info.name), std::string(info.summary));
+      sub.footer(std::string(info.examples.front()));
+      commands_.back()->declare(sub);
+      addTalk(sub, info, talk);
+    }
+  }
+
+  CLI::App& app() { return app_; }
+  /// The command that was parsed; null if none was.
+  Command* chosen() {
+    auto const all = app_.get_subcommands([](CLI::App*) { return true; });
+    for (size_t i = 0; i < commands_.size(); ++i)
+      if (all[i]->parsed()) return commands_[i].get();
+    return nullptr;
+  }
+
+ private:
+  static void addTalk(CLI::App& app, CommandInfo const& info, TalkOptions& to) {
+    addFlag(app, "--json", to.json,
+            std::string(info.json) +
+                "\nMessages on standard error become JSON as well, one object a line.");
+    addFlag(app, "-q,--quiet", to.quiet, "No summaries, warnings or notes");
+    addChoice<ColorMode>(app, "--color", to.color,
+                         {{"auto", ColorMode::automatic},
+                          {"always", ColorMode::always},
+                          {"never", ColorMode::never}},
+                         "Colour messages\nThe default, auto, colours on a terminal unless "
+                         "NO_COLOR is set.");
+    app.set_help_flag("-h,--help", "Show this help");
+  }
+
+  CLI::App app_;
+  std::vector<std::unique_ptr<Command>> commands_;
+};
+
+struct Usage {
+  std::string text;
+  std::string help;
+};
+
+/// What the parser would take for something else, or tell less well.
+std::optional<Usage> faultOf(std::vector<std::string> const& arguments) {
+  for (std::string const& a : arguments) {
+    if (a == "--") break;
+    if (a.starts_with("--") && a.find('=') == a.size() - 1)
+      return Usage{a.substr(0, a.size() - 1) + ": the value is empty", {}};
+  }
+  std::vector<std::string_view> names;
+  for (CommandInfo const& info : allCommands()) names.push_back(info.name);
+  std::string const all = "'naxel --help' lists the commands";
+  if (arguments.empty()) return Usage{"no command is given", all};
+  std::string const& first = arguments.front();
+  if (first.starts_with("-") || std::find(names.begin(), names.end(), first) != names.end())
+    return std::nullopt;
+  std::string const hint = didYouMean(first, names);
+  return Usage{"there is no command '" + printable(first) + "'", hint.empty() ? all : hint};
+}
+
+/// What was wrong with a command line that the parser refuses.
+Usage usageOf(CLI::App const& app, CLI::ParseError const& e) {
+  auto const chosen = app.get_subcommands();
+  CLI::App const& at = chosen.empty() ? app : *chosen.front();
+  std::string const all =
+      "'naxel " + (chosen.empty() ? "" : at.get_name() + " ") + "--help' lists the options";
+  if (e.get_name() != "ExtrasError") return {e.what(), all};
+  for (std::string const& word : app.remaining(true)) {
+    if (!word.starts_with("-")) return {"'" + printable(word) + "' is one argument too many", all};
+    std::vector<std::string> names;
+    for (CLI::Option const* option : at.get_options())
+      for (std::string const& name : option->get_lnames()) names.push_back("--" + name);
+    std::string const hint =
+        didYouMean(word.substr(0, word.find('=')), {names.begin(), names.end()});
+    return {"there is no option '" + printable(word) + "'", hint.empty() ? all : hint};
+  }
+  return {e.what(), all};
+}
+
+/// Says what ended the run early, and returns the code for it.
+ExitCode report(Console& console, std::exception_ptr const& thrown) {
+  try {
+    std::rethrow_exception(thrown);
+  } catch (EndOfRun const& e) {
+    return e.code();
+  } catch (InputError const& e) {
+    console.messages().say({Severity::error, "input", e.file(), {e.at()}, e.text(), {}, {}});
+    return e.code();
+  } catch (std::bad_alloc const&) {
+    console.error("memory", "out of memory");
+    return ExitCode::internal;
+  } catch (std::invalid_argument const& e) {
+    console.error("usage", e.what());
+    return ExitCode::badInput;
+  } catch (std::exception const& e) {
+    console.error("internal", e.what());
+    return ExitCode::internal;
+  }
+}
+
+/// What was asked for must have arrived before the run may be called a success.
+void finishOutput() {
+  errno = 0;
+  if (std::cout.flush()) return;
+  int const error = errno;
+  throw InputError("standard output", {},
+                   "cannot be written: " + std::string(error ? std::strerror(error) : "it failed"),
+                   ExitCode::device);
+}
+
+}  // namespace
+
+ExitCode runProgram(int argc, char const* const* argv) {
+  TalkOptions talk;
+  std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+  // Also what is wrong with the command line is told in the form that it asks for.
+  talk.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+  Console early(talk);
+  try {
+    CommandLine line(talk);
+    if (auto const fault = faultOf(arguments)) {
+      early.error("usage", fault->text, fault->help);
+      return ExitCode::badInput;
+    }
+    try {
+      line.app().parse(argc, argv);
+    } catch (CLI::CallForHelp const&) {
+      std::cout << line.app().help();
+      finishOutput();
+      return ExitCode::success;
+    } catch (CLI::CallForVersion const& e) {
+      std::cout << e.what() << '\n';
+      finishOutput();
+      return ExitCode::success;
+    } catch (CLI::ParseError const& e) {
+      Usage const usage = usageOf(line.app(), e);
+      early.error("usage", usage.text, usage.help);
+      return ExitCode::badInput;
+    }
+    Console console(talk);
+    try {
+      ExitCode const code = line.chosen()->run(console);
+      finishOutput();
+      return code;
+    } catch (...) {
+      return report(console, std::current_exception());
+    }
+  } catch (...) {
+    return report(early, std::current_exception());
+  }
+}
+
+std::vector<CommandInfo> const& allCommands() {
+  static std::vector<CommandInfo> const all = {compileCommand(), verifyCommand(), classifyCommand(),
+                                               generateCommand()};
+  return all;
+}
+
+Command::~Command() = default;
+
+}  // namespace NaxelTool

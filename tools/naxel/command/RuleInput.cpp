@@ -1,0 +1,71 @@
+#include "command/RuleInput.h"
+
+#include "command/KickFailure.h"
+#include "naxel/types/NaxelTrace.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace NaxelTool {
+
+void RuleInput::declare(CLI::App& app) {
+  Choices<RuleFormat> formats = {{"auto", RuleFormat::automatic}};
+  for (RuleFormatInfo const& f : ruleFormats()) formats.emplace_back(f.name, f.format);
+  addFile(app, "--chip", chip_,
+          "Chip description\n"
+          "Without one: labels of 16 bits for prefixes, of 12 bits for ports, raw values for the "
+          "other fields, tables without limit.");
+  addChoice<Acl::LabelCode>(
+      app, "--label-code", labelCode_,
+      {{"aligned", Acl::LabelCode::aligned}, {"compact", Acl::LabelCode::compact}},
+      "How labels are encoded\n"
+      "The default is what the chip description says, or compact.");
+  addChoice(app, "--format", read_.format, formats,
+            "Format of the rules\nThe default, auto, goes by the content of each file.");
+  addChoice<FlagsMode>(app, "--flags", read_.flags,
+                       {{"ignore", FlagsMode::ignore}, {"strict", FlagsMode::strict}},
+                       "Flag columns of ClassBench sets\n"
+                       "By default they are ignored; strict makes rules of them that say as much, "
+                       "and refuses those that no rule can say.");
+  addSize(app, "--max-input", read_.maxInput, 1,
+          "Largest file after unpacking, 1G by default\n"
+          "In bytes, or with an ending K, M or G. A larger one is refused before it takes memory.");
+  addNumber(app, "--max-entries", maxEntries_, 1, ~uint64_t{0},
+            "Most entries that all rules may take\n"
+            "A kick that would make more is refused before it makes any; the default is 4194304.");
+  addNumber(app, "--trace", trace_, 0, 9, "Show what the stages do, 0 to 9")->default_str("");
+  app.add_option("rules", rules_, "Rule files\nPlain or packed with gzip; - is standard input.")
+      ->type_name("RULES");
+}
+
+std::vector<std::string> RuleInput::files() const {
+  std::vector<std::string> out = rules_;
+  if (!chip_.empty()) out.push_back(chip_);
+  return out;
+}
+
+ChipSetup RuleInput::chip() const {
+  ChipSetup chip =
+      chip_.empty() ? defaultChip() : readChip(chip_, readInput(chip_, read_.maxInput));
+  if (labelCode_) chip.labelCode = *labelCode_;
+  chip.entryLimit = maxEntries_;
+  return chip;
+}
+
+LoadedRules RuleInput::load(Console& console) const {
+  if (rules_.empty()) throw std::invalid_argument("no rule files are given; - is standard input");
+  std::vector<std::string> const paths = files();
+  if (std::find(paths.begin(), paths.end(), "") != paths.end())
+    throw std::invalid_argument("the name of a rule file is empty");
+  if (std::count(paths.begin(), paths.end(), "-") > 1)
+    throw std::invalid_argument("standard input can be read only once");
+  Naxel::naxelTrace().levelIs(trace_);
+  ChipSetup const chip = this->chip();
+  LoadedRules out{RuleSet(chip.capability->chipId()), {}, nullptr};
+  out.counts = readRuleFiles(rules_, read_, out.rules, console.messages());
+  out.session = std::make_unique<Session>(chip, out.rules.acls());
+  if (!out.session->kick()) throw EndOfRun(sayKickFailure(*out.session, out.rules, console));
+  return out;
+}
+
+}  // namespace NaxelTool

@@ -1,0 +1,45 @@
+#pragma once
+
+/// The options of all commands that read rules, and what they lead to: the rules as read, and a chip that
+/// has them loaded.
+
+#include "command/Console.h"
+#include "command/Options.h"
+#include "input/RuleFiles.h"
+#include "session/Session.h"
+
+#include <memory>
+
+namespace NaxelTool {
+
+/// The rules of a run and the chip that they are in force on.
+struct LoadedRules {
+  RuleSet rules;
+  ReadCounts counts;
+  std::unique_ptr<Session> session;
+};
+
+class RuleInput {
+ public:
+  void declare(CLI::App& app);
+
+  ReadOptions const& readOptions() const { return read_; }
+  /// All files that load() reads, as they were given.
+  std::vector<std::string> files() const;
+
+  /// The description that --chip names, or the default one.
+  ChipSetup chip() const;
+  /// Reads the chip and the rules and runs a kick. What is wrong, and why a kick has failed, is said on
+  /// `console`. Throws InputError and EndOfRun.
+  LoadedRules load(Console& console) const;
+
+ private:
+  std::string chip_;
+  std::optional<Acl::LabelCode> labelCode_;
+  uint64_t maxEntries_ = Acl::ParamConfig::defaultEntryLimit;
+  ReadOptions read_;
+  int trace_ = -1;  // what a failed kick would say at level 0 is printed anyway
+  std::vector<std::string> rules_;
+};
+
+}  // namespace NaxelTool
