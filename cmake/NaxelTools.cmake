@@ -10,11 +10,12 @@ if(EXISTS ${tool_main})
   find_package(CLI11 REQUIRED)
   find_package(nlohmann_json REQUIRED)
   find_package(ZLIB REQUIRED)
+  find_package(Threads REQUIRED)
 
   add_library(naxel_tool_parts INTERFACE)
   target_include_directories(naxel_tool_parts INTERFACE ${tool_folder})
   target_link_libraries(naxel_tool_parts INTERFACE naxel_verify_parts CLI11::CLI11
-    nlohmann_json::nlohmann_json ZLIB::ZLIB)
+    nlohmann_json::nlohmann_json ZLIB::ZLIB Threads::Threads)
 
   if(tool_sources)
     add_library(naxel_tool_core OBJECT ${tool_sources})

@@ -1,5 +1,6 @@
 #include "command/Classify.h"
 
+#include "input/Diagnostics.h"
 #include "lumox/Ip6Addr.h"
 #include "output/Verdicts.h"
 #include "verify/RuleOracle.h"
@@ -117,7 +118,7 @@ bool classify(Session& session, Verify::Packet const& packet, std::string const&
     if (Verify::familyOf(*config) != packet.af || (!acl.empty() && acl != name)) continue;
     Verify::Verdict const found = session.softChip().lookup({packet.af, name}, packet);
     auto const expected = Verify::firstMatch(*config, packet);
-    out << name << ": " << text(*config, found) << '\n';
+    out << printable(name) << ": " << text(*config, found) << '\n';
     if (!agree(*config, expected, found)) {
       out << "  but the rules say: " << text(*config, expected) << '\n';
       agreed = false;
