@@ -37,4 +37,20 @@ if(EXISTS ${tool_main})
   endif()
   add_dependencies(product naxel_tool)
   install(TARGETS naxel_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+  # Manual pages and completions are written by the program itself, which knows its commands.
+  if(NOT CMAKE_CROSSCOMPILING)
+    set(tool_share ${PROJECT_BINARY_DIR}/share)
+    add_custom_command(OUTPUT ${tool_share}/.written
+      COMMAND naxel_tool --documentation ${tool_share}
+      COMMAND ${CMAKE_COMMAND} -E touch ${tool_share}/.written
+      DEPENDS naxel_tool VERBATIM)
+    add_custom_target(naxel_documents ALL DEPENDS ${tool_share}/.written)
+    add_dependencies(product naxel_documents)
+    install(DIRECTORY ${tool_share}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR})
+    foreach(completion bash-completion/completions zsh/site-functions)
+      install(DIRECTORY ${tool_share}/${completion}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/${completion})
+    endforeach()
+  endif()
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/schema/ DESTINATION ${CMAKE_INSTALL_DATADIR}/naxel/schema)
 endif()
