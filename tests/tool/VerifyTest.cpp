@@ -45,7 +45,7 @@ TEST(Verify, ReportsTheFirstDifference) {
     packet.src = Verify::ipv4Address(0x0a000001);
     packet.dport = c.tables == "no rule" ? 81 : 80;
     std::ostringstream why;
-    EXPECT_EQ(classify(session, packet, "", why), same);
+    EXPECT_EQ(classify(session, RuleSet(Obel::ChipId(0)), packet, "", false, why), same);
     EXPECT_NE(why.str().find("a: " + c.tables + "\n  " +
                              (same ? "because  source lies in 10.0.0.0/8\n"
                                    : "but the rules say: " + c.rules + "\n")),

@@ -52,7 +52,8 @@ ChipSetup RuleInput::chip() const {
   return chip;
 }
 
-LoadedRules RuleInput::load(Console& console) const {
+LoadedRules RuleInput::load(Console& console,
+                            std::function<void(RuleSet const&)> const& check) const {
   if (rules_.empty()) throw std::invalid_argument("no rule files are given; - is standard input");
   std::vector<std::string> const paths = files();
   if (std::find(paths.begin(), paths.end(), "") != paths.end())
@@ -63,6 +64,7 @@ LoadedRules RuleInput::load(Console& console) const {
   ChipSetup const chip = this->chip();
   LoadedRules out{RuleSet(chip.capability->chipId()), {}, nullptr};
   out.counts = readRuleFiles(rules_, read_, out.rules, console.messages());
+  if (check) check(out.rules);
   out.session = std::make_unique<Session>(chip, out.rules.acls());
   if (!out.session->kick()) throw EndOfRun(sayKickFailure(*out.session, out.rules, console));
   return out;
