@@ -54,5 +54,23 @@ TEST(Verify, ReportsTheFirstDifference) {
   }
 }
 
+TEST(Verify, LooksAtEveryOneOfManyAcls) {
+  auto const acls = Naxel::aclConfigCollFactory(Obel::ChipId(0));
+  for (int i = 10; i < 60; ++i) {
+    std::string const acl = "a" + std::to_string(i);
+    ::Test::addRules(*acls,
+                     acl + " 1 x src 10." + std::to_string(i) + ".0.0/16\n" + acl + " 2 y drop\n");
+  }
+  Session session(defaultChip(), acls);
+  ASSERT_TRUE(session.kick());
+  std::ostringstream out;
+  EXPECT_TRUE(verify(session, 3000, 1, out));
+  EXPECT_NE(out.str().find("total: 3000 packets, 0 differences, 100 of 100 rules reached\n"),
+            std::string::npos)
+      << out.str();
+  ::Test::fillFilter(*acls->acl("a37")->ruleByName("x"), "src 10.37.0.0/17");
+  EXPECT_FALSE(verify(session, 3000, 1, out));
+}
+
 }  // namespace
 }  // namespace NaxelTool

@@ -48,7 +48,8 @@ class TextReport : public Report {
     std::string line = place(v.file, v.packet.number) + ": " + v.acl.config->name() + ": " +
                        text(*v.acl.config, v.found);
     if (v.found.kind == Verify::Verdict::Kind::rule)
-      line += " (" + origin(v.acl, v.found.rule) + ")";
+      if (std::string const from = origin(v.acl, v.found.rule); !from.empty())
+        line += " (" + from + ")";
     if (!v.agrees) line += "; the rules say: " + text(*v.acl.config, v.rule);
     if (v.later)
       line += "; the trace says: rule " + std::to_string(*v.packet.drawnFrom) + " or before it";

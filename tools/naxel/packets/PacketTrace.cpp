@@ -26,19 +26,19 @@ FilePacket headerFrom(PacketLine& line) {
   FilePacket out;
   Verify::Packet& p = out.packet;
   auto const number = [&](char const* what, uint32_t max) {
-    return numberFrom(line.next(what), max, what);
+    return numberFrom(line.next(what), max, (std::string("the ") + what).c_str());
   };
-  p.src = Verify::ipv4Address(number("the source address", most));
-  p.dst = Verify::ipv4Address(number("the destination address", most));
-  p.sport = static_cast<uint16_t>(number("the source port", 65535));
-  p.dport = static_cast<uint16_t>(number("the destination port", 65535));
-  p.proto = static_cast<uint16_t>(number("the protocol", 255));
-  uint32_t const last = number("the number of the rule", most);
+  p.src = Verify::ipv4Address(number("source address", most));
+  p.dst = Verify::ipv4Address(number("destination address", most));
+  p.sport = static_cast<uint16_t>(number("source port", 65535));
+  p.dport = static_cast<uint16_t>(number("destination port", 65535));
+  p.proto = static_cast<uint16_t>(number("protocol", 255));
+  uint32_t const last = number("number of the rule", most);
   if (line.atEnd()) {
     out.drawnFrom = last;
     return out;
   }
-  out.drawnFrom = number("the number of the rule", most);
+  out.drawnFrom = number("number of the rule", most);
   if (!line.atEnd())
     throw LineError(line.peek(), "syntax", "expected the end of the line behind the rule");
   uint32_t const high = last >> 24;
