@@ -11,11 +11,16 @@ if(EXISTS ${tool_main})
   find_package(nlohmann_json REQUIRED)
   find_package(ZLIB REQUIRED)
   find_package(Threads REQUIRED)
+  find_path(PCAP_INCLUDE_DIR pcap/pcap.h REQUIRED)
+  find_library(PCAP_LIBRARY pcap REQUIRED)
+  mark_as_advanced(PCAP_INCLUDE_DIR PCAP_LIBRARY)
 
   add_library(naxel_tool_parts INTERFACE)
   target_include_directories(naxel_tool_parts INTERFACE ${tool_folder})
   target_link_libraries(naxel_tool_parts INTERFACE naxel_verify_parts CLI11::CLI11
-    nlohmann_json::nlohmann_json ZLIB::ZLIB Threads::Threads)
+    nlohmann_json::nlohmann_json ZLIB::ZLIB Threads::Threads
+    ${PCAP_LIBRARY})
+  target_include_directories(naxel_tool_parts SYSTEM INTERFACE ${PCAP_INCLUDE_DIR})
 
   if(tool_sources)
     add_library(naxel_tool_core OBJECT ${tool_sources})

@@ -26,6 +26,7 @@ CALLS = [
     ("verify --json --packets 100 examples/edge.json", "naxel-verify", False),
     ("classify --json --src 198.51.100.7 --dst 203.0.113.17 --proto 6 examples/edge.json",
      "naxel-classify", False),
+    ("classify --json --each --packets examples/edge.pcap examples/edge.json", "naxel-classify", False),
     # Messages of every kind.
     ("compile --json", None, True),
     ("complie --json", None, True),

@@ -27,8 +27,10 @@ for command in "${commands[@]}"; do
   grep -q "fBnaxel..$command\|fB$command" share/man/man1/naxel.1 || fail "naxel.1 leaves $command out"
   while read -r option; do
     grep -qF -- "\\fB${option//-/\\-}\\fR" "$page" || fail "$page leaves $option out"
-    grep -A2000 -- "^      $command)" $zsh | grep -m1 -qF -- "$option" || fail "$zsh leaves $option out"
-    grep -A40 "^    $command)" $bash | grep -m1 -qF -- " $option " || fail "$bash leaves $option out"
+    [[ $(sed -n "/^      $command)/,/;;/p" "$zsh") == *"$option"* ]] ||
+      fail "$zsh leaves $option of $command out"
+    [[ " $(sed -n "/^    $command)/,/^      ;;/s/^ *words='\(.*\)'/\1 /p" "$bash")" == *" $option "* ]] ||
+      fail "$bash leaves $option of $command out"
   done < <(naxel "$command" --help | grep -v '^  naxel' | grep -oE -- '--[a-z0-9-]+' | grep -v -- '--help' | sort -u)
 done
 
@@ -66,7 +68,7 @@ naxel compile --label-code |aligned compact
 naxel compile --label-code = al|aligned
 naxel compile --color =|auto always never
 naxel gen --style g|groups
-naxel verify examples/e|examples/edge.json
+naxel verify examples/edge.j|examples/edge.json
 naxel compile -o sha|share
 naxel verify --seed 1|
 naxel gen exam|

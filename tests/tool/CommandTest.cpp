@@ -97,6 +97,10 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
   write("refuses", "naxel-chip", R"("softChip":{"refuseTable":"v4Source","refuseAcquires":1})");
   write("wide", "naxel-rules", R"("acls":[{"name":"a\u001b[31m","af":"ipv4","rules":[
     {"index":1,"name":"x\ny","dport":"1-30000","sport":"1-30000"}]}])");
+  write("set",
+        "@1.0.0.0/8 0.0.0.0/0 0 : 65535 0 : 65535 0x00/0x00\n"
+        "@0.0.0.0/0 0.0.0.0/0 0 : 65535 0 : 65535 0x00/0x00\n");
+  write("trace", "# drawn from the first rule\n16777216 1 2 3 6 0\n33554432 1 2 3 6 0 0\n");
   write("table", "old");
   write(".err", "");
   write(".out", "");
@@ -118,6 +122,20 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
      "\nedge-in6: "},
     {"classify --src 192.0.2.9 --dst 203.0.113.5 --acl edge-out ex/edge.json", 0, "",
      "fragment 0 dscp 0\nedge-out: rule 50 'rest': drop, sflow\n"},
+    {"classify --packets trace set", 1, "*",
+     "trace:3: set: rule 1 'r1': permit (set:2); the trace says: rule 0 or before it\n"},
+    {"classify --packets trace --packets - --acl edge-in ex/edge.json", 1, "*",
+     "total: 2 packets read, 2 classified, 0 left out, 0 differences\n"},
+    {"classify --json --packet 'a: udp 1.2.3.4:53 > 1.2.3.4:53' a", 0, "",
+     "\"verdicts\":[\n  {\"acl\":\"a\",\"verdict\":\"none\"}],\n \"differences\":0}\n"},
+    {"classify --packets text a", 2,
+     "text:2:3: error[unknown-protocol]: there is no protocol 'permit'\n    2 |   permit ip any "
+     "any\n"
+     "      |   ^~~~~~ other protocols than tcp, udp, sctp and icmp are written 'proto N'\n"},
+    {"classify --packets - -", 2, "naxel: error[usage]: standard input can be read only once\n"},
+    {"classify --packets trace --packet-format pcap a", 2,
+     "trace: error[capture]: unknown file format\n"},
+    {"classify --packets trace --src ::1 a", 2, "*"},
     {"compile none", 2, "none: error[input]: No such file or directory\n"},
     {"compile .", 2, ".: error[input]: Is a directory\n"},
     {"compile blank", 2, "blank: error[input]: the file is empty\n"},

@@ -53,7 +53,8 @@ ChipSetup RuleInput::chip() const {
   return chip;
 }
 
-LoadedRules RuleInput::load(Console& console) const {
+LoadedRules RuleInput::load(Console& console,
+                            std::function<void(RuleSet const&)> const& check) const {
   if (rules_.empty()) throw std::invalid_argument("no rule files are given; - is standard input");
   std::vector<std::string> const paths = files();
   if (std::find(paths.begin(), paths.end(), "") != paths.end())
@@ -66,6 +67,7 @@ LoadedRules RuleInput::load(Console& console) const {
   LoadedRules out{RuleSet(chip.capability->chipId()), {}, nullptr};
   console.progress().stepIs("reading rules");
   out.counts = readRuleFiles(rules_, read_, out.rules, console.messages());
+  if (check) check(out.rules);
   console.progress().stepIs("compiling");
   out.session = std::make_unique<Session>(chip, out.rules.acls());
   out.session->stageWatcherIs([&](Naxel::NaxelActiveStage stage) {
