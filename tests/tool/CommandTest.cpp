@@ -1,5 +1,7 @@
 // The program as its users run it: output, exit codes, files.
 
+#include "input/Errors.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -300,6 +302,17 @@ TEST_F(Command, SignalsLeaveNothingBehindAndAreSeen) {
   EXPECT_EQ(shell("ulimit -v 200000; head -c 300M /dev/zero | $N compile - 2>err"), 70);
   EXPECT_EQ(read("err"), "naxel: error[memory]: out of memory\n");
 #endif
+}
+
+TEST(ExitCodes, TheManualHasThemAll) {
+  std::string rows;
+  for (NaxelTool::ExitCode const code : NaxelTool::allExitCodes())
+    rows += "| " + std::to_string(static_cast<int>(code)) + " | " +
+            std::string(NaxelTool::meaningOf(code)) + " |\n";
+  std::ifstream in(NAXEL_SOURCE_DIR "/docs/manual.md");
+  std::string const manual = (std::ostringstream() << in.rdbuf()).str();
+  EXPECT_NE(manual.find("| code | meaning |\n|---|---|\n" + rows + "\n"), std::string::npos)
+      << rows;
 }
 
 // A screen is 80 columns wide; an example is a whole line that can be copied.
