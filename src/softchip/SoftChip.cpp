@@ -13,6 +13,7 @@ using Naxel::ResourceStatus;
 using Naxel::ResponseState;
 
 std::string text(Shortfall const& s) {
+  if (s.ordered) return Mox::stringValue(s.table) + ": refused by order of the chip's options";
   return Mox::stringValue(s.table) + ": " + std::to_string(s.needed) + " entries needed, " +
          std::to_string(s.available) + " available";
 }
@@ -225,7 +226,7 @@ void Chip::decide(Step const& step) {
   for (Table t : Naxel::allPDTables()) {
     size_t const needed = Naxel::tableEntries(*step.offer.data, t);
     if (refuse && t == options_.refuseTable)
-      shortfalls_.push_back({t, needed, 0});
+      shortfalls_.push_back({t, needed, options_.capacity[t], true});
     else if (needed > options_.capacity[t])
       shortfalls_.push_back({t, needed, options_.capacity[t]});
   }

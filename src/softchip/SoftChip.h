@@ -81,8 +81,10 @@ struct Shortfall {
   Table table;
   size_t needed;
   size_t available;
+  /// The options have it refused, whatever its room.
+  bool ordered = false;
 };
-/// "srcPort: 12 entries needed, 8 available".
+/// "srcPort: 12 entries needed, 8 available", "srcPort: refused by order of the chip's options".
 std::string text(Shortfall const& shortfall);
 
 /// One write of the chip, into its tables or into a status.

@@ -160,7 +160,7 @@ TEST(SoftChip, DoesWhatItsScriptSays) {
            // What the library must not do.
            Case{"offer 10 load 1 run", "rule10 1:loaded load of an output that was not acquired"},
            Case{"refuse 1 acquire 1 10 run load 1 run",
-                "1:failed rule10 1:loaded aclEntries: 1 entries needed, 0 available "
+                "1:failed rule10 1:loaded aclEntries: refused by order of the chip's options "
                 "load of an output that was not acquired"},
            Case{"acquire 1 10 load 2 run",
                 "1:hitless rule10 2:loaded load of an output that was not acquired"},

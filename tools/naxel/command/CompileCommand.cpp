@@ -18,8 +18,10 @@ class Compile : public Command {
   }
 
   ExitCode run(Console& console) override {
+    if (!output_.empty()) refuseInputs(output_, input_.files());
     LoadedRules const loaded = input_.load(console);
     Session const& session = *loaded.session;
+    console.progress().stepIs("writing");
     auto const write = [&](std::ostream& out) {
       writeTables(out, session.rootStatus(), session.data(), *session.acls());
     };
@@ -30,7 +32,8 @@ class Compile : public Command {
     } else if (console.options().json) {
       write(console.out());
     }
-    if (!console.options().json && !console.options().quiet) printSummary(console.out(), session);
+    bool const taken = console.options().json || isStandardOutput(output_);
+    if (!taken && !console.options().quiet) printSummary(console.out(), session);
     return ExitCode::success;
   }
 

@@ -17,4 +17,19 @@ MessageStyle messageStyle(TalkOptions const& options) {
   return {options.json, color && !options.json, options.quiet};
 }
 
+Console::Console(TalkOptions const& options)
+    : options_(options),
+      messages_(std::cerr, messageStyle(options)),
+      progress_(!options.quiet && !options.json && isatty(STDERR_FILENO)) {
+  messages_.roomMakerIs([this] { progress_.hide(); });
+}
+
+void Console::finish() {
+  progress_.end();
+  out_.flush();
+  if (int const error = out_.error())
+    throw OutputError("standard output", "cannot be written: " + std::string(std::strerror(error)),
+                      ExitCode::device);
+}
+
 }  // namespace NaxelTool

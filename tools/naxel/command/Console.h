@@ -4,8 +4,11 @@
 
 #include "input/Diagnostics.h"
 #include "input/Errors.h"
+#include "output/FdStream.h"
+#include "output/Progress.h"
 
 #include <iostream>
+#include <unistd.h>
 
 namespace NaxelTool {
 
@@ -24,13 +27,16 @@ MessageStyle messageStyle(TalkOptions const& options);
 
 class Console {
  public:
-  explicit Console(TalkOptions const& options)
-      : options_(options), messages_(std::cerr, messageStyle(options)) {}
+  explicit Console(TalkOptions const& options);
 
   TalkOptions const& options() const { return options_; }
   /// For the data that was asked for.
-  std::ostream& out() { return std::cout; }
+  std::ostream& out() { return out_; }
+  /// What was asked for must have arrived before a run may be called a success. Throws InputError.
+  void finish();
   Diagnostics& messages() { return messages_; }
+  /// What takes long, on a terminal.
+  Progress& progress() { return progress_; }
 
   void error(std::string code, std::string text, std::string help = {}) {
     messages_.say({Severity::error, std::move(code), {}, {}, std::move(text), std::move(help), {}});
@@ -41,7 +47,9 @@ class Console {
 
  private:
   TalkOptions options_;
+  FdStream out_{STDOUT_FILENO};
   Diagnostics messages_;
+  Progress progress_;
 };
 
 }  // namespace NaxelTool

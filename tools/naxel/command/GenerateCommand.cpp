@@ -2,6 +2,11 @@
 #include "generate/Generate.h"
 #include "output/OutputFile.h"
 
+#include <stdexcept>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
 namespace NaxelTool {
 
 namespace {
@@ -55,6 +60,11 @@ class Generation : public Command {
   }
 
   ExitCode run(Console& console) override {
+    checkMemory();
+    if (console.options().json && (output_.empty() || isStandardOutput(output_)))
+      throw std::invalid_argument(
+          "--json tells of the file that --output names, and none is named");
+    console.progress().stepIs("making up rules");
     if (output_.empty()) {
       write(console.out());
     } else {
@@ -62,11 +72,35 @@ class Generation : public Command {
       write(file.stream());
       file.commit();
     }
+    if (console.options().json) writeReport(console.out());
     console.note("made", commandLine());
     return ExitCode::success;
   }
 
  private:
+  void checkMemory() const {
+    uint64_t const needed = isGroups() ? memoryFor(groups_) : 0;
+    auto const memory = static_cast<uint64_t>(sysconf(_SC_PHYS_PAGES)) *
+                        static_cast<uint64_t>(sysconf(_SC_PAGE_SIZE));
+    if (needed <= memory) return;
+    throw std::invalid_argument(std::to_string(uint64_t{groups_.lists} * groups_.listSize) +
+                                " prefixes take about " + std::to_string(needed >> 30) +
+                                " GiB of memory, and there are " + std::to_string(memory >> 30) +
+                                "; fewer --lists or a smaller --list-size take less");
+  }
+
+  void writeReport(std::ostream& out) const {
+    nlohmann::ordered_json report{{"schema", "naxel-generation"},
+                                  {"version", 1},
+                                  {"file", output_},
+                                  {"style", nameOf(styles(), style_)},
+                                  {"format", isGroups() ? "json" : "classbench"},
+                                  {"rules", groups_.rules},
+                                  {"seed", seed_},
+                                  {"command", commandLine()}};
+    out << report.dump(1, ' ', true, nlohmann::json::error_handler_t::replace) << '\n';
+  }
+
   bool isGroups() const { return style_ == Style::groups || style_ == Style::attributes; }
 
   void write(std::ostream& out) const {

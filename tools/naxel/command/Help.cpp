@@ -1,13 +1,14 @@
 #include "command/Help.h"
 
 #include <algorithm>
+#include <cctype>
 
 namespace NaxelTool {
 
 namespace {
 
 /// Where the texts begin, and how wide a line may be.
-constexpr size_t textColumn = 34;
+constexpr size_t textColumn = 24;
 constexpr size_t lineWidth = 80;
 
 /// One row of the help: what stands on the left, and its text.
@@ -16,18 +17,28 @@ struct Row {
   std::string text;
 };
 
+/// How much of a text fits a line: up to a blank, or to where one of several choices ends.
+size_t fitting(std::string const& text, size_t room) {
+  if (text.size() <= room) return text.size();
+  size_t const end = text.find_last_of(" |", room);
+  if (end == std::string::npos || end == 0) return text.size();
+  return text[end] == '|' && end < room ? end + 1 : end;
+}
+
 void print(std::string& out, Row const& row) {
   std::string line = "  " + row.head;
-  if (line.size() + 2 > textColumn || line.size() + 2 + row.text.size() > lineWidth) {
-    if (line.size() + 2 + row.text.size() > lineWidth) {
-      out += line + '\n';
-      line.clear();
-    } else {
-      line += "  ";
-    }
+  if (line.size() + 2 > textColumn) {
+    out += line + '\n';
+    line.clear();
   }
-  line.resize(std::max(line.size(), textColumn), ' ');
-  out += line + row.text + '\n';
+  std::string rest = row.text;
+  do {
+    line.resize(textColumn, ' ');
+    size_t const length = fitting(rest, lineWidth - textColumn);
+    out += line + rest.substr(0, length) + '\n';
+    rest.erase(0, rest.find_first_not_of(' ', length));
+    line.clear();
+  } while (!rest.empty());
 }
 
 /// Options that stand behind each other with the same text share a row.
@@ -37,8 +48,8 @@ std::vector<Row> rowsOf(CLI::App const& app) {
   for (CLI::Option const* option : app.get_options()) {
     if (option->get_positional() || option->get_group().empty()) continue;
     std::string const text = shortText(*option);
-    if (last && shortText(*last) == text && last->get_type_name() == option->get_type_name())
-      rows.back().head.insert(rows.back().head.size() - last->get_type_name().size() - 1,
+    if (last && shortText(*last) == text && valueName(*last) == valueName(*option))
+      rows.back().head.insert(rows.back().head.size() - valueName(*last).size() - 1,
                               ", " + option->get_name());
     else
       rows.push_back({optionHead(*option), text});
@@ -51,9 +62,24 @@ std::vector<Row> rowsOf(CLI::App const& app) {
 
 HelpFormatter::~HelpFormatter() = default;
 
+std::string valueName(CLI::Option const& option) {
+  if (option.get_expected_max() == 0) return {};
+  if (choicesOf(option).empty()) return option.get_type_name();
+  std::string name = option.get_lnames().front();
+  name.erase(0, name.rfind('-') + 1);
+  for (char& c : name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return name;
+}
+
+std::string choicesOf(CLI::Option const& option) {
+  std::string const type = option.get_type_name();
+  return type.find('|') == std::string::npos ? std::string() : type;
+}
+
 std::string shortText(CLI::Option const& option) {
   std::string const& text = option.get_description();
   std::string out = text.substr(0, text.find('\n'));
+  if (std::string const choices = choicesOf(option); !choices.empty()) out += ": " + choices;
   if (!option.get_default_str().empty() && option.get_expected_max() > 0)
     out += ", " + option.get_default_str() + " by default";
   return out;
@@ -63,9 +89,8 @@ std::string optionHead(CLI::Option const& option) {
   std::string out;
   for (std::string const& name : option.get_snames()) out += (out.empty() ? "-" : ", -") + name;
   for (std::string const& name : option.get_lnames()) out += (out.empty() ? "--" : ", --") + name;
-  if (option.get_expected_max() > 0 && !option.get_type_name().empty())
-    out += " " + option.get_type_name();
-  return out;
+  std::string const value = valueName(option);
+  return out + (value.empty() ? "" : " " + value);
 }
 
 std::string synopsis(CLI::App const& app) {

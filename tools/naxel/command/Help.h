@@ -18,9 +18,14 @@ class HelpFormatter : public CLI::FormatterBase {
 
 /// "[OPTIONS] RULES...", what follows the name of a command.
 std::string synopsis(CLI::App const& app);
+/// The name of the value of an option, "FORMAT"; empty for a flag.
+std::string valueName(CLI::Option const& option);
+/// The words of which its value is one, "auto|json"; empty where it is not one of several.
+std::string choicesOf(CLI::Option const& option);
 /// "-o, --output FILE".
 std::string optionHead(CLI::Option const& option);
-/// What of the text of an option stands in the help, up to the first line break.
+/// What of the text of an option stands in the help: up to the first line break, with its choices and its
+/// default.
 std::string shortText(CLI::Option const& option);
 
 }  // namespace NaxelTool

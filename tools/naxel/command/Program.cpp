@@ -2,9 +2,9 @@
 
 #include "command/Command.h"
 #include "command/Help.h"
+#include "output/Signals.h"
 
-#include <cerrno>
-#include <cstring>
+#include <algorithm>
 #include <new>
 #include <stdexcept>
 
@@ -89,17 +89,16 @@ Usage usageOf(CLI::App const& app, CLI::ParseError const& e) {
   CLI::App const& at = chosen.empty() ? app : *chosen.front();
   std::string const all =
       "'naxel " + (chosen.empty() ? "" : at.get_name() + " ") + "--help' lists the options";
-  if (e.get_name() != "ExtrasError") return {e.what(), all};
-  for (std::string const& word : app.remaining(true)) {
-    if (!word.starts_with("-")) return {"'" + printable(word) + "' is one argument too many", all};
-    std::vector<std::string> names;
-    for (CLI::Option const* option : at.get_options())
-      for (std::string const& name : option->get_lnames()) names.push_back("--" + name);
-    std::string const hint =
-        didYouMean(word.substr(0, word.find('=')), {names.begin(), names.end()});
-    return {"there is no option '" + printable(word) + "'", hint.empty() ? all : hint};
-  }
-  return {e.what(), all};
+  auto const left = app.remaining(true);
+  // A value that is wrong is told before an option that there is not.
+  if (left.empty() || dynamic_cast<CLI::ValidationError const*>(&e)) return {e.what(), all};
+  std::string const& word = left.front();
+  if (!word.starts_with("-")) return {"'" + printable(word) + "' is one argument too many", all};
+  std::vector<std::string> names;
+  for (CLI::Option const* option : at.get_options())
+    for (std::string const& name : option->get_lnames()) names.push_back("--" + name);
+  std::string const hint = didYouMean(word.substr(0, word.find('=')), {names.begin(), names.end()});
+  return {"there is no option '" + printable(word) + "'", hint.empty() ? all : hint};
 }
 
 /// Says what ended the run early, and returns the code for it.
@@ -107,6 +106,9 @@ ExitCode report(Console& console, std::exception_ptr const& thrown) {
   try {
     std::rethrow_exception(thrown);
   } catch (EndOfRun const& e) {
+    return e.code();
+  } catch (OutputError const& e) {
+    console.messages().say({Severity::error, "output", e.file(), {}, e.text(), {}, {}});
     return e.code();
   } catch (InputError const& e) {
     console.messages().say({Severity::error, "input", e.file(), {e.at()}, e.text(), {}, {}});
@@ -123,16 +125,6 @@ ExitCode report(Console& console, std::exception_ptr const& thrown) {
   }
 }
 
-/// What was asked for must have arrived before the run may be called a success.
-void finishOutput() {
-  errno = 0;
-  if (std::cout.flush()) return;
-  int const error = errno;
-  throw InputError("standard output", {},
-                   "cannot be written: " + std::string(error ? std::strerror(error) : "it failed"),
-                   ExitCode::device);
-}
-
 }  // namespace
 
 ExitCode runProgram(int argc, char const* const* argv) {
@@ -140,6 +132,7 @@ ExitCode runProgram(int argc, char const* const* argv) {
   std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
   // Also what is wrong with the command line is told in the form that it asks for.
   talk.json = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
+  signalsAreHandled(talk.json);
   Console early(talk);
   try {
     CommandLine line(talk);
@@ -150,12 +143,12 @@ ExitCode runProgram(int argc, char const* const* argv) {
     try {
       line.app().parse(argc, argv);
     } catch (CLI::CallForHelp const&) {
-      std::cout << line.app().help();
-      finishOutput();
+      early.out() << line.app().help();
+      early.finish();
       return ExitCode::success;
     } catch (CLI::CallForVersion const& e) {
-      std::cout << e.what() << '\n';
-      finishOutput();
+      early.out() << e.what() << '\n';
+      early.finish();
       return ExitCode::success;
     } catch (CLI::ParseError const& e) {
       Usage const usage = usageOf(line.app(), e);
@@ -165,9 +158,10 @@ ExitCode runProgram(int argc, char const* const* argv) {
     Console console(talk);
     try {
       ExitCode const code = line.chosen()->run(console);
-      finishOutput();
+      console.finish();
       return code;
     } catch (...) {
+      console.out().flush();  // what came before belongs in front of the message
       return report(console, std::current_exception());
     }
   } catch (...) {

@@ -2,6 +2,7 @@
 
 #include "command/KickFailure.h"
 #include "naxel/types/NaxelTrace.h"
+#include "output/OutputFile.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -60,13 +61,21 @@ LoadedRules RuleInput::load(Console& console,
     throw std::invalid_argument("the name of a rule file is empty");
   if (std::count(paths.begin(), paths.end(), "-") > 1)
     throw std::invalid_argument("standard input can be read only once");
+  refuseInputs("-", paths);
   Naxel::naxelTrace().levelIs(trace_);
   ChipSetup const chip = this->chip();
   LoadedRules out{RuleSet(chip.capability->chipId()), {}, nullptr};
+  console.progress().stepIs("reading rules");
   out.counts = readRuleFiles(rules_, read_, out.rules, console.messages());
   if (check) check(out.rules);
+  console.progress().stepIs("compiling");
   out.session = std::make_unique<Session>(chip, out.rules.acls());
-  if (!out.session->kick()) throw EndOfRun(sayKickFailure(*out.session, out.rules, console));
+  out.session->stageWatcherIs([&](Naxel::NaxelActiveStage stage) {
+    console.progress().stepIs("compiling: " + Naxel::stringValue(stage));
+  });
+  bool const success = out.session->kick();
+  out.session->stageWatcherIs({});
+  if (!success) throw EndOfRun(sayKickFailure(*out.session, out.rules, console));
   return out;
 }
 

@@ -20,6 +20,7 @@ class Verification : public Command {
   ExitCode run(Console& console) override {
     LoadedRules const loaded = input_.load(console);
     Session& session = *loaded.session;
+    console.progress().stepIs("looking packets up");
     bool const same = verify(session, packets_, seed_, console.out()) &&
                       (!exact_ || verifyExactly(session, console.out()));
     return same ? ExitCode::success : ExitCode::findings;

@@ -45,6 +45,9 @@ struct ObjectGroupOptions {
   uint64_t seed = 1;
 };
 
+/// About how many bytes of memory it takes to make them.
+uint64_t memoryFor(ObjectGroupOptions const& options);
+
 /// Writes a configuration in our JSON format: shared prefix lists, some with exceptions, and ACLs whose
 /// rules combine them with groups of ports.
 void generateObjectGroups(std::ostream& out, ObjectGroupOptions const& options);

@@ -303,6 +303,12 @@ class Generator {
 
 }  // namespace
 
+uint64_t memoryFor(ObjectGroupOptions const& options) {
+  // Each prefix stands in a list, mostly in what is left of it too, and in a set of its own meanwhile.
+  constexpr uint64_t bytesOfPrefix = 100;
+  return (uint64_t{options.lists} + options.handMade) * options.listSize * bytesOfPrefix;
+}
+
 void generateObjectGroups(std::ostream& out, ObjectGroupOptions const& options) {
   Generator(out, options).generate();
 }

@@ -57,6 +57,7 @@ ExitCode codeOfSystemError(int error) {
 }
 
 InputError::~InputError() = default;
+OutputError::~OutputError() = default;
 EndOfRun::~EndOfRun() = default;
 RejectedInput::~RejectedInput() = default;
 

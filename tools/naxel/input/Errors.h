@@ -60,6 +60,14 @@ class InputError : public std::runtime_error {
   ExitCode code_;
 };
 
+/// The same for a file that was to be written.
+class OutputError : public InputError {
+ public:
+  OutputError(std::string const& file, std::string const& text, ExitCode code)
+      : InputError(file, {}, text, code) {}
+  ~OutputError() override;
+};
+
 /// The code for a file on which the system reports `error`: names that lead to no file are the user's,
 /// everything else is the device's.
 ExitCode codeOfSystemError(int error);

@@ -1,5 +1,6 @@
 #include "output/Summary.h"
 
+#include "input/Diagnostics.h"
 #include "input/RuleSet.h"
 #include "mox/Bounded.h"
 #include "output/Advice.h"
@@ -37,7 +38,7 @@ void printAcls(std::ostream& out, Session const& session, CrossProduct& plain) {
     Lumox::AddressFamily const af = acl->af().value_or(Lumox::ipv4());
     auto const table = tables.pdAcl({af, name});
     uint64_t const product = plain.entries(*acl);
-    rows.push_back(aclRow(name, Mox::stringValue(af), acl->ruleById().size(),
+    rows.push_back(aclRow(printable(name), Mox::stringValue(af), acl->ruleById().size(),
                           table ? table->numFilters() : 0, product));
     rulesInAll += acl->ruleById().size();
     plainInAll = Mox::boundedSum(plainInAll, product);
@@ -86,7 +87,7 @@ void printBits(std::ostream& out, Session const& session, CrossProduct& plain) {
       bits.labels = uint64_t{key} * table->numFilters();
     }
     bits.plain = Mox::boundedProduct(plain.entries(*acl), plainKeyBits(af));
-    rows.push_back(bitsRow(name, Mox::stringValue(af), std::to_string(key), bits));
+    rows.push_back(bitsRow(printable(name), Mox::stringValue(af), std::to_string(key), bits));
     sums[af].add(bits);
   }
   AclBits all;

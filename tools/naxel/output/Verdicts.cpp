@@ -1,5 +1,7 @@
 #include "output/Verdicts.h"
 
+#include "input/Diagnostics.h"
+
 namespace NaxelTool {
 
 bool agree(Naxel::AclConfig const& acl, std::optional<Naxel::AceIndex> rule,
@@ -30,8 +32,8 @@ std::string text(Naxel::AclConfig const& acl, Verify::Verdict const& verdict) {
   if (verdict.kind == Kind::none) return "no rule";
   if (verdict.kind != Kind::rule) return Verify::text(verdict);
   auto const rule = acl.ruleById(verdict.rule);
-  return "rule " + std::to_string(verdict.rule.value()) + (rule ? " '" + rule->name() + "'" : "") +
-         ": " + text(verdict.action);
+  return "rule " + std::to_string(verdict.rule.value()) +
+         (rule ? " '" + printable(rule->name()) + "'" : "") + ": " + text(verdict.action);
 }
 
 }  // namespace NaxelTool

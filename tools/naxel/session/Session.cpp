@@ -74,18 +74,27 @@ std::vector<LabelUse> Session::labelUse() const {
   return out;
 }
 
-std::vector<std::string> Session::failureTexts() const {
-  std::vector<std::string> out;
-  NaxelActiveStage const failed = root().stageControllerStatus()->lastFailedStage();
+NaxelActiveStage Session::failedStage() const {
+  return root().stageControllerStatus()->lastFailedStage();
+}
+
+std::vector<KickReason> Session::kickReasons() const {
+  std::vector<KickReason> out;
   root().stageSmStatus()->forEachKeyed(
-      failed, [&](auto const& key, Mox::Ptr<Naxel::StageStatus> const& status) {
+      failedStage(), [&](auto const& key, Mox::Ptr<Naxel::StageStatus> const& status) {
         if (status->status() == Naxel::StageStatusType::finishedFailed &&
             !status->failureText().empty())
-          out.push_back(nameOf(key) + status->failureText());
+          out.push_back({key, nameOf(key) + status->failureText()});
       });
   if (std::string const& caution = root().loaderStatus()->caution(); !caution.empty())
-    out.push_back(caution);
-  if (failed == NaxelActiveStage::stageLoader)
+    out.push_back({{}, caution});
+  return out;
+}
+
+std::vector<std::string> Session::failureTexts() const {
+  std::vector<std::string> out;
+  for (KickReason& reason : kickReasons()) out.push_back(std::move(reason.text));
+  if (failedStage() == NaxelActiveStage::stageLoader)
     for (SoftChip::Shortfall const& s : softChip_->shortfalls()) out.push_back(SoftChip::text(s));
   return out;
 }

@@ -9,12 +9,21 @@
 #include "session/StageTimes.h"
 #include "softchip/SoftChip.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 namespace NaxelTool {
+
+/// One reason of a failed kick, and the field that it is about where it is about one.
+struct KickReason {
+  std::variant<std::monostate, Naxel::PrefixXformKey, Naxel::RangeSetType, Naxel::ComboLabelSetType>
+      field;
+  std::string text;
+};
 
 /// How many labels an encoder has handed out.
 struct LabelUse {
@@ -32,6 +41,10 @@ class Session {
   Session& operator=(Session const&) = delete;
   ~Session();
 
+  /// Called at the start of each stage of a kick.
+  void stageWatcherIs(std::function<void(Naxel::NaxelActiveStage)> f) {
+    stageTimes_->watcherIs(std::move(f));
+  }
   /// Requests a kick and runs the activity until its end. Returns true on success.
   bool kick();
 
@@ -40,6 +53,7 @@ class Session {
   /// The output in force, after a kick that succeeded.
   Naxel::PDData const& data() const { return pipeline_->output(); }
   SoftChip::Chip& softChip() { return *softChip_; }
+  SoftChip::Chip const& softChip() const { return *softChip_; }
   Naxel::NaxelRootSm const& root() const { return pipeline_->root(); }
 
   /// Wall time of the last kick, in seconds.
@@ -50,6 +64,10 @@ class Session {
   std::vector<LabelUse> labelUse() const;
   /// The temporary policy that the last kick went through; none when the load was hitless.
   std::optional<Naxel::GlobalAclControl> temporaryPolicy() const { return policy_.temporary; }
+  /// The stage at which the last kick failed.
+  Naxel::NaxelActiveStage failedStage() const;
+  /// What its statuses say of that; may be empty.
+  std::vector<KickReason> kickReasons() const;
   /// Why the last kick failed: one line per status that reports it, and what the chip's tables lack.
   /// May be empty.
   std::vector<std::string> failureTexts() const;

@@ -1,19 +1,26 @@
 #include "session/StageTimes.h"
 
 #include <chrono>
+#include <utility>
 
 namespace NaxelTool {
 
 class StageTimes::Reactor : public Naxel::StageStatus::Notifiee {
  public:
-  Reactor(Mox::Ptr<Naxel::StageStatus> status, Stage& stage, double (*now)())
-      : status_(std::move(status)), stage_(stage), now_(now) {
+  Reactor(Mox::Ptr<Naxel::StageStatus> status, StageTimes& all, Naxel::NaxelActiveStage which,
+          double (*now)())
+      : status_(std::move(status)),
+        all_(all),
+        which_(which),
+        stage_(all.stages_[static_cast<size_t>(which)]),
+        now_(now) {
     notifierIs(status_.get());
   }
   void onStatus() override {
     Naxel::StageStatusType const status = status_->status();
     if (status == Naxel::StageStatusType::init) return;
     if (status == Naxel::StageStatusType::inProgress) {
+      all_.starts(which_);
       started_ = now_();
       return;
     }
@@ -23,6 +30,8 @@ class StageTimes::Reactor : public Naxel::StageStatus::Notifiee {
 
  private:
   Mox::Ptr<Naxel::StageStatus> status_;
+  StageTimes& all_;
+  Naxel::NaxelActiveStage which_;
   Stage& stage_;
   double (*now_)();
   double started_ = 0;
@@ -35,11 +44,16 @@ double StageTimes::wallSeconds() {
 StageTimes::~StageTimes() = default;
 
 StageTimes::StageTimes(Naxel::StageSmStatus const& statuses, double (*now)()) {
-  for (size_t s = 1; s < stages; ++s)
-    statuses.forEachKeyed(static_cast<Naxel::NaxelActiveStage>(s),
-                          [&](auto const&, Mox::Ptr<Naxel::StageStatus> const& status) {
-                            reactors_.push_back(std::make_unique<Reactor>(status, stages_[s], now));
-                          });
+  for (size_t s = 1; s < stages; ++s) {
+    auto const stage = static_cast<Naxel::NaxelActiveStage>(s);
+    statuses.forEachKeyed(stage, [&](auto const&, Mox::Ptr<Naxel::StageStatus> const& status) {
+      reactors_.push_back(std::make_unique<Reactor>(status, *this, stage, now));
+    });
+  }
+}
+
+void StageTimes::starts(Naxel::NaxelActiveStage stage) {
+  if (std::exchange(running_, stage) != stage && watcher_) watcher_(stage);
 }
 
 }  // namespace NaxelTool

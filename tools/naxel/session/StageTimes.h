@@ -5,6 +5,7 @@
 #include "naxel/control/StageSmColl.h"
 
 #include <array>
+#include <functional>
 #include <map>
 #include <memory>
 #include <vector>
@@ -32,13 +33,22 @@ class StageTimes {
   Stage const& stage(Naxel::NaxelActiveStage stage) const {
     return stages_[static_cast<size_t>(stage)];
   }
+  /// Called at the start of each stage, once for all its keys.
+  void watcherIs(std::function<void(Naxel::NaxelActiveStage)> f) { watcher_ = std::move(f); }
   /// Forgets what has been measured.
-  void clear() { stages_ = {}; }
+  void clear() {
+    stages_ = {};
+    running_ = Naxel::NaxelActiveStage::stageInit;
+  }
 
  private:
   class Reactor;
 
+  void starts(Naxel::NaxelActiveStage stage);
+
   std::array<Stage, stages> stages_;
+  std::function<void(Naxel::NaxelActiveStage)> watcher_;
+  Naxel::NaxelActiveStage running_ = Naxel::NaxelActiveStage::stageInit;
   std::vector<std::unique_ptr<Reactor>> reactors_;
 };
 
