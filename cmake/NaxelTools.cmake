@@ -10,16 +10,15 @@ if(EXISTS ${tool_main})
   find_package(CLI11 REQUIRED)
   find_package(nlohmann_json REQUIRED)
   find_package(ZLIB REQUIRED)
-  find_package(Threads REQUIRED)
   find_path(PCAP_INCLUDE_DIR pcap/pcap.h REQUIRED)
   find_library(PCAP_LIBRARY pcap REQUIRED)
   mark_as_advanced(PCAP_INCLUDE_DIR PCAP_LIBRARY)
+  find_package(Threads REQUIRED)
 
   add_library(naxel_tool_parts INTERFACE)
   target_include_directories(naxel_tool_parts INTERFACE ${tool_folder})
   target_link_libraries(naxel_tool_parts INTERFACE naxel_verify_parts CLI11::CLI11
-    nlohmann_json::nlohmann_json ZLIB::ZLIB Threads::Threads
-    ${PCAP_LIBRARY})
+    nlohmann_json::nlohmann_json ZLIB::ZLIB ${PCAP_LIBRARY} Threads::Threads)
   target_include_directories(naxel_tool_parts SYSTEM INTERFACE ${PCAP_INCLUDE_DIR})
 
   if(tool_sources)

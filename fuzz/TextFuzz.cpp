@@ -10,6 +10,7 @@
 #include "naxel/types/ControlEnums.h"
 #include "packets/PacketText.h"
 #include "softchip/Table.h"
+#include "verify/MatchKey.h"
 
 #include <optional>
 #include <stdexcept>

@@ -96,13 +96,13 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
         R"("chipId":9,"softChip":{"capacity":{"v4Source":2},"answerAfterTicks":3})");
   write("blank", " \n\n");
   write("text", "\n  permit ip any any\n");
-  write("refuses", "naxel-chip", R"("softChip":{"refuseTable":"v4Source","refuseAcquires":1})");
-  write("wide", "naxel-rules", R"("acls":[{"name":"a\u001b[31m","af":"ipv4","rules":[
-    {"index":1,"name":"x\ny","dport":"1-30000","sport":"1-30000"}]}])");
   write("set",
         "@1.0.0.0/8 0.0.0.0/0 0 : 65535 0 : 65535 0x00/0x00\n"
         "@0.0.0.0/0 0.0.0.0/0 0 : 65535 0 : 65535 0x00/0x00\n");
   write("trace", "# drawn from the first rule\n16777216 1 2 3 6 0\n33554432 1 2 3 6 0 0\n");
+  write("refuses", "naxel-chip", R"("softChip":{"refuseTable":"v4Source","refuseAcquires":1})");
+  write("wide", "naxel-rules", R"("acls":[{"name":"a\u001b[31m","af":"ipv4","rules":[
+    {"index":1,"name":"x\ny","dport":"1-30000","sport":"1-30000"}]}])");
   write("table", "old");
   write(".err", "");
   write(".out", "");

@@ -139,8 +139,8 @@ bool classify(Session& session, RuleSet const& rules, Verify::Packet const& pack
       if (why) printJson(out, *why);
       out << '}';
     } else {
-      out << printable(name + ": " + text(*config, found)) << '\n';
-      if (!agrees) out << "  but the rules say: " << printable(text(*config, expected)) << '\n';
+      out << printable(name) << ": " << text(*config, found) << '\n';
+      if (!agrees) out << "  but the rules say: " << text(*config, expected) << '\n';
       if (why) print(out, *why, rules.originText(name, *expected));
     }
     first = false;

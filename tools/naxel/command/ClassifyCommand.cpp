@@ -101,8 +101,10 @@ class Classification : public Command {
     PacketFiles const files(files_, format_, input_.readOptions().maxInput);
     LoadedRules const loaded = input_.load(console, [&](RuleSet const& rules) {
       checkAcl(rules);
+      console.progress().stepIs("reading packets");
       files.check(*rules.acls(), acl_, console.messages());
     });
+    console.progress().stepIs("looking packets up");
     FileClassifier classifier(*loaded.session, loaded.rules, files, acl_);
     report_.json = console.options().json;
     return classifyFiles(classifier, loaded.rules, files, report_, console.out(),
