@@ -33,7 +33,7 @@ void RuleInput::declare(CLI::App& app) {
           "In bytes, or with an ending K, M or G. A larger one is refused before it takes memory.");
   addNumber(app, "--max-entries", maxEntries_, 1, ~uint64_t{0},
             "Most entries that all rules may take\n"
-            "A kick that would make more is refused before it makes any; the default is 4194304.");
+            "A kick that would make more is refused before it makes any.");
   addNumber(app, "--trace", trace_, 0, 9, "Show what the stages do, 0 to 9")->default_str("");
   app.add_option("rules", rules_, "Rule files\nPlain or packed with gzip; - is standard input.")
       ->type_name("RULES");

@@ -129,4 +129,11 @@ void verifyExactly(Session&, VerifyReport&) {
 
 #endif
 
+bool verifyExactly(Session& session, std::ostream& out) {
+  VerifyReport report;
+  verifyExactly(session, report);
+  printFindings(report, out);
+  return !report.difference;
+}
+
 }  // namespace NaxelTool

@@ -22,5 +22,7 @@ bool verify(Session& session, uint64_t packets, uint64_t seed, std::ostream& out
 /// Proves that rules and tables agree for every packet, without drawing any, and says so in the report.
 /// Throws std::invalid_argument in a build that cannot prove.
 void verifyExactly(Session& session, VerifyReport& to);
+/// The same, printed as text. Returns true if there is no difference.
+bool verifyExactly(Session& session, std::ostream& out);
 
 }  // namespace NaxelTool

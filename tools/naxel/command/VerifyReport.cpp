@@ -43,6 +43,10 @@ void printAcls(VerifyReport const& report, std::ostream& out) {
 void print(VerifyReport const& report, std::ostream& out) {
   // A proof may find what packets did not.
   if (!report.difference || !report.acls.empty()) printAcls(report, out);
+  printFindings(report, out);
+}
+
+void printFindings(VerifyReport const& report, std::ostream& out) {
   if (report.difference) print(*report.difference, out);
   if (report.proof)
     out << "proved for every packet: " << count(report.proof->acls, "ACL", "ACLs")

@@ -42,6 +42,8 @@ struct VerifyReport {
 };
 
 void print(VerifyReport const& report, std::ostream& out);
+/// The difference or the proof alone.
+void printFindings(VerifyReport const& report, std::ostream& out);
 void printJson(VerifyReport const& report, std::ostream& out);
 
 }  // namespace NaxelTool
