@@ -10,12 +10,16 @@ if(EXISTS ${tool_main})
   find_package(CLI11 REQUIRED)
   find_package(nlohmann_json REQUIRED)
   find_package(ZLIB REQUIRED)
+  find_path(PCAP_INCLUDE_DIR pcap/pcap.h REQUIRED)
+  find_library(PCAP_LIBRARY pcap REQUIRED)
+  mark_as_advanced(PCAP_INCLUDE_DIR PCAP_LIBRARY)
   find_package(Threads REQUIRED)
 
   add_library(naxel_tool_parts INTERFACE)
   target_include_directories(naxel_tool_parts INTERFACE ${tool_folder})
   target_link_libraries(naxel_tool_parts INTERFACE naxel_verify_parts CLI11::CLI11
-    nlohmann_json::nlohmann_json ZLIB::ZLIB Threads::Threads)
+    nlohmann_json::nlohmann_json ZLIB::ZLIB ${PCAP_LIBRARY} Threads::Threads)
+  target_include_directories(naxel_tool_parts SYSTEM INTERFACE ${PCAP_INCLUDE_DIR})
 
   if(tool_sources)
     add_library(naxel_tool_core OBJECT ${tool_sources})
@@ -37,4 +41,20 @@ if(EXISTS ${tool_main})
   endif()
   add_dependencies(product naxel_tool)
   install(TARGETS naxel_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+  # Manual pages and completions are written by the program itself, which knows its commands.
+  if(NOT CMAKE_CROSSCOMPILING)
+    set(tool_share ${PROJECT_BINARY_DIR}/share)
+    add_custom_command(OUTPUT ${tool_share}/.written
+      COMMAND naxel_tool --documentation ${tool_share}
+      COMMAND ${CMAKE_COMMAND} -E touch ${tool_share}/.written
+      DEPENDS naxel_tool VERBATIM)
+    add_custom_target(naxel_documents ALL DEPENDS ${tool_share}/.written)
+    add_dependencies(product naxel_documents)
+    install(DIRECTORY ${tool_share}/man/ DESTINATION ${CMAKE_INSTALL_MANDIR})
+    foreach(completion bash-completion/completions zsh/site-functions)
+      install(DIRECTORY ${tool_share}/${completion}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/${completion})
+    endforeach()
+  endif()
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/schema/ DESTINATION ${CMAKE_INSTALL_DATADIR}/naxel/schema)
 endif()

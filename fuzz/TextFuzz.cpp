@@ -2,14 +2,15 @@
 /// and read again as the equal value; where a value has only one form, the text itself must come back.
 
 #include "Check.h"
-#include "command/Classify.h"
 #include "input/RuleSet.h"
 #include "lumox/Ip6Addr.h"
 #include "naxel/expander/RuleExpanderTypes.h"
 #include "naxel/genset/NaxelAggregatorTypes.h"
 #include "naxel/loader/NaxelLoaderTypes.h"
 #include "naxel/types/ControlEnums.h"
+#include "packets/PacketText.h"
 #include "softchip/Table.h"
+#include "verify/MatchKey.h"
 
 #include <optional>
 #include <stdexcept>

@@ -5,7 +5,7 @@
 set -euo pipefail
 
 build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libcli11-dev
-  nlohmann-json3-dev zlib1g-dev libbdd-dev)
+  nlohmann-json3-dev zlib1g-dev libpcap-dev libbdd-dev python3-jsonschema)
 check_packages=(clang clang-format clang-tidy libclang-rt-14-dev gcovr valgrind)
 bench_packages=(libbenchmark-dev)
 peers_packages=(libdpdk-dev)

@@ -88,6 +88,7 @@ void PacketSource::finish() {
 }
 
 Packet PacketSource::next() {
+  drawnFrom_.reset();
   if (rule_.empty() || random_.oneIn(16)) {
     // Values without regard to the rules; half of the time of the other family than the ACLs have.
     bool const other = seen_[0] != seen_[1] && random_.oneIn(2);
@@ -96,13 +97,16 @@ Packet PacketSource::next() {
   }
   size_t const strategy = random_.below(8);
   if (strategy < 5) {
-    if (auto packet = inside(random_.below(rule_.size()))) {
+    drawnFrom_ = random_.below(rule_.size());
+    if (auto packet = inside(*drawnFrom_)) {
       for (size_t changes = strategy < 2 ? 0 : strategy - 1; changes > 0; --changes)
         alterOne(*packet);
       return *packet;
     }
   }
-  return strategy == 7 ? fromSeveralRules() : fromCorners(random_.of(rule_).af);
+  drawnFrom_ = random_.below(rule_.size());
+  Lumox::AddressFamily const af = rule_[*drawnFrom_].af;
+  return strategy == 7 ? fromSeveralRules(af) : fromCorners(af);
 }
 
 std::optional<Packet> PacketSource::inside(size_t at) {
@@ -244,8 +248,7 @@ Packet PacketSource::fromCorners(Lumox::AddressFamily af) {
 }
 
 /// Each field inside a rule of its own, all of one family.
-Packet PacketSource::fromSeveralRules() {
-  Lumox::AddressFamily const af = random_.of(rule_).af;
+Packet PacketSource::fromSeveralRules(Lumox::AddressFamily af) {
   Packet packet = fromCorners(af);
   for (size_t field = 0; field < Naxel::rangeFieldCount + 2; ++field) {
     size_t const at = random_.below(rule_.size());

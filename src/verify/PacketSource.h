@@ -27,6 +27,10 @@ class PacketSource {
   /// The next packet of the mix.
   Packet next();
 
+  /// The rule that the last packet of the mix was drawn from, or the first of several; none for a packet that
+  /// regards no rule.
+  std::optional<size_t> drawnFrom() const { return drawnFrom_; }
+
   /// Number of rules, in the order of the ACLs' names and within an ACL by index.
   size_t rules() const { return rule_.size(); }
   /// A packet that rule `rule` matches, earlier rules aside; none if nothing matches it.
@@ -73,12 +77,13 @@ class PacketSource {
   bool flagsInside(Rule const& rule, Packet& packet);
   void alterOne(Packet& packet);
   Packet fromCorners(Lumox::AddressFamily af);
-  Packet fromSeveralRules();
+  Packet fromSeveralRules(Lumox::AddressFamily af);
 
   Random random_;
   std::vector<Rule> rule_;
   std::array<Pool, 2> pool_;  // by family
   bool seen_[2] = {false, false};
+  std::optional<size_t> drawnFrom_;
 };
 
 }  // namespace Verify

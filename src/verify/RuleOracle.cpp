@@ -13,6 +13,8 @@ using Naxel::RuleFilter;
 
 namespace {
 
+constexpr size_t fewRules = 32;
+
 std::optional<Lumox::AddressFamily> familyOf(Mox::Ptr<IpPrefixList> const& list) {
   if (!list) return std::nullopt;
   for (auto const& p : list->addr()) return p.af();
@@ -94,8 +96,9 @@ RuleOracle::RuleOracle(AclConfig const& acl) : af_(familyOf(acl)) {
   for (auto const& [index, rule] : acl.ruleById()) rule_.push_back(compile(index, *rule, af_));
 
   // Four bytes of each address, the protocol, and the high byte of the destination port.
-  index_ = FirstMatchIndex(rule_.size(), 10);
-  for (size_t i = 0; i < rule_.size(); ++i) {
+  bool const few = rule_.size() <= fewRules;
+  index_ = FirstMatchIndex(rule_.size(), few ? 0 : 10);
+  for (size_t i = 0; i < rule_.size() && !few; ++i) {
     indexList(0, i, rule_[i].source);
     indexList(4, i, rule_[i].destination);
     indexRange(8, i, rule_[i].range[static_cast<size_t>(RangeSetType::proto)], 0);

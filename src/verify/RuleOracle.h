@@ -33,7 +33,8 @@ bool isMistaken(Naxel::AclConfigColl const& acls);
 ///
 /// Every rule is checked constraint by constraint, as above. Which rules are checked at all is cut
 /// down by a few bytes of the packet: four of each address, the protocol and the high byte of the
-/// destination port. A rule is passed over only if none of its prefixes or ranges has that byte.
+/// destination port. A rule is passed over only if none of its prefixes or ranges has that byte. Few rules are
+/// checked one by one, without what an index takes of memory.
 class RuleOracle {
  public:
   /// Copies what it needs; later changes of `acl` go unnoticed.

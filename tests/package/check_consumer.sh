@@ -24,4 +24,8 @@ LD_LIBRARY_PATH=$prefix/$libdir "$work/by_pkg_config"
 # The installed tool finds the installed library by itself.
 if [[ -x $prefix/bin/naxel ]]; then
   "$prefix/bin/naxel" --help >"$work/help.txt"
+  for part in man/man1/naxel.1 man/man1/naxel-compile.1 bash-completion/completions/naxel \
+    zsh/site-functions/_naxel naxel/schema/naxel-tables.schema.json; do
+    [[ -f $prefix/share/$part ]] || { echo "share/$part is not installed" && exit 1; }
+  done
 fi

@@ -1,5 +1,7 @@
 // The program as its users run it: output, exit codes, files.
 
+#include "input/Errors.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -94,6 +96,10 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
         R"("chipId":9,"softChip":{"capacity":{"v4Source":2},"answerAfterTicks":3})");
   write("blank", " \n\n");
   write("text", "\n  permit ip any any\n");
+  write("set",
+        "@1.0.0.0/8 0.0.0.0/0 0 : 65535 0 : 65535 0x00/0x00\n"
+        "@0.0.0.0/0 0.0.0.0/0 0 : 65535 0 : 65535 0x00/0x00\n");
+  write("trace", "# drawn from the first rule\n16777216 1 2 3 6 0\n33554432 1 2 3 6 0 0\n");
   write("refuses", "naxel-chip", R"("softChip":{"refuseTable":"v4Source","refuseAcquires":1})");
   write("wide", "naxel-rules", R"("acls":[{"name":"a\u001b[31m","af":"ipv4","rules":[
     {"index":1,"name":"x\ny","dport":"1-30000","sport":"1-30000"}]}])");
@@ -118,6 +124,20 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
      "\nedge-in6: "},
     {"classify --src 192.0.2.9 --dst 203.0.113.5 --acl edge-out ex/edge.json", 0, "",
      "fragment 0 dscp 0\nedge-out: rule 50 'rest': drop, sflow\n"},
+    {"classify --packets trace set", 1, "*",
+     "trace:3: set: rule 1 'r1': permit (set:2); the trace says: rule 0 or before it\n"},
+    {"classify --packets trace --packets - --acl edge-in ex/edge.json", 1, "*",
+     "total: 2 packets read, 2 classified, 0 left out, 0 differences\n"},
+    {"classify --json --packet 'a: udp 1.2.3.4:53 > 1.2.3.4:53' a", 0, "",
+     "\"verdicts\":[\n  {\"acl\":\"a\",\"verdict\":\"none\"}],\n \"differences\":0}\n"},
+    {"classify --packets text a", 2,
+     "text:2:3: error[unknown-protocol]: there is no protocol 'permit'\n    2 |   permit ip any "
+     "any\n"
+     "      |   ^~~~~~ other protocols than tcp, udp, sctp and icmp are written 'proto N'\n"},
+    {"classify --packets - -", 2, "naxel: error[usage]: standard input can be read only once\n"},
+    {"classify --packets trace --packet-format pcap a", 2,
+     "trace: error[capture]: unknown file format\n"},
+    {"classify --packets trace --src ::1 a", 2, "*"},
     {"compile none", 2, "none: error[input]: No such file or directory\n"},
     {"compile .", 2, ".: error[input]: Is a directory\n"},
     {"compile blank", 2, "blank: error[input]: the file is empty\n"},
@@ -172,6 +192,7 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
     {"compile --chip - - <three", 2, "naxel: error[usage]: standard input can be read only once\n"},
     {"compile --max-input 99 three", 2,
      "three: error[input]: holds more than 99 bytes, the most that --max-input allows\n"},
+    {"compile /proc/self/mem", 5, "/proc/self/mem: error[input]: Input/output error\n"},
     {"compile --max-input 10M /dev/zero", 2,
      "/dev/zero: error[input]: holds more than 10485760 bytes, the most that --max-input allows\n"},
     {"gen --style groups --lists 100000 --list-size 100000 -o t", 2,
@@ -222,6 +243,7 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
 #endif
   };
   for (Call const& c : calls) expectCall(c);
+  EXPECT_EQ(expectCall({"verify --quiet --packets 10 three", 0, ""}), "");
   EXPECT_EQ(read("table"), "old");
   EXPECT_EQ(files(), before) << "something was left behind";
 }
@@ -284,11 +306,23 @@ TEST_F(Command, SignalsLeaveNothingBehindAndAreSeen) {
 #endif
 }
 
+TEST(ExitCodes, TheManualHasThemAll) {
+  std::string rows;
+  for (NaxelTool::ExitCode const code : NaxelTool::allExitCodes())
+    rows += "| " + std::to_string(static_cast<int>(code)) + " | " +
+            std::string(NaxelTool::meaningOf(code)) + " |\n";
+  std::ifstream in(NAXEL_SOURCE_DIR "/docs/manual.md");
+  std::string const manual = (std::ostringstream() << in.rdbuf()).str();
+  EXPECT_NE(manual.find("| code | meaning |\n|---|---|\n" + rows + "\n"), std::string::npos)
+      << rows;
+}
+
 // A screen is 80 columns wide; an example is a whole line that can be copied.
 TEST_F(Command, HelpFitsAScreenAndItsExampleWorks) {
-  for (std::string const command : {"", "compile", "verify", "classify", "gen"}) {
-    SCOPED_TRACE(command);
-    std::string const help = expectCall({command + " --help", 0, ""});
+  std::vector<std::string> commands = {""};
+  for (size_t i = 0; i < commands.size(); ++i) {
+    SCOPED_TRACE(commands[i]);
+    std::string const help = expectCall({commands[i] + " --help", 0, ""});
     EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 40);
     EXPECT_TRUE(std::all_of(help.begin(), help.end(),
                             [](char c) { return c == '\n' || (c >= ' ' && c < 0x7f); }));
@@ -297,11 +331,14 @@ TEST_F(Command, HelpFitsAScreenAndItsExampleWorks) {
     for (std::string line; std::getline(lines, line);) {
       if (line.starts_with("  naxel "))
         example = line.substr(8);
+      else if (i == 0 && line.size() > 3 && line.starts_with("  ") && line[2] != '-')
+        commands.push_back(line.substr(2, line.find(' ', 2) - 2));
       else
         EXPECT_LE(line.size(), 80u) << line;
     }
     expectCall({example, 0, "*"});
   }
+  EXPECT_GE(commands.size(), 5u);
 }
 
 TEST_F(Command, EqualInputGivesEqualBytesPackedOrNot) {

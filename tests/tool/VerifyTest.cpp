@@ -45,13 +45,31 @@ TEST(Verify, ReportsTheFirstDifference) {
     packet.src = Verify::ipv4Address(0x0a000001);
     packet.dport = c.tables == "no rule" ? 81 : 80;
     std::ostringstream why;
-    EXPECT_EQ(classify(session, packet, "", why), same);
+    EXPECT_EQ(classify(session, RuleSet(Obel::ChipId(0)), packet, "", false, why), same);
     EXPECT_NE(why.str().find("a: " + c.tables + "\n  " +
                              (same ? "because  source lies in 10.0.0.0/8\n"
                                    : "but the rules say: " + c.rules + "\n")),
               std::string::npos)
         << why.str();
   }
+}
+
+TEST(Verify, LooksAtEveryOneOfManyAcls) {
+  auto const acls = Naxel::aclConfigCollFactory(Obel::ChipId(0));
+  for (int i = 10; i < 60; ++i) {
+    std::string const acl = "a" + std::to_string(i);
+    ::Test::addRules(*acls,
+                     acl + " 1 x src 10." + std::to_string(i) + ".0.0/16\n" + acl + " 2 y drop\n");
+  }
+  Session session(defaultChip(), acls);
+  ASSERT_TRUE(session.kick());
+  std::ostringstream out;
+  EXPECT_TRUE(verify(session, 3000, 1, out));
+  EXPECT_NE(out.str().find("total: 3000 packets, 0 differences, 100 of 100 rules reached\n"),
+            std::string::npos)
+      << out.str();
+  ::Test::fillFilter(*acls->acl("a37")->ruleByName("x"), "src 10.37.0.0/17");
+  EXPECT_FALSE(verify(session, 3000, 1, out));
 }
 
 }  // namespace

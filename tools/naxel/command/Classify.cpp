@@ -1,11 +1,11 @@
 #include "command/Classify.h"
 
+#include "command/VerdictJson.h"
 #include "input/Diagnostics.h"
-#include "lumox/Ip6Addr.h"
 #include "output/Verdicts.h"
 #include "verify/RuleOracle.h"
 
-#include <stdexcept>
+#include <optional>
 
 namespace NaxelTool {
 
@@ -74,59 +74,79 @@ std::string entryText(Naxel::PDAclFilter const& filter) {
   };
   std::apply([&](auto const&... f) { (add(f.name, filter.*f.member), ...); },
              Naxel::PDAclFilter::fields());
-  return out.empty() ? " anything" : out;
+  return out.empty() ? "anything" : out.substr(1);
 }
 
-void explain(Session const& session, Naxel::AclConfig const& acl, Verify::Packet const& packet,
-             Verify::Verdict const& verdict, std::ostream& out) {
+/// Why the tables hit an entry.
+struct Explanation {
+  std::vector<std::string> reasons;  // at least one
+  size_t entry = 0;                  // counted from 1
+  size_t entries = 0;                // of the rule
+  std::string compares;              // what the entry compares
+};
+
+Explanation explanationOf(Session const& session, Naxel::AclConfig const& acl,
+                          Verify::Packet const& packet, Verify::Verdict const& verdict) {
+  Explanation out;
   auto const rule = acl.ruleById(verdict.rule);
-  std::vector<std::string> const reasons =
-      rule->ruleFilter() ? Reasons(packet).of(*rule->ruleFilter())
-                         : std::vector<std::string>{"the rule matches every packet"};
-  for (size_t i = 0; i < reasons.size(); ++i)
-    out << (i ? "           " : "  because  ") << reasons[i] << '\n';
+  out.reasons = rule->ruleFilter() ? Reasons(packet).of(*rule->ruleFilter())
+                                   : std::vector<std::string>{"the rule matches every packet"};
   auto const table = session.data().pdAclColl()->pdAcl({packet.af, acl.name()});
   auto const& entries = table->rule(verdict.rule)->filter();
-  out << "  entry    " << verdict.entry + 1 << " of " << entries.size() << ":"
-      << entryText(entries[verdict.entry]) << '\n';
+  out.entry = verdict.entry + 1;
+  out.entries = entries.size();
+  out.compares = entryText(entries[verdict.entry]);
+  return out;
+}
+
+void print(std::ostream& out, Explanation const& e, std::string const& from) {
+  if (!from.empty()) out << "  from     " << printable(from) << '\n';
+  for (size_t i = 0; i < e.reasons.size(); ++i)
+    out << (i ? "           " : "  because  ") << e.reasons[i] << '\n';
+  out << "  entry    " << e.entry << " of " << e.entries << ": " << e.compares << '\n';
+}
+
+void printJson(std::ostream& out, Explanation const& e) {
+  out << ",\n   \"because\":[";
+  for (size_t i = 0; i < e.reasons.size(); ++i) out << (i ? "," : "") << jsonText(e.reasons[i]);
+  out << "],\n   \"entry\":{\"number\":" << e.entry << ",\"of\":" << e.entries
+      << ",\"compares\":" << jsonText(e.compares) << '}';
 }
 
 }  // namespace
 
-std::pair<Lumox::AddressFamily, Verify::Address> addressFromText(std::string const& text) {
-  try {
-    if (text.find(':') != std::string::npos) {
-      auto const a = Mox::valueFromText<Lumox::Ip6Addr>(text);
-      return {Lumox::ipv6(), {a.hi(), a.lo()}};
-    }
-    Mox::TextCursor cursor(text);
-    uint32_t const a = Lumox::readIp4(cursor);
-    cursor.expectEnd();
-    return {Lumox::ipv4(), Verify::ipv4Address(a)};
-  } catch (Mox::ParseError const&) {
-  } catch (Mox::RangeError const&) {
-  }
-  throw std::invalid_argument("'" + text + "' is not an address");
-}
-
-bool classify(Session& session, Verify::Packet const& packet, std::string const& acl,
-              std::ostream& out) {
-  out << "packet   " << packet << "\nlabels   " << Verify::text(session.softChip().labelsOf(packet))
-      << '\n';
-  bool agreed = true;
+bool classify(Session& session, RuleSet const& rules, Verify::Packet const& packet,
+              std::string const& acl, bool json, std::ostream& out) {
+  std::string const labels = Verify::text(session.softChip().labelsOf(packet));
+  if (json)
+    out << R"({"schema":"naxel-classify","version":1,)"
+        << "\n \"packet\":" << jsonText(Verify::text(packet))
+        << ",\n \"labels\":" << jsonText(labels) << ",\n \"verdicts\":[";
+  else
+    out << "packet   " << packet << "\nlabels   " << labels << '\n';
+  size_t differences = 0;
+  bool first = true;
   for (auto const& [name, config] : session.acls()->acl()) {
     if (Verify::familyOf(*config) != packet.af || (!acl.empty() && acl != name)) continue;
     Verify::Verdict const found = session.softChip().lookup({packet.af, name}, packet);
     auto const expected = Verify::firstMatch(*config, packet);
-    out << printable(name) << ": " << text(*config, found) << '\n';
-    if (!agree(*config, expected, found)) {
-      out << "  but the rules say: " << text(*config, expected) << '\n';
-      agreed = false;
-    } else if (expected) {
-      explain(session, *config, packet, found, out);
+    bool const agrees = agree(*config, expected, found);
+    differences += !agrees;
+    std::optional<Explanation> why;
+    if (agrees && expected) why = explanationOf(session, *config, packet, found);
+    if (json) {
+      out << (first ? "\n  {" : ",\n  {") << verdictMembers(rules, *config, expected, found);
+      if (why) printJson(out, *why);
+      out << '}';
+    } else {
+      out << printable(name) << ": " << text(*config, found) << '\n';
+      if (!agrees) out << "  but the rules say: " << text(*config, expected) << '\n';
+      if (why) print(out, *why, rules.originText(name, *expected));
     }
+    first = false;
   }
-  return agreed;
+  if (json) out << "],\n \"differences\":" << differences << "}\n";
+  return differences == 0;
 }
 
 }  // namespace NaxelTool

@@ -1,7 +1,10 @@
 #include "command/Classify.h"
+#include "command/ClassifyFiles.h"
 #include "command/Command.h"
 #include "command/RuleInput.h"
+#include "packets/PacketText.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace NaxelTool {
@@ -21,13 +24,27 @@ std::string optionOf(std::string_view name) {
 class Classification : public Command {
  public:
   void declare(CLI::App& app) override {
-    addText(app, "--src", src_, "ADDRESS", "Source address")->required();
-    addText(app, "--dst", dst_, "ADDRESS", "Destination address")->required();
+    app.add_option("--packets", files_,
+                   "File of packets; may be given several times\n"
+                   "Lines of text, a trace of a ClassBench set, or a capture (pcap, pcapng); plain "
+                   "or packed with gzip; - is standard input.")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
+    Choices<PacketFormat> formats = {{"auto", PacketFormat::automatic}};
+    for (PacketFormatInfo const& f : packetFormats()) formats.emplace_back(f.name, f.format);
+    addChoice(app, "--packet-format", format_, formats,
+              "Format of the packets\nThe default, auto, goes by the content of each file.");
+    addFlag(app, "--each", report_.each, "Show the verdict on every packet of the files");
+    addText(app, "--packet", text_, "TEXT",
+            "One packet, as \"tcp 10.0.0.1:1024 > 10.0.0.2:80 syn\"");
+    addText(app, "--src", src_, "ADDRESS", "Source address of one packet");
+    addText(app, "--dst", dst_, "ADDRESS", "Destination address of one packet");
     for (Naxel::RangeField const& field : Naxel::rangeFields)
       addNumber(
           app, optionOf(field.name),
           [this, type = field.type](uint64_t v) {
             packet_.valueIs(type, static_cast<uint16_t>(v));
+            fieldIsGiven_ = true;
           },
           0, field.bound(), "Field of the packet, 0 by default");
     addText(app, "--tcp", tcp_, "FLAG,...", "TCP flags that are set, of syn, ack and rst");
@@ -36,20 +53,76 @@ class Classification : public Command {
   }
 
   ExitCode run(Console& console) override {
+    checkUsage();
+    if (!files_.empty()) return runFiles(console);
+    Verify::Packet packet;
+    if (text_.empty()) packet = packetOfOptions();
+    LoadedRules const loaded = input_.load(console, [&](RuleSet const& rules) {
+      checkAcl(rules);
+      if (text_.empty()) return;
+      FilePacket const read = packetFromText(text_, *rules.acls(), "--packet");
+      packet = read.packet;
+      if (!read.acl.empty()) acl_ = read.acl;
+    });
+    return classify(*loaded.session, loaded.rules, packet, acl_, console.options().json,
+                    console.out())
+               ? ExitCode::success
+               : ExitCode::findings;
+  }
+
+ private:
+  /// One packet is given by options or as a text, many by files.
+  void checkUsage() const {
+    bool const byOptions = !src_.empty() || !dst_.empty() || !tcp_.empty() || fieldIsGiven_;
+    if (int{byOptions} + int{!text_.empty()} + int{!files_.empty()} > 1)
+      throw std::invalid_argument(
+          "packets are given in one way: by --src, --dst and fields, by "
+          "--packet, or by --packets");
+    if (files_.empty() && text_.empty() && (src_.empty() || dst_.empty()))
+      throw std::invalid_argument(
+          byOptions ? "a packet needs both --src and --dst"
+                    : "no packet is given: by --src and --dst, by --packet, or by --packets");
+    if (files_.empty() && report_.each)
+      throw std::invalid_argument("--each is about the packets of files");
+    std::vector<std::string> all = input_.files();
+    all.insert(all.end(), files_.begin(), files_.end());
+    if (std::count(all.begin(), all.end(), "-") > 1)
+      throw std::invalid_argument("standard input can be read only once");
+    if (std::find(all.begin(), all.end(), "") != all.end())
+      throw std::invalid_argument("the name of a file is empty");
+  }
+
+  void checkAcl(RuleSet const& rules) const {
+    if (!acl_.empty() && !rules.acls()->aclHas(acl_))
+      throw std::invalid_argument("there is no ACL '" + acl_ + "'");
+  }
+
+  ExitCode runFiles(Console& console) {
+    PacketFiles const files(files_, format_, input_.readOptions().maxInput);
+    LoadedRules const loaded = input_.load(console, [&](RuleSet const& rules) {
+      checkAcl(rules);
+      console.progress().stepIs("reading packets");
+      files.check(*rules.acls(), acl_, console.messages());
+    });
+    console.progress().stepIs("looking packets up");
+    FileClassifier classifier(*loaded.session, loaded.rules, files, acl_);
+    report_.json = console.options().json;
+    return classifyFiles(classifier, loaded.rules, files, report_, console.out(),
+                         console.messages())
+               ? ExitCode::success
+               : ExitCode::findings;
+  }
+
+  Verify::Packet packetOfOptions() const {
     Verify::Packet packet = packet_;
     std::tie(packet.af, packet.src) = addressFromText(src_);
     auto const [af, dst] = addressFromText(dst_);
     if (af != packet.af) throw std::invalid_argument("the addresses are of different families");
     packet.dst = dst;
     setFlags(packet);
-    LoadedRules const loaded = input_.load(console);
-    Session& session = *loaded.session;
-    if (!acl_.empty() && !session.acls()->acl(acl_))
-      throw std::invalid_argument("there is no ACL '" + acl_ + "'");
-    return classify(session, packet, acl_, console.out()) ? ExitCode::success : ExitCode::findings;
+    return packet;
   }
 
- private:
   void setFlags(Verify::Packet& packet) const {
     for (std::string_view rest = tcp_; !rest.empty();) {
       size_t const comma = rest.find(',');
@@ -69,24 +142,36 @@ class Classification : public Command {
 
   RuleInput input_;
   std::string acl_;
+  std::vector<std::string> files_;
+  PacketFormat format_ = PacketFormat::automatic;
+  FileReport report_;
+  std::string text_;
   std::string src_;
   std::string dst_;
   std::string tcp_;
   Verify::Packet packet_;
+  bool fieldIsGiven_ = false;
 };
 
 }  // namespace
 
 CommandInfo classifyCommand() {
-  return {"classify",
-          "Look one packet up and say why it gets its verdict",
-          "Print the result as JSON",
-          "Compiles rules as compile does, looks a packet up in the tables of each ACL of its "
-          "family, and says which rule decides, what of the rule the packet fulfils, and which "
-          "entry it hits.",
-          {"naxel classify --src 198.51.100.7 --dst 203.0.113.17 --proto 6 --dport 443 "
-           "examples/edge.json"},
-          [] { return std::unique_ptr<Command>(std::make_unique<Classification>()); }};
+  return {
+      "classify",
+      "Look packets up and say which rules decide",
+      "Print the result as JSON",
+      "Compiles rules as compile does, and looks packets up in the tables of each ACL of their "
+      "family. For one packet it says which rule decides, where that stands, what of the rule "
+      "the packet fulfils, and which entry it hits.\n"
+      "\n"
+      "For files of packets it says how often each rule was hit, which were never hit, how many "
+      "packets were read, and which were left out for what reason; with --each also the verdict "
+      "on every packet in every ACL. Each verdict is compared with the rules themselves, "
+      "evaluated in order, and each header of a trace with the rule that it was drawn from, "
+      "which no later one may decide.",
+      {"naxel classify --packet 'tcp 198.51.100.7:1024 > 203.0.113.17:443 syn' "
+       "examples/edge.json"},
+      [] { return std::unique_ptr<Command>(std::make_unique<Classification>()); }};
 }
 
 }  // namespace NaxelTool

@@ -2,9 +2,12 @@
 
 #include "command/Command.h"
 #include "command/Help.h"
+#include "command/Manual.h"
+#include "output/OutputFile.h"
 #include "output/Signals.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <new>
 #include <stdexcept>
 
@@ -33,6 +36,12 @@ class CommandLine {
   }
 
   CLI::App& app() { return app_; }
+  Declared declared() const {
+    Declared out{&app_, {}};
+    auto const all = app_.get_subcommands([](CLI::App const*) { return true; });
+    for (size_t i = 0; i < all.size(); ++i) out.commands.push_back({&allCommands()[i], all[i]});
+    return out;
+  }
   /// The command that was parsed; null if none was.
   Command* chosen() {
     auto const all = app_.get_subcommands([](CLI::App*) { return true; });
@@ -81,6 +90,18 @@ std::optional<Usage> faultOf(std::vector<std::string> const& arguments) {
     return std::nullopt;
   std::string const hint = didYouMean(first, names);
   return Usage{"there is no command '" + printable(first) + "'", hint.empty() ? all : hint};
+}
+
+/// Writes manual pages and completions below a folder. This is how they are built, not a command.
+void writeDocumentation(Declared const& declared, std::string const& folder) {
+  for (auto const& [path, text] : documentation(declared)) {
+    std::filesystem::path const whole = std::filesystem::path(folder) / path;
+    std::error_code error;
+    std::filesystem::create_directories(whole.parent_path(), error);
+    OutputFile file(whole.string());
+    file.stream() << text;
+    file.commit();
+  }
 }
 
 /// What was wrong with a command line that the parser refuses.
@@ -136,6 +157,10 @@ ExitCode runProgram(int argc, char const* const* argv) {
   Console early(talk);
   try {
     CommandLine line(talk);
+    if (arguments.size() == 2 && arguments[0] == "--documentation") {
+      writeDocumentation(line.declared(), arguments[1]);
+      return ExitCode::success;
+    }
     if (auto const fault = faultOf(arguments)) {
       early.error("usage", fault->text, fault->help);
       return ExitCode::badInput;

@@ -4,15 +4,7 @@
 
 #include "input/Errors.h"
 
-#include <memory>
-#include <string>
-#include <vector>
-
-#include <CLI/CLI.hpp>
-
 namespace NaxelTool {
-
-class Command;
 
 /// Runs it. Whatever is wrong has been said on standard error when it returns.
 ExitCode runProgram(int argc, char const* const* argv);

@@ -33,7 +33,7 @@ void RuleInput::declare(CLI::App& app) {
           "In bytes, or with an ending K, M or G. A larger one is refused before it takes memory.");
   addNumber(app, "--max-entries", maxEntries_, 1, ~uint64_t{0},
             "Most entries that all rules may take\n"
-            "A kick that would make more is refused before it makes any; the default is 4194304.");
+            "A kick that would make more is refused before it makes any.");
   addNumber(app, "--trace", trace_, 0, 9, "Show what the stages do, 0 to 9")->default_str("");
   app.add_option("rules", rules_, "Rule files\nPlain or packed with gzip; - is standard input.")
       ->type_name("RULES");
@@ -53,7 +53,8 @@ ChipSetup RuleInput::chip() const {
   return chip;
 }
 
-LoadedRules RuleInput::load(Console& console) const {
+LoadedRules RuleInput::load(Console& console,
+                            std::function<void(RuleSet const&)> const& check) const {
   if (rules_.empty()) throw std::invalid_argument("no rule files are given; - is standard input");
   std::vector<std::string> const paths = files();
   if (std::find(paths.begin(), paths.end(), "") != paths.end())
@@ -66,6 +67,7 @@ LoadedRules RuleInput::load(Console& console) const {
   LoadedRules out{RuleSet(chip.capability->chipId()), {}, nullptr};
   console.progress().stepIs("reading rules");
   out.counts = readRuleFiles(rules_, read_, out.rules, console.messages());
+  if (check) check(out.rules);
   console.progress().stepIs("compiling");
   out.session = std::make_unique<Session>(chip, out.rules.acls());
   out.session->stageWatcherIs([&](Naxel::NaxelActiveStage stage) {

@@ -31,7 +31,9 @@ class RuleInput {
   ChipSetup chip() const;
   /// Reads the chip and the rules and runs a kick. What is wrong, and why a kick has failed, is said on
   /// `console`. Throws InputError and EndOfRun.
-  LoadedRules load(Console& console) const;
+  /// Before the kick `check`, if there is one, may look for more that is wrong.
+  LoadedRules load(Console& console,
+                   std::function<void(RuleSet const&)> const& check = nullptr) const;
 
  private:
   std::string chip_;

@@ -20,10 +20,19 @@ class Verification : public Command {
   ExitCode run(Console& console) override {
     LoadedRules const loaded = input_.load(console);
     Session& session = *loaded.session;
-    console.progress().stepIs("looking packets up");
-    bool const same = verify(session, packets_, seed_, console.out()) &&
-                      (!exact_ || verifyExactly(session, console.out()));
-    return same ? ExitCode::success : ExitCode::findings;
+    console.progress().stepIs("looking packets up", packets_);
+    VerifyReport report =
+        verify(session, packets_, seed_, [&](uint64_t done) { console.progress().doneIs(done); });
+    if (exact_ && !report.difference) {
+      console.progress().stepIs("proving");
+      verifyExactly(session, report);
+    }
+    console.progress().end();
+    if (console.options().json)
+      printJson(report, console.out());
+    else if (report.difference || !console.options().quiet)
+      print(report, console.out());
+    return report.difference ? ExitCode::findings : ExitCode::success;
   }
 
  private:

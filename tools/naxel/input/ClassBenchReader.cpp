@@ -129,8 +129,13 @@ bool readRule(Line line, FlagsMode mode, Naxel::RuleFilter& filter) {
   line.expectEnd();
   if (flags.mask == 0) return true;
   if (mode == FlagsMode::ignore) return false;
-  if (!applyFlags(proto, flags, filter))
-    throw std::invalid_argument("a rule cannot say these flags");
+  if (!applyFlags(proto, flags, filter)) {
+    char text[80];
+    std::snprintf(text, sizeof text,
+                  "a rule cannot say the flags 0x%04x/0x%04x of protocol 0x%02x/0x%02x",
+                  flags.value, flags.mask, proto.value, proto.mask);
+    throw std::invalid_argument(text);
+  }
   return true;
 }
 
