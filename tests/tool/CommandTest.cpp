@@ -306,6 +306,23 @@ TEST_F(Command, SignalsLeaveNothingBehindAndAreSeen) {
 #endif
 }
 
+TEST_F(Command, ColourIsForTerminals) {
+  // A terminal of its own for each call; without the program that makes one there is nothing to see.
+  if (shell("command -v script >.out") != 0) GTEST_SKIP();
+  auto const said = [&](std::string const& setting, std::string const& line) {
+    shell("unset NO_COLOR; export TERM=xterm " + setting + "; script -qec \"'$N' " + line +
+          "\" /dev/null </dev/null >.out 2>&1");
+    return read(".out");
+  };
+  std::string const red = "\x1b[1;31merror[input]:";
+  EXPECT_NE(said("", "compile none").find(red), std::string::npos);
+  EXPECT_NE(said("NO_COLOR=", "compile none").find(red), std::string::npos);
+  for (char const* setting : {"NO_COLOR=1", "TERM=dumb"})
+    EXPECT_EQ(said(setting, "compile none").find('\x1b'), std::string::npos) << setting;
+  EXPECT_EQ(said("", "compile --color=never none").find('\x1b'), std::string::npos);
+  EXPECT_EQ(said("", "compile --json none").find('\x1b'), std::string::npos);
+}
+
 TEST(ExitCodes, TheManualHasThemAll) {
   std::string rows;
   for (NaxelTool::ExitCode const code : NaxelTool::allExitCodes())
@@ -352,6 +369,11 @@ TEST_F(Command, EqualInputGivesEqualBytesPackedOrNot) {
   EXPECT_EQ(read("t"), first);
   std::string const bytes = read("branch.rules.gz");
   write("cut.gz", bytes.substr(0, bytes.size() / 2));
+  EXPECT_EQ(shell("head -c 20M /dev/zero | gzip >bomb.gz && [ $(stat -c %s bomb.gz) -lt 30000 ]"),
+            0);
+  expectCall(
+      {"compile --max-input 1M bomb.gz", 2,
+       "bomb.gz: error[input]: holds more than 1048576 bytes, the most that --max-input allows\n"});
   expectCall(
       {"compile cut.gz", 2, "cut.gz: error[input]: unexpected end of the compressed data\n"});
   expectCall(
