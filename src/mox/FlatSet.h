@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <compare>
 #include <cstddef>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -117,6 +118,37 @@ struct KeyIsKey {
 
 template <class T>
 using FlatSet = SortedVector<T, KeyIsItself>;
+
+/// The elements of a FlatSet that stand in an array of somebody else, who keeps them there.
+template <class T>
+class FlatSetView {
+ public:
+  using value_type = T;
+  using const_iterator = typename std::span<T const>::iterator;
+
+  FlatSetView() = default;
+  /// Ascending, each once.
+  explicit FlatSetView(std::span<T const> items) : items_(items) {}
+  FlatSetView(FlatSet<T> const& set) : items_(set.items()) {}
+
+  const_iterator begin() const noexcept { return items_.begin(); }
+  const_iterator end() const noexcept { return items_.end(); }
+  size_t size() const noexcept { return items_.size(); }
+  bool empty() const noexcept { return items_.empty(); }
+  T const& operator[](size_t i) const noexcept { return items_[i]; }
+  T const& front() const noexcept { return items_.front(); }
+  T const& back() const noexcept { return items_.back(); }
+  std::span<T const> items() const noexcept { return items_; }
+  bool contains(T const& v) const noexcept {
+    return std::binary_search(items_.begin(), items_.end(), v);
+  }
+  friend bool operator==(FlatSetView const& a, FlatSetView const& b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end());
+  }
+
+ private:
+  std::span<T const> items_;
+};
 
 /// Map over the same structure.
 template <class K, class V>

@@ -127,7 +127,8 @@ std::string codeFault(EncoderStatus const& status, PlainLabelListMap const& list
                std::to_string(codes[i]);
     if (pairs->encLabelAndMask().size() > list->label().size())
       return name + "more pairs than labels";
-    auto const* const first = firsts.try_emplace(list->label().items(), pairs).first->second;
+    auto const* const first =
+        firsts.try_emplace({list->label().begin(), list->label().end()}, pairs).first->second;
     if (!(first->encLabelAndMask() == pairs->encLabelAndMask()))
       return name + "other pairs than an equal set";
   }

@@ -47,7 +47,7 @@ void RefCntCostModel::handleInitialized(EncoderConfig const& config, GenSetUsage
     // The product may wrap round where uses times labels exceed four thousand million. That costs
     // compactness and never correctness.
     places.push_back(
-        {{list.get(), ~(uses * labels), uses}, labels, labels ? list->label().front().value() : 0});
+        {{list, ~(uses * labels), uses}, labels, labels ? list->label().front().value() : 0});
   }
   std::sort(places.begin(), places.end(), [](Place const& a, Place const& b) {
     if (a.visit.order != b.visit.order) return a.visit.order < b.visit.order;

@@ -1,11 +1,23 @@
 #include "naxel/encoder/LabelTypes.h"
 
+#include "mox/Assert.h"
+
 namespace Naxel {
 
 Mox::AttributeTable const& PlainLabelList::attributeTable() const {
   static Mox::AttributeTable const table = {Mox::attribute<&PlainLabelList::key_>("key"),
                                             Mox::attribute<&PlainLabelList::label_>("label")};
   return table;
+}
+
+PlainLabelList::Own& PlainLabelList::own() {
+  contentHash_.reset();
+  if (!own_) {
+    auto own = std::make_unique<Own>();
+    own->adopt({label_.begin(), label_.end()});
+    own_ = std::move(own);
+  }
+  return *own_;
 }
 
 uint64_t PlainLabelList::contentHash() const {
@@ -25,12 +37,28 @@ Mox::AttributeTable const& PlainLabelListMap::attributeTable() const {
 
 PlainLabelList const* PlainLabelListMap::plainLabelList(GenSetKey key) const {
   auto const* item = plainLabelList_.get(key);
-  return item ? item->get() : nullptr;
+  return item ? *item : nullptr;
 }
 
 PlainLabelList& PlainLabelListMap::plainLabelListIs(GenSetKey key) {
-  return *Mox::lookupOrMake(plainLabelList_, key,
-                            [&] { return Mox::makePtr<PlainLabelList>(key); });
+  if (auto* known = plainLabelList_.get(key)) return **known;
+  PlainLabelList* const list = &lists_.emplace_back(key);
+  plainLabelList_.set(key, list);
+  return *list;
+}
+
+void PlainLabelListMap::plainLabelListsAre(std::span<GenSetKey const> keys,
+                                           std::span<uint32_t const> ends,
+                                           std::vector<PlainLabel> labels) {
+  MOX_ASSERT(lists_.empty() && keys.size() == ends.size());
+  labels_ = std::move(labels);
+  std::span<PlainLabel const> const all(labels_);
+  std::vector<std::pair<GenSetKey, PlainLabelList*>> byKey;
+  byKey.reserve(keys.size());
+  for (size_t i = 0, from = 0; i < keys.size(); from = ends[i++])
+    if (ends[i] > from)
+      byKey.emplace_back(keys[i], &lists_.emplace_back(keys[i], all.subspan(from, ends[i] - from)));
+  plainLabelList_.adopt(std::move(byKey));
 }
 
 Mox::AttributeTable const& EncodedLabelWithMaskList::attributeTable() const {

@@ -13,8 +13,10 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string_view>
 #include <tuple>
 
@@ -124,58 +126,75 @@ class EncodedComboLabel : public Mox::ValueType<EncodedComboLabel> {
   EncodedLabel dstLabel_;
 };
 
-/// The plain labels whose pieces make up one generic set, ascending.
+/// The plain labels whose pieces make up one generic set, ascending. Of many lists that are made at once the
+/// labels stand in one array of the map that owns them; a list that is changed takes them into its own.
 class NAXEL_EXPORT PlainLabelList : public Mox::Entity {
  public:
   explicit PlainLabelList(GenSetKey key) : key_(key) {}
+  /// A list of labels that stand elsewhere, ascending, for as long as it lives.
+  PlainLabelList(GenSetKey key, std::span<PlainLabel const> labels) : key_(key), label_(labels) {}
   std::string_view fwkType() const override { return "Naxel::PlainLabelList"; }
   Mox::AttributeTable const& attributeTable() const override;
 
   GenSetKey key() const { return key_; }
-  Mox::FlatSet<PlainLabel> const& label() const { return label_; }
+  /// Ends with the list, and with its next change.
+  Mox::FlatSetView<PlainLabel> const& label() const { return label_; }
   bool labelHas(PlainLabel l) const { return label_.contains(l); }
-  void labelIs(PlainLabel l) { change().insert(l); }
+  void labelIs(PlainLabel l) {
+    change([&](auto& own) { own.insert(l); });
+  }
   /// Takes over all labels at once, in any order.
-  void labelIs(std::vector<PlainLabel> all) { change().adopt(std::move(all)); }
-  void labelDel(PlainLabel l) { change().erase(l); }
-  void labelDelAll() { change().clear(); }
+  void labelIs(std::vector<PlainLabel> all) {
+    change([&](auto& own) { own.adopt(std::move(all)); });
+  }
+  void labelDel(PlainLabel l) {
+    change([&](auto& own) { own.erase(l); });
+  }
+  void labelDelAll() {
+    change([](auto& own) { own.clear(); });
+  }
 
   /// 64-bit hash of the labels, computed once after each change.
   uint64_t contentHash() const;
 
  private:
-  Mox::FlatSet<PlainLabel>& change() {
-    contentHash_.reset();
-    return label_;
+  using Own = Mox::FlatSet<PlainLabel>;
+  template <class F>
+  void change(F f) {
+    f(own());
+    label_ = *own_;
   }
+  Own& own();
 
   GenSetKey key_;
-  Mox::FlatSet<PlainLabel> label_;
+  Mox::FlatSetView<PlainLabel> label_;
+  std::unique_ptr<Own> own_;  // of a list that has been changed
   mutable std::optional<uint64_t> contentHash_;
 };
 
-/// The label lists of all sets of one transform, by ascending key.
+/// The label lists of all sets of one transform, by ascending key. They live as long as the map, and so do
+/// those that have been deleted from it.
 class NAXEL_EXPORT PlainLabelListMap : public Mox::Entity {
  public:
   std::string_view fwkType() const override { return "Naxel::PlainLabelListMap"; }
   Mox::AttributeTable const& attributeTable() const override;
 
-  Mox::FlatMap<GenSetKey, Mox::Ptr<PlainLabelList>> const& plainLabelList() const {
-    return plainLabelList_;
-  }
+  Mox::FlatMap<GenSetKey, PlainLabelList*> const& plainLabelList() const { return plainLabelList_; }
   /// The list of a set, or null.
   PlainLabelList const* plainLabelList(GenSetKey key) const;
   /// The list of a set, made without labels if absent.
   PlainLabelList& plainLabelListIs(GenSetKey key);
-  /// Takes over all lists at once.
-  void plainLabelListIs(Mox::FlatMap<GenSetKey, Mox::Ptr<PlainLabelList>> all) {
-    plainLabelList_ = std::move(all);
-  }
+  /// Makes all lists of an empty map at once: those of `keys`, which are ascending, end at `ends` among the
+  /// labels. A list without labels is not made.
+  void plainLabelListsAre(std::span<GenSetKey const> keys, std::span<uint32_t const> ends,
+                          std::vector<PlainLabel> labels);
   void plainLabelListDel(GenSetKey key) { plainLabelList_.erase(key); }
   void plainLabelListDelAll() { plainLabelList_.clear(); }
 
  private:
-  Mox::FlatMap<GenSetKey, Mox::Ptr<PlainLabelList>> plainLabelList_;
+  std::vector<PlainLabel> labels_;    // of the lists that were made at once
+  std::deque<PlainLabelList> lists_;  // which does not move them
+  Mox::FlatMap<GenSetKey, PlainLabelList*> plainLabelList_;
 };
 
 /// The value/mask pairs that match exactly the encoded labels of one generic set, together with the

@@ -11,10 +11,9 @@ namespace Naxel {
 namespace {
 
 /// The labels of a set; empty where the transform has no list for it.
-Mox::FlatSet<PlainLabel> const& labelsOf(XformStatus const& xform, GenSetKey key) {
-  static Mox::FlatSet<PlainLabel> const none;
+Mox::FlatSetView<PlainLabel> labelsOf(XformStatus const& xform, GenSetKey key) {
   PlainLabelList const* list = xform.plainLabelListMap()->plainLabelList(key);
-  return list ? list->label() : none;
+  return list ? list->label() : Mox::FlatSetView<PlainLabel>();
 }
 
 }  // namespace
@@ -140,7 +139,7 @@ uint64_t ComboLabelResolverSm::doComputeComboHash() const {
   Mox::HashSet<GenSetKey> dstSeen;
   auto const labels = [&](Mox::HashSet<GenSetKey>& seen, XformStatus const& xform, GenSetKey key) {
     if (!seen.insert(key)) return;
-    auto const& list = labelsOf(xform, key);
+    auto const list = labelsOf(xform, key);
     word(list.size());
     for (PlainLabel l : list) word(l.value());
   };
@@ -204,8 +203,8 @@ void ComboLabelResolverSm::doBuildComboLabelSet(GenSetKey src, GenSetKey dst) {
     status_->genSetUsageInfo()->refCountIs(known).valueInc(1);
     return;
   }
-  auto const& srcLabels = labelsOf(*comboLabelConfig().srcXform(), src);
-  auto const& dstLabels = labelsOf(*comboLabelConfig().dstXform(), dst);
+  auto const srcLabels = labelsOf(*comboLabelConfig().srcXform(), src);
+  auto const dstLabels = labelsOf(*comboLabelConfig().dstXform(), dst);
   // Before anything is made for the pair: a product has no bound, and memory has.
   countProduct(src, dst, uint64_t{srcLabels.size()} * dstLabels.size());
 

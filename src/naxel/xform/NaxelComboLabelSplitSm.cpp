@@ -1,7 +1,8 @@
 #include "naxel/xform/NaxelComboLabelSplitSm.h"
 
 #include "naxel/genset/FieldNames.h"
-#include "naxel/xform/PairCut.h"
+
+#include <utility>
 
 namespace Naxel {
 
@@ -22,8 +23,14 @@ std::string ComboLabelSplitSm::traceStr() const {
 std::string ComboLabelSplitSm::subject() const { return fieldName(status_->key()); }
 
 Mox::Ptr<GenSetKeyGroup> ComboLabelSplitSm::comboLabelToGenSetGrpMap(GenCombo const& combo) const {
-  auto const* group = comboLabelToGenSetGrpMap_.get(combo);
+  auto const* group = groupMap().get(combo);
   return group ? *group : nullptr;
+}
+
+ComboLabelSplitSm::GroupMap& ComboLabelSplitSm::groupMap() const {
+  if (!comboLabelToGenSetGrpMap_)
+    comboLabelToGenSetGrpMap_ = groupsOf(status_->comboToPlainLabelMap());
+  return *comboLabelToGenSetGrpMap_;
 }
 
 void ComboLabelSplitSm::doBuildWorkingSet() {
@@ -31,30 +38,44 @@ void ComboLabelSplitSm::doBuildWorkingSet() {
   workingSetIsKeysOf(comboLabelConfig().comboLabelInfo()->comboLabelSetColl());
 }
 
-namespace {
-
-PairSetViews viewsOf(ComboLabelInfo const& info, GenSetKeyGroup const& keys) {
-  PairSetViews views;
-  for (GenSetKey key : keys.keyGroup())
-    views.push_back({key, &info.comboLabelSetColl(key)->comboLabel()});
-  return views;
+PairSets ComboLabelSplitSm::sets() const {
+  return setsOf<ComboLabelSet>(comboLabelConfig().comboLabelInfo()->comboLabelSetColl());
 }
 
-}  // namespace
+std::optional<PairPieces> ComboLabelSplitSm::changedPieces(PairSets const& sets) const {
+  SetChanges<ComboLabelSet> const changes(sets_, sets);
+  auto const added = cutPairs(changes.added, limit());
+  if (!added) return std::nullopt;
+  return changePairs({status_->comboToPlainLabelMap().items(), groups(), *added, changes.moves},
+                     limit());
+}
 
 void ComboLabelSplitSm::doBuildSetGroup() {
   traceStep(8, "doBuildSetGroup");
-  groupsAre(comboLabelToGenSetGrpMap_,
-            cutPairs(viewsOf(*comboLabelConfig().comboLabelInfo(), *workingSet()), limit()));
+  PairSets sets = this->sets();
+  auto pieces = hasBasis() ? changedPieces(sets) : cutPairs(sets, limit());
+  doClearGroups();
+  if (!pieces) return overflowIs(true);
+  sets_ = std::move(sets);
+  items_ = groupsAre(std::move(*pieces));
 }
 
-PieceCount ComboLabelSplitSm::doCountGroups() {
-  return countPairPieces(viewsOf(*comboLabelConfig().comboLabelInfo(), *workingSet()));
-}
+PieceCount ComboLabelSplitSm::doCountGroups() { return countPairPieces(sets()); }
 
 void ComboLabelSplitSm::doAllocLabels() {
   traceStep(8, "doAllocLabels");
-  status_->comboToPlainLabelMapIs(labelsOf(comboLabelToGenSetGrpMap_));
+  ComboLabelSplitStatus::LabelMap labels;
+  labels.adopt(std::exchange(items_, {}));
+  status_->comboToPlainLabelMapIs(std::move(labels));
+  // From here on the groups are those of the labels, for whoever asks.
+  comboLabelToGenSetGrpMap_.reset();
+}
+
+void ComboLabelSplitSm::doClearGroups() {
+  XformSmBase::doClearGroups();
+  items_ = {};
+  sets_ = {};
+  comboLabelToGenSetGrpMap_.emplace();
 }
 
 Mox::Ptr<ComboLabelSplitSm> comboLabelSplitSmFactory(

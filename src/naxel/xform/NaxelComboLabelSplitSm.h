@@ -3,6 +3,7 @@
 /// The combo label split: cuts overlapping combination sets into disjoint groups of combinations
 /// (PairCut.h). The frame (reads, writes, skips, fails, order) is that of XformSmBase.
 
+#include "naxel/xform/PairCut.h"
 #include "naxel/xform/XformSmBase.h"
 
 namespace Naxel {
@@ -20,19 +21,17 @@ class NAXEL_EXPORT ComboLabelSplitSm : public XformSmBase {
   }
   ComboLabelSplitStatus& comboLabelStatus() const { return *status_; }
 
-  /// Each combination of the last run with the sets that hold it.
-  GroupMap const& comboLabelToGenSetGrpMap() const { return comboLabelToGenSetGrpMap_; }
+  /// Each combination of the last run with the sets that hold it, put together for the caller.
+  GroupMap const& comboLabelToGenSetGrpMap() const { return groupMap(); }
   Mox::Ptr<GenSetKeyGroup> comboLabelToGenSetGrpMap(GenCombo const& combo) const;
   void comboLabelToGenSetGrpMapIs(GenCombo const& combo, Mox::Ptr<GenSetKeyGroup> group) {
-    comboLabelToGenSetGrpMap_.set(combo, std::move(group));
+    groupMap().set(combo, std::move(group));
   }
   bool comboLabelToGenSetGrpMapHas(GenCombo const& combo) const {
-    return comboLabelToGenSetGrpMap_.contains(combo);
+    return groupMap().contains(combo);
   }
-  void comboLabelToGenSetGrpMapDel(GenCombo const& combo) {
-    comboLabelToGenSetGrpMap_.erase(combo);
-  }
-  void comboLabelToGenSetGrpMapDelAll() { comboLabelToGenSetGrpMap_.clear(); }
+  void comboLabelToGenSetGrpMapDel(GenCombo const& combo) { groupMap().erase(combo); }
+  void comboLabelToGenSetGrpMapDelAll() { comboLabelToGenSetGrpMap_.emplace(); }
 
   void doBuildWorkingSet() override;
   void doBuildSetGroup() override;
@@ -43,12 +42,18 @@ class NAXEL_EXPORT ComboLabelSplitSm : public XformSmBase {
   std::string subject() const override;
 
  protected:
-  void doClearGroups() override { comboLabelToGenSetGrpMap_ = {}; }
+  void doClearGroups() override;
   void doClearLabels() override { status_->comboToPlainLabelMapIs({}); }
 
  private:
+  GroupMap& groupMap() const;
+  PairSets sets() const;
+  std::optional<PairPieces> changedPieces(PairSets const& sets) const;
+
   Mox::Ptr<ComboLabelSplitStatus> status_;
-  GroupMap comboLabelToGenSetGrpMap_;
+  std::vector<ComboLabelSplitStatus::LabelMap::value_type> items_;  // of the run at hand
+  PairSets sets_;                                                   // of the last run
+  mutable std::optional<GroupMap> comboLabelToGenSetGrpMap_;        // asked for of the last run
 };
 NAXEL_EXPORT Mox::Ptr<ComboLabelSplitSm> comboLabelSplitSmFactory(
     Obel::ChipId chipId, Mox::Ptr<ComboLabelSplitConfig> config,

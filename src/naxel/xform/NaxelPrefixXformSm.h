@@ -3,16 +3,13 @@
 /// The prefix transform: cuts the addresses that the prefix sets of one family and side describe
 /// into disjoint pieces. The frame (reads, writes, skips, fails, order) is that of XformSmBase.
 ///
-/// How they are cut is said in PrefixCut.h.
+/// How they are cut is said in PrefixCut.h. The trie and its groups are there for whoever asks and for traces.
 
+#include "naxel/xform/PrefixCut.h"
 #include "naxel/xform/XformSmBase.h"
 #include "routing/TrieGen.h"
 
-#include <memory>
-
 namespace Naxel {
-
-class PrefixCut;
 
 class NAXEL_EXPORT NaxelPrefixXformSm : public XformSmBase {
  public:
@@ -21,7 +18,6 @@ class NAXEL_EXPORT NaxelPrefixXformSm : public XformSmBase {
   NaxelPrefixXformSm(Obel::ChipId chipId, Mox::Ptr<PrefixXformConfig> config,
                      Mox::Ptr<PrefixXformStatus> status,
                      Mox::Ptr<ChipHwCapability const> hwCapability);
-  ~NaxelPrefixXformSm() override;
 
   PrefixXformConfig const& prefixXformConfig() const { return configAs<PrefixXformConfig>(); }
   PrefixXformStatus& prefixXformStatus() const { return *status_; }
@@ -29,21 +25,18 @@ class NAXEL_EXPORT NaxelPrefixXformSm : public XformSmBase {
     return *prefixXformConfig().aggregatorInfo();
   }
 
-  /// The trie of the last run; null before it.
-  Mox::Ptr<Routing::TrieGen> const& trie() const { return trie_; }
+  /// The trie of the last run, put together for the caller; null before it and after trieDel().
+  Mox::Ptr<Routing::TrieGen> const& trie() const;
   /// Keeps the trie of that name and family, or makes a new one.
   Mox::Ptr<Routing::TrieGen> trieIs(Mox::Name const& name, Lumox::AddressFamily af);
-  void trieDel() { trie_ = nullptr; }
+  void trieDel();
 
-  /// For each prefix of the trie its group: before the walk the sets that name it, afterwards the
-  /// sets that contain it.
-  GroupMap const& prefixToGenSetGrp() const { return prefixToGenSetGrp_; }
+  /// For each prefix of the trie of the last run the sets that contain it, put together for the caller.
+  GroupMap const& prefixToGenSetGrp() const;
   Mox::Ptr<GenSetKeyGroup> prefixToGenSetGrp(Lumox::IpGenPrefix const& p) const;
-  void prefixToGenSetGrpIs(Lumox::IpGenPrefix const& p, Mox::Ptr<GenSetKeyGroup> group) {
-    prefixToGenSetGrp_.set(p, std::move(group));
-  }
-  void prefixToGenSetGrpDel(Lumox::IpGenPrefix const& p) { prefixToGenSetGrp_.erase(p); }
-  void prefixToGenSetGrpDelAll() { prefixToGenSetGrp_.clear(); }
+  void prefixToGenSetGrpIs(Lumox::IpGenPrefix const& p, Mox::Ptr<GenSetKeyGroup> group);
+  void prefixToGenSetGrpDel(Lumox::IpGenPrefix const& p);
+  void prefixToGenSetGrpDelAll() { prefixToGenSetGrp_.emplace(); }
 
   void doBuildWorkingSet() override;
   void doBuildSetGroup() override;
@@ -53,8 +46,9 @@ class NAXEL_EXPORT NaxelPrefixXformSm : public XformSmBase {
   std::string traceStr() const override;
   std::string subject() const override;
 
-  /// Seeds the groups with direct membership.
+  /// Puts in the place of the groups the sets that name each prefix.
   void doInitSetGroup();
+  /// Makes the trie of the prefixes that have a group.
   void doBuildTrie();
 
  protected:
@@ -64,16 +58,26 @@ class NAXEL_EXPORT NaxelPrefixXformSm : public XformSmBase {
  private:
   friend class UpdatePrefixSetListCallback;
 
+  PrefixSets sets() const;
+  std::optional<PrefixPieces> changedPieces(PrefixSets const& sets) const;
+  GroupMap& groupMap() const;
+  void traceGroups();
+
   Mox::Ptr<PrefixXformStatus> status_;
-  Mox::Ptr<Routing::TrieGen> trie_;
-  GroupMap prefixToGenSetGrp_;
-  std::unique_ptr<PrefixCut> cut_;  // of the run at hand
+  std::vector<PrefixXformStatus::LabelMap::value_type> items_;  // of the run at hand
+  PrefixSets sets_;                                             // of the last run
+  std::vector<uint32_t> namings_;                               // by node
+  // What has been asked for of the last run.
+  mutable Mox::Ptr<Routing::TrieGen> trie_;
+  mutable bool trieIsFilled_ = true;
+  mutable std::optional<GroupMap> prefixToGenSetGrp_;
 };
 NAXEL_EXPORT Mox::Ptr<NaxelPrefixXformSm> naxelPrefixXformSmFactory(
     Obel::ChipId chipId, Mox::Ptr<PrefixXformConfig> config, Mox::Ptr<PrefixXformStatus> status,
     Mox::Ptr<ChipHwCapability const> hwCapability);
 
-/// Completes the groups; sees every parent before its children, in the order of the prefixes.
+/// Completes the groups of a map in which each prefix has the sets that name it; sees every parent before its
+/// children.
 class UpdatePrefixSetListCallback : public Routing::TrieGenWalkCallback {
  public:
   explicit UpdatePrefixSetListCallback(NaxelPrefixXformSm& sm) : sm_(sm) {}
@@ -81,7 +85,6 @@ class UpdatePrefixSetListCallback : public Routing::TrieGenWalkCallback {
 
  private:
   NaxelPrefixXformSm& sm_;
-  size_t at_ = 0;  // position of the present node among all prefixes
 };
 
 /// Writes the trie and its groups to the trace.

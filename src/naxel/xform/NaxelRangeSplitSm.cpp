@@ -4,6 +4,7 @@
 #include "naxel/types/NaxelTrace.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Naxel {
 
@@ -23,23 +24,40 @@ std::string RangeSplitSm::traceStr() const {
 
 std::string RangeSplitSm::subject() const { return fieldName(status_->key()); }
 
-std::vector<RangePointInfo>::const_iterator RangeSplitSm::placeOf(uint16_t point) const {
-  return std::ranges::lower_bound(points_.points, point, {}, &RangePointInfo::point);
+namespace {
+
+auto placeOf(std::vector<RangePointInfo> const& points, uint16_t point) {
+  return std::ranges::lower_bound(points, point, {}, &RangePointInfo::point);
 }
 
+}  // namespace
+
 bool RangeSplitSm::rangePointInfoHas(uint16_t point) const {
-  auto const at = placeOf(point);
-  return at != points_.points.end() && at->point() == point;
+  auto const& all = rangePointInfo();
+  auto const at = placeOf(all, point);
+  return at != all.end() && at->point() == point;
 }
 
 RangePointInfo const& RangeSplitSm::rangePointInfoIs(uint16_t point) {
-  auto const at = placeOf(point);
-  if (at != points_.points.end() && at->point() == point) return *at;
-  return *points_.points.emplace(at, point, RangePointInfo::Keys(), RangePointInfo::Keys());
+  auto& all = points().points;
+  auto const at = placeOf(all, point);
+  if (at != all.end() && at->point() == point) return *at;
+  return *all.emplace(at, point, RangePointInfo::Keys(), RangePointInfo::Keys());
 }
 
 void RangeSplitSm::rangePointInfoDel(uint16_t point) {
-  if (rangePointInfoHas(point)) points_.points.erase(placeOf(point));
+  auto& all = points().points;
+  if (rangePointInfoHas(point)) all.erase(placeOf(all, point));
+}
+
+RangePoints& RangeSplitSm::points() const {
+  if (!points_) points_ = rangePoints(sets());
+  return *points_;
+}
+
+RangeSplitSm::GroupMap& RangeSplitSm::groupMap() const {
+  if (!rangeElemToGenSetGrp_) rangeElemToGenSetGrp_ = groupsOf(status_->rangeToPlainLabelMap());
+  return *rangeElemToGenSetGrp_;
 }
 
 void RangeSplitSm::doBuildWorkingSet() {
@@ -47,36 +65,63 @@ void RangeSplitSm::doBuildWorkingSet() {
   workingSetIsKeysOf(rangeSplitConfig().aggregatorInfo()->rangeSetColl());
 }
 
+RangeSets RangeSplitSm::sets() const {
+  return setsOf<RangeSet>(rangeSplitConfig().aggregatorInfo()->rangeSetColl());
+}
+
 void RangeSplitSm::doCreateRangePoints() {
   traceStep(8, "doCreateRangePoints");
-  RangeSetViews sets;
-  for (auto const& [key, set] : rangeSplitConfig().aggregatorInfo()->rangeSetColl())
-    sets.push_back({key, &set->range()});
-  points_ = rangePoints(sets);
+  points_ = rangePoints(sets());
+}
+
+std::optional<RangePieces> RangeSplitSm::changedPieces(RangeSets const& sets) const {
+  SetChanges<RangeSet> const changes(sets_, sets);
+  auto const added = sweepRanges(changes.added, limit());
+  if (!added) return std::nullopt;
+  return changeRanges({status_->rangeToPlainLabelMap().items(), cuts_, groups(), changes.removed,
+                       *added, changes.moves},
+                      limit());
 }
 
 void RangeSplitSm::doBuildSetGroup() {
   traceStep(8, "doBuildSetGroup");
-  doCreateRangePoints();
-  SweepSteps const traced{
-      [&](uint32_t point) { traceStep(6, "doBuildSetGroup") << " RangePoint: " << point; },
-      [&](uint32_t first, uint32_t last) {
-        traceStep(6, "doBuildSetGroup") << " Creating range: ( " << first << ", " << last << " )";
-      }};
-  groupsAre(rangeElemToGenSetGrp_,
-            sweepRanges(points_.points, limit(), naxelTrace().on(6) ? &traced : nullptr));
+  traceStep(8, "doCreateRangePoints");
+  RangeSets sets = this->sets();
+  if (naxelTrace().on(6)) {
+    SweepSteps const traced{
+        [&](uint32_t point) { traceStep(6, "doBuildSetGroup") << " RangePoint: " << point; },
+        [&](uint32_t first, uint32_t last) {
+          traceStep(6, "doBuildSetGroup") << " Creating range: ( " << first << ", " << last << " )";
+        }};
+    sweepRanges(sets, limit(), &traced);
+  }
+  auto pieces = hasBasis() ? changedPieces(sets) : sweepRanges(sets, limit());
+  doClearGroups();
+  if (!pieces) return overflowIs(true);
+  sets_ = std::move(sets);
+  cuts_ = std::move(pieces->cuts);
+  items_ = groupsAre(std::move(*pieces));
 }
 
-PieceCount RangeSplitSm::doCountGroups() { return countRangePieces(points_.points); }
+PieceCount RangeSplitSm::doCountGroups() { return countRangePieces(sets()); }
 
 void RangeSplitSm::doAllocLabels() {
   traceStep(8, "doAllocLabels");
-  status_->rangeToPlainLabelMapIs(labelsOf(rangeElemToGenSetGrp_));
+  RangeSplitStatus::LabelMap labels;
+  labels.adopt(std::exchange(items_, {}));
+  status_->rangeToPlainLabelMapIs(std::move(labels));
+  // From here on they are those of the labels, for whoever asks.
+  points_.reset();
+  rangeElemToGenSetGrp_.reset();
 }
 
-void RangeSplitSm::doClearLabels() {
-  rangePointInfoDelAll();
-  status_->rangeToPlainLabelMapIs({});
+void RangeSplitSm::doClearGroups() {
+  XformSmBase::doClearGroups();
+  items_ = {};
+  sets_ = {};
+  cuts_ = {};
+  points_.emplace();
+  rangeElemToGenSetGrp_.emplace();
 }
 
 Mox::Ptr<RangeSplitSm> rangeSplitSmFactory(Obel::ChipId chipId, Mox::Ptr<RangeSplitConfig> config,

@@ -11,7 +11,7 @@ namespace Naxel {
 
 class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
  public:
-  using GroupMap = RangePieces;
+  using GroupMap = Mox::FlatMap<RangeSetElem, Mox::Ptr<GenSetKeyGroup>>;
 
   RangeSplitSm(Obel::ChipId chipId, Mox::Ptr<RangeSplitConfig> config,
                Mox::Ptr<RangeSplitStatus> status, Mox::Ptr<ChipHwCapability const> hwCapability);
@@ -19,20 +19,20 @@ class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
   RangeSplitConfig const& rangeSplitConfig() const { return configAs<RangeSplitConfig>(); }
   RangeSplitStatus& rangeSplitStatus() const { return *status_; }
 
-  /// The boundary points of the last run, ascending.
-  std::vector<RangePointInfo> const& rangePointInfo() const { return points_.points; }
+  /// The boundary points of the last run, ascending, put together for the caller.
+  std::vector<RangePointInfo> const& rangePointInfo() const { return points().points; }
   /// The point of that value, made without keys if absent.
   RangePointInfo const& rangePointInfoIs(uint16_t point);
   bool rangePointInfoHas(uint16_t point) const;
   void rangePointInfoDel(uint16_t point);
-  void rangePointInfoDelAll() { points_ = {}; }
-  /// Each elementary range of the last run with its group.
-  GroupMap const& rangeElemToGenSetGrp() const { return rangeElemToGenSetGrp_; }
+  void rangePointInfoDelAll() { points_.emplace(); }
+  /// Each elementary range of the last run with its group, put together for the caller.
+  GroupMap const& rangeElemToGenSetGrp() const { return groupMap(); }
   void rangeElemToGenSetGrpIs(RangeSetElem const& e, Mox::Ptr<GenSetKeyGroup> group) {
-    rangeElemToGenSetGrp_.set(e, std::move(group));
+    groupMap().set(e, std::move(group));
   }
-  void rangeElemToGenSetGrpDel(RangeSetElem const& e) { rangeElemToGenSetGrp_.erase(e); }
-  void rangeElemToGenSetGrpDelAll() { rangeElemToGenSetGrp_.clear(); }
+  void rangeElemToGenSetGrpDel(RangeSetElem const& e) { groupMap().erase(e); }
+  void rangeElemToGenSetGrpDelAll() { rangeElemToGenSetGrp_.emplace(); }
 
   void doBuildWorkingSet() override;
   void doBuildSetGroup() override;
@@ -45,15 +45,22 @@ class NAXEL_EXPORT RangeSplitSm : public XformSmBase {
   void doCreateRangePoints();
 
  protected:
-  void doClearGroups() override { rangeElemToGenSetGrp_ = {}; }
-  void doClearLabels() override;
+  void doClearGroups() override;
+  void doClearLabels() override { status_->rangeToPlainLabelMapIs({}); }
 
  private:
-  std::vector<RangePointInfo>::const_iterator placeOf(uint16_t point) const;
+  RangeSets sets() const;
+  std::optional<RangePieces> changedPieces(RangeSets const& sets) const;
+  RangePoints& points() const;
+  GroupMap& groupMap() const;
 
   Mox::Ptr<RangeSplitStatus> status_;
-  RangePoints points_;
-  GroupMap rangeElemToGenSetGrp_;
+  std::vector<RangeSplitStatus::LabelMap::value_type> items_;  // of the run at hand
+  RangeSets sets_;                                             // of the last run
+  RangeCuts cuts_;
+  // What has been asked for of the last run.
+  mutable std::optional<RangePoints> points_ = RangePoints();
+  mutable std::optional<GroupMap> rangeElemToGenSetGrp_;
 };
 NAXEL_EXPORT Mox::Ptr<RangeSplitSm> rangeSplitSmFactory(
     Obel::ChipId chipId, Mox::Ptr<RangeSplitConfig> config, Mox::Ptr<RangeSplitStatus> status,

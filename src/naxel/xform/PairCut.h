@@ -15,27 +15,32 @@
 
 #include "naxel/genset/GenSet.h"
 #include "naxel/xform/PieceCount.h"
+#include "naxel/xform/PieceOverlay.h"
 
 #include <optional>
-#include <vector>
 
 namespace Naxel {
 
-/// A set as the cut reads it.
-struct PairSetView {
-  GenSetKey key;
-  Mox::FlatSet<GenCombo> const* pairs;
-};
 /// By ascending key.
-using PairSetViews = std::vector<PairSetView>;
+using PairSets = std::vector<Mox::Ptr<ComboLabelSet const>>;
 
 /// The pieces: each pair with the sets that hold it.
-using PairPieces = Mox::FlatMap<GenCombo, Mox::Ptr<GenSetKeyGroup>>;
+using PairPieces = Pieces<GenCombo>;
 
 /// All pieces; none where their groups exceed the limit.
-std::optional<PairPieces> cutPairs(PairSetViews const& sets, PieceCount const& limit);
+std::optional<PairPieces> cutPairs(PairSets const& sets, PieceCount const& limit);
+
+/// The pieces after a change: those before it, the pieces of the sets that have come, and where sets stand now.
+/// None where they exceed the limit. O(pieces).
+struct PairChange {
+  std::vector<std::pair<GenCombo, PlainLabel>> const& old;
+  PieceGroups const& groups;
+  PairPieces const& added;
+  SetMoves const& moves;
+};
+std::optional<PairPieces> changePairs(PairChange const& change, PieceCount const& limit);
 
 /// How many distinct groups the pieces have, and how many sets are in them, found without keeping any.
-PieceCount countPairPieces(PairSetViews const& sets);
+PieceCount countPairPieces(PairSets const& sets);
 
 }  // namespace Naxel

@@ -1,10 +1,9 @@
 #pragma once
 
 /// Counts distinct pieces beyond the number that can be used, for the message that says how many are
-/// needed. A piece is told by a hash of 64 bits under the secret of the process, so the count may be
+/// needed. A piece is told by the sum of hashOfSet() over its sets, so the count may be
 /// one too low once in some million million runs; nothing else depends on it.
 
-#include "mox/KeyedHash.h"
 #include "naxel/xform/PieceCount.h"
 
 #include <algorithm>
@@ -23,7 +22,6 @@ class PieceCounter {
     if (seen_.size() == seen_.capacity()) settle();
     seen_.push_back({group, sets});
   }
-  void add(Mox::KeyedSetHash const& group, size_t sets) { add(group.value(), sets); }
   /// Distinct pieces so far.
   PieceCount distinct() {
     settle();

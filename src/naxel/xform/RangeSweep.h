@@ -14,14 +14,14 @@
 /// active or not: without that the end of the first would deactivate the second. Ranges that only touch stay
 /// apart.
 ///
-/// Cost. Sorting the points; between two elements only the sets count that come and go (PieceGroups.h).
+/// Cost. Sorting the points; between two elements only the sets count that come and go (PieceLabels.h).
 
 #include "naxel/genset/GenSet.h"
 #include "naxel/xform/PieceCount.h"
+#include "naxel/xform/PieceOverlay.h"
 
 #include <functional>
 #include <optional>
-#include <span>
 
 namespace Naxel {
 
@@ -49,21 +49,25 @@ struct RangePoints {
   std::vector<RangePointInfo> points;
 };
 
-/// A set as the sweep reads it.
-struct RangeSetView {
-  GenSetKey key;
-  Mox::FlatSet<RangeSetElem> const* ranges;
-};
 /// By ascending key.
-using RangeSetViews = std::vector<RangeSetView>;
+using RangeSets = std::vector<Mox::Ptr<RangeSet const>>;
+
+/// A value that ranges of sets begin with or stand right before, and how many do, those of one set that overlap
+/// taken for one.
+struct RangeCut {
+  uint32_t value;  // up to 65536
+  uint32_t ranges;
+  friend bool operator==(RangeCut const&, RangeCut const&) = default;
+};
+/// Ascending.
+using RangeCuts = std::vector<RangeCut>;
 
 /// The pieces: each elementary range with the sets that hold its values.
-using RangePieces = Mox::FlatMap<RangeSetElem, Mox::Ptr<GenSetKeyGroup>>;
+struct RangePieces : Pieces<RangeSetElem> {
+  RangeCuts cuts;
+};
 
-/// The ranges of a set with those that overlap merged, ascending.
-std::vector<RangeSetElem> mergeOverlapping(Mox::FlatSet<RangeSetElem> const& ranges);
-
-RangePoints rangePoints(RangeSetViews const& sets);
+RangePoints rangePoints(RangeSets const& sets);
 
 /// Is told of the sweep's steps, in their order; for traces.
 struct SweepSteps {
@@ -71,12 +75,23 @@ struct SweepSteps {
   std::function<void(uint32_t first, uint32_t last)> piece;
 };
 
-/// All pieces; none where they exceed the limit. Ends the process where the points are not those of ranges,
-/// so that a set stays active behind the last.
-std::optional<RangePieces> sweepRanges(std::vector<RangePointInfo> const& points,
-                                       PieceCount const& limit, SweepSteps const* steps = nullptr);
+/// All pieces; none where they exceed the limit.
+std::optional<RangePieces> sweepRanges(RangeSets const& sets, PieceCount const& limit,
+                                       SweepSteps const* steps = nullptr);
+
+/// The pieces after a change: those before it, the sets that have gone, the pieces of those that have come, and
+/// where sets stand now. None where they exceed the limit. O(pieces).
+struct RangeChange {
+  std::vector<std::pair<RangeSetElem, PlainLabel>> const& old;
+  RangeCuts const& cuts;
+  PieceGroups const& groups;
+  RangeSets const& removed;
+  RangePieces const& added;
+  SetMoves const& moves;
+};
+std::optional<RangePieces> changeRanges(RangeChange const& change, PieceCount const& limit);
 
 /// How many distinct groups the pieces have, and how many sets are in them, found without keeping any.
-PieceCount countRangePieces(std::vector<RangePointInfo> const& points);
+PieceCount countRangePieces(RangeSets const& sets);
 
 }  // namespace Naxel

@@ -20,8 +20,41 @@ void XformSmBase::handleInitialized() {
 }
 
 Mox::Ptr<GenSetKeyGroupDeduper> const& XformSmBase::xformSetGroupDeduperIs() {
-  if (!xformSetGroupDeduper_) xformSetGroupDeduper_ = Mox::makePtr<GenSetKeyGroupDeduper>();
+  if (!xformSetGroupDeduper_) {
+    xformSetGroupDeduper_ = Mox::makePtr<GenSetKeyGroupDeduper>();
+    deduperIsFilled_ = false;
+  }
+  return xformSetGroupDeduper();
+}
+
+std::vector<Mox::Ptr<GenSetKeyGroup>> XformSmBase::groupObjects() const {
+  std::vector<Mox::Ptr<GenSetKeyGroup>> out;
+  out.reserve(groups_.size());
+  for (uint32_t label = 1; label <= groups_.size(); ++label) {
+    std::vector<GenSetKey> keys;
+    keys.reserve(groups_.of(label).size());
+    for (uint32_t set : groups_.of(label)) keys.push_back(groupKeys_->keyGroup()[set]);
+    out.push_back(genSetKeyGroupFactory());
+    out.back()->keyGroupIs(std::move(keys));
+  }
+  return out;
+}
+
+Mox::Ptr<GenSetKeyGroupDeduper> const& XformSmBase::xformSetGroupDeduper() const {
+  if (xformSetGroupDeduper_ && !deduperIsFilled_) {
+    xformSetGroupDeduper_->clear();
+    // They differ, so that each gets the next label.
+    for (auto const& group : groupObjects()) xformSetGroupDeduper_->addGroup(group);
+    xformSetGroupDeduper_->settle();
+    deduperIsFilled_ = true;
+  }
   return xformSetGroupDeduper_;
+}
+
+void XformSmBase::doClearGroups() {
+  groups_ = {};
+  if (deduperIsFilled_ && xformSetGroupDeduper_) xformSetGroupDeduper_->clear();
+  deduperIsFilled_ = false;
 }
 
 Mox::TraceLine XformSmBase::traceStep(int level, char const* step) const {
@@ -44,7 +77,14 @@ StageSm::Look XformSmBase::doLook() {
     traceStep(6, "doStartKick") << ": Unchanged working set, skipping";
     return {Look::At::unchanged};
   }
+  // Before what is remembered is dropped for the work.
+  hasBasis_ = xformStatus_ && keptStamp_ == xformStatus_->stamp();
   return {Look::At::work};
+}
+
+void XformSmBase::doRemember() noexcept {
+  lastComputedKickTimeIs(config()->kickTime());
+  keptStamp_ = xformStatus_->stamp();
 }
 
 void XformSmBase::doClearOutput() {
@@ -69,6 +109,7 @@ std::optional<std::string> XformSmBase::doWork() {
   groupLimit_ = (size_t{1} << xformWidth()) - 1;
   overflow_ = false;
   doBuildSetGroup();
+  groupKeys_ = workingSet_;
   PieceCount needed;
   if (overflow_) {
     // The memory is given back before the count, which needs some itself.
@@ -77,8 +118,7 @@ std::optional<std::string> XformSmBase::doWork() {
   } else {
     doAllocLabels();
     doUpdatePlainLabelMap();
-    xformSetGroupDeduperIs()->settle();
-    needed.pieces = xformSetGroupDeduper_->dedupedGenSetKeyGroup().size();
+    needed.pieces = groups_.size();
   }
   if (overflow_ || needed.pieces > groupLimit_) {
     std::string const reason = refusal(needed);
@@ -111,8 +151,9 @@ void XformSmBase::membershipLimitIs(size_t v) {
 bool XformSmBase::hasWorkingSetChanged() {
   traceStep(8, "hasWorkingSetChanged");
   doBuildWorkingSet();
-  bool const same = previousWorkingSet_ && previousWidth_ == xformWidth() &&
-                    previousWorkingSet_->isEqual(workingSet_);
+  bool const same =
+      previousWorkingSet_ && previousWidth_ == xformWidth() &&
+      (previousWorkingSet_ == workingSet_ || previousWorkingSet_->isEqual(workingSet_));
   // The same sets under another width are another task: what was too many may fit now, or the other way
   // round.
   previousWidth_ = xformWidth();
@@ -122,33 +163,22 @@ bool XformSmBase::hasWorkingSetChanged() {
 
 void XformSmBase::doUpdatePlainLabelMap() {
   traceStep(8, "doUpdatePlainLabelMap");
-  // The keys of all groups are among those of the working set. Labels come in ascending order, so
-  // every list is filled in order.
-  std::vector<GenSetKey> const& keys = workingSet_->keyGroup().items();
-  KeyPlaces const places(keys);
-  auto const forEachMember = [&](auto f) {
-    for (auto const& [obj, label] : xformSetGroupDeduper_->dedupedGenSetKeyGroup())
-      for (GenSetKey key : static_cast<GenSetKeyGroup const&>(*obj).keyGroup())
-        f(places.at(key), label);
-  };
-  // Counted first, so that every list is allocated once and at its size: together the lists are the largest
-  // thing that a transform publishes.
-  std::vector<uint32_t> sizes(keys.size());
-  forEachMember([&](size_t place, PlainLabel) { ++sizes[place]; });
-  std::vector<std::vector<PlainLabel>> lists(keys.size());
-  for (size_t i = 0; i < keys.size(); ++i) lists[i].reserve(sizes[i]);
-  forEachMember([&](size_t place, PlainLabel label) { lists[place].push_back(label); });
-  Mox::FlatMap<GenSetKey, Mox::Ptr<PlainLabelList>> all;
-  all.reserve(keys.size());
-  for (size_t i = 0; i < keys.size(); ++i) {
-    // Absence is how a set that covers nothing is told from one that has labels.
-    if (lists[i].empty()) continue;
-    auto list = Mox::makePtr<PlainLabelList>(keys[i]);
-    list->labelIs(std::move(lists[i]));
-    all.set(keys[i], std::move(list));
-  }
+  // Turned over in two passes: sets are counted first, so that each knows where its labels stand. Labels come in
+  // ascending order, so every list is filled in order.
+  std::vector<GenSetKey> const& keys = groupKeys_->keyGroup().items();
+  std::vector<uint32_t> ends(keys.size());
+  for (uint32_t label = 1; label <= groups_.size(); ++label)
+    for (uint32_t set : groups_.of(label)) ++ends[set];
+  uint32_t begin = 0;
+  for (uint32_t& end : ends) begin += std::exchange(end, begin);
+  std::vector<PlainLabel> labels(groups_.memberships());
+  // Where a list begins becomes where it ends.
+  for (uint32_t label = 1; label <= groups_.size(); ++label)
+    for (uint32_t set : groups_.of(label)) labels[ends[set]++] = PlainLabel(label);
   auto map = Mox::makePtr<PlainLabelListMap>();
-  map->plainLabelListIs(std::move(all));
+  // A list that would be empty is not there: absence is how a set that covers nothing is told from one that
+  // has labels.
+  map->plainLabelListsAre(keys, ends, std::move(labels));
   xformStatus_->plainLabelListMapIs(std::move(map));
 }
 

@@ -14,6 +14,8 @@
 ///          together than membershipLimit(). Beyond either they are only counted, so that the reason
 ///          can say how many it would take.
 /// Off      where the chip gives the transform no width; then nothing is published.
+/// Changes  of a run that succeeded the sets, their groups and the output are the basis of the next one, which
+///          cuts what has come and lays it over what is left (PieceOverlay.h).
 /// Order    groups are numbered in the natural order of the items: plain labels depend on the
 ///          content of the sets alone, not on earlier kicks.
 ///
@@ -26,6 +28,10 @@
 #include "naxel/loader/HwCapability.h"
 #include "naxel/xform/NaxelXformTypes.h"
 #include "naxel/xform/PieceCount.h"
+#include "naxel/xform/Pieces.h"
+
+#include <algorithm>
+#include <optional>
 
 namespace Naxel {
 
@@ -35,10 +41,9 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
               Mox::Ptr<ChipHwCapability const> hwCapability);
 
   Mox::Ptr<ChipHwCapability const> const& hwCapability() const { return hwCapability_; }
-  /// Numbers the groups of the present run; null after xformSetGroupDeduperDel().
-  Mox::Ptr<GenSetKeyGroupDeduper> const& xformSetGroupDeduper() const {
-    return xformSetGroupDeduper_;
-  }
+  /// The groups of the last run with their labels, put together for the caller; null after
+  /// xformSetGroupDeduperDel().
+  Mox::Ptr<GenSetKeyGroupDeduper> const& xformSetGroupDeduper() const;
   /// Makes it, or returns the one there is.
   Mox::Ptr<GenSetKeyGroupDeduper> const& xformSetGroupDeduperIs();
   void xformSetGroupDeduperDel() { xformSetGroupDeduper_ = nullptr; }
@@ -67,7 +72,7 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
   /// Number and size of the distinct groups, found without keeping them. Called after an overflow,
   /// whose groups are of no use any more and have been cleared.
   virtual PieceCount doCountGroups() { return {}; }
-  /// Gives the groups their labels and publishes the map from item to label.
+  /// Publishes the map from item to label.
   virtual void doAllocLabels() {}
   /// Bits of a label; 0 when the transform is not enabled on this chip.
   virtual uint32_t xformWidth() const { return 0; }
@@ -81,51 +86,68 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
   /// Reads the present set keys and compares them with those of the last run. Remembers the present ones
   /// where they differ, so a second call says false.
   bool hasWorkingSetChanged();
-  /// Publishes the label list of every set, from the groups that have been labelled. Costs the memberships
-  /// of all groups.
+  /// Publishes the label list of every set, from the groups. Costs the memberships of all groups.
   void doUpdatePlainLabelMap();
 
  protected:
-  /// Drops the groups that a run has built.
-  virtual void doClearGroups() {}
+  /// Drops the groups that a run has built. Overriders call it.
+  virtual void doClearGroups();
   /// Empties the map from item to label.
   virtual void doClearLabels() {}
-  void doForget() noexcept override { previousWorkingSet_ = nullptr; }
+  void doForget() noexcept override {
+    previousWorkingSet_ = nullptr;
+    keptStamp_ = 0;
+  }
   Look doLook() final;
   std::optional<std::string> doWork() final;
-  void doRemember() noexcept final { lastComputedKickTimeIs(config()->kickTime()); }
+  void doRemember() noexcept final;
   void doClearOutput() final;
 
-  /// Takes the pieces of a run over, or notes that they were too many.
-  template <class Pieces>
-  void groupsAre(Pieces& groups, std::optional<Pieces> pieces) {
-    overflowIs(!pieces);
-    groups = pieces ? std::move(*pieces) : Pieces();
+  /// Takes over the groups of a run, whose sets are places in the working set. Returns each item with its label.
+  template <class Item>
+  std::vector<std::pair<Item, PlainLabel>> groupsAre(Pieces<Item>&& pieces) {
+    groups_ = std::move(pieces.groups);
+    return std::move(pieces.items);
   }
   /// Makes the keys of a collection of sets the working set.
   template <class Coll>
   void workingSetIsKeysOf(Coll const& coll) {
+    // Mostly they are those of the last run, and then the object is shared.
+    if (previousWorkingSet_ && previousWorkingSet_->keyGroups() == coll.size()) {
+      auto at = previousWorkingSet_->keyGroup().begin();
+      auto const differs = [&](auto const& item) { return item.first != *at++; };
+      if (std::ranges::find_if(coll, differs) == coll.end())
+        return workingSetIs(previousWorkingSet_);
+    }
     auto group = genSetKeyGroupFactory();
     group->keyGroupIs(keysOf(coll));
     workingSetIs(std::move(group));
   }
-  /// Labels groups afresh, in the order of their items; returns each item with its group's label.
+  /// The sets of a collection in ascending order of their keys, in which they stand as long as keys are given
+  /// out rising.
+  template <class Set, class Coll>
+  static std::vector<Mox::Ptr<Set const>> setsOf(Coll const& coll) {
+    std::vector<Mox::Ptr<Set const>> sets;
+    sets.reserve(coll.size());
+    for (auto const& [key, set] : coll) sets.push_back(set);
+    auto const less = [](auto const& a, auto const& b) { return a->key() < b->key(); };
+    if (!std::ranges::is_sorted(sets, less)) std::ranges::sort(sets, less);
+    return sets;
+  }
+  /// Whether the published output, groups() and all that a stage keeps of its sets are those of the last run,
+  /// which has succeeded: then the run at hand may start from there.
+  bool hasBasis() const { return hasBasis_; }
+  /// The groups of the last run, by label; their sets are places in the working set of that run.
+  PieceGroups const& groups() const { return groups_; }
+  /// Each item of the last run with its group, put together for the caller. Items of one label share one.
   template <class Item>
-  Mox::FlatMap<Item, PlainLabel> labelsOf(
-      Mox::FlatMap<Item, Mox::Ptr<GenSetKeyGroup>> const& groups) {
-    GenSetKeyGroupDeduper& deduper = *xformSetGroupDeduperIs();
-    deduper.clear();
-    Mox::FlatMap<Item, PlainLabel> labels;
-    labels.reserve(groups.size());
-    GenSetKeyGroup const* last = nullptr;
-    PlainLabel label;
-    for (auto const& [item, group] : groups) {
-      // Neighbours are often of one group, and groups are interned: equal content is the same object.
-      if (group.get() != last) label = deduper.addGroup(group);
-      last = group.get();
-      labels.set(item, label);
-    }
-    return labels;
+  Mox::FlatMap<Item, Mox::Ptr<GenSetKeyGroup>> groupsOf(
+      Mox::FlatMap<Item, PlainLabel> const& labels) const {
+    std::vector<Mox::Ptr<GenSetKeyGroup>> const groups = groupObjects();
+    Mox::FlatMap<Item, Mox::Ptr<GenSetKeyGroup>> out;
+    out.reserve(labels.size());
+    for (auto const& [item, label] : labels) out.set(item, groups.at(label.value() - 1));
+    return out;
   }
 
   /// The most distinct groups, and sets in them, of a run.
@@ -139,13 +161,20 @@ class NAXEL_EXPORT XformSmBase : public StageSm {
  private:
   void handleInitialized();
   std::string refusal(PieceCount const& needed) const;
+  /// By label, from the first on.
+  std::vector<Mox::Ptr<GenSetKeyGroup>> groupObjects() const;
 
   Mox::Ptr<ChipHwCapability const> hwCapability_;
   Mox::Ptr<GenSetKeyGroupDeduper> xformSetGroupDeduper_;
+  mutable bool deduperIsFilled_ = false;  // with the groups below
+  PieceGroups groups_;
+  Mox::Ptr<GenSetKeyGroup> groupKeys_;  // of the sets in them
   Mox::Ptr<GenSetKeyGroup> workingSet_;
   Mox::Ptr<GenSetKeyGroup> previousWorkingSet_;
   Mox::Seconds lastComputedKickTime_ = 0;
   XformStatus* xformStatus_;
+  Mox::Stamp keptStamp_ = 0;  // of the output of the last run; 0 where it did not succeed
+  bool hasBasis_ = false;
   uint32_t previousWidth_ = 0;
   size_t groupLimit_ = 0;
   size_t membershipLimit_ = size_t{1} << 26;

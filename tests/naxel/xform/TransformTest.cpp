@@ -35,13 +35,49 @@ void expectPieces(std::map<Item, Keys> const& wanted, PieceCount const& counted,
   auto const pieces = cut(needed);
   ASSERT_TRUE(pieces);
   std::map<Item, Keys> found;
-  std::set<GenSetKeyGroup const*> objects;
-  for (auto const& [item, group] : *pieces) {
-    found[item] = {group->keyGroup().begin(), group->keyGroup().end()};
-    objects.insert(group.get());
+  uint32_t labels = 0;
+  for (auto const& [item, label] : pieces->items) {
+    EXPECT_LE(label.value(), labels + 1) << "not in the order in which they come";
+    labels = std::max(labels, label.value());
+    Keys& keys = found[item];
+    for (uint32_t set : pieces->groups.of(label.value())) keys.insert(GenSetKey(set * 3 + 1));
   }
   EXPECT_EQ(found, wanted);
-  EXPECT_EQ(objects.size(), groups.size());
+  EXPECT_EQ(labels, groups.size());
+}
+
+/// Sets that come and go: what they make of the pieces before is what a cut makes of the sets that there are.
+template <class Set, class Cut, class Change>
+void expectChanged(Dice& dice, std::vector<Mox::Ptr<Set const>> const& sets, Cut cut,
+                   Change change) {
+  std::vector<Mox::Ptr<Set const>> then, now;
+  uint64_t const kinds =
+      dice.between(2, 9);  // the third and all behind it are there before and after
+  for (auto const& set : sets) {
+    uint64_t const kind = dice.below(kinds);
+    if (kind != 0) then.push_back(set);
+    if (kind != 1) now.push_back(set);
+  }
+  PieceCount const any{1 << 20, 1 << 20};
+  auto const old = *cut(then, any);
+  SetChanges<Set> const changes(then, now);
+  auto const added = *cut(changes.added, any);
+  auto const wanted = *cut(now, any);
+  auto const found = *change(old, changes, added, any);
+  EXPECT_EQ(found.items, wanted.items);
+  EXPECT_EQ(found.groups, wanted.groups);
+  if constexpr (requires { old.namings; }) {
+    EXPECT_EQ(found.namings, wanted.namings);
+  }
+  if constexpr (requires { old.cuts; }) {
+    EXPECT_EQ(found.cuts, wanted.cuts);
+  }
+  PieceCount const needed{wanted.groups.size(), wanted.groups.memberships()};
+  EXPECT_TRUE(change(old, changes, added, needed));
+  EXPECT_TRUE(!needed.pieces ||
+              !change(old, changes, added, {needed.pieces - 1, needed.memberships}));
+  EXPECT_TRUE(!needed.memberships ||
+              !change(old, changes, added, {needed.pieces, needed.memberships - 1}));
 }
 
 TEST(Transform, APieceIsWhatTheSameSetsHold) {
@@ -52,73 +88,90 @@ TEST(Transform, APieceIsWhatTheSameSetsHold) {
     auto const af = round % 2 ? Lumox::ipv6() : Lumox::ipv4();
     // Sets that hold everything, so that the change from piece to piece is small against a group.
     size_t const wide = round % 8 < 2 ? 80 : 0;
-    struct Set {
-      Mox::FlatSet<IpGenPrefix> members, exceptions;
-      Mox::FlatSet<RangeSetElem> ranges;
-      Mox::FlatSet<GenCombo> pairs;
-    };
-    std::vector<Set> sets(wide + dice.between(1, 20));
-    PrefixSetViews prefixSets;
-    RangeSetViews rangeSets;
-    PairSetViews pairSets;
+    PrefixSets prefixSets;
+    RangeSets rangeSets;
+    PairSets pairSets;
     std::map<IpGenPrefix, Keys> byPrefix;
     std::map<RangeSetElem, Keys> byRange;
     std::map<GenCombo, Keys> byPair;
-    for (Set& set : sets) {
+    for (uint64_t left = wide + dice.between(1, 20); left > 0; --left) {
       GenSetKey const key(prefixSets.size() * 3 + 1);
+      auto const prefixes = Mox::makePtr<PrefixSet>(key);
+      auto const ranges = Mox::makePtr<RangeSet>(key, RangeSetType::srcPort);
+      auto const pairs = Mox::makePtr<ComboLabelSet>(key, ComboLabelSetType::srcDstL4Port);
       auto const rule = Mox::makePtr<RuleConfig>("r");
       fillFilter(*rule,
                  prefixSets.size() < wide
                      ? "src " + std::string(round % 2 ? "::/0" : "0.0.0.0/0") + " sport 0-65535"
                      : "src " + words.list(af) + " sport " + words.ranges(65535));
       for (IpGenPrefix const& p : rule->ruleFilter()->source()->addr())
-        set.members.insert(p.masked()), byPrefix[p.masked()];
+        prefixes->prefixIs(p.masked()), byPrefix[p.masked()];
       for (IpGenPrefix const& p : rule->ruleFilter()->source()->exceptAddr())
-        set.exceptions.insert(p.masked()), byPrefix[p.masked()];
+        prefixes->exceptPrefixIs(p.masked()), byPrefix[p.masked()];
       for (auto const& r : rule->ruleFilter()->sportRange())
-        set.ranges.insert({r.rangeStart(), r.rangeEnd()});
+        ranges->rangeIs({r.rangeStart(), r.rangeEnd()});
       auto const label = [&] { return PlainLabel(static_cast<uint32_t>(dice.between(1, 4))); };
       for (uint64_t n = dice.between(1, 9); n > 0; --n) {
         GenCombo const pair(label(), label());
-        set.pairs.insert(pair);
+        pairs->comboLabelIs(pair);
         byPair[pair].insert(key);
       }
-      prefixSets.push_back({key, &set.members, &set.exceptions});
-      rangeSets.push_back({key, &set.ranges});
-      pairSets.push_back({key, &set.pairs});
+      prefixSets.push_back(prefixes);
+      rangeSets.push_back(ranges);
+      pairSets.push_back(pairs);
     }
 
     auto const within = [](IpGenPrefix const& inner, Mox::FlatSet<IpGenPrefix> const& outer) {
       return std::ranges::any_of(outer, [&](auto const& p) { return p.contains(inner); });
     };
     for (auto& [prefix, keys] : byPrefix)
-      for (PrefixSetView const& set : prefixSets)
-        if (within(prefix, *set.members) && !within(prefix, *set.exceptions)) keys.insert(set.key);
+      for (auto const& set : prefixSets)
+        if (within(prefix, set->prefix()) && !within(prefix, set->exceptPrefix()))
+          keys.insert(set->key());
     expectPieces(byPrefix, countPrefixPieces(prefixSets),
                  [&](PieceCount const& limit) { return cutPrefixes(prefixSets, limit); });
 
     // A range of pieces ends where a set ends or begins, or two ranges of one that only touch.
-    auto const holds = [](RangeSetView const& set, uint32_t first, uint32_t last) {
+    auto const holds = [](auto const& set, uint32_t first, uint32_t last) {
       return std::ranges::any_of(
-          *set.ranges, [&](auto const& r) { return r.first() <= first && last <= r.last(); });
+          set->range(), [&](auto const& r) { return r.first() <= first && last <= r.last(); });
     };
     for (uint32_t first = 0, v = 0, next = 0; v < 65536; v = next) {
       next = v == 20 ? 65500 : v + 1;  // no end is drawn from between
       Keys keys;
       bool ends = false;
-      for (RangeSetView const& set : rangeSets) {
-        if (holds(set, v, v)) keys.insert(set.key);
+      for (auto const& set : rangeSets) {
+        if (holds(set, v, v)) keys.insert(set->key());
         ends = ends || ((holds(set, v, v) || holds(set, next, next)) && !holds(set, v, next));
       }
       if (!ends) continue;
       if (!keys.empty()) byRange[{first, v}] = keys;
       first = next;
     }
-    RangePoints const points = rangePoints(rangeSets);
-    expectPieces(byRange, countRangePieces(points.points),
-                 [&](PieceCount const& limit) { return sweepRanges(points.points, limit); });
+    expectPieces(byRange, countRangePieces(rangeSets),
+                 [&](PieceCount const& limit) { return sweepRanges(rangeSets, limit); });
     expectPieces(byPair, countPairPieces(pairSets),
                  [&](PieceCount const& limit) { return cutPairs(pairSets, limit); });
+
+    for (int again = 0; again < 3; ++again) {
+      expectChanged(dice, prefixSets, cutPrefixes,
+                    [](auto& old, auto& sets, auto& added, PieceCount const& limit) {
+                      return changePrefixes(
+                          {old.items, old.namings, old.groups, sets.removed, added, sets.moves},
+                          limit);
+                    });
+      expectChanged(
+          dice, rangeSets,
+          [](RangeSets const& all, PieceCount const& limit) { return sweepRanges(all, limit); },
+          [](auto& old, auto& sets, auto& added, PieceCount const& limit) {
+            return changeRanges({old.items, old.cuts, old.groups, sets.removed, added, sets.moves},
+                                limit);
+          });
+      expectChanged(dice, pairSets, cutPairs,
+                    [](auto& old, auto& sets, auto& added, PieceCount const& limit) {
+                      return changePairs({old.items, old.groups, added, sets.moves}, limit);
+                    });
+    }
   }
 }
 
