@@ -108,6 +108,11 @@ class Chunked {
     auto const item = placeIn(chunk(at), key);
     return key < KeyOf::key(*item) ? nullptr : &*item;
   }
+  /// The first element behind a key, which need not be there, or null.
+  T const* behind(Key const& key) const noexcept {
+    auto const [piece, at] = placeBehind(key);
+    return piece < chunks() ? &chunk(piece)[at] : nullptr;
+  }
   /// Inserts, or replaces the element of the same key. Returns true if there was none.
   bool insert(T item) {
     if (T* known = findMutable(KeyOf::key(item))) {

@@ -69,6 +69,14 @@ class HashTable {
   const_iterator end() const noexcept { return {this, items_.size()}; }
   size_t size() const noexcept { return size_; }
   bool empty() const noexcept { return size_ == 0; }
+  /// Calls `f(element)` for all in order, quicker than iterators; `f` must not change the collection.
+  template <class F>
+  void forEach(F f) const {
+    if (!gaps_.empty())
+      for (T const& item : *this) f(item);
+    else
+      for (T const& item : items_) f(item);
+  }
 
   void clear() noexcept {
     items_.clear();

@@ -6,6 +6,7 @@
 #include "mox/Hash.h"
 #include "mox/HashMap.h"
 #include "mox/OrderedMap.h"
+#include "mox/SmallSet.h"
 #include "support/AllocationFaults.h"
 #include "support/Thinning.h"
 
@@ -27,6 +28,28 @@ struct Crowded {
   uint64_t placeWord() const { return v % 3; }
   operator uint32_t() const { return v; }
   bool operator==(Crowded const& o) const { return v == o.v; }
+};
+
+/// A number with another one that takes no part in the order.
+struct Cell {
+  uint32_t first = 0;
+  uint32_t second = 0;
+  bool operator==(Cell const& o) const { return first == o.first; }
+  bool operator<(Cell const& o) const { return first < o.first; }
+  operator std::pair<uint32_t, uint32_t>() const { return {first, second}; }
+};
+/// A small set as a map.
+struct SmallMap : SmallSet<Cell> {
+  uint32_t const* get(uint32_t key) const {
+    Cell const* const cell = find({key});
+    return cell ? &cell->second : nullptr;
+  }
+  uint32_t* get(uint32_t key) { return const_cast<uint32_t*>(std::as_const(*this).get(key)); }
+  bool set(uint32_t key, uint32_t value) {
+    if (uint32_t* const known = get(key)) return *known = value, false;
+    return insert({key, value});
+  }
+  bool erase(uint32_t key) { return SmallSet::erase({key}); }
 };
 
 /// Ordered by key, with walks that survive nothing or any change; or by insertion, with walks that survive
@@ -135,6 +158,7 @@ TEST(Containers, MapsEqualTheirModelAndFailWithoutATrace) {
     expectEqualsModel<HashMap<uint32_t, uint32_t>>(Kind::hashed, keys);
   for (uint32_t keys : {60, 1500, 9000})
     expectEqualsModel<ChunkedMap<uint32_t, uint32_t>>(Kind::chunked, keys);
+  for (uint32_t keys : {3, 1500}) expectEqualsModel<SmallMap>(Kind::chunked, keys);
 }
 
 TEST(Containers, OfSeveralElementsOfOneKeyTheFirstIsAdopted) {

@@ -37,7 +37,7 @@ at_most() {
     failed=1
   fi
 }
-at_most naxel/agent/Agent.h 35 2650
+at_most naxel/agent/Agent.h 37 2780
 at_most naxel/driver/Drivers.h 35 2650
 at_most naxel/control/NaxelRootSm.h 30 2400
 exit $failed

@@ -135,7 +135,7 @@ uint64_t RangeEncoderSm::doBuildWorkingSetHash() const {
     sets.add(key.value());
     sets.add(set->range().size());
     for (RangeSetElem const& e : set->range()) sets.add(uint64_t{e.first()} << 16 | e.last());
-    if (GenSetRefCount const* count = usage().refCount(key)) counts.add(count->hash());
+    if (auto const count = usage().refCount(key)) counts.add(count->hash());
   }
   return joinHalves(sets, counts);
 }

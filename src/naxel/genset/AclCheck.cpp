@@ -62,9 +62,6 @@ void checkFilter(AclConfig const& acl, RuleConfig const& rule, Report& report) {
   if (filter.destination() && !filter.destination()->families().any())
     report.add(acl, rule, "the destination list has no member",
                ConfigError::Kind::emptyDestination);
-  // A filter remembers whether its ranges are in order, so a kick walks over the ranges only of one that is
-  // to be refused.
-  if (filter.rangesValid()) return;
   filter.forEachRangeColl([&](RangeSetType type, auto const& ranges) {
     uint32_t const bound = rangeField(type).bound();
     for (auto const& r : ranges)
@@ -104,6 +101,21 @@ Lumox::AddressFamily aclFamily(AclConfig const& acl) {
   return acl.af() ? *acl.af() : namedFamily(acl).value_or(Lumox::ipv4());
 }
 
+void traceFamily(AclConfig const& acl) {
+  if (!naxelTrace().on(1) || acl.af() || namedFamily(acl)) return;
+  if (auto line = trace(1)) line << "ACL '" << acl.name() << "' names no address, assuming ipv4";
+}
+
+bool isSound(RuleConfig const& rule, Lumox::AddressFamily af) {
+  RuleFilter const* const filter = rule.ruleFilter().get();
+  if (!filter) return true;
+  auto const isSoundList = [&](IpPrefixList const* list) {
+    return !list || (list->families().any() && list->families().only(af));
+  };
+  return isSoundList(filter->source().get()) && isSoundList(filter->destination().get()) &&
+         filter->rangesValid();
+}
+
 void findErrors(AclWalk const& walk, std::function<bool(ConfigError)> const& tell) {
   AclConfig const& acl = walk.acl();
   Report report(tell);
@@ -138,10 +150,6 @@ std::optional<std::string> checkAcls(std::vector<AclWalk> const& acls) {
       return false;
     });
     if (reason) return reason;
-    AclConfig const& acl = walk.acl();
-    if (!acl.af() && !namedFamily(acl))
-      if (auto line = trace(1))
-        line << "ACL '" << acl.name() << "' names no address, assuming ipv4";
   }
   return std::nullopt;
 }

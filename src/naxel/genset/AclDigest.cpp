@@ -1,6 +1,7 @@
 #include "naxel/genset/AclDigest.h"
 
 #include "naxel/genset/AclCheck.h"
+#include "naxel/genset/RuleContent.h"
 
 namespace Naxel {
 
@@ -25,38 +26,61 @@ class Accumulator {
   uint32_t low_ = 0;
 };
 
-}  // namespace
+/// The digest as it is put together.
+class Digest {
+ public:
+  explicit Digest(uint32_t enabledCombos) { sum_.add(Mox::hashCombine(combos, enabledCombos)); }
 
-AggregatorWorkingSet digestAcls(std::vector<AclWalk> const& acls,
-                                std::vector<std::vector<uint64_t>> const& contents,
-                                uint32_t enabledCombos) {
+  /// The parts that follow are of this ACL.
+  void acl(std::string const& name, Lumox::AddressFamily af) {
+    acl_ = Mox::hashCombine(Mox::hashText(name), Mox::hashOf(af));
+    sum_.add(Mox::hashCombine(wholeAcl, acl_));
+    ++acls_;
+  }
+  void rule(uint64_t content) {
+    sum_.add(Mox::hashCombine(Mox::hashCombine(acl_, namedRule), content));
+    ++rules_;
+  }
+  /// A rule under an index; one that the ACL does not hold is another one, however it looks.
+  void indexed(AceIndex index, uint64_t content, bool held = true) {
+    uint64_t const place = Mox::hashCombine(acl_, held ? indexedRule : strayRule);
+    sum_.add(Mox::hashCombine(Mox::hashCombine(place, index.value()), content));
+  }
+  AggregatorWorkingSet finish() const { return {sum_.finish(), acls_, rules_}; }
+
+ private:
   // Each kind of part is mixed with a number of its own, so that parts of different kinds with the same
   // content do not cancel in the exclusive or.
   enum : uint64_t { combos = 1, wholeAcl, namedRule, indexedRule, strayRule };
-  Accumulator sum;
-  size_t rules = 0;
-  sum.add(Mox::hashCombine(combos, enabledCombos));
-  for (size_t a = 0; a < acls.size(); ++a) {
-    AclWalk const& walk = acls[a];
-    AclConfig const& acl = walk.acl();
-    uint64_t aclDigest = Mox::hashCombine(Mox::hashText(acl.name()), acl.af() ? 1 : 0);
-    aclDigest = Mox::hashCombine(aclDigest, Mox::hashOf(aclFamily(acl)));
-    sum.add(Mox::hashCombine(wholeAcl, aclDigest));
-    uint64_t const named = Mox::hashCombine(aclDigest, namedRule);
-    uint64_t const indexed = Mox::hashCombine(aclDigest, indexedRule);
-    uint64_t const stray = Mox::hashCombine(aclDigest, strayRule);
-    for (uint64_t content : contents[a]) sum.add(Mox::hashCombine(named, content));
-    rules += contents[a].size();
-    for (AclWalk::Indexed const& i : walk.indexed()) {
-      // A rule that merely looks like the one of that name is another one, and is refused.
-      bool const held = i.place != AclWalk::none;
-      uint64_t const place = Mox::hashCombine(held ? indexed : stray, i.index.value());
-      uint64_t const content = held ? contents[a][i.place] : i.rule ? i.rule->contentHash() : 0;
-      sum.add(Mox::hashCombine(place, content));
-    }
+  Accumulator sum_;
+  uint64_t acl_ = 0;
+  uint32_t acls_ = 0;
+  uint32_t rules_ = 0;
+};
+
+}  // namespace
+
+AggregatorWorkingSet digestOf(AclConfigColl const& acls, uint32_t enabledCombos) {
+  Digest digest(enabledCombos);
+  for (AclWalk const& walk : walkAcls(acls)) {
+    digest.acl(walk.acl().name(), aclFamily(walk.acl()));
+    for (RuleConfig const* rule : walk.named()) digest.rule(rule->contentHash());
+    for (AclWalk::Indexed const& i : walk.indexed())
+      digest.indexed(i.index, i.rule ? i.rule->contentHash() : 0, i.place != AclWalk::none);
   }
-  return AggregatorWorkingSet(sum.finish(), static_cast<uint32_t>(acls.size()),
-                              static_cast<uint32_t>(rules));
+  return digest.finish();
+}
+
+AggregatorWorkingSet digestOf(AggregatorStatus const& status, uint32_t enabledCombos) {
+  Digest digest(enabledCombos);
+  for (auto const& [name, list] : status.aclGenSetIpRuleList()) {
+    digest.acl(name, list->af());
+    for (auto const& rule : list->genSetIpRule())
+      digest.rule(contentHash(status, list->af(), *rule));
+    for (auto const& [index, rule] : list->genSetIpRuleById())
+      digest.indexed(index, contentHash(status, list->af(), *rule));
+  }
+  return digest.finish();
 }
 
 }  // namespace Naxel

@@ -12,9 +12,9 @@ namespace Naxel {
 /// differ, but different ones of equal digests can be computed. `enabledCombos` has a bit for each
 /// combination type that the chip matches through one label. Each ACL, each rule and each index enters as one
 /// mixed 64-bit value that includes the ACL's name and the place of every field, so that parts which change
-/// places or occur twice do not cancel. `contents` are the content hashes of the rules of each ACL, by place.
-AggregatorWorkingSet digestAcls(std::vector<AclWalk> const& acls,
-                                std::vector<std::vector<uint64_t>> const& contents,
-                                uint32_t enabledCombos);
+/// places or occur twice do not cancel. O(members).
+AggregatorWorkingSet digestOf(AclConfigColl const& acls, uint32_t enabledCombos);
+/// The same of the rules that a run has compiled, as they were then.
+AggregatorWorkingSet digestOf(AggregatorStatus const& status, uint32_t enabledCombos);
 
 }  // namespace Naxel

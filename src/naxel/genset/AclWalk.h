@@ -1,7 +1,6 @@
 #pragma once
 
-/// The ACLs of a kick as the aggregator walks them: resolved once, read by its check, its build and
-/// its digest.
+/// The ACLs as a check of all of them walks them, with the place of every indexed rule resolved.
 
 #include "naxel/types/AclConfig.h"
 
@@ -27,19 +26,24 @@ class AclWalk {
   AclConfig const& acl() const { return *acl_; }
   /// The rules in the order of `ruleByName`.
   std::vector<RuleConfig const*> const& named() const { return named_; }
-  /// The stamps of each of them.
-  std::vector<RuleStamps> const& stamps() const { return stamps_; }
-  /// Gives the stamps away.
-  std::vector<RuleStamps> takeStamps() { return std::move(stamps_); }
   /// The rules in the order of `ruleById`.
   std::vector<Indexed> const& indexed() const { return indexed_; }
 
  private:
   AclConfig const* acl_;
   std::vector<RuleConfig const*> named_;
-  std::vector<RuleStamps> stamps_;
   std::vector<Indexed> indexed_;
 };
+
+/// The place of a rule that a walk has found, or AclWalk::none where it is not among them. `ruleAt(place)` is the
+/// rule that the walk has found at a place, and each was told its place.
+template <class RuleAt>
+uint32_t placeIn(size_t rules, RuleConfig const* rule, RuleAt ruleAt) {
+  if (!rule) return AclWalk::none;
+  uint32_t const place = rule->walkPlace();
+  // What it says may come from another walk.
+  return place < rules && ruleAt(place) == rule ? place : AclWalk::none;
+}
 
 /// All ACLs by name.
 std::vector<AclWalk> walkAcls(AclConfigColl const& coll);

@@ -186,24 +186,25 @@ uint32_t GenSetRefCount::hash() const {
 
 Mox::AttributeTable const& GenSetUsageInfo::attributeTable() const {
   static Mox::AttributeTable const table = {
-      Mox::attribute<&GenSetUsageInfo::refCount_>("refCount")};
+      {"refCount", [](Mox::Entity const& e) {
+         return Mox::attributeTextOf(static_cast<GenSetUsageInfo const&>(e).refCount());
+       }}};
   return table;
 }
 
-GenSetRefCount const* GenSetUsageInfo::refCount(GenSetKey key) const {
-  auto const* item = refCount_.get(key);
-  return item ? item->get() : nullptr;
+Mox::HashMap<GenSetKey, Mox::Ptr<GenSetRefCount>> GenSetUsageInfo::refCount() const {
+  Mox::HashMap<GenSetKey, Mox::Ptr<GenSetRefCount>> all;
+  all.reserve(counts_.size());
+  for (auto const& [key, value] : counts_) all.set(key, refCount(key));
+  return all;
 }
 
-uint32_t GenSetUsageInfo::refCountValue(GenSetKey key) const {
-  GenSetRefCount const* count = refCount(key);
-  return count ? count->value() : 0;
-}
-
-GenSetRefCount& GenSetUsageInfo::refCountIs(GenSetKey key) {
-  // Whoever takes the count may write it, so the stamp is given up here already.
-  stamp_.renew();
-  return *Mox::lookupOrMake(refCount_, key, [&] { return Mox::makePtr<GenSetRefCount>(key); });
+Mox::Ptr<GenSetRefCount> GenSetUsageInfo::refCount(GenSetKey key) const {
+  uint32_t const* const value = counts_.get(key);
+  if (!value) return nullptr;
+  auto count = Mox::makePtr<GenSetRefCount>(key);
+  count->valueIs(*value);
+  return count;
 }
 
 }  // namespace Naxel

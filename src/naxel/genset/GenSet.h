@@ -198,34 +198,57 @@ class NAXEL_EXPORT GenSetRefCount : public Mox::Entity {
   uint32_t value_ = 0;
 };
 
-/// The counts of use of the sets of a chip.
+/// The counts of use of the sets of a chip: numbers in one table, shown as entities to those who ask.
 class NAXEL_EXPORT GenSetUsageInfo : public Mox::Entity {
  public:
   std::string_view fwkType() const override { return "Naxel::GenSetUsageInfo"; }
   Mox::AttributeTable const& attributeTable() const override;
 
-  Mox::HashMap<GenSetKey, Mox::Ptr<GenSetRefCount>> const& refCount() const { return refCount_; }
-  /// The count of that key, or null.
-  GenSetRefCount const* refCount(GenSetKey key) const;
+  /// The counts as they are now, put together for the caller.
+  Mox::HashMap<GenSetKey, Mox::Ptr<GenSetRefCount>> refCount() const;
+  /// The count of that key as it is now, or null; made for the caller.
+  Mox::Ptr<GenSetRefCount> refCount(GenSetKey key) const;
+  bool refCountHas(GenSetKey key) const { return counts_.contains(key); }
   /// Count of use of a set; 0 if it has none.
-  uint32_t refCountValue(GenSetKey key) const;
-  /// The count of that key, made with value 0 if absent. Write it before stamp() is asked for.
-  GenSetRefCount& refCountIs(GenSetKey key);
+  uint32_t refCountValue(GenSetKey key) const {
+    uint32_t const* count = counts_.get(key);
+    return count ? *count : 0;
+  }
+
+  /// A count in the table, for a write at once.
+  class Count {
+   public:
+    explicit Count(uint32_t& value) : value_(value) {}
+    uint32_t value() const { return value_; }
+    void valueIs(uint32_t v) { value_ = v; }
+    void valueInc(uint32_t n) { value_ += n; }
+    void valueDec(uint32_t n) { value_ -= n; }
+
+   private:
+    uint32_t& value_;
+  };
+  /// The count of that key, made with value 0 if absent. Write it before stamp() is asked for and before the
+  /// next one is made.
+  Count refCountIs(GenSetKey key) {
+    // Whoever takes the count may write it, so the stamp is given up here already.
+    stamp_.renew();
+    return Count(counts_.at(key));
+  }
   void refCountDel(GenSetKey key) {
     stamp_.renew();
-    refCount_.erase(key);
+    counts_.erase(key);
   }
   void refCountDelAll() {
     stamp_.renew();
-    refCount_.clear();
+    counts_.clear();
   }
   /// Stamp of the counts.
   Mox::Stamp stamp() const { return stamp_.get(); }
   /// Makes room for the counts that are to come.
-  void reserve(size_t counts) { refCount_.reserve(counts); }
+  void reserve(size_t counts) { counts_.reserve(counts); }
 
  private:
-  Mox::HashMap<GenSetKey, Mox::Ptr<GenSetRefCount>> refCount_;
+  Mox::HashMap<GenSetKey, uint32_t> counts_;
   Mox::ContentStamp stamp_;
 };
 

@@ -8,21 +8,22 @@
 /// Skips    when the configuration says what it said at the last run that succeeded: the same ACLs
 ///          with their families, rules and indexes, every rule with its filter and action, and the
 ///          same combinations on the chip, since the counts depend on that. Equal stamps show it
-///          (mox/Stamp.h), and where they differ a look at the content; the digest of the
-///          configuration does not, because different ones of equal digests can be computed.
+///          (mox/Stamp.h), and where they differ a look at the content; a digest of the
+///          configuration would not, because different ones of equal digests can be computed.
 /// Fails    on input that cannot be compiled: a range with its ends the wrong way round or beyond
 ///          its field, mixed families in one ACL, an index that refers to a rule that the ACL does
 ///          not hold. The check runs before anything is touched.
 /// Order    ACLs by name, rules by index; sets by ascending key.
 ///
-/// A rule that says what it said in the last run keeps its sets without a search for them; they are
-/// counted like those of any other rule, and the keys that a search would have spent are spent.
+/// A run compiles the rules that say something else than in the last one, or that have come, and takes those
+/// back that have gone (AclEdit.h); all others keep their objects, and the keys that they would have spent are
+/// spent. The first run, and one after a run that broke off, compiles all rules in the same way.
 ///
 /// A set lives as long as some rule uses equal content in every kick: its key is kept, and a
 /// changed list or range makes a new set with a new key.
 
 #include "naxel/control/StageSm.h"
-#include "naxel/genset/AclWalk.h"
+#include "naxel/genset/AclEdit.h"
 #include "naxel/genset/NaxelAggregatorTypes.h"
 #include "naxel/genset/NaxelDedup.h"
 #include "naxel/loader/HwCapability.h"
@@ -81,8 +82,9 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
 
   AggregatorConfig const& aggConfig() const { return configAs<AggregatorConfig>(); }
   AggregatorStatus& aggStatus() const { return *aggStatus_; }
-  /// Digest of the last run that succeeded; none before it and after a failure.
-  std::optional<AggregatorWorkingSet> const& aggWorkingSet() const { return aggWorkingSet_; }
+  /// Digest of what the last run has compiled, where it succeeded; none before it and after a failure.
+  /// O(members): nothing else needs it.
+  std::optional<AggregatorWorkingSet> aggWorkingSet() const;
 
   /// The deduper of a key, made if absent. Throws NameInUseError where it exists with another info
   /// object or chip.
@@ -94,8 +96,7 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
                                                     Obel::ChipId chipId);
 
   void doStartKick() override;
-  /// Digest of the configuration as it is now.
-  /// O(rules), of which those that stand as they did cost no hashing.
+  /// Digest of the configuration as it is now. O(members).
   AggregatorWorkingSet doBuildWorkingSet() const;
   /// The steps of a run by themselves, in this order; the configuration must be one that can be
   /// compiled. The kick after them does the work again. First: unmarks every set and empties what is
@@ -117,74 +118,75 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   void dumpAllRangeSets() const;
 
  protected:
-  void doForget() noexcept override { aggWorkingSet_.reset(); }
+  void doForget() noexcept override { remembers_ = false; }
   Look doLook() override;
   std::optional<std::string> doWork() override;
-  void doRemember() noexcept override;
+  void doRemember() noexcept override {
+    remembers_ = true;
+    seenChanges_ = lookedAt_;
+  }
 
  private:
-  using Walks = std::vector<AclWalk>;
-  /// What the last run that finished made of an ACL, and of what.
-  struct Built {
-    Mox::Stamp acl = 0;
-    Mox::Ptr<AclGenSetIpRuleList> list;
-    std::vector<RuleStamps> stamps;             // of the rules, by place in `ruleByName`
-    std::vector<uint64_t> contents;             // their content hashes, likewise
-    std::vector<Mox::Ptr<GenSetIpRule>> rules;  // what was made of them, likewise
-  };
-
-  /// The content hashes of the rules of each ACL; those of rules that stand as they did are known.
-  std::vector<std::vector<uint64_t>> contentsOf(Walks const& walks) const;
   /// A bit for each type of combination that rules are matched through.
   uint32_t enabledCombos() const;
-  /// Whether the configuration says what it said at the last run that succeeded.
-  bool isUnchanged();
-  /// Whether an ACL does. Learns the stamps of what is written differently and says the same.
-  bool isUnchanged(AclConfig const& acl, Built& built) const;
-  /// Whether a rule says what another one said when that was made of it.
-  bool saysTheSame(RuleConfig const& config, Lumox::AddressFamily af,
-                   GenSetIpRule const& rule) const;
-  bool saysTheSame(IpPrefixList const* list, PrefixXformKey const& key, GenSetKey set) const;
+  /// Gathers what has to be done; nothing where the configuration says what it said. Learns the stamps of what
+  /// is written anew and says the same.
+  void findEdits();
+  /// Brings what was built up to date with the edits.
+  void applyEdits(std::vector<AclEdit>& edits);
+  /// Also rules that have not changed take keys as if their range sets had been built.
+  void spendKeys(std::vector<AclEdit> const& edits);
+  using Rules = std::vector<Mox::Ptr<GenSetIpRule>>;
+  /// The rules of an edit as they stand now; their sets are marked.
+  Rules compiled(AclEdit const& edit);
+  /// One of them, with the sets of `before` where it says the same.
+  Mox::Ptr<GenSetIpRule> compiledRule(RuleConfig const& config, Lumox::AddressFamily af,
+                                      GenSetIpRule const* before);
+  GenSetKey prefixSetOf(Mox::Ptr<IpPrefixList> const& list, Lumox::AddressFamily af, bool src,
+                        GenSetKey before);
   template <class Ranges>
-  bool saysTheSame(Ranges const& ranges, RangeSetType type, GenSetKey key) const;
-  /// The rules whose stamps have changed, by ACL and place, where nothing else has and they are few.
-  struct Edit {
-    size_t walk;
-    size_t place;
-  };
-  std::optional<std::vector<Edit>> fewEdits(Walks const& walks) const;
-  /// Brings what the last run has built up to date with them.
-  void applyEdits(Walks& walks, std::vector<Edit> const& edits);
-  /// The rule as it stands now, with the sets of `before` where it says the same.
-  Mox::Ptr<GenSetIpRule> editedRule(RuleConfig const& config, Lumox::AddressFamily af,
-                                    GenSetIpRule const& before);
-  /// Adds the uses of a rule's sets, or takes them back.
+  GenSetKey rangeSetOf(RangeSetType type, Ranges const& ranges, GenSetKey before);
+  /// Publishes the rules of an edit.
+  void publish(AclEdit& edit, Rules const& made);
+  void publishArranged(AclEdit& edit, Rules const& made);
+  /// Takes back the uses of a rule that has gone or was replaced.
+  void release(GenSetIpRule const& rule, Lumox::AddressFamily af);
+  /// Adds the counts of a rule's sets, or takes them back.
   void countRule(GenSetIpRule const& rule, Lumox::AddressFamily af, int32_t by);
   /// Calls `f(deduper, key)` for the sets of a rule.
   template <class F>
   void forEachSet(GenSetIpRule const& rule, Lumox::AddressFamily af, F f);
+  /// Calls `f(deduper)` for all dedupers.
+  template <class F>
+  void forEachDeduper(F f);
   void cleanSm();
-  void buildFieldSets(Walks const& walks);
-  /// What was made of the rules of an ACL, by place in `ruleByName`.
-  std::vector<Mox::Ptr<GenSetIpRule>> rulesOf(AclWalk const& walk) const;
-  void buildRuleById(AclWalk const& walk, std::vector<Mox::Ptr<GenSetIpRule>> const& rules);
-  PrefixDedupMarkAndSweeper& prefixDeduper(PrefixXformKey const& key);
-  RangeDedupMarkAndSweeper& rangeDeduper(RangeSetType type);
-  /// Turns the ranges of one filter into the key of a shared set and counts the use.
-  template <class Ranges>
-  GenSetKey buildRangeSet(RangeSetType type, Ranges const& ranges);
-  /// The same for `ranges_`.
+  PrefixDedupMarkAndSweeper& prefixDeduper(Lumox::AddressFamily af, bool src) {
+    auto* const known = prefixDedupers_[(af == Lumox::ipv4() ? 0u : 2u) + (src ? 0u : 1u)];
+    return known ? *known : madeDeduper(PrefixXformKey(af, src));
+  }
+  RangeDedupMarkAndSweeper& rangeDeduper(RangeSetType type) {
+    auto* const known = rangeDedupers_[static_cast<size_t>(type)];
+    return known ? *known : madeDeduper(type);
+  }
+  PrefixDedupMarkAndSweeper& madeDeduper(PrefixXformKey const& key);
+  RangeDedupMarkAndSweeper& madeDeduper(RangeSetType type);
+  GenSetKey buildPrefixSet(PrefixDedupMarkAndSweeper& deduper,
+                           Mox::Ptr<IpPrefixList const> const& list);
+  /// The key of the shared set of `ranges_`, whose use it counts.
   GenSetKey buildRangeSet(RangeSetType type);
-  /// What the last run made of an ACL, if the names of its rules are still the same ones in the same
-  /// order; null else.
-  Built const* reusable(AclWalk const& walk, Lumox::AddressFamily af) const;
-  void rebuildList(AclWalk const& walk, Built const& built);
-  void buildRule(RuleConfig const& config, Lumox::AddressFamily af, GenSetIpRule& rule);
-  /// Marks and counts the sets of a rule that has not changed.
-  void reuseRule(GenSetIpRule const& rule, Lumox::AddressFamily af);
-  void buildRuleSets(RuleFilter const& filter, Lumox::AddressFamily af, GenSetIpRule& rule);
-  /// Takes back the two counts of a pair that is matched through one combination label.
-  void uncountPair(ComboLabelSetType type, GenSetIpRule const& rule);
+  /// Calls `f(key)` for the two sets of each pair of a rule that is matched through one combination label: such a
+  /// rule does not use the pairs of either side, and must not make them look expensive.
+  template <class F>
+  static void forEachPaired(GenSetIpRule const& rule, Lumox::AddressFamily af, uint32_t combos,
+                            F f) {
+    for (ComboLabelSetType type : {prefixComboType(af), ComboLabelSetType::srcDstL4Port}) {
+      if (!(combos >> static_cast<unsigned>(type) & 1)) continue;
+      GenSetKeyPair const pair = rule.comboPair(type);
+      if (!pair.src() || !pair.dst()) continue;
+      f(pair.src());
+      f(pair.dst());
+    }
+  }
   /// Publishes how often each set was used.
   void countUses();
   /// After a run that did not finish.
@@ -195,38 +197,26 @@ class NAXEL_EXPORT AggregatorSm : public StageSm {
   Mox::Ptr<GenSetKeyGenerator> genSetKeyGen_;
   Mox::OrderedMap<PrefixXformKey, Mox::Ptr<PrefixDedupMarkAndSweeper>> prefixDeduper_;
   Mox::OrderedMap<RangeSetType, Mox::Ptr<RangeDedupMarkAndSweeper>> rangeDeduper_;
-  std::optional<AggregatorWorkingSet> aggWorkingSet_;
-  uint32_t builtCombos_ = 0;  // those that were enabled in that run
-  bool brokenOff_ = false;    // the last run did not finish
-  Mox::OrderedMap<std::string, Built> built_;
-
-  // For the run at hand.
-  Walks walks_;  // between look and work only
-  AggregatorWorkingSet workingSet_;
   std::array<PrefixDedupMarkAndSweeper*, 4> prefixDedupers_{};              // by family and side
   std::array<RangeDedupMarkAndSweeper*, rangeFieldCount> rangeDedupers_{};  // by type
-  RangeSet::RangeColl ranges_;                                              // of the filter at hand
+  bool remembers_ = false;    // the last run succeeded
+  uint64_t seenChanges_ = 0;  // of all configurations, at the last look that found what was built
+  uint64_t lookedAt_ = 0;     // likewise at the last look
+  uint32_t builtCombos_ = 0;  // those that were enabled in the last run that finished
+  bool brokenOff_ = false;    // the last run did not finish
+  Mox::OrderedMap<std::string, BuiltAcl> built_;
+
+  // For the run at hand. The edits refer to the configuration: between look and work only.
+  std::vector<AclEdit> edits_;
+  std::vector<std::string> goneAcls_;
+  bool counts_ = false;         // each edit brings the counts of use up to date
+  RangeSet::RangeColl ranges_;  // of the filter at hand
 };
 
-template <class Ranges>
-bool AggregatorSm::saysTheSame(Ranges const& ranges, RangeSetType type, GenSetKey key) const {
-  if (ranges.empty() || !key) return ranges.empty() && !key;
-  auto const set = aggStatus_->rangeSplitInfo(type)->rangeSetColl(key);
-  return set && std::equal(ranges.begin(), ranges.end(), set->range().begin(), set->range().end(),
-                           [](auto const& r, RangeSetElem const& e) {
-                             return r.rangeStart() == e.first() && r.rangeEnd() == e.last();
-                           });
-}
-
-template <class Ranges>
-GenSetKey AggregatorSm::buildRangeSet(RangeSetType type, Ranges const& ranges) {
-  // The ends fit: the whole configuration has been checked against the bounds of its fields.
-  auto const elem = [](auto const& r) {
-    return RangeSetElem(static_cast<uint16_t>(r.rangeStart()), static_cast<uint16_t>(r.rangeEnd()));
-  };
-  ranges_.clear();
-  ranges.forEach([&](auto const& r) { ranges_.insert(elem(r)); });
-  return buildRangeSet(type);
+template <class F>
+void AggregatorSm::forEachDeduper(F f) {
+  for (auto const& [key, deduper] : prefixDeduper_) f(*deduper);
+  for (auto const& [type, deduper] : rangeDeduper_) f(*deduper);
 }
 
 NAXEL_EXPORT Mox::Ptr<AggregatorSm> aggregatorSmFactory(

@@ -53,6 +53,27 @@ Mox::AttributeTable const& GenSetIpRule::attributeTable() const {
   return table;
 }
 
+Mox::Ptr<GenSetIpRule> const* GenSetIpRuleColl::find(std::string const& name) const {
+  if (index_.empty() && !rules_.empty()) {
+    // In the index when all of them are there: a partial one would hide rules.
+    Mox::HashTable<Place, NameOfPlace> index;
+    index.reserve(rules_.size());
+    for (uint32_t place = 0; place < rules_.size(); ++place)
+      index.insert({rules_[place].get(), place});
+    index_ = std::move(index);
+  }
+  Place const* const known = index_.find(name);
+  return known ? &rules_[known->place] : nullptr;
+}
+
+bool GenSetIpRuleColl::erase(std::string const& name) {
+  Mox::Ptr<GenSetIpRule> const* const rule = find(name);
+  if (!rule) return false;
+  rules_.erase(rules_.begin() + (rule - rules_.data()));
+  index_.clear();
+  return true;
+}
+
 Mox::AttributeTable const& AclGenSetIpRuleList::attributeTable() const {
   static Mox::AttributeTable const table = {
       Mox::attribute<&AclGenSetIpRuleList::name_>("name"),
@@ -64,7 +85,9 @@ Mox::AttributeTable const& AclGenSetIpRuleList::attributeTable() const {
 
 Mox::Ptr<GenSetIpRule> AclGenSetIpRuleList::genSetIpRuleIs(std::string const& name) {
   if (auto const* known = genSetIpRule_.find(name)) return *known;
-  return genSetIpRuleAdd(name);
+  auto rule = Mox::makePtr<GenSetIpRule>(name);
+  genSetIpRule_.add(rule);
+  return rule;
 }
 
 void AggregatorStatus::handleInitialized() {

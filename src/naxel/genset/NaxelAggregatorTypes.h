@@ -10,6 +10,7 @@
 
 #include <array>
 #include <string>
+#include <vector>
 
 namespace Naxel {
 
@@ -44,6 +45,11 @@ class NAXEL_EXPORT PrefixAggregatorInfo : public Mox::Entity {
   }
   /// The set of that key, made without members if absent.
   Mox::Ptr<PrefixSet> prefixSetCollIs(GenSetKey key);
+  /// Adds a set of a key that is not there.
+  void prefixSetCollAdd(Mox::Ptr<PrefixSet> set) {
+    GenSetKey const key = set->key();
+    prefixSetColl_.insertAbsent({key, std::move(set)});
+  }
   bool prefixSetCollHas(GenSetKey key) const { return prefixSetColl_.contains(key); }
   void prefixSetCollDel(GenSetKey key) { prefixSetColl_.erase(key); }
   void prefixSetCollDelAll() { prefixSetColl_.clear(); }
@@ -126,8 +132,55 @@ class NAXEL_EXPORT GenSetIpRule : public Mox::Entity {
   NaxelActionValue action_;
 };
 
-struct NameOfRule {
-  static std::string const& key(Mox::Ptr<GenSetIpRule> const& rule) { return rule->name(); }
+/// The rules of one ACL by name, in the order of the configuration. The first search by a name makes an index,
+/// which the next change drops.
+class NAXEL_EXPORT GenSetIpRuleColl {
+ public:
+  using value_type = Mox::Ptr<GenSetIpRule>;
+  using Key = std::string;
+  using const_iterator = std::vector<value_type>::const_iterator;
+  using iterator = const_iterator;
+
+  const_iterator begin() const noexcept { return rules_.begin(); }
+  const_iterator end() const noexcept { return rules_.end(); }
+  size_t size() const noexcept { return rules_.size(); }
+  bool empty() const noexcept { return rules_.empty(); }
+  value_type const& operator[](size_t place) const noexcept { return rules_[place]; }
+  /// The rule of that name, or null.
+  value_type const* find(std::string const& name) const;
+  bool contains(std::string const& name) const { return find(name) != nullptr; }
+
+  /// Takes over rules of different names.
+  void adopt(std::vector<value_type> rules) {
+    rules_ = std::move(rules);
+    index_.clear();
+  }
+  /// Puts a rule in the place of the one of its name.
+  void replaceAt(size_t place, value_type rule) {
+    rules_[place] = std::move(rule);
+    index_.clear();
+  }
+  /// Adds a rule of a name that is not there.
+  void add(value_type rule) {
+    rules_.push_back(std::move(rule));
+    index_.clear();
+  }
+  bool erase(std::string const& name);
+  void clear() noexcept {
+    rules_.clear();
+    index_.clear();
+  }
+
+ private:
+  struct Place {
+    GenSetIpRule const* rule = nullptr;
+    uint32_t place = 0;
+  };
+  struct NameOfPlace {
+    static std::string const& key(Place const& p) { return p.rule->name(); }
+  };
+  std::vector<value_type> rules_;
+  mutable Mox::HashTable<Place, NameOfPlace> index_;  // empty or of all rules
 };
 
 /// The rules of one ACL.
@@ -140,8 +193,7 @@ class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
 
   std::string const& name() const { return name_; }
   Lumox::AddressFamily af() const { return af_; }
-  /// Keyed by the names that the rules hold.
-  using RuleColl = Mox::HashTable<Mox::Ptr<GenSetIpRule>, NameOfRule>;
+  using RuleColl = GenSetIpRuleColl;
   RuleColl const& genSetIpRule() const { return genSetIpRule_; }
   Mox::Ptr<GenSetIpRule> genSetIpRule(std::string const& name) const {
     auto const* rule = genSetIpRule_.find(name);
@@ -149,26 +201,29 @@ class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
   }
   /// The rule of that name, made if absent.
   Mox::Ptr<GenSetIpRule> genSetIpRuleIs(std::string const& name);
-  /// In rule order.
-  Mox::FlatMap<AceIndex, Mox::Ptr<GenSetIpRule>> const& genSetIpRuleById() const {
-    return genSetIpRuleById_;
-  }
-  /// Makes a rule of a name that is not there yet.
-  Mox::Ptr<GenSetIpRule> genSetIpRuleAdd(std::string const& name) {
-    return genSetIpRule_.insertAbsent(Mox::makePtr<GenSetIpRule>(name));
-  }
   bool genSetIpRuleHas(std::string const& name) const { return genSetIpRule_.contains(name); }
   void genSetIpRuleDel(std::string const& name) { genSetIpRule_.erase(name); }
   void genSetIpRuleDelAll() { genSetIpRule_.clear(); }
-  /// Puts a rule in the place of the one of its name.
-  void genSetIpRuleReplace(Mox::Ptr<GenSetIpRule> rule) { genSetIpRule_.replace(std::move(rule)); }
-  /// Makes room for the rules that are to come.
-  void reserve(size_t rules, size_t indexes) {
-    genSetIpRule_.reserve(rules);
-    genSetIpRuleById_.reserve(indexes);
+  /// All rules at once, in the place of those that were there.
+  void genSetIpRulesAre(std::vector<Mox::Ptr<GenSetIpRule>> rules) {
+    genSetIpRule_.adopt(std::move(rules));
   }
+  /// Puts a rule in the place of the one of its name, which stands at `place`.
+  void genSetIpRuleReplace(size_t place, Mox::Ptr<GenSetIpRule> rule) {
+    genSetIpRule_.replaceAt(place, std::move(rule));
+  }
+
+  using RuleByIdColl = Mox::FlatMap<AceIndex, Mox::Ptr<GenSetIpRule>>;
+  /// In rule order.
+  RuleByIdColl const& genSetIpRuleById() const { return genSetIpRuleById_; }
   void genSetIpRuleByIdIs(AceIndex index, Mox::Ptr<GenSetIpRule> rule) {
     genSetIpRuleById_.set(index, std::move(rule));
+  }
+  /// All at once, in the place of those that were there.
+  void genSetIpRuleByIdsAre(RuleByIdColl all) { genSetIpRuleById_ = std::move(all); }
+  /// Puts a rule in the place of another one, by position.
+  void genSetIpRuleByIdReplace(size_t at, Mox::Ptr<GenSetIpRule> rule) {
+    genSetIpRuleById_.valueAt(at) = std::move(rule);
   }
   bool genSetIpRuleByIdHas(AceIndex index) const { return genSetIpRuleById_.contains(index); }
   void genSetIpRuleByIdDel(AceIndex index) { genSetIpRuleById_.erase(index); }
@@ -178,7 +233,7 @@ class NAXEL_EXPORT AclGenSetIpRuleList : public Mox::Entity {
   std::string name_;
   Lumox::AddressFamily af_;
   RuleColl genSetIpRule_;
-  Mox::FlatMap<AceIndex, Mox::Ptr<GenSetIpRule>> genSetIpRuleById_;
+  RuleByIdColl genSetIpRuleById_;
 };
 
 /// The aggregator's output. The infos exist for every key from the start and are never replaced.

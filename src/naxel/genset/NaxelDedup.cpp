@@ -3,8 +3,6 @@
 #include "mox/Assert.h"
 
 #include <algorithm>
-#include <numeric>
-#include <utility>
 
 namespace Naxel {
 
@@ -29,7 +27,7 @@ void Deduper::clear() {
 Deduper::BucketMap Deduper::dedupedHash() const {
   BucketMap buckets;
   // Between kicks there is no index, and so nothing to show, though the objects are there.
-  if (last_.empty()) return buckets;
+  if (slots_.empty()) return buckets;
   for (Item const& item : items_) {
     uint32_t const hash = item.obj->hash();
     Mox::lookupOrMake(buckets, hash, [&] {
@@ -40,28 +38,33 @@ Deduper::BucketMap Deduper::dedupedHash() const {
 }
 
 size_t Deduper::add(Mox::Ptr<Dedupable> const& obj) {
+  if (!isIndexed()) rebuildIndex();
   uint64_t const place = obj->place();
   uint32_t const known = find(place, [&](Dedupable const& o) { return o.isEqual(obj); });
   if (known != none) return known;
-  // At the end, so that a position stays what it is until objects are dropped.
-  items_.push_back({obj, place});
-  enter(static_cast<uint32_t>(items_.size() - 1));
+  addNew(obj, place);
   return items_.size() - 1;
 }
 
-void Deduper::enter(uint32_t at) {
-  Item& item = items_[at];
-  if (uint32_t* last = last_.get(item.place)) {
-    item.before = std::exchange(*last, at);
-  } else {
-    item.before = none;
-    last_.insertAbsent({item.place, at});
-  }
+void Deduper::addNew(Mox::Ptr<Dedupable> obj, uint64_t place) {
+  // Room first: an object that cannot be found must not stay.
+  if (slots_.size() < 2 * (items_.size() + 1)) rebuildIndex(items_.size() + 1);
+  // At the end, so that a position stays what it is until objects are dropped.
+  items_.push_back({std::move(obj), place});
+  enter(static_cast<uint32_t>(items_.size() - 1));
 }
 
-void Deduper::rebuildIndex() {
-  last_.clear();
-  last_.reserve(items_.size());
+void Deduper::enter(uint32_t at) noexcept {
+  size_t const mask = slots_.size() - 1;
+  size_t slot = items_[at].place & mask;
+  while (slots_[slot] != none) slot = (slot + 1) & mask;
+  slots_[slot] = at;
+}
+
+void Deduper::rebuildIndex(size_t room) {
+  size_t capacity = 16;
+  while (capacity < 2 * room) capacity *= 2;
+  slots_.assign(capacity, none);
   for (uint32_t at = 0; at < items_.size(); ++at) enter(at);
 }
 
@@ -75,29 +78,44 @@ Mox::AttributeTable const& DedupMarkAndSweeper::attributeTable() const {
 }
 
 GenSetKey DedupMarkAndSweeper::mark(size_t at) {
-  // Objects come by add() without a mark; all that are missing are made at once.
-  if (marks_.size() <= at) marks_.resize(objects());
+  if (marks_.size() != objects()) makeMarks();
   Mark& m = marks_[at];
-  m.key = keyOf(at);
+  if (!m.key) keyIs(at, getGenSetKey(*object(at)));
   m.deduped = true;
   ++m.uses;
   return m.key;
 }
 
-void DedupMarkAndSweeper::markKey(GenSetKey key) { ++marks_[byPlace_[places_.at(key)]].uses; }
+void DedupMarkAndSweeper::addMarked(Mox::Ptr<Dedupable> obj, uint64_t place, GenSetKey key) {
+  addNew(std::move(obj), place);
+  makeMarks();
+  keyIs(objects() - 1, key);
+  marks_.back().uses = 1;
+  marks_.back().deduped = true;
+}
 
-void DedupMarkAndSweeper::reopen() {
-  if (!isIndexed()) rebuildIndex();
+void DedupMarkAndSweeper::makeMarks() {
+  // Objects come by add() without a mark; all that are missing are made at once. Whichever of several gets its
+  // key first, the keys need not rise.
+  rising_ = rising_ && marks_.size() + 1 == objects();
   marks_.resize(objects());
 }
 
-void DedupMarkAndSweeper::remark(GenSetKey key, int32_t by) {
-  for (size_t at = 0; at < marks_.size(); ++at)
-    if (keyOf(at) == key) {
-      marks_[at].uses += static_cast<uint32_t>(by);
-      return;
-    }
-  MOX_ASSERT(false && "Unknown set");
+void DedupMarkAndSweeper::keyIs(size_t at, GenSetKey key) {
+  marks_[at].key = key;
+  rising_ = rising_ && at + 1 == marks_.size() && (at == 0 || marks_[at - 1].key < key);
+}
+
+size_t DedupMarkAndSweeper::placeOf(GenSetKey key) const {
+  // Keys mostly rise as objects come, but after a run that was broken off an older object may have got
+  // a later key.
+  auto const place =
+      rising_
+          ? std::lower_bound(marks_.begin(), marks_.end(), key,
+                             [](Mark const& m, GenSetKey k) { return m.key < k; })
+          : std::find_if(marks_.begin(), marks_.end(), [&](Mark const& m) { return m.key == key; });
+  MOX_ASSERT(place != marks_.end() && place->key == key);
+  return static_cast<size_t>(place - marks_.begin());
 }
 
 void DedupMarkAndSweeper::unmarkAll() {
@@ -112,28 +130,26 @@ void DedupMarkAndSweeper::unmarkAll() {
     // Noted once for all: to ask an object costs a virtual call and a cast.
     marks_[at].key = keyOf(at);
   }
-  // Keys mostly rise as objects come, but after a run that was broken off an older object may have got
-  // a later key.
-  byPlace_.resize(marks_.size());
-  std::iota(byPlace_.begin(), byPlace_.end(), 0u);
-  auto const less = [&](uint32_t a, uint32_t b) { return marks_[a].key < marks_[b].key; };
-  if (!std::is_sorted(byPlace_.begin(), byPlace_.end(), less))
-    std::sort(byPlace_.begin(), byPlace_.end(), less);
-  std::vector<GenSetKey> keys;
-  keys.reserve(marks_.size());
-  for (uint32_t at : byPlace_) keys.push_back(marks_[at].key);
-  places_ = KeyPlaces(std::move(keys));
+  rising_ = std::is_sorted(marks_.begin(), marks_.end(),
+                           [](Mark const& a, Mark const& b) { return a.key < b.key; });
+  unused_ = true;
 }
 
 void DedupMarkAndSweeper::sweepUnmarked() {
-  // The index refers to positions, which are about to change; and the next run makes it anew in any case.
+  // The index refers to positions, which are about to change; and it is made anew when it is needed.
   clear();
-  places_ = KeyPlaces();
-  byPlace_ = {};
   marks_.resize(objects());
   for (size_t at = 0; at < marks_.size(); ++at)
     if (marks_[at].uses == 0 && marks_[at].deduped) doCleanupSweptEntry(keyOf(at));
   dropMarked([](Mark const& m) { return m.uses == 0; });
+  unused_ = false;
+}
+
+void DedupMarkAndSweeper::settle() {
+  if (unused_ || marks_.size() != objects())
+    sweepUnmarked();
+  else
+    clear();
 }
 
 std::vector<std::pair<Mox::Ptr<Dedupable>, bool>> DedupMarkAndSweeper::deduped() const {

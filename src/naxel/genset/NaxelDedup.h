@@ -15,7 +15,6 @@
 #include "mox/HashMap.h"
 #include "mox/OrderedMap.h"
 #include "naxel/genset/GenSet.h"
-#include "naxel/genset/KeyPlaces.h"
 #include "naxel/types/IpPrefixList.h"
 #include "obel/ChipId.h"
 
@@ -38,9 +37,8 @@ class NAXEL_EXPORT DedupableList : public Mox::Entity {
   std::vector<Mox::Ptr<Dedupable>> dedupedObj_;
 };
 
-/// Index of objects by content: the objects stand in an array in the order in which they came; a table
-/// leads from a place, a hash of content under the process's secret, to the last object of that place,
-/// and each object to the one before it.
+/// Index of objects by content: the objects stand in an array in the order in which they came, and a table
+/// leads from a place, a hash of content under the process's secret, to the objects of that place.
 class NAXEL_EXPORT Deduper : public Mox::Entity {
  public:
   using BucketMap = Mox::OrderedMap<uint32_t, Mox::Ptr<DedupableList>>;
@@ -62,19 +60,23 @@ class NAXEL_EXPORT Deduper : public Mox::Entity {
   /// Position of the object of this place for which `same(object)` holds, or `none`.
   template <class Same>
   uint32_t find(uint64_t place, Same same) const {
-    uint32_t const* last = last_.get(place);
-    for (uint32_t at = last ? *last : none; at != none; at = items_[at].before)
-      if (same(*items_[at].obj)) return at;
-    return none;
+    if (slots_.empty()) return none;
+    size_t const mask = slots_.size() - 1;
+    for (size_t slot = place & mask;; slot = (slot + 1) & mask) {
+      uint32_t const at = slots_[slot];
+      if (at == none || (items_[at].place == place && same(*items_[at].obj))) return at;
+    }
   }
+  /// Adds an object that the index does not hold.
+  void addNew(Mox::Ptr<Dedupable> obj, uint64_t place);
   size_t objects() const { return items_.size(); }
   Mox::Ptr<Dedupable> const& object(size_t at) const { return items_[at].obj; }
   /// Whether the objects can be found.
-  bool isIndexed() const { return items_.empty() || !last_.empty(); }
+  bool isIndexed() const { return items_.empty() || !slots_.empty(); }
   /// Forgets where the objects are, and keeps them.
-  void clearIndex() { last_.clear(); }
+  void clearIndex() noexcept { slots_ = {}; }
   /// Indexes the objects that are there.
-  void rebuildIndex();
+  void rebuildIndex() { rebuildIndex(items_.size()); }
   /// Drops the objects for which `gone(position)` holds; the index must be empty.
   template <class Gone>
   void dropObjects(Gone gone) {
@@ -91,12 +93,13 @@ class NAXEL_EXPORT Deduper : public Mox::Entity {
   struct Item {
     Mox::Ptr<Dedupable> obj;
     uint64_t place = 0;
-    uint32_t before = none;  // of the same place; means nothing while there is no index
   };
-  void enter(uint32_t at);
+  /// With room for so many objects.
+  void rebuildIndex(size_t room);
+  void enter(uint32_t at) noexcept;
 
   std::vector<Item> items_;
-  Mox::HashMap<uint64_t, uint32_t> last_;  // by place
+  std::vector<uint32_t> slots_;  // positions by place; a power of two many, at most half in use
 };
 
 /// Keeps objects while they are in use. Between kicks the index is empty; the objects stay.
@@ -112,18 +115,24 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
   /// whether a known one is equal to it. 0, and nothing is marked, where there is none or it has no set.
   template <class Same>
   GenSetKey markEqual(uint64_t place, Same same) {
+    if (!isIndexed()) rebuildIndex();
     uint32_t const at = find(place, same);
     if (at == none) return GenSetKey();
-    if (marks_.size() <= at) marks_.resize(objects());
     return keyOf(at) ? mark(at) : GenSetKey();
   }
-  /// For a run that changes few marks of the one before instead of setting all anew: what is new can be found
-  /// again, and the marks are those of that run.
-  void reopen();
-  /// Takes back a mark of that run, or adds one. O(objects).
-  void remark(GenSetKey key, int32_t by);
-  /// Marks the object whose set has that key, which must be one of a run that finished.
-  void markKey(GenSetKey key);
+  /// Adds an object that markEqual() has not found, with the key of its set, and marks it.
+  void addMarked(Mox::Ptr<Dedupable> obj, uint64_t place, GenSetKey key);
+  /// Marks the object whose set has that key, or takes one mark back. It must have been marked before. O(log
+  /// objects).
+  void markKey(GenSetKey key) { ++marks_[placeOf(key)].uses; }
+  void unmarkKey(GenSetKey key) {
+    if (--marks_[placeOf(key)].uses == 0) unused_ = true;
+  }
+  /// Whether an object may have lost its last mark since the last sweep.
+  bool hasUnused() const { return unused_; }
+  /// Ends a run that has begun with the marks of the one before: as sweepUnmarked(), but at once where no object
+  /// has lost its last mark.
+  void settle();
   /// How many objects there are.
   size_t size() const { return objects(); }
   /// Calls `f(key, uses)` for every object that has a set, with how often it was marked since
@@ -159,8 +168,13 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
     bool deduped = false;  // has been marked at some time
   };
   GenSetKey mark(size_t at);
+  /// Makes the marks that objects lack.
+  void makeMarks();
+  void keyIs(size_t at, GenSetKey key);
+  /// Position of the object whose set has that key.
+  size_t placeOf(GenSetKey key) const;
   GenSetKey keyOf(size_t at) const {
-    return marks_[at].key ? marks_[at].key : getGenSetKey(*object(at));
+    return at < marks_.size() && marks_[at].key ? marks_[at].key : getGenSetKey(*object(at));
   }
   /// Drops the objects for which `gone(mark)` holds; the index must be empty.
   template <class Gone>
@@ -170,9 +184,8 @@ class NAXEL_EXPORT DedupMarkAndSweeper : public Deduper {
   }
 
   std::vector<Mark> marks_;  // by position; shorter where objects came without a mark
-  // Of the run at hand, for the objects that were there before it.
-  KeyPlaces places_;               // of their keys, ascending
-  std::vector<uint32_t> byPlace_;  // their positions in marks_
+  bool rising_ = true;       // the keys do, with the positions
+  bool unused_ = false;
 };
 
 /// Stands for the content of a prefix list. `prefixList` is the list it was made for until a set is

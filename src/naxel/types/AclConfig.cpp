@@ -1,5 +1,7 @@
 #include "naxel/types/AclConfig.h"
 
+#include "naxel/types/RuleHash.h"
+
 #include <utility>
 
 namespace Naxel {
@@ -31,24 +33,12 @@ void RuleConfig::ruleFilterDel() {
 void RuleConfig::actionIs(NaxelActionValue const& v) {
   if (action_ == v) return;
   stamp_.renew();
-  ownHash_.reset();
   attrIs(action_, v, &Notifiee::onAction);
 }
 
-RuleStamps RuleConfig::stamps() const {
-  RuleStamps all;
-  all.rule = stamp_.get();
-  if (!ruleFilter_) return all;
-  all.filter = ruleFilter_->stamp();
-  if (auto const& list = ruleFilter_->source()) all.source = list->stamp();
-  if (auto const& list = ruleFilter_->destination()) all.destination = list->stamp();
-  return all;
-}
-
 uint64_t RuleConfig::contentHash() const {
-  if (!ownHash_) ownHash_ = Mox::hashCombine(Mox::hashText(name_), action_.hash64());
-  return Mox::hashCombine(*ownHash_,
-                          ruleFilter_ ? Mox::hashCombine(1, ruleFilter_->contentHash()) : 0);
+  return ruleHash(name_, action_,
+                  ruleFilter_ ? ruleFilter_->contentHash() : FilterHash().finish(nullptr, nullptr));
 }
 
 Mox::AttributeTable const& AclConfig::attributeTable() const {
@@ -146,7 +136,11 @@ Mox::AttributeTable const& AclConfigColl::attributeTable() const {
 }
 
 Mox::Ptr<AclConfig> AclConfigColl::aclIs(std::string const& name) {
-  return itemIs(acl_, name, &Notifiee::onAcl, [&] { return Mox::makePtr<AclConfig>(name); });
+  return itemIs(acl_, name, &Notifiee::onAcl, [&] {
+    auto acl = Mox::makePtr<AclConfig>(name);
+    stamp_.renew();
+    return acl;
+  });
 }
 
 Mox::AttributeTable const& GlobalAclConfig::attributeTable() const {

@@ -8,7 +8,8 @@
 /// A walk over a collection of the configuration may delete what it stands on.
 ///
 /// Every list, filter, rule and ACL has a stamp of what it holds (mox/Stamp.h), by which a kick tells
-/// what has not changed since the one before.
+/// what has not changed since the one before; and the process counts all changes, so that after none it need not
+/// look at all (ConfigStamp.h).
 
 #include "lumox/AddressFamily.h"
 #include "mox/Chunked.h"
@@ -72,18 +73,29 @@ class NAXEL_EXPORT RuleConfig : public Mox::Entity {
   bool continueRule() const { return continueRule_; }
   void continueRuleIs(bool v) { attrIs(continueRule_, v, &Notifiee::onContinueRule); }
 
-  RuleStamps stamps() const;
-  /// 64-bit hash of name, action and filter, public as that of a list. What the rule holds itself is
-  /// hashed once after each change.
+  RuleStamps stamps() const {
+    RuleStamps all;
+    all.rule = stamp_.get();
+    if (!ruleFilter_) return all;
+    all.filter = ruleFilter_->stamp();
+    if (auto const& list = ruleFilter_->source()) all.source = list->stamp();
+    if (auto const& list = ruleFilter_->destination()) all.destination = list->stamp();
+    return all;
+  }
+  /// 64-bit hash of name, action and filter, public as that of a list. No filter counts as an empty one.
   uint64_t contentHash() const;
+  /// Where a walk over the rules has found this one. It means something to that walk alone, which makes sure
+  /// that this rule stands there: any other one may have written it since.
+  uint32_t walkPlace() const { return walkPlace_; }
+  void walkPlaceIs(uint32_t place) const { walkPlace_ = place; }
 
  private:
   std::string name_;
-  Mox::ContentStamp stamp_;                  // of name and action, and which filter
-  mutable std::optional<uint64_t> ownHash_;  // of name and action
+  ConfigStamp stamp_;  // of name and action, and which filter
   Mox::Ptr<RuleFilter> ruleFilter_;
   NaxelActionValue action_;
   bool continueRule_ = false;
+  mutable uint32_t walkPlace_ = 0;
 };
 
 /// One ACL. A rule takes part in matching under each index that refers to it.
@@ -143,7 +155,7 @@ class NAXEL_EXPORT AclConfig : public Mox::Entity {
   void indexIs(AceIndex index, std::optional<Mox::Ptr<RuleConfig>> rule);
 
   std::string name_;
-  Mox::ContentStamp stamp_;
+  ConfigStamp stamp_;
   std::optional<IndexesOf> indexesOf_;  // none before the first rule is deleted
   std::optional<Lumox::AddressFamily> af_;
   Mox::HashMap<std::string, Mox::Ptr<RuleConfig>> ruleByName_;
@@ -170,11 +182,18 @@ class NAXEL_EXPORT AclConfigColl : public Mox::Entity {
   bool aclHas(std::string const& name) const { return acl_.contains(name); }
   /// Creates the ACL, or returns the one of that name.
   Mox::Ptr<AclConfig> aclIs(std::string const& name);
-  void aclDel(std::string const& name) { itemDel(acl_, name, &Notifiee::onAcl); }
-  void aclDelAll() { collDelAll(acl_, &Notifiee::onAcl); }
+  void aclDel(std::string const& name) {
+    stamp_.renew();
+    itemDel(acl_, name, &Notifiee::onAcl);
+  }
+  void aclDelAll() {
+    stamp_.renew();
+    collDelAll(acl_, &Notifiee::onAcl);
+  }
 
  private:
   Obel::ChipId chipId_;
+  ConfigStamp stamp_;  // of which ACLs there are
   Mox::ChunkedMap<std::string, Mox::Ptr<AclConfig>> acl_;
 };
 

@@ -4,10 +4,10 @@
 
 #include "lumox/IpGenPrefix.h"
 #include "mox/HashMap.h"
-#include "mox/Stamp.h"
+#include "naxel/types/ConfigStamp.h"
 #include "naxel/types/Dedupable.h"
 
-#include <optional>
+#include <memory>
 
 namespace Naxel {
 
@@ -38,7 +38,9 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
   void addrDelAll();
 
   /// The prefixes carved out of `addr`.
-  PrefixColl const& exceptAddr() const { return content_->exceptAddr; }
+  PrefixColl const& exceptAddr() const {
+    return content_->exceptAddr ? *content_->exceptAddr : noPrefixes();
+  }
   size_t exceptAddrs() const { return exceptAddr().size(); }
   bool exceptAddrHas(Lumox::IpGenPrefix const& p) const { return exceptAddr().contains(p); }
   void exceptAddrIs(Lumox::IpGenPrefix const& p);
@@ -48,9 +50,9 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
   /// Stamp of what both sets hold. Lists of equal stamps have the same members.
   Mox::Stamp stamp() const { return stamp_.get(); }
   /// 64-bit hash of both sets, independent of insertion order: public, so different lists may be made
-  /// that have the same one. Computed once after each change, as are the next two.
-  uint64_t contentHash() const { return digest().hash; }
-  /// The families of the prefixes in both sets.
+  /// that have the same one. O(members).
+  uint64_t contentHash() const;
+  /// The families of the prefixes in both sets. Found once after each change, as is the place.
   struct Families {
     bool ipv4 = false;
     bool ipv6 = false;
@@ -72,29 +74,38 @@ class NAXEL_EXPORT IpPrefixList : public Dedupable {
 
  private:
   struct Content : Mox::RefCounted {
+    Content() = default;
+    Content(Content const& o)
+        : RefCounted(o),
+          addr(o.addr),
+          exceptAddr(o.exceptAddr ? std::make_unique<PrefixColl>(*o.exceptAddr) : nullptr) {}
     PrefixColl addr;
-    PrefixColl exceptAddr;
+    std::unique_ptr<PrefixColl> exceptAddr;  // most lists have none
   };
   /// What is remembered of the content.
   struct Digest {
-    uint64_t hash;
-    uint64_t place;
+    uint64_t place = 0;
     Families families;
+    bool known = false;
   };
   using On = void (Notifiee::*)(Lumox::IpGenPrefix const&);
+  explicit IpPrefixList(Mox::Ptr<Content> content) : content_(std::move(content)) {}
+  static PrefixColl const& noPrefixes();
   /// The content for a change: a copy where it is shared, and without what is remembered of it.
   Content& ownContent();
-  void insert(PrefixColl Content::*coll, Lumox::IpGenPrefix const& p, On on);
-  void erase(PrefixColl Content::*coll, Lumox::IpGenPrefix const& p, On on);
-  void eraseAll(PrefixColl Content::*coll, On on);
+  /// One of the two sets, for a change.
+  PrefixColl& ownColl(bool except);
+  void insert(bool except, Lumox::IpGenPrefix const& p, On on);
+  void erase(bool except, Lumox::IpGenPrefix const& p, On on);
+  void eraseAll(bool except, On on);
   Digest const& digest() const {
-    if (!digest_) digest_ = computeDigest();
-    return *digest_;
+    if (!digest_.known) digest_ = computeDigest();
+    return digest_;
   }
   Digest computeDigest() const;
 
-  Mox::ContentStamp stamp_;
-  mutable std::optional<Digest> digest_;
+  ConfigStamp stamp_;
+  mutable Digest digest_;
   Mox::Ptr<Content> content_;
 };
 inline Mox::Ptr<IpPrefixList> ipPrefixListFactory() { return Mox::makePtr<IpPrefixList>(); }

@@ -1,5 +1,7 @@
 #include "naxel/types/RuleFilter.h"
 
+#include "naxel/types/RuleHash.h"
+
 namespace Naxel {
 
 Mox::AttributeTable const& RuleFilter::attributeTable() const {
@@ -53,37 +55,25 @@ void RuleFilter::rangeDel(RangeSetType type, uint32_t start, uint32_t end) {
   });
 }
 
-namespace {
-
-// Every field is mixed with a number of its own, so that content which moves from one field to another
-// changes the hash.
-enum : uint64_t { sourceSalt = 1, destinationSalt, firstRangeSalt };
-
-}  // namespace
-
-RuleFilter::OwnDigest RuleFilter::computeOwnDigest() const {
-  uint64_t hash = (matchTcpInit_ ? 1u : 0u) | (matchTcpEstablished_ ? 2u : 0u);
+bool RuleFilter::rangesValid() const {
   bool valid = true;
-  forEachRangeColl([&](RangeSetType type, auto const& ranges) {
-    uint64_t const salt = firstRangeSalt + static_cast<uint64_t>(type);
+  forEachRangeColl([&](RangeSetType, auto const& ranges) {
     using R = typename std::remove_cvref_t<decltype(ranges)>::value_type;
-    // The number of ranges is part of it, so that no range of one field can be read as the beginning of the
-    // next.
-    if (!ranges.empty()) hash = Mox::hashCombine(hash, Mox::hashCombine(salt, ranges.size()));
     ranges.forEach([&](R const& r) {
-      hash = Mox::hashCombine(hash, r.orderKey());
       valid = valid && r.rangeStart() <= r.rangeEnd() && r.rangeEnd() <= R::bound;
     });
   });
-  return {hash, valid};
+  return valid;
 }
 
 uint64_t RuleFilter::contentHash() const {
-  auto const list = [](uint64_t salt, IpPrefixList const* l) {
-    return l ? Mox::hashCombine(salt, l->contentHash()) : salt;
-  };
-  return Mox::hashCombine(Mox::hashCombine(ownDigest().hash, list(sourceSalt, source_.get())),
-                          list(destinationSalt, destination_.get()));
+  FilterHash hash(matchTcpInit_, matchTcpEstablished_);
+  forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+    hash.ranges(
+        type, ranges, [](auto const& r) { return r.rangeStart(); },
+        [](auto const& r) { return r.rangeEnd(); });
+  });
+  return hash.finish(source_.get(), destination_.get());
 }
 
 }  // namespace Naxel

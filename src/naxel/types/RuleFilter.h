@@ -2,12 +2,11 @@
 
 /// What a packet must be like to match a rule.
 
-#include "mox/Chunked.h"
+#include "mox/SmallSet.h"
 #include "naxel/types/IpPrefixList.h"
 #include "naxel/types/MatchFields.h"
 #include "naxel/types/Ranges.h"
 
-#include <optional>
 #include <tuple>
 
 namespace Naxel {
@@ -20,7 +19,7 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
  public:
   /// The ranges of one field, ascending.
   template <class R>
-  using RangeColl = Mox::ChunkedSet<R>;
+  using RangeColl = Mox::SmallSet<R>;
 
   class NAXEL_EXPORT Notifiee : public Mox::Notifiee {
    public:
@@ -120,11 +119,10 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   /// Stamp of what the filter holds itself: ranges, flags, and which lists; not what the lists hold.
   Mox::Stamp stamp() const { return stamp_.get(); }
   /// 64-bit hash of everything that the filter says, public as that of a list: each field enters under
-  /// a salt of its own, an absent list differs from an empty one, and the TCP flags count. What the
-  /// filter holds itself is hashed once after each change, and the lists remember theirs.
+  /// a salt of its own, an absent list differs from an empty one, and the TCP flags count. O(members).
   uint64_t contentHash() const;
-  /// Whether each range has its ends in order and within its field, remembered with the hash.
-  bool rangesValid() const { return ownDigest().rangesValid; }
+  /// Whether each range has its ends in order and within its field. O(ranges).
+  bool rangesValid() const;
   uint32_t hash() const { return Mox::foldHash(contentHash()); }
 
  private:
@@ -140,48 +138,32 @@ class NAXEL_EXPORT RuleFilter : public Mox::Entity {
   template <class F>
   static void withRangeMember(RangeSetType type, F f);
 
-  /// What is remembered of the ranges and flags.
-  struct OwnDigest {
-    uint64_t hash;
-    bool rangesValid;
-  };
-  /// What the filter holds itself is about to change.
-  void change() {
-    stamp_.renew();
-    ownDigest_.reset();
-  }
   template <class T, class V, class On>
   void ownIs(T& slot, V v, On on) {
     if (slot == v) return;
-    change();
+    stamp_.renew();
     attrIs(slot, std::move(v), on);
   }
   template <class R, class On>
   void addRange(RangeColl<R>& ranges, R const& r, On on) {
     if (ranges.contains(r)) return;
-    change();
+    stamp_.renew();
     memberIs(ranges, r, on);
   }
   template <class R, class On>
   void removeRange(RangeColl<R>& ranges, R const& r, On on) {
     if (!ranges.contains(r)) return;
-    change();
+    stamp_.renew();
     itemDel(ranges, r, on);
   }
   template <class R, class On>
   void removeRanges(RangeColl<R>& ranges, On on) {
     if (ranges.empty()) return;
-    change();
+    stamp_.renew();
     collDelAll(ranges, on);
   }
-  OwnDigest const& ownDigest() const {
-    if (!ownDigest_) ownDigest_ = computeOwnDigest();
-    return *ownDigest_;
-  }
-  OwnDigest computeOwnDigest() const;
 
-  Mox::ContentStamp stamp_;
-  mutable std::optional<OwnDigest> ownDigest_;
+  ConfigStamp stamp_;
   Mox::Ptr<IpPrefixList> source_;
   Mox::Ptr<IpPrefixList> destination_;
   RangeColl<L4PortRange> sportRange_;

@@ -138,6 +138,11 @@ TEST(CollisionTest, WhatIsWrittenAgainIsSkippedOnlyWhereItSaysTheSame) {
       {false, [](W& w, A& acl, F&, F&) { acl.ruleByNameDel("one"), w.rules("edge 10 one"); }},
       {false, [](W&, A& acl, F&, F&) { acl.ruleByIdIs(AceIndex(10), acl.ruleByName("two")); }},
       {false, [](W&, A& acl, F&, F&) { acl.ruleByIdIs(AceIndex(9), acl.ruleByName("two")); }},
+      {false,
+       [](W&, A& acl, F&, F&) {
+         acl.ruleByIdIs(AceIndex(11), acl.ruleById(AceIndex(10)));
+         acl.ruleByIdDel(AceIndex(10));
+       }},
       {true, [](W& w, A&, F&, F&) { w.acls->aclDelAll(), w.rules(two), w.rules(one); }},
       {false, [](W& w, A&, F&, F&) { w.acls->aclDelAll(), w.rules(two); }},
       {true, [](W& w, A&, F&, F&) { w.rules("af core ipv4"); }},

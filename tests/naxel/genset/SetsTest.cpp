@@ -142,7 +142,7 @@ TEST(Sets, ASetStaysUnderItsFirstKeyForAsLongAsEveryRunUsesIt) {
     EXPECT_EQ(info->rangeSetColl().size(), known.size());
     for (auto const& [content, key] : known) EXPECT_TRUE(info->rangeSetCollHas(GenSetKey(key)));
   }
-  EXPECT_DEATH(sweeper.markKey(GenSetKey(4)), "place != none");
+  EXPECT_DEATH(sweeper.markKey(GenSetKey(4)), "place->key == key");
 }
 
 TEST(Sets, AWalkOverTheConfigurationMayDeleteWhatItStandsOn) {
@@ -203,6 +203,122 @@ TEST(Sets, AggregatorSharesSetsAndSpendsTheKeysOfDuplicates) {
   auto const rule = w.root->aggregatorStatus()->aclGenSetIpRuleList("a")->genSetIpRule("r");
   EXPECT_EQ(rule->sport(), GenSetKey(2));
   EXPECT_FALSE(rule->dport());
+}
+
+/// What the aggregator says of each rule, by ACL and name, with sets by content, and by index; and for each set
+/// how often it is used.
+struct Published {
+  std::map<std::string, std::pair<std::string, Mox::Ptr<GenSetIpRule>>> rules;
+  std::string all, counts;
+};
+
+Published publishedBy(World const& w) {
+  Published out;
+  auto const status = w.root->aggregatorStatus();
+  std::map<std::string, uint32_t> counts;
+  auto const add = [&](std::string& text, std::string const& kind, auto const& sets,
+                       GenSetKey key) {
+    if (!key) return;
+    std::string content = kind;
+    for (char const* part : {"prefix", "exceptPrefix", "range"})
+      for (Mox::Attribute const& a : sets->get(key)->get()->attributeTable())
+        if (a.name == part) content += a.text(**sets->get(key));
+    text += content;
+    counts[content] = status->genSetUsageInfo()->refCountValue(key);
+  };
+  for (auto const& [acl, list] : status->aclGenSetIpRuleList()) {
+    std::string const family = Mox::stringValue(list->af());
+    out.all += acl + family;
+    for (auto const& rule : list->genSetIpRule()) {
+      std::string text = family + Mox::valueToStrep(rule->action());
+      for (bool src : {true, false})
+        add(text, src ? " src " : " dst ", &status->prefixInfo({list->af(), src})->prefixSetColl(),
+            src ? rule->source() : rule->destination());
+      for (RangeSetType type : allRangeSetTypes())
+        add(text, " " + Mox::stringValue(type), &status->rangeSplitInfo(type)->rangeSetColl(),
+            rule->range(type));
+      out.rules[acl + " " + rule->name()] = {text, rule};
+      EXPECT_EQ(list->genSetIpRule(rule->name()), rule);
+    }
+    for (auto const& [index, rule] : list->genSetIpRuleById()) {
+      out.all += " " + Mox::valueToStrep(index) + rule->name();
+      EXPECT_EQ(list->genSetIpRule(rule->name()), rule);
+    }
+  }
+  for (auto const& [name, rule] : out.rules) out.all += "\n" + name + rule.first;
+  for (ComboLabelSetType type : allComboLabelSetTypes())
+    out.all += w.capability->comboEnabled(type) ? "+" : "-";
+  for (auto const& [set, count] : counts) out.counts += set + " x" + std::to_string(count) + "\n";
+  return out;
+}
+
+/// Writes something into a configuration of few rules over few sets.
+void writeSomething(World& w, SeededDice& dice, Chip& chip) {
+  static char const* const filters[] = {"src 10.0.0.0/8",
+                                        "src 10.0.0.0/8 dst 11.0.0.0/8,!11.1.0.0/16 dport 80",
+                                        "dst 12.0.0.0/8 dport 80 proto 6",
+                                        "sport 1-9 dport 80 drop",
+                                        "src 12.0.0.0/8 sport 1-9,20 init",
+                                        ""};
+  std::string const name(1, static_cast<char>('a' + dice.below(2)));
+  auto const acl = w.acls->acl(name);
+  AceIndex const index(dice.below(9));
+  std::string const one(1, static_cast<char>('p' + dice.below(7)));
+  std::string const text = name + " " + Mox::valueToStrep(index) + " " + one + " ";
+  auto const rule = acl ? acl->ruleByName(one) : nullptr;
+  uint64_t const what = dice.below(12);
+  if (!rule || what < 3) return w.rules(text + filters[dice.below(std::size(filters))]);
+  auto const other = acl->ruleByName(std::string(1, static_cast<char>('p' + dice.below(7))));
+  auto const filter = rule->ruleFilterIs();
+  NaxelActionValue action;
+  switch (what) {
+    case 3: return acl->ruleByNameDel(one);
+    case 4: return acl->ruleByNameDel(one), w.rules(text + filters[dice.below(2)]);
+    case 5: return acl->ruleByIdDel(index);
+    case 6: return acl->ruleByIdIs(index, rule);
+    case 7: return action.logEnabledIs(dice.oneIn(2)), rule->actionIs(action);
+    case 8: return filter->rangeIs(RangeSetType::dscp, 1, 1);
+    case 9:
+      if (other && other->ruleFilter()) filter->destinationIs(other->ruleFilter()->source());
+      return;
+    case 10:
+      if (filter->source())
+        filter->source()->addrIs(Lumox::IpGenPrefix::v4(dice.below(2) << 24, 8));
+      return;
+    default:
+      if (dice.oneIn(4)) return w.acls->aclDel(name);
+      setWidths(w, chip = allChips[1 + dice.below(2)]);
+  }
+}
+
+TEST(Sets, ARunCompilesWhatSaysSomethingElseAndKeepsAllOther) {
+  for (uint64_t seed = 1; seed <= 12; ++seed) {
+    SeededDice dice(seed);
+    World w;
+    Chip chip = Chip::combos;
+    setWidths(w, chip);
+    Published before;
+    for (int kick = 0; kick < 30; ++kick) {
+      SCOPED_TRACE(testing::Message() << seed << " " << kick);
+      for (uint64_t i = dice.below(4); i > 0; --i) writeSomething(w, dice, chip);
+      ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess) << w.failureText();
+      World fresh;
+      copyAcls(*w.acls, *fresh.acls);
+      setWidths(fresh, chip);
+      fresh.kick();
+      Published const now = publishedBy(w), anew = publishedBy(fresh);
+      ASSERT_EQ(now.all, anew.all);
+      EXPECT_EQ(now.counts, anew.counts);
+      EXPECT_EQ(w.root->aggregatorStatus()->status() == StageStatusType::finishedSkipped,
+                kick > 0 && now.all == before.all);
+      for (auto const& [name, rule] : now.rules) {
+        auto const known = before.rules.find(name);
+        if (known == before.rules.end()) continue;
+        EXPECT_EQ(rule.first == known->second.first, rule.second == known->second.second) << name;
+      }
+      before = now;
+    }
+  }
 }
 
 TEST(SetsDeathTest, MisuseEndsTheProcess) {
