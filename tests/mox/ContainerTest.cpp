@@ -5,15 +5,18 @@
 #include "mox/FlatSet.h"
 #include "mox/Hash.h"
 #include "mox/HashMap.h"
+#include "mox/InlineSet.h"
 #include "mox/OrderedMap.h"
 #include "mox/SmallSet.h"
 #include "support/AllocationFaults.h"
 #include "support/Thinning.h"
 
 #include <algorithm>
+#include <array>
 #include <iostream>
 #include <map>
 #include <random>
+#include <set>
 
 #include <gtest/gtest.h>
 
@@ -169,6 +172,37 @@ TEST(Containers, OfSeveralElementsOfOneKeyTheFirstIsAdopted) {
   FlatMap<uint32_t, uint32_t> map;
   map.adopt(items);
   EXPECT_EQ(map.items(), Items(model.begin(), model.end()));
+}
+
+TEST(Containers, ASetInItsObjectEqualsItsModel) {
+  std::mt19937 random(1);
+  std::array<InlineSet<uint32_t, 2>, 2> sets;
+  std::array<std::set<uint32_t>, 2> models;
+  for (uint32_t i = 0; i < 20000; ++i) {
+    size_t const at = random() % 2;
+    uint32_t const value = random() % (i / 500 % 2 ? 40 : 4);
+    std::vector<uint32_t> many(value % 6);
+    for (uint32_t& v : many) v = random() % 40;
+    unsigned const what = random() % 8;
+    if (what == 0) {
+      sets[at].adopt(many);
+      models[at] = {many.begin(), many.end()};
+    } else if (what == 1) {
+      sets[at] = sets[1 - at];
+      models[at] = models[1 - at];
+    } else if (what == 2) {
+      std::swap(sets[0], sets[1]);
+      std::swap(models[0], models[1]);
+    } else if (what < 5) {
+      ASSERT_EQ(sets[at].insert(value), models[at].insert(value).second);
+    } else {
+      ASSERT_EQ(sets[at].erase(value), models[at].erase(value) > 0);
+    }
+    for (size_t s : {0, 1})
+      ASSERT_EQ(sets[s].items(), std::vector<uint32_t>(models[s].begin(), models[s].end())) << i;
+    ASSERT_EQ(sets[at].contains(value), models[at].contains(value));
+    ASSERT_EQ(sets[0] == sets[1], models[0] == models[1]);
+  }
 }
 
 /// Counts how often an element is looked at.

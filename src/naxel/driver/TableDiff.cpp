@@ -13,20 +13,23 @@ void walkTogether(Coll const& before, Coll const& after, KeyOf keyOf, Before onl
   auto a = before.begin();
   auto b = after.begin();
   while (a != before.end() || b != after.end()) {
-    if (b == after.end() || (a != before.end() && keyOf(*a) < keyOf(*b)))
-      onlyBefore(*a++);
-    else if (a == before.end() || keyOf(*b) < keyOf(*a))
-      onlyAfter(*b++);
-    else
+    // Most keys are in both.
+    if (a != before.end() && b != after.end() && keyOf(*a) == keyOf(*b))
       both(*a++, *b++);
+    else if (b == after.end() || (a != before.end() && keyOf(*a) < keyOf(*b)))
+      onlyBefore(*a++);
+    else
+      onlyAfter(*b++);
   }
 }
 
-template <class Row, class Coll>
-RowChanges<Row> rowChanges(Coll const& before, Coll const& after, bool all) {
+template <class Row, class Table>
+RowChanges<Row> rowChanges(Table const& before, Table const& after, bool all) {
   RowChanges<Row> out;
+  // Outputs share tables that did not change.
+  if (before == after && !all) return out;
   walkTogether(
-      before, after, [](Row const& r) -> auto const& { return r.key(); },
+      before->entry(), after->entry(), [](Row const& r) -> auto const& { return r.key(); },
       [&](Row const& r) { out.del.push_back(&r); }, [&](Row const& r) { out.add.push_back(&r); },
       [&](Row const& a, Row const& b) {
         if (all || a.value() != b.value()) out.change.emplace_back(&a, &b);
@@ -87,15 +90,14 @@ bool haveSameWidths(ChipHwCapability const& a, ChipHwCapability const& b) {
 TableDiff::TableDiff(PDData const& before, PDData const& after)
     : otherWidths(!haveSameWidths(*before.hwCapability(), *after.hwCapability())) {
   for (PrefixXformKey const& key : PrefixXformKey::all())
-    prefix.set(key, rowChanges<PDPrefixXformEntry>(before.pdPrefixXformEntryColl(key)->entry(),
-                                                   after.pdPrefixXformEntryColl(key)->entry(),
-                                                   otherWidths));
+    prefix.set(key, rowChanges<PDPrefixXformEntry>(before.pdPrefixXformEntryColl(key),
+                                                   after.pdPrefixXformEntryColl(key), otherWidths));
   for (RangeSetType type : allRangeSetTypes())
-    range[static_cast<size_t>(type)] = rowChanges<PDRangeXformEntry>(
-        before.rangeColl(type)->entry(), after.rangeColl(type)->entry(), otherWidths);
+    range[static_cast<size_t>(type)] =
+        rowChanges<PDRangeXformEntry>(before.rangeColl(type), after.rangeColl(type), otherWidths);
   for (ComboLabelSetType type : allComboLabelSetTypes())
-    combo[static_cast<size_t>(type)] = rowChanges<PDComboEntry>(
-        before.comboColl(type)->entry(), after.comboColl(type)->entry(), otherWidths);
+    combo[static_cast<size_t>(type)] =
+        rowChanges<PDComboEntry>(before.comboColl(type), after.comboColl(type), otherWidths);
   walkTogether(
       before.pdAclColl()->pdAcl(), after.pdAclColl()->pdAcl(),
       [](auto const& item) -> auto const& { return item.first; },
@@ -106,6 +108,7 @@ TableDiff::TableDiff(PDData const& before, PDData const& after)
         acl.push_back(aclChanges(item.first, nullptr, item.second.get(), otherWidths));
       },
       [&](auto const& a, auto const& b) {
+        if (a.second == b.second && !otherWidths) return;
         AclChanges changes = aclChanges(a.first, a.second.get(), b.second.get(), otherWidths);
         if (!changes.add.empty() || !changes.del.empty() || !changes.change.empty())
           acl.push_back(std::move(changes));

@@ -3,8 +3,8 @@
 /// What differs between two outputs, table by table, as rows: for a driver that writes only that.
 ///
 /// Rows are told by their keys: a prefix, a range, a pair of labels; a rule by its index. A row of both
-/// outputs whose label differs is a change. Rules that did not change are mostly the same object in both
-/// outputs, so most of them cost one comparison of pointers; the rest costs what it holds.
+/// outputs whose label differs is a change. Tables, ACLs and rules that did not change are mostly the same object in
+/// both outputs, so most of them cost one comparison of pointers; the rest costs what it holds.
 ///
 /// A chip that is written row by row while packets pass meets states that are neither of the two outputs: it
 /// has to write them beside each other, or to answer `hitful`.

@@ -24,10 +24,24 @@ Mox::Ptr<GenSetCostModel> genSetCostModelFactory() { return Mox::makePtr<GenSetC
 
 RefCntCostModel::RefCntCostModel(Mox::Ptr<EncoderConfig const> const& encoderConfig,
                                  Mox::Ptr<GenSetUsageInfo const> const& genSetUsageInfo) {
-  handleInitialized(*encoderConfig, *genSetUsageInfo);
+  handleInitialized(*encoderConfig,
+                    usesOf(*encoderConfig->xformStatus()->plainLabelListMap(), *genSetUsageInfo));
 }
 
-void RefCntCostModel::handleInitialized(EncoderConfig const& config, GenSetUsageInfo const& usage) {
+RefCntCostModel::RefCntCostModel(Mox::Ptr<EncoderConfig const> const& encoderConfig,
+                                 std::vector<uint32_t> const& uses) {
+  handleInitialized(*encoderConfig, uses);
+}
+
+std::vector<uint32_t> usesOf(PlainLabelListMap const& sets, GenSetUsageInfo const& usage) {
+  std::vector<uint32_t> all;
+  all.reserve(sets.plainLabelList().size());
+  for (auto const& [key, list] : sets.plainLabelList()) all.push_back(usage.refCountValue(key));
+  return all;
+}
+
+void RefCntCostModel::handleInitialized(EncoderConfig const& config,
+                                        std::vector<uint32_t> const& allUses) {
   if (auto line = trace(8))
     line << "RefCntCostModel::"
          << "handleInitialized";
@@ -43,7 +57,7 @@ void RefCntCostModel::handleInitialized(EncoderConfig const& config, GenSetUsage
   places.reserve(lists.size());
   for (auto const& [key, list] : lists) {
     auto const labels = static_cast<uint32_t>(list->label().size());
-    uint32_t const uses = usage.refCountValue(key);
+    uint32_t const uses = allUses[places.size()];
     // The product may wrap round where uses times labels exceed four thousand million. That costs
     // compactness and never correctness.
     places.push_back(

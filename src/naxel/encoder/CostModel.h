@@ -38,6 +38,8 @@ class NAXEL_EXPORT GenSetCostModel : public Mox::Entity {
   std::vector<Visit> visits_;
 };
 NAXEL_EXPORT Mox::Ptr<GenSetCostModel> genSetCostModelFactory();
+/// How many rules use each set of a transform, in the order of the sets.
+std::vector<uint32_t> usesOf(PlainLabelListMap const& sets, GenSetUsageInfo const& usage);
 
 /// Descending by reference count times number of plain labels. The order value is the complement of
 /// that product in wrapping 32-bit arithmetic, which decides the order and nothing else. Ties: the
@@ -48,10 +50,13 @@ class NAXEL_EXPORT RefCntCostModel : public GenSetCostModel {
  public:
   RefCntCostModel(Mox::Ptr<EncoderConfig const> const& encoderConfig,
                   Mox::Ptr<GenSetUsageInfo const> const& genSetUsageInfo);
+  /// With the counts of the sets, in their order, for who knows them.
+  RefCntCostModel(Mox::Ptr<EncoderConfig const> const& encoderConfig,
+                  std::vector<uint32_t> const& uses);
   std::string_view fwkType() const override { return "Naxel::RefCntCostModel"; }
 
  private:
-  void handleInitialized(EncoderConfig const& config, GenSetUsageInfo const& usage);
+  void handleInitialized(EncoderConfig const& config, std::vector<uint32_t> const& allUses);
 };
 
 }  // namespace Naxel

@@ -12,13 +12,29 @@ namespace Naxel {
 Mox::AttributeTable const& EncodedLabelAllocStatus::attributeTable() const {
   static Mox::AttributeTable const table = {
       Mox::attribute<&EncodedLabelAllocStatus::status_>("status"),
-      Mox::attribute<&EncodedLabelAllocStatus::keyToEncLabelList_>("keyToEncLabelList")};
+      Mox::attribute<&EncodedLabelAllocStatus::keyToEncLabelList>("keyToEncLabelList")};
   return table;
 }
 
-EncodedLabelRangeList& EncodedLabelAllocStatus::keyToEncLabelListIs(GenSetKey key) {
-  return *Mox::lookupOrMake(keyToEncLabelList_, key,
-                            [&] { return Mox::makePtr<EncodedLabelRangeList>(key); });
+EncodedLabelAllocStatus::RangeListMap EncodedLabelAllocStatus::keyToEncLabelList() const {
+  RangeListMap all;
+  for (size_t i = 0; i < sets(); ++i) {
+    auto list = Mox::makePtr<EncodedLabelRangeList>(keys_[i]);
+    list->encLabelRangeIs({ranges(i).begin(), ranges(i).end()});
+    all.set(keys_[i], std::move(list));
+  }
+  return all;
+}
+
+void EncodedLabelAllocStatus::reserve(size_t sets) {
+  keys_.reserve(sets);
+  ranges_.reserve(sets);
+  ends_.reserve(sets);
+}
+
+void EncodedLabelAllocStatus::setIs(GenSetKey key) {
+  keys_.push_back(key);
+  ends_.push_back(ranges_.size());
 }
 
 EncodedLabelAllocator::EncodedLabelAllocator(uint32_t encodeBitWidth,
@@ -93,53 +109,53 @@ void EncodedLabelAllocator::handleInitialized() {
   std::vector<LabelLayout::Set> sets;
   sets.reserve(counts.size());
   for (GenSetCostModel::Visit const& visit : costModel_->visits())
-    sets.push_back({visit.list->label().items(), visit.uses});
+    sets.push_back({{visit.list->label().begin(), visit.list->label().end()}, visit.uses});
   encLabelAllocStatus_->reserve(sets.size());
   LabelLayout layout(std::move(sets), largest + 1, encodeBitWidth_);
-  std::vector<EncodedLabelRangeList*> rangeLists;
-  rangeLists.reserve(counts.size());
-  for (size_t i = 0; i < counts.size(); ++i)
-    rangeLists.push_back(&doAllocateLabels(i, counts[i], layout));
+  std::vector<LabelLayout::Block> blocks;
+  std::vector<size_t> blocksFrom = {0};
+  blocks.reserve(counts.size());
+  blocksFrom.reserve(counts.size() + 1);
+  for (size_t i = 0; i < counts.size(); ++i) {
+    doAllocateLabels(i, counts[i], layout, blocks);
+    blocksFrom.push_back(blocks.size());
+  }
   // Only now every label has its value.
-  for (size_t i = 0; i < counts.size(); ++i) addPlacedLabels(i, layout, *rangeLists[i]);
+  for (size_t i = 0; i < counts.size(); ++i)
+    publishRanges(i, layout,
+                  std::span(blocks).subspan(blocksFrom[i], blocksFrom[i + 1] - blocksFrom[i]));
   publish(layout, largest);
   encLabelAllocStatus_->statusIs(StageStatusType::finishedSuccess);
 }
 
-EncodedLabelRangeList& EncodedLabelAllocator::doAllocateLabels(size_t place, uint32_t allocLabelCnt,
-                                                               LabelLayout& layout) {
-  GenSetKey const key = costModel_->visits()[place].list->key();
+void EncodedLabelAllocator::doAllocateLabels(size_t place, uint32_t allocLabelCnt,
+                                             LabelLayout& layout,
+                                             std::vector<LabelLayout::Block>& blocks) {
   if (auto line = trace(8))
-    line << "EncodedLabelAllocator::doAllocateLabels key: " << key
-         << ", allocLabelCnt: " << allocLabelCnt << ", extraLabelCnt: " << extraLabelCnt();
-  EncodedLabelRangeList& rangeList = encLabelAllocStatus_->keyToEncLabelListIs(key);
-  uint32_t const numLabels = layout.newLabels(place);
-  MOX_ASSERT(numLabels <= allocLabelCnt);
-  std::vector<LabelBlocks::Block> blocks;
-  if (allocLabelCnt > 0) blocks = blocks_->take(allocLabelCnt);
-  layout.place(place, blocks);
-  std::vector<EncodedLabelRange> ranges;
-  ranges.reserve(blocks.size());
-  for (LabelBlocks::Block const& b : blocks)
-    ranges.emplace_back(EncodedLabel(static_cast<uint16_t>(b.start)),
-                        EncodedLabel(static_cast<uint16_t>(b.end)));
-  rangeList.encLabelRangeIs(std::move(ranges));
-  return rangeList;
+    line << "EncodedLabelAllocator::doAllocateLabels key: "
+         << costModel_->visits()[place].list->key() << ", allocLabelCnt: " << allocLabelCnt
+         << ", extraLabelCnt: " << extraLabelCnt();
+  MOX_ASSERT(layout.newLabels(place) <= allocLabelCnt);
+  if (allocLabelCnt == 0) return;
+  size_t const from = blocks.size();
+  blocks_->take(allocLabelCnt, blocks);
+  layout.place(place, std::span(blocks).subspan(from));
 }
 
-void EncodedLabelAllocator::addPlacedLabels(size_t place, LabelLayout const& layout,
-                                            EncodedLabelRangeList& rangeList) {
+void EncodedLabelAllocator::publishRanges(size_t place, LabelLayout const& layout,
+                                          std::span<LabelLayout::Block const> blocks) {
+  for (LabelLayout::Block const& b : blocks)
+    encLabelAllocStatus_->rangeIs(EncodedLabel(static_cast<uint16_t>(b.start)),
+                                  EncodedLabel(static_cast<uint16_t>(b.end)));
   std::span<PlainLabel const> const labels = layout.labels(place);
-  // The blocks hold all labels of the set.
-  if (layout.newLabels(place) == labels.size()) return;
-  std::vector<EncodedLabelRange> ranges = rangeList.encLabelRange().items();
-  ranges.reserve(ranges.size() + labels.size());
-  for (PlainLabel l : labels)
-    if (layout.ownerOf(l) != place) {
-      EncodedLabel const e(layout.valueOf(l));
-      ranges.emplace_back(e, e);
-    }
-  rangeList.encLabelRangeIs(std::move(ranges));
+  // Mostly the blocks hold all labels of the set.
+  if (layout.newLabels(place) != labels.size())
+    for (PlainLabel l : labels)
+      if (layout.ownerOf(l) != place) {
+        EncodedLabel const e(layout.valueOf(l));
+        encLabelAllocStatus_->rangeIs(e, e);
+      }
+  encLabelAllocStatus_->setIs(costModel_->visits()[place].list->key());
 }
 
 void EncodedLabelAllocator::publish(LabelLayout const& layout, uint32_t largest) {

@@ -18,6 +18,7 @@
 #include "mox/HashMap.h"
 #include "naxel/encoder/CostModel.h"
 #include "naxel/encoder/EncoderTypes.h"
+#include "naxel/encoder/LabelLayout.h"
 #include "obel/Bitmap.h"
 
 #include <memory>
@@ -33,19 +34,30 @@ class NAXEL_EXPORT EncodedLabelAllocStatus : public Mox::Entity {
 
   StageStatusType status() const { return status_; }
   void statusIs(StageStatusType v) { status_ = v; }
-  RangeListMap const& keyToEncLabelList() const { return keyToEncLabelList_; }
-  /// The range list of a set, made if absent.
-  EncodedLabelRangeList& keyToEncLabelListIs(GenSetKey key);
-  /// Makes room for the lists that are to come.
-  void reserve(size_t lists) { keyToEncLabelList_.reserve(lists); }
+  /// The range list of each set, put together for the caller.
+  RangeListMap keyToEncLabelList() const;
+  /// The ranges of the sets, in the order in which they were placed.
+  size_t sets() const { return keys_.size(); }
+  GenSetKey key(size_t set) const { return keys_[set]; }
+  std::span<EncodedLabelRange const> ranges(size_t set) const {
+    size_t const from = set == 0 ? 0 : ends_[set - 1];
+    return std::span(ranges_).subspan(from, ends_[set] - from);
+  }
+  /// Makes room for the sets that are to come.
+  void reserve(size_t sets);
+  /// Adds a range to the set that comes next.
+  void rangeIs(EncodedLabel first, EncodedLabel last) { ranges_.emplace_back(first, last); }
+  /// Ends that set.
+  void setIs(GenSetKey key);
 
  private:
   StageStatusType status_ = StageStatusType::init;
-  RangeListMap keyToEncLabelList_;
+  std::vector<GenSetKey> keys_;
+  std::vector<EncodedLabelRange> ranges_;  // of all sets
+  std::vector<size_t> ends_;               // of each among them
 };
 
 class LabelBlocks;
-class LabelLayout;
 
 /// Does its whole work while it is constructed; read the results from the two statuses.
 class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
@@ -74,12 +86,13 @@ class NAXEL_EXPORT EncodedLabelAllocator : public Mox::Entity {
  private:
   void handleInitialized();
   /// Allocates the labels of the set at a place of the visit order that no earlier set has, of which
-  /// there are `allocLabelCnt`. Returns its list of ranges, which holds the blocks.
-  EncodedLabelRangeList& doAllocateLabels(size_t place, uint32_t allocLabelCnt,
-                                          LabelLayout& layout);
+  /// there are `allocLabelCnt`, in blocks behind those that there are.
+  void doAllocateLabels(size_t place, uint32_t allocLabelCnt, LabelLayout& layout,
+                        std::vector<LabelLayout::Block>& blocks);
   Mox::Ptr<Obel::Bitmap> const& bitmap() const;
-  /// Adds the values of its other labels to the ranges of that set.
-  void addPlacedLabels(size_t place, LabelLayout const& layout, EncodedLabelRangeList& rangeList);
+  /// Publishes the ranges of that set: its blocks and the values of its other labels.
+  void publishRanges(size_t place, LabelLayout const& layout,
+                     std::span<LabelLayout::Block const> blocks);
   void publish(LabelLayout const& layout, uint32_t largest);
 
   uint32_t encodeBitWidth_;

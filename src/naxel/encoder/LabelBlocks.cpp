@@ -31,13 +31,12 @@ LabelBlocks::LabelBlocks(uint32_t bitWidth, uint32_t reservedAtTop) {
   if (reservedAtTop) bitmap_->setBitsInRange(size - reservedAtTop, size - 1);
 }
 
-std::vector<LabelLayout::Block> LabelBlocks::take(uint32_t count) {
+void LabelBlocks::take(uint32_t count, std::vector<Block>& blocks) {
   uint32_t const size = bitmap_->size();
   if (count > size - bitmap_->numBitsInSetState()) {
     traceAllocation(0, [&](auto& line) { line << " failed to allocate labels"; });
     MOX_ASSERT(false && "failed to allocate labels");
   }
-  std::vector<Block> blocks;
   uint32_t numAllocated = 0;
   for (uint32_t range = bitsFor(count) + 1; range-- > 0 && numAllocated < count;) {
     uint32_t const blockSize = uint32_t{1} << range;
@@ -65,7 +64,6 @@ std::vector<LabelLayout::Block> LabelBlocks::take(uint32_t count) {
          << ", bitMapSize: " << size;
   });
   MOX_ASSERT(numAllocated >= count);
-  return blocks;
 }
 
 LabelBlocks::Portion LabelBlocks::nextPortion(uint32_t remaining, uint32_t blockSize) const {

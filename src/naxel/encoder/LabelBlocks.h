@@ -31,8 +31,8 @@ class LabelBlocks {
   /// `bitWidth` is 1 to 16. `reservedAtTop` values at the top of the space are never given out.
   LabelBlocks(uint32_t bitWidth, uint32_t reservedAtTop);
 
-  /// Blocks for so many values; there must be as many free. Their values beyond `count` are spare.
-  std::vector<Block> take(uint32_t count);
+  /// Adds blocks for so many values to `blocks`; there must be as many free. Their values beyond `count` are spare.
+  void take(uint32_t count, std::vector<Block>& blocks);
 
   /// Taken values.
   Mox::Ptr<Obel::Bitmap> const& bitmap() const { return bitmap_; }

@@ -8,6 +8,7 @@
 #include "acl/ParamConfig.h"
 #include "mox/Entity.h"
 #include "mox/FlatSet.h"
+#include "mox/InlineSet.h"
 #include "mox/OrderedMap.h"
 #include "naxel/genset/GenSetTypes.h"
 
@@ -206,13 +207,14 @@ class NAXEL_EXPORT EncodedLabelWithMaskList : public Mox::Entity {
   Mox::AttributeTable const& attributeTable() const override;
 
   GenSetKey key() const { return key_; }
-  Mox::FlatSet<EncodedLabelWithMask> const& encLabelAndMask() const { return encLabelAndMask_; }
+  using Pairs = Mox::InlineSet<EncodedLabelWithMask, 4>;
+  Pairs const& encLabelAndMask() const { return encLabelAndMask_; }
   bool encLabelAndMaskHas(EncodedLabelWithMask const& e) const {
     return encLabelAndMask_.contains(e);
   }
   void encLabelAndMaskIs(EncodedLabelWithMask const& e) { change().insert(e); }
   /// Takes over all pairs at once, in any order.
-  void encLabelAndMaskIs(std::vector<EncodedLabelWithMask> all) { change().adopt(std::move(all)); }
+  void encLabelAndMaskIs(std::span<EncodedLabelWithMask const> all) { change().adopt(all); }
   void encLabelAndMaskDel(EncodedLabelWithMask const& e) { change().erase(e); }
   void encLabelAndMaskDelAll() { change().clear(); }
 
@@ -229,13 +231,13 @@ class NAXEL_EXPORT EncodedLabelWithMaskList : public Mox::Entity {
   uint64_t contentHash() const;
 
  private:
-  Mox::FlatSet<EncodedLabelWithMask>& change() {
+  Pairs& change() {
     contentHash_.reset();
     return encLabelAndMask_;
   }
 
   GenSetKey key_;
-  Mox::FlatSet<EncodedLabelWithMask> encLabelAndMask_;
+  Pairs encLabelAndMask_;
   std::optional<std::array<uint32_t, 2>> pairsBy_;
   mutable std::optional<uint64_t> contentHash_;
 };

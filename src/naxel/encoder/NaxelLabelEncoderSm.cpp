@@ -1,7 +1,7 @@
 #include "naxel/encoder/NaxelLabelEncoderSm.h"
 
 #include "mox/Assert.h"
-#include "naxel/encoder/PairCounter.h"
+#include "naxel/encoder/PairMerge.h"
 #include "naxel/encoder/WordHash.h"
 #include "naxel/encoder/compact/KeptCode.h"
 #include "naxel/encoder/compact/RoomyCode.h"
@@ -172,10 +172,7 @@ std::vector<uint32_t> LabelEncoderSm::uses(Input const& input) const {
   std::vector<uint32_t> all;
   for (GenSetKey key : input.rawSets) all.push_back(usage_->refCountValue(key));
   if (!input.xform) return all;
-  auto const& lists = encoderConfig().xformStatus()->plainLabelListMap()->plainLabelList();
-  all.reserve(lists.size());
-  for (auto const& [key, list] : lists) all.push_back(usage_->refCountValue(key));
-  return all;
+  return usesOf(*encoderConfig().xformStatus()->plainLabelListMap(), *usage_);
 }
 
 bool LabelEncoderSm::isUnchanged(Input const& now) {
@@ -204,8 +201,8 @@ uint64_t LabelEncoderSm::doBuildWorkingSetHash() const {
        encoderConfig().xformStatus()->plainLabelListMap()->plainLabelList()) {
     lists.add(key.value());
     lists.add(list->contentHash());
-    counts.add(usage_->refCountValue(key));
   }
+  for (uint32_t uses : now_.uses) counts.add(uses);
   return joinHalves(lists, counts);
 }
 
@@ -236,11 +233,13 @@ bool LabelEncoderSm::doEncodeCompact() {
   if (!fits(labels)) return false;
   Compact::SetFamily sets;
   std::vector<uint64_t> weights;
-  for (auto const& [key, list] : lists) {
+  weights.reserve(lists.size());
+  for (size_t set = 0; set < lists.size(); ++set) {
+    auto const& list = lists[set].second;
     if (list->label().empty()) continue;
     for (PlainLabel l : list->label()) sets.add(number[l.value()]);
     sets.end();
-    weights.push_back(usage_->refCountValue(key));
+    weights.push_back(now_.uses[set]);
   }
   std::optional<Compact::Code> kept;
   if (now_.basis)
@@ -256,16 +255,16 @@ bool LabelEncoderSm::doEncodeCompact() {
   auto const full = static_cast<uint16_t>((1u << encodeBitWidth_) - 1);
   eLabelMaskDelAll();
   eLabelMask_.reserve(lists.size());
-  size_t set = 0;
+  std::vector<EncodedLabelWithMask> pairs;
+  auto cubes = code.cubes.begin();
   for (auto const& [key, list] : lists) {
-    auto pairs = Mox::makePtr<EncodedLabelWithMaskList>(key);
-    if (!list->label().empty()) {
-      std::vector<EncodedLabelWithMask> all;
-      for (Compact::Cube const& c : code.cubes[set++])
-        all.emplace_back(c.value, static_cast<uint16_t>(full & ~c.free));
-      pairs->encLabelAndMaskIs(std::move(all));
-    }
-    eLabelMask_.set(key, std::move(pairs));
+    pairs.clear();
+    if (!list->label().empty())
+      for (Compact::Cube const& c : *cubes++)
+        pairs.emplace_back(c.value, static_cast<uint16_t>(full & ~c.free));
+    auto made = Mox::makePtr<EncodedLabelWithMaskList>(key);
+    made->encLabelAndMaskIs(pairs);
+    eLabelMask_.set(key, std::move(made));
   }
   std::vector<EncoderStatus::LabelMap::value_type> encoded;
   encoded.reserve(labels);
@@ -283,41 +282,40 @@ Compact::LabelsInForce LabelEncoderSm::labelsInForce(std::vector<uint32_t> const
   constexpr uint32_t none = Compact::SetFamily::none;
   Compact::LabelsInForce out{
       std::vector<uint32_t>(labels, none), std::vector<uint32_t>(labels), {}};
-  // The label that most of a code's items are of is the code's; of equals the one that comes first.
-  struct Vote {
-    uint32_t label;
-    uint32_t code;
-    uint32_t items;
-    uint32_t place;
-  };
-  std::vector<Vote> votes;
+  // The label that most of a code's items are of is the code's; of equals the one that comes first. A vote is one word,
+  // so that sorting is cheap: label, code and place.
+  std::vector<uint64_t> votes;
   std::vector<bool> stands(size_t{1} << encodeBitWidth_, false);
   walkInForce({[&](PlainLabel label, std::optional<EncodedLabel> code) {
                  uint32_t const l = label.value() < number.size() ? number[label.value()] : none;
                  if (l == none) return;
                  ++out.rows[l];
                  if (code && *code != reservedLabel())
-                   votes.push_back({l, code->value(), 1, static_cast<uint32_t>(votes.size())});
+                   votes.push_back(uint64_t{l} << 48 | uint64_t{code->value()} << 32 |
+                                   votes.size());
                },
                [&](EncodedLabel code) { stands[code.value()] = true; }});
-  std::ranges::sort(votes, [](Vote const& a, Vote const& b) {
-    return std::tie(a.label, a.code, a.place) < std::tie(b.label, b.code, b.place);
-  });
-  size_t kept = 0;
-  for (Vote const& v : votes)
-    if (kept && votes[kept - 1].label == v.label && votes[kept - 1].code == v.code)
-      ++votes[kept - 1].items;
-    else
-      votes[kept++] = v;
-  votes.resize(kept);
-  std::ranges::sort(votes, [](Vote const& a, Vote const& b) {
-    return a.items != b.items ? a.items > b.items : a.place < b.place;
-  });
+  std::ranges::sort(votes);
+  struct Count {
+    uint64_t order;  // most items first, then by place
+    uint32_t vote;
+  };
+  std::vector<Count> counts;
+  counts.reserve(votes.size());
+  for (uint64_t v : votes) {
+    auto const vote = static_cast<uint32_t>(v >> 32);
+    if (counts.empty() || counts.back().vote != vote)
+      counts.push_back({~uint64_t{0} << 32 | (v & 0xffffffffu), vote});
+    counts.back().order -= uint64_t{1} << 32;
+  }
+  std::ranges::sort(counts, {}, &Count::order);
   std::vector<bool> given(stands.size(), false);
-  for (Vote const& v : votes) {
-    if (out.codes[v.label] != none || given[v.code]) continue;
-    out.codes[v.label] = v.code;
-    given[v.code] = true;
+  for (Count const& c : counts) {
+    uint32_t const label = c.vote >> 16;
+    uint32_t const code = c.vote & 0xffffu;
+    if (out.codes[label] != none || given[code]) continue;
+    out.codes[label] = code;
+    given[code] = true;
   }
   for (uint32_t code = 0; code < stands.size(); ++code)
     if (stands[code] && !given[code] && code != reservedLabel().value())
@@ -330,13 +328,21 @@ void LabelEncoderSm::keepIn(KeepsSets& info) {
   if (!keeps_) return;
   auto const kept = std::make_shared<Compact::KeptSets>();
   auto const full = static_cast<uint16_t>((1u << encodeBitWidth_) - 1);
-  for (auto const& [key, list] :
-       encoderConfig().xformStatus()->plainLabelListMap()->plainLabelList()) {
+  auto const& lists = encoderConfig().xformStatus()->plainLabelListMap()->plainLabelList();
+  // Of the run at hand; behind it, when its other code is published, they stand with what it was built from.
+  std::vector<uint32_t> const& uses =
+      now_.uses.size() == lists.size() ? now_.uses : builtFrom_.uses;
+  MOX_ASSERT(uses.size() == lists.size());
+  kept->sets.reserve(lists.size());
+  auto published = status_->encodedLabelList().begin();
+  auto use = uses.begin();
+  for (auto const& [key, list] : lists) {
+    uint64_t const used = *use++;
     if (list->label().empty()) continue;
-    uint64_t const uses = usage_->refCountValue(key);
-    auto const& pairs = status_->encodedLabelList(key)->encLabelAndMask();
-    kept->now.uses += uses;
-    kept->now.cubes += uses * pairs.size();
+    while (published->first < key) ++published;
+    auto const& pairs = published->second->encLabelAndMask();
+    kept->now.uses += used;
+    kept->now.cubes += used * pairs.size();
     Compact::KeptSets::Set& set = kept->sets.emplace_back();
     for (PlainLabel l : list->label()) set.codes.push_back(status_->encodedLabelOf(l).value());
     std::ranges::sort(set.codes);
@@ -355,42 +361,43 @@ void LabelEncoderSm::keepIn(KeepsSets& info) {
 bool LabelEncoderSm::doEncodeAligned() {
   Mox::Ptr<EncoderConfig const> const config(&encoderConfig());
   auto const allocStatus = Mox::makePtr<EncodedLabelAllocStatus>();
-  auto const costModel = Mox::makePtr<RefCntCostModel>(config, usage_);
+  auto const costModel = Mox::makePtr<RefCntCostModel>(config, now_.uses);
   auto const allocator =
       encodedLabelAllocatorFactory(encodeBitWidth_, config, costModel, status_, allocStatus, 1);
   if (allocStatus->status() == StageStatusType::finishedFailed)
     return fits(allocator->labelsNeeded());
-  // In the order in which they were placed, which is that of their memory.
   std::vector<GenSetKey> const keys =
       keysOf(config->xformStatus()->plainLabelListMap()->plainLabelList());
   KeyPlaces const places(keys);
   std::vector<Mox::Ptr<EncodedLabelWithMaskList>> pairs(keys.size());
-  MOX_ASSERT(allocStatus->keyToEncLabelList().size() == keys.size());
-  for (auto const& [key, ranges] : allocStatus->keyToEncLabelList()) {
+  MOX_ASSERT(allocStatus->sets() == keys.size());
+  // Sets that consist of the same labels get the pairs of the first of them in cost order: only that one has the
+  // labels in blocks, and all of them match the same pieces.
+  Mox::HashMap<SameLabels, EncodedLabelWithMaskList const*> firsts;
+  std::vector<EncodedLabelWithMask> all;
+  for (size_t set = 0; set < keys.size(); ++set) {
+    GenSetKey const key = allocStatus->key(set);
+    PlainLabelList const& labels = *costModel->visits()[set].list;
     Mox::Ptr<EncodedLabelWithMaskList>& list = pairs[places.at(key)];
     list = Mox::makePtr<EncodedLabelWithMaskList>(key);
-    RangeMerger merger(encodeBitWidth_, list);
-    for (EncodedLabelRange const& r : ranges->encLabelRange())
-      merger.doMergeRange(r.start().value(), r.end().value());
+    // One label is one pair whoever has placed it.
+    bool const mayBeShared = labels.label().size() > 1;
+    auto const* const first = mayBeShared ? firsts.get(SameLabels{&labels}) : nullptr;
+    if (first) {
+      list->encLabelAndMaskIs((*first)->encLabelAndMask());
+      continue;
+    }
+    all.clear();
+    for (EncodedLabelRange const& r : allocStatus->ranges(set))
+      coverRange(encodeBitWidth_, r.start().value(), r.end().value(),
+                 [&](EncodedLabelWithMask const& pair) { all.push_back(pair); });
+    list->encLabelAndMaskIs(all);
+    if (mayBeShared) firsts.insertAbsent({SameLabels{&labels}, list.get()});
   }
   eLabelMaskDelAll();
   eLabelMask_.reserve(keys.size());
   for (size_t i = 0; i < keys.size(); ++i) eLabelMask_.set(keys[i], std::move(pairs[i]));
-  shareEqualLists(*costModel);
   return true;
-}
-
-void LabelEncoderSm::shareEqualLists(GenSetCostModel const& costModel) {
-  Mox::HashMap<SameLabels, GenSetKey> firsts;
-  firsts.reserve(costModel.visits().size());
-  for (GenSetCostModel::Visit const& visit : costModel.visits()) {
-    if (visit.list->label().size() < 2) continue;  // one label is one pair whoever has placed it
-    GenSetKey const key = visit.list->key();
-    if (GenSetKey const* const first = firsts.get(SameLabels{visit.list}))
-      eLabelMaskIs(key)->encLabelAndMaskIs((*eLabelMask_.get(*first))->encLabelAndMask().items());
-    else
-      firsts.insertAbsent({SameLabels{visit.list}, key});
-  }
 }
 
 void LabelEncoderSm::doMerge() {

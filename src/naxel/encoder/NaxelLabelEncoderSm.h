@@ -136,10 +136,6 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   void exchange();
   /// Encodes by the aligned code as well, where that might take fewer entries.
   void doEncodeOtherwise();
-  /// Gives sets that consist of the same labels the pairs of the first of them in cost order: only
-  /// that one has the labels in blocks, and all of them match the same pieces.
-  void shareEqualLists(GenSetCostModel const& costModel);
-
   /// What a run reads, in so far as all kinds read it.
   struct Input {
     uint32_t labelWidth = 0;

@@ -3,6 +3,7 @@
 namespace Naxel {
 
 size_t PairCounter::join(std::span<uint16_t const> values, std::span<Pair const> blocks) {
+  if (ignored_.empty()) ignored_.assign(size_t{1} << bitWidth_, none);
   pairs_.assign(values.begin(), values.end());
   for (uint16_t v : values) ignored_[v] = 0;
   for (Pair const& block : blocks) {

@@ -21,7 +21,7 @@ namespace Naxel {
 class NAXEL_EXPORT PairCounter {
  public:
   /// For values below 2^`bitWidth`, which is 0 to 16.
-  explicit PairCounter(uint32_t bitWidth) : ignored_(size_t{1} << bitWidth, none) {}
+  explicit PairCounter(uint32_t bitWidth) : bitWidth_(bitWidth) {}
 
   /// A pair: the lowest of its values, and the bits that it ignores.
   struct Pair {
@@ -42,8 +42,9 @@ class NAXEL_EXPORT PairCounter {
   /// Leaves the pairs in front of `pairs_` and what they ignore in place. Returns how many there are.
   size_t join(std::span<uint16_t const> values, std::span<Pair const> blocks);
 
-  std::vector<uint16_t> ignored_;
-  std::vector<uint16_t> pairs_;  // the lowest value of each
+  uint32_t bitWidth_;
+  std::vector<uint16_t> ignored_;  // made when it is first needed: it is larger than most fields
+  std::vector<uint16_t> pairs_;    // the lowest value of each
   std::vector<Pair> merged_;
 };
 

@@ -60,7 +60,7 @@ uint32_t fullMask(uint32_t bitWidth) { return (uint32_t{1} << bitWidth) - 1; }
 /// Whether the pairs, in the order of their labels, are aligned blocks that do not overlap.
 /// A pair with other ignored bits than the lowest, or two pairs that overlap, are not told apart by their
 /// lowest value.
-bool areDisjointBlocks(uint32_t bitWidth, Mox::FlatSet<EncodedLabelWithMask> const& pairs) {
+bool areDisjointBlocks(uint32_t bitWidth, std::span<EncodedLabelWithMask const> pairs) {
   uint32_t free = 0;  // the first value behind the pairs so far
   for (EncodedLabelWithMask const& e : pairs) {
     uint32_t const ignored = ~uint32_t{e.mask().value()} & fullMask(bitWidth);
@@ -75,7 +75,7 @@ bool areDisjointBlocks(uint32_t bitWidth, Mox::FlatSet<EncodedLabelWithMask> con
 }  // namespace
 
 std::vector<EncodedLabelWithMask> mergedPairs(uint32_t bitWidth,
-                                              Mox::FlatSet<EncodedLabelWithMask> const& in,
+                                              std::span<EncodedLabelWithMask const> in,
                                               PairCounter* scratch) {
   uint32_t const full = fullMask(bitWidth);
   std::vector<EncodedLabelWithMask> out;

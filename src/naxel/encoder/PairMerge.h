@@ -35,7 +35,7 @@ void coverRange(uint32_t bitWidth, uint32_t start, uint32_t end, Add add) {
 
 /// Fewer pairs that match the same, in no particular order. `scratch` is a counter for that width, or null.
 std::vector<EncodedLabelWithMask> mergedPairs(uint32_t bitWidth,
-                                              Mox::FlatSet<EncodedLabelWithMask> const& pairs,
+                                              std::span<EncodedLabelWithMask const> pairs,
                                               PairCounter* scratch = nullptr);
 
 }  // namespace Naxel

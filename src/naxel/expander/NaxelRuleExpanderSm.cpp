@@ -7,8 +7,8 @@
 
 #include <algorithm>
 #include <bit>
-#include <limits>
 #include <stdexcept>
+#include <utility>
 
 namespace Naxel {
 
@@ -22,9 +22,12 @@ std::string ruleText(AclGenSetIpRuleList const& acl, AceIndex index, GenSetIpRul
   return "rule " + std::to_string(index.value()) + " '" + rule.name() + "' of '" + acl.name() + "'";
 }
 
+// Where the sources of a field stand.
 size_t placeOf(Lumox::AddressFamily af, bool src) {
   return (af == Lumox::ipv4() ? 0u : 2u) + (src ? 0u : 1u);
 }
+size_t placeOf(RangeSetType type) { return 4 + static_cast<size_t>(type); }
+size_t placeOf(ComboLabelSetType type) { return 4 + rangeFieldCount + static_cast<size_t>(type); }
 
 }  // namespace
 
@@ -67,31 +70,25 @@ std::vector<Mox::Stamp> RuleExpanderSm::inputStamps() const {
 }
 
 void RuleExpanderSm::bindSources() {
-  auto const source = [](TcamFieldType field, EncoderStatus const& encoder,
-                         XformStatus const& xform) {
-    return Source{field, &encoder, &xform, KeyPlaces(keysOf(encoder.encodedLabelList()))};
-  };
   RuleExpanderConfig const& config = ruleExConfig();
-  prefixSources_.clear();
+  sources_.clear();
+  comboInfos_.clear();
   for (Lumox::AddressFamily const af : {Lumox::ipv4(), Lumox::ipv6()})
     for (bool const src : {true, false}) {
       PrefixXformKey const key(af, src);
-      prefixSources_.push_back(
-          source(src ? TcamFieldType::tcamFieldTypeSrcIp : TcamFieldType::tcamFieldTypeDstIp,
-                 *config.prefixEncoderStatus(key), *config.prefixXformStatus(key)));
+      sources_.emplace_back(
+          src ? TcamFieldType::tcamFieldTypeSrcIp : TcamFieldType::tcamFieldTypeDstIp,
+          *config.prefixEncoderStatus(key), *config.prefixXformStatus(key));
     }
-  rangeSources_.clear();
   for (RangeSetType type : allRangeSetTypes())
-    rangeSources_.push_back(source(rangeField(type).tcamField, *config.rangeEncoderStatus(type),
-                                   *config.rangeSplitStatus(type)));
-  comboSources_.clear();
-  comboInfos_.clear();
+    sources_.emplace_back(rangeField(type).tcamField, *config.rangeEncoderStatus(type),
+                          *config.rangeSplitStatus(type));
   for (ComboLabelSetType type : allComboLabelSetTypes()) {
     comboInfos_.push_back(config.comboLabelInfo(type).get());
-    comboSources_.push_back(
-        source(type == ComboLabelSetType::srcDstL4Port ? TcamFieldType::tcamFieldTypeSrcDstPort
-                                                       : TcamFieldType::tcamFieldTypeSrcDstIp,
-               *config.comboLabelEncoderStatus(type), *config.comboLabelSplitStatus(type)));
+    sources_.emplace_back(
+        type == ComboLabelSetType::srcDstL4Port ? TcamFieldType::tcamFieldTypeSrcDstPort
+                                                : TcamFieldType::tcamFieldTypeSrcDstIp,
+        *config.comboLabelEncoderStatus(type), *config.comboLabelSplitStatus(type));
   }
 }
 
@@ -102,76 +99,63 @@ void RuleExpanderSm::doBuildExpandedRules() {
     bool const sameLabels =
         !builtFrom_.empty() &&
         std::equal(stamps.begin() + otherStamps, stamps.end(), builtFrom_.begin() + otherStamps);
-    // Nothing counts as built until all of it is: an exception below leaves some ACLs of the last run and
-    // some of this one.
-    bool const built = !builtFrom_.empty();
-    builtFrom_.clear();
-    bindSources();
-    goneLists_.reset();
-    std::vector<Mox::Stamp> comboStamps;
-    for (ComboLabelInfo const* info : comboInfos_) comboStamps.push_back(info->stamp());
-    if (built && !sameLabels && comboStamps == comboStamps_) goneLists_ = goneLists();
-    deleteGoneAcls();
-    std::vector<Plan> plans;
-    for (auto const& [name, list] : ruleExConfig().aggregatorStatus()->aclGenSetIpRuleList())
-      plans.push_back(planOf(*list, sameLabels));
-    // All rules of all ACLs are counted before any entry is made: the product of crossing lists can exceed
-    // any memory.
-    checkEntries(plans);
-    // Old and new recipes stand side by side until the last of the old ones is gone.
-    size_t const oldLists = lists_.size();
-    if (!sameLabels) {
-      listEnds_.clear();
-      for (auto const* sources : {&prefixSources_, &rangeSources_, &comboSources_})
-        for (Source const& source : *sources) {
-          for (auto const& [key, list] : source.encoder->encodedLabelList()) lists_.push_back(list);
-          listEnds_.push_back(lists_.size() - oldLists);
-        }
-      comboStamps_ = std::move(comboStamps);
-    }
-    // They refer to what the encoders have published by plain pointers, which the next run of an encoder
-    // ends.
-    for (auto* sources : {&prefixSources_, &rangeSources_, &comboSources_}) sources->clear();
-    for (Plan& plan : plans) buildAcl(std::move(plan));
-    if (!sameLabels)
-      lists_.erase(lists_.begin(), lists_.begin() + static_cast<std::ptrdiff_t>(oldLists));
+    update(sameLabels);
     builtFrom_ = std::move(stamps);
   }
   dumpRuleExpanderStatus();
 }
 
-std::vector<RuleFactor> RuleExpanderSm::goneLists() const {
-  std::vector<RuleFactor> gone;
-  size_t old = 0;
-  auto end = listEnds_.begin();
-  for (auto const* sources : {&prefixSources_, &rangeSources_, &comboSources_})
-    for (Source const& source : *sources) {
-      auto now = source.encoder->encodedLabelList().begin();
-      auto const last = source.encoder->encodedLabelList().end();
-      for (; old < *end; ++old) {
-        while (now != last && now->first < lists_[old]->key()) ++now;
-        if (now == last || now->second != lists_[old]) gone.push_back(lists_[old].get());
-      }
-      ++end;
-    }
-  std::ranges::sort(gone, std::less<>());
-  return gone;
+void RuleExpanderSm::update(bool sameLabels) {
+  bindSources();
+  std::vector<Mox::Stamp> comboStamps;
+  for (ComboLabelInfo const* info : comboInfos_) comboStamps.push_back(info->stamp());
+  renumbered_.reset();
+  if (sameLabels) {
+    for (size_t i = 1; i < sources_.size(); ++i) sources_[i].firstIs(lists_.ends[i - 1]);
+  } else {
+    now_ = publishedLists(sources_);
+    if (!builtFrom_.empty() && comboStamps == comboStamps_) renumbered_ = renumbered(lists_, now_);
+  }
+  current_ = sameLabels ? &lists_ : &now_;
+  std::vector<Plan> plans;
+  plans.reserve(ruleExConfig().aggregatorStatus()->aclGenSetIpRuleList().size());
+  for (auto const& [name, list] : ruleExConfig().aggregatorStatus()->aclGenSetIpRuleList())
+    plans.push_back(planOf(*list));
+  // All rules of all ACLs are counted before any entry is made: the product of crossing lists can exceed
+  // any memory.
+  checkEntries(plans);
+  for (Plan& plan : plans) makeAcl(plan);
+  for (Plan const& plan : plans) {
+    ruleExStatus_->ruleExpanderLoaderInfo()->pdAclIs(plan.key);
+    builtRecipes_.at(plan.key);
+  }
+  deleteGoneAcls();
+  // Nothing below fails: output, recipes and lists belong together.
+  for (Plan& plan : plans) adopt(plan);
+  if (!sameLabels) lists_ = std::exchange(now_, {});
+  comboStamps_ = std::move(comboStamps);
+  sources_.clear();
 }
 
-bool RuleExpanderSm::stands(Recipes const& known, size_t place) const {
+bool RuleExpanderSm::stands(RuleRecipes const& known, size_t place) const {
+  if (current_ == &lists_) return true;
   // What covered nothing may cover something now.
-  if (!goneLists_ || known.rules[place].matchesNothing) return false;
+  if (!renumbered_ || known.rules[place].matchesNothing) return false;
   return std::ranges::none_of(known.factorsOf(place), [this](RuleFactor f) {
-    return std::ranges::binary_search(*goneLists_, f, std::less<>());
+    return (*renumbered_)[f] == PairLists::none;
   });
 }
 
 RuleExpanderSm::Costs RuleExpanderSm::costs() {
   bindSources();
-  goneLists_.reset();
+  renumbered_.reset();
+  now_ = publishedLists(sources_);
+  current_ = &now_;
   Costs costs;
   for (auto const& [name, list] : ruleExConfig().aggregatorStatus()->aclGenSetIpRuleList())
-    costs.acls_.emplace_back(list->af(), planOf(*list, false).recipes);
+    costs.acls_.emplace_back(list->af(), planOf(*list).rules.fresh);
+  costs.lists_ = std::exchange(now_, {});
+  sources_.clear();
   return costs;
 }
 
@@ -179,7 +163,7 @@ uint64_t RuleExpanderSm::Costs::entries(std::array<FieldCodes, 2> const& codes) 
   uint64_t all = 0;
   for (auto const& [af, recipes] : acls_)
     for (size_t place = 0; place < recipes.rules.size(); ++place)
-      all = Mox::boundedSum(all, recipes.entriesOf(place, codes[af == Lumox::ipv6()]));
+      all = Mox::boundedSum(all, recipes.entriesOf(place, lists_, codes[af == Lumox::ipv6()]));
   return all;
 }
 
@@ -198,24 +182,46 @@ void RuleExpanderSm::deleteGoneAcls() {
   }
 }
 
-RuleExpanderSm::Plan RuleExpanderSm::planOf(AclGenSetIpRuleList const& list, bool sameLabels) {
+PDAclRuleColl::RuleColl const& RuleExpanderSm::rulesOf(PDAclKey const& key) const {
+  static PDAclRuleColl::RuleColl const none;
+  auto const* const acl = ruleExStatus_->ruleExpanderLoaderInfo()->pdAcl().get(key);
+  return acl ? (*acl)->rule() : none;
+}
+
+RuleExpanderSm::Plan RuleExpanderSm::planOf(AclGenSetIpRuleList const& list) {
   Lumox::AddressFamily const af = list.af();
   MOX_ASSERT_TEXT(af == Lumox::ipv4() || af == Lumox::ipv6(),
                   "af == Lumox::ipv4() || af == Lumox::ipv6()");
-  recipes_ = Recipes();
-  recipes_.rules.reserve(list.genSetIpRuleById().size());
-  Recipes const* const known =
-      sameLabels || goneLists_ ? builtRecipes_.get(PDAclKey(af, list.name())) : nullptr;
-  size_t place = 0;
-  for (auto const& [index, rule] : list.genSetIpRuleById()) {
+  Plan plan{PDAclKey(af, list.name()), &list, {}, nullptr, {}};
+  auto const& rules = list.genSetIpRuleById();
+  auto const& before = rulesOf(plan.key);
+  RuleRecipes const* const known = builtRecipes_.get(plan.key);
+  // Rules and recipes of an ACL are always written together, so the same places belong together.
+  MOX_ASSERT(before.size() == (known ? known->rules.size() : 0));
+  recipes_ = RuleRecipes();
+  bool const same = current_ == &lists_;
+  size_t old = 0;  // both are walked in the order of the indexes
+  for (size_t place = 0; place < rules.size();) {
     // Rules are replaced when they change, and mostly stand where they stood.
-    // With equal labels the same rule object has the same pairs, and its recipe is copied without a search
-    // for its sets; so it is where the lists that it refers to are published as before.
-    if (known && place < known->rules.size() && known->rules[place].rule == rule &&
-        (sameLabels || stands(*known, place))) {
-      recipes_.add(*known, place++);
-      continue;
+    size_t kept = 0;
+    if (size_t const most = std::min(rules.size() - place, before.size() - old)) {
+      auto const* const was = &before[old];
+      auto const* const now = &rules[place];
+      RuleRecipe const* const recipe = &known->rules[old];
+      while (kept < most && now[kept].first == was[kept].first &&
+             now[kept].second == recipe[kept].rule && (same || stands(*known, old + kept)))
+        ++kept;
     }
+    if (kept) plan.rules.keep(old, kept);
+    old += kept;
+    place += kept;
+    if (place == rules.size()) break;
+    auto const& [index, rule] = rules[place];
+    while (old < before.size() && before[old].first < index) ++old;
+    bool const replaces = old < before.size() && before[old].first == index;
+    if (replaces && rule == known->rules[old].rule && stands(*known, old)) continue;
+    if (recipes_.rules.empty() && old == 0) recipes_.reserve(rules.size(), 4 * rules.size());
+    plan.rules.add(replaces ? old++ : RulePlan::none);
     ++place;
     try {
       gatherFactors(rule, af);
@@ -223,11 +229,44 @@ RuleExpanderSm::Plan RuleExpanderSm::planOf(AclGenSetIpRuleList const& list, boo
       throw std::logic_error(ruleText(list, index, *rule) + ": " + e.what());
     }
   }
-  return {&list, std::move(recipes_)};
+  plan.rules.fresh = std::move(recipes_);
+  return plan;
+}
+
+uint64_t RuleExpanderSm::entriesKept(Plan const& plan) const {
+  auto const& before = rulesOf(plan.key);
+  if (before.empty()) return 0;
+  uint64_t kept = (*ruleExStatus_->ruleExpanderLoaderInfo()->pdAcl().get(plan.key))->numFilters();
+  // Those that go are few, or they are all.
+  size_t old = 0;
+  auto const goUpTo = [&](size_t end) {
+    for (; old < end; ++old) kept -= before[old].second->filters();
+  };
+  for (RulePlan::Run const& run : plan.rules.runs)
+    if (run.old != RulePlan::none) {
+      goUpTo(run.old);
+      old += run.rules;
+    }
+  goUpTo(before.size());
+  return kept;
 }
 
 void RuleExpanderSm::checkEntries(std::vector<Plan> const& plans) const {
-  uint64_t const limit = entryLimit();
+  uint64_t all = 0;
+  bool tooMany = false;
+  for (Plan const& plan : plans) {
+    all = Mox::boundedSum(all, entriesKept(plan));
+    for (size_t i = 0; i < plan.rules.fresh.rules.size(); ++i) {
+      uint64_t const entries = plan.rules.fresh.entriesOf(i, *current_);
+      tooMany |= entries >= RuleFilterQueue::indexSpace;
+      // It stays at the largest number: a sum that wraps would let an absurd configuration through.
+      all = Mox::boundedSum(all, entries);
+    }
+  }
+  if (tooMany || all > entryLimit()) throwTooMany(plans, all);
+}
+
+void RuleExpanderSm::throwTooMany(std::vector<Plan> const& plans, uint64_t all) const {
   struct Costly {
     uint64_t entries;
     AclGenSetIpRuleList const* acl;
@@ -235,21 +274,21 @@ void RuleExpanderSm::checkEntries(std::vector<Plan> const& plans) const {
   };
   std::vector<Costly> costliest;  // descending
   constexpr size_t shown = 3;
-  uint64_t all = 0;
-  for (Plan const& plan : plans)
-    for (size_t place = 0; place < plan.recipes.rules.size(); ++place) {
-      uint64_t const entries = plan.recipes.entriesOf(place);
-      // It stays at the largest number: a sum that wraps would let an absurd configuration through.
-      all = Mox::boundedSum(all, entries);
-      if (costliest.size() == shown && entries <= costliest.back().entries) continue;
-      auto const at =
-          std::ranges::find_if(costliest, [&](Costly const& c) { return c.entries < entries; });
-      costliest.insert(at, {entries, plan.list, place});
-      if (costliest.size() > shown) costliest.pop_back();
-    }
-  if (all <= limit &&
-      (costliest.empty() || costliest.front().entries < RuleFilterQueue::indexSpace))
-    return;
+  auto const consider = [&](uint64_t entries, Plan const& plan, size_t place) {
+    auto const at =
+        std::ranges::find_if(costliest, [&](Costly const& c) { return c.entries < entries; });
+    costliest.insert(at, {entries, plan.list, place});
+    if (costliest.size() > shown) costliest.pop_back();
+  };
+  for (Plan const& plan : plans) {
+    size_t place = 0;
+    size_t fresh = 0;
+    for (RulePlan::Run const& run : plan.rules.runs)
+      for (size_t i = 0; i < run.rules; ++i)
+        consider(run.old == RulePlan::none ? plan.rules.fresh.entriesOf(fresh++, *current_)
+                                           : rulesOf(plan.key)[run.old + i].second->filters(),
+                 plan, place++);
+  }
   std::string text = "at least ";
   char const* separator = "";
   for (Costly const& c : costliest) {
@@ -259,71 +298,105 @@ void RuleExpanderSm::checkEntries(std::vector<Plan> const& plans) const {
     separator = ", ";
   }
   text += "; " + Mox::withCommas(all) + " in all, at most " +
-          Mox::withCommas(std::min(limit, RuleFilterQueue::indexSpace - 1)) + " are made";
+          Mox::withCommas(std::min(entryLimit(), RuleFilterQueue::indexSpace - 1)) + " are made";
   throw std::length_error(text);
 }
 
-void RuleExpanderSm::buildAcl(Plan plan) {
-  AclGenSetIpRuleList const& list = *plan.list;
-  PDAclKey const key(list.af(), list.name());
-  auto const acl = ruleExStatus_->ruleExpanderLoaderInfo()->pdAclIs(key);
-  // Rules and recipes of an ACL are always written together, so the same places belong together.
-  Recipes& oldRecipes = builtRecipes_.at(key);
-  auto const& oldRules = acl->rule();
-  MOX_ASSERT(oldRules.size() == oldRecipes.rules.size());
-  size_t old = 0;  // both are walked in the order of the indexes
-
-  PDAclRuleColl::RuleColl rules;
-  rules.reserve(list.genSetIpRuleById().size());
-  size_t place = 0;
-  for (auto const& [index, rule] : list.genSetIpRuleById()) {
-    while (old < oldRules.size() && oldRules[old].first < index) ++old;
-    // The object is kept where nothing about it has changed: a driver tells by the pointer that it need not
-    // write the rule again.
-    bool const same = old < oldRules.size() && oldRules[old].first == index &&
-                      oldRules[old].second->action() == rule->action() &&
-                      plan.recipes.isSame(place, oldRecipes, old);
-    rules.set(index,
-              same ? oldRules[old].second
-                   : Mox::Ptr<PDAclRule const>(expandRule(index, *rule, plan.recipes, place)));
-    ++place;
-    if (auto line = trace(6))
-      line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
-           << " policy: " << rule->name() << " resulted in " << rules.back().second->filters()
-           << " tcam entries";
+void RuleExpanderSm::makeAcl(Plan& plan) {
+  auto const& before = rulesOf(plan.key);
+  if (plan.rules.keepsAll(before.size())) return;
+  auto const& wanted = plan.list->genSetIpRuleById();
+  std::vector<PDAclRuleColl::RuleColl::value_type> rules;
+  rules.reserve(wanted.size());
+  uint64_t filters = entriesKept(plan);
+  size_t fresh = 0;
+  for (RulePlan::Run const& run : plan.rules.runs) {
+    if (run.old != RulePlan::none) {
+      auto const from = before.begin() + run.old;
+      rules.insert(rules.end(), from, from + run.rules);
+      continue;
+    }
+    for (uint32_t i = 0; i < run.rules; ++i) {
+      auto const& [index, rule] = wanted[rules.size()];
+      rules.emplace_back(index, madeRule(plan, index, fresh++));
+      filters += rules.back().second->filters();
+      if (auto line = trace(6))
+        line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
+             << " policy: " << rule->name() << " resulted in " << rules.back().second->filters()
+             << " tcam entries";
+    }
   }
-  acl->ruleIs(std::move(rules));
-  oldRecipes = std::move(plan.recipes);
+  PDAclRuleColl::RuleColl all;
+  all.adopt(std::move(rules));
+  auto next = Mox::makePtr<PDAclRuleColl>(plan.key);
+  next->ruleIs(std::move(all), filters);
+  plan.next = std::move(next);
+  RuleRecipes const* const known = builtRecipes_.get(plan.key);
+  plan.recipes.reserve(wanted.size(),
+                       plan.rules.fresh.factors.size() + (known ? known->factors.size() : 0));
 }
 
-void RuleExpanderSm::gatherFactors(Mox::Ptr<GenSetIpRule> const& which, Lumox::AddressFamily af) {
+Mox::Ptr<PDAclRule const> RuleExpanderSm::madeRule(Plan const& plan, AceIndex index, size_t fresh) {
+  RuleRecipes const& recipes = plan.rules.fresh;
+  NaxelActionValue const& action = recipes.rules[fresh].rule->action();
+  // The object is kept where nothing about it has changed: a driver tells by the pointer that it need not
+  // write the rule again.
+  if (uint32_t const place = plan.rules.before[fresh]; place != RulePlan::none) {
+    auto const& before = rulesOf(plan.key)[place].second;
+    if (before->action() == action &&
+        makeTheSame(recipes, fresh, *current_, *builtRecipes_.get(plan.key), place, lists_))
+      return before;
+  }
+  return expandRule(index, action, recipes, fresh);
+}
+
+void RuleExpanderSm::adopt(Plan& plan) noexcept {
+  RuleRecipes& known = *builtRecipes_.get(plan.key);
+  std::vector<RuleFactor> const* const to = renumbered_ ? &*renumbered_ : nullptr;
+  if (!plan.next) {
+    if (to) known.renumber(*to);
+    return;
+  }
+  size_t fresh = 0;
+  for (RulePlan::Run const& run : plan.rules.runs)
+    if (run.old != RulePlan::none) {
+      plan.recipes.take(known, run.old, run.rules, to);
+    } else {
+      plan.recipes.take(plan.rules.fresh, fresh, run.rules, nullptr);
+      fresh += run.rules;
+    }
+  known = std::move(plan.recipes);
+  ruleExStatus_->ruleExpanderLoaderInfo()->pdAclIs(plan.key, std::move(plan.next));
+}
+
+void RuleExpanderSm::gatherFactors(Mox::Ptr<GenSetIpRule const> which, Lumox::AddressFamily af) {
   GenSetIpRule const& rule = *which;
-  recipe_ = Recipe();
-  recipe_.rule = which;
+  recipe_ = RuleRecipe();
+  recipe_.rule = std::move(which);
   recipe_.tcpInit = rule.matchTcpInit();
   recipe_.tcpEstablished = rule.matchTcpEstablished();
   buildSrcDstIpField(rule.source(), rule.destination(), af);
   buildSrcDstL4PortField(rule.sport(), rule.dport());
   for (RangeSetType type : allRangeSetTypes())
     if (type != RangeSetType::srcPort && type != RangeSetType::dstPort)
-      addFactor(rangeSources_[static_cast<size_t>(type)], rule.range(type));
+      addFactor(sources_[placeOf(type)], rule.range(type));
   recipe_.factorsEnd = static_cast<uint32_t>(recipes_.factors.size());
   recipes_.rules.push_back(std::move(recipe_));
 }
 
-void RuleExpanderSm::addFactor(Source const& source, GenSetKey key) {
+void RuleExpanderSm::addFactor(PairSource& source, GenSetKey key) {
   if (!key || recipe_.matchesNothing) return;
-  uint32_t const at = source.places.of(key);
-  if (at != KeyPlaces::none) {
-    recipes_.factors.push_back(source.encoder->encodedLabelList()[at].second.get());
+  RuleFactor const factor = source.of(key);
+  if (factor != PairLists::none) {
+    recipes_.factors.push_back(factor);
     recipe_.fields =
-        static_cast<uint16_t>(recipe_.fields | 1u << static_cast<unsigned>(source.field));
+        static_cast<uint16_t>(recipe_.fields | 1u << static_cast<unsigned>(source.field()));
     return;
   }
   // A set without pairs covers nothing if its transform has looked at it and found no piece. In any other
   // case something is missing, and to leave the field out would have the rule match everything.
-  if (!source.xform->answersForSets() || source.xform->plainLabelListMap()->plainLabelList(key))
-    throw std::logic_error(fieldName(source.field) +
+  if (!source.xform().answersForSets() || source.xform().plainLabelListMap()->plainLabelList(key))
+    throw std::logic_error(fieldName(source.field()) +
                            " is matched by labels on this chip, and there are none for its set");
   recipe_.matchesNothing = true;
 }
@@ -335,46 +408,61 @@ bool RuleExpanderSm::addCombo(ComboLabelSetType type, GenSetKey src, GenSetKey d
   if (auto line = trace(8))
     line << "RuleExpanderSm(" << chipId() << ")::buildCombo"
          << " comboGenSetKey:" << combo;
-  addFactor(comboSources_[static_cast<size_t>(type)], combo);
+  addFactor(sources_[placeOf(type)], combo);
   return true;
 }
 
 void RuleExpanderSm::buildSrcDstIpField(GenSetKey source, GenSetKey destination,
                                         Lumox::AddressFamily af) {
   if (source && destination && addCombo(prefixComboType(af), source, destination)) return;
-  addFactor(prefixSources_[placeOf(af, true)], source);
-  addFactor(prefixSources_[placeOf(af, false)], destination);
+  addFactor(sources_[placeOf(af, true)], source);
+  addFactor(sources_[placeOf(af, false)], destination);
 }
 
 void RuleExpanderSm::buildSrcDstL4PortField(GenSetKey sport, GenSetKey dport) {
   if (sport && dport && addCombo(ComboLabelSetType::srcDstL4Port, sport, dport)) return;
-  addFactor(rangeSources_[static_cast<size_t>(RangeSetType::srcPort)], sport);
-  addFactor(rangeSources_[static_cast<size_t>(RangeSetType::dstPort)], dport);
+  addFactor(sources_[placeOf(RangeSetType::srcPort)], sport);
+  addFactor(sources_[placeOf(RangeSetType::dstPort)], dport);
 }
 
-Mox::Ptr<PDAclRule> RuleExpanderSm::expandRule(AceIndex index, GenSetIpRule const& rule,
-                                               Recipes const& recipes, size_t place) {
+Mox::Ptr<PDAclRule> RuleExpanderSm::expandRule(AceIndex index, NaxelActionValue const& action,
+                                               RuleRecipes const& recipes, size_t place) {
   auto out = Mox::makePtr<PDAclRule>(index);
-  out->actionIs(rule.action());
-  if (recipes.rules[place].matchesNothing) return out;
-  ruleFilter_.delAll();
-  ruleFilter_.enq(PDAclFilter());
-  Recipe const& recipe = recipes.rules[place];
-  unsigned fields = recipe.fields;
-  for (RuleFactor const& f : recipes.factorsOf(place)) {
-    // The factors of a rule are gathered in ascending order of their fields, so the lowest bit belongs to
-    // the next one.
-    auto const field = static_cast<TcamFieldType>(std::countr_zero(fields));
-    fields &= fields - 1;
-    // A list without pairs empties the queue, and the rule then has no entries.
-    if (!ruleFilter_.empty()) buildTcamEntry(field, *f);
+  out->actionIs(action);
+  RuleRecipe const& recipe = recipes.rules[place];
+  if (recipe.matchesNothing) return out;
+  PDAclFilter first;
+  first.matchTcpInitIs(recipe.tcpInit);
+  first.matchTcpEstablishedIs(recipe.tcpEstablished);
+  // The factors of a rule are gathered in ascending order of their fields, so the lowest bit belongs to the next
+  // one.
+  auto const forEachField = [&](auto f) {
+    unsigned fields = recipe.fields;
+    for (RuleFactor factor : recipes.factorsOf(place)) {
+      f(static_cast<TcamFieldType>(std::countr_zero(fields)), *current_->lists[factor]);
+      fields &= fields - 1;
+    }
+  };
+  // Most fields have one pair, which all entries have in common.
+  bool multiplies = false;
+  forEachField([&](TcamFieldType field, EncodedLabelWithMaskList const& list) {
+    auto const& pairs = list.encLabelAndMask();
+    if (pairs.size() == 1)
+      first.labelFieldIs(field, pairs.front());
+    else
+      multiplies = true;
+  });
+  if (!multiplies) {
+    out->filterIs(first);
+    return out;
   }
-  out->filterIs(takeDistinct(
-      ruleFilter_, recipe.tcpInit, recipe.tcpEstablished, [this](PDAclFilter const& filter) {
-        if (auto line = trace(6))
-          line << "RuleExpanderSm(" << chipId() << ")::doBuildExpandedRules"
-               << " Deduping filter with key: " << filter.hash() << ", filter: " << filter;
-      }));
+  ruleFilter_.delAll();
+  ruleFilter_.enq(first);
+  forEachField([&](TcamFieldType field, EncodedLabelWithMaskList const& list) {
+    // A list without pairs empties the queue, and the rule then has no entries.
+    if (list.encLabelAndMask().size() != 1 && !ruleFilter_.empty()) buildTcamEntry(field, list);
+  });
+  out->filterIs(ruleFilter_.items());
   return out;
 }
 

@@ -7,23 +7,25 @@
 ///          set that covers nothing from a field that this chip does not transform.
 /// Writes   PDAclColl, one PDAclRuleColl per ACL, one PDAclRule per index with the rule's action.
 /// Skips    never as a stage; but it does not build what it has built before. It does nothing where
-///          none of what it reads has been published anew since its last run, told by stamps, and
-///          keeps the rules whose action and pairs are the same, told by the pairs themselves. Rules
-///          that it has built are replaced, never edited, because outputs of earlier kicks share them.
+///          none of what it reads has been published anew since its last run, told by stamps, looks
+///          at no rule that is the same object with the same lists, and keeps those whose action and
+///          pairs are the same, told by the pairs themselves. Rules and ACLs that it has built are
+///          replaced, never edited, because outputs of earlier kicks share them.
 /// Fails    when a set has no pairs although its field is constrained and its transform cannot say
 ///          that it is empty, or when the rules take more entries in all than the agent allows. The
-///          entries are counted before any of them is made.
+///          entries are counted before any of them is made. All that the last run has left stands then.
 /// Order    ACLs by key, rules by index, entries of a rule in ascending order.
 ///
 /// A rule of a set that covers nothing has no entries: a constrained field never degrades to one
 /// that matches everything.
 
 #include "acl/ParamConfig.h"
-#include "mox/HashMap.h"
 #include "naxel/control/StageSm.h"
-#include "naxel/expander/RuleExpanderTypes.h"
 #include "naxel/expander/RuleProduct.h"
-#include "naxel/genset/KeyPlaces.h"
+#include "naxel/expander/RuleRecipes.h"
+
+#include <functional>
+#include <optional>
 
 namespace Naxel {
 
@@ -48,8 +50,7 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
   void buildSrcDstL4PortField(GenSetKey sport, GenSetKey dport);
   /// What is done before rules are expanded; what it throws fails the stage.
   void prepareIs(std::function<void()> prepare) { prepare_ = std::move(prepare); }
-  /// What the rules are multiplied out of, for whoever wants to know what other label codes would make of them. It
-  /// refers to the pairs that the encoders have published, and stands as long as they do.
+  /// What the rules are multiplied out of, for whoever wants to know what other label codes would make of them.
   class Costs {
    public:
     /// The entries of all rules if each encoder published what it has by the code named for its field, IPv4 first;
@@ -58,6 +59,7 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
 
    private:
     friend RuleExpanderSm;
+    PairLists lists_;
     std::vector<std::pair<Lumox::AddressFamily, RuleRecipes>> acls_;
   };
   Costs costs();
@@ -70,61 +72,66 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
   void doForget() noexcept override { builtFrom_.clear(); }
 
  private:
-  /// Where the pairs of one field come from.
-  struct Source {
-    TcamFieldType field;
-    EncoderStatus const* encoder;
-    XformStatus const* xform;
-    KeyPlaces places;  // of the keys in the encoder's lists
-  };
-  using Recipe = RuleRecipe;
-  using Recipes = RuleRecipes;
-  /// An ACL and what its rules are to be built from.
+  /// What becomes of an ACL.
   struct Plan {
+    PDAclKey key;
     AclGenSetIpRuleList const* list;
-    Recipes recipes;
+    RulePlan rules;
+    // Made before anything is changed: what takes the place of the present one, and room for its recipes.
+    Mox::Ptr<PDAclRuleColl const> next;
+    RuleRecipes recipes;
   };
 
   uint64_t entryLimit() const;
   /// The stamps of everything that is read.
   std::vector<Mox::Stamp> inputStamps() const;
   void bindSources();
+  /// Brings what has been built up to date. With `sameLabels` the pairs of every set are those of the last run.
+  void update(bool sameLabels);
   void deleteGoneAcls();
-  /// With `sameLabels` the pairs of every set are those of the last run.
-  /// Of the lists that the recipes refer to those that are published no more, ascending.
-  std::vector<RuleFactor> goneLists() const;
-  /// Whether a recipe refers to none of these.
-  bool stands(Recipes const& known, size_t place) const;
-  Plan planOf(AclGenSetIpRuleList const& list, bool sameLabels);
+  /// Whether the rule of a recipe has the entries that it had, if it is the same object.
+  bool stands(RuleRecipes const& known, size_t place) const;
+  Plan planOf(AclGenSetIpRuleList const& list);
+  /// The entries of the rules that stay.
+  uint64_t entriesKept(Plan const& plan) const;
   /// Throws where the rules take more entries than the agent allows.
   void checkEntries(std::vector<Plan> const& plans) const;
-  void buildAcl(Plan plan);
+  [[noreturn]] void throwTooMany(std::vector<Plan> const& plans, uint64_t all) const;
+  void makeAcl(Plan& plan);
+  /// The rule of a fresh recipe: the one of its index where that says the same.
+  Mox::Ptr<PDAclRule const> madeRule(Plan const& plan, AceIndex index, size_t fresh);
+  /// Puts it into the output.
+  void adopt(Plan& plan) noexcept;
+  /// The rules of an ACL in the output; none where it is new.
+  PDAclRuleColl::RuleColl const& rulesOf(PDAclKey const& key) const;
   /// Adds the recipe of a rule to those of its ACL.
-  void gatherFactors(Mox::Ptr<GenSetIpRule> const& rule, Lumox::AddressFamily af);
-  void addFactor(Source const& source, GenSetKey key);
+  void gatherFactors(Mox::Ptr<GenSetIpRule const> rule, Lumox::AddressFamily af);
+  void addFactor(PairSource& source, GenSetKey key);
   /// True if the pair is matched through one combination label, which is then done.
   bool addCombo(ComboLabelSetType type, GenSetKey src, GenSetKey dst);
-  Mox::Ptr<PDAclRule> expandRule(AceIndex index, GenSetIpRule const& rule, Recipes const& recipes,
-                                 size_t place);
+  Mox::Ptr<PDAclRule> expandRule(AceIndex index, NaxelActionValue const& action,
+                                 RuleRecipes const& recipes, size_t place);
 
   Mox::Ptr<Acl::ParamConfig const> paramConfig_;
   std::function<void()> prepare_;
   Mox::Ptr<RuleExpanderStatus> ruleExStatus_;
   RuleFilterQueue ruleFilter_;
 
-  std::vector<Source> prefixSources_;  // by family, source side first
-  std::vector<Source> rangeSources_;   // by type, as are the next
-  std::vector<Source> comboSources_;
+  // For the run at hand.
+  std::vector<PairSource> sources_;  // prefixes by family, source side first; ranges, combinations
   std::vector<ComboLabelInfo const*> comboInfos_;
-  Recipes recipes_;                    // of the ACL at hand
-  Recipe recipe_;                      // of the rule at hand
+  PairLists now_;                       // what is published, unless it is what `lists_` holds
+  PairLists const* current_ = nullptr;  // the lists that fresh recipes refer to
+  // The numbers now of `lists_`; absent where all count as gone.
+  std::optional<std::vector<RuleFactor>> renumbered_;
+  RuleRecipes recipes_;  // of the ACL at hand
+  RuleRecipe recipe_;    // of the rule at hand
+
   std::vector<Mox::Stamp> builtFrom_;  // of everything that was read; empty before the first run
-  std::vector<Mox::Ptr<EncodedLabelWithMaskList const>> lists_;  // that the recipes refer to
-  std::vector<size_t> listEnds_;                                 // of each source among them
-  std::vector<Mox::Stamp> comboStamps_;                          // that they were made with
-  // For the run at hand: those of `lists_` that are published no more, ascending; none where all count as gone.
-  std::optional<std::vector<RuleFactor>> goneLists_;
-  Mox::OrderedMap<PDAclKey, Recipes> builtRecipes_;
+  // What stands in the output, whether or not the last run has succeeded.
+  PairLists lists_;
+  std::vector<Mox::Stamp> comboStamps_;
+  Mox::OrderedMap<PDAclKey, RuleRecipes> builtRecipes_;
 };
 NAXEL_EXPORT Mox::Ptr<RuleExpanderSm> ruleExpanderSmFactory(
     Obel::ChipId chipId, Mox::Ptr<RuleExpanderConfig> config, Mox::Ptr<RuleExpanderStatus> status,

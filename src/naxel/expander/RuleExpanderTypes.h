@@ -98,8 +98,8 @@ class NAXEL_EXPORT RuleExpanderStatus : public StageStatus {
   std::string_view fwkType() const override { return "Naxel::RuleExpanderStatus"; }
   Mox::AttributeTable const& attributeTable() const override;
 
-  /// The entries of all rules. The collections are rebuilt in place by every kick, the rules are
-  /// replaced.
+  /// The entries of all rules. The collection is rebuilt in place by every kick; its ACLs and their rules are
+  /// replaced where they change.
   Mox::Ptr<PDAclColl> const& ruleExpanderLoaderInfo() const { return ruleExpanderLoaderInfo_; }
 
  private:

@@ -6,13 +6,15 @@
 #include "naxel/genset/GenSetTypes.h"
 
 #include <algorithm>
+#include <bit>
 #include <limits>
 #include <vector>
 
 namespace Naxel {
 
-/// Answers by a table where the keys lie close together, as they do until most of the keys that were
-/// given out have gone, and by search elsewhere.
+/// Idea. The numbers between the first key and the last are cut into equal pieces, about as many as there are keys,
+/// and a table says where the keys of each piece begin. Keys are given out one behind the other, so a piece holds one
+/// or two of them; where most of the keys that were given out have gone, the search within a piece is binary.
 class KeyPlaces {
  public:
   static constexpr uint32_t none = std::numeric_limits<uint32_t>::max();
@@ -20,22 +22,31 @@ class KeyPlaces {
   KeyPlaces() = default;
   /// `keys` are ascending.
   explicit KeyPlaces(std::vector<GenSetKey> keys) : keys_(std::move(keys)) {
-    // The table has a word for every key between the first and the last. It is made only where that is in
-    // proportion to the keys that are there.
-    if (keys_.empty() || span() > 16 * uint64_t{keys_.size()} + 64) return;
-    table_.assign(static_cast<size_t>(span()), none);
-    for (uint32_t i = 0; i < keys_.size(); ++i) table_[keys_[i].value() - first()] = i;
+    if (keys_.empty()) return;
+    uint64_t const last = keys_.back().value() - first();
+    shift_ = std::max(
+        0, static_cast<int>(std::bit_width(last)) - static_cast<int>(std::bit_width(keys_.size())));
+    begins_.resize(static_cast<size_t>(last >> shift_) + 2);
+    size_t piece = 0;
+    for (uint32_t i = 0; i < keys_.size(); ++i)
+      for (size_t const in = pieceOf(keys_[i]); piece <= in; ++piece) begins_[piece] = i;
+    for (; piece < begins_.size(); ++piece) begins_[piece] = static_cast<uint32_t>(keys_.size());
   }
 
   /// Place of a key; `none` if it is not among them.
   uint32_t of(GenSetKey key) const {
-    if (!table_.empty()) {
-      // A key below the first wraps around and is beyond the table as well.
-      uint64_t const at = key.value() - first();
-      return at < table_.size() ? table_[at] : none;
+    // A key below the first wraps around and is beyond the last as well.
+    if (keys_.empty() || key.value() - first() > keys_.back().value() - first()) return none;
+    size_t const piece = pieceOf(key);
+    uint32_t at = begins_[piece];
+    uint32_t end = begins_[piece + 1];
+    while (end - at > 4) {
+      uint32_t const middle = at + (end - at) / 2;
+      (keys_[middle] <= key ? at : end) = middle;
     }
-    auto const i = std::lower_bound(keys_.begin(), keys_.end(), key);
-    return i != keys_.end() && *i == key ? static_cast<uint32_t>(i - keys_.begin()) : none;
+    for (; at < end; ++at)
+      if (keys_[at] == key) return at;
+    return none;
   }
 
   /// Place of a key that must be among them.
@@ -47,10 +58,13 @@ class KeyPlaces {
 
  private:
   uint64_t first() const { return keys_.front().value(); }
-  uint64_t span() const { return keys_.back().value() - first() + 1; }
+  size_t pieceOf(GenSetKey key) const {
+    return static_cast<size_t>((key.value() - first()) >> shift_);
+  }
 
   std::vector<GenSetKey> keys_;
-  std::vector<uint32_t> table_;
+  std::vector<uint32_t> begins_;  // of each piece, and the end
+  int shift_ = 0;
 };
 
 /// The keys of a map in its order.

@@ -94,50 +94,57 @@ Mox::Ptr<PDData const> LoaderSm::newOutput() {
   }
   auto pdData = pDDataFactory(widths_);
   pdData->labelCodeIs(paramConfig_->labelCode());
-  for (PrefixXformKey const& key : PrefixXformKey::all())
-    loadPrefixInfo(loaderConfig().prefixXformLoaderInfo(key),
-                   pdData->pdPrefixXformEntryCollIs(key));
+  loadPrefixInfo(*pdData);
   loadRangeInfo(*pdData);
   loadComboInfo(*pdData);
   loadAclRuleInfo(*pdData);
   return pdData;
 }
 
-void LoaderSm::loadPrefixInfo(Mox::Ptr<PrefixXformLoaderInfo const> const& info,
-                              PDPrefixXformEntryColl& table) const {
-  if (!info) return;
-  std::vector<PDPrefixXformEntry> entries;
-  entries.reserve(info->prefixToLabelMap().size());
-  for (auto const& [prefix, label] : info->prefixToLabelMap()) entries.emplace_back(prefix, label);
-  table.entryIs(std::move(entries));
-  table.keptSetsIs(info->keptSets());
+template <class Info, class Table>
+template <class Entries>
+Mox::Ptr<Table const> const& LoaderSm::Made<Info, Table>::of(Mox::Ptr<Info const> const& now,
+                                                             Entries entries) {
+  if (table && info == now) return table;
+  auto next = Mox::makePtr<Table>();
+  if (now) {
+    std::vector<typename Table::Coll::value_type> all;
+    all.reserve(entries(*now).size());
+    for (auto const& [key, label] : entries(*now)) all.emplace_back(key, label);
+    next->entryIs(std::move(all));
+    next->keptSetsIs(now->keptSets());
+  }
+  info = now;
+  return table = std::move(next);
 }
 
-void LoaderSm::loadRangeInfo(PDData& pdData) const {
+void LoaderSm::loadPrefixInfo(PDData& pdData) {
+  size_t at = 0;
+  for (PrefixXformKey const& key : PrefixXformKey::all())
+    pdData.pdPrefixXformEntryCollIs(
+        key, prefix_[at++].of(
+                 loaderConfig().prefixXformLoaderInfo(key),
+                 [](auto const& info) -> auto const& { return info.prefixToLabelMap(); }));
+}
+
+void LoaderSm::loadRangeInfo(PDData& pdData) {
   for (RangeSetType type : allRangeSetTypes()) {
     auto const info = loaderConfig().rangeSplitLoaderInfo(type);
     traceStep(6, "loadRangeInfo") << ": Xform for range: " << type << (info ? "" : " is off");
-    if (!info) continue;
-    std::vector<PDRangeXformEntry> entries;
-    entries.reserve(info->rangeToEncodedLabelMap().size());
-    for (auto const& [elem, label] : info->rangeToEncodedLabelMap())
-      entries.emplace_back(elem, label);
-    pdData.rangeCollIs(type).entryIs(std::move(entries));
-    pdData.rangeCollIs(type).keptSetsIs(info->keptSets());
+    pdData.rangeCollIs(
+        type, range_[static_cast<size_t>(type)].of(
+                  info, [](auto const& i) -> auto const& { return i.rangeToEncodedLabelMap(); }));
   }
 }
 
-void LoaderSm::loadComboInfo(PDData& pdData) const {
+void LoaderSm::loadComboInfo(PDData& pdData) {
   for (ComboLabelSetType type : allComboLabelSetTypes()) {
     auto const info = loaderConfig().comboLabelLoaderInfo(type);
     traceStep(6, "loadComboInfo") << ": Xform for combo: " << type << (info ? "" : " is off");
-    if (!info) continue;
-    std::vector<PDComboEntry> entries;
-    entries.reserve(info->encComboToEncodedLabelMap().size());
-    for (auto const& [pair, label] : info->encComboToEncodedLabelMap())
-      entries.emplace_back(pair, label);
-    pdData.comboCollIs(type).entryIs(std::move(entries));
-    pdData.comboCollIs(type).keptSetsIs(info->keptSets());
+    pdData.comboCollIs(type, combo_[static_cast<size_t>(type)].of(
+                                 info, [](auto const& i) -> auto const& {
+                                   return i.encComboToEncodedLabelMap();
+                                 }));
   }
 }
 
@@ -146,10 +153,9 @@ void LoaderSm::loadAclRuleInfo(PDData& pdData) const {
   // An output without ACLs would be loaded without complaint and take them all out of the chip, so a
   // missing input fails the kick.
   if (!info) throw std::logic_error("the rule expander has left no entries for the chip");
-  // The expander replaces its rules and does not edit them, so that the driver can keep the same
-  // ones.
-  for (auto const& [key, acl] : info->pdAcl())
-    pdData.pdAclCollIs().pdAclIs(key)->ruleIs(acl->rule());
+  // The expander replaces ACLs and rules and does not edit them, so that outputs can share them and the driver
+  // can keep the same ones.
+  for (auto const& [key, acl] : info->pdAcl()) pdData.pdAclCollIs().pdAclIs(key, acl);
 }
 
 void LoaderSm::request(RequestState state) {

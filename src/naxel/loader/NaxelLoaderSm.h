@@ -88,10 +88,19 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
 
   /// A new output, filled.
   Mox::Ptr<PDData const> newOutput();
-  void loadPrefixInfo(Mox::Ptr<PrefixXformLoaderInfo const> const& info,
-                      PDPrefixXformEntryColl& table) const;
-  void loadRangeInfo(PDData& pdData) const;
-  void loadComboInfo(PDData& pdData) const;
+  /// A transform table and what it was made of. Infos are replaced and never changed, so outputs share the table as long
+  /// as the info stands.
+  template <class Info, class Table>
+  struct Made {
+    Mox::Ptr<Info const> info;
+    Mox::Ptr<Table const> table;
+    /// The table of that info, which may be null: then it has no entries.
+    template <class Entries>
+    Mox::Ptr<Table const> const& of(Mox::Ptr<Info const> const& now, Entries entries);
+  };
+  void loadPrefixInfo(PDData& pdData);
+  void loadRangeInfo(PDData& pdData);
+  void loadComboInfo(PDData& pdData);
   void loadAclRuleInfo(PDData& pdData) const;
 
   /// How far the handshake has come.
@@ -152,7 +161,10 @@ class NAXEL_EXPORT LoaderSm : public StageSm {
   Mox::Seconds failedResponseId_ = 0;
   std::vector<Refusal> refusals_;
   Mox::Ptr<PDData const> inForce_;
-  Mox::Ptr<ChipHwCapability const> widths_;  // of the last output
+  Mox::Ptr<ChipHwCapability const> widths_;  // of the last output, as are the next
+  std::array<Made<PrefixXformLoaderInfo, PDPrefixXformEntryColl>, 4> prefix_;
+  std::array<Made<RangeSplitLoaderInfo, PDRangeXformEntryColl>, rangeFieldCount> range_;
+  std::array<Made<ComboLabelLoaderInfo, PDComboEntryColl>, 3> combo_;
   PolicyExchange policy_;
   Stance stance_;
   bool down_ = false;        // the owner takes the pipeline down

@@ -82,7 +82,7 @@ class NAXEL_EXPORT LoaderConfig : public StageConfig {
   void comboLabelLoaderInfoIs(ComboLabelSetType type, Mox::Ptr<ComboLabelLoaderInfo const> v) {
     comboLabelLoaderInfo_.set(type, std::move(v));
   }
-  /// The collection that the expander rebuilds in place. Outputs take over its rules, never the collection
+  /// The collection that the expander rebuilds in place. Outputs take over its ACLs, never the collection
   /// itself, which the next kick changes.
   Mox::Ptr<PDAclColl const> const& ruleExpanderLoaderInfo() const {
     return ruleExpanderLoaderInfo_;

@@ -38,6 +38,7 @@ PDAclRule const* PDAclRuleColl::rule(AceIndex index) const {
 }
 
 Mox::Ptr<PDAclRule> PDAclRuleColl::ruleIs(AceIndex index) {
+  numFilters_.reset();
   // For an output that is still being filled: a rule that others may already read is replaced, never edited.
   if (auto const* item = rule_.get(index)) return written(*item);
   auto made = Mox::makePtr<PDAclRule>(index);
@@ -46,6 +47,7 @@ Mox::Ptr<PDAclRule> PDAclRuleColl::ruleIs(AceIndex index) {
 }
 
 size_t PDAclRuleColl::numFilters() const {
+  if (numFilters_) return *numFilters_;
   size_t n = 0;
   for (auto const& [index, rule] : rule_) n += rule->filters();
   return n;

@@ -7,12 +7,15 @@
 
 #include "mox/Entity.h"
 #include "mox/FlatSet.h"
+#include "mox/InlineSet.h"
 #include "mox/OrderedMap.h"
 #include "naxel/loader/HwCapability.h"
 #include "naxel/loader/PDTypes.h"
 #include "naxel/types/Action.h"
 
 #include <array>
+#include <optional>
+#include <span>
 
 namespace Naxel {
 
@@ -68,19 +71,20 @@ class NAXEL_EXPORT PDAclRule : public Mox::Entity {
   NaxelActionValue const& action() const { return action_; }
   void actionIs(NaxelActionValue const& v) { action_ = v; }
 
-  Mox::FlatSet<PDAclFilter> const& filter() const { return filter_; }
+  using Filters = Mox::InlineSet<PDAclFilter, 1>;
+  Filters const& filter() const { return filter_; }
   size_t filters() const { return filter_.size(); }
   bool filterHas(PDAclFilter const& f) const { return filter_.contains(f); }
   void filterIs(PDAclFilter const& f) { filter_.insert(f); }
   /// Takes over all entries at once, in any order.
-  void filterIs(std::vector<PDAclFilter> all) { filter_.adopt(std::move(all)); }
+  void filterIs(std::span<PDAclFilter const> all) { filter_.adopt(all); }
   void filterDel(PDAclFilter const& f) { filter_.erase(f); }
   void filterDelAll() { filter_.clear(); }
 
  private:
   AceIndex aceIndex_;
   NaxelActionValue action_;
-  Mox::FlatSet<PDAclFilter> filter_;
+  Filters filter_;
 };
 
 /// One ACL. Rule order is TCAM priority order: the first matching rule wins.
@@ -98,16 +102,25 @@ class NAXEL_EXPORT PDAclRuleColl : public Mox::Entity {
   bool ruleHas(AceIndex index) const { return rule_.contains(index); }
   /// The rule of that index, made if absent; O(1) behind the last one.
   Mox::Ptr<PDAclRule> ruleIs(AceIndex index);
-  /// Takes over finished rules under their indexes in place of all that there are.
-  void ruleIs(RuleColl all) { rule_ = std::move(all); }
-  void ruleDel(AceIndex index) { rule_.erase(index); }
-  void ruleDelAll() { rule_.clear(); }
-  /// Number of TCAM entries of all rules.
+  /// Takes over finished rules under their indexes in place of all that there are, with the number of their entries.
+  void ruleIs(RuleColl all, size_t filters) {
+    rule_ = std::move(all);
+    numFilters_ = filters;
+  }
+  void ruleDel(AceIndex index) { change().erase(index); }
+  void ruleDelAll() { change().clear(); }
+  /// Number of TCAM entries of all rules; O(1) where they were taken over.
   size_t numFilters() const;
 
  private:
+  RuleColl& change() {
+    numFilters_.reset();
+    return rule_;
+  }
+
   PDAclKey typeKey_;
   RuleColl rule_;
+  std::optional<size_t> numFilters_;
 };
 
 /// All ACLs.
@@ -125,6 +138,10 @@ class NAXEL_EXPORT PDAclColl : public Mox::Entity {
   bool pdAclHas(PDAclKey const& key) const { return pdAcl_.contains(key); }
   /// The ACL of that key, made if absent.
   Mox::Ptr<PDAclRuleColl> pdAclIs(PDAclKey const& key);
+  /// Takes over a finished ACL, which outputs may share, in place of the one of that key.
+  void pdAclIs(PDAclKey const& key, Mox::Ptr<PDAclRuleColl const> acl) {
+    pdAcl_.set(key, std::move(acl));
+  }
   void pdAclDel(PDAclKey const& key) { pdAcl_.erase(key); }
   void pdAclDelAll() { pdAcl_.clear(); }
   /// Number of TCAM entries of all ACLs.
@@ -192,6 +209,17 @@ class NAXEL_EXPORT PDData : public Mox::Entity {
   PDRangeXformEntryColl& rangeCollIs(RangeSetType type);
   PDComboEntryColl& comboCollIs(ComboLabelSetType type);
   PDAclColl& pdAclCollIs() { return *pdAclColl_; }
+  /// Takes over a finished table, which outputs may share.
+  void pdPrefixXformEntryCollIs(PrefixXformKey const& key,
+                                Mox::Ptr<PDPrefixXformEntryColl const> table) {
+    prefix_.set(key, std::move(table));
+  }
+  void rangeCollIs(RangeSetType type, ConstRangeColl table) {
+    range_[static_cast<size_t>(type)] = std::move(table);
+  }
+  void comboCollIs(ComboLabelSetType type, ConstComboColl table) {
+    combo_[static_cast<size_t>(type)] = std::move(table);
+  }
 
  private:
   uint64_t instance_;

@@ -203,6 +203,7 @@ class PDAclFilter : public Mox::ValueType<PDAclFilter> {
   }
 
  private:
+  static std::array<E PDAclFilter::*, labelFieldCount> const labelMembers;
   static constexpr E PDAclFilter::*labelMember(TcamFieldType field);
 
   E source_;
@@ -221,14 +222,16 @@ class PDAclFilter : public Mox::ValueType<PDAclFilter> {
   bool matchTcpEstablished_ = false;
 };
 
+inline constexpr std::array<PDAclFilter::E PDAclFilter::*, labelFieldCount>
+    PDAclFilter::labelMembers = {
+        &PDAclFilter::source_,   &PDAclFilter::destination_, &PDAclFilter::prefixCombo_,
+        &PDAclFilter::sport_,    &PDAclFilter::dport_,       &PDAclFilter::portCombo_,
+        &PDAclFilter::icmpType_, &PDAclFilter::proto_,       &PDAclFilter::length_,
+        &PDAclFilter::fragment_, &PDAclFilter::dscp_};
+
 constexpr PDAclFilter::E PDAclFilter::*PDAclFilter::labelMember(TcamFieldType field) {
-  constexpr std::array<E PDAclFilter::*, labelFieldCount> members = {
-      &PDAclFilter::source_,   &PDAclFilter::destination_, &PDAclFilter::prefixCombo_,
-      &PDAclFilter::sport_,    &PDAclFilter::dport_,       &PDAclFilter::portCombo_,
-      &PDAclFilter::icmpType_, &PDAclFilter::proto_,       &PDAclFilter::length_,
-      &PDAclFilter::fragment_, &PDAclFilter::dscp_};
   // The fields that carry labels begin at 1; 0 is the field that is none.
-  return members[static_cast<size_t>(field) - 1];
+  return labelMembers[static_cast<size_t>(field) - 1];
 }
 
 }  // namespace Naxel

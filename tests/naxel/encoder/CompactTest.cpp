@@ -289,7 +289,7 @@ TEST(FacesByLayers, GiveGroupsByAttributesACubeEach) {
 TEST(CompactCode, FillsUpWhatNests) {
   Code const code = compactCode(familyOf({{0, 1, 2}, {0, 1}}), {1, 1}, 3, 3);
   EXPECT_EQ(code.codes, (std::vector<uint16_t>{0, 1, 2}));
-  EXPECT_EQ(code.cubes, (std::vector<std::vector<Cube>>{{{0, 3}}, {{0, 1}}}));
+  EXPECT_EQ(code.cubes, (std::vector<CubeList>{{{0, 3}}, {{0, 1}}}));
 }
 
 /// The least price of families, all weights 1: every assignment of codes to labels is gone through, apart from

@@ -523,9 +523,9 @@ void Layout::coverAll(SetFamily const& sets) {
   code_.cubes.reserve(sets.size());
   for (uint32_t s = 0; s < sets.size(); ++s) {
     if (distinct_.of[s] != SetFamily::none)
-      code_.cubes.push_back(cubes_[distinct_.of[s]]);
+      code_.cubes.emplace_back(cubes_[distinct_.of[s]]);
     else
-      code_.cubes.push_back({{code_.codes[sets[s][0]], 0}});
+      code_.cubes.emplace_back().push_back({code_.codes[sets[s][0]], 0});
   }
 }
 

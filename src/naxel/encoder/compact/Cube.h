@@ -6,6 +6,8 @@
 /// don't-care bits. The words are those of two-level logic minimisation (Brayton et al., "Logic
 /// Minimization Algorithms for VLSI Synthesis", 1984).
 
+#include "mox/InlineVector.h"
+
 #include <bit>
 #include <compare>
 #include <cstddef>
@@ -38,6 +40,9 @@ struct Cube {
   Cube joined(Cube c) const { return freed(static_cast<uint16_t>(c.free | (value ^ c.value))); }
   auto operator<=>(Cube const&) const = default;
 };
+
+/// The cubes of a set, of which most have one.
+using CubeList = Mox::InlineVector<Cube, 4>;
 
 /// The aligned block of 2^`bits` codes from `first` on.
 inline Cube blockCube(uint32_t first, unsigned bits) {

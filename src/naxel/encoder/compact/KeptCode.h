@@ -16,7 +16,7 @@
 /// A set is known by its labels, not by any name: it is the one before that consisted of the same labels, less those that
 /// are gone; else the one that has the most in common with it.
 ///
-/// Cubes become more with time. Therefore some sets are improved each time, the costliest first, as long as
+/// CubeList become more with time. Therefore some sets are improved each time, the costliest first, as long as
 /// what they take is above what they took, for a use, when all was last encoded afresh, and as long as no more rows
 /// are written for that than allowed.
 ///
@@ -39,8 +39,8 @@ namespace Naxel::Compact {
 /// How the sets of a field are encoded in an output.
 struct KeptSets {
   struct Set {
-    std::vector<uint16_t> codes;  ///< of its labels, ascending
-    std::vector<Cube> cubes;
+    Mox::InlineVector<uint16_t, 8> codes;  ///< of its labels, ascending
+    CubeList cubes;
     auto operator<=>(Set const&) const = default;
   };
   std::vector<Set> sets;  ///< ascending; without those that have one label and match its code alone
