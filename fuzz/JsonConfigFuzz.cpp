@@ -6,8 +6,7 @@
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   std::string const text(data, data + size);
   NaxelTool::RuleSet rules(Obel::ChipId(0));
-  if (Fuzz::takes(text, Fuzz::Place::column,
-                  [&] { readRules(NaxelTool::readJsonConfig, "f", text, rules); }))
+  if (Fuzz::reads(NaxelTool::readJsonConfig, text, Fuzz::Place::column, rules))
     Fuzz::checkRules(rules);
   return 0;
 }

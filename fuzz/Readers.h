@@ -5,7 +5,7 @@
 
 #include "Check.h"
 #include "input/ChipReader.h"
-#include "input/RuleSet.h"
+#include "input/RuleReading.h"
 
 #include <functional>
 
@@ -18,6 +18,10 @@ enum class Place { none, line, column };
 /// an InputError ends the run.
 bool takes(std::string const& text, Place place, std::function<void()> const& read,
            std::string const& file = "f");
+
+/// The same for a reader of rules, which besides says what became of each entry. The rules go to `rules`.
+bool reads(NaxelTool::RuleReader reader, std::string const& text, Place place,
+           NaxelTool::RuleSet& rules, NaxelTool::ReadOptions const& options = {});
 
 /// What a reader took must compile: whatever a kick would refuse is for the reader to report. For small rule sets
 /// only.

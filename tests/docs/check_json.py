@@ -23,6 +23,7 @@ CALLS = [
     ("compile --json -o tables.json examples/edge.json", None, False),
     ("gen --json -o made.rules --style fw --rules 10", "naxel-generation", True),
     ("gen --json -o made.json --style attributes --rules 10 --hand-made 2", "naxel-generation", True),
+    ("convert --json --to json examples/edge.json examples/branch.rules", "naxel-rules", True),
     ("verify --json --packets 100 examples/edge.json", "naxel-verify", False),
     ("classify --json --src 198.51.100.7 --dst 203.0.113.17 --proto 6 examples/edge.json",
      "naxel-classify", False),

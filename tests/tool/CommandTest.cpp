@@ -123,7 +123,7 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
      "ex/branch.rules: note[unused-flags]: 5 rules carry flags that are not used\n",
      "\nedge-in6: "},
     {"classify --src 192.0.2.9 --dst 203.0.113.5 --acl edge-out ex/edge.json", 0, "",
-     "fragment 0 dscp 0\nedge-out: rule 50 'rest': drop, sflow\n"},
+     "dscp 0\nedge-out: rule 50 'rest': drop, sflow\n"},
     {"classify --packets trace set", 1, "*",
      "trace:3: set: rule 1 'r1': permit (set:2); the trace says: rule 0 or before it\n"},
     {"classify --packets trace --packets - --acl edge-in ex/edge.json", 1, "*",
@@ -142,7 +142,8 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
     {"compile .", 2, ".: error[input]: Is a directory\n"},
     {"compile blank", 2, "blank: error[input]: the file is empty\n"},
     {"compile text", 2,
-     "text:2:3: error[input]: rules begin with '@' (ClassBench) or '{' (JSON)\n"},
+     "text:2:3: error[input]: rules begin with '@' (ClassBench) or '{' (JSON), or have a "
+     "line that begins an access list\n"},
     {"compile --format classbench text", 2,
      "text:2: error[syntax]: expected '@' before 'permit ip any any'\n"},
     {"compile --chip a a", 2, "a:1:11: error[input]: 'schema' must be \"naxel-chip\"\n"},
@@ -380,6 +381,25 @@ TEST_F(Command, EqualInputGivesEqualBytesPackedOrNot) {
       {"compile branch.rules.gz ex/branch.rules", 2,
        "branch.rules.gz: note[unused-flags]: 5 rules carry flags that are not used\n"
        "ex/branch.rules: error[input]: ACL 'branch.rules' stands in branch.rules.gz already\n"});
+}
+
+TEST_F(Command, ConvertedRulesAreReadAgainAndProved) {
+  write("set", "@1.0.0.0/8\t2.0.0.0/8\t0 : 65535\t80 : 80\t0x06/0xff\n");
+  std::string const tables = expectCall({"compile ex/edge.json", 0, "", "ACL "});
+  for (std::string const target : {"json", "openconfig"}) {
+    expectCall({"convert --to " + target + " -o again ex/edge.json", 0, ""});
+    expectCall({"verify --exact --packets 1000 again", 0, "", "0 differences"});
+    // What is written for rules of the target itself is the same again.
+    expectCall({"convert --to " + target + " -o third again", 0, ""});
+    expectCall({"compile third", 0, "", tables.substr(0, tables.find("labels "))});
+  }
+  expectCall({"convert --to ios -o plain --no-implicit --fragments=plain set", 0, ""});
+  expectCall({"verify --exact --no-implicit --fragments=plain plain", 0, "*", "0 differences"});
+  write("kept", "before");
+  expectCall({"convert --to ios -o kept set", 2, "set:1: error[cannot-say]: ACL 'set': *"});
+  EXPECT_EQ(read("kept"), "before");
+  expectCall({"convert --to json -o set set", 2, "*"});
+  expectCall({"convert set", 2, "naxel: error[usage]: --to is required\n*"});
 }
 
 }  // namespace

@@ -275,7 +275,7 @@ TEST(Proof, VerifyPrintsIt) {
             "ipv4 0.0.0.0 > 0.0.0.0 proto 0 ports 0 > 81\n"
             "  rules:  rule 10 'web': permit\n"
             "  tables: no rule\n"
-            "  labels: icmpType 0 proto 0 length 0 fragment 0 dscp 0\n");
+            "  labels: icmpType 0 proto 0 length 0 dscp 0\n");
 }
 
 }  // namespace

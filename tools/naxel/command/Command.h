@@ -40,6 +40,7 @@ std::vector<CommandInfo> const& allCommands();
 CommandInfo compileCommand();
 CommandInfo verifyCommand();
 CommandInfo classifyCommand();
+CommandInfo convertCommand();
 CommandInfo generateCommand();
 
 }  // namespace NaxelTool

@@ -33,7 +33,10 @@ class Compile : public Command {
       write(console.out());
     }
     bool const taken = console.options().json || isStandardOutput(output_);
-    if (!taken && !console.options().quiet) printSummary(console.out(), session);
+    if (!taken && !console.options().quiet) {
+      printLeftOut(console.out(), loaded.counts);
+      printSummary(console.out(), session);
+    }
     return ExitCode::success;
   }
 

@@ -196,7 +196,7 @@ ExitCode runProgram(int argc, char const* const* argv) {
 
 std::vector<CommandInfo> const& allCommands() {
   static std::vector<CommandInfo> const all = {compileCommand(), verifyCommand(), classifyCommand(),
-                                               generateCommand()};
+                                               convertCommand(), generateCommand()};
   return all;
 }
 

@@ -10,17 +10,26 @@
 namespace NaxelTool {
 
 void RuleInput::declare(CLI::App& app) {
-  Choices<RuleFormat> formats = {{"auto", RuleFormat::automatic}};
-  for (RuleFormatInfo const& f : ruleFormats()) formats.emplace_back(f.name, f.format);
   addFile(app, "--chip", chip_,
           "Chip description\n"
-          "Without one: labels of 16 bits for prefixes, of 12 bits for ports, raw values for the "
+          "Without one: labels of 16 bits for prefixes, of 12 bits for ports, of 2 bits for "
+          "fragment offsets, raw values for the "
           "other fields, tables without limit.");
   addChoice<Acl::LabelCode>(
       app, "--label-code", labelCode_,
       {{"aligned", Acl::LabelCode::aligned}, {"compact", Acl::LabelCode::compact}},
       "How labels are encoded\n"
       "The default is what the chip description says, or compact.");
+  addNumber(app, "--max-entries", maxEntries_, 1, ~uint64_t{0},
+            "Most entries that all rules may take\n"
+            "A kick that would make more is refused before it makes any.");
+  addNumber(app, "--trace", trace_, 0, 9, "Show what the stages do, 0 to 9")->default_str("");
+  declareReading(app);
+}
+
+void RuleInput::declareReading(CLI::App& app) {
+  Choices<RuleFormat> formats = {{"auto", RuleFormat::automatic}};
+  for (RuleFormatInfo const& f : ruleFormats()) formats.emplace_back(f.name, f.format);
   addChoice(app, "--format", read_.format, formats,
             "Format of the rules\nThe default, auto, goes by the content of each file.");
   addChoice<FlagsMode>(app, "--flags", read_.flags,
@@ -28,13 +37,29 @@ void RuleInput::declare(CLI::App& app) {
                        "Flag columns of ClassBench sets\n"
                        "By default they are ignored; strict makes rules of them that say as much, "
                        "and refuses those that no rule can say.");
+  addFlag(app, "--skip-unsupported", read_.skipUnsupported,
+          "Leave out, with a warning, what rules cannot say\n"
+          "Without it such entries are errors. The verdicts are then not those of the source, "
+          "which the first line of the summary says.");
+  addFlag(app, "--skip-errors", read_.skipErrors,
+          "Leave out, with a warning, entries that are wrong\n"
+          "An entry that names a group which the file does not have, for one. Without it they are "
+          "errors.");
+  app.add_flag_callback(
+      "--no-implicit", [this] { read_.implicitEnd = false; },
+      "Leave out the end of a list that its format implies\n"
+      "Otherwise it becomes a last rule, named implicit-deny.");
+  addChoice<bool>(app, "--fragments", read_.plainFragments, {{"auto", false}, {"plain", true}},
+                  "What entries that look at layer 4 make of later fragments\n"
+                  "What the format documents, or with plain nothing: they do not match them.");
+  addChoice<std::optional<bool>>(app, "--nd-permits", read_.ndPermits,
+                                 {{"yes", true}, {"no", false}},
+                                 "Whether lists of IPv6 end in permits of neighbour discovery\n"
+                                 "The default depends on the dialect of the text.");
+  addFlag(app, "--strict", read_.strict, "Refuse what only our additions to a format can say");
   addSize(app, "--max-input", read_.maxInput, 1,
           "Largest file after unpacking, 1G by default\n"
           "In bytes, or with an ending K, M or G. A larger one is refused before it takes memory.");
-  addNumber(app, "--max-entries", maxEntries_, 1, ~uint64_t{0},
-            "Most entries that all rules may take\n"
-            "A kick that would make more is refused before it makes any.");
-  addNumber(app, "--trace", trace_, 0, 9, "Show what the stages do, 0 to 9")->default_str("");
   app.add_option("rules", rules_, "Rule files\nPlain or packed with gzip; - is standard input.")
       ->type_name("RULES");
 }
@@ -53,8 +78,7 @@ ChipSetup RuleInput::chip() const {
   return chip;
 }
 
-LoadedRules RuleInput::load(Console& console,
-                            std::function<void(RuleSet const&)> const& check) const {
+void RuleInput::checkPaths() const {
   if (rules_.empty()) throw std::invalid_argument("no rule files are given; - is standard input");
   std::vector<std::string> const paths = files();
   if (std::find(paths.begin(), paths.end(), "") != paths.end())
@@ -62,6 +86,18 @@ LoadedRules RuleInput::load(Console& console,
   if (std::count(paths.begin(), paths.end(), "-") > 1)
     throw std::invalid_argument("standard input can be read only once");
   refuseInputs("-", paths);
+}
+
+RuleSet RuleInput::read(Console& console) const {
+  checkPaths();
+  RuleSet rules(Obel::ChipId(0));
+  readRuleFiles(rules_, read_, rules, console.messages());
+  return rules;
+}
+
+LoadedRules RuleInput::load(Console& console,
+                            std::function<void(RuleSet const&)> const& check) const {
+  checkPaths();
   Naxel::naxelTrace().levelIs(trace_);
   ChipSetup const chip = this->chip();
   LoadedRules out{RuleSet(chip.capability->chipId()), {}, nullptr};

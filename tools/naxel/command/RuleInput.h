@@ -22,6 +22,8 @@ struct LoadedRules {
 class RuleInput {
  public:
   void declare(CLI::App& app);
+  /// For a command that only reads: the rule files and how to read them.
+  void declareReading(CLI::App& app);
 
   ReadOptions const& readOptions() const { return read_; }
   /// All files that load() reads, as they were given.
@@ -29,6 +31,8 @@ class RuleInput {
 
   /// The description that --chip names, or the default one.
   ChipSetup chip() const;
+  /// Reads the rules alone.
+  RuleSet read(Console& console) const;
   /// Reads the chip and the rules and runs a kick. What is wrong, and why a kick has failed, is said on
   /// `console`. Throws InputError and EndOfRun.
   /// Before the kick `check`, if there is one, may look for more that is wrong.
@@ -36,6 +40,9 @@ class RuleInput {
                    std::function<void(RuleSet const&)> const& check = nullptr) const;
 
  private:
+  /// Throws std::invalid_argument for paths that cannot be meant.
+  void checkPaths() const;
+
   std::string chip_;
   std::optional<Acl::LabelCode> labelCode_;
   uint64_t maxEntries_ = Acl::ParamConfig::defaultEntryLimit;

@@ -93,7 +93,7 @@ class ChipFileReader {
               std::initializer_list<std::string_view> names, E& to) {
     JsonNode const* const node = JsonFile::find(object, field);
     if (!node) return;
-    auto const* const text = std::get_if<std::string>(&node->value);
+    std::string const* const text = node->text();
     std::string all;
     int number = 0;
     for (std::string_view const name : names) {
@@ -115,7 +115,7 @@ class ChipFileReader {
     return static_cast<uint8_t>(file_.number(m.value, m.name, least, widest));
   }
   [[noreturn]] void unknown(JsonMember const& m) {
-    file_.fail(m.at, "unknown field '" + m.name + "'");
+    file_.fail(m.at(), "unknown field '" + m.name + "'");
   }
 
   JsonFile file_;
@@ -127,6 +127,8 @@ ChipSetup defaultChip() {
   auto const chip = Mox::makePtr<Naxel::ChipHwCapability>(Obel::ChipId(0));
   chip->rangeXformWidthIs(Naxel::RangeSetType::srcPort, 12);
   chip->rangeXformWidthIs(Naxel::RangeSetType::dstPort, 12);
+  // "Any later fragment" would take 13 raw entries.
+  chip->rangeXformWidthIs(Naxel::RangeSetType::fragment, 2);
   ChipSetup out;
   out.capability = chip;
   return out;

@@ -21,8 +21,8 @@ struct ChipSetup {
   SoftChip::Options softChip;
 };
 
-/// Chip 0 with labels of 16 bits for prefixes and of 12 bits for ports, raw values for all other
-/// fields, no combinations, and tables without limit.
+/// Chip 0 with labels of 16 bits for prefixes, of 12 bits for ports and of 2 bits for fragment offsets,
+/// raw values for all other fields, no combinations, and tables without limit.
 ChipSetup defaultChip();
 
 /// Throws InputError.

@@ -160,8 +160,10 @@ void Diagnostics::sayJson(Diagnostic const& d) {
 
 void Diagnostics::sayRest() {
   for (Severity const severity : {Severity::error, Severity::warning, Severity::note}) {
-    if (count(severity) <= shown || !isShown(severity)) continue;
-    size_t const rest = count(severity) - shown;
+    size_t& told = told_[static_cast<size_t>(severity)];
+    if (count(severity) <= std::max(told, shown) || !isShown(severity)) continue;
+    size_t const rest = count(severity) - std::max(told, shown);
+    told = count(severity);
     std::string const text =
         "and " + std::to_string(rest) + " more " + nameOf(severity) + (rest == 1 ? "" : "s");
     if (makeRoom_) makeRoom_();

@@ -77,6 +77,7 @@ class Diagnostics {
   MessageStyle style_;
   std::function<void()> makeRoom_;
   std::array<size_t, 3> counts_{};
+  std::array<size_t, 3> told_{};  // of them, when sayRest() counted last
   std::optional<Diagnostic> firstError_;
 };
 

@@ -50,6 +50,14 @@ std::vector<ExitCode> const& allExitCodes() {
 InputError::InputError(std::string const& file, Position at, std::string const& text, ExitCode code)
     : std::runtime_error(located(file, at, text)), file_(file), at_(at), text_(text), code_(code) {}
 
+InputError::InputError(std::string const& file, Position at, std::string const& text,
+                       std::string help)
+    : std::runtime_error(located(file, at, text)),
+      file_(file),
+      at_(at),
+      text_(text),
+      help_(std::move(help)) {}
+
 ExitCode codeOfSystemError(int error) {
   for (int const names : {ENOENT, ENOTDIR, EISDIR, ELOOP, ENAMETOOLONG, EINVAL})
     if (error == names) return ExitCode::badInput;
@@ -57,6 +65,8 @@ ExitCode codeOfSystemError(int error) {
 }
 
 InputError::~InputError() = default;
+UnsupportedError::~UnsupportedError() = default;
+NeverMatches::~NeverMatches() = default;
 OutputError::~OutputError() = default;
 EndOfRun::~EndOfRun() = default;
 RejectedInput::~RejectedInput() = default;

@@ -45,19 +45,37 @@ class InputError : public std::runtime_error {
  public:
   InputError(std::string const& file, Position at, std::string const& text,
              ExitCode code = ExitCode::badInput);
+  InputError(std::string const& file, Position at, std::string const& text, std::string help);
   ~InputError() override;
 
   std::string const& file() const { return file_; }
   Position at() const { return at_; }
   /// What is wrong, without the place.
   std::string const& text() const { return text_; }
+  /// What to do about it; may be empty.
+  std::string const& help() const { return help_; }
   ExitCode code() const { return code_; }
 
  private:
   std::string file_;
   Position at_;
   std::string text_;
-  ExitCode code_;
+  std::string help_;
+  ExitCode code_ = ExitCode::badInput;
+};
+
+/// An entry that is as its format wants it, and says what a rule cannot say.
+class UnsupportedError : public InputError {
+ public:
+  using InputError::InputError;
+  ~UnsupportedError() override;
+};
+
+/// An entry that no IP packet can match, so that leaving it out changes nothing.
+class NeverMatches : public InputError {
+ public:
+  using InputError::InputError;
+  ~NeverMatches() override;
 };
 
 /// The same for a file that was to be written.

@@ -1,5 +1,7 @@
 #include "input/JsonAccess.h"
 
+#include "input/Diagnostics.h"
+
 #include <algorithm>
 
 namespace NaxelTool {
@@ -14,28 +16,32 @@ JsonFile::JsonFile(std::string path, std::string const& text, std::string_view s
   // The schema goes first: a file of another kind is told as such, not by its unknown fields.
   object(root_, "the file", {});
   JsonNode const& name = need(root_, "schema");
-  auto const* const found = std::get_if<std::string>(&name.value);
+  std::string const* const found = name.text();
   if (!found || *found != schema) fail(name, "'schema' must be \"" + std::string(schema) + "\"");
   number(need(root_, "version"), "version", 1, 1);
-  object(root_, "the file", fields);
+  std::vector<std::string_view> known(fields);
+  if (JsonNode const* const editors = root_.find("$schema")) this->text(*editors, "$schema");
+  known.emplace_back("$schema");
+  object(root_, "the file", known);
 }
 
-void JsonFile::fail(Position at, std::string const& text) const {
-  throw InputError(path_, at, text);
+void JsonFile::fail(Position at, std::string const& text, std::string help) const {
+  throw InputError(path_, at, text, std::move(help));
 }
 
 JsonNode::Object const& JsonFile::object(JsonNode const& node, std::string_view what,
                                          std::span<std::string_view const> fields) const {
-  auto const* const members = std::get_if<JsonNode::Object>(&node.value);
+  JsonNode::Object const* const members = node.members();
   if (!members) fail(node, std::string(what) + " must be an object");
   for (JsonMember const& m : *members)
     if (!fields.empty() && std::find(fields.begin(), fields.end(), m.name) == fields.end())
-      fail(m.at, "unknown field " + inQuotes(m.name));
+      fail(m.at(), "unknown field " + inQuotes(m.name),
+           didYouMean(m.name, {fields.begin(), fields.end()}));
   return *members;
 }
 
 JsonNode::Array const& JsonFile::array(JsonNode const& node, std::string_view what) const {
-  auto const* const items = std::get_if<JsonNode::Array>(&node.value);
+  JsonNode::Array const* const items = node.items();
   if (!items) fail(node, inQuotes(what) + " must be an array");
   return *items;
 }
@@ -47,15 +53,21 @@ JsonNode::Array const& JsonFile::list(JsonNode const& node, std::string_view wha
   return items;
 }
 
+std::string const& JsonFile::text(JsonNode const& node, std::string_view what) const {
+  std::string const* const text = node.text();
+  if (!text) fail(node, inQuotes(what) + " must be a text");
+  return *text;
+}
+
 std::string const& JsonFile::name(JsonNode const& node, std::string_view what) const {
-  auto const* const text = std::get_if<std::string>(&node.value);
+  std::string const* const text = node.text();
   if (!text || text->empty()) fail(node, inQuotes(what) + " must be a text that is not empty");
   return *text;
 }
 
 uint64_t JsonFile::number(JsonNode const& node, std::string_view what, uint64_t min,
                           uint64_t max) const {
-  auto const* const v = std::get_if<uint64_t>(&node.value);
+  uint64_t const* const v = node.number();
   if (v && *v >= min && *v <= max) return *v;
   if (min == max) fail(node, inQuotes(what) + " must be " + std::to_string(min));
   fail(node, inQuotes(what) + " must be a whole number from " + std::to_string(min) + " to " +
@@ -63,7 +75,7 @@ uint64_t JsonFile::number(JsonNode const& node, std::string_view what, uint64_t 
 }
 
 bool JsonFile::flag(JsonNode const& node, std::string_view what) const {
-  auto const* const v = std::get_if<bool>(&node.value);
+  bool const* const v = node.flag();
   if (!v) fail(node, inQuotes(what) + " must be true or false");
   return *v;
 }
@@ -72,12 +84,6 @@ JsonNode const& JsonFile::need(JsonNode const& object, std::string_view field) c
   JsonNode const* const v = find(object, field);
   if (!v) fail(object, "field " + inQuotes(field) + " is missing");
   return *v;
-}
-
-JsonNode const* JsonFile::find(JsonNode const& object, std::string_view field) {
-  for (JsonMember const& m : std::get<JsonNode::Object>(object.value))
-    if (m.name == field) return &m.value;
-  return nullptr;
 }
 
 }  // namespace NaxelTool

@@ -17,16 +17,20 @@ namespace NaxelTool {
 class JsonFile {
  public:
   /// Parses `text`, whose root must be an object with "schema": `schema` and "version": 1, and
-  /// otherwise the `fields`.
+  /// otherwise the `fields`; a "$schema" for editors may stand there, too.
   JsonFile(std::string path, std::string const& text, std::string_view schema,
            std::initializer_list<std::string_view> fields);
+
+  /// Without a text: for values of a tree that was parsed elsewhere.
+  explicit JsonFile(std::string path) : path_(std::move(path)) {}
 
   std::string const& path() const { return path_; }
   JsonNode const& root() const { return root_; }
 
-  [[noreturn]] void fail(Position at, std::string const& text) const;
-  [[noreturn]] void fail(JsonNode const& node, std::string const& text) const {
-    fail(node.at, text);
+  [[noreturn]] void fail(Position at, std::string const& text, std::string help = {}) const;
+  [[noreturn]] void fail(JsonNode const& node, std::string const& text,
+                         std::string help = {}) const {
+    fail(node.at(), text, std::move(help));
   }
 
   /// The members of an object that may hold only the named fields; any field if none is named.
@@ -39,6 +43,7 @@ class JsonFile {
   JsonNode::Array const& array(JsonNode const& node, std::string_view what) const;
   /// As array(), but must have an element.
   JsonNode::Array const& list(JsonNode const& node, std::string_view what) const;
+  std::string const& text(JsonNode const& node, std::string_view what) const;
   /// Not empty.
   std::string const& name(JsonNode const& node, std::string_view what) const;
   uint64_t number(JsonNode const& node, std::string_view what, uint64_t min, uint64_t max) const;
@@ -58,8 +63,10 @@ class JsonFile {
     if (JsonNode const* v = find(object, field)) set(number(*v, field, min, max));
   }
 
-  /// The member of that name, or null. `object` is one.
-  static JsonNode const* find(JsonNode const& object, std::string_view field);
+  /// The member of that name, or null.
+  static JsonNode const* find(JsonNode const& object, std::string_view field) {
+    return object.find(field);
+  }
 
  private:
   std::string path_;

@@ -1,26 +1,22 @@
 #include "input/JsonDocument.h"
 
 #include <algorithm>
-#include <unordered_set>
 
 #include <nlohmann/json.hpp>
 
 namespace NaxelTool {
 
-namespace {
-
-using Json = nlohmann::json;
-
 /// Walks over the tokens of a text in step with the parser's events. The parser has accepted each
 /// token before its event comes, so finding where it ends takes no validation.
-class TokenWalk {
+class JsonTokenWalk {
  public:
-  explicit TokenWalk(std::string const& text) : text_(text) {}
+  JsonTokenWalk(std::string_view text, Position start)
+      : text_(text), line_(start.line), column_(start.column) {}
 
   /// Place of the next token; the walk then stands behind it.
   Position next() {
     while (at_ < text_.size() && std::string_view(" \t\r\n,:").find(text_[at_]) != npos) step();
-    Position const start{line_, at_ - lineStart_ + 1};
+    Position const start{line_, column_ + at_ - lineStart_};
     if (at_ == text_.size()) return start;
     char const first = text_[at_];
     step();
@@ -40,40 +36,55 @@ class TokenWalk {
   void step() {
     if (text_[at_++] == '\n') {
       ++line_;
+      column_ = 1;
       lineStart_ = at_;
     }
   }
 
-  std::string const& text_;
+  std::string_view text_;
   size_t at_ = 0;
-  size_t line_ = 1;
+  size_t line_;
+  size_t column_;  // of the first byte of the line that is in the text
   size_t lineStart_ = 0;
 };
 
 /// Receives the parser's events and builds the tree.
-class Builder : public nlohmann::json_sax<Json> {
+class JsonBuilder : public nlohmann::json_sax<nlohmann::json> {
  public:
-  Builder(std::string const& file, std::string const& text) : file_(file), walk_(text) {}
+  JsonBuilder(std::string const& file, std::string_view text, JsonDuplicates duplicates,
+              Position start)
+      : file_(file), walk_(text, start), duplicates_(duplicates) {}
 
   JsonNode take() { return std::move(root_); }
 
   bool null() override { return scalar(nullptr); }
   bool boolean(bool v) override { return scalar(v); }
-  bool number_integer(number_integer_t) override { return scalar(JsonOtherNumber{}); }
+  bool number_integer(number_integer_t) override { return scalar(JsonNode::OtherNumber{}); }
   bool number_unsigned(number_unsigned_t v) override { return scalar(uint64_t{v}); }
-  bool number_float(number_float_t, string_t const&) override { return scalar(JsonOtherNumber{}); }
-  bool string(string_t& v) override { return scalar(std::move(v)); }
+  bool number_float(number_float_t, string_t const&) override {
+    return scalar(JsonNode::OtherNumber{});
+  }
+  bool string(string_t& v) override {
+    v.shrink_to_fit();
+    return scalar(std::make_unique<std::string>(std::move(v)));
+  }
   bool binary(binary_t&) override { return scalar(nullptr); }
-  bool start_object(std::size_t) override { return open(JsonNode::Object()); }
-  bool end_object() override { return close(); }
-  bool start_array(std::size_t) override { return open(JsonNode::Array()); }
-  bool end_array() override { return close(); }
+  bool start_object(std::size_t) override { return open(std::make_unique<JsonNode::Object>()); }
+  bool end_object() override {
+    auto& members = *std::get<JsonNode::Owned<JsonNode::Object>>(open_.back()->value_);
+    if (duplicates_ == JsonDuplicates::refused) refuseDuplicates(members);
+    return close(members);
+  }
+  bool start_array(std::size_t) override { return open(std::make_unique<JsonNode::Array>()); }
+  bool end_array() override {
+    return close(*std::get<JsonNode::Owned<JsonNode::Array>>(open_.back()->value_));
+  }
 
   bool key(string_t& name) override {
     Position const at = walk_.next();
-    if (!open_.back().names.insert(name).second)
-      throw InputError(file_, at, "duplicate field '" + name + "'");
-    std::get<JsonNode::Object>(open_.back().node->value).push_back({std::move(name), at, {}});
+    name.shrink_to_fit();
+    std::get<JsonNode::Owned<JsonNode::Object>>(open_.back()->value_)
+        ->push_back({std::move(name), {}, short32(at.line), short32(at.column)});
     return true;
   }
 
@@ -90,44 +101,81 @@ class Builder : public nlohmann::json_sax<Json> {
  private:
   static constexpr size_t deepest = 32;
 
-  struct Open {
-    JsonNode* node;  // stays put: its parent does not grow while it is open
-    std::unordered_set<std::string> names;
-  };
+  static uint32_t short32(size_t v) {
+    return static_cast<uint32_t>(std::min<size_t>(v, UINT32_MAX));
+  }
 
-  bool scalar(decltype(JsonNode::value) value) {
-    place({std::move(value), walk_.next()});
+  /// At the second of the first two of one name. By sorting: a table of hashes would be a second copy of
+  /// all names, and names can be made to fall together in one.
+  void refuseDuplicates(JsonNode::Object const& members) const {
+    std::vector<JsonMember const*> sorted;
+    sorted.reserve(members.size());
+    for (JsonMember const& m : members) sorted.push_back(&m);
+    std::sort(sorted.begin(), sorted.end(), [](JsonMember const* a, JsonMember const* b) {
+      return a->name != b->name ? a->name < b->name : a < b;
+    });
+    JsonMember const* first = nullptr;
+    for (size_t i = 1; i < sorted.size(); ++i)
+      if (sorted[i]->name == sorted[i - 1]->name && (!first || sorted[i] < first))
+        first = sorted[i];
+    if (first) throw InputError(file_, first->at(), "duplicate field '" + first->name + "'");
+  }
+
+  template <class Value>
+  bool scalar(Value value) {
+    place(std::move(value));
     return true;
   }
-  bool open(decltype(JsonNode::value) value) {
-    Position const at = walk_.next();
-    if (open_.size() == deepest) throw InputError(file_, at, "too deeply nested");
-    open_.push_back({&place({std::move(value), at}), {}});
+  template <class Value>
+  bool open(Value value) {
+    JsonNode& node = place(std::move(value));
+    if (open_.size() == deepest) throw InputError(file_, node.at(), "too deeply nested");
+    // It stays put: its parent does not grow while it is open.
+    open_.push_back(&node);
     return true;
   }
-  bool close() {
+  template <class Items>
+  bool close(Items& items) {
     walk_.next();
+    items.shrink_to_fit();
     open_.pop_back();
     return true;
   }
-  JsonNode& place(JsonNode node) {
-    if (open_.empty()) return root_ = std::move(node);
-    if (auto* items = std::get_if<JsonNode::Array>(&open_.back().node->value))
-      return items->emplace_back(std::move(node));
-    return std::get<JsonNode::Object>(open_.back().node->value).back().value = std::move(node);
+  template <class Value>
+  JsonNode& place(Value value) {
+    Position const at = walk_.next();
+    JsonNode& node = next();
+    node.value_ = std::move(value);
+    node.line_ = short32(at.line);
+    node.column_ = short32(at.column);
+    return node;
+  }
+  JsonNode& next() {
+    if (open_.empty()) return root_;
+    if (auto* items = std::get_if<JsonNode::Owned<JsonNode::Array>>(&open_.back()->value_))
+      return (*items)->emplace_back();
+    return std::get<JsonNode::Owned<JsonNode::Object>>(open_.back()->value_)->back().value;
   }
 
   std::string const& file_;
-  TokenWalk walk_;
+  JsonTokenWalk walk_;
+  JsonDuplicates duplicates_;
   JsonNode root_;
-  std::vector<Open> open_;
+  std::vector<JsonNode*> open_;
 };
 
-}  // namespace
+JsonNode const* JsonNode::find(std::string_view name) const {
+  Object const* const all = members();
+  if (!all) return nullptr;
+  auto const found =
+      std::find_if(all->rbegin(), all->rend(), [&](JsonMember const& m) { return m.name == name; });
+  return found == all->rend() ? nullptr : &found->value;
+}
 
-JsonNode parseJson(std::string const& file, std::string const& text) {
-  Builder builder(file, text);
-  Json::sax_parse(text, &builder);
+JsonNode parseJson(std::string const& file, std::string_view text, JsonDuplicates duplicates,
+                   Position start) {
+  JsonBuilder builder(file, text, duplicates, start);
+  nlohmann::json::sax_parse(text, &builder);
   return builder.take();
 }
 

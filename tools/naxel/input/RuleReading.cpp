@@ -55,14 +55,21 @@ void RuleReading::say(Severity severity, Place place, std::string code, std::str
   diagnostics_.say(d);
 }
 
+void settle(ReadCounts& counts, RuleSet& rules, Diagnostics& diagnostics) {
+  size_t const failed = rules.lists().resolve(rules.files(), diagnostics);
+  counts.compiled -= failed;
+  counts.reported += failed;
+}
+
 ReadCounts readRules(RuleReader reader, std::string const& path, std::string const& content,
                      RuleSet& out, ReadOptions const& options) {
   std::ostringstream said;
   Diagnostics diagnostics(said);
   RuleReading reading(path, content, options, out, diagnostics);
   reader(reading);
+  settle(reading.counts(), out, diagnostics);
   if (auto const error = diagnostics.firstError())
-    throw InputError(path, error->place.at, error->text);
+    throw InputError(path, error->place.at, error->text, error->help);
   return reading.counts();
 }
 

@@ -31,6 +31,8 @@ struct ReadOptions {
   FlagsMode flags = FlagsMode::ignore;
   /// Entries that a rule cannot say are left out with a warning; otherwise they are errors.
   bool skipUnsupported = false;
+  /// So are entries that are wrong by themselves: names that the file does not have, say.
+  bool skipErrors = false;
   /// The end that a format implies becomes a last rule of its own, "implicit-deny".
   bool implicitEnd = true;
   /// Entries that look at layer 4 say nothing special about later fragments.
@@ -48,6 +50,9 @@ struct ReadCounts {
   size_t read = 0;
   size_t compiled = 0;
   size_t reported = 0;  ///< refused or left out, each with a message
+  /// How many of the reported ones the verdicts of the source depend on: without them those of the rules
+  /// are different ones.
+  size_t leftOut = 0;
 };
 
 class RuleReading {
@@ -91,9 +96,27 @@ class RuleReading {
   }
   /// What a rule cannot say: an error, or a warning where such entries are left out.
   void unsupported(Place place, std::string text, std::string help = {}) {
-    say(options_.skipUnsupported ? Severity::warning : Severity::error, place, "unsupported",
+    cannotUse(place, "unsupported", std::move(text), std::move(help));
+  }
+  /// Why an entry gives no rules that says something which only its source knows, such as the name of a
+  /// group that is not there: an error, or a warning where such entries are left out.
+  void cannotUse(Place place, std::string code, std::string text, std::string help = {}) {
+    say(options_.skipUnsupported ? Severity::warning : Severity::error, place, std::move(code),
         std::move(text), std::move(help));
   }
+  /// What is wrong with an entry, but with nothing else: an error, or a warning where such entries are left
+  /// out.
+  void wrongEntry(Place place, std::string code, std::string text, std::string help = {}) {
+    say(options_.skipErrors ? Severity::warning : Severity::error, place, std::move(code),
+        std::move(text), std::move(help));
+  }
+
+  /// Says what was wrong with an entry that a function gave up.
+  void error(InputError const& e, std::string code) {
+    error({e.at()}, std::move(code), e.text(), e.help());
+  }
+  /// Place of this file in RuleSet::files().
+  uint32_t file() const { return file_; }
 
   /// The line of that number without its end, counted from 1; empty if there is none.
   std::string_view line(size_t number) const;
@@ -112,6 +135,9 @@ class RuleReading {
   mutable size_t knownLine_ = 1;  // where the last search for a line ended
   mutable size_t knownOffset_ = 0;
 };
+
+/// Gives rules what they wait for from later files. `counts` are those of all files that were read.
+void settle(ReadCounts& counts, RuleSet& rules, Diagnostics& diagnostics);
 
 using RuleReader = void (*)(RuleReading&);
 

@@ -19,6 +19,16 @@ Mox::Ptr<Naxel::AclConfig> RuleSet::aclIs(std::string const& name, Lumox::Addres
   return acl;
 }
 
+void RuleSet::descriptionIs(std::string const& acl, std::string text) {
+  if (!text.empty()) description_.insert_or_assign(acl, std::move(text));
+}
+
+std::string const& RuleSet::description(std::string const& acl) const {
+  static std::string const none;
+  auto const found = description_.find(acl);
+  return found == description_.end() ? none : found->second;
+}
+
 uint32_t RuleSet::fileIs(std::string path) {
   files_.push_back(std::move(path));
   return static_cast<uint32_t>(files_.size() - 1);
@@ -59,6 +69,16 @@ Lumox::IpGenPrefix prefixFromText(std::string_view text) {
   } catch (Mox::RangeError const&) {
   }
   throw std::invalid_argument(quoted + " is not a prefix");
+}
+
+Lumox::IpGenPrefix prefixOrHostFromText(std::string_view text) {
+  if (text.find('/') != std::string_view::npos) return prefixFromText(text);
+  try {
+    return prefixFromText(std::string(text) +
+                          (text.find(':') == std::string_view::npos ? "/32" : "/128"));
+  } catch (std::invalid_argument const&) {
+    throw std::invalid_argument("'" + std::string(text) + "' is no address");
+  }
 }
 
 bool matchesEverything(Naxel::IpPrefixList const& list) {

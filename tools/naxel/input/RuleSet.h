@@ -2,7 +2,7 @@
 
 /// The ACLs of one run, whatever files they come from, and where each of their rules stands there.
 
-#include "input/Errors.h"
+#include "input/NamedLists.h"
 #include "naxel/types/AclConfig.h"
 
 #include <map>
@@ -35,6 +35,13 @@ class RuleSet {
   Mox::Ptr<Naxel::AclConfig> aclIs(std::string const& name, Lumox::AddressFamily af,
                                    std::string const& file, Position at);
 
+  /// A text about an ACL, from its source; empty where there is none.
+  void descriptionIs(std::string const& acl, std::string text);
+  std::string const& description(std::string const& acl) const;
+
+  NamedLists& lists() { return lists_; }
+  NamedLists const& lists() const { return lists_; }
+
   /// The paths of all files that rules come from.
   std::vector<std::string> const& files() const { return files_; }
   /// Adds a path, and returns its place in files().
@@ -49,6 +56,8 @@ class RuleSet {
  private:
   Mox::Ptr<Naxel::AclConfigColl> acls_;
   std::map<std::string, std::string> file_;  // by name of the ACL
+  std::unordered_map<std::string, std::string> description_;
+  NamedLists lists_;
   std::vector<std::string> files_;
   std::unordered_map<std::string, std::unordered_map<uint32_t, RuleOrigin>> origin_;
 };
@@ -56,6 +65,8 @@ class RuleSet {
 /// Reads "10.0.0.0/8" or "2001:db8::/32"; bits behind the length are kept. Throws
 /// std::invalid_argument with a text for the user.
 Lumox::IpGenPrefix prefixFromText(std::string_view text);
+/// The same, and an address without a length stands for itself alone.
+Lumox::IpGenPrefix prefixOrHostFromText(std::string_view text);
 
 /// A list that matches every address constrains nothing, and costs entries if it is taken at its
 /// word: a rule leaves it out.

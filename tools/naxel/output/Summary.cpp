@@ -132,6 +132,13 @@ void printStages(std::ostream& out, Session const& session) {
 
 }  // namespace
 
+void printLeftOut(std::ostream& out, ReadCounts const& counts) {
+  if (counts.leftOut)
+    out << counts.leftOut << " of " << counts.read << " entries "
+        << (counts.leftOut == 1 ? "is" : "are")
+        << " left out: the verdicts are not those of the source\n";
+}
+
 void printSummary(std::ostream& out, Session const& session) {
   CrossProduct plain;
   printAcls(out, session, plain);

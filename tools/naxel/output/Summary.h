@@ -2,11 +2,16 @@
 
 /// The text that `naxel compile` prints after a kick.
 
+#include "input/RuleReading.h"
 #include "session/Session.h"
 
 #include <ostream>
 
 namespace NaxelTool {
+
+/// One line that says that entries of the rule files were left out, if any were: what is compiled then has
+/// other verdicts than its source.
+void printLeftOut(std::ostream& out, ReadCounts const& counts);
 
 /// Tables of the ACLs, the labels and the stages, and how the handshake went.
 void printSummary(std::ostream& out, Session const& session);
