@@ -131,7 +131,7 @@ void ObjectGroups::resolve(Key const& root, Word at) {
       std::string text = e.what();
       // The line at fault is that of the innermost member.
       if (top.line && !text.starts_with("line "))
-        text = "line " + std::to_string(top.line) + ": " + text;
+        text.insert(0, "line " + std::to_string(top.line) + ": ");
       group.error.emplace(e.kind, e.place, e.code, text, e.help);
       group.content = {};
     }

@@ -20,8 +20,8 @@ class TextContext {
   TextContext(RuleReading& fileReading, Dialect ofDialect)
       : reading(fileReading),
         dialect(ofDialect),
-        prefixesLeft_(512 * 1024 + fileReading.content().size() / 8),
-        rulesLeft_(64 * 1024 + fileReading.content().size() / 4) {}
+        prefixesLeft_(size_t{512} * 1024 + fileReading.content().size() / 8),
+        rulesLeft_(size_t{64} * 1024 + fileReading.content().size() / 4) {}
 
   RuleReading& reading;
   Dialect dialect;

@@ -63,7 +63,7 @@ uint32_t takeValue(Words& words, ValueKind const& kind) {
   if (word.text.find_first_not_of("0123456789") == std::string_view::npos)
     failSyntax(word, "a " + what + " is at most " + std::to_string(kind.bound));
   if (!kind.named) failSyntax(word, quoted(word) + " is not a number");
-  failWith(word, "unknown-" + std::string(kind.what.substr(kind.what.rfind(" ") + 1)),
+  failWith(word, "unknown-" + std::string(kind.what.substr(kind.what.rfind(' ') + 1)),
            "there is no " + what + " " + quoted(word), didYouMean(word.text, kind.names()));
 }
 
