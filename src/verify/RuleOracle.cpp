@@ -107,7 +107,8 @@ RuleOracle::RuleOracle(AclConfig const& acl) : af_(familyOf(acl)) {
   index_.finish();
 }
 
-std::optional<AceIndex> RuleOracle::firstMatch(Packet const& packet) const {
+std::optional<AceIndex> RuleOracle::firstMatch(Packet const& packet,
+                                               std::optional<AceIndex> without) const {
   if (packet.af != af_) return std::nullopt;
   uint16_t query[10];
   auto const bytes = indexedBytes();
@@ -118,7 +119,8 @@ std::optional<AceIndex> RuleOracle::firstMatch(Packet const& packet) const {
   query[8] = packet.proto;
   query[9] = static_cast<uint16_t>(packet.dport >> 8);
   // The index only says which rules may match. Every one that it names is checked in full.
-  size_t const item = index_.first(query, [&](size_t i) { return rule_[i].matches(packet); });
+  size_t const item = index_.first(
+      query, [&](size_t i) { return rule_[i].matches(packet) && rule_[i].index != without; });
   if (item == FirstMatchIndex::noItem) return std::nullopt;
   return rule_[item].index;
 }

@@ -42,7 +42,12 @@ class RuleOracle {
 
   Lumox::AddressFamily af() const { return af_; }
   size_t rules() const { return rule_.size(); }
-  std::optional<Naxel::AceIndex> firstMatch(Packet const& packet) const;
+  std::optional<Naxel::AceIndex> firstMatch(Packet const& packet) const {
+    return firstMatch(packet, std::nullopt);
+  }
+  /// As if the ACL did not have the rule `without`.
+  std::optional<Naxel::AceIndex> firstMatch(Packet const& packet,
+                                            std::optional<Naxel::AceIndex> without) const;
 
  private:
   struct Range {
