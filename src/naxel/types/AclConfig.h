@@ -2,8 +2,8 @@
 
 /// The pipeline's input: per chip a collection of ACLs, per ACL its rules by name and in evaluation
 /// order. The agent writes these entities at any time, on the activity thread; a change takes
-/// effect at the next kick, which reads the whole configuration again. The library never writes
-/// them.
+/// effect at the next kick, which finds whatever has changed since the one before. The library never
+/// writes them.
 ///
 /// A walk over a collection of the configuration may delete what it stands on.
 ///

@@ -66,7 +66,7 @@ std::optional<Cube> Keeper::freeBlock(uint32_t set, unsigned size) {
   return found;
 }
 
-/// CubeList for the sets that have none from before: around the labels that are placed, or a free block. False where that
+/// Cubes for the sets that have none from before: around the labels that are placed, or a free block. False where that
 /// takes too long.
 bool Keeper::giveHomes() {
   for (uint32_t s = 0; s < distinct_.sets.size(); ++s) {

@@ -54,7 +54,7 @@ std::vector<Cube> Keeper::placesOf(uint32_t set) const {
 
 void Keeper::cubesAre(uint32_t set, CubeList cubes) {
   uint64_t const weight = distinct_.weights[set];
-  // CubeList of a set may overlap, and each of their codes counts once.
+  // Cubes of a set may overlap, and each of their codes counts once.
   auto const add = [this](CubeList const& all, uint64_t by) {
     for (Cube c : all)
       forEachCode(c, 0, [&](uint32_t code) {

@@ -16,7 +16,7 @@
 /// A set is known by its labels, not by any name: it is the one before that consisted of the same labels, less those that
 /// are gone; else the one that has the most in common with it.
 ///
-/// CubeList become more with time. Therefore some sets are improved each time, the costliest first, as long as
+/// Cubes become more with time. Therefore some sets are improved each time, the costliest first, as long as
 /// what they take is above what they took, for a use, when all was last encoded afresh, and as long as no more rows
 /// are written for that than allowed.
 ///
