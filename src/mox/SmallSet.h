@@ -22,6 +22,7 @@ template <class T>
 class SmallSet {
   static_assert(std::is_trivially_copyable_v<T> && sizeof(T) <= 8);
   using Many = std::unique_ptr<ChunkedSet<T>>;
+  using Values = std::variant<std::monostate, T, Many>;
 
  public:
   using value_type = T;
@@ -78,7 +79,7 @@ class SmallSet {
     else if (many())
       many()->forEach(f);
   }
-  void clear() noexcept { values_ = std::monostate(); }
+  void clear() noexcept { values_ = Values(); }
 
   bool contains(T const& v) const noexcept { return find(v) != nullptr; }
   /// The value in the set, or null.
@@ -121,7 +122,7 @@ class SmallSet {
     return many() ? many()->behind(v) : nullptr;
   }
 
-  std::variant<std::monostate, T, Many> values_;  // never a set of none
+  Values values_;  // never a set of none
 };
 
 }  // namespace Mox

@@ -93,7 +93,7 @@ class AclComparison {
     Outcome b = outcome(second_, j_, decided);
     for (NaxelActionValue const& action : b.action) a.of(action);
     for (NaxelActionValue const& action : a.action)
-      if (Bdd const where = a.of(action) ^ b.of(action); !where.isFalse()) return where;
+      if (Bdd where = a.of(action) ^ b.of(action); !where.isFalse()) return where;
     return Bdd(false);
   }
 

@@ -2,7 +2,7 @@
 
 namespace NaxelTool {
 
-NamedList const* NamedLists::add(std::string const& name, NamedList list) {
+NamedList const* NamedLists::add(std::string const& name, NamedList&& list) {
   nameIs(list.list, name);
   auto const [at, isNew] = all_.try_emplace(name, std::move(list));
   return isNew ? nullptr : &at->second;

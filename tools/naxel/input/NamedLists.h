@@ -26,7 +26,7 @@ struct NamedList {
 class NamedLists {
  public:
   /// Adds a list that rules of any file may use. Returns the one that has the name already, or null.
-  NamedList const* add(std::string const& name, NamedList list);
+  NamedList const* add(std::string const& name, NamedList&& list);
   NamedList const* find(std::string const& name) const;
   std::map<std::string, NamedList> const& all() const { return all_; }
 

@@ -148,7 +148,7 @@ class IosWriter {
     if (!isV4 &&
         !(isNdPermit(rules[rules.size() - 3], 136) && isNdPermit(rules[rules.size() - 2], 135)))
       return {};
-    std::string const said = remarks(rules.back().description());
+    std::string said = remarks(rules.back().description());
     for (size_t i = 0; i < length; ++i) rules.pop_back();
     return said;
   }
@@ -188,9 +188,9 @@ class IosWriter {
       size_t const part = parts.firstLike(i);
       if (part != LaterParts::none && joined[part] && rules[i].description().empty()) continue;
       // A number for each keeps those of the source; without any they are given from 10 on.
-      std::string const number = oneEach ? std::to_string(rules[i].index.value()) + " " : "";
+      std::string const number = oneEach ? " " + std::to_string(rules[i].index.value()) + " " : " ";
       if (!entries[i].empty()) out += remarks(rules[i].about());
-      for (std::string const& e : entries[i]) out += " " + number + e + "\n";
+      for (std::string const& e : entries[i]) out.append(number).append(e).append("\n");
     }
     return out;
   }

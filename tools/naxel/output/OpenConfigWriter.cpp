@@ -161,7 +161,7 @@ class EntryWriter {
     constexpr size_t longest = 60;
     if (name.size() > longest) name = name.substr(0, longest) + "_";
     for (size_t n = 1;; ++n) {
-      std::string const tried = n == 1 ? name : name + "-" + std::to_string(n);
+      std::string tried = n == 1 ? name : name + "-" + std::to_string(n);
       auto const [at, isNew] = ports_.try_emplace(tried, ports);
       if (isNew || at->second == ports) return tried;
     }

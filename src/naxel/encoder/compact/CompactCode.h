@@ -29,7 +29,7 @@ namespace Naxel::Compact {
 
 struct Code {
   std::vector<uint16_t> codes;  ///< of each label
-  std::vector<CubeList> cubes;     ///< of each set
+  std::vector<CubeList> cubes;  ///< of each set
 };
 
 /// `sets` of the labels 0 to n - 1, each ascending, none empty; what a cube of each costs; codes of `bits`, 1 to 16. There
