@@ -22,6 +22,9 @@ add_library(fuzz_parts STATIC EXCLUDE_FROM_ALL ${fuzz_shared} ${fuzz_support})
 target_include_directories(fuzz_parts PUBLIC ${fuzz_folder} ${PROJECT_SOURCE_DIR}/tests)
 target_link_libraries(fuzz_parts PUBLIC naxel_tool_parts)
 naxel_test_target(fuzz_parts)
+# Each source is an object of its own, so that only the support that a fuzzer calls is linked: the rest of it
+# needs the test framework.
+set_target_properties(fuzz_parts PROPERTIES UNITY_BUILD OFF)
 
 function(add_fuzz_program target)
   add_executable(${target} ${ARGN})

@@ -124,13 +124,10 @@ class Comparison:
         return "\n".join(lines)
 
     def match_lists(self, reading):
-        """Takes out lists that the tool does not have, which is a fault unless they decide nothing. Where
-        all entries of the other family are left out, one of IPv6 need not have "-v6" in its name."""
+        """Takes out lists that the tool does not have, which is a fault unless they decide nothing."""
         kept, theirs = [], set(self.acls)
         for made in reading.lists:
             family = f"ipv{made.family}"
-            if (made.name, family) not in theirs and (made.name.removesuffix("-v6"), family) in theirs:
-                made.name = made.name.removesuffix("-v6")
             if (made.name, family) in theirs:
                 kept.append(made)
                 theirs.remove((made.name, family))

@@ -14,8 +14,8 @@ NOTHING = Ranges([], 255)
 IP_TYPES = {"ANY": {4, 6}, "IP": {4, 6}, "IPV4": {4}, "IPV4ANY": {4}, "IPV6": {6}, "IPV6ANY": {6},
             "NON_IPV4": {6}, "NON_IPV6": {4}, "NON_IP": set(), "ARP": set(), "ARP_REQUEST": set(),
             "ARP_REPLY": set()}
-ONLY_4 = {"SRC_IP", "DST_IP", "ICMP_TYPE"}
-ONLY_6 = {"SRC_IPV6", "DST_IPV6", "ICMPV6_TYPE", "NEXT_HEADER"}
+ONLY_4 = {"SRC_IP", "DST_IP", "ICMP_TYPE", "ICMP_CODE"}
+ONLY_6 = {"SRC_IPV6", "DST_IPV6", "ICMPV6_TYPE", "ICMPV6_CODE", "NEXT_HEADER"}
 
 
 def whole(value, top):
@@ -42,8 +42,8 @@ class Rule:
         self.fields = {k.upper(): v for k, v in fields.items()}
 
     def families(self):
-        """Those that its fields name, and those that they leave."""
-        named, left = set(), {4, 6}
+        """Those that its fields leave."""
+        left = {4, 6}
         for key, value in self.fields.items():
             narrow = None
             if key in ONLY_4:
@@ -57,9 +57,8 @@ class Rule:
             elif key == "ETHER_TYPE":
                 narrow = {2048: {4}, 34525: {6}}.get(whole(value, 65535), set())
             if narrow is not None:
-                left &= narrow
-                named |= narrow if len(narrow) == 1 else set()
-        return named, left
+                left = left & narrow
+        return left
 
     def read(self, family):
         """Whether it permits, and the clause for a family."""
@@ -73,7 +72,7 @@ class Rule:
             clause.proto = one(ICMP4 if family == 4 else ICMP6)
         if (clause.sport is not None or clause.dport is not None) and clause.proto is None:
             clause.proto = PORTED
-        if family not in self.families()[1]:
+        if family not in self.families():
             clause.proto = NOTHING
         return clause
 
@@ -179,13 +178,26 @@ def read(text, options):
     return reading
 
 
+def told_families(members, typed):
+    """By all rules of a table whose type does not say; those of unknown types may hold both."""
+    told = set()
+    for rule in members:
+        try:
+            left = rule.families()
+        except Bad:
+            continue
+        if len(left) == 1 or typed:
+            told |= left
+    return tuple(sorted(told)) or (4,)
+
+
 def table_lists(reading, table, members, kind):
     usable = []
     for rule in members:
         try:
             permit = rule.permits()
             priority = whole(rule.fields.get("PRIORITY", ""), 0xFFFFFFFF)
-            for family in rule.families()[1] or (4,):
+            for family in rule.families() or (4,):
                 rule.read(family)
             usable.append((-priority, rule.name, rule, permit))
         except (Unsupported, Bad) as error:
@@ -193,11 +205,11 @@ def table_lists(reading, table, members, kind):
     usable.sort(key=lambda u: u[:2])
     families = TABLE_FAMILIES.get(kind)
     if families is None:
-        families = tuple(sorted({f for u in usable for f in u[2].families()[0]})) or (4,)
+        families = told_families(members, kind != "NONE")
     made = []
     for family in families:
         entries = [Entry(rule.first, rule.last, permit, [rule.read(family)])
-                   for _, _, rule, permit in usable if family in rule.families()[1]]
+                   for _, _, rule, permit in usable if family in rule.families()]
         suffix = "-v6" if family == 6 and len(families) == 2 else ""
         made.append(AccessList(table + suffix, family, entries))
     return made

@@ -235,7 +235,7 @@ class EntryReader:
                 setattr(clause, "src" if key[0] == "s" else "dst", Addresses([block(value, family)]))
             elif key == "protocol":
                 proto = self.protocol(value)
-                if plain(value) == "IP_ICMP" and family == 6:
+                if plain(value) == "IP_ICMP" and (self.families == (6,) or named(self.entry) == {6}):
                     proto = ICMP6  # the older dialect has one name for both
                 if proto:
                     clause.proto = one(proto, 255)
@@ -263,21 +263,21 @@ def sets_of(root, before):
     return [(get(s, "name"), s) for s in inner or []], False
 
 
+def named(entry):
+    """The families that an entry names."""
+    found = {6 if ":" in value else 4 for side in ("source", "destination")
+             if (value := get(entry, "ip", "config", f"{side}-ip-address"))}
+    ethernet = plain(get(entry, "l2", "config", "ethertype"))
+    found |= {"ETHERTYPE_IPV4": {4}, "ETHERTYPE_IPV6": {6}}.get(ethernet, set())
+    return found | {f for f in (4, 6) if get(entry, f"ipv{f}") is not None}
+
+
 def families_of(made, entries):
     kind = plain(get(made, "type") or get(made, "config", "type"))
     known = {"ACL_IPV4": (4,), "ACL_IPV6": (6,), "ACL_MIXED": (4, 6), "ACL_L2": (), "ACL_MPLS": ()}
     if kind in known:
         return known[kind]
-    found = set()
-    for entry in entries:
-        for side in ("source", "destination"):
-            value = get(entry, "ip", "config", f"{side}-ip-address")
-            if value:
-                found.add(6 if ":" in value else 4)
-        ethernet = plain(get(entry, "l2", "config", "ethertype"))
-        found |= {"ETHERTYPE_IPV4": {4}, "ETHERTYPE_IPV6": {6}}.get(ethernet, set())
-        found |= {f for f in (4, 6) if get(entry, f"ipv{f}")}
-    return tuple(sorted(found)) or (4,)
+    return tuple(sorted(set().union(*map(named, entries)))) or (4,)
 
 
 def read(text, options):

@@ -146,6 +146,7 @@ TEST(OpenConfig, FamiliesDialectsAndOrder) {
             R"(9,"name":"9","proto":58,"length":100,"action":{"dropEnabled":true)"
             "\n");
   // The older dialect.
+  std::string const drop = R"("actions":{"config":{"forwarding-action":"DROP"}})";
   std::string const old = R"({"acl":{"acl-sets":{"acl-set":{"o":{"acl-entries":{"acl-entry":{"1":{
 "config":{"sequence-id":12},"ip":{"config":{"protocol":"0","source-ip-address":"1.0.0.0/8"}},
 "transport":{"config":{"source-port":"0"}},)" +
@@ -159,6 +160,35 @@ TEST(OpenConfig, FamiliesDialectsAndOrder) {
       << made;
   EXPECT_EQ(madeOf(readOpenConfig, old, {.implicitEnd = false}).find("implicit"),
             std::string::npos);
+  // What is left out tells the family of its list as well, and 'IP_ICMP' goes by the family.
+  EXPECT_EQ(madeOf(readOpenConfig, R"([{"name":"d","acl-entries":{"acl-entry":[
+{"sequence-id":1,"l2":{"config":{"vlan-id":7,"ethertype":"ETHERTYPE_IPV4"}},)" +
+                                       drop + R"(},
+{"sequence-id":2,"ip":{"config":{"protocol":"IP_ICMP","source-ip-address":"::1"}},)" +
+                                       drop + R"(},
+{"sequence-id":3,"ip":{"config":{"protocol":"IP_ICMP"}},)" +
+                                       drop + "}]}}]"),
+            "2:34: error[unsupported]: a rule cannot say 'vlan-id'\n"
+            "1:2: note[dialect]: the older dialect is read: numbers of 0 ask for nothing, and a "
+            "list ends in a drop\n"
+            "3:45: note[icmp]: 'IP_ICMP' is read as protocol 58, ICMPv6, in entries and lists of "
+            "IPv6\n"
+            "4:45: note[icmp]: 'IP_ICMP' is read as protocol 1, also in IPv6, in entries that name "
+            "no family in lists of both\n"
+            R"("d","af":"ipv4")"
+            "\n"
+            R"(3,"name":"3","proto":1,"action":{"dropEnabled":true)"
+            "\n"
+            R"(4,"name":"implicit-deny","action":{"dropEnabled":true)"
+            "\n"
+            R"("d-v6","af":"ipv6")"
+            "\n"
+            R"(2,"name":"2","source":["::1/128"],"proto":58,"action":{"dropEnabled":true)"
+            "\n"
+            R"(3,"name":"3","proto":1,"action":{"dropEnabled":true)"
+            "\n"
+            R"(4,"name":"implicit-deny","action":{"dropEnabled":true)"
+            "\n");
   // A path, and one ACL by itself, whose places are those of the file.
   EXPECT_NE(madeOf(readOpenConfig,
                    "/acl/acl-sets/acl-set[name=x][type=ACL_IPV6]:\n{\n\"openconfig-acl:"
@@ -188,6 +218,8 @@ TEST(ConfigDb, Rules) {
            "error[entry]: the address family is not that of the rest"},
           {R"("IP_PROTOCOL":"6","NEXT_HEADER":"17")", "the fields of the rule exclude each other"},
           {R"("SCR_IP":"1.0.0.0/8")", "error[unsupported]: a rule cannot say 'SCR_IP'"},
+          {R"("L4_SRC_PORT":"80-90")", "'L4_SRC_PORT' must be one port"},
+          {R"("L4_SRC_PORT_RANGE":"80")", "'L4_SRC_PORT_RANGE' must be a text such as"},
           {R"("L4_DST_PORT":"010x")", "'L4_DST_PORT' must be a whole number from 0 to 65535"},
           {R"("packet_action":"REDIRECT:Ethernet0")", "duplicate field 'packet_action'"},
       }) {

@@ -60,18 +60,11 @@ class AclMaker {
  private:
   /// The families that get an ACL.
   Families familiesOfAll() {
-    Families only{false, false};  // of entries that are about one
-    for (EntryDraft const& e : draft_.entries)
-      if (!e.families.both()) only = {only.ipv4 || e.families.ipv4, only.ipv6 || e.families.ipv6};
     if (draft_.families) return *draft_.families;
-    bool const any = std::any_of(draft_.entries.begin(), draft_.entries.end(),
-                                 [](EntryDraft const& e) { return e.families.both(); });
-    if (draft_.openToBoth && any) return {};
-    if (!only.none()) return only;
     if (!draft_.entries.empty())
       reading_.note({draft_.at}, "family",
                     "nothing tells the address family of ACL '" + draft_.name + "': read as IPv4");
-    return {true, false};
+    return untoldFamilies;
   }
 
   void makeOf(AddressFamily af, std::string const& name) {

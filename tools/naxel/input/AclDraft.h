@@ -20,6 +20,7 @@ struct Families {
   bool none() const { return !ipv4 && !ipv6; }
   bool both() const { return ipv4 && ipv6; }
   friend Families operator&(Families a, Families b) { return {a.ipv4 && b.ipv4, a.ipv6 && b.ipv6}; }
+  friend Families operator|(Families a, Families b) { return {a.ipv4 || b.ipv4, a.ipv6 || b.ipv6}; }
   static Families only(Lumox::AddressFamily af) {
     return {af == Lumox::ipv4(), af != Lumox::ipv4()};
   }
@@ -38,9 +39,9 @@ struct AclDraft {
   std::string name;
   Position at;
   std::string description;
-  std::optional<Families> families;  ///< where the format says them; else the entries tell
-  bool openToBoth =
-      false;  ///< entries that name no family are about both, whatever the others name
+  /// What the format says, or all entries together, those included that are left out; none where nothing
+  /// tells.
+  std::optional<Families> families;
   std::vector<EntryDraft> entries;  ///< in the order of evaluation
   bool endsInDeny = false;          ///< by the format, not by an entry
 };
@@ -49,9 +50,12 @@ struct AclDraft {
 /// through; it counts as compiled when makeAcl() makes a rule of it.
 bool readEntry(RuleReading& reading, std::function<void()> const& read);
 
-/// Makes the ACL, or two where it is said to be of both families or has entries of both: NAME for IPv4 and NAME-v6. Entries that
-/// look at ports without a protocol are for those that have ports, 6, 17 and 132, and those that look at
-/// ICMP types for the family's ICMP.
+/// What an ACL is taken for where nothing tells its families.
+constexpr Families untoldFamilies{true, false};
+
+/// Makes the ACL, or two where it is of both families: NAME for IPv4 and NAME-v6. One of no told family is
+/// read as IPv4, with a note. Entries that look at ports without a protocol are for those that have ports,
+/// 6, 17 and 132, and those that look at ICMP types for the family's ICMP.
 void makeAcl(RuleReading& reading, AclDraft const& acl);
 
 }  // namespace NaxelTool

@@ -94,7 +94,7 @@ class FileReader {
   void ruleIs(std::string const& key, JsonNode const& node, Position at, bool isDel) {
     ++reading_.counts().read;
     size_t const bar = key.find_first_of("|:");
-    if (bar == std::string::npos || bar + 1 == key.size()) {
+    if (bar == std::string::npos || bar == 0 || bar + 1 == key.size()) {
       ++reading_.counts().reported;
       reading_.error({at}, "entry", "'" + key + "' does not name a table and a rule");
       return;
@@ -133,9 +133,8 @@ class FileReader {
     if (table.type == "L3") acl.families = Families{true, false};
     if (table.type == "L3V6") acl.families = Families{false, true};
     if (table.type == "L3V4V6") acl.families = Families();
-    // Rules that name no family are about both in tables of other types, of which there are many.
-    acl.openToBoth = !table.type.empty();
-    std::vector<RuleFields> fields = readRules(rules, acl.families.value_or(Families()));
+    if (!acl.families) acl.families = familiesOfAll(rules, !table.type.empty());
+    std::vector<RuleFields> fields = readRules(rules, acl.families.value_or(untoldFamilies));
     std::stable_sort(fields.begin(), fields.end(), [](RuleFields const& a, RuleFields const& b) {
       return a.priority != b.priority ? a.priority > b.priority : a.entry.name < b.entry.name;
     });
@@ -152,6 +151,18 @@ class FileReader {
     for (RuleFields& f : fields) acl.entries.push_back(std::move(f.entry));
     if (acl.entries.empty()) return;
     makeAcl(reading_, acl);
+  }
+
+  /// What any of the rules names, those that are left out included. Rules that name no family are about
+  /// both in tables of types that we do not know.
+  std::optional<Families> familiesOfAll(std::vector<Rule const*> const& rules, bool typed) const {
+    Families found{false, false};
+    for (Rule const* const rule : rules) {
+      if (rule->deleted) continue;
+      Families const left = familiesLeft(file_, *rule->node);
+      if (!left.both() || typed) found = found | left;
+    }
+    return found.none() ? std::nullopt : std::optional(found);
   }
 
   std::vector<RuleFields> readRules(std::vector<Rule const*> const& rules, Families families) {

@@ -49,33 +49,54 @@ class RuleReader {
     return std::move(out_);
   }
 
+  Families familiesLeft() {
+    Families left;
+    if (!node_.members()) return {false, false};
+    for (JsonMember const& m : *node_.members()) try {
+        left = left & familiesOf(upper(m.name), m.value);
+      } catch (InputError const&) {
+        // Told when the rule is read.
+      }
+    return left;
+  }
+
  private:
+  /// Of the packets that a field leaves.
+  Families familiesOf(std::string_view name, JsonNode const& value) {
+    if (name == "IP_TYPE") return familiesOfIpType(value);
+    if (name == "ETHER_TYPE") {
+      uint64_t const type = number(value, name, 0xffff);
+      return {type == 0x0800, type == 0x86dd};
+    }
+    auto const isOneOf = [&](std::initializer_list<std::string_view> names) {
+      return std::find(names.begin(), names.end(), name) != names.end();
+    };
+    return {!isOneOf({"SRC_IPV6", "DST_IPV6", "NEXT_HEADER", "ICMPV6_TYPE", "ICMPV6_CODE"}),
+            !isOneOf({"SRC_IP", "DST_IP", "ICMP_TYPE", "ICMP_CODE"})};
+  }
+
   void readField(std::string const& name, JsonMember const& m) {
     RuleDraft& rule = out_.entry.rule;
     JsonNode const& value = m.value;
+    if (name == "IP_TYPE" || name == "ETHER_TYPE") {
+      // What is of neither family is matched by no IP packet.
+      out_.entry.families = out_.entry.families & familiesOf(name, value);
+      return;
+    }
+    needFamily(familiesOf(name, value), value);
     if (name == "PACKET_ACTION") return readAction(value);
     if (name == "SRC_IP" || name == "SRC_IPV6")
       return readAddress(value, name == "SRC_IP", rule.source, sourceSaid_);
     if (name == "DST_IP" || name == "DST_IPV6")
       return readAddress(value, name == "DST_IP", rule.destination, destinationSaid_);
-    if (name == "IP_TYPE") return readIpType(value);
-    if (name == "ETHER_TYPE") {
-      uint64_t const type = number(value, name, 0xffff);
-      // What is of neither family is matched by no IP packet.
-      out_.entry.families = out_.entry.families & Families{type == 0x0800, type == 0x86dd};
-      return;
-    }
-    if (name == "NEXT_HEADER") needFamily({false, true}, value);
     if (name == "IP_PROTOCOL" || name == "NEXT_HEADER")
       return narrow(RangeSetType::proto, {one(number(value, name, 255))}, value);
     if (name == "L4_SRC_PORT" || name == "L4_SRC_PORT_RANGE")
       return narrow(RangeSetType::srcPort, {ports(value, name)}, value);
     if (name == "L4_DST_PORT" || name == "L4_DST_PORT_RANGE")
       return narrow(RangeSetType::dstPort, {ports(value, name)}, value);
-    if (name == "ICMP_TYPE" || name == "ICMPV6_TYPE") {
-      needFamily({name == "ICMP_TYPE", name == "ICMPV6_TYPE"}, value);
+    if (name == "ICMP_TYPE" || name == "ICMPV6_TYPE")
       return narrow(RangeSetType::icmp, {one(number(value, name, 255))}, value);
-    }
     if (name == "DSCP") return readDscp(value);
     if (name == "TCP_FLAGS") return readTcpFlags(value);
     throw UnsupportedError(
@@ -99,7 +120,6 @@ class RuleReader {
   void readAddress(JsonNode const& node, bool v4, Mox::Ptr<Naxel::IpPrefixList>& side, bool& said) {
     if (said) file_.fail(node, "the rule names this side twice");
     said = true;
-    needFamily({v4, !v4}, node);
     try {
       Lumox::IpGenPrefix const prefix = prefixOrHostFromText(textOf(file_, node, "address"));
       if ((prefix.af() == Lumox::ipv4()) != v4)
@@ -120,20 +140,16 @@ class RuleReader {
       file_.fail(node, "the address family is not that of the rest of the rule and its table");
   }
 
-  void readIpType(JsonNode const& node) {
+  Families familiesOfIpType(JsonNode const& node) {
     std::string const type = upper(textOf(file_, node, "IP_TYPE"));
-    Families families{false, false};
-    if (type == "ANY" || type == "IP")
-      families = {true, true};
-    else if (type == "IPV4" || type == "IPV4ANY" || type == "NON_IPV6")
-      families = {true, false};
-    else if (type == "IPV6" || type == "IPV6ANY" || type == "NON_IPV4")
-      families = {false, true};
-    else if (type != "NON_IP" && type != "ARP" && type != "ARP_REQUEST" && type != "ARP_REPLY")
+    if (type == "ANY" || type == "IP") return {true, true};
+    if (type == "IPV4" || type == "IPV4ANY" || type == "NON_IPV6") return {true, false};
+    if (type == "IPV6" || type == "IPV6ANY" || type == "NON_IPV4") return {false, true};
+    if (type != "NON_IP" && type != "ARP" && type != "ARP_REQUEST" && type != "ARP_REPLY")
       file_.fail(node, "there is no IP_TYPE '" + type + "'",
                  didYouMean(type, {"ANY", "IP", "IPV4", "IPV4ANY", "NON_IPV4", "IPV6", "IPV6ANY",
                                    "NON_IPV6", "NON_IP", "ARP"}));
-    out_.entry.families = out_.entry.families & families;
+    return {false, false};
   }
 
   void narrow(RangeSetType type, RuleDraft::Ranges const& ranges, JsonNode const& node) {
@@ -184,12 +200,17 @@ class RuleReader {
     return {static_cast<uint32_t>(value), static_cast<uint32_t>(value)};
   }
 
-  /// A number, and for a range "first-last".
+  /// A number, or "first-last" in the fields of ranges.
   Naxel::Range ports(JsonNode const& node, std::string const& name) {
     std::string const text = textOf(file_, node, name);
     size_t const dash = text.find('-');
-    if (dash == std::string::npos || !name.ends_with("_RANGE"))
+    if (!name.ends_with("_RANGE")) {
+      if (dash != std::string::npos)
+        file_.fail(node, "'" + name + "' must be one port", "ranges are for '" + name + "_RANGE'");
       return one(number(text, node, name, Naxel::L4PortRange::bound));
+    }
+    if (dash == std::string::npos)
+      file_.fail(node, "'" + name + "' must be a text such as \"80-90\"");
     uint64_t const first = number(text.substr(0, dash), node, name, Naxel::L4PortRange::bound);
     uint64_t const last = number(text.substr(dash + 1), node, name, Naxel::L4PortRange::bound);
     if (first > last)
@@ -228,6 +249,10 @@ class RuleReader {
 
 RuleFields readRule(JsonFile const& file, JsonNode const& node, Families families) {
   return RuleReader(file, node, families).read();
+}
+
+Families familiesLeft(JsonFile const& file, JsonNode const& node) {
+  return RuleReader(file, node, Families()).familiesLeft();
 }
 
 std::string textOf(JsonFile const& file, JsonNode const& node, std::string_view what) {

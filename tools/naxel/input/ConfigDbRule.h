@@ -16,6 +16,9 @@ struct RuleFields {
 /// UnsupportedError or NeverMatches.
 RuleFields readRule(JsonFile const& file, JsonNode const& node, Families families);
 
+/// The families of the packets that may match a rule, as far as its fields can be read; never fails.
+Families familiesLeft(JsonFile const& file, JsonNode const& node);
+
 /// The text of a value, which may be a number; `what` names it in errors.
 std::string textOf(JsonFile const& file, JsonNode const& node, std::string_view what);
 

@@ -1,6 +1,7 @@
 #include "input/OpenConfigEntry.h"
 
 #include "input/JsonRuleFields.h"
+#include "input/OpenConfigFamilies.h"
 #include "input/OpenConfigNames.h"
 
 #include <algorithm>
@@ -35,6 +36,7 @@ class EntryReader {
     if (builtin_ && detailMode_ == "BUILTIN") readBuiltin(*builtin_);
     if (explicitFlags_) readExplicit(*explicitFlags_);
     if (icmpTypeNode_) readIcmpType();
+    if (old_ && icmpByName_) settleIcmp(*icmpByName_);
     readOurs();
     if (!fragmentSaid_ && !keepToFirstFragments(entry_.rule))
       throw NeverMatches(
@@ -185,12 +187,21 @@ class EntryReader {
         file_.fail(node, "there is no protocol '" + *text + "'",
                    didYouMean(baseName(*text), protocolNames()));
       number = *found;
-      icmpByName_ = number == 1;
+      if (number == 1) icmpByName_ = node.at();
     } else {
       number = static_cast<uint32_t>(values_.number(node, "protocol", 0, old_ ? 255 : 254));
     }
     if (old_ && number == 0) return;
     narrow(RangeSetType::proto, {{number, number}});
+  }
+
+  /// The older dialect has one name for the ICMP of both families. What is of both might mean either: the
+  /// number of the name is what it says.
+  void settleIcmp(Position at) {
+    if (!entry_.families.ipv6) return;
+    std::optional<Position>& first = entry_.families.ipv4 ? context_.icmpOfAny : context_.icmpOf6;
+    first = first.value_or(at);
+    if (!entry_.families.ipv4) entry_.rule.valueIs(RangeSetType::proto, 58);
   }
 
   void readIcmp(JsonNode const& container) {
@@ -293,12 +304,7 @@ class EntryReader {
   void readL2(JsonNode const& container) {
     forEachLeaf(container, "'l2'", [&](std::string_view name, JsonMember const& leaf) {
       if (name != "ethertype") unsupported(leaf.at(), leaf.name);
-      std::string const* const text = leaf.value.text();
-      std::string_view const type = text ? baseName(*text) : std::string_view();
-      uint64_t const number = leaf.value.number() ? *leaf.value.number() : 0;
-      Families const found{type == "ETHERTYPE_IPV4" || number == 0x0800,
-                           type == "ETHERTYPE_IPV6" || number == 0x86dd};
-      entry_.families = entry_.families & found;
+      entry_.families = entry_.families & familiesOfEthertype(leaf.value);
     });
   }
 
@@ -342,7 +348,6 @@ class EntryReader {
         unsupported(m->at(), m->name);
       }
     }
-    if (old_ && icmpByName_ && !entry_.families.ipv4) entry_.rule.valueIs(RangeSetType::proto, 58);
   }
 
   Context& context_;
@@ -355,7 +360,7 @@ class EntryReader {
   bool sourceSaid_ = false;
   bool destinationSaid_ = false;
   bool fragmentSaid_ = false;
-  bool icmpByName_ = false;
+  std::optional<Position> icmpByName_;
   std::string_view detailMode_;
   std::string_view matchMode_;
   JsonNode const* builtin_ = nullptr;

@@ -1,6 +1,7 @@
 #include "input/OpenConfigReader.h"
 
 #include "input/OpenConfigEntry.h"
+#include "input/OpenConfigFamilies.h"
 
 #include <algorithm>
 #include <map>
@@ -23,7 +24,7 @@ class FileReader {
   explicit FileReader(RuleReading& reading)
       : reading_(reading),
         file_(reading.path()),
-        context_{Values(file_), {}, reading.options().strict, 0, 0} {}
+        context_{Values(file_), {}, reading.options().strict, 0, 0, {}, {}} {}
 
   void read() {
     std::string_view content = reading_.content();
@@ -113,6 +114,7 @@ class FileReader {
       if (JsonNode const* const about = config ? find(*config, "description") : nullptr)
         acl.description = file_.text(*about, "description");
       acl.families = familiesOf(node, config);
+      if (!acl.families && entries) acl.families = familiesOfAll(*entries);
       if (entries) readEntries(*entries, acl, old);
       makeAcl(reading_, acl);
       if (old && !oldAt_) oldAt_ = node.at();
@@ -160,10 +162,27 @@ class FileReader {
                      didYouMean(text, {"ACL_IPV4", "ACL_IPV6", "ACL_MIXED"}));
   }
 
+  /// What any of the entries names: what a rule cannot say of one does not take its family from the list.
+  std::optional<Families> familiesOfAll(JsonNode const& entries) const {
+    Families found{false, false};
+    auto const add = [&](JsonNode const& entry) {
+      try {
+        found = found | familiesNamed(context_.values, entry);
+      } catch (InputError const&) {
+        // Told when the entry is read.
+      }
+    };
+    if (entries.members())
+      for (JsonMember const& m : *entries.members()) add(m.value);
+    if (entries.items())
+      for (JsonNode const& item : *entries.items()) add(item);
+    return found.none() ? std::nullopt : std::optional(found);
+  }
+
   void readEntries(JsonNode const& entries, AclDraft& acl, bool old) {
     std::map<uint64_t, EntryDraft> bySequence;
     uint32_t number = 0;
-    Families const families = acl.families.value_or(Families());
+    Families const families = acl.families.value_or(untoldFamilies);
     auto const readOne = [&](JsonNode const& node, std::string const* key) {
       readEntry(reading_, [&] {
         uint64_t const sequence = sequenceOf(node, key);
@@ -204,6 +223,13 @@ class FileReader {
       reading_.note({*oldAt_}, "dialect",
                     "the older dialect is read: numbers of 0 ask for nothing, and a list ends in "
                     "a drop");
+    if (context_.icmpOf6)
+      reading_.note({*context_.icmpOf6}, "icmp",
+                    "'IP_ICMP' is read as protocol 58, ICMPv6, in entries and lists of IPv6");
+    if (context_.icmpOfAny)
+      reading_.note({*context_.icmpOfAny}, "icmp",
+                    "'IP_ICMP' is read as protocol 1, also in IPv6, in entries that name no family "
+                    "in lists of both");
     if (context_.rejects)
       reading_.note({}, "reject",
                     std::to_string(context_.rejects) +
