@@ -104,11 +104,14 @@ TEST(ExactStudy, AgreesWithEveryPacketOfSmallWorlds) {
       ASSERT_EQ(study.matchesNothing(index), !matches);
       ASSERT_EQ(reach.found, decides ? Answer::yes : Answer::no);
       ASSERT_EQ(missed.found, isMissed ? Answer::yes : Answer::no);
-      if (decides) ASSERT_EQ(s.decider(*reach.packet, std::nullopt), index) << *reach.packet;
-      if (isMissed)
+      if (decides) {
+        ASSERT_EQ(s.decider(*reach.packet, std::nullopt), index) << *reach.packet;
+      }
+      if (isMissed) {
         ASSERT_NE(outcome(s, s.decider(*missed.packet, std::nullopt)),
                   outcome(s, s.decider(*missed.packet, index)))
             << *missed.packet;
+      }
       unreached += matches && !decides;
       spare += decides && !isMissed;
       if (decides || !matches) continue;
@@ -141,7 +144,9 @@ TEST(ExactStudy, AgreesWithEveryPacketOfSmallWorlds) {
       return (anySource || p.src == region.src) && outcome(s, s.decider(p, std::nullopt)) == want;
     });
     ASSERT_EQ(found.found, isThere ? Answer::yes : Answer::no) << want;
-    if (isThere) ASSERT_EQ(outcome(s, s.decider(*found.packet, std::nullopt)), want);
+    if (isThere) {
+      ASSERT_EQ(outcome(s, s.decider(*found.packet, std::nullopt)), want);
+    }
   }
   EXPECT_GT(unreached, 100u);
   EXPECT_GT(spare, 30u);
