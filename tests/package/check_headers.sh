@@ -38,6 +38,6 @@ at_most() {
   fi
 }
 at_most naxel/agent/Agent.h 37 2780
-at_most naxel/driver/Drivers.h 35 2650
+at_most naxel/driver/Drivers.h 35 2780
 at_most naxel/control/NaxelRootSm.h 30 2400
 exit $failed
