@@ -62,7 +62,7 @@ std::string bashValues(CLI::App const& app) {
   return out;
 }
 
-/// A text in the specification of an option of _arguments, between quotes.
+/// A text within an argument of _arguments that describes an option, between quotes.
 std::string zshText(std::string const& text) {
   std::string out;
   for (char const c : text) {
@@ -78,19 +78,19 @@ std::string zshText(std::string const& text) {
 std::string zshOption(CLI::Option const& option) {
   std::vector<std::string> const names = namesOf(option);
   std::string const& text = option.get_description();
-  std::string spec = "[" + zshText(text.substr(0, text.find('\n'))) + "]";
+  std::string described = "[" + zshText(text.substr(0, text.find('\n'))) + "]";
   if (option.get_expected_max() > 0) {
     std::string const choices = choicesOf(option);
-    spec += ":" + zshText(valueName(option)) + ":";
+    described += ":" + zshText(valueName(option)) + ":";
     if (!choices.empty())
-      spec += "(" + replaced(choices, '|', " ") + ")";
+      described += "(" + replaced(choices, '|', " ") + ")";
     else if (option.get_type_name() == "FILE")
-      spec += "_files";
+      described += "_files";
     else
-      spec += " ";
+      described += " ";
   }
-  if (names.size() == 1) return "'" + names[0] + spec + "'";
-  return "'(" + join(names, " ") + ")'{" + join(names, ",") + "}'" + spec + "'";
+  if (names.size() == 1) return "'" + names[0] + described + "'";
+  return "'(" + join(names, " ") + ")'{" + join(names, ",") + "}'" + described + "'";
 }
 
 }  // namespace
