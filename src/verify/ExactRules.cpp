@@ -88,6 +88,21 @@ Bdd RuleFunctions::prefixes(IpPrefixList::PrefixColl const& coll, bool source) c
   return tree(bitsOf(af_, source), 0, all);
 }
 
+Bdd possiblePackets(Lumox::AddressFamily af) {
+  auto const is = [](RangeSetType type, uint32_t value) {
+    return notBelow(bitsOf(type), value) & notAbove(bitsOf(type), value);
+  };
+  Bdd const first = is(RangeSetType::fragment, 0);
+  Bdd const tcp = is(RangeSetType::proto, Packet::protoTcp);
+  Bdd ports(false);
+  for (uint16_t const proto : Packet::portProtocols) ports = ports | is(RangeSetType::proto, proto);
+  Bdd const noPorts = is(RangeSetType::srcPort, 0) & is(RangeSetType::dstPort, 0);
+  Bdd const flags = Bdd::variable(syn) | Bdd::variable(ack) | Bdd::variable(rst);
+  return (noPorts | (first & ports)) &
+         (is(RangeSetType::icmp, 0) | (first & is(RangeSetType::proto, Packet::icmpProtocol(af)))) &
+         ((Bdd(true) - flags) | (first & tcp));
+}
+
 Bdd flagsMatched(bool tcpInit, bool tcpEstablished) {
   if (!tcpInit && !tcpEstablished) return Bdd(true);
   Bits const proto = bitsOf(RangeSetType::proto);

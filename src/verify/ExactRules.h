@@ -27,6 +27,9 @@ class RuleFunctions {
   std::map<std::pair<Naxel::IpPrefixList const*, bool>, Bdd> list_;  // true: as a source
 };
 
+/// Where Packet::isPossible() holds.
+Bdd possiblePackets(Lumox::AddressFamily af);
+
 /// What the flags of rules and entries ask of a packet.
 Bdd flagsMatched(bool tcpInit, bool tcpEstablished);
 

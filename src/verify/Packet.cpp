@@ -4,8 +4,6 @@ namespace Verify {
 
 using Naxel::RangeSetType;
 
-namespace {
-
 std::string addressText(Lumox::AddressFamily af, Address a) {
   auto const prefix = af == Lumox::ipv4()
                           ? Lumox::IpGenPrefix::v4(static_cast<uint32_t>(a.hi >> 32), 32)
@@ -13,7 +11,12 @@ std::string addressText(Lumox::AddressFamily af, Address a) {
   return prefix.addressText();
 }
 
-}  // namespace
+bool Packet::isPossible() const {
+  bool const first = !isLaterFragment();
+  return ((sport == 0 && dport == 0) || (first && hasPortProtocol())) &&
+         (icmpType == 0 || (first && isIcmp())) &&
+         ((!syn && !ack && !rst) || (first && proto == protoTcp));
+}
 
 std::string text(Packet const& p) {
   std::string out = p.af == Lumox::ipv4() ? "ipv4 " : "ipv6 ";

@@ -1,6 +1,7 @@
 #include "packets/PacketText.h"
 
 #include "lumox/Ip6Addr.h"
+#include "mox/Assert.h"
 #include "packets/PacketLine.h"
 #include "verify/RuleOracle.h"
 
@@ -62,11 +63,6 @@ std::string suggestion(std::string_view word, Rows const&... rows) {
   return didYouMean(word, names);
 }
 
-bool isIcmp(Packet const& p) { return p.proto == (p.af == Lumox::ipv4() ? 1 : 58); }
-bool hasPorts(Packet const& p) {
-  return p.proto == Packet::protoTcp || p.proto == 17 || p.proto == 132;
-}
-
 std::string inQuotes(std::string_view text) { return "'" + std::string(text) + "'"; }
 
 /// One line, from left to right.
@@ -88,7 +84,7 @@ class PacketLineParser {
     p.af = source.af;
     p.src = source.address;
     p.dst = destination.address;
-    if (p.proto == anyIcmp) p.proto = p.af == Lumox::ipv4() ? 1 : 58;
+    if (p.proto == anyIcmp) p.proto = Packet::icmpProtocol(p.af);
     while (!line_.atEnd()) option(line_.next("option"));
     ports(source, destination);
     kindOfPacket();
@@ -191,10 +187,10 @@ class PacketLineParser {
                                           line_.next(field.title), field.bound(), field.title)));
   }
 
-  bool isLaterFragment() const { return out_.packet.fragment != 0; }
+  bool isLaterFragment() const { return out_.packet.isLaterFragment(); }
 
   void ports(Endpoint const& source, Endpoint const& destination) {
-    bool const wanted = hasPorts(out_.packet) && !isLaterFragment();
+    bool const wanted = out_.packet.hasPortProtocol() && !isLaterFragment();
     for (Endpoint const* side : {&source, &destination}) {
       if (wanted && !side->port)
         throw LineError(side->word, "port", "the port is missing",
@@ -216,7 +212,7 @@ class PacketLineParser {
                       isLaterFragment() ? "a fragment with an offset has no flags"
                                         : "only packets of TCP have flags");
     auto const& type = said_[static_cast<size_t>(Naxel::RangeSetType::icmp)];
-    bool const wanted = isIcmp(p) && !isLaterFragment();
+    bool const wanted = p.isIcmp() && !isLaterFragment();
     if (wanted && !type)
       throw LineError(protocolWord_, "icmp-type", "the ICMP type is missing", "add 'type N'");
     if (!wanted && type)
@@ -243,6 +239,30 @@ class PacketLineParser {
 };
 
 }  // namespace
+
+std::string packetLine(Packet const& p) {
+  MOX_ASSERT(p.isPossible());
+  Protocol const* known = nullptr;
+  for (Protocol const& row : protocols)
+    if (row.number == p.proto || (row.number == anyIcmp && p.isIcmp())) known = &row;
+  std::string out = known ? std::string(known->name) : "proto " + std::to_string(p.proto);
+  bool const isV6 = p.af == Lumox::ipv6();
+  auto const side = [&](Verify::Address const& a, uint16_t port) {
+    std::string const address = Verify::addressText(p.af, a);
+    if (!p.hasPortProtocol() || p.isLaterFragment()) return address;
+    return (isV6 ? "[" + address + "]" : address) + ":" + std::to_string(port);
+  };
+  out += " " + side(p.src, p.sport) + " > " + side(p.dst, p.dport);
+  for (Flag const& flag : flags)
+    if (flag.member && p.*flag.member) out += " " + std::string(flag.name);
+  for (Number const& number : numbers) {
+    uint16_t const value = p.value(number.type);
+    bool const mustBeSaid =
+        number.type == Naxel::RangeSetType::icmp && p.isIcmp() && !p.isLaterFragment();
+    if (value || mustBeSaid) out += " " + std::string(number.name) + " " + std::to_string(value);
+  }
+  return out;
+}
 
 void readPacketText(PacketReading& reading) {
   forEachLine(reading, [&](PacketLine& line, size_t number) {

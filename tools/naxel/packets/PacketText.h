@@ -25,6 +25,9 @@ void readPacketText(PacketReading& reading);
 FilePacket packetFromText(std::string const& text, Naxel::AclConfigColl const& acls,
                           std::string const& source);
 
+/// A packet that can be (Packet::isPossible()) as such a line, which reads back as the same packet.
+std::string packetLine(Verify::Packet const& packet);
+
 /// Reads an IPv4 or IPv6 address; throws std::invalid_argument with a text for the user.
 std::pair<Lumox::AddressFamily, Verify::Address> addressFromText(std::string const& text);
 

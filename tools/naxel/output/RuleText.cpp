@@ -1,0 +1,109 @@
+#include "output/RuleText.h"
+
+#include "output/RuleView.h"
+#include "output/Verdicts.h"
+#include "verify/Packet.h"
+
+#include <array>
+
+namespace NaxelTool {
+
+namespace {
+
+using Naxel::RangeSetType;
+
+/// Members of a list, or ranges, that are shown before the rest is counted.
+constexpr size_t shownPrefixes = 3;
+constexpr size_t shownRanges = 8;
+
+std::string rangesText(IntervalSet const& set) {
+  std::string out;
+  for (size_t i = 0; i < set.size() && i < shownRanges; ++i)
+    out += (i ? "," : "") + rangeText(set[i]);
+  if (set.size() > shownRanges)
+    out += ",... (" + std::to_string(set.size() - shownRanges) + " more)";
+  return out;
+}
+
+std::string protocolName(uint32_t number) {
+  switch (number) {
+    case 1: return "icmp";
+    case 6: return "tcp";
+    case 17: return "udp";
+    case 132: return "sctp";
+    default: return "proto " + std::to_string(number);
+  }
+}
+
+std::string protocolText(IntervalSet const& set, bool asksForFlags) {
+  if (set.empty()) return asksForFlags ? "tcp" : "ip";
+  auto const one = onlyValue(set);
+  return one ? protocolName(*one) : "proto " + rangesText(set);
+}
+
+std::string prefixesText(Naxel::IpPrefixList::PrefixColl const& prefixes) {
+  auto const all = sorted(prefixes);
+  if (all.size() == 1) return Mox::valueToStrep(all.front());
+  std::string out = "{";
+  for (size_t i = 0; i < all.size() && i < shownPrefixes; ++i)
+    out += (i ? " " : "") + Mox::valueToStrep(all[i]);
+  if (all.size() > shownPrefixes)
+    out += " ... (" + std::to_string(all.size() - shownPrefixes) + " more)";
+  return out + "}";
+}
+
+std::string sideText(Naxel::IpPrefixList const* list, IntervalSet const& ports,
+                     NamedLists const& names) {
+  std::string out = "any";
+  if (list) {
+    if (std::string const* const name = names.nameOf(*list))
+      out = *name;
+    else
+      out = prefixesText(list->addr()) +
+            (list->exceptAddrs() ? " except " + prefixesText(list->exceptAddr()) : "");
+  }
+  if (ports.empty()) return out;
+  bool const isBare = out.find_first_of(": ") == std::string::npos || out.ends_with('}');
+  return (isBare ? out : "[" + out + "]") + ":" + rangesText(ports);
+}
+
+}  // namespace
+
+std::string patternText(Naxel::RuleFilter const* filter, NamedLists const& lists) {
+  if (!filter) return "ip any > any";
+  std::array<IntervalSet, Naxel::rangeFieldCount> values;
+  filter->forEachRangeColl([&](RangeSetType type, auto const& ranges) {
+    values[static_cast<size_t>(type)] = valuesOf(ranges);
+  });
+  auto const of = [&](RangeSetType type) -> IntervalSet const& {
+    return values[static_cast<size_t>(type)];
+  };
+  std::string out = protocolText(of(RangeSetType::proto),
+                                 filter->matchTcpInit() || filter->matchTcpEstablished());
+  out += " " + sideText(filter->source().get(), of(RangeSetType::srcPort), lists) + " > " +
+         sideText(filter->destination().get(), of(RangeSetType::dstPort), lists);
+  if (filter->matchTcpInit()) out += " init";
+  if (filter->matchTcpEstablished()) out += " established";
+  constexpr std::array<std::pair<RangeSetType, char const*>, 4> rest = {
+      {{RangeSetType::icmp, "type"},
+       {RangeSetType::length, "len"},
+       {RangeSetType::dscp, "dscp"},
+       {RangeSetType::fragment, "frag"}}};
+  for (auto const& [type, name] : rest)
+    if (!of(type).empty()) out += std::string(" ") + name + " " + rangesText(of(type));
+  return out;
+}
+
+std::string ruleText(Naxel::RuleConfig const& rule, NamedLists const& lists) {
+  return text(rule.action()) + "  " + patternText(rule.ruleFilter().get(), lists);
+}
+
+std::string ruleName(RuleSet const& rules, Naxel::AclConfig const& acl, Naxel::AceIndex rule) {
+  std::string out = "rule " + std::to_string(rule.value());
+  if (auto const config = acl.ruleById(rule)) out += " '" + config->name() + "'";
+  if (std::string const from = rules.originText(acl.name(), rule); !from.empty())
+    out += " (" + from + ")";
+  return out;
+}
+
+}  // namespace NaxelTool
