@@ -117,7 +117,7 @@ TEST(ExactStudy, AgreesWithEveryPacketOfSmallWorlds) {
       if (decides || !matches) continue;
       // The rules that are named do it together, and none of them for nothing.
       for (size_t left = 0; left <= reach.others.size(); ++left) {
-        bool const covers = std::ranges::all_of(packets, [&](Verify::Packet const& p) {
+        bool const covers = std::ranges::all_of(packets, [&, rule = rule](Verify::Packet const& p) {
           if (rule->ruleFilter() && !Verify::matches(*rule->ruleFilter(), p)) return true;
           for (size_t i = 0; i < reach.others.size(); ++i) {
             auto const& filter = s.acl->ruleById(reach.others[i])->ruleFilter();
