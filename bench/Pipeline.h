@@ -4,9 +4,9 @@
 /// nothing.
 
 #include "naxel/agent/Pipeline.h"
+#include "naxel/agent/StageTimes.h"
 #include "naxel/driver/Driver.h"
 #include "obel/TimerWheel.h"
-#include "session/StageTimes.h"
 
 namespace Bench {
 
@@ -28,7 +28,7 @@ class AtOnceDriver final : public Naxel::Driver {
 
 class Pipeline {
  public:
-  static constexpr size_t stages = NaxelTool::StageTimes::stages;
+  static constexpr size_t stages = Naxel::stageCount;
 
   Pipeline(Mox::Ptr<Naxel::AclConfigColl> acls, Mox::Ptr<Naxel::ChipHwCapability> capability);
 
@@ -53,7 +53,7 @@ class Pipeline {
   Naxel::ChipEntities entities_;
   AtOnceDriver driver_;
   Naxel::Pipeline pipeline_;
-  NaxelTool::StageTimes times_;
+  Naxel::StageTimes times_;
 };
 
 }  // namespace Bench

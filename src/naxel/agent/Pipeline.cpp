@@ -1,5 +1,6 @@
 #include "naxel/agent/Pipeline.h"
 
+#include "naxel/agent/StageTimes.h"
 #include "naxel/control/NaxelRootSm.h"
 #include "naxel/control/StageControllerTypes.h"
 #include "naxel/genset/AclCheck.h"
@@ -42,13 +43,14 @@ Mox::Ptr<NaxelRootSm> buildRoot(ChipEntities const& e, Mox::Ptr<Obel::TimerWheel
                             e.pdConfig, e.pdStatus, std::move(wheel));
 }
 
+std::string name(KickEnd end) {
+  static constexpr std::array<char const*, kickEndCount> names = {"success", "failure", "cancelled",
+                                                                  "superseded"};
+  return names[static_cast<size_t>(end)];
+}
+
 std::string text(KickResult const& result) {
-  switch (result.end) {
-    case KickEnd::success: return "success";
-    case KickEnd::cancelled: return "cancelled";
-    case KickEnd::superseded: return "superseded";
-    case KickEnd::failure: break;
-  }
+  if (result.end != KickEnd::failure) return name(result.end);
   return result.message + (result.reason.empty() ? "" : ": " + result.reason);
 }
 
@@ -72,6 +74,7 @@ Pipeline::~Pipeline() {
 
 void Pipeline::takeDown() {
   watch_.reset();
+  stageTimes_.reset();
   // From within a notification of the root's it lives on until that returns; it must hear of nothing.
   if (root_) root_->rootConfigDel();
   root_ = nullptr;
@@ -82,6 +85,10 @@ void Pipeline::build() {
   takeDown();
   root_ = buildRoot(entities_, wheel_);
   watch_ = std::make_unique<ProgressWatch>(*this, *entities_.rootStatus);
+  stageTimes_ = std::make_unique<StageTimes>(*root_->stageSmStatus());
+  stageTimes_->watcherIs([this](NaxelActiveStage stage) {
+    if (stageWatcher_) stageWatcher_(stage);
+  });
 }
 
 void Pipeline::entitiesIs(ChipEntities const& entities) {
@@ -108,6 +115,9 @@ void Pipeline::kick(Done done) {
   // Own state before the request: a kick that cannot run at all ends within it.
   bool const another = std::exchange(running_, true);
   std::swap(done_, done);
+  if (another) count(KickEnd::superseded);
+  kickBegin_ = StageTimes::wallSeconds();
+  if (stageTimes_) stageTimes_->clear();
   request(NaxelKickRequest::naxelStart);
   // Told last, and by what is not part of this object: it may kick again, or destroy it.
   if (another && done) done(KickResult{});
@@ -133,8 +143,16 @@ void Pipeline::handleProgress() {
   }
 }
 
+void Pipeline::count(KickEnd how) {
+  ++kicks_[static_cast<size_t>(how)];
+  kickSeconds_ = StageTimes::wallSeconds() - kickBegin_;
+  allKickSeconds_ += kickSeconds_;
+}
+
 void Pipeline::end(KickEnd how) {
   if (!std::exchange(running_, false)) return;
+  count(how);
+  if (stageTimes_) stageTimes_->settle();
   // Taken out first: the callback may kick again, or destroy this object.
   Done const done = std::exchange(done_, {});
   if (!done) return;
@@ -149,6 +167,10 @@ void Pipeline::end(KickEnd how) {
 }
 
 std::vector<ConfigError> Pipeline::validate() const {
+  return Naxel::validate(*entities_.capability, *entities_.acls);
+}
+
+std::vector<ConfigError> validate(ChipHwCapability const& widths, AclConfigColl const& acls) {
   std::vector<ConfigError> errors;
   auto const checkWidth = [&](std::string const& field, unsigned width, unsigned least) {
     if (width < least || width > 16)
@@ -158,14 +180,13 @@ std::vector<ConfigError> Pipeline::validate() const {
                         "label width " + std::to_string(width) + " of the " + field +
                             ": it goes from " + std::to_string(least) + " to 16"});
   };
-  ChipHwCapability const& widths = *entities_.capability;
   for (PrefixXformKey const& key : PrefixXformKey::all())
     checkWidth(fieldName(key), widths.prefixXformWidth(key), 1);
   for (RangeSetType type : allRangeSetTypes())
     checkWidth(fieldName(type), widths.rangeXformWidth(type), 0);
   for (ComboLabelSetType type : allComboLabelSetTypes())
     checkWidth(fieldName(type), widths.comboXformWidth(type), 0);
-  for (AclWalk const& walk : walkAcls(*entities_.acls))
+  for (AclWalk const& walk : walkAcls(acls))
     findErrors(walk, [&](ConfigError error) {
       errors.push_back(std::move(error));
       return true;

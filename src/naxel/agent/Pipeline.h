@@ -22,6 +22,7 @@
 #include "naxel/loader/HwCapability.h"
 #include "naxel/types/AclConfig.h"
 
+#include <array>
 #include <functional>
 #include <iosfwd>
 #include <memory>
@@ -38,6 +39,8 @@ class NaxelRootSm;
 class PDConfig;
 class PDData;
 class PDStatus;
+class StageTimes;
+struct Metrics;
 
 /// The entities of one chip. None may be null once a pipeline stands over them.
 struct NAXEL_EXPORT ChipEntities {
@@ -78,9 +81,17 @@ struct KickResult {
 
   explicit operator bool() const { return end == KickEnd::success; }
 };
+/// "success", "failure", ...
+NAXEL_EXPORT std::string name(KickEnd end);
 /// "success", "Naxel failed at stageLoader on chip 0: ...".
 NAXEL_EXPORT std::string text(KickResult const& result);
 NAXEL_EXPORT std::ostream& operator<<(std::ostream& out, KickResult const& result);
+
+/// Every error of these widths and rules, in the order of the ACLs; empty where a kick would take them as they
+/// are. For rules that are not those of a pipeline yet. Neither fails nor aborts, whatever stands there.
+/// O(rules).
+NAXEL_EXPORT std::vector<ConfigError> validate(ChipHwCapability const& widths,
+                                               AclConfigColl const& acls);
 
 class NAXEL_EXPORT Pipeline {
  public:
@@ -122,10 +133,14 @@ class NAXEL_EXPORT Pipeline {
   /// What the running kick, or the handshake of a cancelled one, waits for, in words; empty while nothing is.
   std::string waitingFor() const;
 
-  /// Every error of widths and rules, in the order of the ACLs; empty where a kick would take them as they
-  /// are. Neither fails nor aborts, whatever stands there. Whether labels, entries and tables fit is for a
-  /// kick to find out. O(rules).
+  /// The same of what stands in capability() and acls(). Whether labels, entries and tables fit is for a kick to
+  /// find out.
   std::vector<ConfigError> validate() const;
+
+  /// Counters of kicks, times of stages, labels in use, rows of tables: include naxel/agent/Metrics.h. O(ACLs).
+  Metrics metrics() const;
+  /// Called at the start of each stage of a kick. It may not end the pipeline.
+  void stageWatcherIs(std::function<void(NaxelActiveStage)> f);
 
   /// Takes the pipeline down and builds another over these entities. For an agent that has made some of them
   /// anew: the library keeps to those that it was given.
@@ -138,6 +153,7 @@ class NAXEL_EXPORT Pipeline {
 
   void build();
   void takeDown();
+  void count(KickEnd how);
   void end(KickEnd how);
   void request(NaxelKickRequest what);
   void handleProgress();
@@ -148,6 +164,12 @@ class NAXEL_EXPORT Pipeline {
   std::unique_ptr<ProgressWatch> watch_;
   Done done_;
   bool running_ = false;
+  std::unique_ptr<StageTimes> stageTimes_;  // of the present root
+  std::function<void(NaxelActiveStage)> stageWatcher_;
+  std::array<uint64_t, 4> kicks_{};  // that have ended, by KickEnd
+  Mox::Seconds kickBegin_ = 0;       // by the steady clock, as are the next two
+  Mox::Seconds kickSeconds_ = 0;
+  Mox::Seconds allKickSeconds_ = 0;
 };
 
 }  // namespace Naxel

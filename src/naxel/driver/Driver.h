@@ -62,14 +62,17 @@ class NAXEL_EXPORT Driver {
   virtual void load(Offer const& offer) = 0;
   /// See to it that `next`, the output of before, is completely in force: answer reverted.
   virtual void revert(Offer const& offer) = 0;
-  /// Put a policy in force, or lift it (`doNotApply`): confirm it.
+  /// Put a policy in force, or lift it (`doNotApply`): confirm it. Not called again before that, whatever is asked for
+  /// meanwhile; an acquire may come.
   virtual void policy(GlobalAclControl wanted) = 0;
-  /// Over a pair in use: put in force what should be, before anything else is worked off.
+  /// Over a pair in use: put in force what should be, before anything else is worked off. To be complete when it
+  /// returns, however slow the chip; status().globalAclControl() is to be in the chip before, which after a reset is
+  /// not there by itself.
   virtual void restore(Mox::Ptr<PDData const> const& inForce) { static_cast<void>(inForce); }
 
   /// Answers the present request for all tables. `failed` refuses an acquire, for `table` and with the reason
-  /// in words; the other tables then say that they would be hitless. Returns false where the request has been
-  /// superseded, before or while the tables were written, where there is none, or where the outcome is no
+  /// in words; the other tables then say that they would be hitless. The next call may come within this
+  /// one, so own bookkeeping is done before. Returns false where the request has been superseded, before or while the tables were written, where there is none, or where the outcome is no
   /// answer to it: `reverted` to an acquire is about the revert before.
   bool answerAll(ResponseState outcome, std::string const& reason = {},
                  PDTable table = PDTable::aclEntries);

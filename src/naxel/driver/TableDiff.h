@@ -31,7 +31,8 @@ struct RowChanges {
 struct RuleChange {
   PDAclRule const* before;
   PDAclRule const* after;
-  /// Entries that only one of them has. Where the action differs all others have to be written, too.
+  /// Entries that only one of them has. Those of both are in neither, and have to be written, too, where the action
+  /// differs; so also where the widths do, although nothing else may.
   std::vector<PDAclFilter const*> add;
   std::vector<PDAclFilter const*> del;
   bool newAction = false;
@@ -47,7 +48,8 @@ struct AclChanges {
 };
 
 struct NAXEL_EXPORT TableDiff {
-  /// Outputs of different widths differ in every row, whatever the rows say: their numbers mean other things.
+  /// Outputs of different widths differ in every row, whatever the rows say: their numbers mean other things. A row
+  /// whose key is in both is a change there, also if it says the same.
   TableDiff(PDData const& before, PDData const& after);
 
   bool otherWidths;

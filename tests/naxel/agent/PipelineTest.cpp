@@ -1,6 +1,7 @@
 /// The agent's object for one chip: every kick ends, once, and says how; and a configuration can be checked
 /// without a kick.
 
+#include "naxel/agent/Metrics.h"
 #include "naxel/genset/AclCheck.h"
 #include "support/Handshake.h"
 
@@ -92,6 +93,37 @@ TEST(PipelineTest, EveryKickEndsOnceWhateverIsDoneFromWithinTheEndOfAnother) {
       EXPECT_EQ(a.ended["other"], &c == &cases[4] ? other : Log{});
       EXPECT_TRUE(!a.pipeline || (!a.pipeline->isRunning() && a.pipeline->waitingFor().empty()));
     }
+}
+
+TEST(PipelineTest, MetricsCountEveryKickAndTellOfTheLastOneAlsoFromWithinItsEnd) {
+  Traced const quiet;
+  Owner a;
+  auto const loader = static_cast<size_t>(NaxelActiveStage::stageLoader);
+  std::map<StageStatusType, size_t> const once = {{StageStatusType::finishedSuccess, 1}};
+  Metrics within;
+  a.kick("first", [&] { within = a.pipeline->metrics(); });
+  a.answer();
+  for (Metrics const& m : {within, a.pipeline->metrics()}) {
+    EXPECT_EQ(m.stages[loader].outcome, once);
+    for (size_t s = 1; s < stageCount; ++s) EXPECT_FALSE(m.stages[s].outcome.empty()) << s;
+    EXPECT_EQ(m.tableRows.back(), a.pipeline->output().pdAclColl()->numFilters());
+    EXPECT_EQ(m.changes.get(PDTable::aclEntries)->added(), m.tableRows.back());
+    EXPECT_GE(m.kickSeconds, m.stages[loader].seconds);
+    ASSERT_GE(m.labels.size(), PrefixXformKey::all().size() + rangeFieldCount);
+    for (LabelUse const& use : m.labels) EXPECT_LE(use.used, use.available()) << use.field;
+    EXPECT_EQ(m.labels[0].field, "ipv4Src");
+  }
+  a.driver.automatic = false;
+  a.kick("superseded");
+  a.kick("cancelled");
+  a.run(), a.pipeline->cancel(), a.run();
+  a.answer();
+  a.capabilities->chipHwCapabilityDel(a.chipId);
+  a.kick("failure");
+  a.run();
+  Metrics const m = a.pipeline->metrics();
+  EXPECT_EQ(m.kicks, (std::array<uint64_t, kickEndCount>{1, 1, 1, 1}));
+  EXPECT_GE(m.allKickSeconds, within.kickSeconds + m.kickSeconds);
 }
 
 TEST(PipelineTest, AnyKickTimeOfTheAgentsHasANextOne) {

@@ -101,22 +101,21 @@ void printBits(std::ostream& out, Session const& session, CrossProduct& plain) {
   printTable(out, rows, 2);
 }
 
-void printLabels(std::ostream& out, Session const& session) {
+void printLabels(std::ostream& out, Naxel::Metrics const& metrics) {
   std::vector<Row> rows = {{"labels", "code", "width", "used", "of"}};
-  for (LabelUse const& use : session.labelUse()) {
-    // The highest label stays free: a chip may yield it where its tables hold nothing.
+  for (Naxel::LabelUse const& use : metrics.labels) {
     rows.push_back(use.width ? Row{use.field, Mox::stringValue(use.code), std::to_string(use.width),
-                                   std::to_string(use.used), std::to_string((1u << use.width) - 1)}
+                                   std::to_string(use.used), std::to_string(use.available())}
                              : Row{use.field, "raw", "-", "-", "-"});
   }
   printTable(out, rows, 2);
 }
 
-void printStages(std::ostream& out, Session const& session) {
+void printStages(std::ostream& out, Session const& session, Naxel::Metrics const& metrics) {
   std::vector<Row> rows = {{"stage", "outcome", "ms"}};
-  for (size_t i = 1; i < Mox::EnumNames<Naxel::NaxelActiveStage>::value.size(); ++i) {
+  for (size_t i = 1; i < Naxel::stageCount; ++i) {
     auto const stage = static_cast<Naxel::NaxelActiveStage>(i);
-    StageTimes::Stage const& times = session.stageTimes().stage(stage);
+    Naxel::StageMetrics const& times = metrics.stages[i];
     std::string outcome;
     for (auto const& [status, count] : times.outcome) {
       if (!outcome.empty()) outcome += ", ";
@@ -126,7 +125,7 @@ void printStages(std::ostream& out, Session const& session) {
     rows.push_back({Naxel::stringValue(stage), outcome, fixed(times.seconds * 1e3, 2)});
   }
   rows.push_back({"kick", Naxel::stringValue(session.rootStatus().kickProgress()),
-                  fixed(session.kickSeconds() * 1e3, 2)});
+                  fixed(metrics.kickSeconds * 1e3, 2)});
   printTable(out, rows, 2);
 }
 
@@ -145,9 +144,10 @@ void printSummary(std::ostream& out, Session const& session) {
   out << '\n';
   printBits(out, session, plain);
   out << '\n';
-  printLabels(out, session);
+  Naxel::Metrics const metrics = session.metrics();
+  printLabels(out, metrics);
   out << '\n';
-  printStages(out, session);
+  printStages(out, session, metrics);
   out << '\n';
   if (auto const policy = session.temporaryPolicy())
     out << "handshake: hitful, policy " << Naxel::stringValue(*policy)

@@ -1,7 +1,6 @@
 #include "session/Session.h"
 
 #include "naxel/control/StageControllerTypes.h"
-#include "naxel/encoder/EncoderTypes.h"
 #include "naxel/loader/NaxelLoaderTypes.h"
 
 namespace NaxelTool {
@@ -41,37 +40,16 @@ Session::Session(ChipSetup const& setup, Mox::Ptr<Naxel::AclConfigColl> acls)
                                                setup.softChip);
   pipeline_ = std::make_unique<Naxel::Pipeline>(entities, wheel_);
   policy_.notifierIs(entities.pdConfig.get());
-  stageTimes_.emplace(*root().stageSmStatus());
 }
 
 Session::~Session() = default;
 
 bool Session::kick() {
   policy_.temporary.reset();
-  stageTimes_->clear();
-  double const start = StageTimes::wallSeconds();
   bool success = false;
   pipeline_->kick([&](Naxel::KickResult const& result) { success = bool(result); });
   activity_.runUntil([&] { return !pipeline_->isRunning(); });
-  kickSeconds_ = StageTimes::wallSeconds() - start;
   return success;
-}
-
-std::vector<LabelUse> Session::labelUse() const {
-  std::vector<LabelUse> out;
-  Naxel::ChipHwCapability const& widths = *data().hwCapability();
-  auto const add = [&](std::string field, unsigned width, Naxel::EncoderStatus const& encoder) {
-    out.push_back(
-        {std::move(field), width, encoder.plainToEncodedLabel().size(), encoder.labelCode()});
-  };
-  for (Naxel::PrefixXformKey const& key : Naxel::PrefixXformKey::all())
-    add(prefixKeyName(key), widths.prefixXformWidth(key), *root().prefixEncoderStatus(key));
-  for (Naxel::RangeSetType const type : Naxel::allRangeSetTypes())
-    add(Naxel::stringValue(type), widths.rangeXformWidth(type), *root().rangeEncoderStatus(type));
-  for (Naxel::ComboLabelSetType const type : Naxel::allComboLabelSetTypes())
-    if (unsigned const width = widths.comboXformWidth(type))
-      add(Naxel::stringValue(type), width, *root().comboLabelEncoderStatus(type));
-  return out;
 }
 
 NaxelActiveStage Session::failedStage() const {

@@ -5,8 +5,8 @@
 #include "input/ChipReader.h"
 #include "mox/Activity.h"
 #include "naxel/agent/Agent.h"
+#include "naxel/agent/Metrics.h"
 #include "naxel/control/NaxelRootSm.h"
-#include "session/StageTimes.h"
 #include "softchip/SoftChip.h"
 
 #include <functional>
@@ -25,14 +25,6 @@ struct KickReason {
   std::string text;
 };
 
-/// How many labels an encoder has handed out.
-struct LabelUse {
-  std::string field;
-  unsigned width = 0;  ///< in bits; 0 where the field is matched by its raw value
-  size_t used = 0;
-  Acl::LabelCode code = Acl::LabelCode::aligned;  ///< means nothing without a width
-};
-
 class Session {
  public:
   /// `acls` must not change while a kick runs.
@@ -43,7 +35,7 @@ class Session {
 
   /// Called at the start of each stage of a kick.
   void stageWatcherIs(std::function<void(Naxel::NaxelActiveStage)> f) {
-    stageTimes_->watcherIs(std::move(f));
+    pipeline_->stageWatcherIs(std::move(f));
   }
   /// Requests a kick and runs the activity until its end. Returns true on success.
   bool kick();
@@ -56,12 +48,7 @@ class Session {
   SoftChip::Chip const& softChip() const { return *softChip_; }
   Naxel::NaxelRootSm const& root() const { return pipeline_->root(); }
 
-  /// Wall time of the last kick, in seconds.
-  double kickSeconds() const { return kickSeconds_; }
-  StageTimes const& stageTimes() const { return *stageTimes_; }
-  /// One for each key of the prefix, range and combination encoders, in this order. Combinations that
-  /// the chip does not make are left out.
-  std::vector<LabelUse> labelUse() const;
+  Naxel::Metrics metrics() const { return pipeline_->metrics(); }
   /// The temporary policy that the last kick went through; none when the load was hitless.
   std::optional<Naxel::GlobalAclControl> temporaryPolicy() const { return policy_.temporary; }
   /// The stage at which the last kick failed.
@@ -84,9 +71,7 @@ class Session {
   Mox::Ptr<Obel::TimerWheel> wheel_;
   std::unique_ptr<SoftChip::Chip> softChip_;
   std::unique_ptr<Naxel::Pipeline> pipeline_;
-  std::optional<StageTimes> stageTimes_;
   PolicyReactor policy_;
-  double kickSeconds_ = 0;
 };
 
 }  // namespace NaxelTool
