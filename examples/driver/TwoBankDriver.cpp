@@ -152,9 +152,11 @@ void Driver::begin(Output const& next) {
     chip_.bank[target_] = Bank();
     held_[target_] = pDDataFactory();
   }
-  before_ = std::exchange(held_[target_], nullptr);
+  before_ = held_[target_];
   next_ = next;
   writes_ = Writes(TableDiff(*before_, *next_)).inReverse();
+  // From the first write on the bank holds neither.
+  if (!writes_.empty()) held_[target_] = nullptr;
 }
 
 bool Driver::writeSome() {
