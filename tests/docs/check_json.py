@@ -25,9 +25,12 @@ CALLS = [
     ("gen --json -o made.json --style attributes --rules 10 --hand-made 2", "naxel-generation", True),
     ("convert --json --to json examples/edge.json examples/branch.rules", "naxel-rules", True),
     ("verify --json --packets 100 examples/edge.json", "naxel-verify", False),
-    ("classify --json --src 198.51.100.7 --dst 203.0.113.17 --proto 6 examples/edge.json",
-     "naxel-classify", False),
-    ("classify --json --each --packets examples/edge.pcap examples/edge.json", "naxel-classify", False),
+    ("explain --json --src 198.51.100.7 --dst 203.0.113.17 --proto 6 --chip examples/combo-chip.json "
+     "--why-not 30 examples/edge.json", "naxel-explain", False),
+    ("classify --json --why-not edge-in:20 --src 198.51.100.7 --dst 203.0.113.17 examples/edge.json",
+     "naxel-explain", False),
+    ("explain --json --each --why-not rest --packets examples/edge.pcap examples/edge.json",
+     "naxel-explain", False),
     # Messages of every kind.
     ("compile --json", None, True),
     ("complie --json", None, True),

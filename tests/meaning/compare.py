@@ -45,7 +45,7 @@ class Tool:
 
     def run(self, rules, *arguments):
         """Exit code, output, messages as (line, severity, code, text), and what else was said."""
-        done = subprocess.run([self.path, "classify", "--json", rules, *arguments],
+        done = subprocess.run([self.path, "explain", "--json", rules, *arguments],
                               capture_output=True, text=True, errors="replace", check=False)
         said, rest = [], []
         for line in done.stderr.splitlines():

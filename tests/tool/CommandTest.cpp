@@ -1,15 +1,13 @@
 // The program as its users run it: output, exit codes, files.
 
 #include "input/Errors.h"
+#include "support/CommandRun.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <set>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -17,67 +15,9 @@
 
 namespace {
 
-namespace fs = std::filesystem;
+using Test::Call;
 
-/// A call of the program and what is to come of it.
-struct Call {
-  std::string arguments;
-  int code;
-  std::string err;
-  std::string out = {};  ///< a part
-};
-
-/// A directory of its own for each test, in which the program runs; ex/ has the examples.
-class Command : public testing::Test {
- protected:
-  Command() {
-    std::string pattern = (fs::temp_directory_path() / "naxel-XXXXXX").string();
-    directory_ = mkdtemp(pattern.data());
-    fs::create_directory_symlink(NAXEL_EXAMPLES_DIR, directory_ / "ex");
-    fs::create_directory_symlink(NAXEL_EXAMPLES_DIR, directory_ / "examples");
-  }
-  ~Command() override { fs::remove_all(directory_); }
-
-  void write(std::string const& name, std::string const& content) {
-    std::ofstream(directory_ / name, std::ios::binary) << content;
-  }
-  void write(std::string const& name, std::string const& schema, std::string const& fields) {
-    write(name, R"({"schema":")" + schema + R"(","version":1,)" + fields + "}");
-  }
-  std::string read(std::string const& name) {
-    std::ifstream in(directory_ / name, std::ios::binary);
-    return (std::ostringstream() << in.rdbuf()).str();
-  }
-
-  /// What a shell returns for some lines, in which $N is the program.
-  int shell(std::string const& lines) {
-    std::string const whole =
-        "cd '" + directory_.string() + "' && N='" NAXEL_TOOL_PATH "' && { " + lines + "\n}";
-    int const status = std::system(whole.c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  /// Returns what the program has printed.
-  std::string expectCall(Call const& c) {
-    SCOPED_TRACE(c.arguments);
-    EXPECT_EQ(shell("\"$N\" >.out 2>.err </dev/null " + c.arguments), c.code);
-    std::string const out = read(".out");
-    std::string const err = read(".err");
-    if (c.err.ends_with('*'))
-      EXPECT_TRUE(err.starts_with(c.err.substr(0, c.err.size() - 1))) << err;
-    else
-      EXPECT_EQ(err, c.err);
-    EXPECT_NE(out.find(c.out), std::string::npos) << out;
-    EXPECT_TRUE(c.code == 0 || c.err == "*" || out.empty()) << out;
-    return out;
-  }
-  std::set<std::string> files() {
-    std::set<std::string> out;
-    for (auto const& file : fs::directory_iterator(directory_)) out.insert(file.path().filename());
-    return out;
-  }
-
-  fs::path directory_;
-};
+class Command : public Test::CommandRun {};
 
 // The documents show whole outputs, and are compared with the program; here is what they leave out.
 TEST_F(Command, CodeAndMessageOfEveryOutcome) {
@@ -123,7 +63,7 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
      "ex/branch.rules: note[unused-flags]: 5 rules carry flags that are not used\n",
      "\nedge-in6: "},
     {"classify --src 192.0.2.9 --dst 203.0.113.5 --acl edge-out ex/edge.json", 0, "",
-     "dscp 0\nedge-out: rule 50 'rest': drop, sflow\n"},
+     "\n\nedge-out: rule 50 'rest': drop, sflow\n"},
     {"classify --packets trace set", 1, "*",
      "trace:3: set: rule 1 'r1': permit (set:2); the trace says: rule 0 or before it\n"},
     {"classify --packets trace --packets - --acl edge-in ex/edge.json", 1, "*",
@@ -140,6 +80,18 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
     {"classify --packets trace --src ::1 a", 2, "*"},
     {"compile none", 2, "none: error[input]: No such file or directory\n"},
     {"compile .", 2, ".: error[input]: Is a directory\n"},
+    // A packet in the command line is told like one in a file, and so is a rule that there is not.
+    {"explain --packet 'a: tcp 1.2.3.4:1 > 1.2.3.4' a", 2,
+     "--packet:1:20: error[port]: the port is missing\n    1 | a: tcp 1.2.3.4:1 > 1.2.3.4\n"
+     "      |                    ^~~~~~~ write ADDRESS:PORT\n"},
+    {"explain --packet '' a", 2, "naxel: error[usage]: --packet: the value is empty\n*"},
+    {"explain --packet ' # ' a", 2, "--packet:1:1: error[syntax]: there is no packet\n"},
+    {"explain --src 1.1.1.1 --dst 1.1.1.1 --why-not sshd ex/edge.json", 2,
+     "naxel: error[unknown-rule]: --why-not: there is no rule 'sshd'\n  help: did you mean "
+     "'ssh'?\n"},
+    {"explain --src 1.1.1.1 --dst 1.1.1.1 --why-not edge.json:25 ex/edge.json", 2,
+     "naxel: error[unknown-rule]: --why-not: there is no rule 'edge.json:25'\n"
+     "  help: the rule before it stands at ex/edge.json:24\n"},
     {"compile blank", 2, "blank: error[input]: the file is empty\n"},
     {"compile text", 2,
      "text:2:3: error[input]: rules begin with '@' (ClassBench) or '{' (JSON), or have a "
@@ -341,7 +293,7 @@ TEST_F(Command, HelpFitsAScreenAndItsExampleWorks) {
   for (size_t i = 0; i < commands.size(); ++i) {
     SCOPED_TRACE(commands[i]);
     std::string const help = expectCall({commands[i] + " --help", 0, ""});
-    EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 40);
+    EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 48);
     EXPECT_TRUE(std::all_of(help.begin(), help.end(),
                             [](char c) { return c == '\n' || (c >= ' ' && c < 0x7f); }));
     std::istringstream lines(help);

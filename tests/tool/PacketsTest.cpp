@@ -1,6 +1,6 @@
 // Packets as text, in traces and in captures, and what is left out of them.
 
-#include "command/ClassifyFiles.h"
+#include "answers/PacketReport.h"
 #include "packets/Capture.h"
 #include "packets/Frame.h"
 #include "packets/PacketText.h"
@@ -395,8 +395,9 @@ TEST(Packets, EveryVerdictIsHeldAgainstTheRules) {
   std::filesystem::remove(path);
   std::ostringstream said;
   Diagnostics diagnostics(said);
+  std::vector<RuleTarget> asked;
   auto const run = [&](FileReport const& report) {
-    FileClassifier classifier(session, rules, files, "");
+    FileClassifier classifier(session, rules, files, "", asked);
     std::ostringstream out;
     bool const good = classifyFiles(classifier, rules, files, report, out, diagnostics);
     return (good ? "good\n" : "bad\n") + out.str();
@@ -408,6 +409,17 @@ TEST(Packets, EveryVerdictIsHeldAgainstTheRules) {
       "a    more          30     0\n\na: 2 packets, 2 matched a rule, 2 of 3 rules hit, 1 never\n"
       "total: 3 packets read, 2 classified, 1 left out, 0 differences\n"
       "left out: 1 of IPv6, without an ACL for it\n");
+  asked = {{"a", Naxel::AceIndex(10)}, {"a", Naxel::AceIndex(30)}};
+  std::string const why = run({});
+  EXPECT_EQ(why.substr(std::min(why.size(), why.find("\nwhy not"))),
+            "\nwhy not rule 10 'web' of a: it decides 1 of 2 packets\n"
+            "because                      packets  percent  this alone\n"
+            "source is not in 10.0.0.0/8        1     50.0           1\n"
+            "\nwhy not rule 30 'more' of a: it decides 0 of 2 packets\n"
+            "because                      packets  percent  this alone\n"
+            "rule 10 'web' comes before         1     50.0\n"
+            "rule 20 'rest' comes before        1     50.0\n");
+  asked.clear();
   rules.acls()->acl("a")->ruleByIdDel(Naxel::AceIndex(10));
   std::string const bad = run({});
   EXPECT_NE(bad.find(":1: a: rule 10: permit; the rules say: rule 20 'rest': drop\n"), bad.npos)

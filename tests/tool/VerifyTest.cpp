@@ -1,6 +1,6 @@
 // That verification notices when tables and rules differ: the rules are changed behind a finished kick.
 
-#include "command/Classify.h"
+#include "answers/Explanation.h"
 #include "command/Verify.h"
 #include "session/Session.h"
 #include "support/World.h"
@@ -45,10 +45,14 @@ TEST(Verify, ReportsTheFirstDifference) {
     packet.src = Verify::ipv4Address(0x0a000001);
     packet.dport = c.tables == "no rule" ? 81 : 80;
     std::ostringstream why;
-    EXPECT_EQ(classify(session, RuleSet(Obel::ChipId(0)), packet, "", false, why), same);
-    EXPECT_NE(why.str().find("a: " + c.tables + "\n  " +
-                             (same ? "because  source lies in 10.0.0.0/8\n"
-                                   : "but the rules say: " + c.rules + "\n")),
+    RuleSet const none(Obel::ChipId(0));
+    PacketExplanation const explanation = explainPacket(session, none, packet, "", {});
+    EXPECT_EQ(explanation.differences(), same ? 0u : 1u);
+    print(why, explanation, none);
+    EXPECT_NE(why.str().find("a: " + c.tables + "\n" +
+                             (same ? "  rule     permit  ip 10.0.0.0/8 > any:80\n"
+                                     "  because  source 10.0.0.1 lies in 10.0.0.0/8\n"
+                                   : "  but the rules say: " + c.rules + "\n")),
               std::string::npos)
         << why.str();
   }

@@ -33,13 +33,14 @@ struct CommandInfo {
   /// first one.
   std::vector<std::string_view> examples;
   std::unique_ptr<Command> (*make)();
+  std::string_view alias = {};  ///< another name that does the same; may be empty
 };
 
 std::vector<CommandInfo> const& allCommands();
 
 CommandInfo compileCommand();
 CommandInfo verifyCommand();
-CommandInfo classifyCommand();
+CommandInfo explainCommand();
 CommandInfo convertCommand();
 CommandInfo generateCommand();
 

@@ -93,6 +93,15 @@ std::string zshOption(CLI::Option const& option) {
   return "'(" + join(names, " ") + ")'{" + join(names, ",") + "}'" + described + "'";
 }
 
+/// The name of the command, also where its other one was written.
+std::string zshCommandWord(Declared const& declared) {
+  std::string out = "$words[1]";
+  for (DeclaredCommand const& c : declared.commands)
+    if (!c.info->alias.empty())
+      out = "${words[1]/#%" + std::string(c.info->alias) + "/" + std::string(c.info->name) + "}";
+  return out;
+}
+
 }  // namespace
 
 std::string bashCompletion(Declared const& declared) {
@@ -107,6 +116,9 @@ std::string bashCompletion(Declared const& declared) {
            "      esac\n      words='" + allNames(*c.app) + "'\n";
     if (takesFiles(*c.app)) out += "      [[ $3 == -* ]] || { words='' files=1; }\n";
     out += "      ;;\n";
+    if (!c.info->alias.empty())
+      out += "    " + std::string(c.info->alias) + ") _naxel_choices " + std::string(c.info->name) +
+             " \"$2\" \"$3\" ;;\n";
   }
   out +=
       "  esac\n}\n\n_naxel() {\n"
@@ -149,7 +161,8 @@ std::string zshCompletion(Declared const& declared) {
       "  '1:command:->command' '*::argument:->argument' && return\n"
       "case $state in\n"
       "  command) _describe -t commands command commands ;;\n"
-      "  argument)\n    case $words[1] in\n";
+      "  argument)\n    case " +
+      zshCommandWord(declared) + " in\n";
   for (DeclaredCommand const& c : declared.commands) {
     out += "      " + std::string(c.info->name) + ")\n        _arguments";
     for (CLI::Option const* option : namedOptions(*c.app))

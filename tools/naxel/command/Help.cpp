@@ -113,6 +113,7 @@ std::string HelpFormatter::make_help(CLI::App const* app, std::string, CLI::AppF
       app->get_subcommands([](CLI::App const* c) { return !c->get_group().empty(); });
   for (CLI::App const* c : commands) print(out, {c->get_name(), c->get_description()});
   if (!commands.empty()) out += '\n';
+  for (std::string const& alias : app->get_aliases()) print(out, {"alias", "naxel " + alias});
   for (Row const& row : rowsOf(*app)) print(out, row);
   out += "\nExample:\n  " + app->get_footer() + '\n';
   if (!isCommand) out += "\nMore of a command: naxel COMMAND --help, and man naxel-COMMAND.\n";

@@ -99,9 +99,13 @@ std::string seeAlso(std::vector<std::string> const& names) {
 
 std::string commandPage(DeclaredCommand const& command) {
   std::string const name = "naxel-" + std::string(command.info->name);
-  return heading(name) + ".SH NAME\n" + roff(name) + " \\- " +
-         roff(lowerFirst(command.info->summary)) + "\n.SH SYNOPSIS\n" +
-         bold("naxel " + std::string(command.info->name)) + " " + roff(synopsis(*command.app)) +
+  std::string const alias(command.info->alias);
+  std::string const other = alias.empty() ? "" : ", " + roff("naxel-" + alias);
+  std::string const called = bold("naxel " + std::string(command.info->name));
+  return heading(name) + ".SH NAME\n" + roff(name) + other + " \\- " +
+         roff(lowerFirst(command.info->summary)) + "\n.SH SYNOPSIS\n" + called + " " +
+         roff(synopsis(*command.app)) +
+         (alias.empty() ? "" : "\n.PP\n" + bold("naxel " + alias) + " is the same command.") +
          "\n.SH DESCRIPTION\n" + paragraphs(command.info->text) + options(*command.app) +
          exitStatus() + examples(command.info->examples) + seeAlso({"naxel"});
 }

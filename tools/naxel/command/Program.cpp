@@ -29,6 +29,7 @@ class CommandLine {
     for (CommandInfo const& info : allCommands()) {
       commands_.push_back(info.make());
       CLI::App& sub = *app_.add_subcommand(std::string(info.name), std::string(info.summary));
+      if (!info.alias.empty()) sub.alias(std::string(info.alias));
       sub.footer(std::string(info.examples.front()));
       commands_.back()->declare(sub);
       addTalk(sub, info, talk);
@@ -82,7 +83,10 @@ std::optional<Usage> faultOf(std::vector<std::string> const& arguments) {
       return Usage{a.substr(0, a.size() - 1) + ": the value is empty", {}};
   }
   std::vector<std::string_view> names;
-  for (CommandInfo const& info : allCommands()) names.push_back(info.name);
+  for (CommandInfo const& info : allCommands()) {
+    names.push_back(info.name);
+    if (!info.alias.empty()) names.push_back(info.alias);
+  }
   std::string const all = "'naxel --help' lists the commands";
   if (arguments.empty()) return Usage{"no command is given", all};
   std::string const& first = arguments.front();
@@ -195,7 +199,7 @@ ExitCode runProgram(int argc, char const* const* argv) {
 }
 
 std::vector<CommandInfo> const& allCommands() {
-  static std::vector<CommandInfo> const all = {compileCommand(), verifyCommand(), classifyCommand(),
+  static std::vector<CommandInfo> const all = {compileCommand(), verifyCommand(), explainCommand(),
                                                convertCommand(), generateCommand()};
   return all;
 }

@@ -16,15 +16,6 @@ using Naxel::RangeSetType;
 constexpr size_t shownPrefixes = 3;
 constexpr size_t shownRanges = 8;
 
-std::string rangesText(IntervalSet const& set) {
-  std::string out;
-  for (size_t i = 0; i < set.size() && i < shownRanges; ++i)
-    out += (i ? "," : "") + rangeText(set[i]);
-  if (set.size() > shownRanges)
-    out += ",... (" + std::to_string(set.size() - shownRanges) + " more)";
-  return out;
-}
-
 std::string protocolName(uint32_t number) {
   switch (number) {
     case 1: return "icmp";
@@ -38,7 +29,7 @@ std::string protocolName(uint32_t number) {
 std::string protocolText(IntervalSet const& set, bool asksForFlags) {
   if (set.empty()) return asksForFlags ? "tcp" : "ip";
   auto const one = onlyValue(set);
-  return one ? protocolName(*one) : "proto " + rangesText(set);
+  return one ? protocolName(*one) : "proto " + valuesText(set);
 }
 
 std::string prefixesText(Naxel::IpPrefixList::PrefixColl const& prefixes) {
@@ -54,20 +45,28 @@ std::string prefixesText(Naxel::IpPrefixList::PrefixColl const& prefixes) {
 
 std::string sideText(Naxel::IpPrefixList const* list, IntervalSet const& ports,
                      NamedLists const& names) {
-  std::string out = "any";
-  if (list) {
-    if (std::string const* const name = names.nameOf(*list))
-      out = *name;
-    else
-      out = prefixesText(list->addr()) +
-            (list->exceptAddrs() ? " except " + prefixesText(list->exceptAddr()) : "");
-  }
+  std::string out = list ? listText(*list, names) : "any";
   if (ports.empty()) return out;
   bool const isBare = out.find_first_of(": ") == std::string::npos || out.ends_with('}');
-  return (isBare ? out : "[" + out + "]") + ":" + rangesText(ports);
+  return (isBare ? out : "[" + out + "]") + ":" + valuesText(ports);
 }
 
 }  // namespace
+
+std::string valuesText(IntervalSet const& set) {
+  std::string out;
+  for (size_t i = 0; i < set.size() && i < shownRanges; ++i)
+    out += (i ? "," : "") + rangeText(set[i]);
+  if (set.size() > shownRanges)
+    out += ",... (" + std::to_string(set.size() - shownRanges) + " more)";
+  return out;
+}
+
+std::string listText(Naxel::IpPrefixList const& list, NamedLists const& names) {
+  if (std::string const* const name = names.nameOf(list)) return *name;
+  return prefixesText(list.addr()) +
+         (list.exceptAddrs() ? " except " + prefixesText(list.exceptAddr()) : "");
+}
 
 std::string patternText(Naxel::RuleFilter const* filter, NamedLists const& lists) {
   if (!filter) return "ip any > any";
@@ -90,7 +89,7 @@ std::string patternText(Naxel::RuleFilter const* filter, NamedLists const& lists
        {RangeSetType::dscp, "dscp"},
        {RangeSetType::fragment, "frag"}}};
   for (auto const& [type, name] : rest)
-    if (!of(type).empty()) out += std::string(" ") + name + " " + rangesText(of(type));
+    if (!of(type).empty()) out += std::string(" ") + name + " " + valuesText(of(type));
   return out;
 }
 

@@ -6,7 +6,6 @@
 #include "verify/RuleOracle.h"
 
 #include <array>
-#include <sstream>
 
 namespace NaxelTool {
 
@@ -273,17 +272,21 @@ void readPacketText(PacketReading& reading) {
 }
 
 FilePacket packetFromText(std::string const& text, Naxel::AclConfigColl const& acls,
-                          std::string const& source) {
-  std::ostringstream said;
-  Diagnostics diagnostics(said);
+                          std::string const& source, Diagnostics& diagnostics) {
   std::optional<FilePacket> found;
+  size_t errors = diagnostics.count(Severity::error);
   PacketSink sink;
-  sink.take = [&](FilePacket const& packet) { found = packet; };
+  PacketReading* read = nullptr;
+  sink.take = [&](FilePacket const& packet) {
+    if (found) read->error({{packet.number, 1}}, "syntax", "one packet is wanted, not several");
+    found = packet;
+  };
   PacketReading reading(source, text, acls, {}, diagnostics, std::move(sink));
+  read = &reading;
   readPacketText(reading);
-  if (auto const error = diagnostics.firstError())
-    throw InputError(source, error->place.at, error->text);
-  if (!found) throw InputError(source, {}, "there is no packet");
+  errors = diagnostics.count(Severity::error) - errors;
+  if (!found && !errors) reading.error({{1, 1}}, "syntax", "there is no packet");
+  if (!found || errors) throw RejectedInput();
   return *found;
 }
 

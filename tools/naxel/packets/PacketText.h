@@ -21,9 +21,10 @@ namespace NaxelTool {
 /// Reports a line that says less or more of a packet than there is in one.
 void readPacketText(PacketReading& reading);
 
-/// The packet of one such line; throws InputError with the column in it as that of `source`.
+/// The packet of one such line. What is wrong with it is said on `diagnostics` as of line 1 of `source`; throws
+/// RejectedInput then.
 FilePacket packetFromText(std::string const& text, Naxel::AclConfigColl const& acls,
-                          std::string const& source);
+                          std::string const& source, Diagnostics& diagnostics);
 
 /// A packet that can be (Packet::isPossible()) as such a line, which reads back as the same packet.
 std::string packetLine(Verify::Packet const& packet);

@@ -3,6 +3,8 @@
 /// Looks the packets of files up, in the loaded tables and in the rules evaluated in order, and counts what
 /// came of them.
 
+#include "answers/RuleDemands.h"
+#include "answers/RuleTargets.h"
 #include "input/RuleSet.h"
 #include "packets/PacketFiles.h"
 #include "session/Session.h"
@@ -13,6 +15,22 @@
 #include <unordered_map>
 
 namespace NaxelTool {
+
+/// Why packets are not decided by one rule.
+struct WhyNotTally {
+  Naxel::AceIndex rule;
+  RuleDemands demands;
+  uint64_t packets = 0;
+  uint64_t decided = 0;  ///< by this rule
+  struct Count {
+    uint64_t unmet = 0;  ///< packets that do not meet the demand
+    uint64_t alone = 0;  ///< of them, those that meet all the others
+  };
+  std::vector<Count> count = std::vector<Count>(demands.size());
+  std::map<uint32_t, uint64_t> takenBy = {};  ///< by index of the earlier rule
+
+  void take(Verify::Packet const& packet, std::optional<Naxel::AceIndex> decides);
+};
 
 /// What the packets came to in one ACL.
 struct AclTally {
@@ -25,6 +43,7 @@ struct AclTally {
   uint64_t packets = 0;
   uint64_t matched = 0;
   std::unordered_map<uint32_t, uint64_t> hits;  ///< by index of the rule
+  std::vector<WhyNotTally> whyNot;
 };
 
 /// What became of one packet in one ACL.
@@ -40,9 +59,10 @@ struct PacketVerdict {
 
 class FileClassifier {
  public:
-  /// Looks at the ACL named `only` alone where that is not empty. Session, rules and files must outlive it.
-  FileClassifier(Session& session, RuleSet const& rules, PacketFiles const& files,
-                 std::string only);
+  /// Looks at the ACL named `only` alone where that is not empty, and counts for each of `targets` why it does
+  /// not decide. Session, rules and files must outlive it.
+  FileClassifier(Session& session, RuleSet const& rules, PacketFiles const& files, std::string only,
+                 std::vector<RuleTarget> const& targets = {});
 
   struct Listener {
     std::function<void(PacketVerdict const&)> verdict = [](PacketVerdict const&) {};

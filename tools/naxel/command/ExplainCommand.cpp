@@ -1,5 +1,5 @@
-#include "command/Classify.h"
-#include "command/ClassifyFiles.h"
+#include "answers/Explanation.h"
+#include "answers/PacketReport.h"
 #include "command/Command.h"
 #include "command/RuleInput.h"
 #include "packets/PacketText.h"
@@ -21,7 +21,7 @@ std::string optionOf(std::string_view name) {
   return option;
 }
 
-class Classification : public Command {
+class Explain : public Command {
  public:
   void declare(CLI::App& app) override {
     app.add_option("--packets", files_,
@@ -35,6 +35,12 @@ class Classification : public Command {
     addChoice(app, "--packet-format", format_, formats,
               "Format of the packets\nThe default, auto, goes by the content of each file.");
     addFlag(app, "--each", report_.each, "Show the verdict on every packet of the files");
+    addFlag(app, "--all", report_.all, "Show all rules or ACLs, however many there are");
+    addText(app, "--why-not", whyNot_, "RULE",
+            "Say why this rule does not decide\n"
+            "By its index, its name, or its place FILE:LINE, in every ACL that has such a rule; "
+            "with ACL: in "
+            "front in that one.");
     addText(app, "--packet", text_, "TEXT",
             "One packet, as \"tcp 10.0.0.1:1024 > 10.0.0.2:80 syn\"");
     addText(app, "--src", src_, "ADDRESS", "Source address of one packet");
@@ -59,15 +65,21 @@ class Classification : public Command {
     if (text_.empty()) packet = packetOfOptions();
     LoadedRules const loaded = input_.load(console, [&](RuleSet const& rules) {
       checkAcl(rules);
-      if (text_.empty()) return;
-      FilePacket const read = packetFromText(text_, *rules.acls(), "--packet");
-      packet = read.packet;
-      if (!read.acl.empty()) acl_ = read.acl;
+      if (!text_.empty()) {
+        FilePacket const read =
+            packetFromText(text_, *rules.acls(), "--packet", console.messages());
+        packet = read.packet;
+        if (!read.acl.empty()) acl_ = read.acl;
+      }
+      findTargets(rules, console);
     });
-    return classify(*loaded.session, loaded.rules, packet, acl_, console.options().json,
-                    console.out())
-               ? ExitCode::success
-               : ExitCode::findings;
+    PacketExplanation const explanation =
+        explainPacket(*loaded.session, loaded.rules, packet, acl_, targets_);
+    if (console.options().json)
+      printJson(console.out(), explanation, loaded.rules);
+    else
+      print(console.out(), explanation, loaded.rules, report_.all);
+    return explanation.differences() ? ExitCode::findings : ExitCode::success;
   }
 
  private:
@@ -97,15 +109,26 @@ class Classification : public Command {
       throw std::invalid_argument("there is no ACL '" + acl_ + "'");
   }
 
+  void findTargets(RuleSet const& rules, Console& console) {
+    if (whyNot_.empty()) return;
+    try {
+      targets_ = rulesNamed(whyNot_, rules, acl_);
+    } catch (NoSuchRule const& e) {
+      console.error("unknown-rule", std::string("--why-not: ") + e.what(), e.help());
+      throw RejectedInput();
+    }
+  }
+
   ExitCode runFiles(Console& console) {
     PacketFiles const files(files_, format_, input_.readOptions().maxInput);
     LoadedRules const loaded = input_.load(console, [&](RuleSet const& rules) {
       checkAcl(rules);
+      findTargets(rules, console);
       console.progress().stepIs("reading packets");
       files.check(*rules.acls(), acl_, console.messages());
     });
     console.progress().stepIs("looking packets up");
-    FileClassifier classifier(*loaded.session, loaded.rules, files, acl_);
+    FileClassifier classifier(*loaded.session, loaded.rules, files, acl_, targets_);
     report_.json = console.options().json;
     return classifyFiles(classifier, loaded.rules, files, report_, console.out(),
                          console.messages())
@@ -145,6 +168,8 @@ class Classification : public Command {
   std::vector<std::string> files_;
   PacketFormat format_ = PacketFormat::automatic;
   FileReport report_;
+  std::string whyNot_;
+  std::vector<RuleTarget> targets_;
   std::string text_;
   std::string src_;
   std::string dst_;
@@ -155,23 +180,31 @@ class Classification : public Command {
 
 }  // namespace
 
-CommandInfo classifyCommand() {
+CommandInfo explainCommand() {
   return {
-      "classify",
-      "Look packets up and say which rules decide",
+      "explain",
+      "Say which rules decide on packets, and why",
       "Print the result as JSON",
       "Compiles rules as compile does, and looks packets up in the tables of each ACL of their "
       "family. For one packet it says which rule decides, where that stands, what of the rule "
-      "the packet fulfils, and which entry it hits.\n"
+      "the packet meets, which entry it hits, and which label each table of the chip gives it. "
+      "With --why-not it also says why another rule does not decide: what the packet does not "
+      "meet, or which earlier rule takes it.\n"
       "\n"
       "For files of packets it says how often each rule was hit, which were never hit, how many "
       "packets were read, and which were left out for what reason; with --each also the verdict "
-      "on every packet in every ACL. Each verdict is compared with the rules themselves, "
+      "on every packet in every ACL, and with --why-not how many packets the rule does not get for "
+      "which reason. Of more than 40 rules those that were hit most are shown, and --all shows "
+      "all; so for the ACLs of one packet, of which more than four have no more than a line each. "
+      "Each verdict is compared with the rules themselves, "
       "evaluated in order, and each header of a trace with the rule that it was drawn from, "
       "which no later one may decide.",
-      {"naxel classify --packet 'tcp 198.51.100.7:1024 > 203.0.113.17:443 syn' "
+      {"naxel explain --packet 'tcp 198.51.100.7:1024 > 203.0.113.17:443 syn' "
+       "examples/edge.json",
+       "naxel explain --packet 'tcp 192.0.2.9:1024 > 203.0.113.17:22 syn' --why-not ssh "
        "examples/edge.json"},
-      [] { return std::unique_ptr<Command>(std::make_unique<Classification>()); }};
+      [] { return std::unique_ptr<Command>(std::make_unique<Explain>()); },
+      "classify"};
 }
 
 }  // namespace NaxelTool

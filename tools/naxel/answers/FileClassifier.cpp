@@ -1,17 +1,38 @@
-#include "command/FileClassifier.h"
+#include "answers/FileClassifier.h"
 
 #include "output/Verdicts.h"
 
+#include <bit>
+
 namespace NaxelTool {
 
+void WhyNotTally::take(Verify::Packet const& packet, std::optional<Naxel::AceIndex> decides) {
+  ++packets;
+  if (decides == rule) {
+    ++decided;
+    return;
+  }
+  uint64_t const unmet = demands.unmet(packet);
+  for (size_t i = 0; i < count.size(); ++i) {
+    if (!(unmet >> i & 1)) continue;
+    ++count[i].unmet;
+    count[i].alone += std::has_single_bit(unmet);
+  }
+  if (!unmet && decides) ++takenBy[decides->value()];
+}
+
 FileClassifier::FileClassifier(Session& session, RuleSet const& rules, PacketFiles const& files,
-                               std::string only)
+                               std::string only, std::vector<RuleTarget> const& targets)
     : session_(session), rules_(rules), files_(files), only_(std::move(only)) {
   for (auto const& [name, acl] : session.acls()->acl()) {
     if (!only_.empty() && only_ != name) continue;
     AclTally* const tally = acls_.emplace_back(std::make_unique<AclTally>(acl)).get();
     byName_.emplace(name, tally);
     byFamily_[static_cast<size_t>(tally->key.af())].push_back(tally);
+    for (RuleTarget const& target : targets)
+      if (target.acl == name)
+        tally->whyNot.push_back({target.rule, RuleDemands(*acl->ruleById(target.rule),
+                                                          tally->key.af(), rules.lists())});
   }
 }
 
@@ -64,6 +85,7 @@ void FileClassifier::lookUp(size_t file, FilePacket const& packet, AclTally& acl
     ++acl.matched;
     ++acl.hits[verdict.rule->value()];
   }
+  for (WhyNotTally& tally : acl.whyNot) tally.take(packet.packet, verdict.rule);
   if (packet.drawnFrom) {
     ++fromTraces_;
     verdict.later = isLater(acl, verdict.rule, *packet.drawnFrom);
