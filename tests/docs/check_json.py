@@ -31,6 +31,10 @@ CALLS = [
      "naxel-explain", False),
     ("explain --json --each --why-not rest --packets examples/edge.pcap examples/edge.json",
      "naxel-explain", False),
+    # Folders: one line for each of their files.
+    ("explain --src 198.51.100.7 --dst 203.0.113.17 one", "naxel-device", True),
+    ("compile --timeout 100 --resume log bad", "naxel-device", True),
+    ("convert --to ios one", "naxel-device", True),
     # Messages of every kind.
     ("compile --json", None, True),
     ("complie --json", None, True),
@@ -53,6 +57,9 @@ def files(folder):
             "softChip": {"refuseTable": "v4Source", "refuseAcquires": 1}}
     (folder / "strange.json").write_text(json.dumps({**head, "acls": [acl]}))
     (folder / "refuses.json").write_text(json.dumps(chip))
+    for name, text in (("one", (SOURCES / "examples/branch.rules").read_bytes()), ("bad", b"{")):
+        (folder / name).mkdir()
+        (folder / name / "device").write_bytes(text)
     (folder / "broken.json").write_bytes(b'{"schema":"naxel-rules",\n "version":1, "acls":[\xff\x1b[2J]}')
 
 
@@ -71,6 +78,8 @@ def main():
             name = value["schema"]
             seen.add(name)
             schemas[name].validate(value)
+            for part in value.get("messages", []) + [value[m] for m in ["result"] if m in value]:
+                check(what, json.dumps(part))
             if wanted and name != wanted:
                 failures.append(f"{what}: {name} instead of {wanted}")
         except (ValueError, KeyError, jsonschema.ValidationError) as e:
@@ -93,7 +102,8 @@ def main():
                 failures.append(f"{call}: prints {out[:200]}")
             lines = done.stderr.decode("ascii").splitlines()
             for line in lines:
-                check(call, line, "naxel-message")
+                if "--json" in call:
+                    check(call, line, "naxel-message")
             if bool(lines) != talks:
                 failures.append(f"{call}: says {lines}")
         for path in ("tables.json", "made.json"):

@@ -79,7 +79,11 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
      "trace: error[capture]: unknown file format\n"},
     {"classify --packets trace --src ::1 a", 2, "*"},
     {"compile none", 2, "none: error[input]: No such file or directory\n"},
-    {"compile .", 2, ".: error[input]: Is a directory\n"},
+    {"compile -o t .", 2, "naxel: error[usage]: --output names one file, and a folder has many\n"},
+    {"compile . - <three", 2,
+     "naxel: error[usage]: standard input cannot be read for each file of a folder\n"},
+    {"compile --jobs 2 three", 2,
+     "naxel: error[usage]: --jobs, --timeout and --resume are about folders of rule files\n"},
     // A packet in the command line is told like one in a file, and so is a rule that there is not.
     {"explain --packet 'a: tcp 1.2.3.4:1 > 1.2.3.4' a", 2,
      "--packet:1:20: error[port]: the port is missing\n    1 | a: tcp 1.2.3.4:1 > 1.2.3.4\n"

@@ -34,6 +34,8 @@ struct CommandInfo {
   std::vector<std::string_view> examples;
   std::unique_ptr<Command> (*make)();
   std::string_view alias = {};  ///< another name that does the same; may be empty
+  /// It compares two rule arguments; of two folders those files that have the same path below them.
+  bool pairs = false;
 };
 
 std::vector<CommandInfo> const& allCommands();

@@ -1,6 +1,7 @@
 #include "command/Program.h"
 
 #include "command/Command.h"
+#include "command/Fleet.h"
 #include "command/Help.h"
 #include "command/Manual.h"
 #include "output/OutputFile.h"
@@ -32,6 +33,7 @@ class CommandLine {
       if (!info.alias.empty()) sub.alias(std::string(info.alias));
       sub.footer(std::string(info.examples.front()));
       commands_.back()->declare(sub);
+      if (takesFiles(sub)) addFleetOptions(sub, fleet_);
       addTalk(sub, info, talk);
     }
   }
@@ -43,15 +45,25 @@ class CommandLine {
     for (size_t i = 0; i < all.size(); ++i) out.commands.push_back({&allCommands()[i], all[i]});
     return out;
   }
-  /// The command that was parsed; null if none was.
-  Command* chosen() {
+  /// Runs the command that was parsed.
+  ExitCode run(Console& console) {
     auto const all = app_.get_subcommands([](CLI::App*) { return true; });
-    for (size_t i = 0; i < commands_.size(); ++i)
-      if (all[i]->parsed()) return commands_[i].get();
-    return nullptr;
+    size_t chosen = 0;
+    while (!all[chosen]->parsed()) ++chosen;
+    CLI::App const& sub = *all[chosen];
+    bool const pairs = allCommands()[chosen].pairs;
+    if (takesFiles(sub) && isFleet(sub, fleet_, pairs))
+      return runFleet(sub, fleet_, pairs, console);
+    return commands_[chosen]->run(console);
   }
 
  private:
+  static bool takesFiles(CLI::App const& app) {
+    auto const options = app.get_options();
+    return std::any_of(options.begin(), options.end(),
+                       [](CLI::Option const* option) { return option->get_positional(); });
+  }
+
   static void addTalk(CLI::App& app, CommandInfo const& info, TalkOptions& to) {
     addFlag(app, "--json", to.json,
             std::string(info.json) +
@@ -67,6 +79,7 @@ class CommandLine {
   }
 
   CLI::App app_;
+  FleetOptions fleet_;
   std::vector<std::unique_ptr<Command>> commands_;
 };
 
@@ -186,7 +199,7 @@ ExitCode runProgram(int argc, char const* const* argv) {
     }
     Console console(talk);
     try {
-      ExitCode const code = line.chosen()->run(console);
+      ExitCode const code = line.run(console);
       console.finish();
       return code;
     } catch (...) {

@@ -49,6 +49,13 @@ class SignalsHeld {
   sigset_t before_;
 };
 
+volatile std::sig_atomic_t noted = 0;
+std::array<struct sigaction, ending.size()> actionBefore;
+
+void note(int number) {
+  if (!noted) noted = number;
+}
+
 void removeFiles() {
   for (Slot& slot : slots)
     if (slot.used) unlink(slot.path.data());
@@ -88,6 +95,27 @@ void signalsAreHandled(bool json) {
   action.sa_handler = endByFault;
   sigaction(SIGABRT, &action, nullptr);
 }
+
+SignalsNoted::SignalsNoted() {
+  noted = 0;
+  sigset_t set;
+  sigemptyset(&set);
+  for (int const s : ending) sigaddset(&set, s);
+  sigprocmask(SIG_BLOCK, &set, &before_);
+  struct sigaction action {};
+  action.sa_handler = note;
+  for (size_t i = 0; i < ending.size(); ++i)
+    if (sigaction(ending[i], nullptr, &actionBefore[i]) == 0 &&
+        actionBefore[i].sa_handler != SIG_IGN)
+      sigaction(ending[i], &action, nullptr);
+}
+
+SignalsNoted::~SignalsNoted() {
+  for (size_t i = 0; i < ending.size(); ++i) sigaction(ending[i], &actionBefore[i], nullptr);
+  sigprocmask(SIG_SETMASK, &before_, nullptr);
+}
+
+int SignalsNoted::number() { return noted; }
 
 TemporaryFile::TemporaryFile(std::string const& beside) {
   std::filesystem::path const folder = std::filesystem::path(beside).parent_path();

@@ -3,6 +3,7 @@
 /// What becomes of a run that a signal ends: temporary files go away, and whoever started it sees by which
 /// signal it ended. A fault of the program ends it with the exit code for that.
 
+#include <csignal>
 #include <string>
 
 namespace NaxelTool {
@@ -10,6 +11,24 @@ namespace NaxelTool {
 /// From now on the end by SIGHUP, SIGINT, SIGTERM or SIGPIPE leaves no temporary file behind. A signal that
 /// was ignored stays so. `json` is the form of the message about a fault.
 void signalsAreHandled(bool json);
+
+/// While it lives, a signal that would end the run is only noted, so that what the run has started can be ended first.
+/// The signals come in while somebody waits with waitMask(), as ppoll() does, and at no other time. Behind it
+/// they do what they did, those that are pending at once. One at a time.
+class SignalsNoted {
+ public:
+  SignalsNoted();
+  SignalsNoted(SignalsNoted const&) = delete;
+  SignalsNoted& operator=(SignalsNoted const&) = delete;
+  ~SignalsNoted();
+
+  /// The first signal that came; 0 if none did.
+  static int number();
+  sigset_t const& waitMask() const { return before_; }
+
+ private:
+  sigset_t before_;
+};
 
 /// A file of which nothing is to stay if a signal ends the run; up to four at a time.
 class TemporaryFile {
