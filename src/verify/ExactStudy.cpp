@@ -39,8 +39,15 @@ bool ExactStudy::Hull::meets(Hull const& other) const {
   return true;
 }
 
-ExactStudy::ExactStudy(Naxel::AclConfig const& acl, size_t steps)
-    : acl_(acl), af_(familyOf(acl)), steps_(steps), oracle_(acl), source_(acl, 1), functions_(af_) {
+ExactStudy::ExactStudy(Naxel::AclConfig const& acl, size_t steps, Packets among)
+    : acl_(acl),
+      af_(familyOf(acl)),
+      steps_(steps),
+      among_(among),
+      packets_(among == Packets::all ? Bdd(true) : Exact::possiblePackets(af_)),
+      oracle_(acl),
+      source_(acl, 1),
+      functions_(af_) {
   rule_.reserve(acl.ruleById().size());
   for (auto const& [index, config] : acl.ruleById()) {
     Rule& rule = rule_.emplace_back(Rule{index, config.get(), {}, std::nullopt});
@@ -71,39 +78,62 @@ size_t ExactStudy::placeOf(AceIndex rule) const {
 Bdd const& ExactStudy::matchedAt(size_t place) {
   Rule& rule = rule_[place];
   if (!rule.matched)
-    rule.matched =
-        rule.config->ruleFilter() ? functions_.matched(*rule.config->ruleFilter()) : Bdd(true);
+    rule.matched = rule.config->ruleFilter() ? matched(*rule.config->ruleFilter()) : packets_;
   return *rule.matched;
 }
 
 Bdd const& ExactStudy::matched(AceIndex rule) { return matchedAt(placeOf(rule)); }
+
+Packet ExactStudy::amongAsked(Rule const& rule, Packet packet) const {
+  if (among_ == Packets::all) return packet;
+  auto const hull = [&](RangeSetType type) { return rule.hull.value[static_cast<size_t>(type)]; };
+  auto const asksFor = [&](RangeSetType type) { return hull(type).first > 0; };
+  auto const mayBe = [&](uint16_t proto) {
+    auto const [first, last] = hull(RangeSetType::proto);
+    return first <= proto && proto <= last;
+  };
+  // What few rules look at is 0 where it may be: people read the packet.
+  for (RangeSetType const type : {RangeSetType::fragment, RangeSetType::length, RangeSetType::dscp})
+    if (!asksFor(type)) packet.valueIs(type, 0);
+  if (asksFor(RangeSetType::icmp)) packet.proto = Packet::icmpProtocol(af_);
+  if ((asksFor(RangeSetType::srcPort) || asksFor(RangeSetType::dstPort)) &&
+      !packet.hasPortProtocol())
+    for (uint16_t const proto : Packet::portProtocols)
+      if (mayBe(proto) && !packet.hasPortProtocol()) packet.proto = proto;
+  bool const isFirst = !packet.isLaterFragment();
+  if (!isFirst || !packet.hasPortProtocol()) packet.sport = packet.dport = 0;
+  if (!isFirst || !packet.isIcmp()) packet.icmpType = 0;
+  if (!isFirst || packet.proto != Packet::protoTcp) packet.syn = packet.ack = packet.rst = false;
+  return packet;
+}
 
 std::optional<Packet> ExactStudy::drawn(size_t place,
                                         std::function<bool(Packet const&)> const& hit) {
   for (int i = 0; i < drawnPackets; ++i) {
     auto const packet = source_.inside(place);
     if (!packet) return std::nullopt;
-    if (hit(*packet)) return packet;
+    Packet const asked = amongAsked(rule_[place], *packet);
+    if (hit(asked)) return asked;
   }
   return std::nullopt;
 }
 
 Bdd ExactStudy::outOfTheWay(Bdd const& region, size_t place, Wanted const& wanted,
-                            std::optional<AceIndex> without) {
+                            std::optional<RuleSpan> const& without, size_t from) {
   Bdd piece = region & matchedAt(place);
-  for (size_t i = 0; i < place; ++i)
-    if (rule_[i].index != without && rule_[i].hull.meets(rule_[place].hull) &&
+  for (size_t i = from; i < place; ++i)
+    if (rule_[i].hull.meets(rule_[place].hull) && !(without && without->has(rule_[i].index)) &&
         wanted(rule_[i].index))
       piece = piece - matchedAt(i);
   return piece;
 }
 
-ExactStudy::Search ExactStudy::search(Bdd region, Wanted const& wanted,
-                                      std::optional<AceIndex> without) try {
+ExactStudy::Search ExactStudy::searchFrom(Bdd region, Wanted const& wanted,
+                                          std::optional<RuleSpan> const& without, size_t from) try {
   Search out;
   std::set<AceIndex> others;
-  bool isCovered = false;  // whether what no rule matches has been taken out of the region
-  for (size_t step = 0; !region.isFalse(); ++step) {
+  region = region & packets_;
+  for (size_t step = 0; !region.isFalse(); ++step, ++stepsTaken_) {
     if (step == steps_) {
       out.found = Answer::undecided;
       break;
@@ -117,35 +147,40 @@ ExactStudy::Search ExactStudy::search(Bdd region, Wanted const& wanted,
     }
     if (decider) {
       others.insert(*decider);
-      region = region - outOfTheWay(region, placeOf(*decider), wanted, without);
+      region = region - outOfTheWay(region, placeOf(*decider), wanted, without, from);
       continue;
     }
-    MOX_ASSERT(!isCovered);
-    isCovered = true;
+    // What no rule matches goes at once, and for good.
+    MOX_ASSERT(!out.hitsNone);
+    out.hitsNone = true;
     std::vector<Bdd> all;
     all.reserve(rule_.size());
     for (size_t i = 0; i < rule_.size(); ++i)
-      if (rule_[i].index != without) all.push_back(region & matchedAt(i));
+      if (!(without && without->has(rule_[i].index))) all.push_back(region & matchedAt(i));
     region = Bdd::anyOf(std::move(all));
   }
   out.others.assign(others.begin(), others.end());
   return out;
 } catch (std::runtime_error const&) {
   // The table of the diagrams is full.
-  return {Answer::undecided, std::nullopt, {}};
+  return {Answer::undecided, std::nullopt, {}, false};
 }
 
-ExactStudy::Search ExactStudy::decidedBy(AceIndex rule) {
+ExactStudy::Search ExactStudy::decidedBy(AceIndex rule) try {
   size_t const place = placeOf(rule);
   if (auto const packet =
           drawn(place, [&](Packet const& p) { return oracle_.firstMatch(p) == rule; }))
-    return {Answer::yes, packet, {}};
-  Search out = search(matchedAt(place), [&](auto const decider) { return decider == rule; });
+    return {Answer::yes, packet, {}, false};
+  Search out = searchFrom(
+      matchedAt(place), [&](auto const decider) { return decider == rule; }, std::nullopt, place);
   if (out.found == Answer::no) leaveOnlyNeeded(matchedAt(place), out.others);
   return out;
+} catch (std::runtime_error const&) {
+  return {Answer::undecided, std::nullopt, {}, false};
 }
 
-ExactStudy::Search ExactStudy::missedWithout(AceIndex rule) {
+ExactStudy::Search ExactStudy::missedWithout(AceIndex rule, RuleSpan const& without) try {
+  MOX_ASSERT(without.has(rule));
   size_t const place = placeOf(rule);
   Naxel::NaxelActionValue const& action = rule_[place].config->action();
   Wanted const differs = [&](std::optional<AceIndex> decider) {
@@ -153,10 +188,13 @@ ExactStudy::Search ExactStudy::missedWithout(AceIndex rule) {
     return rule < *decider && !(rule_[placeOf(*decider)].config->action() == action);
   };
   auto const isMissed = [&](Packet const& p) {
-    return oracle_.firstMatch(p) == rule && differs(oracle_.firstMatch(p, rule));
+    auto const with = oracle_.firstMatch(p);
+    return with && without.has(*with) && differs(oracle_.firstMatch(p, without));
   };
-  if (auto const packet = drawn(place, isMissed)) return {Answer::yes, packet, {}};
-  return search(matchedAt(place), differs, rule);
+  if (auto const packet = drawn(place, isMissed)) return {Answer::yes, packet, {}, false};
+  return searchFrom(matchedAt(place), differs, without, place + 1);
+} catch (std::runtime_error const&) {
+  return {Answer::undecided, std::nullopt, {}, false};
 }
 
 void ExactStudy::leaveOnlyNeeded(Bdd const& region, std::vector<AceIndex>& rules) {

@@ -108,7 +108,7 @@ RuleOracle::RuleOracle(AclConfig const& acl) : af_(familyOf(acl)) {
 }
 
 std::optional<AceIndex> RuleOracle::firstMatch(Packet const& packet,
-                                               std::optional<AceIndex> without) const {
+                                               std::optional<RuleSpan> const& without) const {
   if (packet.af != af_) return std::nullopt;
   uint16_t query[10];
   auto const bytes = indexedBytes();
@@ -119,8 +119,9 @@ std::optional<AceIndex> RuleOracle::firstMatch(Packet const& packet,
   query[8] = packet.proto;
   query[9] = static_cast<uint16_t>(packet.dport >> 8);
   // The index only says which rules may match. Every one that it names is checked in full.
-  size_t const item = index_.first(
-      query, [&](size_t i) { return rule_[i].matches(packet) && rule_[i].index != without; });
+  size_t const item = index_.first(query, [&](size_t i) {
+    return rule_[i].matches(packet) && !(without && without->has(rule_[i].index));
+  });
   if (item == FirstMatchIndex::noItem) return std::nullopt;
   return rule_[item].index;
 }

@@ -29,6 +29,16 @@ std::optional<Naxel::AceIndex> firstMatch(Naxel::AclConfig const& acl, Packet co
 /// not there, a range that ends before it starts or beyond its field, addresses of two families in one ACL.
 bool isMistaken(Naxel::AclConfigColl const& acls);
 
+/// Rules of an ACL from one index to another.
+struct RuleSpan {
+  Naxel::AceIndex first;
+  Naxel::AceIndex last;
+  /// One rule alone.
+  RuleSpan(Naxel::AceIndex only) : first(only), last(only) {}
+  RuleSpan(Naxel::AceIndex from, Naxel::AceIndex to) : first(from), last(to) {}
+  bool has(Naxel::AceIndex rule) const { return !(rule < first) && !(last < rule); }
+};
+
 /// The same over a copy of the rules, for many packets against many rules.
 ///
 /// Every rule is checked constraint by constraint, as above. Which rules are checked at all is cut
@@ -45,9 +55,9 @@ class RuleOracle {
   std::optional<Naxel::AceIndex> firstMatch(Packet const& packet) const {
     return firstMatch(packet, std::nullopt);
   }
-  /// As if the ACL did not have the rule `without`.
+  /// As if the ACL did not have the rules `without`.
   std::optional<Naxel::AceIndex> firstMatch(Packet const& packet,
-                                            std::optional<Naxel::AceIndex> without) const;
+                                            std::optional<RuleSpan> const& without) const;
 
  private:
   struct Range {
