@@ -18,6 +18,17 @@ void NamedLists::nameIs(Mox::Ptr<Naxel::IpPrefixList> list, std::string name) {
   name_.insert_or_assign(key, Name{std::move(list), std::move(name)});
 }
 
+Mox::Ptr<Naxel::IpPrefixList> NamedLists::named(std::string const& name) const {
+  if (NamedList const* const shared = find(name)) return shared->list;
+  Mox::Ptr<Naxel::IpPrefixList> only;
+  for (auto const& [key, known] : name_) {
+    if (known.name != name) continue;
+    if (only) return nullptr;
+    only = known.list;
+  }
+  return only;
+}
+
 std::string const* NamedLists::nameOf(Naxel::IpPrefixList const& list) const {
   auto const found = name_.find(&list);
   return found == name_.end() ? nullptr : &found->second.name;

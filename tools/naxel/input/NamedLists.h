@@ -32,6 +32,9 @@ class NamedLists {
 
   /// What a list is called in its file, for whoever writes it out again.
   void nameIs(Mox::Ptr<Naxel::IpPrefixList> list, std::string name);
+  /// The list of that name: one that all files share, or else the only one that is called so where it comes
+  /// from. Null where there is none, or several.
+  Mox::Ptr<Naxel::IpPrefixList> named(std::string const& name) const;
   /// Null where it has no name.
   std::string const* nameOf(Naxel::IpPrefixList const& list) const;
 

@@ -4,7 +4,9 @@
 #include "output/Verdicts.h"
 #include "verify/Packet.h"
 
+#include <algorithm>
 #include <array>
+#include <optional>
 
 namespace NaxelTool {
 
@@ -16,9 +18,11 @@ using Naxel::RangeSetType;
 constexpr size_t shownPrefixes = 3;
 constexpr size_t shownRanges = 8;
 
-std::string protocolName(uint32_t number) {
+/// The ICMP of the other family has no name: who reads it thinks of his own.
+std::string protocolName(uint32_t number, std::optional<Lumox::AddressFamily> af) {
+  if (number == 1 && af != Lumox::ipv6()) return "icmp";
+  if (number == 58 && af != Lumox::ipv4()) return "icmp6";
   switch (number) {
-    case 1: return "icmp";
     case 6: return "tcp";
     case 17: return "udp";
     case 132: return "sctp";
@@ -26,10 +30,33 @@ std::string protocolName(uint32_t number) {
   }
 }
 
-std::string protocolText(IntervalSet const& set, bool asksForFlags) {
+std::string protocolText(IntervalSet const& set, bool asksForFlags,
+                         std::optional<Lumox::AddressFamily> af) {
   if (set.empty()) return asksForFlags ? "tcp" : "ip";
   auto const one = onlyValue(set);
-  return one ? protocolName(*one) : "proto " + valuesText(set);
+  return one ? protocolName(*one, af) : "proto " + valuesText(set);
+}
+
+/// That of the first prefix of either list, if there is one.
+std::optional<Lumox::AddressFamily> familyIn(Naxel::RuleFilter const& filter) {
+  for (auto const* list : {filter.source().get(), filter.destination().get()})
+    for (auto const* prefixes :
+         {list ? &list->addr() : nullptr, list ? &list->exceptAddr() : nullptr})
+      if (prefixes && !prefixes->empty()) return prefixes->begin()->af();
+  return std::nullopt;
+}
+
+/// As it is or, if it could be taken for something else, in quotes.
+std::string listName(std::string const& name) {
+  bool const isWord = !name.empty() && name != "any" &&
+                      std::all_of(name.begin(), name.end(),
+                                  [](char c) {
+                                    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                                           (c >= '0' && c <= '9') || c == '_' || c == '-' ||
+                                           c == '.';
+                                  }) &&
+                      !(name[0] >= '0' && name[0] <= '9');
+  return isWord ? name : '"' + name + '"';
 }
 
 std::string prefixesText(Naxel::IpPrefixList::PrefixColl const& prefixes) {
@@ -63,7 +90,7 @@ std::string valuesText(IntervalSet const& set) {
 }
 
 std::string listText(Naxel::IpPrefixList const& list, NamedLists const& names) {
-  if (std::string const* const name = names.nameOf(list)) return *name;
+  if (std::string const* const name = names.nameOf(list)) return listName(*name);
   return prefixesText(list.addr()) +
          (list.exceptAddrs() ? " except " + prefixesText(list.exceptAddr()) : "");
 }
@@ -77,8 +104,9 @@ std::string patternText(Naxel::RuleFilter const* filter, NamedLists const& lists
   auto const of = [&](RangeSetType type) -> IntervalSet const& {
     return values[static_cast<size_t>(type)];
   };
-  std::string out = protocolText(of(RangeSetType::proto),
-                                 filter->matchTcpInit() || filter->matchTcpEstablished());
+  std::string out =
+      protocolText(of(RangeSetType::proto), filter->matchTcpInit() || filter->matchTcpEstablished(),
+                   familyIn(*filter));
   out += " " + sideText(filter->source().get(), of(RangeSetType::srcPort), lists) + " > " +
          sideText(filter->destination().get(), of(RangeSetType::dstPort), lists);
   if (filter->matchTcpInit()) out += " init";
@@ -98,8 +126,10 @@ std::string ruleText(Naxel::RuleConfig const& rule, NamedLists const& lists) {
 }
 
 std::string ruleName(RuleSet const& rules, Naxel::AclConfig const& acl, Naxel::AceIndex rule) {
-  std::string out = "rule " + std::to_string(rule.value());
-  if (auto const config = acl.ruleById(rule)) out += " '" + config->name() + "'";
+  std::string const number = std::to_string(rule.value());
+  std::string out = "rule " + number;
+  if (auto const config = acl.ruleById(rule); config && config->name() != number)
+    out += " '" + config->name() + "'";
   if (std::string const from = rules.originText(acl.name(), rule); !from.empty())
     out += " (" + from + ")";
   return out;

@@ -27,7 +27,7 @@ std::string listText(Naxel::IpPrefixList const& list, NamedLists const& names);
 std::string ruleText(Naxel::RuleConfig const& rule, NamedLists const& lists);
 
 /// How messages and reports name a rule: "rule 20 'spoofed' (edge.json:24)"; the place is left out
-/// where none is known.
+/// where none is known, and a name that is the index.
 std::string ruleName(RuleSet const& rules, Naxel::AclConfig const& acl, Naxel::AceIndex rule);
 
 }  // namespace NaxelTool
