@@ -35,6 +35,13 @@ CALLS = [
     ("explain --src 198.51.100.7 --dst 203.0.113.17 one", "naxel-device", True),
     ("compile --timeout 100 --resume log bad", "naxel-device", True),
     ("convert --to ios one", "naxel-device", True),
+    ("check --json examples/faulty.json examples/branch.rules", "naxel-check", True),
+    ("check --json --effort 0 examples/edge.json", "naxel-check", False),
+    ("search --json --count 9 examples/edge.json", "naxel-search", False),
+    ("search --json --want none examples/edge.json strange.json", "naxel-search", False),
+    ("search --json --in ip\tany\t>\t10.0.0.0/8 --not-in ip\tany\t>\tany examples/edge.json",
+     "naxel-search", False),
+    ("search --json --in ip\tany\t>\t10.0.0.0/99 examples/edge.json", None, True),
     # Messages of every kind.
     ("compile --json", None, True),
     ("complie --json", None, True),
@@ -93,7 +100,7 @@ def main():
         files(folder)
         for call, schema, talks in CALLS:
             arguments = [os.fsencode(a) if "\xff" not in a else a.encode("latin-1")
-                         for a in call.split()]
+                         for a in call.split(" ")]
             done = subprocess.run([PROGRAM, *arguments], cwd=folder, capture_output=True, check=False)
             out = done.stdout.decode("ascii" if schema == "naxel-message" else "utf-8")
             if schema:

@@ -43,6 +43,8 @@ std::vector<CommandInfo> const& allCommands();
 CommandInfo compileCommand();
 CommandInfo verifyCommand();
 CommandInfo explainCommand();
+CommandInfo checkCommand();
+CommandInfo searchCommand();
 CommandInfo convertCommand();
 CommandInfo generateCommand();
 

@@ -213,7 +213,8 @@ ExitCode runProgram(int argc, char const* const* argv) {
 
 std::vector<CommandInfo> const& allCommands() {
   static std::vector<CommandInfo> const all = {compileCommand(), verifyCommand(), explainCommand(),
-                                               convertCommand(), generateCommand()};
+                                               checkCommand(),   searchCommand(), convertCommand(),
+                                               generateCommand()};
   return all;
 }
 
