@@ -1,4 +1,4 @@
-# Installation: the shared library, its headers, a CMake package and a pkg-config file. The headers lie
+# Installation: the shared library, the kit for drivers, their headers, a CMake package and pkg-config files. The headers lie
 # in a folder of their own, because the platform's folder names are short and common.
 
 include(CMakePackageConfigHelpers)
@@ -6,9 +6,13 @@ include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Naxel)
 set(header_dir ${CMAKE_INSTALL_INCLUDEDIR}/libnaxel)
 
-install(TARGETS Naxel EXPORT NaxelTargets
+install(TARGETS Naxel NaxelTesting EXPORT NaxelTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${header_dir})
+if(TARGET naxel_conformance)
+  install(TARGETS naxel_conformance RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 install(EXPORT NaxelTargets NAMESPACE Naxel:: DESTINATION ${package_dir})
 
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/NaxelConfig.cmake.in
@@ -26,6 +30,8 @@ endif()
 # The prefix is found from where the file lies, so that an installed tree can be moved.
 file(RELATIVE_PATH pc_up /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 string(REGEX REPLACE "/$" "" pc_up "${pc_up}")
-configure_file(${PROJECT_SOURCE_DIR}/cmake/naxel.pc.in ${PROJECT_BINARY_DIR}/naxel.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/naxel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+foreach(package naxel naxel-testing)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${package}.pc.in ${PROJECT_BINARY_DIR}/${package}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${package}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})

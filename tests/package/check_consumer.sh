@@ -21,6 +21,16 @@ read -ra flags < <(pkg-config --cflags --libs naxel)
 "$compiler" -std=c++20 "$consumer/main.cpp" -o "$work/by_pkg_config" "${flags[@]}"
 LD_LIBRARY_PATH=$prefix/$libdir "$work/by_pkg_config"
 
+# The installed program proves the driver that has been built as a shared object, by either way.
+read -ra flags < <(pkg-config --cflags --libs naxel-testing)
+"$compiler" -std=c++20 -shared -fPIC "$consumer/driver.cpp" -o "$work/driver.so" "${flags[@]}"
+if [[ -x $prefix/bin/naxel-conformance ]]; then
+  for driver in "$work/consumer/driver.so" "$work/driver.so"; do
+    "$prefix/bin/naxel-conformance" --scripts 10 "$driver" >"$work/proof.txt" ||
+      { cat "$work/proof.txt" && exit 1; }
+  done
+fi
+
 # The installed tool finds the installed library by itself.
 if [[ -x $prefix/bin/naxel ]]; then
   "$prefix/bin/naxel" --help >"$work/help.txt"

@@ -10,7 +10,7 @@ work=$prefix/../guides
 rm -rf "$work"
 mkdir -p "$work"
 export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig LD_LIBRARY_PATH=$prefix/$libdir
-read -ra flags < <(pkg-config --cflags --libs naxel)
+read -ra flags < <(pkg-config --cflags --libs naxel-testing)
 failed=0
 
 # Files NAME-LINE.cpp and NAME-LINE.shown; compilers name places in the document.

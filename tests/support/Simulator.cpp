@@ -57,18 +57,26 @@ void Simulator::throwingIs(bool on) {
 
 void Simulator::execute(std::string const& line) {
   bool const ofChip = line.starts_with("0 ") || line.starts_with("1 ");
-  Verb const* const verb = verbOf(ofChip ? line.substr(2) : line);
-  if (!verb || verb->forAll == ofChip) throw std::invalid_argument("unknown event: " + line);
-  auto const name = nameOf(*verb).size();
-  Event event{*this, *chips_[ofChip && line[0] == '1'],
-              std::istringstream(line.substr((ofChip ? 2 : 0) + name)),
-              std::istringstream(verb->pattern + name)};
+  std::string const text = ofChip ? line.substr(2) : line;
+  Verb const* const verb = Naxel::Testing::verbOf(allVerbs(), text);
+  auto const* const edit = Naxel::Testing::verbOf(Naxel::Testing::allEdits(), text);
+  if ((!verb && !edit) || (verb && verb->forAll) == ofChip)
+    throw std::invalid_argument("unknown event: " + line);
+  std::string const pattern = edit ? edit->pattern : verb->pattern;
+  auto const name = Naxel::Testing::nameOfPattern(pattern).size();
+  SimChip& chip = *chips_[ofChip && line[0] == '1'];
+  Event event{{{std::istringstream(text.substr(name)), std::istringstream(pattern.substr(name))},
+               chip.acls(),
+               chip.capability(),
+               chip.params()},
+              *this,
+              chip};
   try {
-    verb->apply(event);
+    edit ? edit->apply(event) : verb->apply(event);
   } catch (Event::Nothing const&) {
   } catch (Mox::RangeError const&) {  // some types refuse wrong values themselves
   }
-  if (std::string_view(verb->group) == "edit") ++run_.figures.edits;
+  if (std::string_view(edit ? edit->group : verb->group) == "edit") ++run_.figures.edits;
 }
 
 void Simulator::finish() {

@@ -4,7 +4,8 @@
 /// two chips and kicks their pipelines, the drivers of both, the clock, and faults. The same script
 /// always does the same. SimChip.h says what is checked on the way.
 ///
-/// A script has one event per line; Verbs.cpp lists them. Lines that begin with the number of a chip, 0 or 1,
+/// A script has one event per line; Verbs.cpp lists them, but those that edit the
+/// configuration, which stand in naxel/testing/Edits.cpp. Lines that begin with the number of a chip, 0 or 1,
 /// are about that chip. An event that makes no sense where it stands, such as an edit of a rule that is not
 /// there, does nothing, so that a script stays valid when lines are taken out of it. Some that do not explain
 /// themselves:
@@ -27,16 +28,18 @@
 ///   alloc N                        the N-th allocation of the library from now on fails
 
 #include "mox/Trace.h"
+#include "naxel/testing/Script.h"
 #include "support/SimChip.h"
 #include "support/Vocabulary.h"
 
 #include <array>
 #include <functional>
-#include <istream>
 
 namespace Test {
 
-using Script = std::vector<std::string>;
+using Naxel::Testing::Script;
+using Naxel::Testing::scriptsOf;
+using Naxel::Testing::textOf;
 
 class Simulator {
  public:
@@ -79,10 +82,5 @@ Script shrink(Script best);
 
 /// Runs something in a process of its own. False where that says so, throws or crashes.
 bool succeedsApart(std::function<bool()> const& run);
-
-/// The scripts of a file, one event per line; empty lines and comments behind a # at the start of a line
-/// are left out, as are blanks before an event, and a line of three dashes begins another script.
-std::vector<Script> scriptsOf(std::istream& in);
-std::string textOf(Script const& script);
 
 }  // namespace Test

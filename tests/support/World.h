@@ -9,6 +9,7 @@
 #include "naxel/encoder/EncoderTypes.h"
 #include "naxel/expander/RuleExpanderTypes.h"
 #include "naxel/loader/NaxelLoaderTypes.h"
+#include "naxel/testing/RuleText.h"
 #include "naxel/xform/NaxelXformTypes.h"
 #include "verify/ConfigCopy.h"
 #include "verify/OutputText.h"
@@ -19,23 +20,12 @@
 
 namespace Test {
 
+using Naxel::Testing::addRules;
+using Naxel::Testing::fillFilter;
+using Naxel::Testing::rangeFieldOf;
 using Verify::copyAcls;
 using Verify::dump;
 using Verify::full;
-
-/// Puts rules into a configuration. One rule per line:
-///
-///   ACL INDEX NAME [src P,P,!P] [dst ...] [FIELD R,R] [init] [est] [drop] [log] [tc=N]
-///
-/// P is a prefix, !P an except prefix, FIELD the beginning of a range field's name, R a number or FIRST-LAST. A rule of a name that is there
-/// already is replaced. "af ACL ipv6" sets an ACL's family, "acl NAME" makes an ACL without rules.
-/// Throws std::invalid_argument on anything else.
-void addRules(Naxel::AclConfigColl& coll, std::string_view text);
-
-/// The range field whose name begins with a word of three letters or more; null for none.
-Naxel::RangeField const* rangeFieldOf(std::string_view word);
-/// The filter of one rule in the form above, without ACL, index and name.
-void fillFilter(Naxel::RuleConfig& rule, std::string_view text);
 
 /// Answers the library's requests, at once unless told to hold.
 class ScriptDriver : private Naxel::PDConfig::Notifiee {

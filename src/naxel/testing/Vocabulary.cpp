@@ -1,9 +1,9 @@
-#include "support/Vocabulary.h"
+#include "naxel/testing/Vocabulary.h"
 
-#include "support/World.h"
+#include "naxel/testing/RuleText.h"
 #include "verify/Random.h"
 
-namespace Test {
+namespace Naxel::Testing {
 
 Dice::Dice(uint64_t seed)
     : below_([random = Verify::Random(seed)](uint64_t n) mutable { return random.below(n); }) {}
@@ -65,10 +65,10 @@ std::string Vocabulary::filter(Lumox::AddressFamily af) {
   std::string out;
   for (char const* side : {"src ", "dst "})
     if (dice_.oneIn(2)) out += side + list(af) + " ";
-  for (Naxel::RangeField const& field : Naxel::rangeFields) {
-    bool const port = field.type <= Naxel::RangeSetType::dstPort;
+  for (RangeField const& field : rangeFields) {
+    bool const port = field.type <= RangeSetType::dstPort;
     if (!dice_.oneIn(port ? 2 : 8)) continue;
-    bool const tcp = field.type == Naxel::RangeSetType::proto && dice_.oneIn(2);
+    bool const tcp = field.type == RangeSetType::proto && dice_.oneIn(2);
     out += std::string(field.name) + " " + (tcp ? "6" : ranges(field.bound())) + " ";
   }
   if (dice_.oneIn(8)) out += "init ";
@@ -77,17 +77,17 @@ std::string Vocabulary::filter(Lumox::AddressFamily af) {
   return out;
 }
 
-void drawWidths(Dice& dice, Naxel::ChipHwCapability& capability, bool roomy, uint64_t room) {
+void drawWidths(Dice& dice, ChipHwCapability& capability, bool roomy, uint64_t room) {
   uint64_t const least = roomy ? room : 1;
   auto const width = [&] { return static_cast<uint32_t>(dice.between(least, roomy ? 16 : 4)); };
-  for (auto const& key : Naxel::PrefixXformKey::all()) capability.prefixXformWidthIs(key, width());
-  for (auto type : Naxel::allRangeSetTypes())
+  for (auto const& key : PrefixXformKey::all()) capability.prefixXformWidthIs(key, width());
+  for (auto type : allRangeSetTypes())
     capability.rangeXformWidthIs(type, dice.oneIn(2) ? width() : 0);
-  for (auto type : Naxel::allComboLabelSetTypes())
+  for (auto type : allComboLabelSetTypes())
     capability.comboXformWidthIs(type, dice.oneIn(2) ? width() : 0);
 }
 
-void drawAcls(Dice& dice, Naxel::AclConfigColl& acls) {
+void drawAcls(Dice& dice, AclConfigColl& acls) {
   Vocabulary words(dice);
   for (uint64_t i = 0, n = dice.between(1, 3); i < n; ++i) {
     std::string const name = "a" + std::to_string(i);
@@ -99,4 +99,4 @@ void drawAcls(Dice& dice, Naxel::AclConfigColl& acls) {
   }
 }
 
-}  // namespace Test
+}  // namespace Naxel::Testing
