@@ -107,8 +107,8 @@ RuleOracle::RuleOracle(AclConfig const& acl) : af_(familyOf(acl)) {
   index_.finish();
 }
 
-std::optional<AceIndex> RuleOracle::firstMatch(Packet const& packet,
-                                               std::optional<RuleSpan> const& without) const {
+template <class Accept>
+std::optional<size_t> RuleOracle::first(Packet const& packet, Accept accept) const {
   if (packet.af != af_) return std::nullopt;
   uint16_t query[10];
   auto const bytes = indexedBytes();
@@ -119,11 +119,21 @@ std::optional<AceIndex> RuleOracle::firstMatch(Packet const& packet,
   query[8] = packet.proto;
   query[9] = static_cast<uint16_t>(packet.dport >> 8);
   // The index only says which rules may match. Every one that it names is checked in full.
-  size_t const item = index_.first(query, [&](size_t i) {
-    return rule_[i].matches(packet) && !(without && without->has(rule_[i].index));
-  });
-  if (item == FirstMatchIndex::noItem) return std::nullopt;
-  return rule_[item].index;
+  size_t const item =
+      index_.first(query, [&](size_t i) { return rule_[i].matches(packet) && accept(i); });
+  return item == FirstMatchIndex::noItem ? std::nullopt : std::optional(item);
+}
+
+std::optional<AceIndex> RuleOracle::firstMatch(Packet const& packet,
+                                               std::optional<RuleSpan> const& without) const {
+  auto const place =
+      first(packet, [&](size_t i) { return !without || !without->has(rule_[i].index); });
+  return place ? std::optional(rule_[*place].index) : std::nullopt;
+}
+
+std::optional<size_t> RuleOracle::firstPlace(Packet const& packet,
+                                             std::vector<bool> const& out) const {
+  return first(packet, [&](size_t i) { return !out[i]; });
 }
 
 /// IPv6 prefixes tell networks apart behind the bytes that all of them share.

@@ -58,6 +58,9 @@ class RuleOracle {
   /// As if the ACL did not have the rules `without`.
   std::optional<Naxel::AceIndex> firstMatch(Packet const& packet,
                                             std::optional<RuleSpan> const& without) const;
+  /// The place of the first rule that matches, in the order of the indexes and counted from 0, as if the
+  /// rules whose places are true in `out` were not there.
+  std::optional<size_t> firstPlace(Packet const& packet, std::vector<bool> const& out) const;
 
  private:
   struct Range {
@@ -74,6 +77,9 @@ class RuleOracle {
     bool matches(Packet const& packet) const;
   };
 
+  /// The place of the first rule that matches and that `accept(place)` takes.
+  template <class Accept>
+  std::optional<size_t> first(Packet const& packet, Accept accept) const;
   static Rule compile(Naxel::AceIndex index, Naxel::RuleConfig const& rule,
                       Lumox::AddressFamily af);
   std::array<unsigned, 4> indexedBytes() const;

@@ -42,6 +42,10 @@ CALLS = [
     ("search --json --in ip\tany\t>\t10.0.0.0/8 --not-in ip\tany\t>\tany examples/edge.json",
      "naxel-search", False),
     ("search --json --in ip\tany\t>\t10.0.0.0/99 examples/edge.json", None, True),
+    ("diff --json examples/edge.json examples/edge-new.json", "naxel-diff", False),
+    ("diff --json --chip refuses.json examples/edge.json examples/edge-new.json", "naxel-diff", False),
+    ("diff --json --no-rows examples/edge.json strange.json", "naxel-diff", False),
+    ("prune --json --cost --merge examples/office.ios", "naxel-prune", False),
     # Messages of every kind.
     ("compile --json", None, True),
     ("complie --json", None, True),

@@ -211,6 +211,22 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
      "naxel: error[refused]: the driver refused resources for IPv4 source prefixes\n"
      "naxel: error[refused]: v4Source: refused by order of the chip's options\n"},
 #if NAXEL_EXACT_PROOF
+    {"diff three three", 0, "", "no packet is treated differently\n\nrows "},
+    {"diff -q three three", 0, "", ""},
+    {"diff three a", 1, "*", "3 changes in 1 of 1 ACL: 3 permit -> no rule\n"},
+    {"diff --acl a=edge-in three ex/edge.json --no-rows", 1, "*", "ACL 'edge-in6' stands in the new rules only"},
+    {"diff --chip narrow a three", 3, "*", "the new rules do not fit this chip:\n  ipv4Src: "},
+    {"diff --chip narrow three a", 1, "*", "the old rules do not fit this chip:\n"},
+    {"diff --effort 1 --no-rows three late", 1, "*", "rules that differ were not looked at in full"},
+    {"diff three", 2, "naxel: error[usage]: two rule sets are compared: the old one and the new one\n"},
+    {"diff --acl a three three", 2, "naxel: error[usage]: --acl: 'a' is not OLD=NEW\n"},
+    {"diff --acl b=a three three", 2, "naxel: error[usage]: --acl: the old rules have no ACL 'b'\n"},
+    {"diff - -", 2, "naxel: error[usage]: standard input can be read only once\n"},
+    {"prune set", 0, "", "1 of 2 rules can go; proved for every packet\n"},
+    {"prune --to ios three", 2, "*"},
+    {"prune --json late", 0, "", "\"why\":\"matches-nothing\""},
+    {"prune --json --to json three", 2, "*"},
+    {"prune -o table three", 2, "naxel: error[usage]: --output needs --to, which says what to write\n"},
     {"verify --exact --packets 0 ex/edge.json", 0, "", "every packet: 3 ACLs, 27 rules, "},
 #else
     {"verify --exact --packets 0 a", 2,

@@ -46,6 +46,8 @@ CommandInfo explainCommand();
 CommandInfo checkCommand();
 CommandInfo searchCommand();
 CommandInfo convertCommand();
+CommandInfo diffCommand();
+CommandInfo pruneCommand();
 CommandInfo generateCommand();
 
 }  // namespace NaxelTool

@@ -212,9 +212,9 @@ ExitCode runProgram(int argc, char const* const* argv) {
 }
 
 std::vector<CommandInfo> const& allCommands() {
-  static std::vector<CommandInfo> const all = {compileCommand(), verifyCommand(), explainCommand(),
-                                               checkCommand(),   searchCommand(), convertCommand(),
-                                               generateCommand()};
+  static std::vector<CommandInfo> const all = {
+      compileCommand(), verifyCommand(), explainCommand(), checkCommand(),   searchCommand(),
+      diffCommand(),    pruneCommand(),  convertCommand(), generateCommand()};
   return all;
 }
 

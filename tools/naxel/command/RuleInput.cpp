@@ -10,6 +10,16 @@
 namespace NaxelTool {
 
 void RuleInput::declare(CLI::App& app) {
+  declareChip(app);
+  declareReading(app);
+}
+
+void RuleInput::declareOptions(CLI::App& app) {
+  declareChip(app);
+  declareFormats(app);
+}
+
+void RuleInput::declareChip(CLI::App& app) {
   addFile(app, "--chip", chip_,
           "Chip description\n"
           "Without one: labels of 16 bits for prefixes, of 12 bits for ports, of 2 bits for "
@@ -24,10 +34,15 @@ void RuleInput::declare(CLI::App& app) {
             "Most entries that all rules may take\n"
             "A kick that would make more is refused before it makes any.");
   addNumber(app, "--trace", trace_, 0, 9, "Show what the stages do, 0 to 9")->default_str("");
-  declareReading(app);
 }
 
 void RuleInput::declareReading(CLI::App& app) {
+  declareFormats(app);
+  app.add_option("rules", rules_, "Rule files\nPlain or packed with gzip; - is standard input.")
+      ->type_name("RULES");
+}
+
+void RuleInput::declareFormats(CLI::App& app) {
   Choices<RuleFormat> formats = {{"auto", RuleFormat::automatic}};
   for (RuleFormatInfo const& f : ruleFormats()) formats.emplace_back(f.name, f.format);
   addChoice(app, "--format", read_.format, formats,
@@ -60,8 +75,6 @@ void RuleInput::declareReading(CLI::App& app) {
   addSize(app, "--max-input", read_.maxInput, 1,
           "Largest file after unpacking, 1G by default\n"
           "In bytes, or with an ending K, M or G. A larger one is refused before it takes memory.");
-  app.add_option("rules", rules_, "Rule files\nPlain or packed with gzip; - is standard input.")
-      ->type_name("RULES");
 }
 
 std::vector<std::string> RuleInput::files() const {
@@ -88,10 +101,17 @@ void RuleInput::checkPaths() const {
   refuseInputs("-", paths);
 }
 
-RuleSet RuleInput::read(Console& console) const {
+RuleSet RuleInput::read(Console& console, ReadCounts* counts) const {
   checkPaths();
+  return read(rules_, console, counts);
+}
+
+RuleSet RuleInput::read(std::vector<std::string> const& paths, Console& console,
+                        ReadCounts* counts) const {
+  Naxel::naxelTrace().levelIs(trace_);
   RuleSet rules(Obel::ChipId(0));
-  readRuleFiles(rules_, read_, rules, console.messages());
+  ReadCounts const found = readRuleFiles(paths, read_, rules, console.messages());
+  if (counts) *counts = found;
   return rules;
 }
 

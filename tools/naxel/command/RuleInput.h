@@ -24,6 +24,8 @@ class RuleInput {
   void declare(CLI::App& app);
   /// For a command that only reads: the rule files and how to read them.
   void declareReading(CLI::App& app);
+  /// All but the rule files, for a command that has them in its own way.
+  void declareOptions(CLI::App& app);
 
   ReadOptions const& readOptions() const { return read_; }
   /// All files that load() reads, as they were given.
@@ -31,8 +33,11 @@ class RuleInput {
 
   /// The description that --chip names, or the default one.
   ChipSetup chip() const;
-  /// Reads the rules alone.
-  RuleSet read(Console& console) const;
+  /// Reads the rules alone; `counts` are set if they are asked for.
+  RuleSet read(Console& console, ReadCounts* counts = nullptr) const;
+  /// Reads these files instead of those that were given as rule files.
+  RuleSet read(std::vector<std::string> const& paths, Console& console,
+               ReadCounts* counts = nullptr) const;
   /// Reads the chip and the rules and runs a kick. What is wrong, and why a kick has failed, is said on
   /// `console`. Throws InputError and EndOfRun.
   /// Before the kick `check`, if there is one, may look for more that is wrong.
@@ -40,6 +45,8 @@ class RuleInput {
                    std::function<void(RuleSet const&)> const& check = nullptr) const;
 
  private:
+  void declareChip(CLI::App& app);
+  void declareFormats(CLI::App& app);
   /// Throws std::invalid_argument for paths that cannot be meant.
   void checkPaths() const;
 

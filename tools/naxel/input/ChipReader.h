@@ -16,6 +16,8 @@ struct ChipSetup {
   /// The agent's choice of the policy that stands while a hitful change is loaded.
   bool permitDuringUpdate = false;
   Acl::LabelCode labelCode = Acl::LabelCode::compact;
+  /// A kick leaves labels as they are where it can (Acl::ParamConfig::keepLabels).
+  bool keepLabels = false;
   /// Most entries that all rules may take.
   uint64_t entryLimit = Acl::ParamConfig::defaultEntryLimit;
   SoftChip::Options softChip;

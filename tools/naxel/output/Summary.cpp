@@ -131,9 +131,9 @@ void printStages(std::ostream& out, Session const& session, Naxel::Metrics const
 
 }  // namespace
 
-void printLeftOut(std::ostream& out, ReadCounts const& counts) {
+void printLeftOut(std::ostream& out, ReadCounts const& counts, char const* what) {
   if (counts.leftOut)
-    out << counts.leftOut << " of " << counts.read << " entries "
+    out << counts.leftOut << " of " << counts.read << " " << what << " "
         << (counts.leftOut == 1 ? "is" : "are")
         << " left out: the verdicts are not those of the source\n";
 }

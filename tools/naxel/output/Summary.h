@@ -11,7 +11,8 @@ namespace NaxelTool {
 
 /// One line that says that entries of the rule files were left out, if any were: what is compiled then has
 /// other verdicts than its source.
-void printLeftOut(std::ostream& out, ReadCounts const& counts);
+/// `what` names the entries where there are several sources.
+void printLeftOut(std::ostream& out, ReadCounts const& counts, char const* what = "entries");
 
 /// Tables of the ACLs, the labels and the stages, and how the handshake went.
 void printSummary(std::ostream& out, Session const& session);

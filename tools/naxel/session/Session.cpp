@@ -20,6 +20,7 @@ Naxel::ChipEntities entitiesOf(ChipSetup const& setup, Mox::Ptr<Naxel::AclConfig
   entities.acls = std::move(acls);
   entities.params->permitDuringUpdateIs(setup.permitDuringUpdate);
   entities.params->labelCodeIs(setup.labelCode);
+  entities.params->keepLabelsIs(setup.keepLabels);
   entities.params->entryLimitIs(setup.entryLimit);
   return entities;
 }
