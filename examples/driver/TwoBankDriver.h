@@ -39,6 +39,8 @@ class Driver : public Naxel::Driver {
          Mox::Ptr<Obel::TimerWheel> wheel, Traits const& traits);
 
   uint64_t rowsWritten() const { return rowsWritten_; }
+  /// For the loads that come.
+  void tcamRowsIs(size_t rows) { traits_.tcamRows = rows; }
 
  private:
   using Output = Mox::Ptr<Naxel::PDData const>;
