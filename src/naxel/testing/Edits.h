@@ -60,7 +60,7 @@ struct Edit : Words {
 template <class E>
 struct Verb {
   char const* group;  // that it is drawn from; empty for none
-  unsigned weight;
+  size_t weight;
   char const* pattern;
   void (*apply)(E&);
   bool forAll = false;  // it is about no chip

@@ -208,7 +208,7 @@ void Judge::checkAcquired() {
     return s == ResponseState::hitless ? 0 : s == ResponseState::hitful ? 1 : 2;
   };
   auto const [at, isNew] =
-      answers_.try_emplace({full(*may_.back()), full(*offered_)}, state, abandoned_);
+      answers_.try_emplace({full(*may_.back()), full(*offered_)}, Answer{state, abandoned_});
   if (isNew || state == at->second.state) return;
   size_t const since = abandoned_ - at->second.abandoned;
   std::string const was = Mox::stringValue(state) + ", and the same output over the same one was " +

@@ -15,7 +15,7 @@ namespace Naxel::Testing {
 /// often. A <kind.name> is the same one throughout a course.
 struct Course {
   char const* group;
-  unsigned weight;
+  size_t weight;
   char const* steps;
 };
 

@@ -329,7 +329,7 @@ class Detective {
   }
   void merge(PDData& d, PDTable table) const {
     auto const both = [&](auto const& now, auto tableOf) {
-      auto const out = Mox::makePtr<std::decay_t<decltype(*now)>>();
+      auto out = Mox::makePtr<std::decay_t<decltype(*now)>>();
       for (auto const& e : now->entry()) out->entryIs(e);
       for (Output const& output : earlier_)
         for (auto const& e : tableOf(*output)->entry())
