@@ -94,6 +94,7 @@ void addZeroPort(RuleView const& rule, std::vector<RuleFault>& out) {
   if (!asks || !rule.matchesZeros()) return;
   IntervalSet const& protocols = rule.of(RangeSetType::proto);
   std::vector<Interval> all;
+  all.reserve(Packet::portProtocols.size());
   for (uint16_t const p : Packet::portProtocols) all.push_back({p, p});
   if (protocols.empty() || !without(protocols, united(std::move(all))).empty())
     out.push_back({"zero-port",
