@@ -54,7 +54,10 @@ std::vector<std::string> sharedArguments(CLI::App const& app) {
     if (option->get_expected_max() == 0)
       out.push_back(name);
     else
-      for (std::string const& value : option->results()) out.push_back(name + "=" + value);
+      for (std::string const& value : option->results()) {
+        out.push_back(name + "=");
+        out.back() += value;
+      }
   }
   return out;
 }
