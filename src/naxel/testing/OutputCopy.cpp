@@ -10,7 +10,7 @@ size_t behind(PDTable table, PDTable first) {
 
 template <class Coll, class Change>
 Mox::Ptr<Coll> changed(Coll const& table, Change const& change) {
-  auto const out = Mox::makePtr<Coll>();
+  auto out = Mox::makePtr<Coll>();
   size_t nth = 0;
   for (auto entry : table.entry())
     if (change(entry, nth++)) out->entryIs(entry);
@@ -30,7 +30,7 @@ ComboLabelSetType comboTypeOf(PDTable table) {
 }
 
 Mox::Ptr<PDData> copyOf(PDData const& data) {
-  auto const out = Mox::makePtr<PDData>(data.hwCapability());
+  auto out = Mox::makePtr<PDData>(data.hwCapability());
   for (PDTable table : allPDTables()) tableFrom(*out, table, data);
   return out;
 }

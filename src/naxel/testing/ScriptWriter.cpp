@@ -50,7 +50,7 @@ std::string ScriptWriter::filled(std::string const& pattern, Names& names) {
 }
 
 std::string ScriptWriter::drawn(std::string const& word) {
-  std::string const part = dice_.of(pieces(word, "|"));
+  std::string part = dice_.of(pieces(word, "|"));
   size_t const dots = part.find("..");
   if (dots == part.npos) return part;
   return std::to_string(dice_.between(std::stoul(part), std::stoul(part.substr(dots + 2))));
