@@ -15,9 +15,9 @@ using Naxel::NaxelActionValue;
 namespace {
 
 /// The rules of one ACL in order, as functions.
-class RuleRow {
+class FunctionRow {
  public:
-  RuleRow(AclConfig const& acl, Exact::RuleFunctions& functions) : functions_(functions) {
+  FunctionRow(AclConfig const& acl, Exact::RuleFunctions& functions) : functions_(functions) {
     rules_.reserve(acl.ruleById().size());
     for (auto const& [index, rule] : acl.ruleById()) rules_.push_back(rule.get());
   }
@@ -97,7 +97,7 @@ class AclComparison {
     return Bdd(false);
   }
 
-  static Outcome outcome(RuleRow const& rules, size_t from, Bdd decided) {
+  static Outcome outcome(FunctionRow const& rules, size_t from, Bdd decided) {
     Outcome out;
     for (; from < rules.size(); ++from) {
       Bdd const matched = rules.matched(from) - decided;
@@ -109,8 +109,8 @@ class AclComparison {
     return out;
   }
 
-  RuleRow first_;
-  RuleRow second_;
+  FunctionRow first_;
+  FunctionRow second_;
   size_t i_ = 0;
   size_t j_ = 0;
   std::vector<Bdd> passed_;
