@@ -94,7 +94,7 @@ bool compiles(ChipSetup const& chip, RuleSet const& rules) {
   expect(verify(session, 40, rulesIn(*rules.acls()), out), out.str());
   printSummary(out, session);
   std::ostringstream tables;
-  writeTables(tables, session.rootStatus(), session.data(), *rules.acls());
+  writeTables(tables, session.rootStatus(), session.data(), *rules.acls(), {});
   parseJson("tables", tables.str());
   return true;
 }

@@ -46,6 +46,10 @@ CALLS = [
     ("diff --json --chip refuses.json examples/edge.json examples/edge-new.json", "naxel-diff", False),
     ("diff --json --no-rows examples/edge.json strange.json", "naxel-diff", False),
     ("prune --json --cost --merge examples/office.ios", "naxel-prune", False),
+    ("cost --json examples/edge.json", "naxel-cost", False),
+    ("cost --json --chip examples/combo-chip.json examples/edge.json examples/branch.rules", "naxel-cost", True),
+    ("cost --json --chip narrow.json examples/edge.json", "naxel-cost", False),
+    ("whatif --json --grid grid.json examples/edge.json", "naxel-whatif", False),
     # Messages of every kind.
     ("compile --json", None, True),
     ("complie --json", None, True),
@@ -71,6 +75,12 @@ def files(folder):
     for name, text in (("one", (SOURCES / "examples/branch.rules").read_bytes()), ("bad", b"{")):
         (folder / name).mkdir()
         (folder / name / "device").write_bytes(text)
+    narrow = {"schema": "naxel-chip", "version": 1, "prefixXformWidth": {"ipv4Src": 2},
+              "softChip": {"capacity": {"aclEntries": 9}}}
+    (folder / "narrow.json").write_text(json.dumps(narrow))
+    grid = {"schema": "naxel-grid", "version": 1,
+            "vary": {"labelCode": ["aligned", "compact"], "prefixXformWidth": [2, 16]}}
+    (folder / "grid.json").write_text(json.dumps(grid))
     (folder / "broken.json").write_bytes(b'{"schema":"naxel-rules",\n "version":1, "acls":[\xff\x1b[2J]}')
 
 
@@ -117,7 +127,7 @@ def main():
                     check(call, line, "naxel-message")
             if bool(lines) != talks:
                 failures.append(f"{call}: says {lines}")
-        for path in ("tables.json", "made.json"):
+        for path in ("tables.json", "made.json", "narrow.json", "grid.json"):
             check(path, (folder / path).read_text())
     failures += [f"nothing is held against {name}" for name in sorted(schemas.keys() - seen)]
     print("\n".join(failures) or f"{len(CALLS)} calls")

@@ -25,6 +25,8 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
   write("three", "naxel-rules", R"("acls":[{"name":"a","af":"ipv4","rules":[
     {"index":1,"name":"x","source":["1.0.0.0/8"]},{"index":2,"name":"y","source":["2.0.0.0/8"]},
     {"index":3,"name":"z","source":["3.0.0.0/8"]}]}])");
+  write("tags", "naxel-rules",
+        R"("acls":[{"name":"<script>\"&","af":"ipv4","rules":[{"index":1,"name":"</td>"}]}])");
   write("late", "naxel-rules", R"("acls":[{"name":"a","af":"ipv4","rules":[
     {"index":20,"name":"second","action":{"dropEnabled":true,"tc":3,"setTcEnabled":true}},
     {"index":10,"name":"never","source":{"except":["10.0.0.0/8"]}}]}])");
@@ -44,6 +46,7 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
   write("wide", "naxel-rules", R"("acls":[{"name":"a\u001b[31m","af":"ipv4","rules":[
     {"index":1,"name":"x\ny","dport":"1-30000","sport":"1-30000"}]}])");
   write("table", "old");
+  write("page.html", "");
   write(".err", "");
   write(".out", "");
   auto const before = files();
@@ -52,6 +55,7 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
     {"compile --chip hitful three", 0, "", "hitful, policy permitAll while loading; loaded\n"},
     {"compile --json --chip seven late", 0, "",
      R"("chip":7,
+ "source":{"read":2,"compiled":2,"reported":0,"leftOut":0},
  "kick":{"progress":"naxelFinishedSuccess","message":"","count":1},
  "widths":{"prefix":{"ipv4Src":16,"ipv4Dst":16,"ipv6Src":16,"ipv6Dst":16},"range":{"dstPort":4},"combo":{"ipv6SrcDstPrefix":5}},)"},
     {"compile --json late", 0, "", R"(
@@ -205,6 +209,22 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
      "naxel: error[does-not-fit]: Naxel failed at stageLoader on chip 9\n"
      "naxel: error[does-not-fit]: the driver refused resources for IPv4 source prefixes\n"
      "naxel: error[does-not-fit]: v4Source: 3 entries needed, 2 available\n"},
+    // The same said by those who are asked for it.
+    {"cost --chip narrow three", 3, "",
+     "ipv4Src: IPv4 source address: 3 disjoint pieces needed, "
+     "label width 1 has labels for 1; 2 is enough for prefixXformWidth.ipv4Src\n"},
+    {"cost --chip small three", 3, "", "\n  v4Source: 3 entries needed, 2 available\n"},
+    {"cost --chip refuses three", 0, "", "\nthey fit into the chip\n"},
+    {"report --quiet -o page.html three", 0, ""},
+    {"report three", 2, "naxel: error[usage]: no file is given to write to; -o FILE.html\n"},
+    {"report -o three three", 2, "three: error[output]: is an input*"},
+    {"report -o - wide", 0, "", "<td>a\\x1b[31m 1 &#39;x\\x0ay&#39;<small>permit"},
+    {"report -o - tags", 0, "", "<td>&lt;script&gt;&quot;&amp;</td>"},
+    {"whatif --vary prefixXformWidth=1 three", 3, "", "the rules fit into 0 of 1 chips\n"},
+    {"whatif --vary prefixXformWidth=1,2 --max-points 1 three", 2,
+     "naxel: error[usage]: the grid has 2 chips, more than --max-points 1\n"},
+    {"whatif --vary prefix=1 three", 2,
+     "naxel: error[usage]: a chip's description has no member 'prefix' that*"},
     // What the chip was told to refuse is not told as a lack of room.
     {"compile -o table --chip refuses three", 4,
      "naxel: error[refused]: Naxel failed at stageLoader on chip 0\n"
@@ -242,6 +262,7 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
 // As the GNU binary utilities do with their --output.
 TEST_F(Command, OutputKeepsModeLinksAndNames) {
   write("table", "old");
+  write("page.html", "");
   expectCall({"compile -o new ex/edge.json", 0, "", "ACL "});
   std::string const tables = read("new");
   EXPECT_TRUE(nlohmann::json::accept(tables));

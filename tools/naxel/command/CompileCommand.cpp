@@ -23,7 +23,7 @@ class Compile : public Command {
     Session const& session = *loaded.session;
     console.progress().stepIs("writing");
     auto const write = [&](std::ostream& out) {
-      writeTables(out, session.rootStatus(), session.data(), *session.acls());
+      writeTables(out, session.rootStatus(), session.data(), *session.acls(), loaded.counts);
     };
     if (!output_.empty()) {
       OutputFile file(output_);

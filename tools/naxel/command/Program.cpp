@@ -213,8 +213,9 @@ ExitCode runProgram(int argc, char const* const* argv) {
 
 std::vector<CommandInfo> const& allCommands() {
   static std::vector<CommandInfo> const all = {
-      compileCommand(), verifyCommand(), explainCommand(), checkCommand(),   searchCommand(),
-      diffCommand(),    pruneCommand(),  convertCommand(), generateCommand()};
+      compileCommand(), verifyCommand(), explainCommand(), checkCommand(),
+      searchCommand(),  diffCommand(),   pruneCommand(),   costCommand(),
+      whatIfCommand(),  reportCommand(), convertCommand(), generateCommand()};
   return all;
 }
 

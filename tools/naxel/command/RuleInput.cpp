@@ -101,15 +101,16 @@ void RuleInput::checkPaths() const {
   refuseInputs("-", paths);
 }
 
-RuleSet RuleInput::read(Console& console, ReadCounts* counts) const {
+RuleSet RuleInput::read(Console& console, ReadCounts* counts, Obel::ChipId chip) const {
   checkPaths();
-  return read(rules_, console, counts);
+  return read(rules_, console, counts, chip);
 }
 
-RuleSet RuleInput::read(std::vector<std::string> const& paths, Console& console,
-                        ReadCounts* counts) const {
+RuleSet RuleInput::read(std::vector<std::string> const& paths, Console& console, ReadCounts* counts,
+                        Obel::ChipId chip) const {
   Naxel::naxelTrace().levelIs(trace_);
-  RuleSet rules(Obel::ChipId(0));
+  console.progress().stepIs("reading rules");
+  RuleSet rules(chip);
   ReadCounts const found = readRuleFiles(paths, read_, rules, console.messages());
   if (counts) *counts = found;
   return rules;
@@ -118,11 +119,10 @@ RuleSet RuleInput::read(std::vector<std::string> const& paths, Console& console,
 LoadedRules RuleInput::load(Console& console,
                             std::function<void(RuleSet const&)> const& check) const {
   checkPaths();
-  Naxel::naxelTrace().levelIs(trace_);
   ChipSetup const chip = this->chip();
-  LoadedRules out{RuleSet(chip.capability->chipId()), {}, nullptr};
-  console.progress().stepIs("reading rules");
-  out.counts = readRuleFiles(rules_, read_, out.rules, console.messages());
+  ReadCounts counts;
+  LoadedRules out{read(console, &counts, chip.capability->chipId()), {}, nullptr};
+  out.counts = counts;
   if (check) check(out.rules);
   console.progress().stepIs("compiling");
   out.session = std::make_unique<Session>(chip, out.rules.acls());

@@ -33,11 +33,12 @@ class RuleInput {
 
   /// The description that --chip names, or the default one.
   ChipSetup chip() const;
-  /// Reads the rules alone; `counts` are set if they are asked for.
-  RuleSet read(Console& console, ReadCounts* counts = nullptr) const;
+  /// Reads the rules alone, for that chip; `counts` are set if they are asked for.
+  RuleSet read(Console& console, ReadCounts* counts = nullptr,
+               Obel::ChipId chip = Obel::ChipId(0)) const;
   /// Reads these files instead of those that were given as rule files.
   RuleSet read(std::vector<std::string> const& paths, Console& console,
-               ReadCounts* counts = nullptr) const;
+               ReadCounts* counts = nullptr, Obel::ChipId chip = Obel::ChipId(0)) const;
   /// Reads the chip and the rules and runs a kick. What is wrong, and why a kick has failed, is said on
   /// `console`. Throws InputError and EndOfRun.
   /// Before the kick `check`, if there is one, may look for more that is wrong.

@@ -3,7 +3,6 @@
 #include "input/Diagnostics.h"
 #include "input/RuleSet.h"
 #include "mox/Bounded.h"
-#include "output/Advice.h"
 #include "output/CrossProduct.h"
 #include "output/TcamBits.h"
 #include "output/TextTable.h"
@@ -154,7 +153,6 @@ void printSummary(std::ostream& out, Session const& session) {
         << " while loading; loaded\n";
   else
     out << "handshake: hitless, loaded\n";
-  if (std::string const hint = advice(session); !hint.empty()) out << "hint: " << hint << '\n';
 }
 
 }  // namespace NaxelTool

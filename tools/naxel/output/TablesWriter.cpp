@@ -139,12 +139,17 @@ void writeAcls(std::ostream& out, Naxel::PDAclColl const& data, Naxel::AclConfig
 }  // namespace
 
 void writeTables(std::ostream& out, Naxel::RootStatus const& kick, Naxel::PDData const& data,
-                 Naxel::AclConfigColl const& acls) {
+                 Naxel::AclConfigColl const& acls, ReadCounts const& source) {
   Json const outcome{{"progress", Naxel::stringValue(kick.kickProgress())},
                      {"message", kick.kickMessage()},
                      {"count", kick.kickCount()}};
+  Json const read{{"read", source.read},
+                  {"compiled", source.compiled},
+                  {"reported", source.reported},
+                  {"leftOut", source.leftOut}};
   out << R"({"schema":"naxel-tables","version":1,"chip":)" << Mox::valueToStrep(kick.chipId())
-      << ",\n \"kick\":" << text(outcome) << ",\n \"widths\":" << text(widths(*data.hwCapability()))
+      << ",\n \"source\":" << text(read) << ",\n \"kick\":" << text(outcome)
+      << ",\n \"widths\":" << text(widths(*data.hwCapability()))
       << ",\n \"labelCode\":" << text(Naxel::stringValue(data.labelCode())) << ",\n \"tables\":{\n";
   writeXformTables(out, data);
   writeAcls(out, *data.pdAclColl(), acls);

@@ -45,6 +45,12 @@ Session::Session(ChipSetup const& setup, Mox::Ptr<Naxel::AclConfigColl> acls)
 
 Session::~Session() = default;
 
+void Session::setupIs(ChipSetup const& setup) {
+  pipeline_->capability()->valuesIs(*setup.capability);
+  pipeline_->params()->labelCodeIs(setup.labelCode);
+  pipeline_->params()->entryLimitIs(setup.entryLimit);
+}
+
 bool Session::kick() {
   policy_.temporary.reset();
   bool success = false;

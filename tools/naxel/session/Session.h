@@ -37,6 +37,9 @@ class Session {
   void stageWatcherIs(std::function<void(Naxel::NaxelActiveStage)> f) {
     pipeline_->stageWatcherIs(std::move(f));
   }
+  /// Another chip for the next kick: its widths, label code and limit of entries. The chip in software stays
+  /// as it is.
+  void setupIs(ChipSetup const& setup);
   /// Requests a kick and runs the activity until its end. Returns true on success.
   bool kick();
 
