@@ -154,7 +154,14 @@ TEST(ClassBench, ReadsRulesAndLeavesOutWhatDoesNotMatter) {
     return name + " ipv4\n0 r0 * *\n1 r1" + lists + "proto 6-6" + tcp + "\n2 r2" + lists + icmp +
            "proto 1-1\n3 r3" + lists + "proto 17-17\n";
   };
-  EXPECT_EQ(dump(rules), dumped("set", "", "") + dumped("strict", " init", "icmpType 8-8 "));
+  std::string const read = dumped("set", "", "") + dumped("strict", " init", "icmpType 8-8 ");
+  EXPECT_EQ(dump(rules), read);
+  // What no rule can say is left out where that is asked for, and keeps its number.
+  ReadCounts const counts = readRules(readClassBench, "without",
+                                      tuple + "0x11/0xFF 0x0200/0x1200\n" + tuple + "0x00/0x00",
+                                      rules, {.flags = FlagsMode::strict, .skipUnsupported = true});
+  EXPECT_EQ(dump(rules), read + "without ipv4\n1 r1" + lists.substr(0, lists.size() - 1) + "\n");
+  EXPECT_EQ(counts.leftOut, 1u);
 }
 
 TEST(ClassBench, ReportsWhatIsWrongAndWhere) {

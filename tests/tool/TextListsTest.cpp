@@ -1,6 +1,7 @@
 // What the readers make of access lists as text, and what they say about what they cannot read.
 
 #include "input/text/AsaReader.h"
+#include "input/text/Dialect.h"
 #include "input/text/IosReader.h"
 #include "support/Pieces.h"
 
@@ -162,6 +163,13 @@ ip access-list extended A\n permit tcp host 1.1.1.1 any established dscp 0 => A:
           R"(permit udp any any lt 9 => A: 10 permit any>any dport 0-8 proto 17 fragment 0; 11 implicit-deny deny any>any;
 ipv6 access-list B\n permit udp any any lt 9 => B v6: 10 permit any>any dport 0-8 proto 17 fragment 0; 11 implicit-nd-na permit any>any icmpType 136 proto 58; 12 implicit-nd-ns permit any>any icmpType 135 proto 58; 13 implicit-deny deny any>any;
 feature x\nipv6 access-list B\n permit 6 any any => B v6: 10 permit any>any proto 6; 11 implicit-deny deny any>any;)");
+  // A head without a kind is NX-OS's where nothing else tells, or what the user says.
+  expectLists(readIos, "ip access-list A\n permit udp any any lt 9", noEnd,
+              " => A: 10 permit any>any dport 0-8 proto 17; 11 10-2 permit any>any proto 17 "
+              "fragment 1-8191;");
+  expectLists(readIos, "ip access-list A\n permit udp any any lt 9",
+              {.implicitEnd = false, .dialect = Dialect::eos},
+              " => A: 10 permit any>any dport 0-8 proto 17 fragment 0;");
   expectLists(
       readIos, "feature x\nipv6 access-list B\n permit 6 any any", {.ndPermits = true},
       " => B v6: 10 permit any>any proto 6; 11 implicit-nd-na permit any>any icmpType 136 proto "

@@ -1,6 +1,7 @@
 #include "command/RuleInput.h"
 
 #include "command/KickFailure.h"
+#include "input/text/Dialect.h"
 #include "naxel/types/NaxelTrace.h"
 #include "output/OutputFile.h"
 
@@ -47,6 +48,17 @@ void RuleInput::declareFormats(CLI::App& app) {
   for (RuleFormatInfo const& f : ruleFormats()) formats.emplace_back(f.name, f.format);
   addChoice(app, "--format", read_.format, formats,
             "Format of the rules\nThe default, auto, goes by the content of each file.");
+  addChoice<std::optional<Dialect>>(
+      app, "--dialect", read_.dialect,
+      {{"auto", std::nullopt},
+       {"ios", Dialect::ios},
+       {"xr", Dialect::xr},
+       {"nxos", Dialect::nxos},
+       {"eos", Dialect::eos}},
+      "Dialect of text of the IOS family\n"
+      "The default, auto, goes by the first line that only one dialect has. "
+      "Lists that are neither extended nor standard look the same in "
+      "those of NX-OS and EOS.");
   addChoice<FlagsMode>(app, "--flags", read_.flags,
                        {{"ignore", FlagsMode::ignore}, {"strict", FlagsMode::strict}},
                        "Flag columns of ClassBench sets\n"

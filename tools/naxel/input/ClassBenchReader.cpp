@@ -113,6 +113,12 @@ bool applyFlags(ValueMask const& proto, ValueMask const& flags, Naxel::RuleFilte
   return false;
 }
 
+/// What a line says, and no rule can.
+class CannotRead : public std::invalid_argument {
+ public:
+  using std::invalid_argument::invalid_argument;
+};
+
 /// Fills the filter from a line. Returns false if it carries flags that were not used.
 bool readRule(Line line, FlagsMode mode, Naxel::RuleFilter& filter) {
   line.expect('@');
@@ -134,7 +140,7 @@ bool readRule(Line line, FlagsMode mode, Naxel::RuleFilter& filter) {
     std::snprintf(text, sizeof text,
                   "a rule cannot say the flags 0x%04x/0x%04x of protocol 0x%02x/0x%02x",
                   flags.value, flags.mask, proto.value, proto.mask);
-    throw std::invalid_argument(text);
+    throw CannotRead(text);
   }
   return true;
 }
@@ -158,6 +164,11 @@ void readClassBench(RuleReading& reading) {
     try {
       if (!readRule(Line(text), reading.options().flags, *rule.ruleFilterIs())) ++unused;
       ++reading.counts().compiled;
+    } catch (CannotRead const& e) {
+      ++reading.counts().reported;
+      ++reading.counts().leftOut;
+      acl->ruleByNameDel(rule.name());
+      reading.unsupported({{lineNumber, 0}}, e.what());
     } catch (std::invalid_argument const& e) {
       ++reading.counts().reported;
       reading.error({{lineNumber, 0}}, "syntax", e.what());

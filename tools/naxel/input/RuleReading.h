@@ -18,6 +18,8 @@
 
 namespace NaxelTool {
 
+enum class Dialect : uint8_t;  // input/text/Dialect.h
+
 enum class RuleFormat : uint8_t { automatic, classBench, json, openConfig, configDb, ios, asa };
 
 /// What becomes of the flag columns of ClassBench sets.
@@ -39,6 +41,8 @@ struct ReadOptions {
   bool plainFragments = false;
   /// Whether lists of IPv6 end in permits of neighbour discovery; none: as the format has it.
   std::optional<bool> ndPermits = std::nullopt;
+  /// Of text of the IOS family; none: by the first line that only one dialect has.
+  std::optional<Dialect> dialect = std::nullopt;
   /// Refuse what only this tool's own additions to a format can say.
   bool strict = false;
   /// Most bytes of a file, unpacked.

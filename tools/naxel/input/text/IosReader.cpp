@@ -256,6 +256,10 @@ bool isIosText(std::string_view content) {
 }
 
 void readIos(RuleReading& reading) {
+  if (reading.options().dialect) {
+    IosText(reading, {*reading.options().dialect, 0}).read();
+    return;
+  }
   FoundDialect const dialect = findDialect(reading.content());
   if (dialect.dialect != Dialect::ios)
     reading.note({{dialect.line, 1}, reading.line(dialect.line).size()}, "dialect",
