@@ -14,6 +14,21 @@ if(NAXEL_WERROR)
   list(APPEND naxel_warnings -Werror)
 endif()
 
+# What nearly all sources of a target include is read once in quick builds. A source names what it needs all the same:
+# other builds compile it by itself.
+function(naxel_precompile target)
+  if(NAXEL_UNITY)
+    target_precompile_headers(${target} PRIVATE ${ARGN})
+  endif()
+endfunction()
+
+# The same headers as another target that is compiled alike.
+function(naxel_precompiled_with target other)
+  if(NAXEL_UNITY)
+    target_precompile_headers(${target} REUSE_FROM ${other})
+  endif()
+endfunction()
+
 # Applies the warnings of the project to a target.
 function(naxel_own_target target)
   target_compile_options(${target} PRIVATE ${naxel_warnings})

@@ -25,6 +25,8 @@ if(EXISTS ${tool_main})
     add_library(naxel_tool_core OBJECT ${tool_sources})
     target_link_libraries(naxel_tool_core PUBLIC naxel_tool_parts)
     naxel_own_target(naxel_tool_core)
+    naxel_precompile(naxel_tool_core <CLI/CLI.hpp> <nlohmann/json.hpp> [["session/Session.h"]]
+      [["input/RuleReading.h"]])
     target_compile_definitions(naxel_tool_core PRIVATE NAXEL_VERSION="${PROJECT_VERSION}")
   endif()
 

@@ -32,7 +32,8 @@ std::string fieldName(TcamFieldType field) {
 std::string fieldName(ComboLabelSetType type) {
   if (type == ComboLabelSetType::srcDstL4Port) return "source and destination port";
   auto const af = type == ComboLabelSetType::ipv4SrcDstPrefix ? Lumox::ipv4() : Lumox::ipv6();
-  return std::string(familyName(af)) + " source and destination address";
+  std::string name(familyName(af));
+  return name += " source and destination address";
 }
 
 }  // namespace Naxel
