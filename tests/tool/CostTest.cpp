@@ -189,7 +189,9 @@ TEST(WhatIf, EachChipIsWhatACompilationFromScratchSays) {
       }
     }
     ASSERT_EQ(report.cheapest.has_value(), fewest.has_value());
-    if (fewest) EXPECT_EQ(report.points[*report.cheapest].bits, *fewest);
+    if (fewest) {
+      EXPECT_EQ(report.points[*report.cheapest].bits, *fewest);
+    }
   }
 }
 

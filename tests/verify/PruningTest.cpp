@@ -26,7 +26,7 @@ std::vector<std::string> without(std::vector<std::string> const& rules, IsOut is
 
 TEST(ExactPruning, LeavesWhatDoesTheSameAndOfWhichNoSingleRuleCanGo) {
   Verify::BddTable const table(Verify::Exact::variables, 1'000'000);
-  std::array<size_t, 3> gone{};
+  std::array<size_t, 3> spared{};
   for (uint64_t seed = 1; seed <= 600; ++seed) {
     SeededDice dice(seed);
     std::vector<std::string> rules;
@@ -46,7 +46,7 @@ TEST(ExactPruning, LeavesWhatDoesTheSameAndOfWhichNoSingleRuleCanGo) {
     std::vector<bool> out(rules.size());
     for (Verify::SpareRule const& s : found.all) {
       out[s.rule.value()] = true;
-      ++gone[static_cast<size_t>(s.why)];
+      ++spared[static_cast<size_t>(s.why)];
       EXPECT_EQ(s.because.empty(), s.why == Why::matchesNothing);
       for (Naxel::AceIndex const other : s.because)
         EXPECT_EQ(s.why == Why::decidesNothing, other < s.rule) << s.rule;
@@ -61,7 +61,7 @@ TEST(ExactPruning, LeavesWhatDoesTheSameAndOfWhichNoSingleRuleCanGo) {
       EXPECT_FALSE(treatAlike(before, SmallAcl(without(left, [&](size_t k) { return k == i; }))))
           << left[i];
   }
-  for (size_t const n : gone) EXPECT_GT(n, 30u);
+  for (size_t const n : spared) EXPECT_GT(n, 30u);
 }
 
 TEST(ExactPruning, OfEqualRulesTheFirstStays) {
@@ -69,9 +69,9 @@ TEST(ExactPruning, OfEqualRulesTheFirstStays) {
   SmallAcl const acl({" dport 5", " dport 5", " dport 5 drop", " dport 9", " dport 9"});
   uint64_t effort = 1000;
   auto const found = Verify::spareRules(*acl.acl, effort);
-  std::vector<uint32_t> gone;
-  for (Verify::SpareRule const& s : found.all) gone.push_back(s.rule.value());
-  EXPECT_EQ(gone, (std::vector<uint32_t>{1, 2, 4}));
+  std::vector<uint32_t> spared;
+  for (Verify::SpareRule const& s : found.all) spared.push_back(s.rule.value());
+  EXPECT_EQ(spared, (std::vector<uint32_t>{1, 2, 4}));
   // Without effort nothing is known, and nothing goes.
   effort = 0;
   auto const none = Verify::spareRules(*acl.acl, effort);
