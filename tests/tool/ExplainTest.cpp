@@ -5,6 +5,7 @@
 #include "verify/PacketSource.h"
 #include "verify/RuleOracle.h"
 
+#include <fstream>
 #include <sstream>
 
 #include <gtest/gtest.h>
