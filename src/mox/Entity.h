@@ -33,6 +33,7 @@
 /// All of this belongs to one activity thread.
 
 #include "mox/Export.h"
+#include "mox/Facts.h"
 #include "mox/Ptr.h"
 #include "mox/Text.h"
 
@@ -74,10 +75,11 @@ class NAXEL_EXPORT Notifiee {
   uint64_t attached_ = 0;  // number of this attachment to the entity, rising
 };
 
-/// One attribute of an entity type: its name and how to read it as text.
+/// One attribute of an entity type: its name, how to read it as text, and how to write what it holds line by line.
 struct Attribute {
   std::string_view name;
   std::string (*text)(Entity const&);
+  void (*facts)(Entity const&, FactWriter&);  ///< null where it says nothing of its own
 };
 using AttributeTable = std::vector<Attribute>;
 
@@ -247,17 +249,37 @@ struct MemberOf<T C::*> {
 };
 }  // namespace detail
 
-/// Table entry for a data member or a getter without arguments.
+namespace detail {
+template <auto Member>
+decltype(auto) attributeOf(Entity const& e) {
+  using Class = typename MemberOf<decltype(Member)>::Class;
+  return std::invoke(Member, static_cast<Class const&>(e));
+}
+}  // namespace detail
+
+/// Table entry for what follows from other attributes: a data member or a getter without arguments.
+template <auto Member>
+Attribute derivedAttribute(std::string_view name) {
+  return {name, [](Entity const& e) { return attributeTextOf(detail::attributeOf<Member>(e)); },
+          nullptr};
+}
+/// And for all others.
 template <auto Member>
 Attribute attribute(std::string_view name) {
-  using Class = typename detail::MemberOf<decltype(Member)>::Class;
-  return {name, [](Entity const& e) {
-            return attributeTextOf(std::invoke(Member, static_cast<Class const&>(e)));
-          }};
+  Attribute a = derivedAttribute<Member>(name);
+  a.facts = [](Entity const& e, FactWriter& out) { out.facts(detail::attributeOf<Member>(e)); };
+  return a;
+}
+/// And for a point in time.
+template <auto Member>
+Attribute timeAttribute(std::string_view name) {
+  Attribute a = derivedAttribute<Member>(name);
+  a.facts = [](Entity const& e, FactWriter& out) { out.time(detail::attributeOf<Member>(e)); };
+  return a;
 }
 /// Table entry for an operation, which has no value to read.
 inline Attribute operation(std::string_view name) {
-  return {name, [](Entity const&) { return std::string("operation"); }};
+  return {name, [](Entity const&) { return std::string("operation"); }, nullptr};
 }
 /// The attributes of a base followed by those of the derived type.
 inline AttributeTable joinTables(AttributeTable base, AttributeTable const& own) {

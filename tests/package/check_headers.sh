@@ -37,7 +37,7 @@ at_most() {
     failed=1
   fi
 }
-at_most naxel/agent/Agent.h 37 2780
-at_most naxel/driver/Drivers.h 35 2780
-at_most naxel/control/NaxelRootSm.h 30 2400
+at_most naxel/agent/Agent.h 38 2990
+at_most naxel/driver/Drivers.h 36 2970
+at_most naxel/control/NaxelRootSm.h 30 2530
 exit $failed

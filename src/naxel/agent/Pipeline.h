@@ -139,6 +139,10 @@ class NAXEL_EXPORT Pipeline {
 
   /// Counters of kicks, times of stages, labels in use, rows of tables: include naxel/agent/Metrics.h. O(ACLs).
   Metrics metrics() const;
+  /// Writes what the agent has written and what each stage and the driver have published, as lines that `diff`
+  /// compares: see mox/Facts.h. At any time, also within a kick or after one that has failed. Equal input and equal
+  /// kicks before give equal bytes. O(what is written).
+  void dump(std::ostream& out) const;
   /// Called at the start of each stage of a kick. It may not end the pipeline.
   void stageWatcherIs(std::function<void(NaxelActiveStage)> f);
 

@@ -6,7 +6,7 @@ Mox::AttributeTable const& RootConfig::attributeTable() const {
   static Mox::AttributeTable const table = {
       Mox::attribute<&RootConfig::chipId_>("chipId"),
       Mox::attribute<&RootConfig::naxelKickRequest_>("naxelKickRequest"),
-      Mox::attribute<&RootConfig::naxelKickTime_>("naxelKickTime")};
+      Mox::timeAttribute<&RootConfig::naxelKickTime_>("naxelKickTime")};
   return table;
 }
 
@@ -14,7 +14,7 @@ Mox::AttributeTable const& RootStatus::attributeTable() const {
   static Mox::AttributeTable const table = {
       Mox::attribute<&RootStatus::chipId_>("chipId"),
       Mox::attribute<&RootStatus::kickCount_>("kickCount"),
-      Mox::attribute<&RootStatus::kickTime_>("kickTime"),
+      Mox::timeAttribute<&RootStatus::kickTime_>("kickTime"),
       Mox::attribute<&RootStatus::kickProgress_>("kickProgress"),
       Mox::attribute<&RootStatus::kickMessage_>("kickMessage")};
   return table;

@@ -177,11 +177,17 @@ class NAXEL_EXPORT StageSmConfig : public Mox::Entity {
   /// Calls `f(StageConfig&)` for every member of a stage, in the order in which they were added.
   template <class F>
   void forEach(NaxelActiveStage stage, F f) const {
+    forEachKeyed(stage, [&](auto const&, Mox::Ptr<StageConfig> const& m) { f(*m); });
+  }
+  /// Calls `f(key, Mox::Ptr<StageConfig>)`; the key is a std::monostate for a stage of one member.
+  template <class F>
+  void forEachKeyed(NaxelActiveStage stage, F f) const {
     auto const one = [&](Mox::Ptr<StageConfig> const& m) {
-      if (m) f(*m);
+      if (m) f(std::monostate(), m);
     };
     auto const all = [&](auto const& coll) {
-      for (auto const& [key, m] : coll) one(m);
+      for (auto const& [key, m] : coll)
+        if (m) f(key, m);
     };
     switch (stage) {
       case NaxelActiveStage::stageInit: break;

@@ -3,13 +3,14 @@
 namespace Naxel {
 
 Mox::AttributeTable const& StageConfig::attributeTable() const {
-  static Mox::AttributeTable const table = {Mox::attribute<&StageConfig::kickTime_>("kickTime")};
+  static Mox::AttributeTable const table = {
+      Mox::timeAttribute<&StageConfig::kickTime_>("kickTime")};
   return table;
 }
 
 Mox::AttributeTable const& StageStatus::attributeTable() const {
   static Mox::AttributeTable const table = {
-      Mox::attribute<&StageStatus::kickTime_>("kickTime"),
+      Mox::timeAttribute<&StageStatus::kickTime_>("kickTime"),
       Mox::attribute<&StageStatus::status_>("status"),
       Mox::attribute<&StageStatus::failureText_>("failureText"),
       Mox::attribute<&StageStatus::caution_>("caution"),

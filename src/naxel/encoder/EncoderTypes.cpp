@@ -28,7 +28,8 @@ Mox::AttributeTable const& EncoderStatus::attributeTable() const {
       Mox::joinTables(StageStatus::attributeTable(),
                       {Mox::attribute<&EncoderStatus::plainToEncodedLabel_>("plainToEncodedLabel"),
                        Mox::attribute<&EncoderStatus::encodedLabelList_>("encodedLabelList"),
-                       Mox::attribute<&EncoderStatus::labelCode_>("labelCode")});
+                       Mox::attribute<&EncoderStatus::labelCode_>("labelCode"),
+                       Mox::attribute<&EncoderStatus::encodedAfresh_>("encodedAfresh")});
   return table;
 }
 
@@ -51,7 +52,9 @@ void EncoderConfig::basisIs(Mox::Ptr<PDData const> v, uint64_t repairRows) {
 Mox::AttributeTable const& EncoderConfig::attributeTable() const {
   static Mox::AttributeTable const table = Mox::joinTables(
       StageConfig::attributeTable(), {Mox::attribute<&EncoderConfig::xformStatus_>("xformStatus"),
-                                      Mox::attribute<&EncoderConfig::labelCode_>("labelCode")});
+                                      Mox::attribute<&EncoderConfig::labelCode_>("labelCode"),
+                                      Mox::attribute<&EncoderConfig::basis_>("basis"),
+                                      Mox::attribute<&EncoderConfig::repairRows_>("repairRows")});
   return table;
 }
 

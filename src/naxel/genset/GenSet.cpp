@@ -63,7 +63,7 @@ Mox::AttributeTable const& PrefixSet::attributeTable() const {
   static Mox::AttributeTable const table = Mox::joinTables(
       GenSet::attributeTable(), {Mox::attribute<&PrefixSet::prefix_>("prefix"),
                                  Mox::attribute<&PrefixSet::exceptPrefix_>("exceptPrefix"),
-                                 Mox::attribute<&PrefixSet::stringValue>("stringValue")});
+                                 Mox::derivedAttribute<&PrefixSet::stringValue>("stringValue")});
   return table;
 }
 
@@ -79,7 +79,7 @@ Mox::AttributeTable const& RangeSet::attributeTable() const {
   static Mox::AttributeTable const table = Mox::joinTables(
       GenSet::attributeTable(),
       {Mox::attribute<&RangeSet::type_>("type"), Mox::attribute<&RangeSet::range_>("range"),
-       Mox::attribute<&RangeSet::stringValue>("stringValue")});
+       Mox::derivedAttribute<&RangeSet::stringValue>("stringValue")});
   return table;
 }
 
@@ -103,10 +103,11 @@ std::string RangeSet::stringValue() const {
 }
 
 Mox::AttributeTable const& ComboLabelSet::attributeTable() const {
-  static Mox::AttributeTable const table = Mox::joinTables(
-      GenSet::attributeTable(), {Mox::attribute<&ComboLabelSet::type_>("type"),
-                                 Mox::attribute<&ComboLabelSet::comboLabel_>("comboLabel"),
-                                 Mox::attribute<&ComboLabelSet::stringValue>("stringValue")});
+  static Mox::AttributeTable const table =
+      Mox::joinTables(GenSet::attributeTable(),
+                      {Mox::attribute<&ComboLabelSet::type_>("type"),
+                       Mox::attribute<&ComboLabelSet::comboLabel_>("comboLabel"),
+                       Mox::derivedAttribute<&ComboLabelSet::stringValue>("stringValue")});
   return table;
 }
 
@@ -133,7 +134,7 @@ Mox::Ptr<GenSetKeyGroup> genSetKeyGroupFactory() { return Mox::makePtr<GenSetKey
 
 Mox::AttributeTable const& GenSetKeyGroup::attributeTable() const {
   static Mox::AttributeTable const table = {
-      Mox::attribute<&GenSetKeyGroup::hash>("hash"), Mox::operation("isEqual"),
+      Mox::derivedAttribute<&GenSetKeyGroup::hash>("hash"), Mox::operation("isEqual"),
       Mox::attribute<&GenSetKeyGroup::keyGroup_>("keyGroup"), Mox::operation("addToKeyGroup"),
       Mox::operation("removeFromKeyGroup")};
   return table;
@@ -176,7 +177,7 @@ Mox::AttributeTable const& RangeSetKeyGroup::attributeTable() const {
 Mox::AttributeTable const& GenSetRefCount::attributeTable() const {
   static Mox::AttributeTable const table = {Mox::attribute<&GenSetRefCount::key_>("key"),
                                             Mox::attribute<&GenSetRefCount::value_>("value"),
-                                            Mox::attribute<&GenSetRefCount::hash>("hash")};
+                                            Mox::derivedAttribute<&GenSetRefCount::hash>("hash")};
   return table;
 }
 
@@ -185,10 +186,10 @@ uint32_t GenSetRefCount::hash() const {
 }
 
 Mox::AttributeTable const& GenSetUsageInfo::attributeTable() const {
+  using Counts = Mox::HashMap<GenSetKey, Mox::Ptr<GenSetRefCount>>;
   static Mox::AttributeTable const table = {
-      {"refCount", [](Mox::Entity const& e) {
-         return Mox::attributeTextOf(static_cast<GenSetUsageInfo const&>(e).refCount());
-       }}};
+      Mox::attribute<static_cast<Counts (GenSetUsageInfo::*)() const>(&GenSetUsageInfo::refCount)>(
+          "refCount")};
   return table;
 }
 

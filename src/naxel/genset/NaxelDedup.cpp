@@ -166,7 +166,7 @@ GenSetKey DedupMarkAndSweeper::getGenSetKey(Dedupable const&) const {
 
 Mox::AttributeTable const& PrefixListDedup::attributeTable() const {
   static Mox::AttributeTable const table = {
-      Mox::attribute<&PrefixListDedup::hash>("hash"), Mox::operation("isEqual"),
+      Mox::derivedAttribute<&PrefixListDedup::hash>("hash"), Mox::operation("isEqual"),
       Mox::attribute<&PrefixListDedup::prefixList_>("prefixList"),
       Mox::attribute<&PrefixListDedup::prefixSet_>("prefixSet")};
   return table;

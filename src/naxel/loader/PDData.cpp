@@ -28,7 +28,7 @@ Mox::AttributeTable const& PDAclRuleColl::attributeTable() const {
   static Mox::AttributeTable const table = {
       Mox::attribute<&PDAclRuleColl::typeKey_>("typeKey"),
       Mox::attribute<&PDAclRuleColl::rule_>("rule"),
-      Mox::attribute<&PDAclRuleColl::numFilters>("numFilters")};
+      Mox::derivedAttribute<&PDAclRuleColl::numFilters>("numFilters")};
   return table;
 }
 
@@ -54,8 +54,9 @@ size_t PDAclRuleColl::numFilters() const {
 }
 
 Mox::AttributeTable const& PDAclColl::attributeTable() const {
-  static Mox::AttributeTable const table = {Mox::attribute<&PDAclColl::pdAcl_>("pdAcl"),
-                                            Mox::attribute<&PDAclColl::numFilters>("numFilters")};
+  static Mox::AttributeTable const table = {
+      Mox::attribute<&PDAclColl::pdAcl_>("pdAcl"),
+      Mox::derivedAttribute<&PDAclColl::numFilters>("numFilters")};
   return table;
 }
 

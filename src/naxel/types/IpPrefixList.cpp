@@ -17,7 +17,7 @@ bool haveSameMembers(IpPrefixList::PrefixColl const& a, IpPrefixList::PrefixColl
 
 Mox::AttributeTable const& IpPrefixList::attributeTable() const {
   static Mox::AttributeTable const table = {
-      Mox::attribute<&IpPrefixList::hash>("hash"), Mox::operation("isEqual"),
+      Mox::derivedAttribute<&IpPrefixList::hash>("hash"), Mox::operation("isEqual"),
       Mox::attribute<&IpPrefixList::addr>("addr"),
       Mox::attribute<&IpPrefixList::exceptAddr>("exceptAddr")};
   return table;

@@ -17,7 +17,7 @@ Mox::AttributeTable const& RuleFilter::attributeTable() const {
       Mox::attribute<&RuleFilter::length_>("length"),
       Mox::attribute<&RuleFilter::fragment_>("fragment"),
       Mox::attribute<&RuleFilter::dscp_>("dscp"),
-      Mox::attribute<&RuleFilter::hash>("hash")};
+      Mox::derivedAttribute<&RuleFilter::hash>("hash")};
   return table;
 }
 
