@@ -102,6 +102,8 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
     {"classify --packets trace --src ::1 a", 2, "*"},
     {"compile none", 2, "none: error[input]: No such file or directory\n"},
     {"compile -o t .", 2, "naxel: error[usage]: --output names one file, and a folder has many\n"},
+    {"compile --dump t .", 2,
+     "naxel: error[usage]: --dump names one file, and a folder has many\n"},
     {"compile . - <three", 2,
      "naxel: error[usage]: standard input cannot be read for each file of a folder\n"},
     {"compile --jobs 2 three", 2,
@@ -191,6 +193,18 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
      "/dev/full: error[output]: cannot be written: No space left on device\n"},
     {"compile -o /dev/stdout three", 0, "", R"({"schema":"naxel-tables")"},
     {"compile --quiet three", 0, ""},
+    // What every stage has published, also of a kick that has failed.
+    {"compile --dump - three", 0, "",
+     "\nacls.acl['a'].ruleById[1] = see acls.acl['a'].ruleByName['x']\n"},
+    {"compile --dump - --chip narrow three", 3, "*",
+     "\nprefixXform ipv4 src: status.status = finishedFailed\n"},
+    {"compile --dump - -o /dev/null three", 0, "",
+     "\nprefixEncoder ipv4 src: status.plainToEncodedLabel[3] = "},
+    {"compile --dump - -o - three", 2,
+     "naxel: error[usage]: the tables and --dump would go to the same place\n"},
+    {"compile --dump x -o x three", 2,
+     "naxel: error[usage]: the tables and --dump would go to the same place\n"},
+    {"compile --dump three three", 2, "three: error[output]: is an input*"},
     // Nothing is written over, and nothing is left behind.
     {"compile -o table --chip narrow three", 3,
      "naxel: error[does-not-fit]: Naxel failed at stagePrefixXform on chip 0\n"

@@ -4,6 +4,8 @@
 #include "output/Summary.h"
 #include "output/TablesWriter.h"
 
+#include <stdexcept>
+
 namespace NaxelTool {
 
 namespace {
@@ -14,12 +16,21 @@ class Compile : public Command {
     addFile(app, "-o,--output", output_,
             "Write the tables to a file\n"
             "It comes into being complete, and only when the kick has succeeded.");
+    addFile(app, "--dump", dump_,
+            "Write what every stage has published to a file\n"
+            "Line by line, for diff; also after a kick that has failed.");
     input_.declare(app);
   }
 
   ExitCode run(Console& console) override {
-    if (!output_.empty()) refuseInputs(output_, input_.files());
-    LoadedRules const loaded = input_.load(console);
+    checkOutputs(console.options().json);
+    LoadedRules const loaded = input_.load(console, nullptr, [&](Session const& session) {
+      if (dump_.empty()) return;
+      console.progress().stepIs("writing the dump");
+      OutputFile file(dump_);
+      session.dump(file.stream());
+      file.commit();
+    });
     Session const& session = *loaded.session;
     console.progress().stepIs("writing");
     auto const write = [&](std::ostream& out) {
@@ -32,7 +43,8 @@ class Compile : public Command {
     } else if (console.options().json) {
       write(console.out());
     }
-    bool const taken = console.options().json || isStandardOutput(output_);
+    bool const taken =
+        console.options().json || isStandardOutput(output_) || isStandardOutput(dump_);
     if (!taken && !console.options().quiet) {
       printLeftOut(console.out(), loaded.counts);
       printSummary(console.out(), session);
@@ -41,8 +53,17 @@ class Compile : public Command {
   }
 
  private:
+  void checkOutputs(bool json) const {
+    for (std::string const& output : {output_, dump_})
+      if (!output.empty()) refuseInputs(output, input_.files());
+    bool const tablesToStandardOutput = output_.empty() ? json : isStandardOutput(output_);
+    if (!dump_.empty() && (dump_ == output_ || (tablesToStandardOutput && isStandardOutput(dump_))))
+      throw std::invalid_argument("the tables and --dump would go to the same place");
+  }
+
   RuleInput input_;
   std::string output_;
+  std::string dump_;
 };
 
 }  // namespace
@@ -55,7 +76,8 @@ CommandInfo compileCommand() {
       "Reads rules, compiles them into tables and has a chip in software load these. Prints what "
       "the tables of each ACL take, the labels in use and what the stages came to.",
       {"naxel compile examples/edge.json",
-       "naxel compile --json --chip examples/combo-chip.json examples/edge.json"},
+       "naxel compile --json --chip examples/combo-chip.json examples/edge.json",
+       "naxel compile --dump - examples/edge.json"},
       [] { return std::unique_ptr<Command>(std::make_unique<Compile>()); }};
 }
 

@@ -66,11 +66,12 @@ std::vector<std::string> sharedArguments(CLI::App const& app) {
 void checkOptions(CLI::App const& app) {
   for (CLI::Option const* option : app.get_options()) {
     if (option->count() == 0) continue;
+    std::string const name = option->get_positional() ? "" : option->get_lnames().front();
+    if (name == "output" || name == "dump")
+      throw std::invalid_argument("--" + name + " names one file, and a folder has many");
     auto const& values = option->results();
     if (std::find(values.begin(), values.end(), "-") != values.end())
       throw std::invalid_argument("standard input cannot be read for each file of a folder");
-    if (!option->get_positional() && option->get_lnames().front() == "output")
-      throw std::invalid_argument("--output names one file, and a folder has many");
   }
 }
 

@@ -128,8 +128,8 @@ RuleSet RuleInput::read(std::vector<std::string> const& paths, Console& console,
   return rules;
 }
 
-LoadedRules RuleInput::load(Console& console,
-                            std::function<void(RuleSet const&)> const& check) const {
+LoadedRules RuleInput::load(Console& console, std::function<void(RuleSet const&)> const& check,
+                            std::function<void(Session const&)> const& ended) const {
   checkPaths();
   ChipSetup const chip = this->chip();
   ReadCounts counts;
@@ -143,7 +143,11 @@ LoadedRules RuleInput::load(Console& console,
   });
   bool const success = out.session->kick();
   out.session->stageWatcherIs({});
-  if (!success) throw EndOfRun(sayKickFailure(*out.session, out.rules, console));
+  // Why the kick has failed is said also where the session cannot be written.
+  ExitCode const failure =
+      success ? ExitCode::success : sayKickFailure(*out.session, out.rules, console);
+  if (ended) ended(*out.session);
+  if (!success) throw EndOfRun(failure);
   return out;
 }
 

@@ -41,9 +41,10 @@ class RuleInput {
                ReadCounts* counts = nullptr, Obel::ChipId chip = Obel::ChipId(0)) const;
   /// Reads the chip and the rules and runs a kick. What is wrong, and why a kick has failed, is said on
   /// `console`. Throws InputError and EndOfRun.
-  /// Before the kick `check`, if there is one, may look for more that is wrong.
-  LoadedRules load(Console& console,
-                   std::function<void(RuleSet const&)> const& check = nullptr) const;
+  /// Before the kick `check`, if there is one, may look for more that is wrong; after it, however it has ended,
+  /// `ended` sees the session.
+  LoadedRules load(Console& console, std::function<void(RuleSet const&)> const& check = nullptr,
+                   std::function<void(Session const&)> const& ended = nullptr) const;
 
  private:
   void declareChip(CLI::App& app);

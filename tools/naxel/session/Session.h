@@ -52,6 +52,8 @@ class Session {
   Naxel::NaxelRootSm const& root() const { return pipeline_->root(); }
 
   Naxel::Metrics metrics() const { return pipeline_->metrics(); }
+  /// All entities as lines that `diff` compares.
+  void dump(std::ostream& out) const { pipeline_->dump(out); }
   /// The temporary policy that the last kick went through; none when the load was hitless.
   std::optional<Naxel::GlobalAclControl> temporaryPolicy() const { return policy_.temporary; }
   /// The stage at which the last kick failed.
