@@ -9,9 +9,6 @@ namespace NaxelTool {
 
 namespace {
 
-constexpr size_t shownRows = 20;
-constexpr size_t mostRows = 500;
-
 std::string partText(uint64_t part, uint64_t all) {
   if (!all || all == Mox::unbounded || part == Mox::unbounded) return "-";
   return fixed(100.0 * static_cast<double>(part) / static_cast<double>(all), 1) + " %";
@@ -43,6 +40,7 @@ class Page {
     writeHtmlHead(out_, page_.title);
     writeSummary();
     writeLacks();
+    if (page_.since) writeChanges(*page_.since, out_);
     if (!costs_.tables.empty()) writeTables();
     writeAcls();
     writeFields();
@@ -79,6 +77,8 @@ class Page {
     card(grouped(page_.source.leftOut),
          "of " + grouped(page_.source.read) + " entries of the source left out",
          page_.source.leftOut ? "bad" : "");
+    if (page_.since)
+      card(grouped(page_.since->changes.packets.size()), "changes against the older rules");
     out_ << "</div>\n";
   }
 
@@ -95,7 +95,9 @@ class Page {
   }
 
   void writeTables() {
-    heading("Tables", "Rows against the room of each table; bars show the part that is used.");
+    heading("Tables",
+            "Rows against the room of each table. Bars show the part that is used, or for a table "
+            "without limit its rows beside those of the largest one.");
     HtmlTable table{{"table", "rows", "capacity", "used", "", "bits"}, {}, 0, ~size_t{0}};
     uint64_t most = 0;
     for (TableCost const& t : costs_.tables) most = std::max(most, t.rows);
@@ -122,8 +124,8 @@ class Page {
     HtmlTable table{{"ACL", "family", "rules", "entries", "plain", "", "key bits", "plain key"},
                     {},
                     acls.size(),
-                    shownRows};
-    for (size_t i = 0; i < acls.size() && i < mostRows; ++i) {
+                    openReportRows};
+    for (size_t i = 0; i < acls.size() && i < mostReportRows; ++i) {
       AclCost const& a = *acls[i];
       table.rows.push_back({HtmlCell::text(a.name), HtmlCell::text(Mox::stringValue(a.af)),
                             HtmlCell::number(a.rules), HtmlCell::number(a.entries),
@@ -138,13 +140,15 @@ class Page {
   static std::string mapText(FieldCost const& f) {
     if (f.map.empty()) return "raw values";
     size_t const codes = std::max<size_t>(1, (size_t{1} << f.keyBits) / f.map.size());
-    std::string out = "<svg class=map viewBox=\"0 0 " + std::to_string(4 * f.map.size()) +
+    size_t const step = 1000 / f.map.size();
+    std::string out = "<svg class=map viewBox=\"0 0 " + std::to_string(step * f.map.size() - 2) +
                       " 8\" preserveAspectRatio=\"none\" role=\"img\" aria-label=\"" +
                       std::to_string(f.labels) + " labels\">";
     for (size_t i = 0; i < f.map.size(); ++i) {
       bool const isEmpty = f.map[i] == 0;
       uint64_t const percent = 30 + 70 * f.map[i] / codes;
-      out += "<rect x=\"" + std::to_string(4 * i) + "\" y=\"0\" width=\"3.4\" height=\"8\"" +
+      out += "<rect x=\"" + std::to_string(step * i) + "\" y=\"0\" width=\"" +
+             std::to_string(step - 2) + "\" height=\"8\"" +
              (isEmpty ? " class=\"e\""
                       : " opacity=\"" + fixed(static_cast<double>(percent) / 100, 2) + "\"") +
              "/>";
@@ -176,8 +180,8 @@ class Page {
     HtmlTable table{{"rule", "cubes", "entries", "plain", "", "removal saves"},
                     {},
                     costs_.costs.size(),
-                    shownRows};
-    size_t const n = std::min(mostRows, costs_.costs.size());
+                    openReportRows};
+    size_t const n = std::min(mostReportRows, costs_.costs.size());
     uint64_t most = 1;
     for (size_t i = 0; i < n; ++i)
       most = std::max({most, costs_.costs[i].entries, costs_.costs[i].plainEntries});
@@ -200,8 +204,8 @@ class Page {
         {"list", "members", "labels", "", "cubes", "plain", "rules", "extra", "removal saves"},
         {},
         costs_.lists.size(),
-        shownRows};
-    size_t const n = std::min(mostRows, costs_.lists.size());
+        openReportRows};
+    size_t const n = std::min(mostReportRows, costs_.lists.size());
     uint64_t most = 1;
     for (size_t i = 0; i < n; ++i) most = std::max<uint64_t>(most, costs_.lists[i].labels);
     for (size_t i = 0; i < n; ++i) {
@@ -230,8 +234,8 @@ class Page {
   void writeSection(ReportSection const& section) {
     heading(section.title, section.about);
     if (section.rows.empty()) return;
-    HtmlTable table{section.head, {}, section.rows.size(), shownRows};
-    for (size_t i = 0; i < section.rows.size() && i < mostRows; ++i) {
+    HtmlTable table{section.head, {}, section.rows.size(), openReportRows};
+    for (size_t i = 0; i < section.rows.size() && i < mostReportRows; ++i) {
       HtmlRow row;
       row.reserve(section.rows[i].size());
       for (std::string const& cell : section.rows[i]) row.push_back(HtmlCell::text(cell));

@@ -6,6 +6,7 @@
 #include "output/OutputFile.h"
 #include "output/RuleText.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace NaxelTool {
@@ -43,15 +44,23 @@ class Report : public Command {
             "Title of the page\nBy default the names of the files.");
     addNumber(app, "--removals", options_.removals, 0, 1000,
               "How many rules, and how many lists, to compile without");
+    app.add_option("--against", against_,
+                   "Show what changes from the rules of this file\n"
+                   "As diff says it: the packets that are treated differently, and the rows that "
+                   "the driver has to write. May be given several times where several files make "
+                   "up the older rules.")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
     input_.declare(app);
   }
 
   ExitCode run(Console& console) override {
     if (output_.empty()) throw std::invalid_argument("no file is given to write to; -o FILE.html");
-    refuseInputs(output_, input_.files());
+    checkPaths();
     ChipSetup const chip = input_.chip();
     ReportPage page;
     RuleSet const rules = input_.read(console, &page.source, chip.capability->chipId());
+    if (!against_.empty()) page.since = changesSince(rules, page.source, chip, console);
     ExitCode failure = ExitCode::internal;
     page.costs = costsOf(
         rules, chip, options_,
@@ -74,10 +83,38 @@ class Report : public Command {
   }
 
  private:
+  void checkPaths() const {
+    std::vector<std::string> all = input_.files();
+    all.insert(all.end(), against_.begin(), against_.end());
+    if (std::find(against_.begin(), against_.end(), "") != against_.end())
+      throw std::invalid_argument("--against: the name of a rule file is empty");
+    if (std::count(all.begin(), all.end(), "-") > 1)
+      throw std::invalid_argument("standard input can be read only once");
+    refuseInputs(output_, all);
+  }
+
+  ReportChanges changesSince(RuleSet const& rules, ReadCounts const& source, ChipSetup const& chip,
+                             Console& console) const {
+    ReadCounts counts;
+    RuleSet const old = input_.read(against_, console, &counts);
+    console.progress().stepIs("comparing");
+    ReportChanges out{against_, changesOf(old, rules, {})};
+    out.changes.readBefore = counts;
+    out.changes.readAfter = source;
+    ChipSetup setup = chip;
+    setup.keepLabels = true;
+    out.changes.rows =
+        rowChangesOf(old, rules, setup, out.changes.renamed,
+                     [&](std::string const& step) { console.progress().stepIs(step); });
+    console.progress().end();
+    return out;
+  }
+
   RuleInput input_;
   CostOptions options_;
   std::string output_;
   std::string title_;
+  std::vector<std::string> against_;
 };
 
 }  // namespace
@@ -90,9 +127,12 @@ CommandInfo reportCommand() {
       "Compiles rules as cost does, and writes what they cost as one page that needs no other "
       "file, no network and no scripts: the tables and their room, ACLs, the label space of each "
       "field, rules and lists, most expensive first, other settings of the chip, the findings of "
-      "check, and the times of "
-      "the stages. The exit code is 3 where the rules do not fit.",
-      {"naxel report -o report.html examples/edge.json"},
+      "check, and the times of the stages.\n\n"
+      "With --against the page begins with what diff says: which packets the rules of that file "
+      "treat differently, and which rows the driver has to write to come from them to these.\n\n"
+      "The exit code is 3 where the rules do not fit, whatever has changed.",
+      {"naxel report -o report.html examples/edge.json",
+       "naxel report -o report.html --against examples/edge.json examples/edge-new.json"},
       [] { return std::unique_ptr<Command>(std::make_unique<Report>()); }};
 }
 
