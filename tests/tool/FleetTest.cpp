@@ -47,11 +47,14 @@ TEST_F(Fleet, ALineForEachFileInTheOrderOfPaths) {
       0);
   auto const call = [](int jobs) { return "compile --jobs " + std::to_string(jobs) + " d"; };
   std::string const said =
-      "naxel: note[fleet]: 7 devices: 6 fine, 0 with findings, 1 with errors\n";
+      "naxel: note[fleet]: 8 devices: 6 fine, 0 with findings, 2 with errors; passed over: 2 "
+      "things that are no "
+      "files\n";
   std::string const out = expectCall({call(3), 2, "*"});
   EXPECT_EQ(read(".err"), said);
   EXPECT_EQ(told(out),
-            "-x:0:\na:0:\nbroken:2:the file is empty\nlink:0:\nsub.json:0:\nsub/a:0:\n"
+            "-x:0:\na:0:\nbroken:2:the file is empty\ndangling:2:No such file or "
+            "directory\nlink:0:\nsub.json:0:\nsub/a:0:\n"
             "\xEF\xBF\xBD:0:\n");
   EXPECT_EQ(expectCall({call(1), 2, "*"}), out) << "the lines depend on the number of processes";
   EXPECT_EQ(told(expectCall({"compile d/sub a.json d/sub/a", 0, "*"})), "json:0:\nsub/a:0:\n");
@@ -93,7 +96,8 @@ TEST_F(Fleet, TwoFoldersArePairedByThePathsBelowThem) {
   shell("mkdir -p old/s new/s; touch old/a new/a old/s/b new/s/b old/s/c new/d new/.e");
   std::string told;
   std::string const at = directory_.string() + "/";
-  for (auto const& d : NaxelTool::devicePairs(at + "old", at + "new/")) {
+  size_t passedOver = 0;
+  for (auto const& d : NaxelTool::devicePairs(at + "old", at + "new/", passedOver)) {
     told += d.name + ":";
     for (std::string const& file : d.files) told += " " + file.substr(at.size());
     told += " " + d.trouble.substr(0, d.trouble.find(" /")) + "\n";
@@ -101,6 +105,26 @@ TEST_F(Fleet, TwoFoldersArePairedByThePathsBelowThem) {
   EXPECT_EQ(told,
             "a: old/a new/a \nd: new/d there is none in\ns/b: old/s/b new/s/b \n"
             "s/c: old/s/c there is none in\n");
+  shell("rm -r old/s new/*; mkdir new/s");
+  writeRules("old/a");
+  writeRules("new/a", 2);
+  writeRules("old/s/same");
+  writeRules("new/s/same");
+  std::string const out = expectCall({"diff --no-rows old new", 1, "*"});
+  EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 2);
+  EXPECT_NE(out.find(R"("file":"s/same","code":0)"), std::string::npos) << out;
+}
+
+TEST_F(Fleet, ASearchHasFoundWhatOneDeviceHas) {
+  writeRules("d/a");
+  writeRules("d/sub/b", 2);
+  auto const search = [](std::string const& what) { return "search --in '" + what + "' d"; };
+  expectCall({search("ip 10.0.2.0/24 > any"), 0, "*"});
+  EXPECT_EQ(read(".err"),
+            "naxel: note[fleet]: 2 devices: 1 with such a packet, 1 without, 0 with errors\n");
+  expectCall({search("ip 10.0.3.0/24 > any"), 1, "*"});
+  write("d/broken", " ");
+  expectCall({search("ip 10.0.2.0/24 > any"), 2, "*"});
 }
 
 TEST_F(Fleet, ABrokenRunIsTakenUpAgain) {

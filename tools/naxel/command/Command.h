@@ -36,6 +36,8 @@ struct CommandInfo {
   std::string_view alias = {};  ///< another name that does the same; may be empty
   /// It compares two rule arguments; of two folders those files that have the same path below them.
   bool pairs = false;
+  /// Code 0 says that what was looked for is there, and 1 that it is not: of several devices 0 counts for more.
+  bool looksForPackets = false;
 };
 
 std::vector<CommandInfo> const& allCommands();

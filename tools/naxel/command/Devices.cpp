@@ -23,7 +23,7 @@ std::string joined(std::string const& folder, std::string const& name) {
 /// Collects what stands below a folder, given the path that leads there.
 class FolderWalk {
  public:
-  explicit FolderWalk(std::vector<Device>& to) : to_(to) {}
+  FolderWalk(std::vector<Device>& to, size_t& passedOver) : to_(to), passedOver_(passedOver) {}
 
   void walk(std::string const& root) {
     std::vector<std::string> pending = {withoutSlashes(root)};
@@ -41,13 +41,23 @@ class FolderWalk {
   void take(std::string path, fs::directory_entry const& entry, std::vector<std::string>& pending) {
     if (entry.path().filename().string().starts_with('.')) return;
     std::error_code error;
-    if (!entry.is_symlink(error) && entry.is_directory(error))
+    // Follows links.
+    fs::file_status const status = fs::status(entry.path(), error);
+    if (!fs::exists(status)) {
+      // Between the two a file may go, which leaves no error.
+      if (!error) error = std::make_error_code(std::errc::no_such_file_or_directory);
+      to_.push_back({std::move(path), {}, codeOfSystemError(error.value()), error.message()});
+    } else if (fs::is_directory(status) && !entry.is_symlink(error)) {
       pending.push_back(std::move(path));
-    else if (entry.is_regular_file(error))
+    } else if (fs::is_regular_file(status)) {
       to_.push_back({path, {path}, ExitCode::success, {}});
+    } else {
+      ++passedOver_;
+    }
   }
 
   std::vector<Device>& to_;
+  size_t& passedOver_;
 };
 
 void sortByPath(std::vector<Device>& devices) {
@@ -62,11 +72,11 @@ bool isFolder(std::string const& path) {
   return fs::is_directory(path, error);
 }
 
-std::vector<Device> devicesBelow(std::vector<std::string> const& paths) {
+std::vector<Device> devicesBelow(std::vector<std::string> const& paths, size_t& passedOver) {
   std::vector<Device> out;
   for (std::string const& path : paths)
     if (isFolder(path))
-      FolderWalk(out).walk(path);
+      FolderWalk(out, passedOver).walk(path);
     else
       out.push_back({path, {path}, ExitCode::success, {}});
   sortByPath(out);
@@ -77,12 +87,13 @@ std::vector<Device> devicesBelow(std::vector<std::string> const& paths) {
   return out;
 }
 
-std::vector<Device> devicePairs(std::string const& first, std::string const& second) {
+std::vector<Device> devicePairs(std::string const& first, std::string const& second,
+                                size_t& passedOver) {
   std::map<std::string, std::array<std::vector<Device>, 2>> byPath;
   for (size_t side : {0, 1}) {
     std::string const root = withoutSlashes(side ? second : first);
     std::vector<Device> found;
-    FolderWalk(found).walk(root);
+    FolderWalk(found, passedOver).walk(root);
     for (Device& device : found) {
       std::string const below = device.name.substr(std::min(device.name.size(), root.size() + 1));
       byPath[below][side].push_back(std::move(device));

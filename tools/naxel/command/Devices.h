@@ -19,12 +19,14 @@ struct Device {
 bool isFolder(std::string const& path);
 
 /// Each file below a folder, to any depth, and each path that is a file. In the order of the bytes of their paths;
-/// hidden files and folders are passed over, links to folders are not followed, and what is no file is
-/// none. A folder that cannot be read is a device with that trouble.
-std::vector<Device> devicesBelow(std::vector<std::string> const& paths);
+/// hidden files and folders are passed over. What else is no file, such as a link to a folder or a pipe, is
+/// passed over as well and counted. A folder that cannot be read and a link that leads nowhere are devices with
+/// that trouble.
+std::vector<Device> devicesBelow(std::vector<std::string> const& paths, size_t& passedOver);
 
 /// The files of two folders that have the same path below them. What is on one side only is a device with that
 /// trouble.
-std::vector<Device> devicePairs(std::string const& first, std::string const& second);
+std::vector<Device> devicePairs(std::string const& first, std::string const& second,
+                                size_t& passedOver);
 
 }  // namespace NaxelTool

@@ -141,7 +141,9 @@ CommandInfo diffCommand() {
       "to no end, 3 if the new rules do not fit the chip.",
       {"naxel diff examples/edge.json examples/edge-new.json",
        "naxel diff --no-rows examples/office.ios examples/office.openconfig"},
-      [] { return std::unique_ptr<Command>(std::make_unique<Diff>()); }};
+      [] { return std::unique_ptr<Command>(std::make_unique<Diff>()); },
+      {},
+      true};
 }
 
 }  // namespace NaxelTool

@@ -77,11 +77,12 @@ void checkOptions(CLI::App const& app) {
 
 class Fleet {
  public:
-  Fleet(CLI::App const& app, FleetOptions const& options, bool pairs, Console& console)
+  Fleet(CLI::App const& app, FleetOptions const& options, CommandInfo const& info, Console& console)
       : options_(options),
+        info_(info),
         console_(console),
         shared_(sharedArguments(app)),
-        devices_(devicesOf(positionals(app), pairs)),
+        devices_(devicesOf(positionals(app), info.pairs, passedOver_)),
         jobs_(options.jobs ? options.jobs : std::max(1u, std::thread::hardware_concurrency())) {
     leaveOutLog();
     if (devices_.empty()) throw std::invalid_argument("there are no files below the folder");
@@ -107,7 +108,9 @@ class Fleet {
     }
     if (signal) raise(signal);
     saySummary();
-    return static_cast<ExitCode>(worst_);
+    // That others have none must not hide the one that has such a packet.
+    bool const isFound = info_.looksForPackets && fine_ && fine_ + findings_ == devices_.size();
+    return isFound ? ExitCode::success : static_cast<ExitCode>(worst_);
   }
 
  private:
@@ -124,11 +127,12 @@ class Fleet {
     std::optional<FleetLog::Found> found;
   };
 
-  static std::vector<Device> devicesOf(std::vector<std::string> const& paths, bool pairs) {
-    if (!pairs) return devicesBelow(paths);
+  static std::vector<Device> devicesOf(std::vector<std::string> const& paths, bool pairs,
+                                       size_t& passedOver) {
+    if (!pairs) return devicesBelow(paths, passedOver);
     if (paths.size() != 2 || !isFolder(paths[0]) || !isFolder(paths[1]))
       throw std::invalid_argument("a folder is compared with a folder");
-    return devicePairs(paths[0], paths[1]);
+    return devicePairs(paths[0], paths[1], passedOver);
   }
 
   /// The log may stand below the folder.
@@ -280,16 +284,22 @@ class Fleet {
 
   void saySummary() {
     size_t const all = devices_.size();
-    console_.note(
-        "fleet",
-        std::to_string(all) + (all == 1 ? " device: " : " devices: ") + std::to_string(fine_) +
-            " fine, " + std::to_string(findings_) + " with findings, " +
-            std::to_string(all - fine_ - findings_) + " with errors" +
-            (log_ ? "; " + std::to_string(resumed_) + " of them were known" : std::string()));
+    bool const looks = info_.looksForPackets;
+    std::string text = std::to_string(all) + (all == 1 ? " device: " : " devices: ") +
+                       std::to_string(fine_) + (looks ? " with such a packet, " : " fine, ") +
+                       std::to_string(findings_) + (looks ? " without, " : " with findings, ") +
+                       std::to_string(all - fine_ - findings_) + " with errors";
+    if (log_) text += "; " + std::to_string(resumed_) + " of them were known";
+    if (passedOver_)
+      text += "; passed over: " + std::to_string(passedOver_) +
+              (passedOver_ == 1 ? " thing that is no file" : " things that are no files");
+    console_.note("fleet", text);
   }
 
   FleetOptions const& options_;
+  CommandInfo const& info_;
   Console& console_;
+  size_t passedOver_ = 0;  // comes before what sets it
   std::vector<std::string> shared_;
   std::vector<Device> devices_;
   size_t jobs_;
@@ -332,9 +342,9 @@ bool isFleet(CLI::App const& command, FleetOptions const& options, bool pairs) {
   return false;
 }
 
-ExitCode runFleet(CLI::App const& command, FleetOptions const& options, bool pairs,
+ExitCode runFleet(CLI::App const& command, FleetOptions const& options, CommandInfo const& info,
                   Console& console) {
-  return Fleet(command, options, pairs, console).run();
+  return Fleet(command, options, info, console).run();
 }
 
 }  // namespace NaxelTool

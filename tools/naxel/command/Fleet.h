@@ -9,7 +9,7 @@
 /// whichever process is done first. Memory: the paths, and finished lines that wait for earlier ones; no
 /// process is started while these hold much, unless the next line depends on it.
 
-#include "command/Console.h"
+#include "command/Command.h"
 
 #include <CLI/CLI.hpp>
 
@@ -28,8 +28,9 @@ void addFleetOptions(CLI::App& app, FleetOptions& to);
 bool isFleet(CLI::App const& command, FleetOptions const& options, bool pairs);
 
 /// Runs it, and says at the end how many devices there were and how they fared. Returns the largest of the
-/// devices' exit codes. A signal that ends the run ends all processes first.
-ExitCode runFleet(CLI::App const& command, FleetOptions const& options, bool pairs,
+/// devices' exit codes; of 0 and 1 that of a device in which a search has found something, if there is one. A
+/// signal that ends the run ends all processes first.
+ExitCode runFleet(CLI::App const& command, FleetOptions const& options, CommandInfo const& info,
                   Console& console);
 
 }  // namespace NaxelTool

@@ -51,9 +51,9 @@ class CommandLine {
     size_t chosen = 0;
     while (!all[chosen]->parsed()) ++chosen;
     CLI::App const& sub = *all[chosen];
-    bool const pairs = allCommands()[chosen].pairs;
-    if (takesFiles(sub) && isFleet(sub, fleet_, pairs))
-      return runFleet(sub, fleet_, pairs, console);
+    CommandInfo const& info = allCommands()[chosen];
+    if (takesFiles(sub) && isFleet(sub, fleet_, info.pairs))
+      return runFleet(sub, fleet_, info, console);
     return commands_[chosen]->run(console);
   }
 

@@ -1,4 +1,5 @@
 #include "answers/PacketSearch.h"
+#include "answers/RuleTargets.h"
 #include "command/Command.h"
 #include "command/RuleInput.h"
 
@@ -11,11 +12,11 @@ namespace {
 class Searching : public Command {
  public:
   void declare(CLI::App& app) override {
-    addText(
-        app, "--want", want_, "VERDICT",
-        "What is to become of the packet, permit by default\n"
-        "permit, drop, none (no rule matches), rule:R (the rule of that index or name decides), "
-        "or log, dscp, tc, sflow (the rule that decides does that).");
+    addText(app, "--want", want_, "VERDICT",
+            "What is to become of the packet, permit by default\n"
+            "permit, drop, none (no rule matches), rule:R (the rule R decides: its index, its "
+            "name, or where it stands, FILE:LINE), "
+            "or log, dscp, tc, sflow (the rule that decides does that).");
     addPatterns(app, "--in", in_,
                 "Packets to look among, as \"tcp 10.0.0.0/8 > any:80,443\"\n"
                 "In the notation of rules. Of several one must match.");
@@ -36,7 +37,7 @@ class Searching : public Command {
     question_.in = patternsOf(in_, "--in", rules, console);
     question_.notIn = patternsOf(notIn_, "--not-in", rules, console);
     console.progress().stepIs("searching");
-    SearchReport const report = searchPackets(rules, question_);
+    SearchReport const report = searched(rules, console);
     console.progress().end();
     if (console.options().json)
       printJson(report, rules, console.out());
@@ -48,6 +49,13 @@ class Searching : public Command {
   }
 
  private:
+  SearchReport searched(RuleSet const& rules, Console& console) const try {
+    return searchPackets(rules, question_);
+  } catch (NoSuchRule const& e) {
+    console.error("unknown-rule", std::string("--want: ") + e.what(), e.help());
+    throw RejectedInput();
+  }
+
   static void addPatterns(CLI::App& app, OptionName const& name, std::vector<std::string>& to,
                           std::string const& text) {
     app.add_option(name, to, text)
@@ -100,7 +108,10 @@ CommandInfo searchCommand() {
       "suffice to tell.",
       {"naxel search --in \"tcp any > web:22\" --want drop examples/edge.json",
        "naxel search --acl edge-in --want rule:web --count 3 examples/edge.json"},
-      [] { return std::unique_ptr<Command>(std::make_unique<Searching>()); }};
+      [] { return std::unique_ptr<Command>(std::make_unique<Searching>()); },
+      {},
+      false,
+      true};
 }
 
 }  // namespace NaxelTool
