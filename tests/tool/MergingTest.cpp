@@ -48,6 +48,15 @@ TEST(RuleMerging, MergesWhatDiffersInOneField) {
   }
 }
 
+TEST(RuleMerging, TakesThousandsAtOnce) {
+  std::vector<std::string> rules;
+  rules.reserve(20000);
+  for (int i = 0; i < 20000; ++i) rules.push_back(" dport " + std::to_string(2 * i));
+  ::Test::SmallAcl const acl(rules);
+  EXPECT_EQ(mergeNeighbours(*acl.acl).size(), 19999u);
+  EXPECT_TRUE(textOfRules(*acl.acl).ends_with(",39996,39998\n"));
+}
+
 TEST(RuleMerging, TakesTheRulesOfAnEntryTogether) {
   ::Test::SmallAcl const acl(
       {" dst 1.0.0.1/32 proto 6 dport 80", " dst 1.0.0.1/32 proto 6 frag 1-8191",

@@ -3,12 +3,12 @@
 #include "input/Intervals.h"
 
 #include <optional>
-#include <unordered_set>
 
 namespace NaxelTool {
 
 namespace {
 
+using Naxel::AceIndex;
 using Naxel::IpPrefixList;
 using Naxel::RangeSetType;
 using Naxel::RuleConfig;
@@ -40,8 +40,10 @@ bool areJoinable(IpPrefixList const* a, IpPrefixList const* b) {
   return true;
 }
 
-std::array<IntervalSet, Naxel::rangeFieldCount> valuesOfFields(RuleFilter const& filter) {
-  std::array<IntervalSet, Naxel::rangeFieldCount> out;
+using FieldValues = std::array<IntervalSet, Naxel::rangeFieldCount>;
+
+FieldValues valuesOfFields(RuleFilter const& filter) {
+  FieldValues out;
   filter.forEachRangeColl([&](RangeSetType type, auto const& ranges) {
     out[static_cast<size_t>(type)] = valuesOf(ranges);
   });
@@ -49,7 +51,9 @@ std::array<IntervalSet, Naxel::rangeFieldCount> valuesOfFields(RuleFilter const&
 }
 
 /// None where the rules differ in more than one field, or in what cannot be one.
-std::optional<Difference> onlyDifference(RuleConfig const& a, RuleConfig const& b) {
+/// `before` are the values of `a`.
+std::optional<Difference> onlyDifference(RuleConfig const& a, FieldValues const& before,
+                                         RuleConfig const& b) {
   auto const& f = a.ruleFilter();
   auto const& g = b.ruleFilter();
   if (!f || !g || !(a.action() == b.action()) || a.continueRule() || b.continueRule() ||
@@ -57,7 +61,6 @@ std::optional<Difference> onlyDifference(RuleConfig const& a, RuleConfig const& 
       f->matchTcpEstablished() != g->matchTcpEstablished())
     return std::nullopt;
   std::vector<Difference> all;
-  auto const before = valuesOfFields(*f);
   auto const behind = valuesOfFields(*g);
   for (RangeSetType const type : Naxel::allRangeSetTypes()) {
     auto const at = static_cast<size_t>(type);
@@ -83,27 +86,32 @@ class Merging {
 
   std::vector<MergedRule> run(EntryOf const& entryOf) {
     std::vector<MergedRule> out;
-    Entry const* last = nullptr;
     std::vector<Entry> const all = entries(entryOf);
     for (Entry const& entry : all) {
-      auto const difference = last ? differenceOf(*last, entry) : std::nullopt;
-      if (!difference || difference->kind == Difference::Kind::none) {
-        last = &entry;
+      auto difference = first_ ? differenceOf(*first_, entry) : std::nullopt;
+      if (!joined_.empty() && !staysInField(difference)) {
+        // As one rule it may still differ from the next one in another field alone.
+        join();
+        difference = differenceOf(*first_, entry);
+      }
+      if (!difference || (joined_.empty() && difference->kind == Difference::Kind::none)) {
+        begin(entry);
         continue;
       }
+      if (joined_.empty()) field_ = *difference;
       for (size_t i = 0; i < entry.size(); ++i) {
-        RuleFilter& to = *acl_.ruleById((*last)[i])->ruleFilter();
         auto const rule = acl_.ruleById(entry[i]);
-        join(to, *rule->ruleFilter(), *difference);
-        out.push_back({entry[i], (*last)[i], difference->name()});
+        joined_.push_back(rule->ruleFilter());
+        out.push_back({entry[i], (*first_)[i], field_.name()});
         acl_.ruleByNameDel(std::string(rule->name()));
       }
     }
+    if (first_) join();
     return out;
   }
 
  private:
-  using Entry = std::vector<Naxel::AceIndex>;
+  using Entry = std::vector<AceIndex>;
 
   std::vector<Entry> entries(EntryOf const& entryOf) const {
     std::vector<Entry> out;
@@ -122,7 +130,7 @@ class Merging {
     for (size_t i = 0; i < a.size(); ++i) {
       RuleConfig const& first = *acl_.ruleById(a[i]);
       if (!(first.action() == acl_.ruleById(a.front())->action())) return std::nullopt;
-      auto const here = onlyDifference(first, *acl_.ruleById(b[i]));
+      auto const here = onlyDifference(first, values_[i], *acl_.ruleById(b[i]));
       if (!here) return std::nullopt;
       if (here->kind == Difference::Kind::none) continue;
       if (out.kind != Difference::Kind::none && !(out == *here)) return std::nullopt;
@@ -131,34 +139,62 @@ class Merging {
     return out;
   }
 
-  /// One of an entry's rules may be the same in both entries.
-  void join(RuleFilter& to, RuleFilter const& from, Difference const& difference) {
-    switch (difference.kind) {
-      case Difference::Kind::none: return;
-      case Difference::Kind::source:
-        if (from.source()) to.sourceIs(joined(to.source(), *from.source()));
-        return;
-      case Difference::Kind::destination:
-        if (from.destination()) to.destinationIs(joined(to.destination(), *from.destination()));
-        return;
-      case Difference::Kind::values: return joinValues(to, from, difference.type);
+  bool staysInField(std::optional<Difference> const& difference) const {
+    return difference && (difference->kind == Difference::Kind::none || *difference == field_);
+  }
+  void begin(Entry const& entry) {
+    first_ = &entry;
+    noteValues();
+  }
+  void noteValues() {
+    values_.clear();
+    values_.reserve(first_->size());
+    for (AceIndex const rule : *first_) {
+      auto const& filter = acl_.ruleById(rule)->ruleFilter();
+      values_.push_back(filter ? valuesOfFields(*filter) : FieldValues());
     }
   }
 
-  /// Other rules may have the list as well, so that a copy of it grows.
-  Mox::Ptr<IpPrefixList> joined(Mox::Ptr<IpPrefixList> const& to, IpPrefixList const& from) {
-    if (to->isEqual(from)) return to;
-    Mox::Ptr<IpPrefixList> out = own_.contains(to.get()) ? to : to->copy();
-    own_.insert(out.get());
-    for (auto const& p : from.addr()) out->addrIs(p);
-    return out;
+  /// Gives the rules of the first entry what those that have been joined to them match: all at once, for what
+  /// one of them has is small beside what they have together.
+  void join() {
+    if (joined_.empty()) return;
+    for (size_t i = 0; i < first_->size(); ++i) {
+      RuleFilter& to = *acl_.ruleById((*first_)[i])->ruleFilter();
+      if (field_.kind == Difference::Kind::values)
+        joinValues(to, i);
+      else
+        joinAddresses(to, i, field_.kind == Difference::Kind::source);
+    }
+    joined_.clear();
+    noteValues();
   }
 
-  static void joinValues(RuleFilter& to, RuleFilter const& from, RangeSetType type) {
-    auto const at = static_cast<size_t>(type);
-    IntervalSet all = valuesOfFields(to)[at];
-    IntervalSet const more = valuesOfFields(from)[at];
-    all.insert(all.end(), more.begin(), more.end());
+  /// Other rules may have the list as well, so that a copy of it grows.
+  void joinAddresses(RuleFilter& to, size_t at, bool isSource) {
+    auto const& list = isSource ? to.source() : to.destination();
+    if (!list) return;
+    Mox::Ptr<IpPrefixList> const all = list->copy();
+    for (; at < joined_.size(); at += first_->size()) {
+      RuleFilter const& from = *joined_[at];
+      for (auto const& p : (isSource ? from.source() : from.destination())->addr()) all->addrIs(p);
+    }
+    // One of an entry's rules may be the same in all of them, and then keeps the list that others share.
+    if (all->isEqual(*list)) return;
+    if (isSource)
+      to.sourceIs(all);
+    else
+      to.destinationIs(all);
+  }
+
+  void joinValues(RuleFilter& to, size_t at) {
+    RangeSetType const type = field_.type;
+    auto const field = static_cast<size_t>(type);
+    IntervalSet all = values_[at][field];
+    for (size_t i = at; i < joined_.size(); i += first_->size()) {
+      IntervalSet const more = valuesOfFields(*joined_[i])[field];
+      all.insert(all.end(), more.begin(), more.end());
+    }
     std::vector<std::pair<uint32_t, uint32_t>> ranges;
     to.forEachRangeColl([&](RangeSetType of, auto const& coll) {
       if (of == type)
@@ -170,7 +206,11 @@ class Merging {
   }
 
   Naxel::AclConfig& acl_;
-  std::unordered_set<IpPrefixList const*> own_;
+  /// The entry that others are joined to, its values by rule and field, and the field in which they differ.
+  Entry const* first_ = nullptr;
+  std::vector<FieldValues> values_;
+  Difference field_;
+  std::vector<Mox::Ptr<RuleFilter>> joined_;  // of each entry as many as it has rules
 };
 
 }  // namespace
