@@ -30,6 +30,7 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
   write("late", "naxel-rules", R"("acls":[{"name":"a","af":"ipv4","rules":[
     {"index":20,"name":"second","action":{"dropEnabled":true,"tc":3,"setTcEnabled":true}},
     {"index":10,"name":"never","source":{"except":["10.0.0.0/8"]}}]}])");
+  write("part", "ip access-list extended P\n permit tcp any any ttl gt 3\n permit ip any any\n");
   write("seven", "naxel-chip", R"("chipId":7,"rangeXformWidth":{"dstPort":4,"srcPort":0},
                         "comboXformWidth":{"ipv6SrcDstPrefix":5})");
   write("hitful", "naxel-chip", R"("permitDuringUpdate":true,"softChip":{"forceHitful":true})");
@@ -81,7 +82,16 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
      "a: proto 0 11.0.0.0 > 0.0.0.0\n"},
     {"search --in 'ip any > any' late", 1, "*", "drop, set tc 3  rule 20 'second' (late:"},
     {"search --effort 1 --want drop three", 3, "*", "a: undecided, the effort did not suffice\n"},
-    {"search --want rule:x late", 2, "naxel: error[usage]: there is no rule 'x'\n"},
+    {"search --want rule:x late", 2, "naxel: error[unknown-rule]: --want: there is no rule 'x'\n"},
+    {"search --want rule:edge.json:33 ex/edge.json", 0, "", "permit  rule 60 'web' (ex/edge.json:33)"},
+    // What was left out is told by whatever answers for the rest.
+    {"check --skip-unsupported part", 0, "*",
+     "1 of 2 entries is left out: the verdicts are not those of the source\nnothing found in 2 rules "
+     "of 1 ACL; packets reach 1 of them, and not 1 end that is implied\n"},
+    {"check --json --skip-unsupported part", 0, "*", ",\"leftOut\":1,"},
+    {"search --want drop --skip-unsupported part", 1, "*", "1 of 2 entries is left out: "},
+    {"explain --src 1.1.1.1 --dst 1.1.1.1 --skip-unsupported part", 0, "*",
+     "1 of 2 entries is left out: "},
     {"search --want no late", 2, "naxel: error[usage]: there is no verdict 'no'; *"},
     {"search --acl b late", 2, "naxel: error[usage]: there is no ACL 'b'*"},
     {"search --in 'ip ::/0 > any' late", 2,

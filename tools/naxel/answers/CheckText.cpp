@@ -2,6 +2,7 @@
 #include "output/JsonText.h"
 #include "output/RuleJson.h"
 #include "output/RuleText.h"
+#include "output/Summary.h"
 #include "output/TextTable.h"
 #include "output/Verdicts.h"
 #include "packets/PacketText.h"
@@ -55,7 +56,18 @@ void printFinding(Finding const& f, RuleSet const& rules, std::ostream& out) {
     out << "     and " << counted(f.others.size() - shownOthers, "more rule") << '\n';
 }
 
-void printSummary(CheckReport const& report, std::ostream& out) {
+/// Rules that no packet reaches and that are ends which a format implies, of which nobody complains.
+size_t unreachedEnds(CheckReport const& report, RuleSet const& rules) {
+  size_t out = 0;
+  for (CheckedAcl const& acl : report.acls)
+    for (CheckedRule const& rule : acl.rules) {
+      RuleOrigin const* const origin = rules.origin(acl.name, rule.index);
+      out += origin && origin->implied && rule.reached == CheckedRule::Reached::no;
+    }
+  return out;
+}
+
+void printSummary(CheckReport const& report, RuleSet const& rules, std::ostream& out) {
   out << (report.findings.empty() ? "nothing found"
                                   : counted(report.count(Severity::error), "error") + ", " +
                                         counted(report.count(Severity::warning), "warning") + ", " +
@@ -64,7 +76,11 @@ void printSummary(CheckReport const& report, std::ostream& out) {
   if (report.entries() != report.rules())
     out << " (" << report.entries() << (report.entries() == 1 ? " entry)" : " entries)");
   out << " of " << counted(report.acls.size(), "ACL") << "; packets reach " << report.reached()
-      << " of them\n";
+      << " of them";
+  if (size_t const ends = unreachedEnds(report, rules))
+    out << ", and not " << counted(ends, "end") << " that " << (ends == 1 ? "is" : "are")
+        << " implied";
+  out << '\n';
 }
 
 void printWitnesses(CheckReport const& report, RuleSet const& rules, std::ostream& out) {
@@ -121,7 +137,8 @@ char const* reachedText(CheckedRule::Reached reached) {
 
 void print(CheckReport const& report, RuleSet const& rules, size_t limit, bool witnesses,
            std::ostream& out) {
-  printSummary(report, out);
+  printLeftOut(out, rules.counts());
+  printSummary(report, rules, out);
   std::map<FindingKind const*, size_t> all;
   for (Finding const& f : report.findings) ++all[f.kind];
   std::map<FindingKind const*, size_t> told;
@@ -138,7 +155,8 @@ void print(CheckReport const& report, RuleSet const& rules, size_t limit, bool w
 void printJson(CheckReport const& report, RuleSet const& rules, std::ostream& out) {
   out << R"({"schema":"naxel-check","version":1,"errors":)" << report.count(Severity::error)
       << ",\"warnings\":" << report.count(Severity::warning)
-      << ",\"notes\":" << report.count(Severity::note) << ",\n\"findings\":[";
+      << ",\"notes\":" << report.count(Severity::note) << ",\"leftOut\":" << rules.counts().leftOut
+      << ",\n\"findings\":[";
   for (size_t i = 0; i < report.findings.size(); ++i)
     out << (i ? ",\n" : "\n") << findingJson(report.findings[i], rules).dump();
   out << "],\n\"acls\":[";

@@ -1,6 +1,7 @@
 #include "answers/Explanation.h"
 #include "answers/VerdictJson.h"
 #include "output/RuleText.h"
+#include "output/Summary.h"
 #include "output/TextTable.h"
 #include "output/Verdicts.h"
 
@@ -125,6 +126,7 @@ void printJson(std::ostream& out, AclExplanation const& e, RuleSet const& rules)
 
 void print(std::ostream& out, PacketExplanation const& explanation, RuleSet const& rules,
            bool all) {
+  printLeftOut(out, rules.counts());
   out << "packet   " << packetShown(explanation.packet) << "\n\n";
   bool const isShort = !all && explanation.acls.size() > aclsExplained;
   for (AclExplanation const& acl : explanation.acls)
@@ -162,7 +164,8 @@ void printJson(std::ostream& out, PacketExplanation const& explanation, RuleSet 
     out << (i ? ",\n  " : "\n  ");
     printJson(out, explanation.acls[i], rules);
   }
-  out << "],\n \"differences\":" << explanation.differences() << "}\n";
+  out << "],\n \"leftOut\":" << rules.counts().leftOut
+      << ",\n \"differences\":" << explanation.differences() << "}\n";
 }
 
 }  // namespace NaxelTool

@@ -2,6 +2,7 @@
 
 #include "answers/VerdictJson.h"
 #include "output/RuleText.h"
+#include "output/Summary.h"
 #include "output/TextTable.h"
 #include "output/Verdicts.h"
 
@@ -78,6 +79,7 @@ class TextReport : public Report {
     out() << printable(place(file, number) + ": left out: " + reason) << '\n';
   }
   void end(FileClassifier const& classifier) override {
+    printLeftOut(out(), rules().counts());
     table(classifier);
     out() << '\n';
     for (auto const& acl : classifier.acls())
@@ -190,7 +192,8 @@ class JsonReport : public Report {
     first_ = true;
     for (auto const& [reason, count] : classifier.leftOut())
       next() << "{\"reason\":" << jsonText(reason) << ",\"count\":" << count << '}';
-    out() << "]},\n \"differences\":" << classifier.differences()
+    out() << "]},\n \"leftOut\":" << rules().counts().leftOut
+          << ",\n \"differences\":" << classifier.differences()
           << ",\n \"traces\":{\"headers\":" << classifier.fromTraces()
           << ",\"later\":" << classifier.later() << "},\n \"acls\":[";
     bool firstAcl = true;

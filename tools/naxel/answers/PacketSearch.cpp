@@ -1,7 +1,10 @@
 #include "answers/PacketSearch.h"
 
+#include "answers/RuleTargets.h"
+
 #include <algorithm>
 #include <array>
+#include <map>
 #include <stdexcept>
 
 #if NAXEL_EXACT_PROOF
@@ -40,7 +43,7 @@ WantedVerdict wantedFromText(std::string const& text) {
   std::string const hint = didYouMean(text, names);
   throw std::invalid_argument("there is no verdict '" + printable(text) + "'; " +
                               (hint.empty() ? "there are permit, drop, none, log, dscp, tc, sflow "
-                                              "and rule:INDEX or rule:NAME"
+                                              "and rule:INDEX, rule:NAME or rule:FILE:LINE"
                                             : hint));
 }
 
@@ -70,14 +73,6 @@ bool hasAction(Naxel::NaxelActionValue const& action, WantedVerdict::Kind kind) 
     case WantedVerdict::Kind::rule: break;
   }
   return false;
-}
-
-/// The indexes of a rule that is given by one, or by its name.
-std::vector<AceIndex> indexesOf(Naxel::AclConfig const& acl, std::string const& rule) {
-  std::vector<AceIndex> out;
-  for (auto const& [index, config] : acl.ruleById())
-    if (config->name() == rule || std::to_string(index.value()) == rule) out.push_back(index);
-  return out;
 }
 
 /// Whether the bounds leave room for packets of a family.
@@ -152,23 +147,18 @@ SearchReport searchPackets(RuleSet const& rules, SearchQuestion const& question)
                                 (hint.empty() ? "" : "; " + hint));
   }
   SearchReport out;
-  bool hasRule = question.wanted.kind != WantedVerdict::Kind::rule;
+  bool const isRule = question.wanted.kind == WantedVerdict::Kind::rule;
+  std::map<std::string, std::vector<AceIndex>> wanted;
+  if (isRule)
+    for (RuleTarget const& t : rulesNamed(question.wanted.rule, rules, question.acl))
+      wanted[t.acl].push_back(t.rule);
   Verify::BddTable const table(Verify::Exact::variables, searchNodes);
   for (auto const& [name, acl] : acls.acl()) {
     if (!question.acl.empty() && name != question.acl) continue;
-    std::vector<AceIndex> wanted;
-    if (question.wanted.kind == WantedVerdict::Kind::rule) {
-      wanted = indexesOf(*acl, question.wanted.rule);
-      if (wanted.empty()) continue;
-      hasRule = true;
-    }
+    if (isRule && !wanted.contains(name)) continue;
     if (mayBeOf(question, Verify::familyOf(*acl)))
-      out.acls.push_back(searchAcl(*acl, question, wanted));
+      out.acls.push_back(searchAcl(*acl, question, wanted[name]));
   }
-  if (!hasRule)
-    throw std::invalid_argument(
-        "there is no rule '" + printable(question.wanted.rule) + "'" +
-        (question.acl.empty() ? "" : " in '" + printable(question.acl) + "'"));
   if (out.acls.empty()) throw std::invalid_argument("no ACL is of the family of these packets");
   return out;
 }

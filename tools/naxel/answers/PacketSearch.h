@@ -18,7 +18,7 @@ struct WantedVerdict {
   enum class Kind : uint8_t { permit, drop, noRule, rule, log, setDscp, setTc, sflow };
 
   Kind kind = Kind::permit;
-  std::string rule;  ///< the index or the name of a rule
+  std::string rule;  ///< as rulesNamed() takes it
 };
 
 /// The words "permit", "drop", "none", "log", "dscp", "tc", "sflow" and "rule:R". Throws
@@ -66,7 +66,7 @@ struct SearchReport {
   bool has(SearchedAcl::Outcome outcome) const;
 };
 
-/// Throws std::invalid_argument for an ACL or a rule that there is not, and in a build that has no
+/// Throws NoSuchRule, and std::invalid_argument for an ACL that there is not, and in a build that has no
 /// decision diagrams.
 SearchReport searchPackets(RuleSet const& rules, SearchQuestion const& question);
 

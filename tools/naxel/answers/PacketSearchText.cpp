@@ -1,6 +1,7 @@
 #include "answers/PacketSearch.h"
 #include "output/RuleJson.h"
 #include "output/RuleText.h"
+#include "output/Summary.h"
 #include "output/TextTable.h"
 #include "output/Verdicts.h"
 #include "packets/PacketText.h"
@@ -66,6 +67,7 @@ void printNone(SearchedAcl const& acl, RuleSet const& rules, bool all, std::ostr
 }  // namespace
 
 void print(SearchReport const& report, RuleSet const& rules, bool all, std::ostream& out) {
+  printLeftOut(out, rules.counts());
   for (SearchedAcl const& acl : report.acls)
     if (acl.outcome == Outcome::found)
       printFound(acl, rules, out);
@@ -75,7 +77,8 @@ void print(SearchReport const& report, RuleSet const& rules, bool all, std::ostr
 
 void printJson(SearchReport const& report, RuleSet const& rules, std::ostream& out) {
   out << R"({"schema":"naxel-search","version":1,"found":)"
-      << (report.has(Outcome::found) ? "true" : "false") << ",\"acls\":[";
+      << (report.has(Outcome::found) ? "true" : "false")
+      << ",\"leftOut\":" << rules.counts().leftOut << ",\"acls\":[";
   for (size_t i = 0; i < report.acls.size(); ++i) {
     SearchedAcl const& acl = report.acls[i];
     auto const config = rules.acls()->acl(acl.name);

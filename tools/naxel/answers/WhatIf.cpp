@@ -30,6 +30,7 @@ class Comparison {
   Comparison(RuleSet const& rules, ChipSetup const& base, ChipGrid const& grid)
       : base_(base), trials_(base, rules.acls()) {
     out_.grid = grid;
+    out_.leftOut = rules.counts().leftOut;
   }
 
   WhatIfReport run(std::function<void(Session const&)> const& onUnusable,

@@ -33,6 +33,7 @@ struct WhatIfReport {
   std::vector<WhatIfPoint> points;
   std::optional<size_t> cheapest;  ///< its place; none where the rules fit nowhere
   size_t kicks = 0;
+  size_t leftOut = 0;     ///< entries of the source that are in none
   bool unusable = false;  ///< the rules cannot be compiled for any chip
 };
 

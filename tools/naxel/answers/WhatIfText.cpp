@@ -86,11 +86,8 @@ void print(WhatIfReport const& report, size_t shown, std::ostream& out) {
 
 void printJson(WhatIfReport const& report, std::ostream& out) {
   using Json = nlohmann::ordered_json;
-  Json json{{"schema", "naxel-whatif"},
-            {"version", 1},
-            {"kicks", report.kicks},
-            {"axes", Json::array()},
-            {"points", Json::array()}};
+  Json json{{"schema", "naxel-whatif"},  {"version", 1},          {"kicks", report.kicks},
+            {"leftOut", report.leftOut}, {"axes", Json::array()}, {"points", Json::array()}};
   for (GridAxis const& axis : report.grid.axes()) json["axes"].push_back(axis.name);
   for (WhatIfPoint const& point : report.points) {
     Json item{{"values", Json::array()}, {"fits", point.fits()}};

@@ -100,6 +100,7 @@ ReadCounts readRuleFiles(std::vector<std::string> const& paths, ReadOptions cons
       diagnostics.say({Severity::error, "input", path, {e.at()}, e.text(), e.help(), {}});
     }
   settle(sum, out, diagnostics);
+  out.countsIs(sum);
   diagnostics.sayRest();
   if (diagnostics.firstError()) throw RejectedInput(code);
   return sum;

@@ -49,16 +49,6 @@ struct ReadOptions {
   uint64_t maxInput = defaultMaxInput;
 };
 
-/// Entries of the source, not rules: one entry may become several rules.
-struct ReadCounts {
-  size_t read = 0;
-  size_t compiled = 0;
-  size_t reported = 0;  ///< refused or left out, each with a message
-  /// How many of the reported ones the verdicts of the source depend on: without them those of the rules
-  /// are different ones.
-  size_t leftOut = 0;
-};
-
 class RuleReading {
  public:
   RuleReading(std::string path, std::string const& content, ReadOptions const& options,

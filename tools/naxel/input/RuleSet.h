@@ -25,6 +25,16 @@ struct RuleOrigin {
   std::string description;  ///< remark or description of the source
 };
 
+/// Entries of the source, not rules: one entry may become several rules.
+struct ReadCounts {
+  size_t read = 0;
+  size_t compiled = 0;
+  size_t reported = 0;  ///< refused or left out, each with a message
+  /// How many of the reported ones the verdicts of the source depend on: without them those of the rules
+  /// are different ones.
+  size_t leftOut = 0;
+};
+
 class RuleSet {
  public:
   explicit RuleSet(Obel::ChipId chip) : acls_(Mox::makePtr<Naxel::AclConfigColl>(chip)) {}
@@ -47,6 +57,10 @@ class RuleSet {
   /// Adds a path, and returns its place in files().
   uint32_t fileIs(std::string path);
 
+  /// What the sources held; answers about the rules say whether they are about all of it.
+  ReadCounts const& counts() const { return counts_; }
+  void countsIs(ReadCounts const& counts) { counts_ = counts; }
+
   void originIs(std::string const& acl, Naxel::AceIndex rule, RuleOrigin origin);
   /// Null where nothing is known of it.
   RuleOrigin const* origin(std::string const& acl, Naxel::AceIndex rule) const;
@@ -59,6 +73,7 @@ class RuleSet {
   std::unordered_map<std::string, std::string> description_;
   NamedLists lists_;
   std::vector<std::string> files_;
+  ReadCounts counts_;
   std::unordered_map<std::string, std::unordered_map<uint32_t, RuleOrigin>> origin_;
 };
 

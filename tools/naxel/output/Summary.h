@@ -2,7 +2,7 @@
 
 /// The text that `naxel compile` prints after a kick.
 
-#include "input/RuleReading.h"
+#include "input/RuleSet.h"
 #include "session/Session.h"
 
 #include <ostream>

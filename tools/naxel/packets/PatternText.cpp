@@ -207,7 +207,9 @@ class PatternParser {
       for (auto const& [name, known] : lists_.all()) names.push_back(name);
       names.push_back("any");
       throw LineError(word, "unknown-list", "there is no list '" + std::string(word.text) + "'",
-                      didYouMean(word.text, names));
+                      word.text == "host"
+                          ? "an address stands by itself, as in 'tcp 192.0.2.1 > any'"
+                          : didYouMean(word.text, names));
     }
     for (auto const* prefixes : {&list->addr(), &list->exceptAddr()})
       if (!prefixes->empty()) familyIs(prefixes->begin()->af(), word);
