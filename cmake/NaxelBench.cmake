@@ -18,7 +18,7 @@ naxel_own_target(bench_parts)
 # Only built when named: a build folder in which benchmarks were made serves the tests as well.
 function(add_bench_program target)
   add_executable(${target} EXCLUDE_FROM_ALL ${ARGN})
-  target_link_libraries(${target} PRIVATE bench_parts naxel_tool_core softchip naxel_verify naxel_objects)
+  target_link_libraries(${target} PRIVATE bench_parts naxel_tool_core $<TARGET_NAME_IF_EXISTS:naxel_ovs_objects> softchip naxel_verify naxel_objects)
   naxel_own_target(${target})
 endfunction()
 
@@ -28,6 +28,12 @@ if(NAXEL_BUILD_BENCH)
   list(REMOVE_ITEM bench_sources ${bench_shared})
   add_bench_program(naxel_bench ${bench_sources})
   target_link_libraries(naxel_bench PRIVATE benchmark::benchmark)
+endif()
+
+# The same rules in Open vSwitch with labels and without.
+if(NAXEL_BUILD_BENCH AND TARGET naxel_ovs_objects)
+  file(GLOB ovs_bench_sources CONFIGURE_DEPENDS ${bench_folder}/ovs/*.cpp)
+  add_bench_program(naxel_bench_ovs ${ovs_bench_sources})
 endif()
 
 if(NAXEL_BUILD_PEERS)

@@ -29,7 +29,7 @@ set_target_properties(fuzz_parts PROPERTIES UNITY_BUILD OFF)
 function(add_fuzz_program target)
   add_executable(${target} ${ARGN})
   target_link_libraries(${target} PRIVATE fuzz_parts $<TARGET_NAME_IF_EXISTS:test_support>
-    naxel_tool_core softchip naxel_verify naxel_objects)
+    naxel_tool_core $<TARGET_NAME_IF_EXISTS:naxel_ovs_objects> softchip naxel_verify naxel_objects)
   # What scripts are drawn from; the tests' support brings it along.
   if(NOT TARGET test_support)
     target_link_libraries(${target} PRIVATE naxel_testing_objects)

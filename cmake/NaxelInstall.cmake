@@ -10,6 +10,11 @@ install(TARGETS Naxel NaxelTesting EXPORT NaxelTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FILE_SET HEADERS DESTINATION ${header_dir})
+if(TARGET NaxelOvs)
+  install(TARGETS NaxelOvs EXPORT NaxelTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    FILE_SET HEADERS DESTINATION ${header_dir})
+endif()
 if(TARGET naxel_conformance)
   install(TARGETS naxel_conformance RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
@@ -30,7 +35,11 @@ endif()
 # The prefix is found from where the file lies, so that an installed tree can be moved.
 file(RELATIVE_PATH pc_up /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 string(REGEX REPLACE "/$" "" pc_up "${pc_up}")
-foreach(package naxel naxel-testing)
+set(pc_packages naxel naxel-testing)
+if(TARGET NaxelOvs)
+  list(APPEND pc_packages naxel-ovs)
+endif()
+foreach(package IN LISTS pc_packages)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/${package}.pc.in ${PROJECT_BINARY_DIR}/${package}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${package}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endforeach()

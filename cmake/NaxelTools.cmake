@@ -5,6 +5,9 @@ set(tool_folder ${PROJECT_SOURCE_DIR}/tools/naxel)
 file(GLOB_RECURSE tool_sources CONFIGURE_DEPENDS ${tool_folder}/*.cpp)
 set(tool_main ${tool_folder}/main.cpp)
 list(REMOVE_ITEM tool_sources ${tool_main})
+if(NOT TARGET naxel_ovs_objects)
+  list(FILTER tool_sources EXCLUDE REGEX "/command/(Switch[A-Za-z]*|LoadCommand)\\.cpp$")
+endif()
 
 if(EXISTS ${tool_main})
   find_package(CLI11 REQUIRED)
@@ -25,6 +28,10 @@ if(EXISTS ${tool_main})
     add_library(naxel_tool_core OBJECT ${tool_sources})
     target_link_libraries(naxel_tool_core PUBLIC naxel_tool_parts)
     naxel_own_target(naxel_tool_core)
+    if(TARGET naxel_ovs_objects)
+      target_link_libraries(naxel_tool_core PUBLIC naxel_ovs_headers)
+      target_compile_definitions(naxel_tool_core PRIVATE NAXEL_WITH_OVS=1)
+    endif()
     naxel_precompile(naxel_tool_core <CLI/CLI.hpp> <nlohmann/json.hpp> [["session/Session.h"]]
       [["input/RuleReading.h"]])
     target_compile_definitions(naxel_tool_core PRIVATE NAXEL_VERSION="${PROJECT_VERSION}")
@@ -35,7 +42,8 @@ if(EXISTS ${tool_main})
     OUTPUT_NAME naxel
     INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   target_link_libraries(naxel_tool PRIVATE naxel_tool_parts
-    $<TARGET_NAME_IF_EXISTS:naxel_tool_core> softchip naxel_verify Naxel)
+    $<TARGET_NAME_IF_EXISTS:naxel_tool_core> $<TARGET_NAME_IF_EXISTS:naxel_ovs_objects>
+    softchip naxel_verify Naxel)
   naxel_own_target(naxel_tool)
   if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
     # It reads the command line, once; optimising the templates of that takes longer than all other sources.

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that the build (deps.sh build), the wider checks (check), the benchmarks
-# (bench) or the comparison with peers (peers) need. Silent and quick when everything is there; the
+# (bench), the comparison with peers (peers) or what runs an Open vSwitch of its own (ovs) need. Silent and quick when everything is there; the
 # package index is refreshed only when it is not.
 set -euo pipefail
 
@@ -9,6 +9,8 @@ build_packages=(g++ cmake ninja-build pkg-config libgtest-dev libgmock-dev libcl
 check_packages=(clang clang-format clang-tidy libclang-rt-14-dev gcovr valgrind)
 bench_packages=(libbenchmark-dev)
 peers_packages=(libdpdk-dev)
+# Its libraries alone; the switch itself is unpacked beside the build, since installing it starts daemons.
+ovs_packages=(libunbound8 libcap-ng0 libnuma1 libxdp1 libbpf1)
 
 # A tool that is on the path counts as present, wherever it came from.
 declare -A command_of=([g++]=g++ [cmake]=cmake [ninja-build]=ninja [pkg-config]=pkg-config
@@ -20,7 +22,8 @@ case "${1:-build}" in
   check) wanted=("${build_packages[@]}" "${check_packages[@]}") ;;
   bench) wanted=("${build_packages[@]}" "${bench_packages[@]}") ;;
   peers) wanted=("${build_packages[@]}" "${peers_packages[@]}") ;;
-  *) echo "usage: $0 [build|check|bench|peers]" >&2; exit 2 ;;
+  ovs) wanted=("${build_packages[@]}" "${bench_packages[@]}" "${ovs_packages[@]}") ;;
+  *) echo "usage: $0 [build|check|bench|peers|ovs]" >&2; exit 2 ;;
 esac
 
 have_dpkg=false

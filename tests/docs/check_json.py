@@ -25,6 +25,7 @@ CALLS = [
     ("gen --json -o made.json --style attributes --rules 10 --hand-made 2", "naxel-generation", True),
     ("convert --json --to json examples/edge.json examples/branch.rules", "naxel-rules", True),
     ("verify --json --packets 100 examples/edge.json", "naxel-verify", False),
+    ("load --json --dry-run --ovs br0 examples/branch.rules", "naxel-load", True),
     ("explain --json --src 198.51.100.7 --dst 203.0.113.17 --proto 6 --chip examples/combo-chip.json "
      "--why-not 30 examples/edge.json", "naxel-explain", False),
     ("classify --json --why-not edge-in:20 --src 198.51.100.7 --dst 203.0.113.17 examples/edge.json",

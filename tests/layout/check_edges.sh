@@ -7,7 +7,7 @@ table=$2
 cd "$root"
 
 folders=(src)
-for folder in tools bench tests fuzz; do
+for folder in drivers tools bench tests fuzz; do
   [[ -d $folder ]] && folders+=("$folder")
 done
 
@@ -60,6 +60,7 @@ find "${folders[@]}" \( -name '*.h' -o -name '*.cpp' \) -print0 | sort -z |
 
   FNR == 1 {
     path = FILENAME; sub(/^src\//, "", path); sub(/^tests\/support\//, "support/", path)
+    sub(/^drivers\/[a-z]+\//, "", path)
     if (path !~ /main\.cpp$/) sub(/^tools\/naxel\//, "", path)
     unit = unitOf(path)
     if (unit == "") breach("no row of the table covers this file")

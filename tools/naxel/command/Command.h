@@ -38,6 +38,8 @@ struct CommandInfo {
   bool pairs = false;
   /// Code 0 says that what was looked for is there, and 1 that it is not: of several devices 0 counts for more.
   bool looksForPackets = false;
+  /// All its rule arguments are for one device, so a folder of devices is none of them.
+  bool oneDevice = false;
 };
 
 std::vector<CommandInfo> const& allCommands();
@@ -54,5 +56,7 @@ CommandInfo convertCommand();
 CommandInfo diffCommand();
 CommandInfo pruneCommand();
 CommandInfo generateCommand();
+/// Where the driver for Open vSwitch is built.
+CommandInfo loadCommand();
 
 }  // namespace NaxelTool

@@ -33,7 +33,7 @@ class CommandLine {
       if (!info.alias.empty()) sub.alias(std::string(info.alias));
       sub.footer(std::string(info.examples.front()));
       commands_.back()->declare(sub);
-      if (takesFiles(sub)) addFleetOptions(sub, fleet_);
+      if (takesDevices(sub, info)) addFleetOptions(sub, fleet_);
       addTalk(sub, info, talk);
     }
   }
@@ -52,15 +52,16 @@ class CommandLine {
     while (!all[chosen]->parsed()) ++chosen;
     CLI::App const& sub = *all[chosen];
     CommandInfo const& info = allCommands()[chosen];
-    if (takesFiles(sub) && isFleet(sub, fleet_, info.pairs))
+    if (takesDevices(sub, info) && isFleet(sub, fleet_, info.pairs))
       return runFleet(sub, fleet_, info, console);
     return commands_[chosen]->run(console);
   }
 
  private:
-  static bool takesFiles(CLI::App const& app) {
+  static bool takesDevices(CLI::App const& app, CommandInfo const& info) {
     auto const options = app.get_options();
-    return std::any_of(options.begin(), options.end(),
+    return !info.oneDevice &&
+           std::any_of(options.begin(), options.end(),
                        [](CLI::Option const* option) { return option->get_positional(); });
   }
 
@@ -212,10 +213,16 @@ ExitCode runProgram(int argc, char const* const* argv) {
 }
 
 std::vector<CommandInfo> const& allCommands() {
-  static std::vector<CommandInfo> const all = {
-      compileCommand(), verifyCommand(), explainCommand(), checkCommand(),
-      searchCommand(),  diffCommand(),   pruneCommand(),   costCommand(),
-      whatIfCommand(),  reportCommand(), convertCommand(), generateCommand()};
+  static std::vector<CommandInfo> const all = [] {
+    std::vector<CommandInfo> commands = {compileCommand(), verifyCommand(),  explainCommand(),
+                                         checkCommand(),   searchCommand(),  diffCommand(),
+                                         pruneCommand(),   costCommand(),    whatIfCommand(),
+                                         reportCommand(),  convertCommand(), generateCommand()};
+#if NAXEL_WITH_OVS
+    commands.push_back(loadCommand());
+#endif
+    return commands;
+  }();
   return all;
 }
 

@@ -98,6 +98,7 @@ std::vector<std::string> RuleInput::files() const {
 ChipSetup RuleInput::chip() const {
   ChipSetup chip =
       chip_.empty() ? defaultChip() : readChip(chip_, readInput(chip_, read_.maxInput));
+  if (chip_.empty() && widths_) widths_(*chip.capability);
   if (labelCode_) chip.labelCode = *labelCode_;
   chip.entryLimit = maxEntries_;
   return chip;

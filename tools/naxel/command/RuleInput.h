@@ -21,6 +21,10 @@ struct LoadedRules {
 
 class RuleInput {
  public:
+  using Widths = std::function<void(Naxel::ChipHwCapability&)>;
+  /// `widths` gives the widths of the chip where no description does.
+  explicit RuleInput(Widths widths = nullptr) : widths_(std::move(widths)) {}
+
   void declare(CLI::App& app);
   /// For a command that only reads: the rule files and how to read them.
   void declareReading(CLI::App& app);
@@ -52,6 +56,7 @@ class RuleInput {
   /// Throws std::invalid_argument for paths that cannot be meant.
   void checkPaths() const;
 
+  Widths widths_;
   std::string chip_;
   std::optional<Acl::LabelCode> labelCode_;
   uint64_t maxEntries_ = Acl::ParamConfig::defaultEntryLimit;

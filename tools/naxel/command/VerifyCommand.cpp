@@ -2,6 +2,12 @@
 #include "command/RuleInput.h"
 #include "command/Verify.h"
 
+#if NAXEL_WITH_OVS
+#include "command/SwitchOptions.h"
+#include "command/SwitchVerify.h"
+#include "ovs/Socket.h"
+#endif
+
 namespace NaxelTool {
 
 namespace {
@@ -14,10 +20,16 @@ class Verification : public Command {
     addFlag(app, "--exact", exact_,
             "Prove besides that they agree for every packet\n"
             "A difference comes with a packet that shows it. With --packets 0 it only proves.");
+#if NAXEL_WITH_OVS
+    switch_.declare(app);
+#endif
     input_.declare(app);
   }
 
   ExitCode run(Console& console) override {
+#if NAXEL_WITH_OVS
+    if (switch_.given()) return askSwitch(console);
+#endif
     LoadedRules const loaded = input_.load(console);
     Session& session = *loaded.session;
     console.progress().stepIs("looking packets up", packets_);
@@ -27,6 +39,11 @@ class Verification : public Command {
       console.progress().stepIs("proving");
       verifyExactly(session, report);
     }
+    return say(console, report);
+  }
+
+ private:
+  static ExitCode say(Console& console, VerifyReport const& report) {
     console.progress().end();
     if (console.options().json)
       printJson(report, console.out());
@@ -35,7 +52,25 @@ class Verification : public Command {
     return report.difference ? ExitCode::findings : ExitCode::success;
   }
 
- private:
+#if NAXEL_WITH_OVS
+  /// What is in force is the switch's own matter, so nothing is compiled.
+  ExitCode askSwitch(Console& console) {
+    if (exact_) throw std::invalid_argument("--exact proves tables, which a switch does not tell");
+    RuleSet const rules = input_.read(console);
+    console.progress().stepIs("asking the switch", packets_);
+    try {
+      return say(console, verifySwitch(rules.acls(), switch_.driver(), packets_, seed_,
+                                       [&](uint64_t done) { console.progress().doneIs(done); }));
+    } catch (NaxelOvs::SwitchError const& error) {
+      console.progress().end();
+      console.error("switch", error.text);
+      return ExitCode::device;
+    }
+  }
+
+  SwitchOptions switch_;
+#endif
+
   RuleInput input_;
   uint64_t packets_ = 100000;
   uint64_t seed_ = 1;
@@ -45,13 +80,19 @@ class Verification : public Command {
 }  // namespace
 
 CommandInfo verifyCommand() {
-  return {"verify",
-          "Compare the loaded tables with the rules, packet by packet",
-          "Print the result as JSON",
-          "Compiles rules as compile does. Then packets are looked up in the tables and compared "
-          "with the rules themselves, evaluated in order.",
-          {"naxel verify --packets 10000 --exact examples/edge.json"},
-          [] { return std::unique_ptr<Command>(std::make_unique<Verification>()); }};
+  return {
+    "verify", "Compare the loaded tables with the rules, packet by packet",
+        "Print the result as JSON",
+        "Compiles rules as compile does. Then packets are looked up in the tables and compared "
+        "with the rules themselves, evaluated in order."
+#if NAXEL_WITH_OVS
+        "\n\nWith --ovs the bridge is asked what it would do with each packet, with the options "
+        "that the rules were loaded with."
+#endif
+        ,
+        {"naxel verify --packets 10000 --exact examples/edge.json"},
+        [] { return std::unique_ptr<Command>(std::make_unique<Verification>()); }
+  };
 }
 
 }  // namespace NaxelTool
