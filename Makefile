@@ -7,7 +7,7 @@ PREFIX ?= /usr/local
 RESULTS ?= bench/results
 REPETITIONS ?= 5
 CTEST = UBSAN_OPTIONS=print_stacktrace=1 ctest -j2 --output-on-failure --no-label-summary
-SOURCES = $(shell find $(wildcard src tools tests fuzz bench examples) -name '*.h' -o -name '*.cpp')
+SOURCES = $(shell find $(wildcard src drivers tools tests fuzz bench examples) -name '*.h' -o -name '*.cpp')
 
 # Configures and builds a preset: $(call build,preset,further arguments of the build,of the configuration)
 build = cmake --preset $(1) $(3) >/dev/null && cmake --build --preset $(1) -j $(JOBS) $(2)
@@ -20,7 +20,7 @@ NOT_OURS = ^(?!.*($(DECISION))).*$$|.*(Mox::(attribute<|operation\(|field\()|MOX
 
 .DEFAULT_GOAL := help
 .PHONY: help deps deps-check build test demo check-all clang-build headers memcheck coverage fuzz \
-        bench bench-peers format format-check tidy install clean
+        bench bench-peers demo-ovs bench-ovs check-ovs format format-check tidy install clean
 
 help: ## List the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / { printf "  %-14s %s\n", $$1, $$2 }' Makefile
@@ -43,6 +43,16 @@ test: deps ## Run the fast tests under sanitizers, then all tests
 
 demo: build ## Show the tool at work
 	@scripts/demo.sh
+
+demo-ovs: build ## Show rules in force in an Open vSwitch of its own
+	@scripts/deps.sh ovs
+	@scripts/ovs.sh fetch build/openvswitch
+	@scripts/demo-ovs.sh
+
+check-ovs: build ## The long tests in Open vSwitch, over SETS=dir besides
+	@scripts/deps.sh ovs
+	@$(call build,release,--target ovs_tests)
+	@scripts/ovs-check.sh build/release $(if $(SETS),$(wildcard $(SETS)/*))
 
 check-all: deps-check ## All further checks: clang, format, tidy, headers, memory, coverage
 	@$(MAKE) --no-print-directory format-check
@@ -88,6 +98,12 @@ bench: ## Run the benchmarks, over the files of SETS=dir or generated rules; RES
 	  scripts/bench.sh build/release $(RESULTS) \
 	  $(if $(FILTER),--benchmark_filter='$(FILTER)')
 
+bench-ovs: ## Compare ways of bringing rules into Open vSwitch, over the files of SETS=dir or generated ones
+	@scripts/deps.sh ovs
+	@$(call build,release,--target naxel_tool --target naxel_bench_ovs,-DNAXEL_BUILD_BENCH=ON)
+	@scripts/ovs.sh fetch build/openvswitch
+	@NAXEL_BENCH_SETS="$(SETS)" scripts/bench-ovs.sh build/release build/openvswitch
+
 bench-peers: ## Compare with the build of DPDK's librte_acl, over the same rules
 	@scripts/deps.sh peers
 	@$(call build,release,--target naxel_bench_peers,-DNAXEL_BUILD_PEERS=ON)
@@ -101,7 +117,7 @@ format-check: deps-check ## Fail on sources that are not formatted
 
 tidy: deps-check ## Run clang-tidy over the library and the tool
 	@cmake --preset tidy >/dev/null
-	@find $(wildcard src tools) -name '*.cpp' -print0 | \
+	@find $(wildcard src drivers tools) -name '*.cpp' -print0 | \
 	  xargs -0 -P $(JOBS) -n 4 clang-tidy -p build/tidy --quiet \
 	  2> >(grep -vE '^[0-9]+ warnings? generated' >&2)
 
