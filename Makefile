@@ -20,7 +20,8 @@ NOT_OURS = ^(?!.*($(DECISION))).*$$|.*(Mox::(attribute<|operation\(|field\()|MOX
 
 .DEFAULT_GOAL := help
 .PHONY: help deps deps-check build test demo check-all clang-build headers memcheck coverage fuzz \
-        bench bench-peers demo-ovs bench-ovs check-ovs format format-check tidy install clean
+        bench bench-peers demo-ovs bench-ovs check-ovs format format-check tidy package package-deps \
+        package-check install clean
 
 help: ## List the targets
 	@awk -F ':.*## ' '/^[a-z-]+:.*## / { printf "  %-14s %s\n", $$1, $$2 }' Makefile
@@ -120,6 +121,15 @@ tidy: deps-check ## Run clang-tidy over the library and the tool
 	@find $(wildcard src drivers tools) -name '*.cpp' -print0 | \
 	  xargs -0 -P $(JOBS) -n 4 clang-tidy -p build/tidy --quiet \
 	  2> >(grep -vE '^[0-9]+ warnings? generated' >&2)
+
+package: package-deps ## Build the Debian packages of the committed sources (build/packages)
+	@scripts/package.sh
+
+package-deps:
+	@scripts/deps.sh package
+
+package-check: package ## Check them: lintian, interface, same bytes, installed in an empty root
+	@scripts/check_packages.sh build/packages
 
 install: build ## Install below PREFIX (default /usr/local), honouring DESTDIR
 	@cmake --install build/release --prefix $(PREFIX)

@@ -18,6 +18,9 @@ endif()
 if(TARGET naxel_conformance)
   install(TARGETS naxel_conformance RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
+if(TARGET NaxelStatic)
+  install(TARGETS NaxelStatic EXPORT NaxelTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
 install(EXPORT NaxelTargets NAMESPACE Naxel:: DESTINATION ${package_dir})
 
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/NaxelConfig.cmake.in

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that the build (deps.sh build), the wider checks (check), the benchmarks
-# (bench), the comparison with peers (peers) or what runs an Open vSwitch of its own (ovs) need. Silent and quick when everything is there; the
+# Installs the Debian packages that the build (deps.sh build), the wider checks (check), the packages (package), the
+# benchmarks (bench), the comparison with peers (peers) or what runs an Open vSwitch of its own (ovs) need. Silent and
+# quick when everything is there; the
 # package index is refreshed only when it is not.
 set -euo pipefail
 
@@ -11,6 +12,7 @@ bench_packages=(libbenchmark-dev)
 peers_packages=(libdpdk-dev)
 # Its libraries alone; the switch itself is unpacked beside the build, since installing it starts daemons.
 ovs_packages=(libunbound8 libcap-ng0 libnuma1 libxdp1 libbpf1)
+package_packages=(build-essential debhelper fakeroot lintian doxygen abigail-tools mmdebstrap)
 
 # A tool that is on the path counts as present, wherever it came from.
 declare -A command_of=([g++]=g++ [cmake]=cmake [ninja-build]=ninja [pkg-config]=pkg-config
@@ -21,9 +23,10 @@ case "${1:-build}" in
   build) wanted=("${build_packages[@]}") ;;
   check) wanted=("${build_packages[@]}" "${check_packages[@]}") ;;
   bench) wanted=("${build_packages[@]}" "${bench_packages[@]}") ;;
+  package) wanted=("${build_packages[@]}" "${package_packages[@]}") ;;
   peers) wanted=("${build_packages[@]}" "${peers_packages[@]}") ;;
   ovs) wanted=("${build_packages[@]}" "${bench_packages[@]}" "${ovs_packages[@]}") ;;
-  *) echo "usage: $0 [build|check|bench|peers|ovs]" >&2; exit 2 ;;
+  *) echo "usage: $0 [build|check|package|bench|peers|ovs]" >&2; exit 2 ;;
 esac
 
 have_dpkg=false

@@ -110,7 +110,11 @@ Ptr<T> dynamicPtrCast(Ptr<U> const& p) {
 
 }  // namespace Mox
 
+namespace std {
+
 template <class T>
-struct std::hash<Mox::Ptr<T>> {
-  size_t operator()(Mox::Ptr<T> const& p) const noexcept { return std::hash<T*>()(p.get()); }
+struct hash<Mox::Ptr<T>> {
+  size_t operator()(Mox::Ptr<T> const& p) const noexcept { return hash<T*>()(p.get()); }
 };
+
+}  // namespace std

@@ -18,7 +18,8 @@ mkdir -p "$work"
 
 export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
 read -ra flags < <(pkg-config --cflags --libs naxel)
-"$compiler" -std=c++20 "$consumer/main.cpp" -o "$work/by_pkg_config" "${flags[@]}"
+"$compiler" -std=c++20 -DNAXEL_EXPECTED_VERSION="\"$(pkg-config --modversion naxel)\"" \
+  "$consumer/main.cpp" -o "$work/by_pkg_config" "${flags[@]}"
 LD_LIBRARY_PATH=$prefix/$libdir "$work/by_pkg_config"
 
 # The installed program proves the driver that has been built as a shared object, by either way.

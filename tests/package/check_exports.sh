@@ -42,8 +42,8 @@ if [[ -n $needed ]]; then
   echo "$needed"
   status=1
 fi
-if ! grep -qE '\(SONAME\).*\[libNaxel\.so\.[0-9]+\]' <<<"$dynamic"; then
-  echo "the soname does not carry the major version"
+if ! grep -qE '\(SONAME\).*\[libNaxel\.so\.[0-9]+\.[0-9]+\]' <<<"$dynamic"; then
+  echo "the soname does not carry the major and the minor version"
   status=1
 fi
 exit $status

@@ -13,6 +13,7 @@
 /// Everything runs on the calling thread, by a clock of its own that jumps to the next timer, so a driver that
 /// waits by timers of the wheel costs no time. The same seed and driver give the same report.
 
+#include "mox/Export.h"
 #include "naxel/loader/PDConfig.h"
 #include "naxel/testing/Rules.h"
 #include "obel/TimerWheel.h"
@@ -137,5 +138,4 @@ Report replay(DriverMaker const& make, std::vector<std::string> const& script,
 
 /// What a shared object that holds a driver defines, for the program naxel-conformance: a new one that the caller
 /// deletes.
-extern "C" __attribute__((visibility("default"))) Naxel::Testing::DriverUnderTest*
-naxelDriverUnderTest();
+extern "C" NAXEL_EXPORT Naxel::Testing::DriverUnderTest* naxelDriverUnderTest();
