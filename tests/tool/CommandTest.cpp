@@ -83,10 +83,12 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
     {"search --in 'ip any > any' late", 1, "*", "drop, set tc 3  rule 20 'second' (late:"},
     {"search --effort 1 --want drop three", 3, "*", "a: undecided, the effort did not suffice\n"},
     {"search --want rule:x late", 2, "naxel: error[unknown-rule]: --want: there is no rule 'x'\n"},
-    {"search --want rule:edge.json:33 ex/edge.json", 0, "", "permit  rule 60 'web' (ex/edge.json:33)"},
+    {"search --want rule:edge.json:33 ex/edge.json", 0, "",
+     "permit  rule 60 'web' (ex/edge.json:33)"},
     // What was left out is told by whatever answers for the rest.
     {"check --skip-unsupported part", 0, "*",
-     "1 of 2 entries is left out: the verdicts are not those of the source\nnothing found in 2 rules "
+     "1 of 2 entries is left out: the verdicts are not those of the source\nnothing found in 2 "
+     "rules "
      "of 1 ACL; packets reach 1 of them, and not 1 end that is implied\n"},
     {"check --json --skip-unsupported part", 0, "*", ",\"leftOut\":1,"},
     {"search --want drop --skip-unsupported part", 1, "*", "1 of 2 entries is left out: "},
@@ -101,7 +103,8 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
     {"classify --packets trace --packets - --acl edge-in ex/edge.json", 1, "*",
      "total: 2 packets read, 2 classified, 0 left out, 0 differences\n"},
     {"classify --json --packet 'a: udp 1.2.3.4:53 > 1.2.3.4:53' a", 0, "",
-     "\"verdicts\":[\n  {\"acl\":\"a\",\"verdict\":\"none\"}],\n \"differences\":0}\n"},
+     "\"verdicts\":[\n  {\"acl\":\"a\",\"verdict\":\"none\"}],\n \"leftOut\":0,\n "
+     "\"differences\":0}\n"},
     {"classify --packets text a", 2,
      "text:2:3: error[unknown-protocol]: there is no protocol 'permit'\n    2 |   permit ip any "
      "any\n"

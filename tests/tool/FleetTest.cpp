@@ -105,7 +105,7 @@ TEST_F(Fleet, TwoFoldersArePairedByThePathsBelowThem) {
   EXPECT_EQ(told,
             "a: old/a new/a \nd: new/d there is none in\ns/b: old/s/b new/s/b \n"
             "s/c: old/s/c there is none in\n");
-  shell("rm -r old/s new/*; mkdir new/s");
+  shell("rm -r old new; mkdir -p old/s new/s");
   writeRules("old/a");
   writeRules("new/a", 2);
   writeRules("old/s/same");

@@ -54,7 +54,12 @@ TEST(RuleMerging, TakesThousandsAtOnce) {
   for (int i = 0; i < 20000; ++i) rules.push_back(" dport " + std::to_string(2 * i));
   ::Test::SmallAcl const acl(rules);
   EXPECT_EQ(mergeNeighbours(*acl.acl).size(), 19999u);
-  EXPECT_TRUE(textOfRules(*acl.acl).ends_with(",39996,39998\n"));
+  ASSERT_EQ(acl.acl->ruleById().size(), 1u);
+  std::ptrdiff_t ranges = 0;
+  acl.acl->ruleById(Naxel::AceIndex(0))->ruleFilter()->forEachRangeColl([&](auto, auto const& all) {
+    ranges += std::distance(all.begin(), all.end());
+  });
+  EXPECT_EQ(ranges, 20000);
 }
 
 TEST(RuleMerging, TakesTheRulesOfAnEntryTogether) {
