@@ -279,10 +279,13 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
      "naxel: error[usage]: --acl: the old rules have no ACL 'b'\n"},
     {"diff - -", 2, "naxel: error[usage]: standard input can be read only once\n"},
     // The page has what diff finds, and the exit code says whether the rules fit, not whether they differ.
-    {"report -o - --against three three", 0, "", "<p>Against three. No packet is treated differently.</p>"},
+    {"report -o - --against three three", 0, "",
+     "<p>Against three. No packet is treated differently.</p>"},
     {"report -o - --against three a", 0, "*",
-     "<td>permit -&gt; no rule<small>a</small></td><td class=t data-l=\"old rule\">rule 1 &#39;x&#39; (three:2)"},
-    {"report -o - --chip narrow --against a three", 3, "*", "the new rules do not fit this chip.</p>"},
+     "<td>permit -&gt; no rule<small>a</small></td><td class=t data-l=\"old rule\">rule 1 "
+     "&#39;x&#39; (three:2)"},
+    {"report -o - --chip narrow --against a three", 3, "*",
+     "the new rules do not fit this chip.</p>"},
     {"prune set", 0, "", "1 of 2 rules can go; proved for every packet\n"},
     {"prune --to ios three", 2, "*"},
     {"prune --json late", 0, "", "\"why\":\"matches-nothing\""},

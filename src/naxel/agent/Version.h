@@ -14,7 +14,7 @@
 #define NAXEL_VERSION_PATCH 0
 
 /// Versions as one number that grows, to compare in `#if`: NAXEL_VERSION >= NAXEL_VERSION_NUMBER(0, 2, 0).
-#define NAXEL_VERSION_NUMBER(major, minor, patch) ((major) * 1000000 + (minor) * 1000 + (patch))
+#define NAXEL_VERSION_NUMBER(major, minor, patch) ((major)*1000000 + (minor)*1000 + (patch))
 #define NAXEL_VERSION \
   NAXEL_VERSION_NUMBER(NAXEL_VERSION_MAJOR, NAXEL_VERSION_MINOR, NAXEL_VERSION_PATCH)
 

@@ -36,7 +36,7 @@ int main() {
   std::ostringstream text;
   text << generator->newKey();
   std::cout << "second key: " << text.str() << '\n';
-  bool const isOneVersion = Naxel::versionNumber() == NAXEL_VERSION &&
-                            Naxel::versionText() == NAXEL_EXPECTED_VERSION;
+  bool const isOneVersion =
+      Naxel::versionNumber() == NAXEL_VERSION && Naxel::versionText() == NAXEL_EXPECTED_VERSION;
   return text.str() == "2" && tablesAreShared() && isOneVersion ? 0 : 1;
 }
