@@ -126,7 +126,7 @@ class Diff : public Command {
 }  // namespace
 
 CommandInfo diffCommand() {
-  return {
+  CommandInfo info = {
       "diff",
       "What a change of the rules does, to packets and to the tables",
       "Print the changes as JSON",
@@ -141,9 +141,9 @@ CommandInfo diffCommand() {
       "to no end, 3 if the new rules do not fit the chip.",
       {"naxel diff examples/edge.json examples/edge-new.json",
        "naxel diff --no-rows examples/office.ios examples/office.openconfig"},
-      [] { return std::unique_ptr<Command>(std::make_unique<Diff>()); },
-      {},
-      true};
+      [] { return std::unique_ptr<Command>(std::make_unique<Diff>()); }};
+  info.pairs = true;
+  return info;
 }
 
 }  // namespace NaxelTool

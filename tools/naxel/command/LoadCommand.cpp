@@ -172,7 +172,7 @@ class Load : public Command {
 }  // namespace
 
 CommandInfo loadCommand() {
-  return {
+  CommandInfo info = {
       "load",
       "Put rules in force in a bridge of Open vSwitch",
       "Print the result as JSON",
@@ -185,10 +185,9 @@ CommandInfo loadCommand() {
       {"naxel load --dry-run --ovs br0 examples/branch.rules",
        "naxel load --dry-run --ovs br0 --bind branch.rules:in_port=3 --next 12 "
        "examples/branch.rules"},
-      [] { return std::unique_ptr<Command>(std::make_unique<Load>()); },
-      {},
-      false,
-      true};
+      [] { return std::unique_ptr<Command>(std::make_unique<Load>()); }};
+  info.oneDevice = true;
+  return info;
 }
 
 }  // namespace NaxelTool

@@ -96,7 +96,7 @@ class Searching : public Command {
 }  // namespace
 
 CommandInfo searchCommand() {
-  return {
+  CommandInfo info = {
       "search",
       "Find a packet that gets some verdict, or prove that there is none",
       "Print the packets, or the rules that leave none, as JSON",
@@ -108,10 +108,9 @@ CommandInfo searchCommand() {
       "suffice to tell.",
       {"naxel search --in \"tcp any > web:22\" --want drop examples/edge.json",
        "naxel search --acl edge-in --want rule:web --count 3 examples/edge.json"},
-      [] { return std::unique_ptr<Command>(std::make_unique<Searching>()); },
-      {},
-      false,
-      true};
+      [] { return std::unique_ptr<Command>(std::make_unique<Searching>()); }};
+  info.looksForPackets = true;
+  return info;
 }
 
 }  // namespace NaxelTool
