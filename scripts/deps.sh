@@ -20,7 +20,7 @@ declare -A command_of=([g++]=g++ [cmake]=cmake [ninja-build]=ninja [pkg-config]=
   [valgrind]=valgrind)
 
 case "${1:-build}" in
-  build) wanted=("${build_packages[@]}") ;;
+  build) wanted=("${build_packages[@]}" "${ovs_packages[@]}") ;;
   check) wanted=("${build_packages[@]}" "${check_packages[@]}") ;;
   bench) wanted=("${build_packages[@]}" "${bench_packages[@]}") ;;
   package) wanted=("${build_packages[@]}" "${package_packages[@]}") ;;

@@ -19,7 +19,8 @@ fetch() {
   [[ -x $root/usr/lib/openvswitch-switch/ovs-vswitchd ]] && return 0
   local packages
   packages=$(mktemp -d)
-  trap 'rm -rf "$packages"' EXIT
+  # The name is put in now: it is gone when the program ends.
+  trap "rm -rf '$packages'" EXIT
   if ! command -v apt-get dpkg >/dev/null ||
      ! (cd "$packages" && apt-get -q download openvswitch-switch openvswitch-common) >/dev/null 2>&1; then
     echo "the packages of Open vSwitch cannot be had"
