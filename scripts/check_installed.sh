@@ -23,9 +23,9 @@ cat >program.cpp <<'END'
 #include <iostream>
 int main() { std::cout << "libNaxel " << Naxel::versionText() << '\n'; }
 END
-read -ra flags < <(pkg-config --cflags --libs naxel)
+read -ra flags <<<"$(pkg-config --cflags --libs naxel)"
 g++ -std=c++20 program.cpp -o shared "${flags[@]}"
 ./shared
-static=$(pkg-config --variable=libdir naxel)/libNaxel.a
-g++ -std=c++20 program.cpp -o static $(pkg-config --cflags naxel) "$static"
+read -ra flags <<<"$(pkg-config --cflags naxel)"
+g++ -std=c++20 program.cpp -o static "${flags[@]}" "$(pkg-config --variable=libdir naxel)/libNaxel.a"
 ./static
