@@ -1,4 +1,4 @@
-/// Errors of OpenFlow by their names in the specification.
+/// Errors of OpenFlow by the names that its standard gives them.
 
 #include "ovs/Bytes.h"
 #include "ovs/Wire.h"
