@@ -9,7 +9,7 @@ namespace Naxel::Testing {
 namespace {
 
 // Rules that tell one mistake from another: nested prefixes, ranges side by side, flags, misses, both families.
-constexpr char rules[] =
+constexpr char commonRules[] =
     "set a0 10 r0 src 10.0.0.0/8,!10.64.0.0/10 dport 80-90 proto 6 drop; "
     "set a0 20 r1 src 10.64.0.0/10 dst 10.32.0.0/11 sport 1-5,9 dport 91-100; "
     "set a0 30 r2 dst 10.0.0.0/9 sport 6-8 proto 17 tc=3; "
@@ -107,7 +107,8 @@ std::vector<Script> fixedScripts() {
   std::vector<Script> out;
   for (std::string text : scripts) {
     constexpr std::string_view name = "@rules; ";
-    if (size_t const at = text.find(name); at != text.npos) text.replace(at, name.size(), rules);
+    if (size_t const at = text.find(name); at != text.npos)
+      text.replace(at, name.size(), commonRules);
     out.push_back(pieces(text, "; "));
   }
   return out;

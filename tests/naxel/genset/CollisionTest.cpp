@@ -149,7 +149,8 @@ TEST(CollisionTest, WhatIsWrittenAgainIsSkippedOnlyWhereItSaysTheSame) {
       {false, [](W& w, A&, F&, F&) { w.rules("af core ipv6"); }}};
   for (Edit const& edit : edits) {
     SCOPED_TRACE(&edit - edits);
-    World w(std::string(one) + two);
+    World w(one);
+    w.rules(two);
     setWidths(w, Chip::combos);
     kickOk(w);
     edit.write(w, *w.acls->acl("edge"), *w.rule("edge", "one")->ruleFilter(),
