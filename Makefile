@@ -118,9 +118,7 @@ format-check: deps-check ## Fail on sources that are not formatted
 
 tidy: deps-check ## Run clang-tidy over the library and the tool
 	@cmake --preset tidy >/dev/null
-	@find $(wildcard src drivers tools) -name '*.cpp' -print0 | \
-	  xargs -0 -P $(JOBS) -n 4 clang-tidy -p build/tidy --quiet \
-	  2> >(grep -vE '^[0-9]+ warnings? generated' >&2)
+	@scripts/tidy.py build/tidy $(JOBS) $(wildcard src drivers tools)
 
 package: package-deps ## Build the Debian packages of the committed sources (build/packages)
 	@scripts/package.sh

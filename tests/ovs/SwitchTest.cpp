@@ -7,6 +7,7 @@
 #include "support/World.h"
 #include "verify/ConfigCopy.h"
 #include "verify/Random.h"
+#include "verify/RuleOracle.h"
 
 #include <algorithm>
 #include <chrono>

@@ -8,6 +8,7 @@
 #include "verify/ConfigCopy.h"
 
 #include <algorithm>
+#include <sstream>
 #include <stdexcept>
 
 namespace Naxel::Testing {
@@ -217,9 +218,10 @@ constexpr Verb<Edit> edits[] = {
        std::string const acl = e.word();
        for (int i = 0; i < 40; ++i) e.acls.aclIs(acl)->ruleByNameDel("big" + std::to_string(i));
        for (uint32_t i = e.number(); i-- > 0;) {
-         std::string const k = std::to_string(i);
-         addRules(e.acls, acl + " " + std::to_string(1000 + i) + " big" + k + " sport " + k +
-                              " dport " + k + " proto " + k);
+         std::ostringstream rule;
+         rule << acl << ' ' << 1000 + i << " big" << i << " sport " << i << " dport " << i
+              << " proto " << i;
+         addRules(e.acls, rule.str());
        }
      }},
     {"", 0, "width <table> <bits>", widthIs},

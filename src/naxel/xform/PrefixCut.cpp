@@ -178,13 +178,11 @@ std::optional<PrefixPieces> changePrefixes(PrefixChange const& change, PieceCoun
   PathOf old(change.old);
   PathOf added(change.added.items);
   while (old.next() || added.next()) {
-    // As if what is not there stood behind all.
-    auto const order = !added.next() ? std::strong_ordering::less
-                       : !old.next() ? std::strong_ordering::greater
-                                     : *old.next() <=> *added.next();
-    bool const isOld = order <= 0;
-    bool const isAdded = order >= 0;
-    IpGenPrefix const& prefix = isOld ? *old.next() : *added.next();
+    IpGenPrefix const* const ofOld = old.next();
+    IpGenPrefix const* const ofAdded = added.next();
+    bool const isOld = !ofAdded || (ofOld && *ofOld <= *ofAdded);
+    bool const isAdded = !ofOld || (ofAdded && *ofAdded <= *ofOld);
+    IpGenPrefix const& prefix = isOld ? *ofOld : *ofAdded;
     uint32_t const named =
         (isOld ? left[old.place()] : 0) + (isAdded ? change.added.namings[added.place()] : 0);
     old.go(prefix, isOld);

@@ -3,6 +3,7 @@
 #include "input/Intervals.h"
 
 #include <optional>
+#include <span>
 
 namespace NaxelTool {
 
@@ -87,8 +88,10 @@ class Merging {
   std::vector<MergedRule> run(EntryOf const& entryOf) {
     std::vector<MergedRule> out;
     std::vector<Entry> const all = entries(entryOf);
-    for (Entry const& entry : all) {
-      auto difference = first_ ? differenceOf(*first_, entry) : std::nullopt;
+    if (all.empty()) return out;
+    begin(all.front());
+    for (Entry const& entry : std::span(all).subspan(1)) {
+      auto difference = differenceOf(*first_, entry);
       if (!joined_.empty() && !staysInField(difference)) {
         // As one rule it may still differ from the next one in another field alone.
         join();
@@ -106,7 +109,7 @@ class Merging {
         acl_.ruleByNameDel(std::string(rule->name()));
       }
     }
-    if (first_) join();
+    join();
     return out;
   }
 

@@ -247,7 +247,7 @@ std::string packetLine(Packet const& p) {
   std::string out = known ? std::string(known->name) : "proto " + std::to_string(p.proto);
   bool const isV6 = p.af == Lumox::ipv6();
   auto const side = [&](Verify::Address const& a, uint16_t port) {
-    std::string const address = Verify::addressText(p.af, a);
+    std::string address = Verify::addressText(p.af, a);
     if (!p.hasPortProtocol() || p.isLaterFragment()) return address;
     return (isV6 ? "[" + address + "]" : address) + ":" + std::to_string(port);
   };
