@@ -12,6 +12,9 @@ file(GLOB fuzz_targets CONFIGURE_DEPENDS ${fuzz_folder}/*Fuzz.cpp)
 file(GLOB fuzz_shared CONFIGURE_DEPENDS ${fuzz_folder}/*.cpp)
 set(replay_main ${fuzz_folder}/ReplayMain.cpp)
 list(REMOVE_ITEM fuzz_shared ${replay_main} ${fuzz_targets})
+if(NOT TARGET naxel_ovs_objects)
+  list(REMOVE_ITEM fuzz_targets ${fuzz_folder}/OpenFlowFuzz.cpp)
+endif()
 
 # What the targets share, together with what they need of the tests' support where there are no tests.
 set(fuzz_support)
