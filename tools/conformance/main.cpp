@@ -23,6 +23,8 @@ constexpr char usage[] =
     "  --scripts N       how many random scripts, 150 by default\n"
     "  --seconds N       as many as fit into so many seconds\n"
     "  --breaches N      stop after so many rules are broken, 3 by default\n"
+    "  --patience N      seconds without any answer after which none is expected, 60 by default\n"
+    "  --passes N        the same in passes of the activity, 100000 by default\n"
     "  --own-policies    the driver puts policies of its own in force at any time\n"
     "  --traces          write what library and driver trace\n"
     "  --script FILE     play this script alone, one event per line\n"
@@ -71,6 +73,10 @@ Call callOf(int argc, char** argv) {
       call.options.scripts = number(word, value());
     else if (word == "--seconds")
       call.options.seconds = static_cast<double>(number(word, value()));
+    else if (word == "--patience")
+      call.options.patience = static_cast<Mox::Seconds>(number(word, value()));
+    else if (word == "--passes")
+      call.options.passes = number(word, value());
     else if (word == "--breaches")
       call.options.breaches = number(word, value());
     else if (word.starts_with("-") || !call.driver.empty())

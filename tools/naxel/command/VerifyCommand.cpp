@@ -39,15 +39,16 @@ class Verification : public Command {
       console.progress().stepIs("proving");
       verifyExactly(session, report);
     }
-    return say(console, report);
+    return say(console, report, loaded.counts);
   }
 
  private:
-  static ExitCode say(Console& console, VerifyReport const& report) {
+  static ExitCode say(Console& console, VerifyReport report, ReadCounts const& source) {
     console.progress().end();
+    report.source = source;
     if (console.options().json)
       printJson(report, console.out());
-    else if (report.difference || !console.options().quiet)
+    else if (report.difference || source.leftOut || !console.options().quiet)
       print(report, console.out());
     return report.difference ? ExitCode::findings : ExitCode::success;
   }
@@ -59,8 +60,10 @@ class Verification : public Command {
     RuleSet const rules = input_.read(console);
     console.progress().stepIs("asking the switch", packets_);
     try {
-      return say(console, verifySwitch(rules.acls(), switch_.driver(), packets_, seed_,
-                                       [&](uint64_t done) { console.progress().doneIs(done); }));
+      return say(console,
+                 verifySwitch(rules.acls(), switch_.driver(), packets_, seed_,
+                              [&](uint64_t done) { console.progress().doneIs(done); }),
+                 rules.counts());
     } catch (NaxelOvs::SwitchError const& error) {
       console.progress().end();
       console.error("switch", error.text);

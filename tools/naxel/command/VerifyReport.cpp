@@ -1,6 +1,7 @@
 #include "command/VerifyReport.h"
 
 #include "input/Diagnostics.h"
+#include "output/Summary.h"
 
 #include <nlohmann/json.hpp>
 
@@ -44,6 +45,7 @@ void print(VerifyReport const& report, std::ostream& out) {
   // A proof may find what packets did not.
   if (!report.difference || !report.acls.empty()) printAcls(report, out);
   printFindings(report, out);
+  printLeftOut(out, report.source);
 }
 
 void printFindings(VerifyReport const& report, std::ostream& out) {
@@ -61,6 +63,7 @@ void printJson(VerifyReport const& report, std::ostream& out) {
             {"packets", report.packets},
             {"seed", report.seed},
             {"differences", report.difference ? 1 : 0},
+            {"leftOut", report.source.leftOut},
             {"acls", Json::array()}};
   for (VerifiedAcl const& acl : report.acls)
     json["acls"].push_back({{"name", acl.name},

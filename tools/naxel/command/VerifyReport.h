@@ -2,6 +2,8 @@
 
 /// What a verification came to, as text and as JSON (schema/naxel-verify.schema.json).
 
+#include "input/RuleSet.h"
+
 #include <cstdint>
 #include <optional>
 #include <ostream>
@@ -34,6 +36,7 @@ struct ProofCounts {
 };
 
 struct VerifyReport {
+  ReadCounts source;  ///< entries that were left out are not among the rules that are compared with
   uint64_t seed = 0;
   uint64_t packets = 0;           ///< drawn
   std::vector<VerifiedAcl> acls;  ///< by name; none behind a difference
