@@ -84,6 +84,9 @@ struct Options {
   double seconds = 0;
   /// After so many seconds of the kit's clock without any answer none is expected any more.
   Mox::Seconds patience = 60;
+  /// The same for passes of the activity in which the driver has something to do, and no answer comes of them. A driver
+  /// that goes on writing one entry per pass needs as many as its largest table has.
+  size_t passes = 100000;
   /// The driver puts policies of its own in force at any time, not only when it starts. One that nobody asked for is
   /// then not taken for a wrong answer.
   bool ownPolicies = false;

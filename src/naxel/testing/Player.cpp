@@ -79,12 +79,10 @@ void Player::until(RequestState state) {
 }
 
 void Player::settle() {
-  // A kick takes tens of passes, a driver that has much to write some thousands.
-  constexpr int most = 100000;
   Mox::Seconds silent = 0;
   uint64_t writes = judge_.writes();
-  for (int i = 0; i < most && !breach(); ++i) {
-    if (writes != judge_.writes()) silent = 0;
+  for (size_t passes = 0; passes < options_.passes && !breach(); ++passes) {
+    if (writes != judge_.writes()) silent = 0, passes = 0;
     writes = judge_.writes();
     if (step()) continue;
     bool const waiting = judge_.isOutstanding() || (pipeline_ && pipeline_->isRunning());
