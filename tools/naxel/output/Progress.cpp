@@ -1,6 +1,7 @@
 #include "output/Progress.h"
 
 #include "input/Diagnostics.h"
+#include "output/Signals.h"
 
 #include <csignal>
 #include <string_view>
@@ -43,6 +44,7 @@ void Progress::run() {
   std::unique_lock lock(mutex_);
   auto wait = std::chrono::steady_clock::duration(patience);
   while (!wake_.wait_for(lock, wait, [this] { return ending_; })) {
+    passingLineIs(true);
     writeTerminal("\r\x1b[K" + line());
     visible_ = true;
     wait = pace;
@@ -74,6 +76,7 @@ void Progress::hide() {
 void Progress::hideLocked() {
   if (visible_) writeTerminal("\r\x1b[K");
   visible_ = false;
+  passingLineIs(false);
 }
 
 void Progress::end() {

@@ -25,6 +25,7 @@ struct Slot {
 };
 std::array<Slot, 4> slots;
 bool inJson = false;
+std::atomic<bool> lineShown = false;
 
 constexpr std::array<int, 4> ending = {SIGHUP, SIGINT, SIGTERM, SIGPIPE};
 
@@ -56,14 +57,16 @@ void note(int number) {
   if (!noted) noted = number;
 }
 
-void removeFiles() {
+void removeTraces() {
   for (Slot& slot : slots)
     if (slot.used) unlink(slot.path.data());
+  static constexpr char erase[] = "\r\x1b[K";
+  if (lineShown) static_cast<void>(!write(STDERR_FILENO, erase, sizeof erase - 1));
 }
 
 /// The handler has been taken out by then, so the signal does what it does to any program.
 void endBySignal(int number) {
-  removeFiles();
+  removeTraces();
   raise(number);
 }
 
@@ -73,7 +76,7 @@ void endByFault(int) {
       R"({"schema":"naxel-message","version":1,"severity":"error","code":"internal",)"
       R"("text":"a fault of the program"})"
       "\n";
-  removeFiles();
+  removeTraces();
   auto const ignored = inJson ? write(STDERR_FILENO, json, sizeof json - 1)
                               : write(STDERR_FILENO, text, sizeof text - 1);
   static_cast<void>(ignored);
@@ -95,6 +98,8 @@ void signalsAreHandled(bool json) {
   action.sa_handler = endByFault;
   sigaction(SIGABRT, &action, nullptr);
 }
+
+void passingLineIs(bool shown) { lineShown = shown; }
 
 SignalsNoted::SignalsNoted() {
   noted = 0;

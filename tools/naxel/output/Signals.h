@@ -11,6 +11,8 @@ namespace NaxelTool {
 /// From now on the end by SIGHUP, SIGINT, SIGTERM or SIGPIPE leaves no temporary file behind. A signal that
 /// was ignored stays so. `json` is the form of the message about a fault.
 void signalsAreHandled(bool json);
+/// Whether a line stands on the terminal that goes away with the run, however that ends.
+void passingLineIs(bool shown);
 
 /// While it lives, a signal that would end the run is only noted, so that what the run has started can be ended first.
 /// The signals come in while somebody waits with waitMask(), as ppoll() does, and at no other time. Behind it
