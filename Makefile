@@ -74,7 +74,7 @@ headers: deps ## Compile every installed header by itself
 
 memcheck: deps-check ## Run the fast tests under valgrind
 	@$(call build,release)
-	@scripts/memcheck.sh build/release
+	@scripts/memcheck.sh build/release $(JOBS)
 
 soak: deps ## Run random worlds for SECONDS (default 60), or the one of SEED
 	@$(call build,release,--target soak)
