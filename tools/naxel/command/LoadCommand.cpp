@@ -57,6 +57,7 @@ class Load : public Command {
   ExitCode run(Console& console) override {
     NaxelOvs::DriverOptions const options = switch_.driver();
     if (dry_) return print(console, options.layout);
+    StaySignals signals(stay_);
     RuleSet const rules = input_.read(console);
     NaxelOvs::DriverOptions watched = options;
     if (stay_) watched.watch = 1;
@@ -64,24 +65,26 @@ class Load : public Command {
     session.waitingIs([&](std::string const& what) {
       console.note("waiting", what.empty() ? "the switch has what it should" : what);
     });
-    StaySignals signals(stay_);
-    ExitCode const code = kick(console, session);
+    ExitCode const code = kick(console, session, signals);
     if (code != ExitCode::success || !stay_) return code;
     while (!signals.endAsked()) {
       session.runUntil([&] { return signals.endAsked() || signals.rereadAsked(); });
-      if (signals.takeReread() && reread(console, *rules.acls())) kick(console, session);
+      if (signals.takeReread() && reread(console, *rules.acls())) kick(console, session, signals);
     }
     return ExitCode::success;
   }
 
  private:
-  ExitCode kick(Console& console, SwitchSession& session) const {
+  ExitCode kick(Console& console, SwitchSession& session, StaySignals const& signals) const {
     console.progress().stepIs("loading");
-    auto const result = session.kick(static_cast<Mox::Seconds>(wait_));
+    auto const result =
+        session.kick(static_cast<Mox::Seconds>(wait_), [&] { return signals.endAsked(); });
     console.progress().end();
     if (!result) {
-      console.error("waiting", "the switch has not taken the rules within " +
-                                   std::to_string(wait_) + " s: " + session.driver().waitingFor());
+      std::string const until =
+          signals.endAsked() ? "before the end" : "within " + std::to_string(wait_) + " s";
+      console.error("waiting", "the switch has not taken the rules " + until + ": " +
+                                   session.driver().waitingFor());
       return ExitCode::device;
     }
     if (!*result) return sayFailure(console, *result, session);
@@ -136,9 +139,10 @@ class Load : public Command {
                   << r.added << " added, " << r.deleted << " deleted, " << r.changed
                   << " changed\n";
     if (!r.cachesFollowed)
-      console.note("caches",
-                   "the control socket was not there: known connections may meet the rules of "
-                   "before for about a second");
+      console.note(
+          "caches",
+          "the switch does not tell when its cache follows: known connections may meet the "
+          "rules of before for about a second");
   }
 
   ExitCode print(Console& console, NaxelOvs::Layout const& layout) {

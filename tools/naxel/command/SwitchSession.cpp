@@ -43,19 +43,18 @@ Naxel::NaxelActiveStage SwitchSession::failedStage() const {
   return pipeline_->root().stageControllerStatus()->lastFailedStage();
 }
 
-std::optional<Naxel::KickResult> SwitchSession::kick(Mox::Seconds limit) {
-  std::optional<Naxel::KickResult> result;
+std::optional<Naxel::KickResult> SwitchSession::kick(Mox::Seconds limit,
+                                                     std::function<bool()> const& stop) {
+  // Shared, since a kick that this one has waited for in vain ends when this function has.
+  auto const result = std::make_shared<std::optional<Naxel::KickResult>>();
   Mox::Seconds const end = clock_.now() + limit;
   Ticking const ticking(wheel_, 0.1);
-  pipeline_->kick([&](Naxel::KickResult const& r) {
-    // A later call is about a kick that this one has waited for in vain.
-    if (pipeline_) result = r;
-  });
+  pipeline_->kick([result](Naxel::KickResult const& r) { *result = r; });
   activity_.runUntil([&] {
     tell();
-    return result || clock_.now() >= end;
+    return *result || clock_.now() >= end || (stop && stop());
   });
-  return result;
+  return *result;
 }
 
 void SwitchSession::runUntil(std::function<bool()> const& done) {

@@ -24,8 +24,10 @@ class SwitchSession {
 
   /// Called with what the driver waits for, each time that it is something else; "" where it has come.
   void waitingIs(std::function<void(std::string const&)> f) { tell_ = std::move(f); }
-  /// Runs a kick. None where it has not ended within so many seconds: the driver then still tries.
-  std::optional<Naxel::KickResult> kick(Mox::Seconds limit);
+  /// Runs a kick. None where it has not ended within so many seconds, or before `stop` says so, which is asked a few
+  /// times a second: the driver then still tries.
+  std::optional<Naxel::KickResult> kick(Mox::Seconds limit,
+                                        std::function<bool()> const& stop = nullptr);
   /// Goes on with what the driver does by itself until `done` says so, which is asked a few times a second.
   void runUntil(std::function<bool()> const& done);
 
