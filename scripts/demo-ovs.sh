@@ -19,7 +19,8 @@ run() {
   printf '\n$ naxel %s\n' "$*"
   "$naxel" "$@" 2>/dev/null || printf 'exit %d\n' $?
 }
-flows() { "$ovs" run "$root" "$work" ovs-ofctl -O OpenFlow14 --no-stats dump-flows br0 | sed 's/^ cookie=[^,]*, //' | sort; }
+# Without the one that every change replaces.
+flows() { "$ovs" run "$root" "$work" ovs-ofctl -O OpenFlow14 --no-stats dump-flows br0 | sed '/dl_type=0xffff/d; s/^ cookie=[^,]*, //' | sort; }
 trace() {
   printf '\n# %s\n' "$1"
   "$ovs" run "$root" "$work" ovs-appctl ofproto/trace br0 "in_port=1,$2" | grep -E '^(11\.|Megaflow|Datapath)'

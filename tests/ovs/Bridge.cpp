@@ -1,6 +1,7 @@
 #include "ovs/Bridge.h"
 
 #include "input/RuleFiles.h"
+#include "support/World.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -66,6 +67,23 @@ Mox::Ptr<Naxel::AclConfigColl> aclsOf(std::string const& text) {
   NaxelTool::readRuleFiles({name}, {}, rules, diagnostics);
   std::filesystem::remove(name);
   return rules.acls();
+}
+
+Mox::Ptr<Naxel::AclConfigColl> small(std::string const& rules) {
+  auto acls = Mox::makePtr<Naxel::AclConfigColl>(Obel::ChipId(0));
+  addRules(*acls, rules);
+  return acls;
+}
+
+std::string kick(NaxelTool::SwitchSession& session, std::string const& refusal) {
+  auto const result = session.kick(20);
+  if (!result) {
+    ADD_FAILURE() << "waiting: " << session.driver().waitingFor();
+    return {};
+  }
+  EXPECT_EQ(bool(*result), refusal.empty()) << result->reason;
+  EXPECT_NE(result->reason.find(refusal), std::string::npos) << result->reason;
+  return result->reason;
 }
 
 std::unique_ptr<NaxelTool::SwitchSession> agent(Mox::Ptr<Naxel::AclConfigColl> acls,

@@ -40,9 +40,15 @@ class Bridge {
 /// Rules in one of the formats of the tool.
 Mox::Ptr<Naxel::AclConfigColl> aclsOf(std::string const& text);
 
+/// A few rules in the words of the tests.
+Mox::Ptr<Naxel::AclConfigColl> small(std::string const& rules);
+
 /// An agent over rules, with labels that stay.
 std::unique_ptr<NaxelTool::SwitchSession> agent(Mox::Ptr<Naxel::AclConfigColl> acls,
                                                 NaxelOvs::DriverOptions options);
+
+/// Expects a kick's success, or a refusal with these words; returns what it said.
+std::string kick(NaxelTool::SwitchSession& session, std::string const& refusal = {});
 
 /// Expects that the switch does with so many packets what the rules say.
 void expectInForce(Mox::Ptr<Naxel::AclConfigColl> const& acls,

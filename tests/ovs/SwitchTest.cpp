@@ -14,8 +14,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -39,22 +37,17 @@ class OvsSwitch : public testing::Test {
   TraceLog traces;
 };
 
-Acls small(std::string const& rules) {
-  auto acls = Mox::makePtr<Naxel::AclConfigColl>(Obel::ChipId(0));
-  addRules(*acls, rules);
-  return acls;
-}
-
-/// Expects a kick's success, or a refusal with these words; returns what it said.
-std::string kick(NaxelTool::SwitchSession& session, std::string const& refusal = {}) {
-  auto const result = session.kick(20);
-  if (!result) {
-    ADD_FAILURE() << "waiting: " << session.driver().waitingFor();
+/// Makes one set of flows of another, and returns why that failed; "" if it has not.
+std::string write(DriverOptions const& options, NaxelOvs::FlowSet const& from,
+                  NaxelOvs::FlowSet const& to) {
+  try {
+    NaxelOvs::Switch bridge(options.target.management, options.patience);
+    bridge.ownFlows(options.layout);
+    bridge.apply(NaxelOvs::changes(from, to), options.layout);
     return {};
+  } catch (SwitchError const& error) {
+    return error.text;
   }
-  EXPECT_EQ(bool(*result), refusal.empty()) << result->reason;
-  EXPECT_NE(result->reason.find(refusal), std::string::npos) << result->reason;
-  return result->reason;
 }
 
 std::string generated(bool ipv6, uint64_t seed) {
@@ -258,10 +251,16 @@ TEST_F(OvsSwitch, WhatASwitchCannotTakeIsRefusedInWordsAndLeavesItAsItIs) {
   refused(o, "is longer than the 107 bytes");
   o.target.management = bridge->folder() + "/db.sock";
   refused(o, "has closed the connection");
+  o = usual;
+  o.target.control = bridge->folder() + "/none.ctl";
+  refused(o, "there is no switch at " + bridge->folder() + "/none.ctl: No such file");
 
   std::string const vsctl = "ovs-vsctl --db=unix:" + bridge->folder() + "/db.sock ";
   bridge->tool(vsctl + "set bridge br0 protocols=OpenFlow10,OpenFlow13");
   refused(usual, "the switch speaks OpenFlow 1.3 at most, and bundles need 1.4");
+  // It names 1.5 as its highest version, and has not the one that we need.
+  bridge->tool(vsctl + "set bridge br0 protocols=OpenFlow10,OpenFlow15");
+  refused(usual, "the switch does not speak OpenFlow 1.4: OFPHFC_INCOMPATIBLE");
   bridge->tool(vsctl + "clear bridge br0 protocols");
 
   bridge->tool("ovs-ofctl add-flow br0 table=11,priority=5,tcp,actions=output:1");
@@ -287,87 +286,52 @@ TEST_F(OvsSwitch, WhatASwitchCannotTakeIsRefusedInWordsAndLeavesItAsItIs) {
   more.push_back(
       {11, 9, NaxelOvs::MatchBuilder().add(NaxelOvs::MatchField::inPort, 1).bytes(), {}});
   std::sort(more.begin(), more.end());
-  try {
-    NaxelOvs::Switch(usual.target.management, usual.patience)
-        .apply(NaxelOvs::changes(before, more), usual.layout.cookie());
-    ADD_FAILURE() << "a full table has taken a flow";
-  } catch (SwitchError const& error) {
-    EXPECT_EQ(
-        error.text,
-        "the switch answers OFPFMFC_TABLE_FULL to table=11,priority=9,in_port=1 actions=drop");
-  }
+  EXPECT_EQ(write(usual, before, more),
+            "the switch answers OFPFMFC_TABLE_FULL to table=11,priority=9,in_port=1 actions=drop");
   kick(*agent(small("e 10 r length 5"), usual), "rule 10 of ACL e matches the length of packets");
   EXPECT_EQ(bridge->flows(), before);
   expectInForce(first, usual, 20);
 }
 
-/// Listens in place of a switch, answers whatever is said with the same bytes, and is silent then.
-class Impostor {
- public:
-  Impostor(std::string const& path, std::string bytes)
-      : listener_(socket(AF_UNIX, SOCK_STREAM, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    listen(listener_, 4);
-    thread_ = std::thread([this, bytes = std::move(bytes)] {
-      int const fd = accept(listener_, nullptr, nullptr);
-      if (send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) >= 0) {
-        char drain[4096];
-        while (recv(fd, drain, sizeof drain, 0) > 0) {
-        }
-      }
-      close(fd);
-    });
-  }
-  ~Impostor() {
-    thread_.join();
-    close(listener_);
-  }
+// A switch keeps the rest of a bundle of which it has refused a message, and would put that in force.
+TEST_F(OvsSwitch, ABundleWithAFlowThatIsRefusedPutsNothingInForce) {
+  auto const options = bridge->options();
+  auto const first = small("e 10 r src 10.0.0.0/8 drop");
+  kick(*agent(first, options));
+  auto const before = bridge->flows();
+  using NaxelOvs::MatchField;
+  NaxelOvs::FlowSet wanted(before.begin() + 3, before.end());  // others go
+  for (uint32_t port : {1u, 70000u, 2u})
+    wanted.push_back({11, 9, NaxelOvs::MatchBuilder().add(MatchField::inPort, port).bytes(), {}});
+  std::sort(wanted.begin(), wanted.end());
+  EXPECT_EQ(
+      write(options, before, wanted),
+      "the switch answers OFPBMC_BAD_VALUE to table=11,priority=9,in_port=70000 actions=drop");
+  EXPECT_EQ(bridge->flows(), before);
+  expectInForce(first, options, 20);
+}
 
- private:
-  int listener_;
-  std::thread thread_;
-};
-
-TEST(OvsImpostor, WhoeverAnswersIsToldFromASwitch) {
-  struct Case {
-    std::string bytes;
-    char const* words;
-  };
-  using namespace NaxelOvs;
-  std::string const hello = encode({wireVersion, MessageType::hello, 1, {}});
-  std::string const features =
-      encode({wireVersion, MessageType::featuresReply, 2, std::string(24, 'x')});
-  std::string const config = encode({wireVersion, MessageType::getConfigReply, 3, {"\0\3\0", 3}});
-  for (auto const& [bytes, words] :
-       {Case{"HTTP/1.1 400 Bad Request\r\n\r\n", "has been silent"}, Case{"", "has been silent"},
-        Case{std::string(16, '\0'), "less than its head"},
-        Case{encode({wireVersion, MessageType::error, 1, {"\0\0\0\0", 4}}), "OFPHFC_INCOMPATIBLE"},
-        Case{encode({1, MessageType::hello, 1, {}}), "speaks OpenFlow 1.0 at most"},
-        Case{encode({wireVersion, MessageType::barrierReply, 1, {}}), "speaks no OpenFlow"},
-        Case{hello, "has been silent"},
-        Case{hello + encode({wireVersion, MessageType::barrierReply, 2, {}}), "another kind"},
-        Case{hello + features + config, "does not tell its settings"},
-        Case{hello + features + encode({wireVersion, MessageType::error, 3, {}}),
-             "an error without a code"}}) {
-    SCOPED_TRACE(words);
-    char folder[] = "/tmp/nxovs-XXXXXX";
-    ASSERT_TRUE(mkdtemp(folder));
-    std::string const path = std::string(folder) + "/s";
-    {
-      Impostor const impostor(path, bytes);
-      try {
-        Switch bridge(path, std::chrono::milliseconds(50));
-        bridge.fragmentMode();
-        ADD_FAILURE() << "taken for a switch";
-      } catch (SwitchError const& error) {
-        EXPECT_NE(error.text.find(words), std::string::npos) << error.text;
-      }
+// Both have read the same flows. The one that comes second would leave what the first has added.
+TEST_F(OvsSwitch, TwoThatWriteAtTheSameTimeDoNotMixTheirFlows) {
+  auto const options = bridge->options();
+  kick(*agent(small("e 10 r src 10.0.0.0/8 drop\ne 20 s dport 80 proto 6"), options));
+  auto const one = bridge->flows();
+  kick(*agent(small("e 10 r src 11.0.0.0/8 drop\ne 20 s dport 90 proto 17"), options));
+  auto const other = bridge->flows();
+  NaxelOvs::FlowSet const none;
+  for (auto const& [before, wanted] : {std::pair(&other, &none), std::pair(&none, &other)}) {
+    SCOPED_TRACE(before->size());
+    if (before->empty()) bridge->tool("ovs-ofctl del-flows br0");
+    NaxelOvs::Switch late(options.target.management, options.patience);
+    EXPECT_EQ(late.ownFlows(options.layout), *before);
+    EXPECT_EQ(write(options, *before, one), "");
+    try {
+      late.apply(NaxelOvs::changes(*before, *wanted), options.layout);
+      ADD_FAILURE() << "written over flows that were not read";
+    } catch (SwitchError const& error) {
+      EXPECT_EQ(error.text.find("somebody else has written into our tables"), 0u) << error.text;
     }
-    unlink(path.c_str());
-    rmdir(folder);
+    EXPECT_EQ(bridge->flows(), one);
   }
 }
 

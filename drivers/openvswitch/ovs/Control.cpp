@@ -139,21 +139,35 @@ std::optional<ControlReply> readReply(std::string_view bytes, std::string& fault
 Control::Control(std::string const& path, std::chrono::milliseconds patience)
     : socket_(path, patience) {}
 
-std::string Control::run(std::string const& command, std::vector<std::string> const& arguments) {
+void Control::ask(std::string const& command, std::vector<std::string> const& arguments) {
   std::string request = "{\"id\":0,\"method\":" + jsonString(command) + ",\"params\":[";
   for (size_t i = 0; i < arguments.size(); ++i)
     request += (i ? "," : "") + jsonString(arguments[i]);
   socket_.received().clear();
   socket_.send(request + "]}");
+}
+
+std::optional<ControlReply> Control::received() {
+  std::string const& bytes = socket_.received();
+  // A reply ends with its outermost bracket, so nothing is read twice in vain.
+  if (bytes.empty() || bytes.back() != '}') return std::nullopt;
   std::string fault;
+  auto reply = readReply(bytes, fault);
+  if (!fault.empty()) throw SwitchError{fault};
+  return reply;
+}
+
+std::optional<ControlReply> Control::reply() {
+  socket_.take();
+  return received();
+}
+
+std::string Control::run(std::string const& command, std::vector<std::string> const& arguments) {
+  ask(command, arguments);
   for (;;) {
-    // A reply ends with its outermost bracket, so nothing is read twice in vain.
-    if (!socket_.received().empty() && socket_.received().back() == '}') {
-      auto reply = readReply(socket_.received(), fault);
-      if (!fault.empty()) throw SwitchError{fault};
-      if (reply && !reply->error.empty())
-        throw SwitchError{command + " is refused: " + reply->error};
-      if (reply) return std::move(reply->result);
+    if (auto reply = received()) {
+      if (!reply->error.empty()) throw SwitchError{command + " is refused: " + reply->error};
+      return std::move(reply->result);
     }
     socket_.receive();
   }

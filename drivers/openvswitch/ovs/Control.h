@@ -31,7 +31,15 @@ class NAXEL_EXPORT Control {
   /// The text that a command prints.
   std::string run(std::string const& command, std::vector<std::string> const& arguments);
 
+  /// The same in two steps: asks, and then takes in what has come, without waiting; none where the reply is not there
+  /// yet.
+  void ask(std::string const& command, std::vector<std::string> const& arguments);
+  std::optional<ControlReply> reply();
+
  private:
+  /// What is there as a reply, if it is a whole one.
+  std::optional<ControlReply> received();
+
   Socket socket_;
 };
 

@@ -40,7 +40,7 @@ std::string EntryFlows::add(PDAclFilter const& entry, Lumox::AddressFamily af, u
                             std::vector<std::string>& to) const {
   // Nothing ever fills that field, so such an entry matches no packet.
   if (entry.headFragment().mask().value() != 0) return {};
-  if (std::string fault = faultOf(entry); !fault.empty()) return fault;
+  if (std::string fault = faultOf(entry, af); !fault.empty()) return fault;
   auto const bits = bitsOf(entry);
   auto const add = [&](std::optional<FlagBits> flags) {
     MatchBuilder match;
@@ -70,13 +70,26 @@ std::array<EntryFlows::Bits, registersUsed> EntryFlows::bitsOf(PDAclFilter const
   return bits;
 }
 
-std::string EntryFlows::faultOf(PDAclFilter const& entry) const {
+std::string EntryFlows::faultOf(PDAclFilter const& entry, Lumox::AddressFamily af) const {
   for (TcamFieldType field : Naxel::allLabelFields()) {
     EncodedLabelWithMask const& match = entry.labelField(field);
     if (match.mask().value() == 0) continue;
     if (std::string fault = fieldFault(field, match); !fault.empty()) return fault;
   }
-  return portFault(entry);
+  std::string fault = portFault(entry);
+  return fault.empty() && af == Lumox::ipv6() ? laterFragmentFault(entry) : fault;
+}
+
+/// Behind the first one, a fragment of IPv6 shows the switch the number of its fragment header, whatever is in it.
+std::string EntryFlows::laterFragmentFault(PDAclFilter const& entry) const {
+  EncodedLabelWithMask const& proto = entry.proto();
+  EncodedLabelWithMask const& offset = entry.labelField(TcamFieldType::tcamFieldTypeFragOffset);
+  bool const laterAlone =
+      offset.matches(labelAt(fragments_, 1)) && !offset.matches(labelAt(fragments_, 0));
+  if (!laterAlone || proto.mask().value() == 0 || proto.matches(labelAt(protocols_, protoFragment)))
+    return {};
+  return "matches later fragments of IPv6 by their protocol, which Open vSwitch shows as " +
+         std::to_string(protoFragment);
 }
 
 std::string EntryFlows::fieldFault(TcamFieldType field, EncodedLabelWithMask const& match) const {

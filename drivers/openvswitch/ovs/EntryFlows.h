@@ -28,10 +28,11 @@ class EntryFlows {
     uint32_t value = 0;
     uint32_t mask = 0;
   };
-  std::string faultOf(Naxel::PDAclFilter const& entry) const;
+  std::string faultOf(Naxel::PDAclFilter const& entry, Lumox::AddressFamily af) const;
   std::string fieldFault(Naxel::TcamFieldType field,
                          Naxel::EncodedLabelWithMask const& match) const;
   std::string portFault(Naxel::PDAclFilter const& entry) const;
+  std::string laterFragmentFault(Naxel::PDAclFilter const& entry) const;
   std::array<Bits, registersUsed> bitsOf(Naxel::PDAclFilter const& entry) const;
 
   Naxel::PDData const& data_;

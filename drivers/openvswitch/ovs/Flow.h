@@ -37,7 +37,8 @@ struct Slot {
   constexpr uint32_t place(uint32_t value) const { return value << offset & mask(); }
 };
 
-/// What a flow does, in the one form of each that we write.
+// What a flow does, in the one form of each that we write.
+
 /// Loads a value and goes on to a table behind the flow's own.
 NAXEL_EXPORT std::string loadAndGo(Slot slot, uint32_t value, uint8_t table);
 /// Leaves our tables, with another DSCP where one is given.

@@ -139,11 +139,7 @@ class LabelTables {
     add(stage, field, 0, MatchBuilder(), usual);
     for (AddressFamily af : families_)
       for (uint32_t v = 0; v < labels.size(); ++v)
-        if (labels[v] != usual) {
-          // The order of the terms is that of the fields.
-          MatchBuilder m = ether(af);
-          add(stage, field, 1, m.add(match, v), labels[v]);
-        }
+        if (labels[v] != usual) add(stage, field, 1, ether(af).add(match, v), labels[v]);
   }
 
   void icmpTypes() {

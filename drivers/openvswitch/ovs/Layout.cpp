@@ -24,17 +24,36 @@ Slot Layout::slot(Naxel::TcamFieldType field) const {
 
 namespace {
 
+/// Tables behind it are no user's: the switch keeps 254 for itself, and 255 means all of them.
+constexpr unsigned mostTable = 253;
+/// Ports of a bridge, beside the one that it is itself.
+constexpr uint32_t mostPort = 0xfeff;
+constexpr uint32_t localPort = 0xfffffffe;
+
 std::string exitFault(Layout const& layout, Exit exit, char const* what) {
-  if (exit.kind != Exit::Kind::table || exit.table > layout.lastTable()) return {};
-  return std::string(what) + " go to table " + std::to_string(exit.table) +
-         ", which is not behind our last one, " + std::to_string(layout.lastTable());
+  if (exit.kind != Exit::Kind::table) return {};
+  std::string const to = std::string(what) + " go to table " + std::to_string(exit.table) + ", ";
+  if (exit.table > mostTable)
+    return to + "and the last one of a bridge is " + std::to_string(mostTable);
+  if (exit.table <= layout.lastTable())
+    return to + "which is not behind our last one, " + std::to_string(layout.lastTable());
+  return {};
+}
+
+std::string bindingFault(Binding const& binding) {
+  if (binding.by == Binding::By::reg && binding.reg >= registerCount)
+    return "there is no register " + std::to_string(binding.reg);
+  bool const port = (1 <= binding.value && binding.value <= mostPort) || binding.value == localPort;
+  if (binding.by == Binding::By::inPort && !port)
+    return "no port of a bridge has the number " + std::to_string(binding.value) + ": they go to " +
+           std::to_string(mostPort) + ", and the bridge's own is " + std::to_string(localPort);
+  return {};
 }
 
 }  // namespace
 
 std::string layoutFault(Layout const& layout) {
-  // Table 255 means all of them.
-  if (layout.firstTable + stageCount > 255)
+  if (layout.firstTable + stageCount > mostTable + 1)
     return "the tables from " + std::to_string(layout.firstTable) + " on are fewer than the " +
            std::to_string(stageCount) + " that are needed";
   if (layout.firstRegister + registersUsed > registerCount)
@@ -46,8 +65,7 @@ std::string layoutFault(Layout const& layout) {
                                    std::pair(layout.notIp, "packets of other protocols than IP")})
     if (std::string fault = exitFault(layout, exit, what); !fault.empty()) return fault;
   for (Binding const& binding : layout.bindings)
-    if (binding.by == Binding::By::reg && binding.reg >= registerCount)
-      return "there is no register " + std::to_string(binding.reg);
+    if (std::string fault = bindingFault(binding); !fault.empty()) return fault;
   return {};
 }
 

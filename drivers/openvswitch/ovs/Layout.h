@@ -73,6 +73,8 @@ struct Layout {
   Slot aclSlot() const { return {static_cast<uint8_t>(firstRegister + 5), 0, 32}; }
   /// Marks every flow as ours, and as that of this first table.
   uint64_t cookie() const { return uint64_t{0x4e41584c} << 32 | firstTable; }
+  /// The same of the one flow that tells a state of our tables from the next (Stamp.h).
+  uint64_t stampCookie() const { return uint64_t{0x4e41584d} << 32 | firstTable; }
 };
 
 /// What is wrong with a layout, in words; "" if nothing is.

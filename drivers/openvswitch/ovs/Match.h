@@ -48,6 +48,8 @@ constexpr uint16_t etherType(Lumox::AddressFamily af) {
   return af == Lumox::ipv4() ? etherIpv4 : etherIpv6;
 }
 inline constexpr uint8_t laterFragment = 3;
+/// The protocol of later fragments of IPv6, as a switch shows it.
+inline constexpr uint8_t protoFragment = 44;
 inline constexpr uint16_t tcpSyn = 0x02;
 inline constexpr uint16_t tcpRst = 0x04;
 inline constexpr uint16_t tcpAck = 0x10;

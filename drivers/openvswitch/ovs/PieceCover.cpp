@@ -22,7 +22,7 @@ class Cover {
  private:
   struct Node {
     std::vector<uint16_t> labels;  // ascending: those with which the subtree is cheapest
-    size_t low = 0;                // the halves; 0 for a leaf, which is never anybody's half
+    size_t low = 0;                // the halves, by their place plus one; 0 for a leaf
     size_t high = 0;
   };
 
@@ -47,7 +47,7 @@ class Cover {
                             std::back_inserter(node.labels));
       if (node.labels.empty())
         std::set_union(a.begin(), a.end(), b.begin(), b.end(), std::back_inserter(node.labels));
-      node.low += 1;  // 0 stands for none
+      node.low += 1;
       node.high += 1;
     }
     nodes_.push_back(std::move(node));

@@ -30,9 +30,12 @@ Socket::Socket(std::string const& path, std::chrono::milliseconds patience)
   fd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (fd_ < 0) throw SwitchError{"no socket can be made: " + reason(errno)};
   if (::connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-    std::string const why = reason(errno);
+    int const error = errno;
     ::close(fd_);
-    throw SwitchError{"there is no switch at " + path + ": " + why};
+    bool const absent = error == ENOENT || error == ECONNREFUSED || error == ENOTDIR;
+    throw SwitchError{(absent ? "there is no switch at " + path
+                              : "the switch at " + path + " cannot be reached") +
+                      ": " + reason(error)};
   }
 }
 

@@ -30,13 +30,14 @@ class Socket {
   void send(std::string_view bytes);
   /// Waits for more, and appends it to received(). Throws the same, also at the end of the stream.
   void receive();
+  /// The same of what is there, without waiting.
+  void take();
   std::string& received() { return received_; }
   void patienceIs(std::chrono::milliseconds patience) { patience_ = patience; }
 
  private:
   /// Waits until `events` or input is possible.
   short wait(short events);
-  void take();
 
   std::string path_;
   std::chrono::milliseconds patience_;

@@ -1,6 +1,6 @@
 #include "ovs/SwitchDriver.h"
 
-#include "ovs/Control.h"
+#include "ovs/Revalidation.h"
 #include "ovs/Switch.h"
 
 #include <algorithm>
@@ -17,6 +17,8 @@ using Naxel::ResponseState;
 namespace {
 
 using SteadyClock = std::chrono::steady_clock;
+/// Seconds between two looks how far cached flows are.
+constexpr Mox::Seconds settlingLook = 0.01;
 
 double secondsSince(SteadyClock::time_point start) {
   return std::chrono::duration<double>(SteadyClock::now() - start).count();
@@ -33,14 +35,21 @@ FlowSet withPolicy(FlowSet flows, GlobalAclControl policy, Layout const& layout)
 }
 
 /// What does not fit into the tables; "" if all does.
-std::string roomFault(FlowSet const& flows, std::array<uint32_t, 256> const& room) {
+std::string roomFault(FlowSet const& flows, Layout const& layout,
+                      std::array<uint32_t, 256> const& room) {
   std::array<size_t, 256> needed{};
+  needed[layout.table(Stage::entry)] = 1;  // the stamp
   for (Flow const& flow : flows) ++needed[flow.table];
   for (size_t table = 0; table < needed.size(); ++table)
     if (needed[table] > room[table])
       return "table " + std::to_string(table) + " holds " + std::to_string(room[table]) +
              " flows at most, and " + std::to_string(needed[table]) + " are needed";
   return {};
+}
+
+/// How long a switch that may be silent has for its first word.
+std::chrono::milliseconds shortPatience(DriverOptions const& options) {
+  return options.patience / 5;
 }
 
 std::string fragmentFault(FragmentMode mode, std::string const& bridge) {
@@ -51,6 +60,30 @@ std::string fragmentFault(FragmentMode mode, std::string const& bridge) {
 }
 
 }  // namespace
+
+/// What a bundle has put in force, until cached flows follow it. The connection stays, to tell whether the switch does.
+struct SwitchDriver::Settling {
+  Settling(DriverOptions const& options, std::chrono::milliseconds greeting)
+      : bridge(options.target.management, options.patience, greeting) {}
+
+  /// The bundle is in force, and cached flows are to follow.
+  void begin(DriverOptions const& options) {
+    since = SteadyClock::now();
+    std::string const path = options.target.controlPath();
+    if (path.empty() || !options.awaitCaches) return;
+    try {
+      caches.emplace(path, options.patience);
+    } catch (SwitchError const&) {
+      // One that was found, and not given, may be closed to us.
+      if (!options.target.control.empty()) throw;
+    }
+  }
+
+  Switch bridge;
+  LoadReport report;
+  SteadyClock::time_point since;
+  std::optional<Revalidation> caches;
+};
 
 std::string Target::bridge() const {
   std::string name = management.substr(management.rfind('/') + 1);
@@ -110,6 +143,12 @@ void SwitchDriver::restore(Mox::Ptr<Naxel::PDData const> const& inForce) {
   // Without ACLs nothing has been loaded yet, and the bridge holds what another process has left in force.
   if (inForce->pdAclColl()->pdAcl().empty()) return;
   wantedIs(inForce);
+  // What was in force under other options and cannot be said under these: what the bridge holds of it stays.
+  if (!wanted_->refusal.empty()) {
+    if (auto line = Naxel::trace(0))
+      line << "Open vSwitch: what was in force is not restored: " << wanted_->refusal;
+    wanted_.reset();
+  }
   earliestExpiryIs(timerWheel()->now());
 }
 
@@ -123,17 +162,20 @@ void SwitchDriver::handleExpiry() {
     work();
   } catch (SwitchError const& error) {
     retry(error.text);
+  } catch (std::exception const& error) {
+    retry(error.what());
   }
 }
 
 void SwitchDriver::work() {
   bool const acquiring = offer_ && request() && request()->requestState() == RequestState::acquire;
-  if (!stale_ && !offer_ && options_.watch > 0 && wanted_ && !holds()) {
+  if (!stale_ && !settling_ && !offer_ && options_.watch > 0 && wanted_ && !holds()) {
     ++restored_;
     stale_ = true;
   }
   if (stale_) converge();
   stale_ = false;
+  if (settling_ && !settled()) return earliestExpiryIs(timerWheel()->now() + settlingLook);
   tries_ = 0;
   waitingFor_.clear();
   // Own state first: each of the answers may bring the next request.
@@ -165,7 +207,12 @@ std::string SwitchDriver::faultOf(Naxel::PDData const& data) {
     std::string refusal;
     FlowSet const wanted =
         ranked(flows, options_.layout, bridge.ownFlows(options_.layout), refusal);
-    return refusal.empty() ? roomFault(wanted, bridge.room()) : refusal;
+    if (!refusal.empty()) return refusal;
+    // One that is given is waited for at the load.
+    if (std::string const& control = options_.target.control;
+        options_.awaitCaches && !control.empty())
+      Control(control, options_.patience);
+    return roomFault(wanted, options_.layout, bridge.room());
   } catch (SwitchError const& error) {
     return error.text;
   }
@@ -174,7 +221,9 @@ std::string SwitchDriver::faultOf(Naxel::PDData const& data) {
 void SwitchDriver::converge() {
   auto const start = SteadyClock::now();
   Layout const& layout = options_.layout;
-  Switch bridge(options_.target.management, options_.patience);
+  auto next = std::make_unique<Settling>(options_,
+                                         tries_ > 0 ? shortPatience(options_) : options_.patience);
+  Switch& bridge = next->bridge;
   if (FragmentMode const mode = bridge.fragmentMode(); mode != FragmentMode::nxMatch) {
     if (!options_.setFragments) throw SwitchError{fragmentFault(mode, options_.target.bridge())};
     bridge.fragmentModeIs(FragmentMode::nxMatch);
@@ -185,43 +234,45 @@ void SwitchDriver::converge() {
       withPolicy(wanted_ ? ranked(*wanted_, layout, present, refusal) : present, policy_, layout);
   if (!refusal.empty()) throw SwitchError{refusal};
   FlowChanges const difference = changes(present, flows);
-  bridge.apply(difference, layout.cookie());
-  LoadReport report{flows.size(),
-                    difference.add.size(),
-                    difference.del.size(),
-                    difference.change.size(),
-                    secondsSince(start),
-                    0,
-                    false};
-  auto const inForce = SteadyClock::now();
-  report.cachesFollowed = awaitCaches();
-  report.cacheSeconds = secondsSince(inForce);
-  report_ = report;
+  bridge.apply(difference, layout);
+  next->report = {flows.size(),
+                  difference.add.size(),
+                  difference.del.size(),
+                  difference.change.size(),
+                  secondsSince(start),
+                  0,
+                  false};
+  next->begin(options_);
+  settling_ = std::move(next);
 }
 
-bool SwitchDriver::awaitCaches() {
-  // Packets of known connections meet cached flows until these have been looked through.
-  std::string const path = options_.target.controlPath();
-  if (path.empty() || !options_.awaitCaches) return false;
-  std::optional<Control> control;
-  try {
-    control.emplace(path, options_.patience);
-  } catch (SwitchError const&) {
-    // One that was found, and not given, may be closed to us.
-    if (!options_.target.control.empty()) throw;
-    return false;
+bool SwitchDriver::settled() {
+  if (settling_->caches) {
+    auto const state = settling_->caches->look();
+    if (state == Revalidation::State::running) return false;
+    settling_->report.cachesFollowed = state == Revalidation::State::done;
+    settling_->report.cacheSeconds = secondsSince(settling_->since);
   }
-  control->run("revalidator/wait", {});
+  // Over the connection of the bundle, so that a switch that has begun anew meanwhile is not taken for that one.
+  size_t const held = settling_->bridge.countOwn(options_.layout);
+  size_t const wanted = settling_->report.flows;
+  if (held != wanted)
+    throw SwitchError{"the bridge holds " + std::to_string(held) + " flows of the " +
+                      std::to_string(wanted) + " that were put in force"};
+  report_ = settling_->report;
+  settling_.reset();
   return true;
 }
 
 bool SwitchDriver::holds() {
-  Switch bridge(options_.target.management, options_.patience);
+  Switch bridge(options_.target.management, options_.patience, shortPatience(options_));
   return bridge.fragmentMode() == FragmentMode::nxMatch &&
          bridge.countOwn(options_.layout) == report_.flows;
 }
 
 void SwitchDriver::retry(std::string const& why) {
+  // Whether what was put in force still stands is to be looked at anew.
+  if (std::exchange(settling_, nullptr)) stale_ = true;
   waitingFor_ = why;
   // A word at first, and then with each doubling.
   if ((tries_ & (tries_ + 1)) == 0)

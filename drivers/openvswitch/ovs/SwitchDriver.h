@@ -10,8 +10,13 @@
 /// the load comes. A load that cannot be done then is tried again, less and less often, until it is; waitingFor()
 /// says what for, and so does a trace at level 0.
 ///
+/// Whoever else writes into our tables at the same time, by this driver in another process or by hand, does not mix his
+/// flows with ours: a bundle is refused where the flows are not those any more that were read for it.
+///
 /// A conversation with the switch holds up the activity thread: milliseconds as a rule, some tenths of a second for
-/// tens of thousands of flows, and `patience` where the switch is silent.
+/// tens of thousands of flows. Where the switch is silent it takes `patience`, or a millisecond for each flow besides
+/// while these are taken over; a switch that was silent once has a fifth of that to say its first word from then on.
+/// Waiting for cached flows holds up nobody.
 ///
 ///     Naxel::Pipeline pipeline(Obel::ChipId(0), wheel);
 ///     NaxelOvs::setWidths(*pipeline.capability());
@@ -47,8 +52,8 @@ struct DriverOptions {
   /// Puts the bridge into the fragment mode nx-match, which rules on ports need; else another one is refused.
   bool setFragments = false;
   std::chrono::milliseconds patience{5000};
-  /// Answers a load when cached flows follow it, where the control socket is there; otherwise when the bundle is in
-  /// force, up to half a second earlier.
+  /// Answers a load when cached flows follow it, which takes about half a second, where the control socket is there;
+  /// otherwise when the bundle is in force.
   bool awaitCaches = true;
   /// Seconds between two tries.
   Mox::Seconds firstRetry = 0.1;
@@ -66,7 +71,7 @@ struct LoadReport {
   size_t changed = 0;           ///< that do something else under the same match
   double seconds = 0;           ///< with reading back, until the bundle is in force
   double cacheSeconds = 0;      ///< until cached flows follow it, behind that
-  bool cachesFollowed = false;  ///< the control socket was there to wait for that
+  bool cachesFollowed = false;  ///< the control socket was there to tell that
 };
 
 class NAXEL_EXPORT SwitchDriver : public Naxel::Driver, private Obel::TimerNotifiee {
@@ -78,7 +83,7 @@ class NAXEL_EXPORT SwitchDriver : public Naxel::Driver, private Obel::TimerNotif
   DriverOptions const& options() const { return options_; }
   /// What keeps a load, or anything that has to be put in force, in words; "" while nothing does.
   std::string const& waitingFor() const { return waitingFor_; }
-  /// Of the last bundle.
+  /// Of the last load that is complete.
   LoadReport const& lastLoad() const { return report_; }
   /// How often the bridge did not hold what it should, when it was looked at.
   uint64_t restored() const { return restored_; }
@@ -95,7 +100,7 @@ class NAXEL_EXPORT SwitchDriver : public Naxel::Driver, private Obel::TimerNotif
   std::string faultOf(Naxel::PDData const& data);
   void wantedIs(Mox::Ptr<Naxel::PDData const> const& data);
   void converge();
-  bool awaitCaches();
+  bool settled();
   bool holds();
   void retry(std::string const& why);
   void armWatch();
@@ -106,6 +111,8 @@ class NAXEL_EXPORT SwitchDriver : public Naxel::Driver, private Obel::TimerNotif
   Naxel::GlobalAclControl policy_ = Naxel::GlobalAclControl::doNotApply;
   std::unique_ptr<Translation> wanted_;  // what was last loaded; none before
   bool stale_ = false;                   // the bridge may hold something else than what is wanted
+  struct Settling;
+  std::unique_ptr<Settling> settling_;  // what is in force, and not for cached flows yet
   std::string waitingFor_;
   unsigned tries_ = 0;
   LoadReport report_;

@@ -26,9 +26,7 @@ class TraceReader {
 
   void line(std::string_view line) {
     std::string_view const words = trimmed(line);
-    static constexpr std::string_view datapath = "Datapath actions: ";
-    if (words.starts_with(datapath)) {
-      out_.datapath = words.substr(datapath.size());
+    if (words.starts_with("Datapath actions: ")) {
       ended_ = true;
     } else if (!flow(words) && inOurs_) {
       action(words);

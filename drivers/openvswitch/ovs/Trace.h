@@ -17,7 +17,6 @@ struct Traced {
   /// The priority of the flow of the last table that decided; none where an earlier one did, as a policy does.
   std::optional<uint16_t> priority;
   std::optional<unsigned> dscp;  ///< that it gets
-  std::string datapath;          ///< the actions in the end, behind all tables of the bridge
 };
 
 /// Reads a trace. None where it is none.

@@ -59,7 +59,7 @@ class Translator {
         out_.refusal = "there are several ACLs of " + Mox::stringValue(b.key.af()) +
                        ", and nothing says which packets each is for";
     }
-    if (bound_.size() > firstBindingPriority) out_.refusal = "there are too many bindings of ACLs";
+    if (bound_.size() >= firstBindingPriority) out_.refusal = "there are too many bindings of ACLs";
   }
 
   /// Numbers that depend on the names, so that one more ACL leaves the others as they are.

@@ -12,6 +12,7 @@ constexpr uint16_t multipartTableFeatures = 12;
 constexpr uint16_t moreFollow = 1;
 constexpr uint32_t any = 0xffffffff;
 constexpr uint16_t atomicAndOrdered = 3;
+constexpr uint16_t checkOverlap = 2;
 
 void putMatch(std::string& out, std::string_view match) {
   size_t const start = out.size();
@@ -28,7 +29,7 @@ std::string multipart(uint16_t type) {
   return out;
 }
 
-std::string flowMod(FlowCommand command, Flow const& flow, uint64_t cookie) {
+std::string flowMod(FlowCommand command, Flow const& flow, uint64_t cookie, bool alone) {
   bool const deletes = command == FlowCommand::deleteStrict;
   std::string out;
   put<uint64_t>(out, cookie);
@@ -42,7 +43,8 @@ std::string flowMod(FlowCommand command, Flow const& flow, uint64_t cookie) {
   put<uint32_t>(out, any);  // buffer
   put<uint32_t>(out, any);  // out_port, of deletions
   put<uint32_t>(out, any);  // out_group
-  putZeros(out, 4);         // flags and importance
+  put<uint16_t>(out, alone ? checkOverlap : 0);
+  putZeros(out, 2);  // importance
   putMatch(out, flow.match);
   if (!deletes) out += flow.instructions;
   return out;
@@ -119,6 +121,14 @@ std::optional<Message> takeMessage(std::string& bytes, std::string& fault) {
   return message;
 }
 
+std::string helloBody() {
+  std::string out;
+  put<uint16_t>(out, 1);  // a bitmap of versions
+  put<uint16_t>(out, 8);
+  put<uint32_t>(out, uint32_t{1} << wireVersion);
+  return out;
+}
+
 std::string configBody(FragmentMode mode, uint16_t missLength) {
   std::string out;
   put<uint16_t>(out, static_cast<uint16_t>(mode));
@@ -160,12 +170,13 @@ std::string bundleBody(uint32_t bundle, BundleStep step) {
 }
 
 std::string bundleAddBody(uint32_t bundle, uint32_t xid, FlowCommand command, Flow const& flow,
-                          uint64_t cookie) {
+                          uint64_t cookie, bool alone) {
   std::string out;
   put<uint32_t>(out, bundle);
   putZeros(out, 2);
   put<uint16_t>(out, atomicAndOrdered);
-  return out + encode({wireVersion, MessageType::flowMod, xid, flowMod(command, flow, cookie)});
+  return out +
+         encode({wireVersion, MessageType::flowMod, xid, flowMod(command, flow, cookie, alone)});
 }
 
 bool readFlows(Message const& reply, std::vector<ReportedFlow>& to, bool& more) {

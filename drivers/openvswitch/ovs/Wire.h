@@ -56,15 +56,18 @@ NAXEL_EXPORT std::string encode(Message const& message);
 NAXEL_EXPORT std::optional<Message> takeMessage(std::string& bytes, std::string& fault);
 
 /// Bodies of requests.
+/// We speak this version and no other.
+NAXEL_EXPORT std::string helloBody();
 NAXEL_EXPORT std::string configBody(FragmentMode mode, uint16_t missLength);
 NAXEL_EXPORT std::string flowStatsBody(uint8_t table);
 /// Asks how many flows of a cookie a table holds.
 NAXEL_EXPORT std::string flowCountBody(uint8_t table, uint64_t cookie);
 NAXEL_EXPORT std::string tableFeaturesBody();
 NAXEL_EXPORT std::string bundleBody(uint32_t bundle, BundleStep step);
-/// A change of a flow within a bundle. It adds the flow with our cookie, or deletes it if it has our cookie.
+/// A change of a flow within a bundle. It adds the flow with this cookie, or deletes it if it has this cookie. One that is
+/// to stand alone is refused where another flow of its table and priority matches some of the same packets.
 NAXEL_EXPORT std::string bundleAddBody(uint32_t bundle, uint32_t xid, FlowCommand command,
-                                       Flow const& flow, uint64_t cookie);
+                                       Flow const& flow, uint64_t cookie, bool alone = false);
 
 /// A flow that a switch reports. Match and instructions are canonical where they are of our kind; `ours` says so.
 struct ReportedFlow {

@@ -5,6 +5,7 @@
 #include "verify/PacketSource.h"
 #include "verify/RuleOracle.h"
 
+#include <set>
 #include <unordered_set>
 
 namespace NaxelTool {
@@ -59,13 +60,19 @@ std::string wayOf(NaxelOvs::Binding const& binding) {
 
 std::vector<AskedAcl> askedAcls(Naxel::AclConfigColl const& acls, NaxelOvs::Layout const& layout) {
   std::vector<AskedAcl> out;
-  for (auto const& [name, acl] : acls.acl()) {
-    if (layout.bindings.empty()) out.emplace_back(acl);
-    for (NaxelOvs::Binding const& binding : layout.bindings)
-      if (binding.acl == name) {
-        out.emplace_back(acl);
-        out.back().way = wayOf(binding);
-      }
+  out.reserve(acls.acl().size() + layout.bindings.size());
+  if (layout.bindings.empty())
+    for (auto const& [name, acl] : acls.acl()) out.emplace_back(acl);
+  std::set<std::pair<Lumox::AddressFamily, std::string>> taken;
+  for (NaxelOvs::Binding const& binding : layout.bindings) {
+    auto const acl = acls.acl(binding.acl);
+    if (!acl) continue;
+    AskedAcl asked(acl);
+    asked.way = wayOf(binding);
+    // An earlier binding decides for the same packets, or for all.
+    bool const shadowed = taken.contains({asked.oracle.af(), {}}) ||
+                          !taken.emplace(asked.oracle.af(), asked.way).second;
+    if (!shadowed) out.push_back(std::move(asked));
   }
   return out;
 }
@@ -153,8 +160,11 @@ VerifyReport verifySwitch(Mox::Ptr<Naxel::AclConfigColl> const& acls,
   // Few of those that are drawn are impossible; rules may be such that all are.
   uint64_t const mostDrawn = packets * 100;
   for (uint64_t drawn = 0; out.packets < packets && drawn < mostDrawn && !asked.empty(); ++drawn) {
-    Verify::Packet const packet = source.next();
+    Verify::Packet packet = source.next();
     if (!packet.isPossible()) continue;
+    // So it reaches the tables, whatever is in it.
+    if (packet.isLaterFragment() && packet.af == Lumox::ipv6())
+      packet.proto = NaxelOvs::protoFragment;
     if (tell) tell(out.packets);
     for (AskedAcl& acl : asked)
       if (acl.oracle.af() == packet.af && !asking.ask(acl, packet)) return out;
