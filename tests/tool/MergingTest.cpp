@@ -75,6 +75,15 @@ TEST(RuleMerging, TakesTheRulesOfAnEntryTogether) {
             "6 permit  tcp any > 1.0.0.9/32:80,443\n");
 }
 
+TEST(RuleMerging, LeavesAloneWhatIsToStay) {
+  ::Test::SmallAcl const acl({" dport 1", " dport 2", " dport 3", " dport 4", " dport 5"});
+  EXPECT_EQ(
+      mergeNeighbours(*acl.acl, nullptr, [](Naxel::AceIndex i) { return i.value() == 2; }).size(),
+      2u);
+  EXPECT_EQ(textOfRules(*acl.acl),
+            "0 permit  ip any > any:1-2\n2 permit  ip any > any:3\n3 permit  ip any > any:4-5\n");
+}
+
 TEST(RuleMerging, KeepsTheOutcomeOfEveryPacketAndTheListsOfOthers) {
   size_t merged = 0;
   for (uint64_t seed = 1; seed <= 500; ++seed) {

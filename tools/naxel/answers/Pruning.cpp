@@ -104,8 +104,10 @@ class AclPruning {
     std::map<Naxel::AceIndex, std::pair<std::string, std::string>> texts;
     for (auto const& [index, rule] : acl_.ruleById())
       texts[index] = {ruleName(rules_, acl_, index), ruleText(*rule, rules_.lists())};
-    for (MergedRule const& m :
-         mergeNeighbours(acl_, [&](Naxel::AceIndex rule) { return entryOf(rule); })) {
+    // One that is implied is no line of the source, so that a line less would not come of it.
+    for (MergedRule const& m : mergeNeighbours(
+             acl_, [&](Naxel::AceIndex rule) { return entryOf(rule); },
+             [&](Naxel::AceIndex rule) { return isImplied(rule); })) {
       auto const& [name, text] = texts[m.rule];
       gone_.push_back({acl_.name(),
                        m.rule.value(),

@@ -83,7 +83,8 @@ std::optional<Difference> onlyDifference(RuleConfig const& a, FieldValues const&
 
 class Merging {
  public:
-  explicit Merging(Naxel::AclConfig& acl) : acl_(acl) {}
+  Merging(Naxel::AclConfig& acl, StaysAlone const& staysAlone)
+      : acl_(acl), staysAlone_(staysAlone) {}
 
   std::vector<MergedRule> run(EntryOf const& entryOf) {
     std::vector<MergedRule> out;
@@ -116,10 +117,12 @@ class Merging {
  private:
   using Entry = std::vector<AceIndex>;
 
+  bool isAlone(AceIndex rule) const { return staysAlone_ && staysAlone_(rule); }
+
   std::vector<Entry> entries(EntryOf const& entryOf) const {
     std::vector<Entry> out;
     for (auto const& [index, rule] : acl_.ruleById()) {
-      if (out.empty() || !entryOf || entryOf(out.back().back()) != entryOf(index))
+      if (out.empty() || !entryOf || isAlone(index) || entryOf(out.back().back()) != entryOf(index))
         out.emplace_back();
       out.back().push_back(index);
     }
@@ -128,7 +131,7 @@ class Merging {
 
   /// The one field in which the rules of two entries differ, if they can be one in it.
   std::optional<Difference> differenceOf(Entry const& a, Entry const& b) const {
-    if (a.size() != b.size()) return std::nullopt;
+    if (a.size() != b.size() || isAlone(a.front()) || isAlone(b.front())) return std::nullopt;
     Difference out;
     for (size_t i = 0; i < a.size(); ++i) {
       RuleConfig const& first = *acl_.ruleById(a[i]);
@@ -209,6 +212,7 @@ class Merging {
   }
 
   Naxel::AclConfig& acl_;
+  StaysAlone const& staysAlone_;
   /// The entry that others are joined to, its values by rule and field, and the field in which they differ.
   Entry const* first_ = nullptr;
   std::vector<FieldValues> values_;
@@ -218,8 +222,9 @@ class Merging {
 
 }  // namespace
 
-std::vector<MergedRule> mergeNeighbours(Naxel::AclConfig& acl, EntryOf const& entryOf) {
-  return Merging(acl).run(entryOf);
+std::vector<MergedRule> mergeNeighbours(Naxel::AclConfig& acl, EntryOf const& entryOf,
+                                        StaysAlone const& staysAlone) {
+  return Merging(acl, staysAlone).run(entryOf);
 }
 
 }  // namespace NaxelTool
