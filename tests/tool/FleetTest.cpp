@@ -144,6 +144,22 @@ TEST_F(Fleet, ABrokenRunIsTakenUpAgain) {
   std::string const log = read("log");
   expectRun("4", out);
   EXPECT_EQ(read("log"), log);
+  // What somebody else has put into it becomes no line of ours, and no code.
+  size_t const head = log.find('\n') + 1;
+  size_t const at = log.rfind('\n', log.find(R"("file":"d/a")")) + 1;
+  std::string const line = log.substr(at, log.find('\n', at) - at);
+  std::string const front = line.substr(0, line.find("0,\"device\":"));
+  std::string const device = line.substr(front.size() + 11, line.size() - front.size() - 12);
+  for (std::string const& crafted :
+       {std::string("0,\"device\":{\"x\":1}}"), std::string("0,\"device\":7}"),
+        "0,\"device\":" + std::string(100000, '[') + "}", "1,\"device\":" + device + "}",
+        "700,\"device\":" + device + "}", "0,\"device\":" + device + ",\"more\":{}}"}) {
+    SCOPED_TRACE(crafted.substr(0, 99));
+    write("log", log.substr(0, head) + front + crafted + "\n");
+    expectRun("0", out);
+  }
+  write("log", log.substr(0, head) + front + "0,\"device\":" + device + "}\n");
+  expectRun("1", out);
   // Wherever a crash has cut the file off, the whole lines before it count.
   for (size_t size = 0; size <= log.size(); size += std::max<size_t>(1, log.size() / 13)) {
     SCOPED_TRACE(size);

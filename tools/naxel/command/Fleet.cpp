@@ -253,6 +253,8 @@ class Fleet {
       trouble = "has a result of more than " + std::to_string(limits.out >> 20) + " MiB";
     else if (WIFSIGNALED(status))
       trouble = "was ended by " + signalName(WTERMSIG(status));
+    else if (!isExitCode(WEXITSTATUS(status)))
+      trouble = "could not be run: exit code " + std::to_string(WEXITSTATUS(status));
     bool const byItself = trouble.empty() && WIFEXITED(status);
     int const code = byItself ? WEXITSTATUS(status) : static_cast<int>(ExitCode::internal);
     std::string line = deviceLine(device.name, code, byItself ? r.child->out() : std::string(),

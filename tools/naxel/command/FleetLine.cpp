@@ -47,12 +47,16 @@ void addMessages(std::string& to, std::string_view err) {
 
 std::string lineOf(std::string const& name, int code, std::string const& result,
                    std::string const& messages) {
-  std::string out = R"({"schema":"naxel-device","version":1,"file":)" + jsonText(name) +
-                    ",\"code\":" + std::to_string(code) + result;
-  return out + (messages.empty() ? "" : ",\"messages\":[" + messages + "]") + "}";
+  return deviceLineHead(jsonText(name), code) + result +
+         (messages.empty() ? "" : ",\"messages\":[" + messages + "]") + "}";
 }
 
 }  // namespace
+
+std::string deviceLineHead(std::string_view name, int code) {
+  return R"({"schema":"naxel-device","version":1,"file":)" + std::string(name) +
+         ",\"code\":" + std::to_string(code);
+}
 
 std::string deviceLine(std::string const& name, int code, std::string const& out,
                        std::string const& err, std::string const& trouble) {

@@ -1,5 +1,6 @@
 #include "command/FleetLog.h"
 
+#include "command/FleetLine.h"
 #include "output/RuleJson.h"
 
 #include <array>
@@ -117,9 +118,15 @@ void FleetLog::takeLine(std::string_view line, off_t at) {
   auto const [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), code);
   if (error != std::errc()) return;
   rest.remove_prefix(static_cast<size_t>(end - rest.data()));
-  if (!taken(rest, ",\"device\":") || !nlohmann::json::accept(line)) return;
+  if (!taken(rest, ",\"device\":") || !rest.ends_with('}')) return;
+  // Whoever can write the file must not make the lines of this run anything else than lines of devices.
+  std::string_view const device = rest.substr(0, rest.size() - 1);
+  std::string_view behind = device;
+  if (!isExitCode(code) || !taken(behind, deviceLineHead(name, code)) ||
+      !(behind.starts_with(',') || behind == "}") || !nlohmann::json::accept(device))
+    return;
   off_t const from = at + static_cast<off_t>(rest.data() - line.data());
-  entry_[name] = {std::string(stamp.substr(1, stamp.size() - 2)), {code, from, rest.size() - 1}};
+  entry_[name] = {std::string(stamp.substr(1, stamp.size() - 2)), {code, from, device.size()}};
 }
 
 std::optional<FleetLog::Found> FleetLog::find(std::string const& name,

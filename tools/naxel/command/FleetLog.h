@@ -11,7 +11,8 @@
 /// A stamp is device, inode, size, and the times of the last change of content and of the file itself: a file that is
 /// written, exchanged or copied gets another one, and nobody can set the last of them. A line is written when its
 /// device is done, in whatever order that happens. A last line that a crash has cut off is taken off when the file is
-/// opened; lines that do not parse count for nothing.
+/// opened; lines that are not of this form, or whose device is another one or has another code, count for
+/// nothing.
 
 #include "input/Errors.h"
 

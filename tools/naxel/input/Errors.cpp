@@ -47,6 +47,11 @@ std::vector<ExitCode> const& allExitCodes() {
   return all;
 }
 
+bool isExitCode(int number) {
+  auto const& all = allExitCodes();
+  return std::find(all.begin(), all.end(), static_cast<ExitCode>(number)) != all.end();
+}
+
 InputError::InputError(std::string const& file, Position at, std::string const& text, ExitCode code)
     : std::runtime_error(located(file, at, text)), file_(file), at_(at), text_(text), code_(code) {}
 

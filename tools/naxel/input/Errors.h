@@ -37,6 +37,7 @@ Position positionOf(std::string const& text, size_t offset);
 std::string_view meaningOf(ExitCode code);
 /// All of them in ascending order.
 std::vector<ExitCode> const& allExitCodes();
+bool isExitCode(int number);
 
 /// A file that cannot be used, read or written. what() is the complete line for the user,
 /// "file:line:column: error: text" without the numbers that are not known; control characters of the
