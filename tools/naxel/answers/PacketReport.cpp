@@ -110,6 +110,11 @@ class TextReport : public Report {
     Naxel::AceIndex rule;
     uint64_t hits;
   };
+  /// Empty where it only repeats the number.
+  static std::string nameOf(Row const& r) {
+    std::string const& name = r.acl->config->ruleById(r.rule)->name();
+    return name == std::to_string(r.rule.value()) ? std::string() : name;
+  }
 
   void table(FileClassifier const& classifier) {
     std::vector<Row> all;
@@ -136,13 +141,17 @@ class TextReport : public Report {
     if (more) out() << "and " << more << " more " << rest << " (--all shows them)\n";
   }
   void rowsOf(std::vector<Row> const& from) {
+    // Many formats have no names, and a column of numbers twice helps nobody.
+    bool const named =
+        std::any_of(from.begin(), from.end(), [](Row const& r) { return !nameOf(r).empty(); });
     std::vector<std::vector<std::string>> rows = {{"ACL", "name", "from", "rule", "hits"}};
     for (Row const& r : from)
-      rows.push_back({printable(r.acl->config->name()),
-                      printable(r.acl->config->ruleById(r.rule)->name()),
+      rows.push_back({printable(r.acl->config->name()), printable(nameOf(r)),
                       printable(origin(*r.acl, r.rule)), std::to_string(r.rule.value()),
                       std::to_string(r.hits)});
-    printTable(out(), rows, 3);
+    if (!named)
+      for (auto& row : rows) row.erase(row.begin() + 1);
+    printTable(out(), rows, named ? 3 : 2);
   }
   void whyNot(AclTally const& acl, WhyNotTally const& tally) {
     out() << "\nwhy not "

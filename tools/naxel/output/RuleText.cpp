@@ -126,10 +126,8 @@ std::string ruleText(Naxel::RuleConfig const& rule, NamedLists const& lists) {
 }
 
 std::string ruleName(RuleSet const& rules, Naxel::AclConfig const& acl, Naxel::AceIndex rule) {
-  std::string const number = std::to_string(rule.value());
-  std::string out = "rule " + number;
-  if (auto const config = acl.ruleById(rule); config && config->name() != number)
-    out += " '" + config->name() + "'";
+  auto const config = acl.ruleById(rule);
+  std::string out = numberAndName(rule, config ? config->name() : "");
   if (std::string const from = rules.originText(acl.name(), rule); !from.empty())
     out += " (" + from + ")";
   return out;

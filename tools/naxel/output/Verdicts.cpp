@@ -20,11 +20,16 @@ std::string text(Naxel::NaxelActionValue const& action) {
   return out;
 }
 
+std::string numberAndName(Naxel::AceIndex index, std::string const& name) {
+  std::string const number = std::to_string(index.value());
+  return "rule " + number + (name.empty() || name == number ? "" : " '" + name + "'");
+}
+
 std::string text(Naxel::AclConfig const& acl, std::optional<Naxel::AceIndex> index) {
   if (!index) return "no rule";
   auto const rule = acl.ruleById(*index);
-  std::string const name = "rule " + std::to_string(index->value());
-  return rule ? name + " '" + rule->name() + "': " + text(rule->action()) : name;
+  return numberAndName(*index, rule ? rule->name() : "") +
+         (rule ? ": " + text(rule->action()) : "");
 }
 
 std::string text(Naxel::AclConfig const& acl, Verify::Verdict const& verdict) {
@@ -32,8 +37,8 @@ std::string text(Naxel::AclConfig const& acl, Verify::Verdict const& verdict) {
   if (verdict.kind == Kind::none) return "no rule";
   if (verdict.kind != Kind::rule) return Verify::text(verdict);
   auto const rule = acl.ruleById(verdict.rule);
-  return "rule " + std::to_string(verdict.rule.value()) +
-         (rule ? " '" + printable(rule->name()) + "'" : "") + ": " + text(verdict.action);
+  return numberAndName(verdict.rule, rule ? printable(rule->name()) : "") + ": " +
+         text(verdict.action);
 }
 
 }  // namespace NaxelTool

@@ -14,6 +14,9 @@ namespace NaxelTool {
 bool agree(Naxel::AclConfig const& acl, std::optional<Naxel::AceIndex> rule,
            Verify::Verdict const& verdict);
 
+/// "rule 60 'web'", or without a name where that is the index.
+std::string numberAndName(Naxel::AceIndex index, std::string const& name);
+
 /// "rule 60 'web': permit", "no rule".
 std::string text(Naxel::AclConfig const& acl, std::optional<Naxel::AceIndex> rule);
 std::string text(Naxel::AclConfig const& acl, Verify::Verdict const& verdict);
