@@ -19,9 +19,6 @@ constexpr size_t shownOthers = 4;
 std::string counted(size_t n, char const* one) {
   return std::to_string(n) + " " + one + (n == 1 ? "" : "s");
 }
-char const* severityText(Severity severity) {
-  return severity == Severity::error ? "error" : severity == Severity::warning ? "warning" : "note";
-}
 
 std::string subjectOf(Finding const& f, RuleSet const& rules) {
   if (f.rules.empty()) return "list '" + f.list + "'";

@@ -14,12 +14,18 @@
 
 namespace NaxelTool {
 
+/// A text, and smaller lines below it.
+struct ReportCell {
+  std::string text;
+  std::vector<std::string> below = {};
+};
+
 /// A table of texts; whatever they hold, they are shown as text.
 struct ReportSection {
   std::string title;
   std::string about;  ///< a sentence above the table
   std::vector<std::string> head;
-  std::vector<std::vector<std::string>> rows;
+  std::vector<std::vector<ReportCell>> rows;
 };
 
 /// What becomes different when the rules of a page come after older ones.

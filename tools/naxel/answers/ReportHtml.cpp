@@ -238,7 +238,8 @@ class Page {
     for (size_t i = 0; i < section.rows.size() && i < mostReportRows; ++i) {
       HtmlRow row;
       row.reserve(section.rows[i].size());
-      for (std::string const& cell : section.rows[i]) row.push_back(HtmlCell::text(cell));
+      for (ReportCell const& cell : section.rows[i])
+        row.push_back(HtmlCell::text(cell.text, cell.below));
       table.rows.push_back(std::move(row));
     }
     table.write(out_);

@@ -13,11 +13,29 @@ namespace NaxelTool {
 
 namespace {
 
-std::string whereOf(Finding const& finding, RuleSet const& rules) {
-  if (!finding.list.empty()) return "list " + finding.list;
-  if (finding.rules.empty()) return finding.acl;
+/// Other rules that a finding names before the rest is counted.
+constexpr size_t othersNamed = 4;
+
+ReportCell whereOf(Finding const& finding, RuleSet const& rules) {
+  if (finding.rules.empty()) return {"list " + finding.list, {finding.place}};
   auto const acl = rules.acls()->acl(finding.acl);
-  return finding.acl + ": " + ruleName(rules, *acl, finding.rules.front());
+  return {finding.acl + ": " + ruleName(rules, *acl, finding.rules.front()),
+          {ruleText(*acl->ruleById(finding.rules.front()), rules.lists())}};
+}
+
+/// With the rules that it is because of.
+ReportCell whatOf(Finding const& finding, RuleSet const& rules) {
+  ReportCell out{finding.text};
+  size_t const n = finding.others.size();
+  for (size_t i = 0; i < n && i < othersNamed; ++i) {
+    auto const acl = rules.acls()->acl(finding.acl);
+    out.below.push_back(ruleName(rules, *acl, finding.others[i]) + ": " +
+                        ruleText(*acl->ruleById(finding.others[i]), rules.lists()));
+  }
+  if (n > othersNamed)
+    out.below.push_back("and " + std::to_string(n - othersNamed) +
+                        (n - othersNamed == 1 ? " more rule" : " more rules"));
+  return out;
 }
 
 /// What `naxel check` says of the rules.
@@ -26,8 +44,11 @@ ReportSection findingsOf(RuleSet const& rules) {
       "Findings", "Nothing is wrong with the rules.", {"finding", "rule", "what"}, {}};
   try {
     CheckReport const report = check(rules, {});
+    out.rows.reserve(report.findings.size());
     for (Finding const& f : report.findings)
-      out.rows.push_back({std::string(f.kind->code), whereOf(f, rules), f.text});
+      out.rows.push_back({{std::string(f.kind->code), {severityText(f.kind->severity)}},
+                          whereOf(f, rules),
+                          whatOf(f, rules)});
     if (!out.rows.empty()) out.about = "What is wrong with the rules, the most important first.";
   } catch (std::invalid_argument const& e) {
     out.about = e.what();

@@ -13,11 +13,6 @@ constexpr size_t shownLine = 160;
 /// Longer texts are cut.
 constexpr size_t longestText = 500;
 
-char const* nameOf(Severity severity) {
-  return severity == Severity::error ? "error"
-                                     : (severity == Severity::warning ? "warning" : "note");
-}
-
 /// Marks parts of a message where it is shown in colour.
 class Paint {
  public:
@@ -100,6 +95,11 @@ size_t shownCharacter(std::string_view text) {
 
 }  // namespace
 
+char const* severityText(Severity severity) {
+  return severity == Severity::error ? "error"
+                                     : (severity == Severity::warning ? "warning" : "note");
+}
+
 std::string printable(std::string_view text) {
   static constexpr char hex[] = "0123456789abcdef";
   std::string out;
@@ -133,7 +133,7 @@ void Diagnostics::sayText(Diagnostic const& d) {
   std::string place = (d.file.empty() ? "naxel" : printable(d.file)) + ":";
   if (d.place.at.line) place += std::to_string(d.place.at.line) + ":";
   if (d.place.at.line && d.place.at.column) place += std::to_string(d.place.at.column) + ":";
-  std::string kind = nameOf(d.severity);
+  std::string kind = severityText(d.severity);
   if (!d.code.empty()) kind += "[" + d.code + "]";
   *out_ << paint.bold(place) << ' ' << paint.severity(d.severity, kind + ":") << ' '
         << printable(d.text) << '\n';
@@ -144,7 +144,7 @@ void Diagnostics::sayText(Diagnostic const& d) {
 void Diagnostics::sayJson(Diagnostic const& d) {
   nlohmann::ordered_json out{{"schema", "naxel-message"},
                              {"version", 1},
-                             {"severity", nameOf(d.severity)},
+                             {"severity", severityText(d.severity)},
                              {"code", d.code},
                              {"text", d.text.substr(0, longestText)}};
   if (!d.file.empty()) out["file"] = d.file;
@@ -165,7 +165,7 @@ void Diagnostics::sayRest() {
     size_t const rest = count(severity) - std::max(told, shown);
     told = count(severity);
     std::string const text =
-        "and " + std::to_string(rest) + " more " + nameOf(severity) + (rest == 1 ? "" : "s");
+        "and " + std::to_string(rest) + " more " + severityText(severity) + (rest == 1 ? "" : "s");
     if (makeRoom_) makeRoom_();
     if (style_.json)
       sayJson({severity, "more", {}, {}, text, {}, {}});

@@ -24,6 +24,8 @@
 namespace NaxelTool {
 
 enum class Severity : uint8_t { note, warning, error };
+/// "note", "warning", "error".
+char const* severityText(Severity severity);
 
 /// Where in a text something is: a position and how many bytes from there are meant.
 struct Place {
