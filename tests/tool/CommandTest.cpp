@@ -46,6 +46,11 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
   write("refuses", "naxel-chip", R"("softChip":{"refuseTable":"v4Source","refuseAcquires":1})");
   write("wide", "naxel-rules", R"("acls":[{"name":"a\u001b[31m","af":"ipv4","rules":[
     {"index":1,"name":"x\ny","dport":"1-30000","sport":"1-30000"}]}])");
+  write("left", "naxel-rules", R"("acls":[{"name":"a","af":"ipv4","rules":[{"index":1,"name":"x",
+    "source":{"addr":["10.0.0.0/8"],"except":["10.0.0.0/17"]},"sport":"1-9","proto":[6,17]}]}])");
+  write("right", "naxel-rules", R"("acls":[{"name":"a","af":"ipv4","rules":[{"index":1,"name":"y",
+    "source":["10.0.0.0/16"],"destination":["10.3.0.0/16"],"sport":"5-20","dscp":7,
+    "action":{"dropEnabled":true}}]}])");
   write("table", "old");
   write("page.html", "");
   write(".err", "");
@@ -265,6 +270,8 @@ TEST_F(Command, CodeAndMessageOfEveryOutcome) {
 #if NAXEL_EXACT_PROOF
     {"diff three three", 0, "", "no packet is treated differently\n\nrows "},
     {"diff -q three three", 0, "", ""},
+    {"diff --no-rows left right", 1, "",
+     "\n     both  match proto 6,17 10.0.128.0/17:5-9 > 10.3.0.0/16 dscp 7\n"},
     {"diff three a", 1, "*", "3 changes in 1 of 1 ACL: 3 permit -> no rule\n"},
     {"diff --acl a=edge-in three ex/edge.json --no-rows", 1, "*",
      "ACL 'edge-in6' stands in the new rules only"},

@@ -114,11 +114,11 @@ class ComparedSets {
                                                    std::optional<Naxel::AceIndex> index) {
     auto& known = deciding_[{&acl, index}];
     if (known) return known;
-    DecidingRule rule{index, "no rule", {}, {}};
+    DecidingRule rule{index, "no rule", {}, {}, {}};
     if (index) {
       auto const config = acl.ruleById(*index);
       rule = {index, ruleName(rules, acl, *index), ruleText(*config, rules.lists()),
-              text(config->action())};
+              text(config->action()), config->ruleFilter()};
     }
     return known = std::make_shared<DecidingRule const>(std::move(rule));
   }
@@ -136,7 +136,9 @@ class ComparedSets {
 }  // namespace
 
 Changes changesOf(RuleSet const& before, RuleSet const& after, ChangeOptions const& options) {
-  return ComparedSets(before, after, options).run();
+  Changes out = ComparedSets(before, after, options).run();
+  out.names = after.lists();
+  return out;
 }
 
 #else

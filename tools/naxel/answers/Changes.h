@@ -32,9 +32,10 @@ struct ChangeOptions {
 /// A rule that decides, or that none does.
 struct DecidingRule {
   std::optional<Naxel::AceIndex> index;
-  std::string name;    ///< "rule 20 'web' (edge.json:24)"; "no rule"
-  std::string text;    ///< "permit  tcp any > web:80"; empty for no rule
-  std::string action;  ///< "permit, log"; empty for no rule
+  std::string name;                    ///< "rule 20 'web' (edge.json:24)"; "no rule"
+  std::string text;                    ///< "permit  tcp any > web:80"; empty for no rule
+  std::string action;                  ///< "permit, log"; empty for no rule
+  Mox::Ptr<Naxel::RuleFilter> filter;  ///< null for a rule without one, and for no rule
 };
 
 /// Packets that one rule decided, and now another one decides to another end.
@@ -75,6 +76,7 @@ struct Changes {
   std::vector<AclNames> renamed;  ///< compared under two names, because each side has just one
   std::vector<AclChange> acls;
   std::vector<PacketChange> packets;  ///< by kind, ACL and rules
+  NamedLists names;                   ///< of the new rules
   size_t rulesOnlyBefore =
       0;  ///< in the ACLs compared: without a rule that is the same and in the same order
   size_t rulesOnlyAfter = 0;

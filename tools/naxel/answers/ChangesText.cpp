@@ -1,4 +1,5 @@
 #include "answers/Changes.h"
+#include "answers/RuleOverlap.h"
 #include "input/Diagnostics.h"
 #include "output/RuleJson.h"
 #include "output/Summary.h"
@@ -162,6 +163,8 @@ void print(Changes const& changes, size_t limit, std::ostream& out) {
     out << "  such as  " << packetLine(c.packet) << '\n';
     printRule(out, "    old", *c.before);
     printRule(out, "    new", *c.after);
+    if (std::string const both = overlapText(c, changes.names); !both.empty())
+      out << "     both  match " << printable(both) << '\n';
   }
   if (changes.packets.size() > limit) {
     out << "\n" << changes.packets.size() - limit << " more; --all shows them\n";

@@ -1,5 +1,6 @@
 #include "answers/HtmlText.h"
 #include "answers/Report.h"
+#include "answers/RuleOverlap.h"
 #include "packets/PacketText.h"
 
 #include <algorithm>
@@ -62,15 +63,19 @@ void writeAcls(std::vector<AclChange> const& acls, std::ostream& out) {
 
 HtmlCell ruleCell(DecidingRule const& rule) { return HtmlCell::text(rule.name, {rule.text}); }
 
-void writePackets(std::vector<PacketChange> const& packets, std::ostream& out) {
+void writePackets(Changes const& changes, std::ostream& out) {
+  std::vector<PacketChange> const& packets = changes.packets;
   if (packets.empty()) return;
   HtmlTable table{
       {"change", "old rule", "new rule", "such as"}, {}, packets.size(), openReportRows};
   for (size_t i = 0; i < packets.size() && i < mostReportRows; ++i) {
     PacketChange const& c = packets[i];
-    table.rows.push_back({HtmlCell::text(changeTitles()[c.kind], {aclText(c.acl)}),
-                          ruleCell(*c.before), ruleCell(*c.after),
-                          HtmlCell::text(packetLine(c.packet))});
+    std::string const both = overlapText(c, changes.names);
+    table.rows.push_back(
+        {HtmlCell::text(changeTitles()[c.kind], {aclText(c.acl)}), ruleCell(*c.before),
+         ruleCell(*c.after),
+         HtmlCell::text(packetLine(c.packet), both.empty() ? std::vector<std::string>{}
+                                                           : std::vector{"both match " + both})});
   }
   table.write(out);
 }
@@ -118,7 +123,7 @@ void writeChanges(ReportChanges const& since, std::ostream& out) {
   for (std::string const& text : sentences(since.changes)) out << ' ' << htmlText(text);
   out << "</p>\n";
   writeAcls(since.changes.acls, out);
-  writePackets(since.changes.packets, out);
+  writePackets(since.changes, out);
   if (since.changes.rows) writeRows(*since.changes.rows, out);
 }
 

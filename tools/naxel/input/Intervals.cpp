@@ -71,6 +71,20 @@ uint64_t coverSize(IntervalSet const& set, unsigned bits) {
   return count;
 }
 
+std::vector<Lumox::IpGenPrefix> prefixesOf(IntervalSet const& set, Lumox::AddressFamily af) {
+  unsigned const bits = bitsOf(af);
+  std::vector<Lumox::IpGenPrefix> out;
+  for (auto const& [first, last] : set)
+    Mox::forEachAlignedBlock(first, last, bits, [&](Wide from, unsigned free) {
+      auto const length = static_cast<uint8_t>(bits - free);
+      out.push_back(af == Lumox::ipv4()
+                        ? Lumox::IpGenPrefix::v4(static_cast<uint32_t>(from), length)
+                        : Lumox::IpGenPrefix::v6(static_cast<uint64_t>(from >> 64),
+                                                 static_cast<uint64_t>(from), length));
+    });
+  return out;
+}
+
 IntervalSet addressesOf(Naxel::IpPrefixList const& list) {
   return without(intervalsOf(list.addr()), intervalsOf(list.exceptAddr()));
 }

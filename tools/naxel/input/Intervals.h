@@ -36,6 +36,9 @@ bool isEverything(IntervalSet const& set, unsigned bits);
 /// blocks from its start on. O(intervals * bits).
 uint64_t coverSize(IntervalSet const& set, unsigned bits);
 
+/// These prefixes, in their natural order.
+std::vector<Lumox::IpGenPrefix> prefixesOf(IntervalSet const& set, Lumox::AddressFamily af);
+
 /// The addresses that a prefix list matches, as numbers of bitsOf() bits. All prefixes of the list
 /// are of one family.
 IntervalSet addressesOf(Naxel::IpPrefixList const& list);

@@ -1,7 +1,5 @@
 #include "output/IosEntries.h"
 
-#include "mox/AlignedBlocks.h"
-
 #include <algorithm>
 
 namespace NaxelTool {
@@ -163,7 +161,7 @@ class EntriesOf {
   std::optional<std::string> side(Naxel::IpPrefixList const* list) const {
     if (!list) return "any";
     std::vector<Lumox::IpGenPrefix> const prefixes =
-        plainPrefixes(*list, isV4_ ? Lumox::ipv4() : Lumox::ipv6());
+        prefixesOf(addressesOf(*list), isV4_ ? Lumox::ipv4() : Lumox::ipv6());
     if (prefixes.empty()) return std::nullopt;
     if (prefixes.size() == 1) return iosAddress(prefixes.front(), false);
     return "object-group " + groupOf_(*list);
@@ -207,21 +205,6 @@ class EntriesOf {
 std::vector<std::string> iosEntries(RuleView const& rule, FragmentRule fragments, bool hasLaterPart,
                                     GroupNamer const& groupOf) {
   return EntriesOf(rule, fragments, hasLaterPart, groupOf).make();
-}
-
-std::vector<Lumox::IpGenPrefix> plainPrefixes(Naxel::IpPrefixList const& list,
-                                              Lumox::AddressFamily af) {
-  unsigned const bits = bitsOf(af);
-  std::vector<Lumox::IpGenPrefix> out;
-  for (auto const& [first, last] : addressesOf(list))
-    Mox::forEachAlignedBlock(first, last, bits, [&](Wide from, unsigned free) {
-      auto const length = static_cast<uint8_t>(bits - free);
-      out.push_back(af == Lumox::ipv4()
-                        ? Lumox::IpGenPrefix::v4(static_cast<uint32_t>(from), length)
-                        : Lumox::IpGenPrefix::v6(static_cast<uint64_t>(from >> 64),
-                                                 static_cast<uint64_t>(from), length));
-    });
-  return out;
 }
 
 std::string iosAddress(Lumox::IpGenPrefix const& prefix, bool netmask) {

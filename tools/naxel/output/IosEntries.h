@@ -36,9 +36,6 @@ using GroupNamer = std::function<std::string(Naxel::IpPrefixList const&)>;
 std::vector<std::string> iosEntries(RuleView const& rule, FragmentRule fragments, bool hasLaterPart,
                                     GroupNamer const& groupOf);
 
-/// The prefixes that a list comes to without its exceptions.
-std::vector<Lumox::IpGenPrefix> plainPrefixes(Naxel::IpPrefixList const& list,
-                                              Lumox::AddressFamily af);
 /// "host 10.0.0.1", "10.0.0.0 0.0.0.255" with wildcard bits or a netmask, "2001:db8::/32".
 std::string iosAddress(Lumox::IpGenPrefix const& prefix, bool netmask);
 

@@ -245,7 +245,8 @@ class IosWriter {
     if (NamedList const* const known = rules_.lists().find(name);
         known && !known->description.empty())
       out_ << " description " << printable(known->description) << '\n';
-    for (Lumox::IpGenPrefix const& p : plainPrefixes(list, isV4 ? Lumox::ipv4() : Lumox::ipv6()))
+    for (Lumox::IpGenPrefix const& p :
+         prefixesOf(addressesOf(list), isV4 ? Lumox::ipv4() : Lumox::ipv6()))
       out_ << " " << iosAddress(p, true) << '\n';
   }
 
