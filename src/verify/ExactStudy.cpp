@@ -128,7 +128,7 @@ Bdd ExactStudy::outOfTheWay(Bdd const& region, size_t place, Wanted const& wante
   return piece;
 }
 
-ExactStudy::Search ExactStudy::searchFrom(Bdd region, Wanted const& wanted,
+ExactStudy::Search ExactStudy::searchFrom(Bdd& region, Wanted const& wanted,
                                           std::optional<RuleSpan> const& without, size_t from) try {
   Search out;
   std::set<AceIndex> others;
@@ -171,8 +171,9 @@ ExactStudy::Search ExactStudy::decidedBy(AceIndex rule) try {
   if (auto const packet =
           drawn(place, [&](Packet const& p) { return oracle_.firstMatch(p) == rule; }))
     return {Answer::yes, packet, {}, false};
+  Bdd region = matchedAt(place);
   Search out = searchFrom(
-      matchedAt(place), [&](auto const decider) { return decider == rule; }, std::nullopt, place);
+      region, [&](auto const decider) { return decider == rule; }, std::nullopt, place);
   if (out.found == Answer::no) leaveOnlyNeeded(matchedAt(place), out.others);
   return out;
 } catch (std::runtime_error const&) {
@@ -192,7 +193,8 @@ ExactStudy::Search ExactStudy::missedWithout(AceIndex rule, RuleSpan const& with
     return with && without.has(*with) && differs(oracle_.firstMatch(p, without));
   };
   if (auto const packet = drawn(place, isMissed)) return {Answer::yes, packet, {}, false};
-  return searchFrom(matchedAt(place), differs, without, place + 1);
+  Bdd region = matchedAt(place);
+  return searchFrom(region, differs, without, place + 1);
 } catch (std::runtime_error const&) {
   return {Answer::undecided, std::nullopt, {}, false};
 }

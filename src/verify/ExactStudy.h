@@ -89,7 +89,12 @@ class ExactStudy {
   /// A packet of the region whose decider is wanted, as if the rules `without` were not there.
   Search search(Bdd region, Wanted const& wanted,
                 std::optional<RuleSpan> const& without = std::nullopt) {
-    return searchFrom(std::move(region), wanted, without, 0);
+    return searchFrom(region, wanted, without, 0);
+  }
+  /// As search(); the region loses packets whose decider is not wanted. Whoever wants fewer deciders with each
+  /// question goes on with what is left.
+  Search searchOn(Bdd& region, Wanted const& wanted) {
+    return searchFrom(region, wanted, std::nullopt, 0);
   }
 
  private:
@@ -112,8 +117,8 @@ class ExactStudy {
   std::optional<Packet> drawn(size_t place, std::function<bool(Packet const&)> const& hit);
   /// A packet that is asked about and that the rule may match if it matches this one.
   Packet amongAsked(Rule const& rule, Packet packet) const;
-  /// As search(); no rule before the place `from` is wanted.
-  Search searchFrom(Bdd region, Wanted const& wanted, std::optional<RuleSpan> const& without,
+  /// As searchOn(); no rule before the place `from` is wanted.
+  Search searchFrom(Bdd& region, Wanted const& wanted, std::optional<RuleSpan> const& without,
                     size_t from);
   /// What rule `place` matches in the region and no wanted rule between `from` and it does.
   Bdd outOfTheWay(Bdd const& region, size_t place, Wanted const& wanted,

@@ -111,7 +111,7 @@ SearchedAcl searchAcl(Naxel::AclConfig const& acl, SearchQuestion const& questio
   while (out.packets.size() < question.count) {
     uint64_t const taken = study.stepsTaken();
     study.stepsIs(static_cast<size_t>(question.effort - std::min(question.effort, taken)));
-    ExactStudy::Search found = study.search(region, isWanted);
+    ExactStudy::Search found = study.searchOn(region, isWanted);
     if (found.found == ExactStudy::Answer::yes) {
       auto const decider = study.oracle().firstMatch(*found.packet);
       out.packets.push_back({*found.packet, decider});
