@@ -9,6 +9,7 @@ trap '[[ -z ${pid:-} ]] || kill "$pid" || true; rm -rf "$work"' EXIT
 cd "$work"
 cp "$here/agent.conf" .
 
+: >log
 "$agent" agent.conf metrics.prom >log 2>trace &
 pid=$!
 told=0

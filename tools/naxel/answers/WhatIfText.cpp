@@ -11,7 +11,7 @@ namespace NaxelTool {
 
 namespace {
 
-using Row = std::vector<std::string>;
+using Cells = std::vector<std::string>;
 
 /// The last part of each path: the tables would be too wide with all of them.
 std::string shortName(std::string const& path) {
@@ -29,17 +29,17 @@ std::string shortName(std::string const& path) {
 void printPoints(WhatIfReport const& report, std::vector<size_t> const& places, size_t shown,
                  bool fit, std::ostream& out) {
   if (places.empty()) return;
-  Row head;
+  Cells head;
   head.reserve(report.grid.axes().size() + 3);
   for (GridAxis const& axis : report.grid.axes()) head.push_back(shortName(axis.name));
   size_t const left = fit ? 0 : head.size() + 1;
   for (char const* const name : {"entries", "rows", "bits"})
     if (fit) head.emplace_back(name);
   if (!fit) head.emplace_back("what breaks first");
-  std::vector<Row> rows = {std::move(head)};
+  std::vector<Cells> rows = {std::move(head)};
   for (size_t i = 0; i < places.size() && i < shown; ++i) {
     WhatIfPoint const& point = report.points[places[i]];
-    Row row;
+    Cells row;
     row.reserve(point.values.size() + 3);
     for (size_t axis = 0; axis < point.values.size(); ++axis)
       row.push_back(report.grid.axes()[axis].members.front()->text(point.values[axis]));

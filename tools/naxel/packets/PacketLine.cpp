@@ -17,33 +17,33 @@ void PacketLine::skip() {
   if (at_ < line_.size() && line_[at_] == '#') at_ = line_.size();
 }
 
-Word PacketLine::peek() const {
+LineWord PacketLine::peek() const {
   size_t const end = std::min(line_.find_first_of(lineBlanks, at_), line_.size());
   return {line_.substr(at_, end - at_), at_};
 }
 
-Word PacketLine::next(char const* what) {
-  Word const word = peek();
+LineWord PacketLine::next(char const* what) {
+  LineWord const word = peek();
   if (word.text.empty()) throw LineError(word, "syntax", std::string("there is no ") + what);
   at_ += word.text.size();
   skip();
   return word;
 }
 
-Word PacketLine::quoted(char behind) {
+LineWord PacketLine::quoted(char behind) {
   size_t const close = line_.find('"', at_ + 1);
   if (close == std::string_view::npos)
     throw LineError({line_.substr(at_, 1), at_}, "syntax", "the quote is not closed");
   if (close + 1 >= line_.size() || line_[close + 1] != behind)
     throw LineError({line_.substr(close, 1), close}, "syntax",
                     std::string("expected '") + behind + "' behind the quote");
-  Word const word{line_.substr(at_ + 1, close - at_ - 1), at_ + 1};
+  LineWord const word{line_.substr(at_ + 1, close - at_ - 1), at_ + 1};
   at_ = close + 2;
   skip();
   return word;
 }
 
-uint32_t numberFrom(Word word, uint32_t max, char const* what) {
+uint32_t numberFrom(LineWord word, uint32_t max, char const* what) {
   bool const hex = word.text.starts_with("0x") || word.text.starts_with("0X");
   std::string_view const digits = word.text.substr(hex ? 2 : 0);
   uint64_t value = 0;

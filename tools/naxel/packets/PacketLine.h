@@ -11,7 +11,7 @@
 
 namespace NaxelTool {
 
-struct Word {
+struct LineWord {
   std::string_view text;
   size_t offset = 0;  ///< of its first byte in the line
 };
@@ -19,16 +19,16 @@ struct Word {
 /// What is wrong in a line, and where.
 class LineError : public std::invalid_argument {
  public:
-  LineError(Word at, std::string code, std::string const& text, std::string help = {})
+  LineError(LineWord at, std::string code, std::string const& text, std::string help = {})
       : std::invalid_argument(text), at_(at), code_(std::move(code)), help_(std::move(help)) {}
   ~LineError() override;
 
-  Word at() const { return at_; }
+  LineWord at() const { return at_; }
   std::string const& code() const { return code_; }
   std::string const& help() const { return help_; }
 
  private:
-  Word at_;
+  LineWord at_;
   std::string code_;
   std::string help_;
 };
@@ -39,12 +39,12 @@ class PacketLine {
 
   bool atEnd() const { return at_ >= line_.size(); }
   /// The word that next() would return, empty at the end.
-  Word peek() const;
+  LineWord peek() const;
   /// Throws LineError, "there is no WHAT", at the end of the line.
-  Word next(char const* what);
+  LineWord next(char const* what);
   /// What stands between two quotes, of which the first is the next byte, and the byte `behind` them.
   /// Throws LineError.
-  Word quoted(char behind);
+  LineWord quoted(char behind);
 
  private:
   void skip();
@@ -54,7 +54,7 @@ class PacketLine {
 };
 
 /// A number up to `max`, decimal unless it begins with 0x. Throws LineError, which calls it `what`.
-uint32_t numberFrom(Word word, uint32_t max, char const* what);
+uint32_t numberFrom(LineWord word, uint32_t max, char const* what);
 
 /// Has `take` read every line that is not blank or a comment, given the line and its number from 1 on, and reports
 /// what it throws as a LineError.

@@ -74,7 +74,7 @@ class PacketLineParser {
     aclName();
     protocol();
     Endpoint const source = endpoint("source address");
-    Word const arrow = line_.next("'>' behind the source");
+    LineWord const arrow = line_.next("'>' behind the source");
     if (arrow.text != ">") throw LineError(arrow, "syntax", "expected '>' between the addresses");
     Endpoint const destination = endpoint("destination address");
     if (source.af != destination.af)
@@ -93,7 +93,7 @@ class PacketLineParser {
 
  private:
   struct Endpoint {
-    Word word;
+    LineWord word;
     Lumox::AddressFamily af = Lumox::ipv4();
     Verify::Address address;
     std::optional<uint16_t> port;
@@ -101,7 +101,7 @@ class PacketLineParser {
 
   /// "NAME:" or "\"NAME\":" in front.
   void aclName() {
-    Word word = line_.peek();
+    LineWord word = line_.peek();
     if (word.text.starts_with('"')) {
       word = line_.quoted(':');
     } else if (word.text.ends_with(':')) {
@@ -168,7 +168,7 @@ class PacketLineParser {
     return out;
   }
 
-  void option(Word word) {
+  void option(LineWord word) {
     if (Flag const* const flag = rowOf(flags, word.text)) {
       flagWord_ = word;
       if (flag->member) out_.packet.*flag->member = true;
@@ -231,10 +231,10 @@ class PacketLineParser {
   PacketReading const& reading_;
   Naxel::AclConfigColl const& acls_;
   FilePacket out_;
-  Word aclWord_;
-  Word protocolWord_;
-  std::optional<Word> flagWord_;
-  std::array<std::optional<Word>, Naxel::rangeFieldCount> said_;
+  LineWord aclWord_;
+  LineWord protocolWord_;
+  std::optional<LineWord> flagWord_;
+  std::array<std::optional<LineWord>, Naxel::rangeFieldCount> said_;
 };
 
 }  // namespace

@@ -38,7 +38,7 @@ class PatternParser {
   Pattern parse() {
     protocol();
     side(true);
-    Word const arrow = next("'>' behind the source");
+    LineWord const arrow = next("'>' behind the source");
     if (arrow.text != ">")
       throw LineError(arrow, "syntax", "expected '>' between source and destination");
     side(false);
@@ -56,22 +56,22 @@ class PatternParser {
   }
   bool isAt(char c) const { return at_ < text_.size() && text_[at_] == c; }
   /// What stands before the next blank or one of `ends`; may be empty.
-  Word upTo(std::string_view ends) {
+  LineWord upTo(std::string_view ends) {
     size_t const from = at_;
     while (at_ < text_.size() && !isBlank(text_[at_]) &&
            ends.find(text_[at_]) == std::string_view::npos)
       ++at_;
     return {text_.substr(from, at_ - from), from};
   }
-  Word next(char const* what) {
+  LineWord next(char const* what) {
     skip();
-    Word const word = upTo("");
+    LineWord const word = upTo("");
     if (word.text.empty()) throw LineError(word, "syntax", std::string("there is no ") + what);
     return word;
   }
 
   void protocol() {
-    Word const word = next("protocol");
+    LineWord const word = next("protocol");
     if (word.text == "ip") return;
     if (word.text == "proto") return ranges(RangeSetType::proto, next("protocol"));
     if (word.text == "icmp") icmpWord_ = word;
@@ -114,11 +114,11 @@ class PatternParser {
     bool isAny = false;
     Mox::Ptr<IpPrefixList> named;
     if (isAt('{')) {
-      group([&](Word word) { list->addrIs(prefix(word)); });
+      group([&](LineWord word) { list->addrIs(prefix(word)); });
     } else if (isAt('"')) {
       named = listNamed(quoted());
     } else {
-      Word const word = addressWord(inBrackets);
+      LineWord const word = addressWord(inBrackets);
       isAny = word.text == "any";
       if (!isAny && isName(word.text)) named = listNamed(word);
       if (!isAny && !named) list->addrIs(prefix(word));
@@ -141,14 +141,14 @@ class PatternParser {
 
   void except(IpPrefixList& list, bool inBrackets) {
     skip();
-    if (isAt('{')) return group([&](Word word) { list.exceptAddrIs(prefix(word)); });
+    if (isAt('{')) return group([&](LineWord word) { list.exceptAddrIs(prefix(word)); });
     list.exceptAddrIs(prefix(addressWord(inBrackets)));
   }
 
   /// A word that ends before the ports; an IPv6 address has none unless it stands in brackets.
-  Word addressWord(bool inBrackets) {
+  LineWord addressWord(bool inBrackets) {
     size_t const from = at_;
-    Word word = upTo(inBrackets ? "]" : "");
+    LineWord word = upTo(inBrackets ? "]" : "");
     if (word.text.empty()) throw LineError(word, "syntax", "there is no address");
     size_t const colon = word.text.find(':');
     if (inBrackets || colon == std::string_view::npos || colon != word.text.rfind(':')) return word;
@@ -160,18 +160,18 @@ class PatternParser {
   void group(Take take) {
     ++at_;
     for (skip(); !isAt('}'); skip()) {
-      Word const word = upTo("}");
+      LineWord const word = upTo("}");
       if (word.text.empty()) throw LineError({{}, at_}, "syntax", "expected '}'");
       take(word);
     }
     ++at_;
   }
 
-  Word quoted() {
+  LineWord quoted() {
     size_t const close = text_.find('"', at_ + 1);
     if (close == std::string_view::npos)
       throw LineError({text_.substr(at_), at_}, "syntax", "the quote has no end");
-    Word const word{text_.substr(at_ + 1, close - at_ - 1), at_ + 1};
+    LineWord const word{text_.substr(at_ + 1, close - at_ - 1), at_ + 1};
     at_ = close + 1;
     return word;
   }
@@ -181,7 +181,7 @@ class PatternParser {
            !(text.front() >= '0' && text.front() <= '9');
   }
 
-  Lumox::IpGenPrefix prefix(Word word) {
+  Lumox::IpGenPrefix prefix(LineWord word) {
     if (word.text.starts_with("..."))
       throw LineError(word, "syntax", "this text was cut short: write the prefixes out");
     std::optional<Lumox::IpGenPrefix> out;
@@ -199,7 +199,7 @@ class PatternParser {
                                     : Lumox::IpGenPrefix::v4(0, 0);
   }
 
-  Mox::Ptr<IpPrefixList> listNamed(Word word) {
+  Mox::Ptr<IpPrefixList> listNamed(LineWord word) {
     Mox::Ptr<IpPrefixList> list = lists_.named(std::string(word.text));
     if (!list) {
       std::vector<std::string_view> names;
@@ -216,13 +216,13 @@ class PatternParser {
     return list;
   }
 
-  void familyIs(AddressFamily af, Word word) {
+  void familyIs(AddressFamily af, LineWord word) {
     if (out_.af && *out_.af != af)
       throw LineError(word, "family", "the addresses are of different families");
     out_.af = af;
   }
 
-  void option(Word word) {
+  void option(LineWord word) {
     if (word.text == "init") return out_.filter->matchTcpInitIs(true);
     if (word.text == "established") return out_.filter->matchTcpEstablishedIs(true);
     auto const field = std::find_if(fieldWords.begin(), fieldWords.end(),
@@ -236,7 +236,7 @@ class PatternParser {
   }
 
   /// "443,8000-8100".
-  void ranges(RangeSetType type, Word word) {
+  void ranges(RangeSetType type, LineWord word) {
     if (said_[static_cast<size_t>(type)]) throw LineError(word, "twice", "this is said twice");
     said_[static_cast<size_t>(type)] = true;
     for (size_t at = 0; at <= word.text.size();) {
@@ -246,7 +246,7 @@ class PatternParser {
     }
   }
 
-  void range(RangeSetType type, Word word) {
+  void range(RangeSetType type, LineWord word) {
     Naxel::RangeField const& field = Naxel::rangeField(type);
     if (word.text.starts_with("..."))
       throw LineError(word, "syntax", "this text was cut short: write the values out");
@@ -267,8 +267,8 @@ class PatternParser {
   NamedLists const& lists_;
   size_t at_ = 0;
   Pattern out_;
-  std::optional<Word> icmpWord_;
-  std::optional<Word> icmp6Word_;
+  std::optional<LineWord> icmpWord_;
+  std::optional<LineWord> icmp6Word_;
   std::array<bool, Naxel::rangeFieldCount> said_{};
 };
 
