@@ -165,6 +165,7 @@ double churn(RuleSource const& source, benchmark::State& state, Acl::LabelCode c
   state.counters["worst"] = rows.back();
   state.counters["labelsMedian"] = quantile(other, .5);
   state.counters["labelsWorst"] = other.back();
+  state.counters["encodedAfresh"] = static_cast<double>(pipeline.encodedAfresh());
   state.counters["entries"] = static_cast<double>(pipeline.entries());
   state.counters["afresh"] =
       static_cast<double>(pipeline.entries()) / static_cast<double>(fresh.entries());

@@ -1,6 +1,7 @@
 #include "Pipeline.h"
 
 #include "naxel/control/NaxelRootSm.h"
+#include "naxel/encoder/EncoderTypes.h"
 
 #include <ctime>
 #include <stdexcept>
@@ -44,6 +45,17 @@ double Pipeline::kick() {
   double const seconds = threadSeconds() - start;
   if (!ended) throw std::runtime_error("the kick did not succeed: " + text(ended));
   return seconds;
+}
+
+uint64_t Pipeline::encodedAfresh() const {
+  uint64_t sum = 0;
+  for (auto const& key : Naxel::PrefixXformKey::all())
+    if (auto const status = pipeline_.root().prefixEncoderStatus(key))
+      sum += status->encodedAfresh();
+  for (auto const type : Naxel::allRangeSetTypes())
+    if (auto const status = pipeline_.root().rangeEncoderStatus(type))
+      sum += status->encodedAfresh();
+  return sum;
 }
 
 }  // namespace Bench

@@ -43,6 +43,8 @@ class Pipeline {
 
   /// Seconds of a stage in the last kick, all its keys together.
   double stageSeconds(Naxel::NaxelActiveStage stage) const { return times_.stage(stage).seconds; }
+  /// How often a field was encoded afresh although its labels were to be kept.
+  uint64_t encodedAfresh() const;
   /// TCAM entries of all ACLs.
   size_t entries() const { return pipeline_.output().pdAclColl()->numFilters(); }
 

@@ -3,6 +3,7 @@
 #include "mox/Assert.h"
 #include "naxel/encoder/PairMerge.h"
 #include "naxel/encoder/WordHash.h"
+#include "naxel/encoder/compact/CompactCode.h"
 #include "naxel/encoder/compact/KeptCode.h"
 #include "naxel/encoder/compact/RoomyCode.h"
 #include "naxel/genset/KeyPlaces.h"
@@ -162,7 +163,7 @@ LabelEncoderSm::Input LabelEncoderSm::inputWithoutUses() const {
   bool const raw = now.labelWidth == 0;
   now.xform = raw ? 0 : encoderConfig().xformStatus()->stamp();
   now.usage = usage_->stamp();
-  now.keeps = !raw && encoderConfig().basis();
+  now.keeps = !raw && now.code == Acl::LabelCode::compact && encoderConfig().basis();
   if (now.keeps)
     if (KeepsSets const* const table = tableInForce()) now.basis = table->keptSets();
   return now;
@@ -241,30 +242,30 @@ bool LabelEncoderSm::doEncodeCompact() {
     sets.end();
     weights.push_back(now_.uses[set]);
   }
-  std::optional<Compact::Code> kept;
-  if (now_.basis)
-    kept = Compact::keptCode(sets, weights, labelsInForce(number, labels), *now_.basis,
-                             encodeBitWidth_, encoderConfig().repairRows());
-  if (kept) keptFrom_ = now_.basis;
-  if (now_.basis && !kept) status_->encodedAfreshIs(status_->encodedAfresh() + 1);
-  Compact::Code const code = kept ? std::move(*kept)
-                             : now_.keeps
-                                 ? Compact::roomyCode(sets, weights, labels, encodeBitWidth_)
-                                 : Compact::compactCode(sets, weights, labels, encodeBitWidth_);
-
-  auto const full = static_cast<uint16_t>((1u << encodeBitWidth_) - 1);
-  eLabelMaskDelAll();
-  eLabelMask_.reserve(lists.size());
-  std::vector<EncodedLabelWithMask> pairs;
-  auto cubes = code.cubes.begin();
-  for (auto const& [key, list] : lists) {
-    pairs.clear();
-    if (!list->label().empty())
-      for (Compact::Cube const& c : *cubes++)
-        pairs.emplace_back(c.value, static_cast<uint16_t>(full & ~c.free));
-    auto made = Mox::makePtr<EncodedLabelWithMaskList>(key);
-    made->encLabelAndMaskIs(pairs);
-    eLabelMask_.set(key, std::move(made));
+  std::optional<Compact::KeptCode> kept;
+  Compact::Code code;
+  triedAgain_ = 0;
+  if (now_.keeps) {
+    Compact::DistinctSets const distinct(sets, weights, 1);
+    firsts_.assign(distinct.sets.size(), ~uint32_t{0});
+    for (uint32_t s = sets.size(); s-- > 0;) firsts_[distinct.of[s]] = s;
+    resists_.assign(firsts_.size(), false);
+    if (now_.basis)
+      kept = Compact::keptCode(distinct, labelsInForce(number, labels), *now_.basis,
+                               encodeBitWidth_, encoderConfig().repairRows());
+    if (kept) {
+      keptFrom_ = now_.basis;
+      resists_ = std::move(kept->resists);
+      triedAgain_ = kept->triedAgain;
+      makeLists([&](size_t set) { return std::span(kept->cubes[distinct.of[set]]); });
+      code.codes = std::move(kept->codes);
+    }
+  }
+  if (!kept) {
+    if (now_.basis) status_->encodedAfreshIs(status_->encodedAfresh() + 1);
+    code = now_.keeps ? Compact::roomyCode(sets, weights, labels, encodeBitWidth_)
+                      : Compact::compactCode(sets, weights, labels, encodeBitWidth_);
+    makeLists([&](size_t set) { return std::span(code.cubes[set]); });
   }
   std::vector<EncoderStatus::LabelMap::value_type> encoded;
   encoded.reserve(labels);
@@ -277,85 +278,34 @@ bool LabelEncoderSm::doEncodeCompact() {
   return true;
 }
 
-Compact::LabelsInForce LabelEncoderSm::labelsInForce(std::vector<uint32_t> const& number,
-                                                     uint32_t labels) const {
-  constexpr uint32_t none = Compact::SetFamily::none;
-  Compact::LabelsInForce out{
-      std::vector<uint32_t>(labels, none), std::vector<uint32_t>(labels), {}};
-  // The label that most of a code's items are of is the code's; of equals the one that comes first. A vote is one word,
-  // so that sorting is cheap: label, code and place.
-  std::vector<uint64_t> votes;
-  std::vector<bool> stands(size_t{1} << encodeBitWidth_, false);
-  walkInForce({[&](PlainLabel label, std::optional<EncodedLabel> code) {
-                 uint32_t const l = label.value() < number.size() ? number[label.value()] : none;
-                 if (l == none) return;
-                 ++out.rows[l];
-                 if (code && *code != reservedLabel())
-                   votes.push_back(uint64_t{l} << 48 | uint64_t{code->value()} << 32 |
-                                   votes.size());
-               },
-               [&](EncodedLabel code) { stands[code.value()] = true; }});
-  std::ranges::sort(votes);
-  struct Count {
-    uint64_t order;  // most items first, then by place
-    uint32_t vote;
-  };
-  std::vector<Count> counts;
-  counts.reserve(votes.size());
-  for (uint64_t v : votes) {
-    auto const vote = static_cast<uint32_t>(v >> 32);
-    if (counts.empty() || counts.back().vote != vote)
-      counts.push_back({~uint64_t{0} << 32 | (v & 0xffffffffu), vote});
-    counts.back().order -= uint64_t{1} << 32;
-  }
-  std::ranges::sort(counts, {}, &Count::order);
-  std::vector<bool> given(stands.size(), false);
-  for (Count const& c : counts) {
-    uint32_t const label = c.vote >> 16;
-    uint32_t const code = c.vote & 0xffffu;
-    if (out.codes[label] != none || given[code]) continue;
-    out.codes[label] = code;
-    given[code] = true;
-  }
-  for (uint32_t code = 0; code < stands.size(); ++code)
-    if (stands[code] && !given[code] && code != reservedLabel().value())
-      out.vacated.push_back(static_cast<uint16_t>(code));
-  return out;
-}
-
-void LabelEncoderSm::keepIn(KeepsSets& info) {
-  made_.reset();
-  if (!keeps_) return;
-  auto const kept = std::make_shared<Compact::KeptSets>();
-  auto const full = static_cast<uint16_t>((1u << encodeBitWidth_) - 1);
+void LabelEncoderSm::makeLists(
+    std::function<std::span<Compact::Cube const>(size_t)> const& cubesOf) {
   auto const& lists = encoderConfig().xformStatus()->plainLabelListMap()->plainLabelList();
-  // Of the run at hand; behind it, when its other code is published, they stand with what it was built from.
-  std::vector<uint32_t> const& uses =
-      now_.uses.size() == lists.size() ? now_.uses : builtFrom_.uses;
-  MOX_ASSERT(uses.size() == lists.size());
-  kept->sets.reserve(lists.size());
-  auto published = status_->encodedLabelList().begin();
-  auto use = uses.begin();
+  auto const full = static_cast<uint16_t>((1u << encodeBitWidth_) - 1);
+  eLabelMaskDelAll();
+  eLabelMask_.reserve(lists.size());
+  std::vector<EncodedLabelWithMask> pairs;
+  // Of what is kept most says what it said, and stays the same object; what is encoded afresh may yet be given the counts
+  // of both codes.
+  auto before = status_->encodedLabelList().begin();
+  auto const last = keptFrom_ ? status_->encodedLabelList().end() : before;
+  size_t set = 0;
   for (auto const& [key, list] : lists) {
-    uint64_t const used = *use++;
-    if (list->label().empty()) continue;
-    while (published->first < key) ++published;
-    auto const& pairs = published->second->encLabelAndMask();
-    kept->now.uses += used;
-    kept->now.cubes += used * pairs.size();
-    Compact::KeptSets::Set& set = kept->sets.emplace_back();
-    for (PlainLabel l : list->label()) set.codes.push_back(status_->encodedLabelOf(l).value());
-    std::ranges::sort(set.codes);
-    for (EncodedLabelWithMask const& pair : pairs)
-      set.cubes.push_back({static_cast<uint16_t>(pair.label().value() & pair.mask().value()),
-                           static_cast<uint16_t>(full & ~pair.mask().value())});
-    if (set.codes.size() == 1 && set.cubes.size() == 1 && !set.cubes[0].free) kept->sets.pop_back();
+    pairs.clear();
+    if (!list->label().empty())
+      for (Compact::Cube const& c : cubesOf(set++))
+        pairs.emplace_back(c.value, static_cast<uint16_t>(full & ~c.free));
+    std::sort(pairs.begin(), pairs.end());
+    while (before != last && before->first < key) ++before;
+    if (before != last && before->first == key && before->second->hasOneCode() &&
+        std::ranges::equal(before->second->encLabelAndMask(), pairs)) {
+      eLabelMask_.set(key, before->second);
+      continue;
+    }
+    auto made = Mox::makePtr<EncodedLabelWithMaskList>(key);
+    made->encLabelAndMaskIs(pairs);
+    eLabelMask_.set(key, std::move(made));
   }
-  std::ranges::sort(kept->sets);
-  kept->sets.erase(std::unique(kept->sets.begin(), kept->sets.end()), kept->sets.end());
-  kept->fresh = keptFrom_ ? keptFrom_->fresh : kept->now;
-  made_ = kept;
-  info.keptSetsIs(kept);
 }
 
 bool LabelEncoderSm::doEncodeAligned() {
@@ -402,24 +352,27 @@ bool LabelEncoderSm::doEncodeAligned() {
 
 void LabelEncoderSm::doMerge() {
   traceStep(8, "doMerge");
+  // By the compact code there is nothing to join.
+  status_->encodedLabelListIs(code_ == Acl::LabelCode::compact ? eLabelMask_ : mergedLists());
+  status_->labelCodeIs(code_);
+}
+
+EncoderStatus::MaskListMap LabelEncoderSm::mergedLists() const {
   EncoderStatus::MaskListMap lists;
   lists.reserve(eLabelMask_.size());
   // One for all lists: it holds a word for each value of the width, which is more than most lists need.
   PairCounter scratch(encodeBitWidth_);
-  // A list that says what it said stays the same object, so that the expander finds what is built from it. Not where
-  // lists are about to be given both counts.
-  bool const stays = code_ == Acl::LabelCode::aligned || keptFrom_;
+  // A list that says what it said stays the same object, so that the expander finds what is built from it.
   auto before = status_->encodedLabelList().begin();
   auto const last = status_->encodedLabelList().end();
   auto const add = [&](GenSetKey key, Mox::Ptr<EncodedLabelWithMaskList> const& list) {
     while (before != last && before->first < key) ++before;
-    bool const same = stays && before != last && before->first == key &&
-                      before->second->hasOneCode() &&
+    bool const same = before != last && before->first == key && before->second->hasOneCode() &&
                       before->second->encLabelAndMask() == list->encLabelAndMask();
     lists.set(key, same ? before->second : list);
   };
   for (auto const& [key, pairs] : eLabelMask_) {
-    if (pairs->encLabelAndMask().size() <= 1 || code_ == Acl::LabelCode::compact) {
+    if (pairs->encLabelAndMask().size() <= 1) {
       add(key, pairs);  // nothing to join
       continue;
     }
@@ -427,8 +380,7 @@ void LabelEncoderSm::doMerge() {
     LabelMerger const labelMerger(encodeBitWidth_, pairs, merged, &scratch);
     add(key, merged);
   }
-  status_->encodedLabelListIs(std::move(lists));
-  status_->labelCodeIs(code_);
+  return lists;
 }
 
 Mox::Ptr<LabelEncoderSm> labelEncoderSmFactory(Obel::ChipId chipId, Mox::Ptr<EncoderConfig> config,

@@ -35,12 +35,14 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 
 namespace Naxel {
 
 namespace Compact {
+struct Cube;
 struct LabelsInForce;
-}
+}  // namespace Compact
 
 /// Bits of the raw value of a range field.
 uint32_t naturalBitWidth(RangeSetType type);
@@ -127,7 +129,10 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
     EncoderStatus::MaskListMap lists;
   };
   bool doEncodeAligned();
+  EncoderStatus::MaskListMap mergedLists() const;
   bool doEncodeCompact();
+  /// The pairs of each list with labels, of which `cubesOf` says the cubes.
+  void makeLists(std::function<std::span<Compact::Cube const>(size_t)> const& cubesOf);
   /// The labels as they stand in the table in force, by their numbers.
   Compact::LabelsInForce labelsInForce(std::vector<uint32_t> const& number, uint32_t labels) const;
   /// Whether there are so many codes; the reason otherwise.
@@ -169,6 +174,10 @@ class NAXEL_EXPORT LabelEncoderSm : public StageSm {
   std::shared_ptr<Compact::KeptSets const>
       keptFrom_;  // what it has kept; null where it encoded afresh
   std::shared_ptr<Compact::KeptSets const> made_;
+  // See KeptSets.
+  std::vector<bool> resists_;
+  uint32_t triedAgain_ = 0;
+  std::vector<uint32_t> firsts_;  // of the lists with labels the first one of each that are alike
   std::string failure_;
 };
 

@@ -137,13 +137,15 @@ void RuleExpanderSm::update(bool sameLabels) {
   sources_.clear();
 }
 
-bool RuleExpanderSm::stands(RuleRecipes const& known, size_t place) const {
-  if (current_ == &lists_) return true;
-  // What covered nothing may cover something now.
-  if (!renumbered_ || known.rules[place].matchesNothing) return false;
-  return std::ranges::none_of(known.factorsOf(place), [this](RuleFactor f) {
-    return (*renumbered_)[f] == PairLists::none;
-  });
+std::vector<uint32_t> RuleExpanderSm::goneFactors(RuleRecipes const& known) const {
+  std::vector<uint32_t> gone;
+  if (!renumbered_ || std::ranges::find(*renumbered_, PairLists::none) == renumbered_->end())
+    return gone;
+  std::span<RuleFactor const> const to(*renumbered_);
+  std::span<RuleFactor const> const factors(known.factors);
+  for (uint32_t i = 0; i < factors.size(); ++i)
+    if (to[factors[i]] == PairLists::none) gone.push_back(i);
+  return gone;
 }
 
 RuleExpanderSm::Costs RuleExpanderSm::costs() {
@@ -192,7 +194,7 @@ RuleExpanderSm::Plan RuleExpanderSm::planOf(AclGenSetIpRuleList const& list) {
   Lumox::AddressFamily const af = list.af();
   MOX_ASSERT_TEXT(af == Lumox::ipv4() || af == Lumox::ipv6(),
                   "af == Lumox::ipv4() || af == Lumox::ipv6()");
-  Plan plan{PDAclKey(af, list.name()), &list, {}, nullptr, {}};
+  Plan plan{PDAclKey(af, list.name()), &list, {}, nullptr, {}, false};
   auto const& rules = list.genSetIpRuleById();
   auto const& before = rulesOf(plan.key);
   RuleRecipes const* const known = builtRecipes_.get(plan.key);
@@ -200,6 +202,17 @@ RuleExpanderSm::Plan RuleExpanderSm::planOf(AclGenSetIpRuleList const& list) {
   MOX_ASSERT(before.size() == (known ? known->rules.size() : 0));
   recipes_ = RuleRecipes();
   bool const same = current_ == &lists_;
+  std::vector<uint32_t> const gone = known ? goneFactors(*known) : std::vector<uint32_t>();
+  auto nextGone = gone.begin();
+  // Whether the rule of a recipe has the entries that it had, if it is the same object; asked in the order of places.
+  auto const stands = [&](size_t at) {
+    if (same) return true;
+    // What covered nothing may cover something now.
+    if (!renumbered_ || known->rules[at].matchesNothing) return false;
+    uint32_t const begin = at == 0 ? 0 : known->rules[at - 1].factorsEnd;
+    while (nextGone != gone.end() && *nextGone < begin) ++nextGone;
+    return nextGone == gone.end() || *nextGone >= known->rules[at].factorsEnd;
+  };
   size_t old = 0;  // both are walked in the order of the indexes
   for (size_t place = 0; place < rules.size();) {
     // Rules are replaced when they change, and mostly stand where they stood.
@@ -209,7 +222,7 @@ RuleExpanderSm::Plan RuleExpanderSm::planOf(AclGenSetIpRuleList const& list) {
       auto const* const now = &rules[place];
       RuleRecipe const* const recipe = &known->rules[old];
       while (kept < most && now[kept].first == was[kept].first &&
-             now[kept].second == recipe[kept].rule && (same || stands(*known, old + kept)))
+             now[kept].second == recipe[kept].rule && stands(old + kept))
         ++kept;
     }
     if (kept) plan.rules.keep(old, kept);
@@ -219,7 +232,7 @@ RuleExpanderSm::Plan RuleExpanderSm::planOf(AclGenSetIpRuleList const& list) {
     auto const& [index, rule] = rules[place];
     while (old < before.size() && before[old].first < index) ++old;
     bool const replaces = old < before.size() && before[old].first == index;
-    if (replaces && rule == known->rules[old].rule && stands(*known, old)) continue;
+    if (replaces && rule == known->rules[old].rule && stands(old)) continue;
     if (recipes_.rules.empty() && old == 0) recipes_.reserve(rules.size(), 4 * rules.size());
     plan.rules.add(replaces ? old++ : RulePlan::none);
     ++place;
@@ -332,6 +345,8 @@ void RuleExpanderSm::makeAcl(Plan& plan) {
   next->ruleIs(std::move(all), filters);
   plan.next = std::move(next);
   RuleRecipes const* const known = builtRecipes_.get(plan.key);
+  plan.replacesOnly = known && plan.rules.replacesOnly(*known);
+  if (plan.replacesOnly) return;
   plan.recipes.reserve(wanted.size(),
                        plan.rules.fresh.factors.size() + (known ? known->factors.size() : 0));
 }
@@ -358,6 +373,13 @@ void RuleExpanderSm::adopt(Plan& plan) noexcept {
     return;
   }
   size_t fresh = 0;
+  if (plan.replacesOnly) {
+    if (to) known.renumber(*to);
+    for (; fresh < plan.rules.before.size(); ++fresh)
+      known.replace(plan.rules.before[fresh], plan.rules.fresh, fresh);
+    ruleExStatus_->ruleExpanderLoaderInfo()->pdAclIs(plan.key, std::move(plan.next));
+    return;
+  }
   for (RulePlan::Run const& run : plan.rules.runs)
     if (run.old != RulePlan::none) {
       plan.recipes.take(known, run.old, run.rules, to);

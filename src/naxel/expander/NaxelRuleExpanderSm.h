@@ -79,7 +79,8 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
     RulePlan rules;
     // Made before anything is changed: what takes the place of the present one, and room for its recipes.
     Mox::Ptr<PDAclRuleColl const> next;
-    RuleRecipes recipes;
+    RuleRecipes recipes;  // not needed where rules only replace others
+    bool replacesOnly = false;
   };
 
   uint64_t entryLimit() const;
@@ -89,8 +90,8 @@ class NAXEL_EXPORT RuleExpanderSm : public StageSm {
   /// Brings what has been built up to date. With `sameLabels` the pairs of every set are those of the last run.
   void update(bool sameLabels);
   void deleteGoneAcls();
-  /// Whether the rule of a recipe has the entries that it had, if it is the same object.
-  bool stands(RuleRecipes const& known, size_t place) const;
+  /// Where among the factors of recipes those of lists stand that are gone, ascending.
+  std::vector<uint32_t> goneFactors(RuleRecipes const& known) const;
   Plan planOf(AclGenSetIpRuleList const& list);
   /// The entries of the rules that stay.
   uint64_t entriesKept(Plan const& plan) const;

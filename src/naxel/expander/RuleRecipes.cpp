@@ -27,8 +27,17 @@ void RuleRecipes::take(RuleRecipes& from, size_t first, size_t count,
     for (auto r = moved; r != rules.end(); ++r) r->factorsEnd += shift;
 }
 
+void RuleRecipes::replace(size_t rule, RuleRecipes& from, size_t ruleOfFrom) noexcept {
+  auto const in = from.factorsOf(ruleOfFrom);
+  uint32_t const end = rules[rule].factorsEnd;
+  std::ranges::copy(in, factors.begin() + static_cast<std::ptrdiff_t>(end - in.size()));
+  rules[rule] = std::move(from.rules[ruleOfFrom]);
+  rules[rule].factorsEnd = end;
+}
+
 void RuleRecipes::renumber(std::vector<RuleFactor> const& to) noexcept {
-  for (RuleFactor& f : factors) f = to[f];
+  RuleFactor const* const now = to.data();
+  for (RuleFactor& f : factors) f = now[f];
 }
 
 uint64_t RuleRecipes::entriesOf(size_t rule, PairLists const& lists) const {
@@ -72,6 +81,20 @@ void RulePlan::keep(size_t old, size_t rules) {
     runs.back().rules += count;
   else
     runs.push_back({from, count});
+}
+
+bool RulePlan::replacesOnly(RuleRecipes const& known) const {
+  size_t place = 0;
+  size_t next = 0;
+  for (Run const& run : runs) {
+    if (run.old != none && run.old != place) return false;
+    for (uint32_t i = 0; run.old == none && i < run.rules; ++i, ++next)
+      if (before[next] != place + i ||
+          known.factorsOf(place + i).size() != fresh.factorsOf(next).size())
+        return false;
+    place += run.rules;
+  }
+  return place == known.rules.size();
 }
 
 void RulePlan::add(size_t old) {

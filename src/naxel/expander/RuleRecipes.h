@@ -43,6 +43,8 @@ struct RuleRecipes {
   /// Takes over the recipes of rules of another one, under the numbers that `to` says, if any; there must be room.
   void take(RuleRecipes& from, size_t first, size_t count,
             std::vector<RuleFactor> const* to) noexcept;
+  /// Has the recipe of a rule of another one, of as many factors, in the place of one of its own.
+  void replace(size_t rule, RuleRecipes& from, size_t ruleOfFrom) noexcept;
   /// Refers to the lists by the numbers that `to` says.
   void renumber(std::vector<RuleFactor> const& to) noexcept;
   /// Entries of a rule; the largest number where there are even more.
@@ -76,6 +78,8 @@ struct RulePlan {
   bool keepsAll(size_t rules) const {
     return rules ? runs.size() == 1 && runs[0].old == 0 && runs[0].rules == rules : runs.empty();
   }
+  /// Whether no rule comes or goes, and each of `fresh` has as many factors as the one in whose place it is.
+  bool replacesOnly(RuleRecipes const& known) const;
 };
 
 }  // namespace Naxel

@@ -114,7 +114,10 @@ TEST(KeptLabels, HistoriesAreExactAndAlikeForWhoeverSharesThem) {
       auto const again = w.pdConfig->currPDData();
       ASSERT_EQ(w.kick(), NaxelProgress::naxelFinishedSuccess);
       ASSERT_EQ(TableDiff(*again, w.tables()).rows(), 0u);
+      // Whoever starts anew over what stands finds nothing to do either.
+      if (author.below(3) == 0) restarted.buildRoot();
       ASSERT_EQ(restarted.kick(), NaxelProgress::naxelFinishedSuccess);
+      ASSERT_EQ(full(*again), full(restarted.tables()));
       for (auto const& key : PrefixXformKey::all()) {
         auto const status = w.root->prefixEncoderStatus(key);
         (status->encodedAfresh() ? afresh : kept) += 1;

@@ -77,6 +77,7 @@ class CodeMap {
   void erase(Cube c) {
     forEachWord(c, [this](size_t i, uint64_t mask) { return words_[i] &= ~mask, true; });
   }
+  bool has(uint32_t code) const { return words_[code >> 6] >> (code & 63) & 1; }
   bool meets(Cube c) const {
     bool met = false;
     forEachWord(c, [&](size_t i, uint64_t mask) { return !(met = words_[i] & mask); });

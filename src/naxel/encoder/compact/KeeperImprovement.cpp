@@ -6,13 +6,16 @@ namespace Naxel::Compact {
 
 namespace {
 
-/// How many sets are looked at for improvement, and how many of a set's labels are moved.
+/// How many sets are looked at for improvement, how many of those that resist are tried again, and how many of a set's
+/// labels are moved.
 constexpr size_t setsImproved = 64;
+constexpr size_t triesAgain = 1;
 constexpr size_t labelsMoved = 4;
 
 }  // namespace
 
-/// The costliest sets first, until they cost no more than after an encoding afresh or until so many rows change.
+/// The costliest sets first, and then a few of those that resist, until they cost no more than after an encoding afresh or
+/// until so many rows change.
 void Keeper::improve(uint64_t rows) {
   KeptSets price;
   price.fresh = kept_.fresh;
@@ -26,13 +29,23 @@ void Keeper::improve(uint64_t rows) {
   std::ranges::sort(costly, [](auto const& a, auto const& b) {
     return a.first != b.first ? a.first > b.first : a.second < b.second;
   });
-  if (costly.size() > setsImproved) costly.resize(setsImproved);
-  for (auto const& [excess, s] : costly) {
-    if (price.excess() == 0 || isExhausted()) return;
+  auto const improved = [&](uint32_t s) {
     size_t const before = cubes_[s].size();
-    if (improveSet(s, rows))
-      price.now.cubes -= DistinctSets::usesOf(distinct_.weights[s]) * (before - cubes_[s].size());
+    if (!improveSet(s, rows)) return false;
+    price.now.cubes -= DistinctSets::usesOf(distinct_.weights[s]) * (before - cubes_[s].size());
+    return true;
+  };
+  auto const isDone = [&] { return price.excess() == 0 || isExhausted(); };
+  std::vector<uint32_t> resisting;
+  for (size_t i = 0; i < costly.size() && !isDone(); ++i) {
+    uint32_t const s = costly[i].second;
+    if (resists_[s])
+      resisting.push_back(s);
+    else if (i < setsImproved)
+      improved(s);
   }
+  for (size_t i = 0; i < std::min(triesAgain, resisting.size()) && !isDone(); ++i)
+    improved(resisting[triedAgain_++ % resisting.size()]);
 }
 
 /// The labels of the set's smallest cube, if they are few.
@@ -92,13 +105,18 @@ bool Keeper::improveSet(uint32_t set, uint64_t& rows) {
   CubeList whole(cover_.cover(used_, placesOf(set), true));
   if (whole.size() < cubes_[set].size()) {
     uint64_t const changed = rowsBetween(set, cubes_[set], whole);
+    // Not because of the set, but because of the rows that are left.
     if (changed > rows) return false;
     rows -= changed;
     cubesAre(set, std::move(whole));
     return true;
   }
   std::vector<uint32_t> const moved = labelsOfSmallest(set);
-  if (moved.empty()) return false;
+  if (moved.empty()) {
+    resists_[set] = true;
+    return false;
+  }
+  std::vector<bool> const resisted = resists_;
   std::vector<Undo> log;
   std::vector<uint32_t> const before = codes_;
   log_ = &log;
@@ -120,6 +138,8 @@ bool Keeper::improveSet(uint32_t set, uint64_t& rows) {
     if (isPlaced(l)) unplace(l);
   for (uint32_t l : moved) isAt(l, before[l]);
   for (; !log.empty(); log.pop_back()) cubesAre(log.back().set, std::move(log.back().cubes));
+  resists_ = resisted;
+  resists_[set] = !placed || gain <= 0;
   return false;
 }
 

@@ -227,7 +227,7 @@ void Keeper::cutOut(uint32_t set, uint32_t code) {
 
 void Keeper::isAt(uint32_t label, uint32_t code) {
   codes_[label] = code;
-  labelAt_[code] = label;
+  labelAt_.at(code) = label;
   used_.insert(cubeOf(code));
   taken_.insert(cubeOf(code));
 }
@@ -249,7 +249,7 @@ void Keeper::put(uint32_t label, uint32_t code) {
 
 void Keeper::unplace(uint32_t label) {
   used_.erase(cubeOf(codes_[label]));
-  labelAt_[codes_[label]] = SetFamily::none;
+  labelAt_.at(codes_[label]) = SetFamily::none;
   // In force or not, it is nobody else's in this round.
   codes_[label] = SetFamily::none;
 }
