@@ -34,7 +34,7 @@ class TraceReader {
   }
   std::optional<Traced> result() {
     if (!ended_) return std::nullopt;
-    return std::move(out_);
+    return out_;
   }
 
  private:
