@@ -177,9 +177,10 @@ std::optional<PrefixPieces> changePrefixes(PrefixChange const& change, PieceCoun
   pieces.namings.reserve(change.old.size() + change.added.items.size());
   PathOf old(change.old);
   PathOf added(change.added.items);
-  while (old.next() || added.next()) {
+  for (;;) {
     IpGenPrefix const* const ofOld = old.next();
     IpGenPrefix const* const ofAdded = added.next();
+    if (!ofOld && !ofAdded) break;
     bool const isOld = !ofAdded || (ofOld && *ofOld <= *ofAdded);
     bool const isAdded = !ofOld || (ofAdded && *ofAdded <= *ofOld);
     IpGenPrefix const& prefix = isOld ? *ofOld : *ofAdded;
