@@ -40,7 +40,7 @@ class Overlap {
     // Where it is the new list, that one may have a name.
     if (both == after) return now;
     if (both == before) return old;
-    auto const list = Mox::makePtr<IpPrefixList>();
+    auto list = Mox::makePtr<IpPrefixList>();
     for (auto const& prefix : prefixesOf(both, af_)) list->addrIs(prefix);
     return list;
   }
