@@ -83,6 +83,9 @@ soak: deps ## Run random worlds for SECONDS (default 60), or the one of SEED
 coverage: deps-check ## Run all tests and print line and branch figures of src/naxel
 	@$(call build,coverage)
 	@find build/coverage -name '*.gcda' -delete
+	@# What batches that are no more have left would be counted with the sources of today.
+	@ninja -C build/coverage -t cleandead >/dev/null
+	@find build/coverage -name '*.gcno' | while read -r f; do [[ -e $${f%.gcno}.o ]] || rm "$$f"; done
 	@$(CTEST) --test-dir build/coverage
 	@gcovr --root . --filter src/naxel/ --exclude-throw-branches --exclude-unreachable-branches \
 	  --exclude-branches-by-pattern '$(NOT_OURS)' \
